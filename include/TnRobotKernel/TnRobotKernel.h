@@ -1,0 +1,13 @@
+// The whole public interface of the library.
+
+#ifndef TNROBOTKERNEL_TNROBOTKERNEL_H_
+#define TNROBOTKERNEL_TNROBOTKERNEL_H_
+
+#include "TnRobotKernel/archive.h"
+#include "TnRobotKernel/core.h"
+#include "TnRobotKernel/memory.h"
+#include "TnRobotKernel/pool.h"
+#include "TnRobotKernel/utilities.h"
+#include "TnRobotKernel/values.h"
+
+#endif  // TNROBOTKERNEL_TNROBOTKERNEL_H_

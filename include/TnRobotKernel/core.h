@@ -1,0 +1,161 @@
+// The frame every other header builds on: the reference-counted root interface, runtime
+// classes for objects that are saved and created again by identifier, and the logging facade.
+
+#ifndef TNROBOTKERNEL_CORE_H_
+#define TNROBOTKERNEL_CORE_H_
+
+#include <atomic>
+
+/// Marks what the shared library exports; everything else is hidden.
+#define TN_ROBOT_API __attribute__((visibility("default")))
+
+class CTnRobotObject;
+class ITnRobotArchive;
+
+/// Root of every counted interface.
+///
+/// Lifetime: a new object holds one reference, which belongs to whoever created it; the object
+///           destroys itself when its last reference is released.
+/// Threads:  AddRef and Release are thread-safe; what a derived interface does says so itself.
+class TN_ROBOT_API ITnUnknown {
+public:
+    ITnUnknown(const ITnUnknown&) = delete;
+    ITnUnknown& operator=(const ITnUnknown&) = delete;
+
+    /// Destroys the object. Callers release references instead of calling it.
+    virtual ~ITnUnknown();
+
+    /// Adds one reference. Thread-safe.
+    virtual void AddRef();
+
+    /// Gives one reference back; the last one destroys the object. Thread-safe.
+    /// @return the number of references left, 0 when the object was destroyed. The object must
+    ///         not be used after the caller's last Release.
+    virtual int Release();
+
+protected:
+    ITnUnknown() noexcept : m_nRefCount(1) {}
+
+    std::atomic<int> m_nRefCount;  ///< references alive; only changed by atomic read-modify-write
+};
+
+/// Creates an object of one class with the creator owning it.
+/// @return the new object, or null when it cannot be made.
+using TnCreateObjectFunction = CTnRobotObject* (*)();
+
+/// Describes a class whose objects an archive can create again from a textual identifier.
+///
+/// The record is static storage of the module that defines the class, is initialised by
+/// position, and must stay alive for as long as the process may look the class up.
+struct STnRuntimeClass {
+    const char* m_lpszClassGuid;               ///< 8-4-4-4-12 hexadecimal digits, compared byte for byte
+    TnCreateObjectFunction m_pfnCreateObject;  ///< null when the class cannot be created
+    void* m_pReserved;                         ///< not read by the library
+    STnRuntimeClass* m_pNext;                  ///< link of the registration chain, set by TN_REG_CLASS
+};
+
+/// Root of the objects that ITnRobotArchive writes and creates again by class identifier.
+///
+/// A serialisable class derives from this and from ITnRobotSerialize, and from ITnUnknown too
+/// when its objects are shared.
+/// Threads: externally synchronised.
+class TN_ROBOT_API CTnRobotObject {
+public:
+    CTnRobotObject() = default;
+    CTnRobotObject(const CTnRobotObject&) = default;
+    CTnRobotObject& operator=(const CTnRobotObject&) = default;
+
+    /// Destroys the object; an archive calls it for an object that failed to load.
+    virtual ~CTnRobotObject();
+
+    /// @return the record of the object's class: borrowed, static storage.
+    virtual STnRuntimeClass* GetRuntimeClass() = 0;
+
+    /// Creates an object of a registered class. When two classes share an identifier the one
+    /// that was registered last is taken. Thread-safe.
+    /// @param[in] lpszGuid  class identifier, compared byte for byte.
+    /// @return the new object, owned by the caller, or null for a null, empty or unknown
+    ///         identifier and for a class without a creation function.
+    static CTnRobotObject* CreateObjectFromGUID(const char* lpszGuid);
+
+    /// Record of the root class, always the last of the registration chain; creates nothing.
+    static STnRuntimeClass classCTnRobotObject;
+};
+
+/// Registers a class: define one static object of this type with the class's record.
+class TN_ROBOT_API TN_REG_CLASS {
+public:
+    /// Puts the record at the head of the registration chain, so that it is found before older
+    /// ones with the same identifier. Null is ignored, and so is a record that is registered
+    /// already. Thread-safe.
+    /// @param[in] pClass  borrowed for the rest of the process's life; its link is written.
+    explicit TN_REG_CLASS(STnRuntimeClass* pClass);
+};
+
+/// Contract of everything that saves itself to and loads itself from an archive. Not counted.
+class TN_ROBOT_API ITnRobotSerialize {
+public:
+    ITnRobotSerialize() = default;
+    ITnRobotSerialize(const ITnRobotSerialize&) = default;
+    ITnRobotSerialize& operator=(const ITnRobotSerialize&) = default;
+    virtual ~ITnRobotSerialize();
+
+    /// Saves the object when the archive is storing, loads it when the archive is loading.
+    /// Externally synchronised.
+    /// @param[in] pArchive  borrowed for the call.
+    /// @return 1 on success, 0 on failure; a failed load may leave the object half loaded.
+    virtual int Serialize(ITnRobotArchive* pArchive) = 0;
+};
+
+/// What the logging facade expects of the object made by the logger library. Logger libraries
+/// implement it; applications log through TnRobotLogUtils.
+///
+/// Lifetime: destroyed through its virtual destructor by the last TnRobotLogUtils::Destroy;
+///           its reference count is not used.
+/// Threads:  WriteLog and IsLevelEnabled are called from any thread.
+class TN_ROBOT_API ITnRobotLogger : public ITnUnknown {
+public:
+    ~ITnRobotLogger() override;
+
+    /// Receives both arguments of TnRobotLogUtils::SetLogParam unchanged.
+    virtual void SetLogParam(int nFirst, int nSecond) = 0;
+
+    /// Receives a finished line. @param[in] lpszText  zero-terminated, borrowed for the call.
+    virtual void WriteLog(int nLevel, const char* lpszText) = 0;
+
+    /// @return false to drop lines of this level before they are formatted.
+    virtual bool IsLevelEnabled(int nLevel) = 0;
+};
+
+/// Creation function that a logger library exports as "TnCreateRobotLogger" with C linkage.
+/// @param[out] ppLogger  the new logger; kept by the facade even when the result is not 0.
+/// @return 0 on success; any other value is handed to the caller of TnRobotLogUtils::Init.
+using TnCreateRobotLoggerFunction = int (*)(ITnRobotLogger** ppLogger);
+
+/// Forwards log lines to the logger library "libTnRobotLog.so", which is opened on request.
+/// The meaning of levels and parameters belongs to the logger library.
+class TN_ROBOT_API TnRobotLogUtils {
+public:
+    TnRobotLogUtils() = delete;
+
+    /// Opens the logger library and creates its logger; further calls only count.
+    /// Externally synchronised with itself and Destroy.
+    /// @return 0 on success, -1 when the library or its creation function is missing, otherwise
+    ///         the creation function's own result. Only a result of 0 needs a Destroy.
+    static int Init();
+
+    /// Hands two values to the logger; does nothing without one. Thread-safe.
+    static void SetLogParam(int nFirst, int nSecond);
+
+    /// Formats a line and hands it to the logger, if there is one and it wants the level.
+    /// A line of more than 1023 characters aborts the process. Thread-safe.
+    /// @param[in] lpszFormat  format and arguments as of printf.
+    static void PrintLog(int nLevel, const char* lpszFormat, ...) __attribute__((format(printf, 2, 3)));
+
+    /// Takes back one successful Init; the last one destroys the logger and closes its library.
+    /// Does nothing without a matching Init. Externally synchronised with Init and with every
+    /// thread that still logs.
+    static void Destroy();
+};
+
+#endif  // TNROBOTKERNEL_CORE_H_

@@ -1,0 +1,186 @@
+// Memory blocks and the pools that recycle them, the growable data stream, and files on disk
+// and in memory.
+
+#ifndef TNROBOTKERNEL_MEMORY_H_
+#define TNROBOTKERNEL_MEMORY_H_
+
+#include "TnRobotKernel/core.h"
+
+/// A reference-counted piece of raw memory.
+///
+/// Lifetime: a block of a pool returns to its pool when the last caller's reference goes; a
+///           block whose pool is gone, and a custom block, is freed by then.
+/// Threads:  AddRef and Release are thread-safe; the bytes belong to one holder at a time.
+class TN_ROBOT_API ITnRobotMemoryBlock : public ITnUnknown {
+public:
+    ~ITnRobotMemoryBlock() override;
+
+    /// Start of the data.
+    /// @param[out] nSize  used bytes, never above the block's capacity.
+    /// @return borrowed pointer, valid until the caller's last Release.
+    virtual unsigned char* QueryMemory(unsigned int& nSize) = 0;
+};
+
+/// What a block calls back when the last caller's reference to it goes. Not counted.
+class TN_ROBOT_API ITnRobotMemoryBlockParent {
+public:
+    ITnRobotMemoryBlockParent() = default;
+    ITnRobotMemoryBlockParent(const ITnRobotMemoryBlockParent&) = delete;
+    ITnRobotMemoryBlockParent& operator=(const ITnRobotMemoryBlockParent&) = delete;
+    virtual ~ITnRobotMemoryBlockParent();
+
+    /// Takes a block back; called on the thread that released it. Thread-safe.
+    /// @param[in] pBlock  block that only the parent holds any more; null is ignored.
+    virtual void RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) = 0;
+};
+
+/// Source of memory blocks of any size.
+///
+/// Lifetime: blocks outlive their pool; those still held when it goes are freed by their last
+///           Release.
+/// Threads:  thread-safe.
+class TN_ROBOT_API ITnRobotMemoryBlockPool : public ITnUnknown {
+public:
+    ~ITnRobotMemoryBlockPool() override;
+
+    /// Hands out a block with at least nSize bytes, whose used size is nSize. The bytes are not
+    /// initialised.
+    /// @param[in]  nSize    bytes wanted, 1 to 4294934528.
+    /// @param[out] ppBlock  +1, caller releases; untouched on failure.
+    /// @return 1 on success, 0 for a null ppBlock, a size out of range, or no room.
+    /// Throws std::bad_alloc when the system has no memory left.
+    virtual int QueryMemBuff(unsigned int nSize, ITnRobotMemoryBlock** ppBlock) = 0;
+
+    /// Gives memory that has lain unused for the pool's idle time back to the system. Calls
+    /// within one idle time of the last one that did something (or of the creation) do nothing.
+    virtual void FreeUnuseMemory() = 0;
+};
+
+/// A sequence of bytes that grows in blocks of 1 MiB and never moves what it holds.
+///
+/// Threads: externally synchronised.
+class TN_ROBOT_API ITnRobotMemDataStream : public ITnUnknown {
+public:
+    ~ITnRobotMemDataStream() override;
+
+    /// Appends bytes. @param[in] pData  nLength bytes, copied.
+    /// @return 0 on success; -1 when the pool refuses a block or pData is null: the bytes that
+    ///         found room stay in the stream and GetTotleLength counts them.
+    virtual int WriteData(const unsigned char* pData, unsigned int nLength) = 0;
+
+    /// Starts reading at the first byte; how much the pass returns is fixed by this call.
+    /// @return always 0.
+    virtual int BeginReadData() = 0;
+
+    /// The next piece of the content.
+    /// @param[out] nSize  bytes of the piece, 0 at the end and outside a read pass.
+    /// @return borrowed pointer, valid until the next ReadData, BeginReadData or EndReadData or
+    ///         the stream's destruction; null at the end and outside a read pass.
+    virtual unsigned char* ReadData(unsigned int& nSize) = 0;
+
+    /// Ends the read pass.
+    virtual void EndReadData() = 0;
+
+    /// @return bytes written since the creation or the last Clear.
+    virtual unsigned int GetTotleLength() = 0;
+
+    /// Drops all content. A piece returned by ReadData stays valid until the read pass ends.
+    virtual void Clear() = 0;
+};
+
+/// A file on disk or in memory.
+///
+/// Threads: externally synchronised.
+class TN_ROBOT_API ITnRobotFile : public ITnUnknown {
+public:
+    /// Origin of a Seek. A disk file counts from the beginning whatever it is told.
+    enum ETnSeekDirect : int {
+        SEEK_DIRECT_BEGIN = 0,    ///< from the beginning
+        SEEK_DIRECT_CURRENT = 1,  ///< from the current position
+        SEEK_DIRECT_END = 2,      ///< from the end
+    };
+
+    ~ITnRobotFile() override;
+
+    /// Opens a file in binary mode.
+    /// @param[in] lpszName  path.
+    /// @param[in] bWrite    true creates or truncates for writing, false opens for reading.
+    /// @return whether the file is open now; false when one was open already. Always false for
+    ///         a memory file, which has no name.
+    virtual bool Open(const char* lpszName, bool bWrite) = 0;
+
+    /// Reads at the position and advances it.
+    /// @return bytes read, 0 to nCount; -1 when a disk file is closed or has failed, which
+    ///         includes an earlier read that met the end of the file.
+    virtual long long Read(void* pBuffer, long long nCount) = 0;
+
+    /// Writes at the position and advances it.
+    /// @return 1 on success, 0 on failure.
+    virtual long long Write(const void* pBuffer, long long nCount) = 0;
+
+    /// Moves the position. @param[in] nOffset  bytes from the origin.
+    /// @return 0 on success, -1 when closed or failed, -2 past the end of caller memory.
+    virtual long long Seek(long long nOffset, ETnSeekDirect eDirect) = 0;
+
+    /// @return the position in bytes, -1 when closed or failed. A memory file that is being
+    ///         written answers its length.
+    virtual long long GetPos() = 0;
+
+    /// Hands buffered bytes to the system.
+    virtual void Flush() = 0;
+
+    /// Closes the file. @return whether a file was open; a memory file always answers true.
+    virtual bool Close() = 0;
+
+    /// @return length in bytes of a memory file; always 0 for a disk file.
+    virtual long long GetTotleLen() = 0;
+};
+
+/// A file over caller memory (flat) or over memory that grows in equal chunks.
+///
+/// Threads: externally synchronised.
+class TN_ROBOT_API ITnRobotMemFile : public ITnRobotFile {
+public:
+    ~ITnRobotMemFile() override;
+
+    /// Opens caller memory, for reading or for writing but not both.
+    /// @param[in] pData  nLength bytes, borrowed until Close.
+    /// @return false for null, a length below 1, or an open file.
+    virtual bool OpenMemFile(unsigned char* pData, long long nLength, bool bWrite) = 0;
+
+    /// Opens an empty file for writing that grows in chunks.
+    /// @param[in] nChunkSize  bytes of a chunk. @return false for a size below 1 or an open file.
+    virtual bool OpenWriteFile(long long nChunkSize) = 0;
+
+    /// Copies the content out.
+    /// @param[out]    pBuffer  room for nLength bytes; null only asks for the length.
+    /// @param[in,out] nLength  in: bytes of pBuffer; out: the file's length (not the number
+    ///                         copied, which is the smaller of the two). A closed file copies
+    ///                         nothing.
+    /// @return always true.
+    virtual bool GetMemData(char* pBuffer, long long& nLength) = 0;
+};
+
+/// Creates a closed disk file. @param[out] ppFile  +1, caller releases. @return always 1.
+TN_ROBOT_API int TnCreateRobotFile(ITnRobotFile** ppFile);
+
+/// Creates a closed memory file. @param[out] ppFile  +1, caller releases. @return always 1.
+TN_ROBOT_API int TnCreateRobotMemFile(ITnRobotMemFile** ppFile);
+
+/// Creates the general block pool: size classes of whole 32 KiB units, freed after 60 seconds
+/// of idleness. @param[out] ppPool  +1, caller releases. @return 1, or 0 for a null ppPool.
+TN_ROBOT_API int TnCreateRobotMemoryBlockPool(ITnRobotMemoryBlockPool** ppPool);
+
+/// Wraps caller memory as a block. Nothing is checked: pData need not lie inside pParent.
+/// @param[in]  pParent  block kept alive by the new one (one reference is taken), or null.
+/// @param[in]  pData    nSize bytes, borrowed for the block's life.
+/// @param[out] ppBlock  +1, caller releases. @return always 1.
+TN_ROBOT_API int TnCreateRobotCustomMemBlock(ITnRobotMemoryBlock* pParent, unsigned char* pData, unsigned int nSize,
+                                             ITnRobotMemoryBlock** ppBlock);
+
+/// Creates an empty data stream.
+/// @param[in]  pPool     source of its blocks; one reference is held for the stream's life.
+/// @param[out] ppStream  +1, caller releases; null on failure. @return 1, or 0 for a null pPool.
+TN_ROBOT_API int TnCreateRobotMemDataStream(ITnRobotMemoryBlockPool* pPool, ITnRobotMemDataStream** ppStream);
+
+#endif  // TNROBOTKERNEL_MEMORY_H_

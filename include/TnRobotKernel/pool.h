@@ -1,0 +1,214 @@
+// The generic recycling pool: reference-counted elements that return to their pool when the last
+// holder lets them go. Data values and surfaces come from it; applications may pool their own
+// element types.
+
+#ifndef TNROBOTKERNEL_POOL_H_
+#define TNROBOTKERNEL_POOL_H_
+
+#include <cstddef>
+#include <mutex>
+#include <vector>
+
+#include "TnRobotKernel/core.h"
+#include "TnRobotKernel/detail/RingQueue.h"
+
+class ITnPoolElement;
+
+/// What an element sees of its pool. Threads: thread-safe.
+class TN_ROBOT_API ITnPoolUnknown : public ITnUnknown {
+public:
+    ~ITnPoolUnknown() override;
+
+    /// Clears an element and puts it back on the free list; called by the element's last holder.
+    /// @param[in] pElement  borrowed: the pool holds its own reference already.
+    /// @return false for null, otherwise true.
+    virtual bool RecoveryResource(ITnPoolElement* pElement) = 0;
+};
+
+/// Base of every pooled object.
+///
+/// Lifetime: the pool keeps one reference for as long as it lives; when the count falls from 2
+///           to 1 the element goes back to its pool, when it falls from 1 to 0 it is destroyed.
+/// Threads:  AddRef and Release are thread-safe; the rest is externally synchronised.
+class TN_ROBOT_API ITnPoolElement : public ITnUnknown {
+public:
+    ~ITnPoolElement() override;
+
+    /// Gives one reference back; the last holder's one returns the element to its pool.
+    /// @return references left, the pool's own included.
+    int Release() override;
+
+    /// Gives back what the element holds; called when it is recycled.
+    virtual void ClearResource() = 0;
+
+    /// Stores the pool to return to. @param[in] pParent  borrowed; null for none.
+    virtual void SetParent(ITnPoolUnknown* pParent);
+
+protected:
+    ITnPoolUnknown* m_pParent = nullptr;  ///< borrowed; null on a free list and outside any pool
+};
+
+/// How a pool makes and re-initialises elements. Both operations are called with the pool's lock
+/// held and must not call back into the same pool. Threads: called by one thread at a time.
+class TN_ROBOT_API ITnElementAlloc : public ITnUnknown {
+public:
+    ~ITnElementAlloc() override;
+
+    /// Makes an element. @param[in] pParam  what the pool was asked with; null leaves defaults.
+    /// @param[out] ppElement  +1, no parent. @return whether an element was made.
+    virtual bool AllocElement(void* pParam, ITnPoolElement** ppElement) = 0;
+
+    /// Re-initialises a recycled element that has been cleared; null pParam leaves it cleared.
+    virtual void SetElementParam(ITnPoolElement* pElement, void* pParam) = 0;
+};
+
+/// A pool of elements of interface T. Threads: thread-safe.
+template <typename T>
+class ITnPool : public ITnPoolUnknown {
+public:
+    /// Hands out an element. @param[in] nReserved  ignored.
+    /// @param[in]  pParam     passed to the allocator unchanged; may be null.
+    /// @param[out] ppElement  +1, caller releases.
+    /// @return whether *ppElement holds an element.
+    virtual bool QueryPoolElement(unsigned int nReserved, void* pParam, T** ppElement) = 0;
+};
+
+/// The recycling pool.
+///
+/// Invariants (under the lock): every element ever made is in m_elements, with one reference of
+/// the pool's; an element on the free list has no parent and no other reference; the free list
+/// has room for every element, so that taking one back cannot fail.
+///
+/// Lifetime: elements outlive their pool; one that somebody still holds when the pool goes is
+///           cleared first when it has a single holder, and loses its parent in any case.
+/// Threads:  thread-safe; the destruction must not run concurrently with other use of the pool
+///           or with the release of its elements.
+template <typename T>
+class CTnRobotPool final : public ITnPool<T> {
+public:
+    /// @param[in] pAlloc  one reference is taken; without an allocator the pool hands out nothing.
+    explicit CTnRobotPool(ITnElementAlloc* pAlloc) : m_pAlloc(pAlloc) {
+        if (m_pAlloc != nullptr) {
+            m_pAlloc->AddRef();
+        }
+    }
+
+    ~CTnRobotPool() override {
+        for (ITnPoolElement* pElement : m_elements) {
+            LetGo(pElement);
+        }
+        if (m_pAlloc != nullptr) {
+            m_pAlloc->Release();
+        }
+    }
+
+    /// Sets how many elements the pool may own, 4294967295 at first. Thread-safe.
+    void SetMaxCount(unsigned int nMaxCount) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_nMaxCount = nMaxCount;
+    }
+
+    /// Hands out the element that has been free longest, or a new one.
+    /// @return false, with both lists as they were, for a null ppElement, without an allocator,
+    ///         when the maximum is reached, and when the allocator fails (all leave *ppElement
+    ///         untouched), and for an element that is not a T (*ppElement is null then).
+    ///         Exceptions of the allocator pass through.
+    bool QueryPoolElement(unsigned int /*nReserved*/, void* pParam, T** ppElement) override {
+        if (ppElement == nullptr || m_pAlloc == nullptr) {
+            return false;
+        }
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_freeElements.Empty() ? HandOutNew(pParam, ppElement) : HandOutFree(pParam, ppElement);
+    }
+
+    bool RecoveryResource(ITnPoolElement* pElement) override {
+        if (pElement == nullptr) {
+            return false;
+        }
+        pElement->ClearResource();
+        pElement->SetParent(nullptr);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        // A stranger's element can come without reserved room; elements of this pool never do.
+        m_freeElements.Reserve(m_freeElements.Size() + 1);
+        m_freeElements.PushBack(pElement);
+        return true;
+    }
+
+private:
+    // Both lists have grown before the allocator is asked, so nothing can fail once the element
+    // exists.
+    bool HandOutNew(void* pParam, T** ppElement) {
+        if (m_elements.size() >= m_nMaxCount) {
+            return false;
+        }
+        m_freeElements.Reserve(m_elements.size() + 1);
+        m_elements.reserve(RoomFor(m_elements.size() + 1));
+        ITnPoolElement* pElement = nullptr;
+        if (!m_pAlloc->AllocElement(pParam, &pElement)) {
+            return false;
+        }
+        *ppElement = dynamic_cast<T*>(pElement);
+        if (*ppElement == nullptr) {
+            if (pElement != nullptr) {
+                pElement->Release();
+            }
+            return false;
+        }
+        m_elements.push_back(pElement);
+        Lend(pElement);
+        return true;
+    }
+
+    // The element leaves the free list only after it has been re-initialised: when that throws,
+    // it stays where it was, cleared again.
+    bool HandOutFree(void* pParam, T** ppElement) {
+        ITnPoolElement* pElement = m_freeElements.Front();
+        *ppElement = dynamic_cast<T*>(pElement);
+        if (*ppElement == nullptr) {
+            return false;
+        }
+        try {
+            m_pAlloc->SetElementParam(pElement, pParam);
+        } catch (...) {
+            *ppElement = nullptr;
+            pElement->ClearResource();
+            throw;
+        }
+        m_freeElements.PopFront();
+        Lend(pElement);
+        return true;
+    }
+
+    void Lend(ITnPoolElement* pElement) {
+        pElement->SetParent(this);
+        pElement->AddRef();
+    }
+
+    // Drops the pool's reference. An element with one holder returns here and is cleared under its
+    // holder's hands, which is contractual; with two or more, Release alone would leave the parent
+    // link in place, and a later return would address a pool that is gone.
+    void LetGo(ITnPoolElement* pElement) {
+        constexpr int kTwoHoldersAndPool = 3;
+        pElement->AddRef();
+        if (pElement->Release() >= kTwoHoldersAndPool) {
+            pElement->SetParent(nullptr);
+        }
+        pElement->Release();
+    }
+
+    static std::size_t RoomFor(std::size_t nCount) {
+        std::size_t nRoom = 8;
+        while (nRoom < nCount) {
+            nRoom *= 2;
+        }
+        return nRoom;
+    }
+
+    std::mutex m_mutex;
+    std::vector<ITnPoolElement*> m_elements;             // guarded by m_mutex; only grows
+    tnrobot::RingQueue<ITnPoolElement*> m_freeElements;  // guarded by m_mutex; front returned first
+    unsigned int m_nMaxCount = 4294967295U;              // guarded by m_mutex
+    ITnElementAlloc* m_pAlloc;                           // one reference
+};
+
+#endif  // TNROBOTKERNEL_POOL_H_

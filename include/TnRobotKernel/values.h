@@ -1,0 +1,311 @@
+// Typed data values, the functions that create them, and named groups of values.
+
+#ifndef TNROBOTKERNEL_VALUES_H_
+#define TNROBOTKERNEL_VALUES_H_
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "TnRobotKernel/core.h"
+#include "TnRobotKernel/memory.h"
+#include "TnRobotKernel/pool.h"
+
+/// Type of a data value; saved as its number.
+enum ETnRobotDataValueType : int {
+    DATA_TYPE_NONE = 0,       ///< no value
+    DATA_TYPE_BOOL = 1,       ///< one byte, 0 or 1
+    DATA_TYPE_SHORT = 2,      ///< signed, 2 bytes
+    DATA_TYPE_USHORT = 3,     ///< unsigned, 2 bytes
+    DATA_TYPE_INT = 4,        ///< signed, 4 bytes
+    DATA_TYPE_UINT = 5,       ///< unsigned, 4 bytes
+    DATA_TYPE_FLOAT = 6,      ///< IEEE 754, 4 bytes
+    DATA_TYPE_DOUBLE = 7,     ///< IEEE 754, 8 bytes
+    DATA_TYPE_LONGLONG = 8,   ///< signed, 8 bytes
+    DATA_TYPE_ULONGLONG = 9,  ///< unsigned, 8 bytes
+    DATA_TYPE_STRING = 10,    ///< characters and their terminating zero
+    DATA_TYPE_BLOCK = 11,     ///< any bytes
+    DATA_TYPE_CHAR = 12,      ///< the character and one zero byte
+    DATA_TYPE_BYTE = 13,      ///< one unsigned byte
+};
+
+/// One value of one type. A value is read as exactly the type it has; it converts to text only.
+///
+/// The typed readers share one rule: on a match *pError is 0 and the result is the value;
+/// otherwise *pError is -1, the result is 0 (null for pointers) and a length is not written.
+/// pError may be null. A value that was saved and loaded again keeps the length it had before
+/// the load (8 for a new one, as in a loaded group); its bytes are followed by zeros as far as
+/// that length reaches.
+///
+/// Lifetime: values come from the process-wide pool and return to it, cleared, with their last
+///           holder's Release.
+/// Threads:  AddRef and Release are thread-safe; the rest is externally synchronised.
+class TN_ROBOT_API ITnRobotDataValue : public ITnPoolElement, public ITnRobotSerialize {
+public:
+    ~ITnRobotDataValue() override;
+
+    /// @return the value's type.
+    virtual ETnRobotDataValueType GetDataValueType() = 0;
+
+    /// @return the value when its type is DATA_TYPE_BOOL.
+    virtual bool BoolData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_CHAR.
+    virtual char CharData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_BYTE.
+    virtual unsigned char ByteData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_SHORT.
+    virtual short ShortData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_USHORT.
+    virtual unsigned short UShortData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_INT.
+    virtual int IntData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_UINT.
+    virtual unsigned int UintData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_FLOAT.
+    virtual float FloatData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_DOUBLE.
+    virtual double DoubleData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_LONGLONG.
+    virtual long long LonglongData(int* pError) = 0;
+
+    /// @return the value when its type is DATA_TYPE_ULONGLONG.
+    virtual unsigned long long ULonglongData(int* pError) = 0;
+
+    /// @param[out] nLength  recorded length in bytes, terminating zero included.
+    /// @return the characters when the type is DATA_TYPE_STRING; borrowed until the value is
+    ///         initialised again, loaded or released.
+    virtual const char* StringData(int& nLength, int* pError) = 0;
+
+    /// @param[out] nLength  recorded length in bytes.
+    /// @return the bytes when the type is DATA_TYPE_BLOCK, null for an empty block; borrowed
+    ///         until the value is initialised again, loaded or released.
+    virtual const void* BlockData(unsigned int& nLength, int* pError) = 0;
+
+    /// The value as text: numbers as printf's %d, %u, %f and %lld would (an unsigned 64-bit
+    /// number too, so that the upper half prints as negative), blocks as lower-case hexadecimal.
+    /// @param[out] pLength  length of the text plus one, 0 for a value without data; may be null.
+    /// @return text owned by the value, borrowed until the value is initialised again or released.
+    virtual const char* Convert2String(unsigned int* pLength) = 0;
+
+    /// Makes this value an independent copy. @param[in] pSource  borrowed for the call; null and
+    /// values of another implementation are ignored.
+    virtual void Copy(ITnRobotDataValue* pSource) = 0;
+
+    /// @return a copy from the process-wide pool: +1, caller releases; null without a pool.
+    virtual ITnRobotDataValue* Clone() = 0;
+};
+
+/// A dictionary of data values by name. Names are compared byte for byte; their order in
+/// enumeration and in files is not specified.
+///
+/// Typed getters follow the readers of ITnRobotDataValue; a name that is missing reads as an
+/// error. Typed setters replace a value of any type, return 0 on success and -1 when no value
+/// can be made (the entry is left as it was), and accept the empty name; so do typed getters.
+/// In both, and in GetDataValueType, a null name throws std::logic_error.
+///
+/// Lifetime: holds one reference to each of its values.
+/// Threads:  externally synchronised.
+class TN_ROBOT_API ITnRobotDataValueGroup : public ITnUnknown, public ITnRobotSerialize {
+public:
+    ~ITnRobotDataValueGroup() override;
+
+    /// Stores a value under a name. @param[in] pValue  one reference is taken.
+    /// @return 0, or -1 for a null or empty name or a null value.
+    virtual int SetValue(const char* lpszName, ITnRobotDataValue* pValue) = 0;
+
+    /// @param[out] ppValue  +1, caller releases; untouched on failure.
+    /// @return 0, or -1 for a null or empty name or one that is not there.
+    virtual int GetValue(const char* lpszName, ITnRobotDataValue** ppValue) = 0;
+
+    /// @return whether the name is there; false for a null or empty name.
+    virtual bool HasValue(const char* lpszName) = 0;
+
+    /// Removes an entry. @return 0, or -1 for a null or empty name or one that is not there.
+    virtual int RemoveValue(const char* lpszName) = 0;
+
+    /// Removes every entry. @return always 0.
+    virtual int ClearAllValues() = 0;
+
+    /// Appends a (name, type) pair for each entry. @param[in,out] names  not cleared first.
+    /// @return the number of pairs now in the list.
+    virtual int GetAllDataName(std::vector<std::pair<std::string, ETnRobotDataValueType>>& names) = 0;
+
+    /// @return the type of the named value, DATA_TYPE_NONE when it is not there.
+    virtual ETnRobotDataValueType GetDataValueType(const char* lpszName) = 0;
+
+    /// Stores a DATA_TYPE_BOOL value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, bool bValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_BOOL.
+    virtual bool BoolData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_CHAR value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, char chValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_CHAR.
+    virtual char CharData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_BYTE value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, unsigned char byValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_BYTE.
+    virtual unsigned char ByteData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_SHORT value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, short nValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_SHORT.
+    virtual short ShortData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_USHORT value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, unsigned short nValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_USHORT.
+    virtual unsigned short UShortData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_INT value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, int nValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_INT.
+    virtual int IntData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_UINT value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, unsigned int nValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_UINT.
+    virtual unsigned int UintData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_FLOAT value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, float fValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_FLOAT.
+    virtual float FloatData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_DOUBLE value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, double dValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_DOUBLE.
+    virtual double DoubleData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_LONGLONG value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, long long nValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_LONGLONG.
+    virtual long long LonglongData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a DATA_TYPE_ULONGLONG value. @return 0 on success, -1 on failure.
+    virtual int SetValue(const char* lpszName, unsigned long long nValue) = 0;
+
+    /// @return the named value when its type is DATA_TYPE_ULONGLONG.
+    virtual unsigned long long ULonglongData(const char* lpszName, int* pError) = 0;
+
+    /// Stores a text, copied. @return 0 on success, -1 on failure, which includes a null text.
+    virtual int SetValue(const char* lpszName, const char* lpszValue) = 0;
+
+    /// @return the named text; borrowed until the entry or its value changes.
+    virtual const char* StringData(const char* lpszName, int* pError) = 0;
+
+    /// Stores nSize bytes, copied. @return 0 on success, -1 on failure, which includes null pData
+    /// with a size above 0.
+    virtual int SetValue(const char* lpszName, const void* pData, unsigned int nSize) = 0;
+
+    /// @param[out] nLength  recorded length in bytes. @return the named bytes; borrowed until the
+    /// entry or its value changes.
+    virtual const void* BlockData(const char* lpszName, unsigned int& nLength, int* pError) = 0;
+
+    /// Replaces all entries by copies of another group's. A group copied onto itself ends empty.
+    /// @param[in] pSource  borrowed for the call; null and groups of another implementation are
+    ///            ignored.
+    virtual void Copy(ITnRobotDataValueGroup* pSource) = 0;
+
+    /// @return a copy of the group: +1, caller releases.
+    virtual ITnRobotDataValueGroup* Clone() = 0;
+};
+
+/// Creates a DATA_TYPE_BOOL value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotBoolData(bool bValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_CHAR value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotCharData(char chValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_BYTE value. Bits above the lowest 8 are dropped. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotByteData(unsigned short nValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_SHORT value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotShortData(short nValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_USHORT value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotUShortData(unsigned short nValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_INT value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotIntData(int nValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_UINT value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotUintData(unsigned int nValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_FLOAT value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotFloatData(float fValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_DOUBLE value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotDoubleData(double dValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_LONGLONG value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotLonglongData(long long nValue, ITnRobotDataValue** ppValue);
+
+/// Creates a DATA_TYPE_ULONGLONG value. Thread-safe.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotULonglongData(unsigned long long nValue, ITnRobotDataValue** ppValue);
+
+/// Creates a text value. Thread-safe.
+/// @param[in]  lpszValue  copied, terminating zero included.
+/// @param[out] ppValue    +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null argument.
+TN_ROBOT_API int TnCreateRobotStringData(const char* lpszValue, ITnRobotDataValue** ppValue);
+
+/// Creates a block value. Thread-safe.
+/// @param[in]  pData    nSize bytes, copied; may be null when nSize is 0.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool, for a null ppValue, or null pData with bytes.
+TN_ROBOT_API int TnCreateRobotBlockData(const void* pData, unsigned int nSize, ITnRobotDataValue** ppValue);
+
+/// Creates a block value from everything in a stream. Thread-safe as far as the stream is.
+/// @param[in]  pStream  borrowed for the call, read from its beginning; null gives an empty block.
+/// @param[out] ppValue  +1, caller releases; untouched on failure.
+/// @return 0 on success, -1 without a value pool or for a null ppValue.
+TN_ROBOT_API int TnCreateRobotBlockData(ITnRobotMemDataStream* pStream, ITnRobotDataValue** ppValue);
+
+/// Creates an empty group. Thread-safe. @param[out] ppGroup  +1, caller releases; untouched on
+/// failure. @return 1, or 0 without a value pool.
+TN_ROBOT_API int TnCreateRobotValueDataGroup(ITnRobotDataValueGroup** ppGroup);
+
+#endif  // TNROBOTKERNEL_VALUES_H_

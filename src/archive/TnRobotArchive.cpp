@@ -1,0 +1,344 @@
+#include "archive/TnRobotArchive.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+namespace {
+
+// Indexes and counts have 16 bits, and this value stands for "no index".
+constexpr std::uint16_t kNoIndex = 65535;
+constexpr std::size_t kMaxEntries = 65535;
+
+// Deeper nesting would end in an exhausted stack.
+constexpr int kMaxDepth = 4096;
+
+// Bytes asked of a file at once: memory grows only as bytes really arrive.
+constexpr std::size_t kReadStep = 1U << 20;
+
+class DepthGuard {
+public:
+    explicit DepthGuard(int& nDepth) : m_nDepth(nDepth) { ++m_nDepth; }
+    ~DepthGuard() { --m_nDepth; }
+    DepthGuard(const DepthGuard&) = delete;
+    DepthGuard& operator=(const DepthGuard&) = delete;
+    bool IsTooDeep() const { return m_nDepth > kMaxDepth; }
+
+private:
+    int& m_nDepth;
+};
+
+}  // namespace
+
+ITnRobotArchive::~ITnRobotArchive() = default;
+
+bool CTnRobotArchive::Attach(ITnRobotFile* pFile, bool bStoring) {
+    if (pFile == nullptr || m_file) {
+        return false;
+    }
+    m_file = tnrobot::Ref<ITnRobotFile>::Share(pFile);
+    m_bStoring = bStoring;
+    return true;
+}
+
+void CTnRobotArchive::Detach() {
+    m_file.Reset();
+}
+
+bool CTnRobotArchive::IsStoring() const {
+    return m_file && m_bStoring;
+}
+
+bool CTnRobotArchive::IsLoading() const {
+    return m_file && !m_bStoring;
+}
+
+long long CTnRobotArchive::Write(const void* pData, long long nCount) {
+    return m_file ? m_file->Write(pData, nCount) : 0;
+}
+
+long long CTnRobotArchive::Read(void* pData, long long nCount) {
+    return m_file ? m_file->Read(pData, nCount) : -1;
+}
+
+void CTnRobotArchive::Flush() {
+    if (m_file) {
+        m_file->Flush();
+    }
+}
+
+template <typename T>
+bool CTnRobotArchive::_WriteNumber(T value) {
+    return Write(&value, sizeof(value)) != 0;
+}
+
+// A short read is a success whose missing bytes are zero; a file that answers nothing or -1 has
+// failed, and what it may have left in the number is not taken as read.
+template <typename T>
+bool CTnRobotArchive::_ReadNumber(T& value) {
+    T read = 0;
+    const bool bOk = Read(&read, sizeof(read)) > 0;
+    value = bOk ? read : T{0};
+    return bOk;
+}
+
+// Reads up to nCount bytes and appends a zero byte. Like every read it fails only when nothing
+// arrives; what stays short of one step is zero.
+bool CTnRobotArchive::_ReadBytes(std::vector<char>& bytes, std::size_t nCount, std::size_t& nArrived) {
+    bytes.clear();
+    nArrived = 0;
+    while (nArrived < nCount) {
+        const std::size_t nStep = std::min(nCount - nArrived, kReadStep);
+        bytes.resize(nArrived + nStep + 1);
+        const long long nRead = Read(bytes.data() + nArrived, static_cast<long long>(nStep));
+        if (nRead <= 0) {
+            std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(nArrived), bytes.end(), '\0');
+            break;
+        }
+        nArrived += std::min(static_cast<std::size_t>(nRead), nStep);
+        if (nRead < static_cast<long long>(nStep)) {
+            break;
+        }
+    }
+    return nArrived != 0 || nCount == 0;
+}
+
+int CTnRobotArchive::WriteString(const char* lpszText) {
+    if (!m_file || lpszText == nullptr) {
+        return 0;
+    }
+    const std::size_t nLength = std::strlen(lpszText);
+    if (nLength >= static_cast<std::size_t>(INT_MAX)) {
+        return 0;  // the count has 31 bits: such a text could not be read
+    }
+    const int nCount = nLength != 0 ? static_cast<int>(nLength + 1) : 0;
+    if (!_WriteNumber(nCount)) {
+        return 0;
+    }
+    return nCount == 0 || Write(lpszText, nCount) != 0 ? 1 : 0;
+}
+
+const char* CTnRobotArchive::ReadString(int& nLength, int* pError) {
+    bool bOk = !m_file || _ReadNumber(nLength);
+    bOk = bOk && nLength >= 0;
+    const auto nCount = static_cast<std::size_t>(std::max(nLength, 0));
+    if (bOk && nCount != 0 && m_file) {
+        std::size_t nArrived = 0;
+        bOk = _ReadBytes(m_textBuffer, nCount, nArrived);
+        if (bOk) {
+            nLength = static_cast<int>(std::min(nCount, m_textBuffer.size() - 1));
+        }
+    } else if (bOk && nCount != 0) {
+        // Detached: callers get the buffer at the length they came with.
+        m_textBuffer.resize(nCount + 1);
+        m_textBuffer.back() = '\0';
+    }
+    if (pError != nullptr) {
+        *pError = bOk ? 0 : -1;
+    }
+    return bOk && nCount != 0 ? m_textBuffer.data() : nullptr;
+}
+
+int CTnRobotArchive::WriteObject(CTnRobotObject* pObject) {
+    const DepthGuard depth(m_nDepth);
+    if (!m_file || depth.IsTooDeep()) {
+        return 0;
+    }
+    if (pObject == nullptr) {
+        _WriteNumber(std::uint8_t{0});
+        return 0;  // a null object is written, and reported as 0
+    }
+    const auto it = m_objectIndexes.find(pObject);
+    if (it == m_objectIndexes.end()) {
+        return _WriteNewObject(pObject);
+    }
+    return _WriteNumber(std::uint8_t{1}) && _WriteNumber(std::uint8_t{0}) && _WriteNumber(it->second) ? 1 : 0;
+}
+
+// The object enters the tables before its contents are written, so that a ring of objects meets
+// itself again, but not before the record has begun: a failed first write leaves the tables alone.
+int CTnRobotArchive::_WriteNewObject(CTnRobotObject* pObject) {
+    const STnRuntimeClass* pClass = pObject->GetRuntimeClass();
+    if (pClass == nullptr || pClass->m_lpszClassGuid == nullptr || !_HasRoomFor(pClass->m_lpszClassGuid)) {
+        return 0;
+    }
+    if (!_WriteNumber(std::uint8_t{1}) || !_WriteNumber(std::uint8_t{1})) {
+        return 0;
+    }
+    if (!_WriteNumber(_AddObject(pObject, _ClassIndex(pClass->m_lpszClassGuid)))) {
+        return 0;
+    }
+    auto* pSerialize = dynamic_cast<ITnRobotSerialize*>(pObject);
+    return pSerialize != nullptr ? pSerialize->Serialize(this) : 0;
+}
+
+bool CTnRobotArchive::_HasRoomFor(const char* lpszGuid) const {
+    return m_objectTable.size() < kMaxEntries &&
+           (m_classTable.size() < kMaxEntries || m_classIndexes.count(lpszGuid) != 0);
+}
+
+// The position of the identifier in the class table, where it is appended when it is new.
+std::uint16_t CTnRobotArchive::_ClassIndex(const std::string& strGuid) {
+    const auto [it, bNew] = m_classIndexes.emplace(strGuid, static_cast<std::uint16_t>(m_classTable.size()));
+    if (bNew) {
+        m_classTable.push_back(strGuid);
+    }
+    return it->second;
+}
+
+std::uint16_t CTnRobotArchive::_AddObject(CTnRobotObject* pObject, std::uint16_t nClass) {
+    const auto nIndex = static_cast<std::uint16_t>(m_objectTable.size());
+    m_objectTable.push_back({reinterpret_cast<std::uintptr_t>(pObject), pObject, nClass});
+    m_objectIndexes.emplace(pObject, nIndex);
+    return nIndex;
+}
+
+int CTnRobotArchive::ReadObject(CTnRobotObject** ppObject) {
+    const DepthGuard depth(m_nDepth);
+    if (!m_file || ppObject == nullptr || depth.IsTooDeep()) {
+        return 0;
+    }
+    std::uint8_t byPresent = 0;
+    std::uint8_t byNew = 0;
+    std::uint16_t nIndex = 0;
+    if (!_ReadNumber(byPresent) || byPresent == 0 || !_ReadNumber(byNew) || !_ReadNumber(nIndex)) {
+        return 0;
+    }
+    if (nIndex >= m_objectTable.size()) {
+        return 0;
+    }
+    return byNew != 0 ? _ReadNewObject(nIndex, ppObject) : _ReadSharedObject(nIndex, ppObject);
+}
+
+// What was read within an object that fails to load may be gone with it, so it counts as unread
+// again.
+int CTnRobotArchive::_ReadNewObject(std::uint16_t nIndex, CTnRobotObject** ppObject) {
+    const std::size_t nClass = m_objectTable[nIndex].m_nClass;
+    const char* lpszGuid = nClass < m_classTable.size() ? m_classTable[nClass].c_str() : "";
+    std::unique_ptr<CTnRobotObject> object(CTnRobotObject::CreateObjectFromGUID(lpszGuid));
+    *ppObject = nullptr;
+    if (!object) {
+        return 0;
+    }
+    const std::size_t nMark = m_readOrder.size();
+    auto* pSerialize = dynamic_cast<ITnRobotSerialize*>(object.get());
+    if (pSerialize == nullptr || pSerialize->Serialize(this) == 0) {
+        _ForgetObjectsSince(nMark);
+        return 0;
+    }
+    _RecordObject(nIndex, object.get());
+    *ppObject = object.release();
+    return 1;
+}
+
+// Every reader of a shared object owns a reference, where the object counts references.
+int CTnRobotArchive::_ReadSharedObject(std::uint16_t nIndex, CTnRobotObject** ppObject) {
+    CTnRobotObject* pObject = m_objectTable[nIndex].m_pObject;
+    *ppObject = pObject;
+    if (pObject == nullptr) {
+        return 0;  // only a damaged file refers to an object that was not read before
+    }
+    if (auto* pUnknown = dynamic_cast<ITnUnknown*>(pObject)) {
+        pUnknown->AddRef();
+    }
+    return 1;
+}
+
+void CTnRobotArchive::_RecordObject(std::uint16_t nIndex, CTnRobotObject* pObject) {
+    m_readOrder.push_back(nIndex);
+    _ForgetObject(nIndex);
+    m_objectTable[nIndex].m_pObject = pObject;
+    m_objectIndexes.emplace(pObject, nIndex);
+}
+
+void CTnRobotArchive::_ForgetObject(std::uint16_t nIndex) {
+    CTnRobotObject* pObject = std::exchange(m_objectTable[nIndex].m_pObject, nullptr);
+    const auto it = m_objectIndexes.find(pObject);
+    if (it != m_objectIndexes.end() && it->second == nIndex) {
+        m_objectIndexes.erase(it);
+    }
+}
+
+void CTnRobotArchive::_ForgetObjectsSince(std::size_t nMark) {
+    while (m_readOrder.size() > nMark) {
+        _ForgetObject(m_readOrder.back());
+        m_readOrder.pop_back();
+    }
+}
+
+int CTnRobotArchive::WriteMapHeader() {
+    if (!m_file || m_classTable.size() > kMaxEntries || m_objectTable.size() > kMaxEntries) {
+        return 0;
+    }
+    return _WriteClassTable() && _WriteObjectTable() ? 1 : 0;
+}
+
+// Identifiers carry no terminating zero, other than texts.
+bool CTnRobotArchive::_WriteClassTable() {
+    if (!_WriteNumber(static_cast<std::uint16_t>(m_classTable.size()))) {
+        return false;
+    }
+    return std::all_of(m_classTable.begin(), m_classTable.end(), [this](const std::string& strGuid) {
+        const auto nLength = static_cast<std::uint32_t>(strGuid.size());
+        return _WriteNumber(nLength) && (nLength == 0 || Write(strGuid.data(), nLength) != 0);
+    });
+}
+
+bool CTnRobotArchive::_WriteObjectTable() {
+    if (!_WriteNumber(static_cast<std::uint16_t>(m_objectTable.size()))) {
+        return false;
+    }
+    return std::all_of(m_objectTable.begin(), m_objectTable.end(), [this](const ObjectEntry& entry) {
+        return _WriteNumber(entry.m_nIdentity) && _WriteNumber(entry.m_nClass);
+    });
+}
+
+int CTnRobotArchive::ReadMapHeader() {
+    if (!m_file) {
+        return 1;
+    }
+    return _ReadClassTable() && _ReadObjectTable() ? 1 : 0;
+}
+
+bool CTnRobotArchive::_ReadClassTable() {
+    std::uint16_t nClasses = 0;
+    if (!_ReadNumber(nClasses)) {
+        return false;
+    }
+    std::vector<char> bytes;
+    for (unsigned int i = 0; i < nClasses; ++i) {
+        std::uint32_t nLength = 0;
+        std::size_t nArrived = 0;
+        if (!_ReadNumber(nLength) || !_ReadBytes(bytes, nLength, nArrived)) {
+            return false;
+        }
+        m_classTable.emplace_back(bytes.data(), nArrived);
+        if (m_classTable.size() <= kMaxEntries) {
+            m_classIndexes.emplace(m_classTable.back(), static_cast<std::uint16_t>(m_classTable.size() - 1));
+        }
+    }
+    return true;
+}
+
+bool CTnRobotArchive::_ReadObjectTable() {
+    std::uint16_t nObjects = 0;
+    if (!_ReadNumber(nObjects)) {
+        return false;
+    }
+    for (unsigned int i = 0; i < nObjects; ++i) {
+        std::uint64_t nIdentity = 0;
+        std::uint16_t nClass = 0;
+        if (!_ReadNumber(nIdentity) || !_ReadNumber(nClass)) {
+            return false;
+        }
+        m_objectTable.push_back({nIdentity, nullptr, nClass});
+    }
+    return true;
+}
+
+int TnCreateRobotArchive(ITnRobotArchive** ppArchive) {
+    *ppArchive = new CTnRobotArchive;
+    return 1;
+}

@@ -1,0 +1,12 @@
+#include "core/TnFormat.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+int _tnsprintf(char* lpszBuffer, unsigned int /*nSize*/, const char* lpszFormat, ...) {
+    va_list args;
+    va_start(args, lpszFormat);
+    const int nWritten = std::vsprintf(lpszBuffer, lpszFormat, args);
+    va_end(args);
+    return nWritten;
+}

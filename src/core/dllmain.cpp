@@ -1,0 +1,34 @@
+// What happens when the library is loaded and unloaded. All of it stands in this file, because
+// only within one file is the order fixed: objects are made from top to bottom at load, and go
+// from bottom to top at unload and at the end of the process.
+
+#include <ios>
+
+#include "TnRobotKernel/utilities.h"
+#include "core/TnRobotDirectories.h"
+
+std::string g_strWorkDir;
+std::string g_strDebugDir;
+std::string g_strProfileDir;
+
+namespace {
+
+void library_init() {
+    TnRobotUtils::Init();
+}
+
+void library_cleanup() {
+    TnRobotUtils::Destroy();
+}
+
+struct LibraryHooks {
+    LibraryHooks() { library_init(); }
+    ~LibraryHooks() { library_cleanup(); }
+    LibraryHooks(const LibraryHooks&) = delete;
+    LibraryHooks& operator=(const LibraryHooks&) = delete;
+};
+
+const LibraryHooks s_hooks;
+const std::ios_base::Init s_standardStreams;
+
+}  // namespace

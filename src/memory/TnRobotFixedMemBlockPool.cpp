@@ -1,0 +1,166 @@
+#include "memory/TnRobotFixedMemBlockPool.h"
+
+#include <cassert>
+#include <memory>
+#include <typeinfo>
+
+#include "core/TnCreateInstance.h"
+#include "core/TnIdleTime.h"
+#include "core/TnSanitizer.h"
+
+namespace {
+
+void HideContent(CTnRobotMemoryBlock* pBlock) {
+    unsigned int nSize = 0;
+    const unsigned char* pData = pBlock->QueryMemory(nSize);
+    tnrobot::PoisonMemory(pData, nSize);
+}
+
+void ShowContent(CTnRobotMemoryBlock* pBlock) {
+    unsigned int nSize = 0;
+    const unsigned char* pData = pBlock->QueryMemory(nSize);
+    tnrobot::UnpoisonMemory(pData, nSize);
+}
+
+// The class is final, so comparing the type says as much as a checked cast and costs less.
+CTnRobotMemoryBlock* PooledBlock(ITnRobotMemoryBlock* pBlock) {
+    if (pBlock == nullptr || typeid(*pBlock) != typeid(CTnRobotMemoryBlock)) {
+        return nullptr;
+    }
+    return static_cast<CTnRobotMemoryBlock*>(pBlock);
+}
+
+}  // namespace
+
+int CTnRobotFixedMemBlockPool::CreateInstance(unsigned int nBlockSize, unsigned int nMaxCount, double dIdleSeconds,
+                                              CTnRobotFixedMemBlockPool** ppPool) {
+    if (ppPool == nullptr) {
+        return 0;
+    }
+    return tnrobot::FinishInstance(
+        new CTnRobotFixedMemBlockPool(dIdleSeconds), ppPool,
+        [&](CTnRobotFixedMemBlockPool& pool) { return pool._Initialize(nBlockSize, nMaxCount) != 0; });
+}
+
+int CTnRobotFixedMemBlockPool::_Initialize(unsigned int nBlockSize, unsigned int nMaxCount) {
+    if (nBlockSize == 0 || nMaxCount == 0) {
+        return 0;
+    }
+    m_nBlockSize = nBlockSize;
+    m_nMaxCount = nMaxCount;
+    return 1;
+}
+
+// Blocks that callers hold live on without a parent. A block whose last holder has just let go
+// is neither held nor back on the free list yet: that thread is about to call RecoveryMemBuff, so
+// the pool waits for it.
+CTnRobotFixedMemBlockPool::~CTnRobotFixedMemBlockPool() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_bClosing = true;
+    _FreeAllFreeBlocks();
+    for (auto it = m_allBlocks.begin(); it != m_allBlocks.end();) {
+        it = (*it)->Abandon() ? m_allBlocks.erase(it) : std::next(it);
+    }
+    while (!m_allBlocks.empty()) {
+        m_returned.wait(lock, [this] { return !m_freeBlocks.Empty(); });
+        _FreeAllFreeBlocks();
+    }
+}
+
+int CTnRobotFixedMemBlockPool::QueryBlock(ITnRobotMemoryBlock** ppBlock) {
+    if (ppBlock == nullptr) {
+        return 0;
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    CTnRobotMemoryBlock* pBlock = nullptr;
+    if (!m_freeBlocks.Empty()) {
+        pBlock = m_freeBlocks.Front();
+        m_freeBlocks.PopFront();
+        ShowContent(pBlock);
+    } else {
+        pBlock = _MakeBlock();
+        if (pBlock == nullptr) {
+            return 0;
+        }
+    }
+    pBlock->AddRef();
+    *ppBlock = pBlock;
+    return 1;
+}
+
+// The new block is owned by a pointer until the set holds it, so a failed growth leaks nothing.
+CTnRobotMemoryBlock* CTnRobotFixedMemBlockPool::_MakeBlock() {
+    if (m_allBlocks.size() >= m_nMaxCount) {
+        return nullptr;
+    }
+    m_freeBlocks.Reserve(m_allBlocks.size() + 1);
+    auto block = std::make_unique<CTnRobotMemoryBlock>(CTnRobotMemoryBlock::kOwnsMemory, this);
+    block->SetMemData(new unsigned char[m_nBlockSize], m_nBlockSize);
+    m_allBlocks.insert(block.get());
+    return block.release();
+}
+
+void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
+    CTnRobotMemoryBlock* pPooled = PooledBlock(pBlock);
+    if (pPooled == nullptr) {
+        return;
+    }
+    pPooled->ClearResource();
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_freeBlocks.Reserve(m_freeBlocks.Size() + 1);  // only a stranger's block finds no room
+    pPooled->UpdateRecoveryTime();
+    HideContent(pPooled);
+    m_freeBlocks.PushFront(pPooled);
+    if (m_bClosing) {
+        m_returned.notify_all();
+    }
+}
+
+// Blocks enter at the front and leave at the back, so the sweep may stop at the first young one.
+void CTnRobotFixedMemBlockPool::FreeUnuseMemory() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    while (!m_freeBlocks.Empty()) {
+        const auto now = std::chrono::system_clock::now();
+        if (tnrobot::SecondsBetween(m_freeBlocks.Back()->GetRecoveryTime(), now) < m_dIdleSeconds) {
+            break;
+        }
+        _FreeOldestBlock();
+    }
+    if (tnrobot::kCheckInvariants) {
+        _CheckInvariants();
+    }
+}
+
+// RecoveryMemBuff takes any block, also a stranger's or one twice; only what the set holds has a
+// reference of the pool's to give back.
+void CTnRobotFixedMemBlockPool::_FreeOldestBlock() {
+    CTnRobotMemoryBlock* pBlock = m_freeBlocks.Back();
+    m_freeBlocks.PopBack();
+    if (m_allBlocks.erase(pBlock) == 1) {
+        ShowContent(pBlock);
+        pBlock->Release();
+    }
+}
+
+void CTnRobotFixedMemBlockPool::_FreeAllFreeBlocks() {
+    while (!m_freeBlocks.Empty()) {
+        _FreeOldestBlock();
+    }
+}
+
+unsigned int CTnRobotFixedMemBlockPool::GetCount() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return static_cast<unsigned int>(m_allBlocks.size());
+}
+
+unsigned int CTnRobotFixedMemBlockPool::GetMemorySize() const {
+    return m_nBlockSize * GetCount();
+}
+
+void CTnRobotFixedMemBlockPool::_CheckInvariants() const {
+    assert(m_allBlocks.size() <= m_nMaxCount);
+    for (const CTnRobotMemoryBlock* pBlock : m_allBlocks) {
+        assert(pBlock->GetCapacity() == m_nBlockSize);
+        static_cast<void>(pBlock);
+    }
+}

@@ -1,0 +1,71 @@
+// Pool of memory blocks of one capacity.
+
+#ifndef TNROBOTKERNEL_SRC_MEMORY_TNROBOTFIXEDMEMBLOCKPOOL_H_
+#define TNROBOTKERNEL_SRC_MEMORY_TNROBOTFIXEDMEMBLOCKPOOL_H_
+
+#include <condition_variable>
+#include <mutex>
+#include <set>
+
+#include "TnRobotKernel/detail/RingQueue.h"
+#include "memory/TnRobotMemoryBlock.h"
+
+/// Hands out blocks of one capacity, reuses the most recently returned one first, and frees those
+/// that have lain unused for longer than the idle time.
+///
+/// Invariants (under m_mutex): every block that the pool made and still owns is in m_allBlocks,
+/// with one reference of the pool's; m_freeBlocks holds those that nobody else refers to, most
+/// recently returned first, and has room for all of them, so that taking one back cannot fail.
+///
+/// Lock order: the general pool's lock, then m_mutex; nothing is called out to under m_mutex.
+/// Threads:    thread-safe. Blocks may be released while the pool is being destroyed.
+class CTnRobotFixedMemBlockPool final : public ITnUnknown, public ITnRobotMemoryBlockParent {
+public:
+    /// @param[in]  nBlockSize    capacity of every block in bytes, at least 1.
+    /// @param[in]  nMaxCount     most blocks the pool may own at once, at least 1.
+    /// @param[in]  dIdleSeconds  how long a free block may lie unused.
+    /// @param[out] ppPool        +1, caller releases; null on failure.
+    /// @return 1, or 0 for a size or count of 0 and for a null ppPool.
+    static int CreateInstance(unsigned int nBlockSize, unsigned int nMaxCount, double dIdleSeconds,
+                              CTnRobotFixedMemBlockPool** ppPool);
+
+    ~CTnRobotFixedMemBlockPool() override;
+
+    /// Hands out a block whose used size is its capacity.
+    /// @param[out] ppBlock  +1, caller releases; untouched on failure.
+    /// @return 1, or 0 for a null ppBlock or when the maximum is in use.
+    int QueryBlock(ITnRobotMemoryBlock** ppBlock);
+
+    void RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) override;
+
+    /// Frees the blocks that have been idle, oldest first, up to the first that is still young.
+    void FreeUnuseMemory();
+
+    /// @return number of blocks, in use and free.
+    unsigned int GetCount() const;
+
+    /// @return bytes in all blocks, modulo 2 to the 32nd.
+    unsigned int GetMemorySize() const;
+
+    /// @return whether the owner of the pool holds the only reference to it.
+    bool HasOneReference() const { return m_nRefCount.load() == 1; }
+
+private:
+    explicit CTnRobotFixedMemBlockPool(double dIdleSeconds) : m_dIdleSeconds(dIdleSeconds) {}
+    int _Initialize(unsigned int nBlockSize, unsigned int nMaxCount);
+    CTnRobotMemoryBlock* _MakeBlock();
+    void _FreeOldestBlock();
+    void _FreeAllFreeBlocks();
+    void _CheckInvariants() const;
+
+    unsigned int m_nBlockSize = 0;
+    unsigned int m_nMaxCount = 0;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_returned;                     // a block came back to a closing pool
+    std::set<CTnRobotMemoryBlock*> m_allBlocks;             // guarded by m_mutex
+    tnrobot::RingQueue<CTnRobotMemoryBlock*> m_freeBlocks;  // guarded by m_mutex
+    double m_dIdleSeconds;
+    bool m_bClosing = false;  // guarded by m_mutex
+};
+
+#endif  // TNROBOTKERNEL_SRC_MEMORY_TNROBOTFIXEDMEMBLOCKPOOL_H_

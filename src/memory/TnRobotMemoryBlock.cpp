@@ -1,0 +1,90 @@
+#include "memory/TnRobotMemoryBlock.h"
+
+ITnRobotMemoryBlock::~ITnRobotMemoryBlock() = default;
+ITnRobotMemoryBlockParent::~ITnRobotMemoryBlockParent() = default;
+ITnRobotMemoryBlockPool::~ITnRobotMemoryBlockPool() = default;
+
+CTnRobotMemoryBlock::CTnRobotMemoryBlock(unsigned int nFlags, ITnRobotMemoryBlockParent* pParent)
+    : m_pParent(pParent), m_nFlags(nFlags), m_recoveryTime(std::chrono::system_clock::now()) {}
+
+CTnRobotMemoryBlock::~CTnRobotMemoryBlock() {
+    if ((m_nFlags & kOwnsMemory) != 0) {
+        delete[] m_pData;
+    }
+}
+
+// A pool may be destroyed while another thread releases its block, so neither the block nor the
+// parent may be touched after the decrement, unless this release is the one that returns the
+// block: then the pool waits for it (see Abandon). The count is read before the parent: if the
+// pool lets the block go in between, the count has changed, the exchange fails and both are read
+// again.
+int CTnRobotMemoryBlock::Release() {
+    int nBefore = m_nRefCount.load();
+    ITnRobotMemoryBlockParent* pParent = nullptr;
+    do {
+        pParent = m_pParent.load();
+    } while (!m_nRefCount.compare_exchange_weak(nBefore, nBefore - 1));
+    if (nBefore == 2 && pParent != nullptr) {
+        pParent->RecoveryMemBuff(this);
+    } else if (nBefore == 1) {
+        delete this;
+    }
+    return nBefore - 1;
+}
+
+// The extra reference keeps every holder from taking the count from 2 to 1 while the parent is
+// being cleared. A count of 1 means that a holder has done so already, with the parent still set.
+bool CTnRobotMemoryBlock::Abandon() {
+    if (m_nRefCount.fetch_add(1) == 1) {
+        m_nRefCount.fetch_sub(1);
+        return false;
+    }
+    m_pParent.store(nullptr);
+    if (m_nRefCount.fetch_sub(2) == 2) {
+        delete this;
+    }
+    return true;
+}
+
+unsigned char* CTnRobotMemoryBlock::QueryMemory(unsigned int& nSize) {
+    nSize = m_nUsedSize;
+    return m_pData;
+}
+
+void CTnRobotMemoryBlock::SetMemData(unsigned char* pData, unsigned int nSize) {
+    m_pData = pData;
+    m_nCapacity = nSize;
+    m_nUsedSize = nSize;
+}
+
+int CTnRobotMemoryBlock::SetUsedSize(unsigned int nSize) {
+    if (nSize > m_nCapacity) {
+        return 0;
+    }
+    m_nUsedSize = nSize;
+    return 1;
+}
+
+void CTnRobotMemoryBlock::ClearResource() {
+    m_nUsedSize = m_nCapacity;
+}
+
+void CTnRobotMemoryBlock::SetParent(ITnRobotMemoryBlockParent* pParent) {
+    m_pParent.store(pParent);
+}
+
+void CTnRobotMemoryBlock::SetOwnerPtr(void* pOwner) {
+    m_pOwner = pOwner;
+}
+
+void* CTnRobotMemoryBlock::GetOwnerPtr() const {
+    return m_pOwner;
+}
+
+void CTnRobotMemoryBlock::UpdateRecoveryTime() {
+    m_recoveryTime = std::chrono::system_clock::now();
+}
+
+CTnRobotMemoryBlock::TimePoint CTnRobotMemoryBlock::GetRecoveryTime() const {
+    return m_recoveryTime;
+}

@@ -1,0 +1,66 @@
+// The block that pools hand out.
+
+#ifndef TNROBOTKERNEL_SRC_MEMORY_TNROBOTMEMORYBLOCK_H_
+#define TNROBOTKERNEL_SRC_MEMORY_TNROBOTMEMORYBLOCK_H_
+
+#include <atomic>
+#include <chrono>
+
+#include "TnRobotKernel/memory.h"
+
+/// A pooled memory block.
+///
+/// In use it has the pool's reference and its holders'; free it has the pool's alone; orphaned
+/// (its pool is gone) it has no parent and only its holders'. The fall of the count from 2 to 1,
+/// not from 1 to 0, returns it to its parent.
+///
+/// Threads: AddRef, Release and Abandon are thread-safe; the rest belongs to the holder or, while
+///          the block is free, to the pool.
+class CTnRobotMemoryBlock final : public ITnRobotMemoryBlock {
+public:
+    using TimePoint = std::chrono::system_clock::time_point;
+
+    static constexpr unsigned int kOwnsMemory = 1;  ///< flag: data is freed with the block
+
+    /// @param[in] pParent  borrowed; null for none.
+    CTnRobotMemoryBlock(unsigned int nFlags, ITnRobotMemoryBlockParent* pParent);
+    ~CTnRobotMemoryBlock() override;
+
+    int Release() override;
+    unsigned char* QueryMemory(unsigned int& nSize) override;
+
+    /// Sets the memory; capacity and used size become nSize. The block frees pData (with array
+    /// delete) when it owns its memory.
+    void SetMemData(unsigned char* pData, unsigned int nSize);
+
+    /// @return 1, or 0 for a size above the capacity, which changes nothing.
+    int SetUsedSize(unsigned int nSize);
+
+    /// Makes the whole capacity count as used.
+    void ClearResource();
+
+    void SetParent(ITnRobotMemoryBlockParent* pParent);
+    void SetOwnerPtr(void* pOwner);
+    void* GetOwnerPtr() const;
+    void UpdateRecoveryTime();
+    TimePoint GetRecoveryTime() const;
+
+    /// Lets go of a block that is not free, for a pool that is being destroyed: clears the parent
+    /// and gives the pool's reference back, which leaves the block to its holders.
+    /// @return false, with nothing changed, when the last holder is just returning the block:
+    ///         RecoveryMemBuff is being called then.
+    bool Abandon();
+
+    unsigned int GetCapacity() const { return m_nCapacity; }
+
+private:
+    unsigned char* m_pData = nullptr;
+    unsigned int m_nCapacity = 0;
+    unsigned int m_nUsedSize = 0;
+    std::atomic<ITnRobotMemoryBlockParent*> m_pParent;  // not counted
+    void* m_pOwner = nullptr;                           // the pool's own bookkeeping
+    unsigned int m_nFlags;
+    TimePoint m_recoveryTime;
+};
+
+#endif  // TNROBOTKERNEL_SRC_MEMORY_TNROBOTMEMORYBLOCK_H_

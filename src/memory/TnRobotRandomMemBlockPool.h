@@ -1,0 +1,49 @@
+// The general pool: blocks of any size from one fixed-size pool per size class.
+
+#ifndef TNROBOTKERNEL_SRC_MEMORY_TNROBOTRANDOMMEMBLOCKPOOL_H_
+#define TNROBOTKERNEL_SRC_MEMORY_TNROBOTRANDOMMEMBLOCKPOOL_H_
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+
+#include "TnRobotKernel/memory.h"
+#include "core/TnRef.h"
+#include "memory/TnRobotFixedMemBlockPool.h"
+
+/// Rounds every request up to whole units of 32 KiB and keeps a fixed-size pool per rounded size,
+/// made on first demand and dropped by the sweep that finds it empty.
+///
+/// Invariant: a size class that the map has let go holds no block and no thread is asking it for
+/// one, so a block's parent is always in the map of a living pool.
+///
+/// Lock order: m_mutex, then the lock of a fixed pool.
+/// Threads:    thread-safe.
+class CTnRobotRandomMemBlockPool final : public ITnRobotMemoryBlockPool {
+public:
+    /// @param[in]  dIdleSeconds  idle time of blocks, and the least time between two sweeps.
+    /// @param[out] ppPool        +1, caller releases. @return 1, or 0 for a null ppPool.
+    static int CreateInstance(double dIdleSeconds, ITnRobotMemoryBlockPool** ppPool);
+
+    int QueryMemBuff(unsigned int nSize, ITnRobotMemoryBlock** ppBlock) override;
+    void FreeUnuseMemory() override;
+
+    /// Does nothing: blocks return to the fixed-size pool that made them.
+    void RecoveryMemBuff() {}
+
+private:
+    using FixedPool = tnrobot::Ref<CTnRobotFixedMemBlockPool>;
+
+    explicit CTnRobotRandomMemBlockPool(double dIdleSeconds);
+    bool _Init() { return true; }
+    FixedPool _SizeClass(unsigned int nRoundedSize);
+    bool _BeginSweep();
+
+    std::mutex m_mutex;
+    std::map<unsigned int, FixedPool> m_sizeClasses;  // guarded by m_mutex
+    std::atomic<std::chrono::system_clock::time_point> m_lastSweep;
+    const double m_dIdleSeconds;
+};
+
+#endif  // TNROBOTKERNEL_SRC_MEMORY_TNROBOTRANDOMMEMBLOCKPOOL_H_

@@ -1,0 +1,122 @@
+#include "values/TnRobotDataValuePool.h"
+
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "values/TnRobotDataValue.h"
+
+namespace {
+
+void Initialise(CTnRobotDataValue& value, const STnDataValueParam& param) {
+    if (param.m_pStream != nullptr) {
+        value.ResetData(param.m_eType, param.m_pStream);
+    } else {
+        value.ResetData(param.m_eType, param.m_pData, param.m_nCount);
+    }
+}
+
+}  // namespace
+
+bool CTnRobotDataValueEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppElement) {
+    auto value = tnrobot::Ref<CTnRobotDataValue>::Adopt(new CTnRobotDataValue);
+    if (pParam != nullptr) {
+        Initialise(*value.Get(), *static_cast<const STnDataValueParam*>(pParam));
+    }
+    *ppElement = value.Detach();
+    return true;
+}
+
+void CTnRobotDataValueEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pParam) {
+    auto* pValue = dynamic_cast<CTnRobotDataValue*>(pElement);
+    if (pParam != nullptr && pValue != nullptr) {
+        Initialise(*pValue, *static_cast<const STnDataValueParam*>(pParam));
+    }
+}
+
+CTnRobotDataValuePool::CTnRobotDataValuePool() {
+    const auto alloc = tnrobot::Ref<ITnElementAlloc>::Adopt(new CTnRobotDataValueEleAlloc);
+    m_pool = tnrobot::Ref<CTnRobotPool<ITnRobotDataValue>>::Adopt(new CTnRobotPool<ITnRobotDataValue>(alloc.Get()));
+    m_pool->SetMaxCount(std::numeric_limits<unsigned int>::max());
+}
+
+int CTnRobotDataValuePool::_Query(STnDataValueParam param, ITnRobotDataValue** ppValue) {
+    return m_pool->QueryPoolElement(0, &param, ppValue) ? 0 : -1;
+}
+
+template <typename T>
+int CTnRobotDataValuePool::_QueryScalar(ETnRobotDataValueType eType, const T& value, ITnRobotDataValue** ppValue) {
+    return _Query({&value, sizeof(T), nullptr, eType}, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryData(ITnRobotDataValue** ppValue) {
+    return _Query({nullptr, 0, nullptr, DATA_TYPE_NONE}, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryBoolData(bool bValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_BOOL, bValue, ppValue);
+}
+
+// A character is saved as two bytes: files hold it that way.
+int CTnRobotDataValuePool::QueryCharData(char chValue, ITnRobotDataValue** ppValue) {
+    const char chPair[2] = {chValue, '\0'};
+    return _QueryScalar(DATA_TYPE_CHAR, chPair, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryByteData(unsigned char byValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_BYTE, byValue, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryShortData(short nValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_SHORT, nValue, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryUShortData(unsigned short nValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_USHORT, nValue, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryIntData(int nValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_INT, nValue, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryUintData(unsigned int nValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_UINT, nValue, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryFloatData(float fValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_FLOAT, fValue, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryDoubleData(double dValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_DOUBLE, dValue, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryLonglongData(long long nValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_LONGLONG, nValue, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryULonglongData(unsigned long long nValue, ITnRobotDataValue** ppValue) {
+    return _QueryScalar(DATA_TYPE_ULONGLONG, nValue, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryStringData(const char* lpszValue, ITnRobotDataValue** ppValue) {
+    if (lpszValue == nullptr) {
+        return -1;
+    }
+    const std::size_t nSize = std::strlen(lpszValue) + 1;
+    if (nSize > std::numeric_limits<unsigned int>::max()) {
+        return -1;
+    }
+    return _Query({lpszValue, static_cast<unsigned int>(nSize), nullptr, DATA_TYPE_STRING}, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryBlockData(const void* pData, unsigned int nSize, ITnRobotDataValue** ppValue) {
+    if (pData == nullptr && nSize != 0) {
+        return -1;
+    }
+    return _Query({pData, nSize, nullptr, DATA_TYPE_BLOCK}, ppValue);
+}
+
+int CTnRobotDataValuePool::QueryBlockData(ITnRobotMemDataStream* pStream, ITnRobotDataValue** ppValue) {
+    return _Query({nullptr, 0, pStream, DATA_TYPE_BLOCK}, ppValue);
+}

@@ -1,0 +1,27 @@
+#include "core/TnRobotKernelInnerUtils.h"
+
+#include <atomic>
+
+#include "values/TnRobotDataValuePool.h"
+
+namespace {
+
+// Set at load and cleared at unload, while any thread may read it.
+std::atomic<CTnRobotDataValuePool*> g_pDataValuePool{nullptr};
+
+}  // namespace
+
+CTnRobotDataValuePool* TnQueryDataValuePool() {
+    return g_pDataValuePool.load(std::memory_order_acquire);
+}
+
+void TnRobotKernelInnerUtils::Init() {
+    if (TnQueryDataValuePool() == nullptr) {
+        g_pDataValuePool.store(new CTnRobotDataValuePool, std::memory_order_release);
+    }
+}
+
+// Destroyed directly, not released: whoever holds values holds no reference to the pool.
+void TnRobotKernelInnerUtils::Destroy() {
+    delete g_pDataValuePool.exchange(nullptr, std::memory_order_acq_rel);
+}
