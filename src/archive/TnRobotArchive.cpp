@@ -8,8 +8,7 @@
 
 namespace {
 
-// Indexes and counts have 16 bits, and this value stands for "no index".
-constexpr std::uint16_t kNoIndex = 65535;
+// Indexes and counts have 16 bits, and 65535 stands for "no index".
 constexpr std::size_t kMaxEntries = 65535;
 
 // Deeper nesting would end in an exhausted stack.

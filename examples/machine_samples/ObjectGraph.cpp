@@ -1,0 +1,144 @@
+#include "ObjectGraph.h"
+
+#include <cstdio>
+
+#include "Files.h"
+
+namespace {
+
+constexpr char kSharedTool[] = "gripper";
+constexpr const char* kArms[] = {"left arm", "right arm"};
+
+// What counted, serialisable objects with a name have in common. The two bases that count and
+// that are created by identifier are separate, so an object moves between them by dynamic_cast.
+class CNamedObject : public CTnRobotObject, public ITnRobotSerialize, public ITnUnknown {
+public:
+    const std::string& Name() const { return m_strName; }
+    void SetName(const char* lpszName) { m_strName = lpszName; }
+
+    int Serialize(ITnRobotArchive* pArchive) override {
+        if (pArchive->IsStoring()) {
+            return pArchive->WriteString(m_strName.c_str());
+        }
+        int nLength = 0;
+        int nError = 0;
+        const char* lpszName = pArchive->ReadString(nLength, &nError);
+        m_strName = lpszName != nullptr ? lpszName : "";
+        return nError == 0 ? 1 : 0;
+    }
+
+private:
+    std::string m_strName;
+};
+
+class CTool final : public CNamedObject {
+public:
+    STnRuntimeClass* GetRuntimeClass() override { return &s_class; }
+    static CTnRobotObject* Create() { return new CTool; }
+    static STnRuntimeClass s_class;
+};
+
+class CArm final : public CNamedObject {
+public:
+    STnRuntimeClass* GetRuntimeClass() override { return &s_class; }
+    static CTnRobotObject* Create() { return new CArm; }
+    static STnRuntimeClass s_class;
+
+    const CTool* Tool() const { return m_tool.get(); }
+    const CTool* SpareTool() const { return m_spareTool.get(); }
+
+    // Takes one reference of its own.
+    void SetTool(CTool* pTool) {
+        pTool->AddRef();
+        m_tool.reset(pTool);
+    }
+
+    // Writing and reading a null object both report 0: an empty place is no failure.
+    int Serialize(ITnRobotArchive* pArchive) override {
+        if (CNamedObject::Serialize(pArchive) == 0) {
+            return 0;
+        }
+        if (pArchive->IsStoring()) {
+            const int nResult = pArchive->WriteObject(m_tool.get());
+            pArchive->WriteObject(m_spareTool.get());
+            return nResult;
+        }
+        m_tool = ReadTool(*pArchive);
+        m_spareTool = ReadTool(*pArchive);
+        return m_tool ? 1 : 0;
+    }
+
+private:
+    static Owned<CTool> ReadTool(ITnRobotArchive& archive) {
+        CTnRobotObject* pObject = nullptr;
+        archive.ReadObject(&pObject);
+        return Owned<CTool>(dynamic_cast<CTool*>(pObject));
+    }
+
+    Owned<CTool> m_tool;
+    Owned<CTool> m_spareTool;
+};
+
+STnRuntimeClass CTool::s_class = {"5d0c3f1e-9d3a-4f6b-8a44-2b6f3e0c7a11", &CTool::Create, nullptr, nullptr};
+STnRuntimeClass CArm::s_class = {"c1b7e2d4-63f0-4c58-9e0d-71a5d8f42b90", &CArm::Create, nullptr, nullptr};
+const TN_REG_CLASS s_registerTool(&CTool::s_class);
+const TN_REG_CLASS s_registerArm(&CArm::s_class);
+
+Owned<CArm> ReadArm(ITnRobotArchive& archive) {
+    CTnRobotObject* pObject = nullptr;
+    archive.ReadObject(&pObject);
+    return Owned<CArm>(dynamic_cast<CArm*>(pObject));
+}
+
+}  // namespace
+
+// The tables are complete only when the objects are written, and are read first: so the objects
+// go to memory, and follow the header in the file.
+bool SaveGraph(const std::string& strDirectory) {
+    const Owned<CTool> tool(new CTool);
+    tool->SetName(kSharedTool);
+    const Owned<ITnRobotMemFile> objects = OpenMemory();
+    const Owned<ITnRobotFile> file = OpenFile(strDirectory + "/graph.tnr", true);
+    if (!file) {
+        return false;
+    }
+    // The archive tells objects apart by address, so all of them live until it is done.
+    const AttachedArchive archive(*objects, true);
+    Owned<CArm> arms[2];
+    for (int i = 0; i < 2; ++i) {
+        arms[i].reset(new CArm);
+        arms[i]->SetName(kArms[i]);
+        arms[i]->SetTool(tool.get());
+        if (archive->WriteObject(arms[i].get()) == 0) {
+            return false;
+        }
+    }
+    archive->Detach();
+    archive->Attach(file.get(), true);
+    const std::vector<char> bytes = Content(*objects);
+    return archive->WriteMapHeader() == 1 && archive->Write(bytes.data(), static_cast<long long>(bytes.size())) == 1;
+}
+
+bool CheckGraph(const std::string& strDirectory) {
+    const Owned<ITnRobotFile> file = OpenFile(strDirectory + "/graph.tnr", false);
+    if (!file) {
+        return false;
+    }
+    const AttachedArchive archive(*file, false);
+    if (archive->ReadMapHeader() == 0) {
+        return false;
+    }
+    const Owned<CArm> left = ReadArm(*archive.Get());
+    const Owned<CArm> right = ReadArm(*archive.Get());
+    if (!left || !right) {
+        return false;
+    }
+    const bool bNames = left->Name() == kArms[0] && right->Name() == kArms[1] && left->Tool()->Name() == kSharedTool;
+    const bool bShared = left->Tool() == right->Tool();
+    const bool bEmpty = left->SpareTool() == nullptr && right->SpareTool() == nullptr;
+    std::printf("\n%s and %s hold the same %s: %s\n", left->Name().c_str(), right->Name().c_str(),
+                left->Tool()->Name().c_str(), bShared ? "yes" : "NO");
+    std::printf("their spare places are empty: %s\nnames as written: %s\n", bEmpty ? "yes" : "NO",
+                bNames ? "yes" : "NO");
+    return bNames && bShared && bEmpty;
+}

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Everything that must hold before a change lands, in the words a person would type.
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+export TNROBOT_CMAKE_ARGUMENTS="-DTNROBOT_WARNINGS_AS_ERRORS=ON"
+
+"$root/scripts/test.sh"
+"$root/scripts/setup.sh" all
+
+say "formatting"
+"$root/scripts/format.sh" --check
+
+"$root/scripts/demo.sh"
+"$root/scripts/check_install.sh"
+
+"$root/scripts/test.sh" asan
+"$root/scripts/test.sh" tsan
+
+build clang -DTNROBOT_WARNINGS_AS_ERRORS=ON
+"$root/scripts/tidy.sh"
+
+"$root/scripts/fuzz.sh" --replay
+"$root/scripts/bench.sh" --quick
+say "all checks passed"
