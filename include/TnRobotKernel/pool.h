@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <mutex>
+#include <type_traits>
+#include <typeinfo>
 #include <vector>
 
 #include "TnRobotKernel/core.h"
@@ -163,7 +165,7 @@ private:
     // it stays where it was, cleared again.
     bool HandOutFree(void* pParam, T** ppElement) {
         ITnPoolElement* pElement = m_freeElements.Front();
-        *ppElement = dynamic_cast<T*>(pElement);
+        *ppElement = AsElementType(pElement);
         if (*ppElement == nullptr) {
             return false;
         }
@@ -177,6 +179,23 @@ private:
         m_freeElements.PopFront();
         Lend(pElement);
         return true;
+    }
+
+    // The checked cast, which the elements of one pool need not pay for twice: they are almost
+    // always of one class, and what was true of one object of a class is true of all.
+    T* AsElementType(ITnPoolElement* pElement) {
+        if constexpr (std::is_base_of_v<ITnPoolElement, T>) {
+            const std::type_info& type = typeid(*pElement);
+            if (m_pKnownType == nullptr || *m_pKnownType != type) {
+                if (dynamic_cast<T*>(pElement) == nullptr) {
+                    return nullptr;
+                }
+                m_pKnownType = &type;
+            }
+            return static_cast<T*>(pElement);
+        } else {
+            return dynamic_cast<T*>(pElement);
+        }
     }
 
     void Lend(ITnPoolElement* pElement) {
@@ -208,6 +227,7 @@ private:
     std::vector<ITnPoolElement*> m_elements;             // guarded by m_mutex; only grows
     tnrobot::RingQueue<ITnPoolElement*> m_freeElements;  // guarded by m_mutex; front returned first
     unsigned int m_nMaxCount = 4294967295U;              // guarded by m_mutex
+    const std::type_info* m_pKnownType = nullptr;        // guarded by m_mutex; a class that is a T
     ITnElementAlloc* m_pAlloc;                           // one reference
 };
 

@@ -21,6 +21,7 @@
 namespace tnrobot {
 
 #ifdef TN_ADDRESS_SANITIZER
+constexpr bool kHidesMemory = true;  ///< whether the functions below do anything
 inline void PoisonMemory(const void* p, std::size_t nSize) {
     ASAN_POISON_MEMORY_REGION(p, nSize);
 }
@@ -28,6 +29,7 @@ inline void UnpoisonMemory(const void* p, std::size_t nSize) {
     ASAN_UNPOISON_MEMORY_REGION(p, nSize);
 }
 #else
+constexpr bool kHidesMemory = false;
 inline void PoisonMemory(const void* /*p*/, std::size_t /*nSize*/) {}
 inline void UnpoisonMemory(const void* /*p*/, std::size_t /*nSize*/) {}
 #endif

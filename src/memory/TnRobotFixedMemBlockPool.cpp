@@ -10,16 +10,19 @@
 
 namespace {
 
+// Only AddressSanitizer builds look at the memory at all.
 void HideContent(CTnRobotMemoryBlock* pBlock) {
-    unsigned int nSize = 0;
-    const unsigned char* pData = pBlock->QueryMemory(nSize);
-    tnrobot::PoisonMemory(pData, nSize);
+    if constexpr (tnrobot::kHidesMemory) {
+        unsigned int nSize = 0;
+        tnrobot::PoisonMemory(pBlock->QueryMemory(nSize), pBlock->GetCapacity());
+    }
 }
 
 void ShowContent(CTnRobotMemoryBlock* pBlock) {
-    unsigned int nSize = 0;
-    const unsigned char* pData = pBlock->QueryMemory(nSize);
-    tnrobot::UnpoisonMemory(pData, nSize);
+    if constexpr (tnrobot::kHidesMemory) {
+        unsigned int nSize = 0;
+        tnrobot::UnpoisonMemory(pBlock->QueryMemory(nSize), pBlock->GetCapacity());
+    }
 }
 
 // The class is final, so comparing the type says as much as a checked cast and costs less.
@@ -72,6 +75,7 @@ int CTnRobotFixedMemBlockPool::QueryBlock(ITnRobotMemoryBlock** ppBlock) {
         return 0;
     }
     std::lock_guard<std::mutex> lock(m_mutex);
+    ++m_nAnswered;
     CTnRobotMemoryBlock* pBlock = nullptr;
     if (!m_freeBlocks.Empty()) {
         pBlock = m_freeBlocks.Front();
@@ -155,6 +159,11 @@ unsigned int CTnRobotFixedMemBlockPool::GetCount() const {
 
 unsigned int CTnRobotFixedMemBlockPool::GetMemorySize() const {
     return m_nBlockSize * GetCount();
+}
+
+bool CTnRobotFixedMemBlockPool::IsUnused(std::uint64_t nAsked) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_allBlocks.empty() && m_nAnswered == nAsked;
 }
 
 void CTnRobotFixedMemBlockPool::_CheckInvariants() const {

@@ -4,6 +4,7 @@
 #define TNROBOTKERNEL_SRC_MEMORY_TNROBOTFIXEDMEMBLOCKPOOL_H_
 
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <set>
 
@@ -47,8 +48,9 @@ public:
     /// @return bytes in all blocks, modulo 2 to the 32nd.
     unsigned int GetMemorySize() const;
 
-    /// @return whether the owner of the pool holds the only reference to it.
-    bool HasOneReference() const { return m_nRefCount.load() == 1; }
+    /// @return whether the pool holds no block, in use or free, and has dealt with all of the
+    ///         nAsked queries that its owner has sent to it.
+    bool IsUnused(std::uint64_t nAsked) const;
 
 private:
     explicit CTnRobotFixedMemBlockPool(double dIdleSeconds) : m_dIdleSeconds(dIdleSeconds) {}
@@ -64,6 +66,7 @@ private:
     std::condition_variable m_returned;                     // a block came back to a closing pool
     std::set<CTnRobotMemoryBlock*> m_allBlocks;             // guarded by m_mutex
     tnrobot::RingQueue<CTnRobotMemoryBlock*> m_freeBlocks;  // guarded by m_mutex
+    std::uint64_t m_nAnswered = 0;                          // guarded by m_mutex; queries dealt with
     double m_dIdleSeconds;
     bool m_bClosing = false;  // guarded by m_mutex
 };

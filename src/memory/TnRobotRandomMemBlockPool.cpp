@@ -32,10 +32,8 @@ int CTnRobotRandomMemBlockPool::QueryMemBuff(unsigned int nSize, ITnRobotMemoryB
     if (ppBlock == nullptr || nSize == 0 || nRoundedSize == 0) {
         return 0;
     }
-    // The reference keeps the class in the map (see FreeUnuseMemory) until it has the block.
-    const FixedPool pool = _SizeClass(nRoundedSize);
     ITnRobotMemoryBlock* pBlock = nullptr;
-    if (pool->QueryBlock(&pBlock) == 0) {
+    if (_AskSizeClass(nRoundedSize)->QueryBlock(&pBlock) == 0) {
         return 0;
     }
     static_cast<CTnRobotMemoryBlock*>(pBlock)->SetUsedSize(nSize);
@@ -43,16 +41,19 @@ int CTnRobotRandomMemBlockPool::QueryMemBuff(unsigned int nSize, ITnRobotMemoryB
     return 1;
 }
 
-CTnRobotRandomMemBlockPool::FixedPool CTnRobotRandomMemBlockPool::_SizeClass(unsigned int nRoundedSize) {
+// The query that is counted here keeps the pool alive: the sweep leaves a size class alone until
+// every query that was sent to it has been answered. (A reference would do the same at the price
+// of two more atomic operations for each block.)
+CTnRobotFixedMemBlockPool* CTnRobotRandomMemBlockPool::_AskSizeClass(unsigned int nRoundedSize) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    const auto it = m_sizeClasses.find(nRoundedSize);
-    if (it != m_sizeClasses.end()) {
-        return it->second;
+    auto it = m_sizeClasses.find(nRoundedSize);
+    if (it == m_sizeClasses.end()) {
+        SizeClass made;
+        CTnRobotFixedMemBlockPool::CreateInstance(nRoundedSize, kNoLimit, m_dIdleSeconds, made.m_pool.Receive());
+        it = m_sizeClasses.emplace(nRoundedSize, std::move(made)).first;
     }
-    FixedPool pool;
-    CTnRobotFixedMemBlockPool::CreateInstance(nRoundedSize, kNoLimit, m_dIdleSeconds, pool.Receive());
-    m_sizeClasses.emplace(nRoundedSize, pool);
-    return pool;
+    ++it->second.m_nAsked;
+    return it->second.m_pool.Get();
 }
 
 void CTnRobotRandomMemBlockPool::FreeUnuseMemory() {
@@ -61,13 +62,9 @@ void CTnRobotRandomMemBlockPool::FreeUnuseMemory() {
     }
     std::lock_guard<std::mutex> lock(m_mutex);
     for (auto it = m_sizeClasses.begin(); it != m_sizeClasses.end();) {
-        CTnRobotFixedMemBlockPool& pool = *it->second.Get();
-        pool.FreeUnuseMemory();
-        // A class that another thread is asking for a block right now counts as in use. The
-        // reference is looked at first: a thread that still has one is seen, and one that has
-        // given it back has its block counted.
-        const bool bDrop = pool.HasOneReference() && pool.GetCount() == 0;
-        it = bDrop ? m_sizeClasses.erase(it) : std::next(it);
+        const SizeClass& sizeClass = it->second;
+        sizeClass.m_pool->FreeUnuseMemory();
+        it = sizeClass.m_pool->IsUnused(sizeClass.m_nAsked) ? m_sizeClasses.erase(it) : std::next(it);
     }
 }
 

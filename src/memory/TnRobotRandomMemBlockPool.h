@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <mutex>
 
@@ -33,15 +34,18 @@ public:
     void RecoveryMemBuff() {}
 
 private:
-    using FixedPool = tnrobot::Ref<CTnRobotFixedMemBlockPool>;
+    struct SizeClass {
+        tnrobot::Ref<CTnRobotFixedMemBlockPool> m_pool;
+        std::uint64_t m_nAsked = 0;  // queries that have been sent to the pool
+    };
 
     explicit CTnRobotRandomMemBlockPool(double dIdleSeconds);
     bool _Init() { return true; }
-    FixedPool _SizeClass(unsigned int nRoundedSize);
+    CTnRobotFixedMemBlockPool* _AskSizeClass(unsigned int nRoundedSize);
     bool _BeginSweep();
 
     std::mutex m_mutex;
-    std::map<unsigned int, FixedPool> m_sizeClasses;  // guarded by m_mutex
+    std::map<unsigned int, SizeClass> m_sizeClasses;  // guarded by m_mutex
     std::atomic<std::chrono::system_clock::time_point> m_lastSweep;
     const double m_dIdleSeconds;
 };
