@@ -110,10 +110,10 @@ void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
         return;
     }
     pPooled->ClearResource();
+    HideContent(pPooled);
     std::lock_guard<std::mutex> lock(m_mutex);
     m_freeBlocks.Reserve(m_freeBlocks.Size() + 1);  // only a stranger's block finds no room
     pPooled->UpdateRecoveryTime();
-    HideContent(pPooled);
     m_freeBlocks.PushFront(pPooled);
     if (m_bClosing) {
         m_returned.notify_all();
