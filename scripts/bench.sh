@@ -10,7 +10,7 @@ case "${1:-}" in
     --quick) quick=true ;;
     *) echo "usage: $0 [--quick]" >&2; exit 2 ;;
 esac
-[ ! -x "$root/scripts/setup.sh" ] || "$root/scripts/setup.sh" all
+"$root/scripts/setup.sh" bench
 
 build bench ${TNROBOT_CMAKE_ARGUMENTS:-}
 

@@ -1,17 +1,19 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are missing: scripts/setup.sh [build|test|all].
-#   build  compiler, CMake, libraries            (enough for scripts/demo.sh)
-#   test   and the test framework                (enough for scripts/test.sh)
-#   all    and clang, its tools, the benchmarks  (enough for scripts/ci.sh)
+# Installs the Debian packages that are missing: scripts/setup.sh [build|test|bench|all].
+#   build  compiler, CMake, libraries        (enough for scripts/demo.sh)
+#   test   and the test framework            (enough for scripts/test.sh)
+#   bench  or the benchmark framework        (enough for scripts/bench.sh)
+#   all    and clang, its tools, all of them (enough for scripts/ci.sh)
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 packages=(g++ cmake ninja-build)
 case "${1:-all}" in
     build) ;;
     test) packages+=(libgtest-dev binutils) ;;
+    bench) packages+=(libbenchmark-dev python3) ;;
     all) packages+=(libgtest-dev binutils libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev
                     pkg-config python3 git) ;;
-    *) echo "usage: $0 [build|test|all]" >&2; exit 2 ;;
+    *) echo "usage: $0 [build|test|bench|all]" >&2; exit 2 ;;
 esac
 
 missing=()
