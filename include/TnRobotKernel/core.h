@@ -86,8 +86,8 @@ public:
 class TN_ROBOT_API TN_REG_CLASS {
 public:
     /// Puts the record at the head of the registration chain, so that it is found before older
-    /// ones with the same identifier. Null is ignored, and so is a record that is registered
-    /// already. Thread-safe.
+    /// ones with the same identifier; a record that is registered already moves there. Null is
+    /// ignored. Thread-safe.
     /// @param[in] pClass  borrowed for the rest of the process's life; its link is written.
     explicit TN_REG_CLASS(STnRuntimeClass* pClass);
 };

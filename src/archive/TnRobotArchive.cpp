@@ -189,7 +189,7 @@ std::uint16_t CTnRobotArchive::_ClassIndex(const std::string& strGuid) {
 
 std::uint16_t CTnRobotArchive::_AddObject(CTnRobotObject* pObject, std::uint16_t nClass) {
     const auto nIndex = static_cast<std::uint16_t>(m_objectTable.size());
-    m_objectTable.push_back({reinterpret_cast<std::uintptr_t>(pObject), pObject, nClass});
+    m_objectTable.push_back({0, pObject, nClass});
     m_objectIndexes.emplace(pObject, nIndex);
     return nIndex;
 }
@@ -290,7 +290,8 @@ bool CTnRobotArchive::_WriteObjectTable() {
         return false;
     }
     return std::all_of(m_objectTable.begin(), m_objectTable.end(), [this](const ObjectEntry& entry) {
-        return _WriteNumber(entry.m_nIdentity) && _WriteNumber(entry.m_nClass);
+        const std::uint64_t nObject = reinterpret_cast<std::uintptr_t>(entry.m_pObject);
+        return _WriteNumber(nObject != 0 ? nObject : entry.m_nIdentity) && _WriteNumber(entry.m_nClass);
     });
 }
 

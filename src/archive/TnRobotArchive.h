@@ -40,7 +40,7 @@ public:
 
 private:
     struct ObjectEntry {
-        std::uint64_t m_nIdentity;  // what the file holds: the writer's pointer value
+        std::uint64_t m_nIdentity;  // of an entry that was read: the writer's pointer value
         CTnRobotObject* m_pObject;  // null until the object has been written or read
         std::uint16_t m_nClass;
     };

@@ -1,4 +1,5 @@
 #include <cstring>
+#include <mutex>
 
 #include "TnRobotKernel/core.h"
 
@@ -9,22 +10,34 @@ STnRuntimeClass CTnRobotObject::classCTnRobotObject = {"00000000-0000-0000-0000-
 namespace {
 
 // Newest registration first. A plug-in that is opened at run time registers its classes while
-// other threads look theirs up, so records are published with release and read with acquire.
+// other threads look theirs up, so links are published with release and read with acquire.
 std::atomic<STnRuntimeClass*> g_pHeadClass{&CTnRobotObject::classCTnRobotObject};
+std::mutex g_registration;  // held while the chain changes
 
-// A record that were linked twice would close the chain into a ring.
-bool IsRegistered(const STnRuntimeClass* pClass) {
-    const STnRuntimeClass* p = g_pHeadClass.load(std::memory_order_acquire);
-    while (p != nullptr && p != pClass) {
-        p = p->m_pNext;
+// The link is a plain pointer, because the record's layout is part of the interface.
+STnRuntimeClass* Next(const STnRuntimeClass* pClass) {
+    return __atomic_load_n(&pClass->m_pNext, __ATOMIC_ACQUIRE);
+}
+
+void SetNext(STnRuntimeClass* pClass, STnRuntimeClass* pNext) {
+    __atomic_store_n(&pClass->m_pNext, pNext, __ATOMIC_RELEASE);
+}
+
+// A record that is linked already would close the chain into a ring. The caller holds
+// g_registration.
+void Unlink(STnRuntimeClass* pClass) {
+    for (STnRuntimeClass* p = g_pHeadClass.load(std::memory_order_acquire); p != nullptr; p = Next(p)) {
+        if (Next(p) == pClass) {
+            SetNext(p, Next(pClass));
+            return;
+        }
     }
-    return p != nullptr;
 }
 
 const STnRuntimeClass* FindClass(const char* lpszGuid) {
     const STnRuntimeClass* p = g_pHeadClass.load(std::memory_order_acquire);
     while (p != nullptr && (p->m_lpszClassGuid == nullptr || std::strcmp(p->m_lpszClassGuid, lpszGuid) != 0)) {
-        p = p->m_pNext;
+        p = Next(p);
     }
     return p;
 }
@@ -46,11 +59,15 @@ CTnRobotObject* CTnRobotObject::CreateObjectFromGUID(const char* lpszGuid) {
 }
 
 TN_REG_CLASS::TN_REG_CLASS(STnRuntimeClass* pClass) {
-    if (pClass == nullptr || IsRegistered(pClass)) {
+    if (pClass == nullptr || pClass == &CTnRobotObject::classCTnRobotObject) {
+        return;  // the root record stays the last
+    }
+    const std::lock_guard<std::mutex> lock(g_registration);
+    STnRuntimeClass* pHead = g_pHeadClass.load(std::memory_order_acquire);
+    if (pClass == pHead) {
         return;
     }
-    STnRuntimeClass* pHead = g_pHeadClass.load(std::memory_order_acquire);
-    do {
-        pClass->m_pNext = pHead;
-    } while (!g_pHeadClass.compare_exchange_weak(pHead, pClass, std::memory_order_release, std::memory_order_acquire));
+    Unlink(pClass);
+    SetNext(pClass, pHead);
+    g_pHeadClass.store(pClass, std::memory_order_release);
 }

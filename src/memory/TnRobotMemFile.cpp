@@ -72,11 +72,10 @@ long long CTnRobotMemFile::Read(void* pBuffer, long long nCount) {
     if (!m_bOpen || m_bWrite || pBuffer == nullptr) {
         return 0;
     }
-    const long long nCopied = std::min(_FlatRoom(), nCount);
-    if (nCopied < 1) {
-        return 0;
+    const long long nCopied = std::max(std::min(_FlatRoom(), nCount), 0LL);
+    if (nCopied > 0) {
+        std::memcpy(pBuffer, m_pData + m_nCursor, static_cast<std::size_t>(nCopied));
     }
-    std::memcpy(pBuffer, m_pData + m_nCursor, static_cast<std::size_t>(nCopied));
     m_nCursor += nCopied;
     m_nLength = std::max(m_nLength, m_nCursor);
     return nCopied;
