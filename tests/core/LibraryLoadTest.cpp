@@ -1,0 +1,74 @@
+// What the dynamic loader's visit leaves behind: a program that is not linked with the library
+// opens it, uses it and closes it again.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/TempDirectory.h"
+
+using tntest::ChildResult;
+using tntest::RunChild;
+using tntest::TempDirectory;
+
+namespace {
+
+// The logger library is in reach, so that opening it at load would show.
+ChildResult LoadIn(const std::string& directory, int nTimes) {
+    return RunChild({TNROBOT_LOAD_PROBE,
+                     std::vector<std::string>(static_cast<std::size_t>(nTimes), TNROBOT_LIBRARY),
+                     {{"LD_LIBRARY_PATH", std::string(TNROBOT_LOGGERS) + "/good"}},
+                     directory});
+}
+
+std::string OneVisit(const std::string& workDirectory) {
+    return "value 5 error 0\n"
+           "directory [" +
+           workDirectory +
+           "]\n"
+           "threads 0 logger 0\n"
+           "loaded 0 mapped 0\n";
+}
+
+}  // namespace
+
+TEST(LibraryLoad, StartsInTheCurrentDirectoryAndLeavesNothingBehind) {
+    const TempDirectory directory;
+    const ChildResult result = LoadIn(directory.Path().string(), 1);
+    EXPECT_EQ(result.output, OneVisit(directory.Path().string()));
+    EXPECT_EQ(result.nExitCode, 0);
+}
+
+TEST(LibraryLoad, CanBeRepeated) {
+    const TempDirectory directory;
+    const ChildResult result = LoadIn(directory.Path().string(), 3);
+    const std::string visit = OneVisit(directory.Path().string());
+    EXPECT_EQ(result.output, visit + visit + visit);
+    EXPECT_EQ(result.nExitCode, 0);
+}
+
+// The directory is read into 256 bytes, the terminating zero included.
+TEST(LibraryLoad, ADirectoryTooLongForTheBufferIsEmpty) {
+    const TempDirectory directory;
+    const std::size_t nRoot = directory.Path().string().size();
+    const struct {
+        std::size_t nLength;
+        bool bFits;
+    } cases[] = {{254, true}, {255, true}, {256, false}, {400, false}};
+    for (const auto& testCase : cases) {
+        std::string path = directory / std::string(100, 'd');
+        path += "/" + std::string(100 - nRoot, 'e') + "/";
+        while (path.size() + 100 < testCase.nLength) {
+            path += std::string(50, 'f') + "/";
+        }
+        path += std::string(testCase.nLength - path.size(), 'g');
+        ASSERT_EQ(path.size(), testCase.nLength);
+        std::filesystem::create_directories(path);
+        const ChildResult result = LoadIn(path, 1);
+        EXPECT_EQ(result.output, OneVisit(testCase.bFits ? path : "")) << testCase.nLength;
+        EXPECT_EQ(result.nExitCode, 0) << testCase.nLength;
+    }
+}

@@ -1,0 +1,229 @@
+// The facade's state exists once per process, so every case runs in a child process: a probe
+// performs the steps, the logger library reports what reaches it, and the transcript of both
+// is compared whole.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/TempDirectory.h"
+
+using tntest::ChildResult;
+using tntest::RunChild;
+using tntest::TempDirectory;
+
+namespace {
+
+std::string LoggerDirectory(const std::string& variant) {
+    return std::string(TNROBOT_LOGGERS) + "/" + variant;
+}
+
+ChildResult Probe(const std::string& directory, const std::vector<std::string>& steps) {
+    return RunChild({TNROBOT_LOG_PROBE, steps, {{"LD_LIBRARY_PATH", directory}}, ""});
+}
+
+void ExpectTranscript(const std::string& variant, const std::vector<std::string>& steps,
+                      const std::string& transcript) {
+    const ChildResult result = Probe(LoggerDirectory(variant), steps);
+    EXPECT_EQ(result.output, transcript);
+    EXPECT_EQ(result.nExitCode, 0);
+    EXPECT_EQ(result.nSignal, 0);
+}
+
+class LogUtilsSlotOrder : public ::testing::TestWithParam<const char*> {};
+
+std::string VariantName(const ::testing::TestParamInfo<const char*>& variant) {
+    return variant.param;
+}
+
+}  // namespace
+
+// The logger library is built apart from this one: what they share is the order of the slots.
+TEST_P(LogUtilsSlotOrder, ReachesTheLoggersOperations) {
+    ExpectTranscript(GetParam(),
+                     {"init", "param:11:-22", "log:3:a line", "log:-1:dropped", "format:0", "destroy", "loaded"},
+                     "Init 0\n"
+                     "SetLogParam 11 -22\n"
+                     "IsLevelEnabled 3\n"
+                     "WriteLog 3 [a line]\n"
+                     "IsLevelEnabled -1\n"
+                     "IsLevelEnabled 0\n"
+                     "WriteLog 0 [-1|t|1.50|x|%|    7]\n"
+                     "destroyed\n"
+                     "loaded 0\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Loggers, LogUtilsSlotOrder, ::testing::Values("good", "foreign"), VariantName);
+
+TEST(LogUtils, LevelsAndParametersPassUntouched) {
+    ExpectTranscript(
+        "good", {"init", "param:-2147483648:2147483647", "log:2147483647:top", "log:-2147483648:bottom", "destroy"},
+        "Init 0\n"
+        "SetLogParam -2147483648 2147483647\n"
+        "IsLevelEnabled 2147483647\n"
+        "WriteLog 2147483647 [top]\n"
+        "IsLevelEnabled -2147483648\n"
+        "destroyed\n");
+}
+
+TEST(LogUtils, AnEmptyLineIsALine) {
+    ExpectTranscript("good", {"init", "log:1:", "destroy"}, "Init 0\nIsLevelEnabled 1\nWriteLog 1 []\ndestroyed\n");
+}
+
+TEST(LogUtils, NothingOpensTheLoggerLibraryBeforeInit) {
+    ExpectTranscript("good", {"log:1:early", "param:1:2", "destroy", "loaded"}, "loaded 0\n");
+}
+
+TEST(LogUtils, NothingIsLoggedAfterTheLastDestroy) {
+    ExpectTranscript("good", {"init", "destroy", "log:1:late", "param:1:2", "destroy", "loaded"},
+                     "Init 0\ndestroyed\nloaded 0\n");
+}
+
+TEST(LogUtils, EveryInitNeedsItsDestroy) {
+    ExpectTranscript("good",
+                     {"init", "init", "init", "destroy", "destroy", "loaded", "log:1:still here", "destroy", "loaded"},
+                     "Init 0\nInit 0\nInit 0\n"
+                     "loaded 1\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [still here]\n"
+                     "destroyed\n"
+                     "loaded 0\n");
+}
+
+TEST(LogUtils, RepeatedInitsOpenTheLibraryOnce) {
+    ExpectTranscript("good", {"init", "init", "init", "handles"}, "Init 0\nInit 0\nInit 0\nhandles 1\n");
+}
+
+TEST(LogUtils, ADestroyTooManyLeavesTheCountAtZero) {
+    ExpectTranscript("good", {"destroy", "destroy", "init", "log:1:a", "destroy", "destroy", "loaded"},
+                     "Init 0\nIsLevelEnabled 1\nWriteLog 1 [a]\ndestroyed\nloaded 0\n");
+}
+
+TEST(LogUtils, TheLoggerCanBeLoadedAgainAfterItWasClosed) {
+    ExpectTranscript("good", {"init", "destroy", "init", "log:1:second life", "destroy", "loaded"},
+                     "Init 0\ndestroyed\n"
+                     "Init 0\nIsLevelEnabled 1\nWriteLog 1 [second life]\ndestroyed\nloaded 0\n");
+}
+
+TEST(LogUtils, ADroppedLevelIsNotFormatted) {
+    ExpectTranscript("good", {"init", "count:-1", "fill:-1:5000", "count:1", "destroy"},
+                     "Init 0\n"
+                     "IsLevelEnabled -1\nformatted -1\n"
+                     "IsLevelEnabled -1\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [abc]\nformatted 3\n"
+                     "destroyed\n");
+}
+
+TEST(LogUtils, WithoutALoggerNothingIsFormatted) {
+    ExpectTranscript("good", {"count:1", "fill:1:5000"}, "formatted -1\n");
+}
+
+TEST(LogUtils, ALineOf1023CharactersIsDeliveredWhole) {
+    const std::string line(1023, 'x');
+    ExpectTranscript("good", {"init", "fill:1:1023", "destroy"},
+                     "Init 0\nIsLevelEnabled 1\nWriteLog 1 [" + line + "]\ndestroyed\n");
+}
+
+// Fatal in every build: not cut off, not delivered, and nothing written behind the buffer.
+TEST(LogUtils, ALongerLineAbortsTheProcess) {
+    for (const char* lpszFill : {"fill:1:1024", "fill:1:1025", "fill:1:100000"}) {
+        const ChildResult result = Probe(LoggerDirectory("good"), {"init", lpszFill, "destroy"});
+        EXPECT_EQ(result.nSignal, SIGABRT) << lpszFill;
+        EXPECT_EQ(result.output, "Init 0\nIsLevelEnabled 1\n") << lpszFill;
+    }
+}
+
+TEST(LogUtils, AMissingLibraryAnswersMinusOne) {
+    const TempDirectory empty;
+    const ChildResult result =
+        Probe(empty.Path().string(), {"init", "log:1:lost", "param:1:2", "destroy", "init", "loaded"});
+    EXPECT_EQ(result.output, "Init -1\nInit -1\nloaded 0\n");
+    EXPECT_EQ(result.nExitCode, 0);
+}
+
+TEST(LogUtils, AMissingCreationFunctionAnswersMinusOneAndTheLibraryStaysOpen) {
+    ExpectTranscript("without_symbol", {"init", "log:1:lost", "param:1:2", "count:1", "destroy", "loaded"},
+                     "Init -1\nformatted -1\nloaded 1\n");
+}
+
+// The handle of a failed Init is kept, once, whatever happens afterwards.
+TEST(LogUtils, FailedInitsKeepOneHandle) {
+    ExpectTranscript("without_symbol", {"init", "init", "init", "handles"}, "Init -1\nInit -1\nInit -1\nhandles 1\n");
+    ExpectTranscript("failing", {"init", "init", "init", "handles"}, "Init 7\nInit 7\nInit 7\nhandles 1\n");
+}
+
+// The broken library stays open to the end of the process, so the loader finds it again whatever
+// lies on the path by then.
+TEST(LogUtils, ABrokenLibraryIsMetAgainByALaterInit) {
+    const TempDirectory directory;
+    std::filesystem::create_symlink(LoggerDirectory("without_symbol") + "/libTnRobotLog.so",
+                                    directory / "libTnRobotLog.so");
+    const std::string good = LoggerDirectory("good") + "/libTnRobotLog.so";
+    const ChildResult result =
+        Probe(directory.Path().string(), {"init", "relink:0:" + good, "init", "log:1:a", "destroy", "loaded"});
+    EXPECT_EQ(result.output,
+              "Init -1\nrelinked 1\n"
+              "Init -1\nloaded 1\n");
+    EXPECT_EQ(result.nExitCode, 0);
+}
+
+TEST(LogUtils, AFailingCreatorsResultIsHandedOn) {
+    ExpectTranscript("failing", {"init", "log:1:lost", "param:1:2", "destroy", "loaded"}, "Init 7\nloaded 1\n");
+}
+
+TEST(LogUtils, InitWorksOnceTheCreatorWorksAndLosesNoHandle) {
+    ExpectTranscript("failing", {"init", "init", "works", "init", "log:1:a", "destroy", "loaded"},
+                     "Init 7\nInit 7\nInit 0\nIsLevelEnabled 1\nWriteLog 1 [a]\ndestroyed\nloaded 0\n");
+}
+
+// A creator may keep its logger in use although it reports a failure; the count stays at 0.
+TEST(LogUtils, ALoggerStoredByAFailingCreatorStaysInUse) {
+    ExpectTranscript("failing_stored", {"init", "param:1:2", "log:1:a", "destroy", "log:1:b", "loaded"},
+                     "Init 7\nSetLogParam 1 2\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [a]\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [b]\n"
+                     "loaded 1\n");
+}
+
+TEST(LogUtils, TheNextInitCountsALoggerStoredByAFailingCreator) {
+    ExpectTranscript("failing_stored", {"init", "init", "log:1:a", "destroy", "log:1:b", "loaded"},
+                     "Init 7\nInit 0\nIsLevelEnabled 1\nWriteLog 1 [a]\ndestroyed\nloaded 0\n");
+}
+
+TEST(LogUtils, ACreatorThatSucceedsWithoutALoggerIsCounted) {
+    ExpectTranscript("empty", {"init", "log:1:lost", "param:1:2", "loaded", "destroy", "loaded"},
+                     "Init 0\nloaded 1\nloaded 0\n");
+}
+
+TEST(LogUtils, LinesOfManyThreadsArriveWhole) {
+    const ChildResult result = Probe(LoggerDirectory("good"), {"init", "threads", "destroy"});
+    EXPECT_EQ(result.nExitCode, 0);
+    EXPECT_EQ(result.nSignal, 0);
+    std::vector<std::string> expected;
+    for (int nThread = 0; nThread < 4; ++nThread) {
+        for (int nLine = 0; nLine < 100; ++nLine) {
+            const std::string thread = std::to_string(nThread);
+            expected.push_back("WriteLog " + thread + " [thread " + thread + " line " + std::to_string(nLine) + "]");
+        }
+    }
+    std::vector<std::string> arrived;
+    std::istringstream lines(result.output);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("WriteLog", 0) == 0) {
+            arrived.push_back(line);
+        }
+    }
+    std::sort(expected.begin(), expected.end());
+    std::sort(arrived.begin(), arrived.end());
+    EXPECT_EQ(arrived, expected);
+}
+
+// Threads may log before the logger exists: they meet no logger or a finished one.
+TEST(LogUtils, InitMayRunWhileThreadsLog) {
+    ExpectTranscript("good", {"race", "destroy", "loaded"}, "Init 0\ndestroyed\nloaded 0\n");
+}

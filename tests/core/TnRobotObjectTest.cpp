@@ -1,0 +1,206 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TnRobotKernel/core.h"
+#include "support/StartGate.h"
+
+using tntest::StartGate;
+
+namespace {
+
+// The chain keeps every record for the rest of the process, so all records here are static and
+// each test has identifiers of its own.
+
+template <int nTag>
+class CTnTagged : public CTnRobotObject {
+public:
+    static CTnRobotObject* Create() { return new CTnTagged; }
+    STnRuntimeClass* GetRuntimeClass() override { return nullptr; }
+};
+
+CTnRobotObject* CreateNothing() {
+    return nullptr;
+}
+
+template <int nTag>
+bool CreatesTag(const char* lpszGuid) {
+    const std::unique_ptr<CTnRobotObject> object(CTnRobotObject::CreateObjectFromGUID(lpszGuid));
+    return dynamic_cast<CTnTagged<nTag>*>(object.get()) != nullptr;
+}
+
+bool CreatesNothing(const char* lpszGuid) {
+    return std::unique_ptr<CTnRobotObject>(CTnRobotObject::CreateObjectFromGUID(lpszGuid)) == nullptr;
+}
+
+constexpr char kUnknown[] = "FFFFFFFF-0000-4000-8000-00000000FFFF";
+
+}  // namespace
+
+TEST(RuntimeClass, TheBaseRecordIsTheLastOfTheChainAndCreatesNothing) {
+    const STnRuntimeClass& base = CTnRobotObject::classCTnRobotObject;
+    EXPECT_STREQ(base.m_lpszClassGuid, "00000000-0000-0000-0000-000000000000");
+    EXPECT_EQ(base.m_pfnCreateObject, nullptr);
+    EXPECT_EQ(base.m_pReserved, nullptr);
+    EXPECT_EQ(base.m_pNext, nullptr);
+    EXPECT_TRUE(CreatesNothing("00000000-0000-0000-0000-000000000000"));
+}
+
+TEST(RuntimeClass, NullEmptyAndUnknownIdentifiersCreateNothing) {
+    EXPECT_TRUE(CreatesNothing(nullptr));
+    EXPECT_TRUE(CreatesNothing(""));
+    EXPECT_TRUE(CreatesNothing(kUnknown));
+}
+
+// An empty identifier is refused before the chain is looked at.
+TEST(RuntimeClass, AClassRegisteredWithoutTextIsNeverFound) {
+    static STnRuntimeClass record = {"", &CTnTagged<0>::Create, nullptr, nullptr};
+    static const TN_REG_CLASS registration(&record);
+    EXPECT_TRUE(CreatesNothing(""));
+}
+
+TEST(RuntimeClass, ARegisteredClassIsCreatedByItsIdentifier) {
+    static STnRuntimeClass record = {"11111111-AAAA-4000-8000-000000000001", &CTnTagged<1>::Create, nullptr, nullptr};
+    static const TN_REG_CLASS registration(&record);
+    EXPECT_TRUE(CreatesTag<1>("11111111-AAAA-4000-8000-000000000001"));
+}
+
+TEST(RuntimeClass, EveryLookupCreatesANewObject) {
+    static STnRuntimeClass record = {"11111111-AAAA-4000-8000-000000000002", &CTnTagged<2>::Create, nullptr, nullptr};
+    static const TN_REG_CLASS registration(&record);
+    const std::unique_ptr<CTnRobotObject> first(CTnRobotObject::CreateObjectFromGUID(record.m_lpszClassGuid));
+    const std::unique_ptr<CTnRobotObject> second(CTnRobotObject::CreateObjectFromGUID(record.m_lpszClassGuid));
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_NE(first, second);
+}
+
+TEST(RuntimeClass, IdentifiersAreComparedByteForByte) {
+    static STnRuntimeClass record = {"11111111-AAAA-4000-8000-000000000003", &CTnTagged<3>::Create, nullptr, nullptr};
+    static const TN_REG_CLASS registration(&record);
+    EXPECT_TRUE(CreatesNothing("11111111-aaaa-4000-8000-000000000003"));
+    EXPECT_TRUE(CreatesNothing("11111111-AAAA-4000-8000-00000000000"));
+    EXPECT_TRUE(CreatesNothing("11111111-AAAA-4000-8000-0000000000030"));
+    EXPECT_TRUE(CreatesNothing(" 11111111-AAAA-4000-8000-000000000003"));
+    EXPECT_TRUE(CreatesTag<3>(std::string(record.m_lpszClassGuid).c_str()));
+}
+
+TEST(RuntimeClass, RegistrationPutsTheRecordInFrontOfTheOlderOnes) {
+    static STnRuntimeClass older = {"11111111-AAAA-4000-8000-000000000004", &CTnTagged<4>::Create, nullptr, nullptr};
+    static STnRuntimeClass newer = {"11111111-AAAA-4000-8000-000000000005", &CTnTagged<5>::Create, nullptr, nullptr};
+    static const TN_REG_CLASS first(&older);
+    static const TN_REG_CLASS second(&newer);
+    EXPECT_EQ(newer.m_pNext, &older);
+    EXPECT_TRUE(CreatesTag<4>(older.m_lpszClassGuid));
+    EXPECT_TRUE(CreatesTag<5>(newer.m_lpszClassGuid));
+}
+
+TEST(RuntimeClass, OfTwoRecordsWithOneIdentifierTheLaterOneCreates) {
+    static STnRuntimeClass older = {"11111111-AAAA-4000-8000-000000000006", &CTnTagged<6>::Create, nullptr, nullptr};
+    static STnRuntimeClass newer = {"11111111-AAAA-4000-8000-000000000006", &CTnTagged<7>::Create, nullptr, nullptr};
+    static const TN_REG_CLASS first(&older);
+    EXPECT_TRUE(CreatesTag<6>(older.m_lpszClassGuid));
+    static const TN_REG_CLASS second(&newer);
+    EXPECT_TRUE(CreatesTag<7>(older.m_lpszClassGuid));
+}
+
+// The search ends at the first record with the identifier, whether that can create or not.
+TEST(RuntimeClass, ALaterRecordThatCannotCreateHidesAnOlderOne) {
+    static STnRuntimeClass older = {"11111111-AAAA-4000-8000-000000000008", &CTnTagged<8>::Create, nullptr, nullptr};
+    static STnRuntimeClass newer = {"11111111-AAAA-4000-8000-000000000008", nullptr, nullptr, nullptr};
+    static const TN_REG_CLASS first(&older);
+    static const TN_REG_CLASS second(&newer);
+    EXPECT_TRUE(CreatesNothing(older.m_lpszClassGuid));
+}
+
+TEST(RuntimeClass, WhatTheCreationFunctionAnswersIsHandedOnEvenNull) {
+    static STnRuntimeClass record = {"11111111-AAAA-4000-8000-000000000009", &CreateNothing, nullptr, nullptr};
+    static const TN_REG_CLASS registration(&record);
+    EXPECT_TRUE(CreatesNothing(record.m_lpszClassGuid));
+}
+
+// Linking a record twice would close the chain to a ring, and a search for anything else would
+// never end.
+TEST(RuntimeClass, RegisteringARecordTwiceLeavesTheChainWhole) {
+    static STnRuntimeClass below = {"11111111-AAAA-4000-8000-000000000010", &CTnTagged<10>::Create, nullptr, nullptr};
+    static STnRuntimeClass twice = {"11111111-AAAA-4000-8000-000000000011", &CTnTagged<11>::Create, nullptr, nullptr};
+    static STnRuntimeClass above = {"11111111-AAAA-4000-8000-000000000012", &CTnTagged<12>::Create, nullptr, nullptr};
+    const TN_REG_CLASS registerBelow(&below);
+    const TN_REG_CLASS registerOnce(&twice);
+    const TN_REG_CLASS registerAtTheHead(&twice);
+    const TN_REG_CLASS registerAbove(&above);
+    const TN_REG_CLASS registerInTheMiddle(&twice);
+    EXPECT_TRUE(CreatesNothing(kUnknown));
+    EXPECT_TRUE(CreatesTag<10>(below.m_lpszClassGuid));
+    EXPECT_TRUE(CreatesTag<11>(twice.m_lpszClassGuid));
+    EXPECT_TRUE(CreatesTag<12>(above.m_lpszClassGuid));
+}
+
+// The newest registration is found first, also when it is a record's second one.
+TEST(RuntimeClass, ARecordRegisteredAgainIsTheNewestAgain) {
+    static STnRuntimeClass again = {"11111111-AAAA-4000-8000-000000000015", &CTnTagged<15>::Create, nullptr, nullptr};
+    static STnRuntimeClass other = {"11111111-AAAA-4000-8000-000000000015", &CTnTagged<16>::Create, nullptr, nullptr};
+    const TN_REG_CLASS registerOnce(&again);
+    const TN_REG_CLASS registerOther(&other);
+    EXPECT_TRUE(CreatesTag<16>(again.m_lpszClassGuid));
+    const TN_REG_CLASS registerAgain(&again);
+    EXPECT_TRUE(CreatesTag<15>(again.m_lpszClassGuid));
+}
+
+TEST(RuntimeClass, RegisteringTheBaseRecordOrNothingLeavesTheChainWhole) {
+    const TN_REG_CLASS registerBase(&CTnRobotObject::classCTnRobotObject);
+    const TN_REG_CLASS registerNull(nullptr);
+    EXPECT_TRUE(CreatesNothing(kUnknown));
+    EXPECT_EQ(CTnRobotObject::classCTnRobotObject.m_pNext, nullptr);
+}
+
+// A plug-in that is opened at run time registers its classes while other threads load archives.
+TEST(RuntimeClass, ClassesAreFoundWhileOthersAreRegistered) {
+    constexpr int kRecords = 500;
+    static STnRuntimeClass known = {"11111111-AAAA-4000-8000-000000000013", &CTnTagged<13>::Create, nullptr, nullptr};
+    static std::vector<std::string> guids;
+    static std::vector<STnRuntimeClass> records;
+    const TN_REG_CLASS registerKnown(&known);
+    if (records.empty()) {
+        guids.reserve(kRecords);
+        records.reserve(kRecords);
+        for (int n = 0; n < kRecords; ++n) {
+            guids.push_back("22222222-BBBB-4000-8000-" + std::to_string(100000000000 + n));
+            records.push_back({guids.back().c_str(), &CTnTagged<14>::Create, nullptr, nullptr});
+        }
+    }
+    std::atomic<int> nRegistered{0};
+    StartGate gate(4);
+    const auto registerHalf = [&](int nFirst) {
+        gate.ArriveAndWait();
+        for (int n = nFirst; n < kRecords; n += 2) {
+            const TN_REG_CLASS registration(&records[static_cast<std::size_t>(n)]);
+            ++nRegistered;
+        }
+    };
+    const auto lookUp = [&] {
+        gate.ArriveAndWait();
+        bool bDone = false;
+        while (!bDone) {
+            bDone = nRegistered == kRecords;
+            EXPECT_TRUE(CreatesTag<13>(known.m_lpszClassGuid));
+            EXPECT_TRUE(CreatesNothing(kUnknown));
+            CreatesTag<14>(guids[kRecords / 2].c_str());
+        }
+    };
+    std::vector<std::thread> threads;
+    threads.emplace_back(registerHalf, 0);
+    threads.emplace_back(registerHalf, 1);
+    threads.emplace_back(lookUp);
+    threads.emplace_back(lookUp);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const std::string& guid : guids) {
+        EXPECT_TRUE(CreatesTag<14>(guid.c_str())) << guid;
+    }
+}

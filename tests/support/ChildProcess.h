@@ -1,0 +1,30 @@
+// Runs a program of the tests in a process of its own, for state that a process has only once.
+
+#ifndef TNROBOTKERNEL_TESTS_SUPPORT_CHILDPROCESS_H_
+#define TNROBOTKERNEL_TESTS_SUPPORT_CHILDPROCESS_H_
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tntest {
+
+struct ChildResult {
+    int nExitCode = -1;  ///< -1 when the program was ended by a signal
+    int nSignal = 0;
+    std::string output;  ///< what it wrote to its standard output
+};
+
+struct ChildProgram {
+    std::string path;
+    std::vector<std::string> arguments;
+    std::vector<std::pair<std::string, std::string>> environment;  ///< set in addition to ours
+    std::string directory;                                         ///< current directory; ours when empty
+};
+
+/// Runs the program to its end. A program that hangs is ended by SIGALRM.
+ChildResult RunChild(const ChildProgram& program);
+
+}  // namespace tntest
+
+#endif  // TNROBOTKERNEL_TESTS_SUPPORT_CHILDPROCESS_H_

@@ -1,0 +1,36 @@
+// How much time and memory a piece of work takes.
+
+#ifndef TNROBOTKERNEL_TESTS_SUPPORT_RESOURCEUSE_H_
+#define TNROBOTKERNEL_TESTS_SUPPORT_RESOURCEUSE_H_
+
+#include <chrono>
+#include <functional>
+
+namespace tntest {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitizerOwnsMemory = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool kSanitizerOwnsMemory = true;
+#else
+constexpr bool kSanitizerOwnsMemory = false;
+#endif
+#else
+constexpr bool kSanitizerOwnsMemory = false;
+#endif
+
+constexpr long long kMiB = 1024 * 1024;
+
+/// Runs the work in a child process.
+/// @return by how many bytes the child's address space grew at its peak, touched or not; -1 when
+///         the child did not end well or a test's expectation failed in it. 0 under a sanitizer whose own memory would
+///         drown the answer.
+long long PeakGrowth(const std::function<void()>& work);
+
+/// @return wall-clock seconds that the work took.
+double SecondsFor(const std::function<void()>& work);
+
+}  // namespace tntest
+
+#endif  // TNROBOTKERNEL_TESTS_SUPPORT_RESOURCEUSE_H_

@@ -1,0 +1,57 @@
+// A logger library that reports every call on the standard output. Compiled once per variant:
+//   TNROBOT_LOGGER_OWN_DECLARATIONS  does without the library's headers
+//   TNROBOT_LOGGER_RESULT            what the creation function answers
+//   TNROBOT_LOGGER_STORES            whether it makes a logger even so
+// With LOGGER_WORKS in the environment every variant makes a logger and answers 0.
+
+#include <cstdio>
+#include <cstdlib>
+
+#ifdef TNROBOT_LOGGER_OWN_DECLARATIONS
+#include "support/loggers/OwnDeclarations.h"
+#else
+#include "TnRobotKernel/core.h"
+#endif
+
+#define TNROBOT_LOGGER_EXPORT __attribute__((visibility("default")))
+
+namespace {
+
+// A level that is refused without a report, for those who ask in a loop.
+constexpr int kSilentLevel = -2;
+
+class CTnReportingLogger final : public ITnRobotLogger {
+public:
+    ~CTnReportingLogger() override { Report("destroyed\n"); }
+
+    void AddRef() override { Report("AddRef\n"); }
+    int Release() override {
+        Report("Release\n");
+        return 0;
+    }
+    void SetLogParam(int nFirst, int nSecond) override { Report("SetLogParam %d %d\n", nFirst, nSecond); }
+    void WriteLog(int nLevel, const char* lpszText) override { Report("WriteLog %d [%s]\n", nLevel, lpszText); }
+    bool IsLevelEnabled(int nLevel) override {
+        if (nLevel != kSilentLevel) {
+            Report("IsLevelEnabled %d\n", nLevel);
+        }
+        return nLevel >= 0;
+    }
+
+private:
+    template <typename... Arguments>
+    static void Report(const char* lpszFormat, Arguments... arguments) {
+        std::printf(lpszFormat, arguments...);
+        std::fflush(stdout);
+    }
+};
+
+}  // namespace
+
+extern "C" TNROBOT_LOGGER_EXPORT int TnCreateRobotLogger(ITnRobotLogger** ppLogger) {
+    const bool bWorks = std::getenv("LOGGER_WORKS") != nullptr;
+    if (bWorks || TNROBOT_LOGGER_STORES) {
+        *ppLogger = new CTnReportingLogger;
+    }
+    return bWorks ? 0 : TNROBOT_LOGGER_RESULT;
+}
