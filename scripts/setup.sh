@@ -6,7 +6,7 @@
 #   all    and clang, its tools, all of them (enough for scripts/ci.sh)
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-packages=(g++ cmake ninja-build)
+packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
 case "${1:-all}" in
     build) ;;
     test) packages+=(libgtest-dev binutils) ;;

@@ -4,7 +4,9 @@
 #define TNROBOTKERNEL_TNROBOTKERNEL_H_
 
 #include "TnRobotKernel/archive.h"
+#include "TnRobotKernel/concurrency.h"
 #include "TnRobotKernel/core.h"
+#include "TnRobotKernel/image.h"
 #include "TnRobotKernel/memory.h"
 #include "TnRobotKernel/pool.h"
 #include "TnRobotKernel/utilities.h"

@@ -171,6 +171,15 @@ TN_ROBOT_API int TnCreateRobotMemFile(ITnRobotMemFile** ppFile);
 /// of idleness. @param[out] ppPool  +1, caller releases. @return 1, or 0 for a null ppPool.
 TN_ROBOT_API int TnCreateRobotMemoryBlockPool(ITnRobotMemoryBlockPool** ppPool);
 
+/// Creates the circular block pool, for streams of short-lived blocks: it cuts blocks one after
+/// another, unaligned, out of four buffers of 24 MiB (more when all are in use), and starts a
+/// buffer over when all its blocks are back. FreeUnuseMemory does nothing: memory is given back
+/// when the pool goes, also that of blocks which are still held then.
+/// QueryMemBuff serves 0 to 25165824 bytes. When other threads use up the buffer that it has
+/// found, it answers 1 without a block: set the pointer to null before and test it afterwards.
+/// @param[out] ppPool  +1, caller releases. @return always 1.
+TN_ROBOT_API int TnCreateRobotCircleMemoryBlockPool(ITnRobotMemoryBlockPool** ppPool);
+
 /// Wraps caller memory as a block. Nothing is checked: pData need not lie inside pParent.
 /// @param[in]  pParent  block kept alive by the new one (one reference is taken), or null.
 /// @param[in]  pData    nSize bytes, borrowed for the block's life.

@@ -1,0 +1,40 @@
+#include "concurrency/TnRobotManualEvent.h"
+
+#include "concurrency/TnTimedWait.h"
+#include "core/TnCreateInstance.h"
+
+ITnRobotEvent::~ITnRobotEvent() = default;
+
+int CTnRobotManualEvent::CreateInstance(bool bSignalled, ITnRobotEvent** ppEvent) {
+    return tnrobot::FinishInstance(new CTnRobotManualEvent, ppEvent,
+                                   [bSignalled](CTnRobotManualEvent& event) { return event._Init(bSignalled) != 0; });
+}
+
+int CTnRobotManualEvent::_Init(bool bSignalled) {
+    m_bSignalled = bSignalled;
+    return 1;
+}
+
+void CTnRobotManualEvent::SetEvent() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_bSignalled = true;
+    m_changed.notify_all();
+}
+
+void CTnRobotManualEvent::ResetEvent() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_bSignalled = false;
+}
+
+// A time-out of 0 has passed already, so the wait is left out: polls are what workers do most.
+bool CTnRobotManualEvent::WaitEvent(unsigned int nMs) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (!m_bSignalled && nMs != 0) {
+        tnrobot::WaitOnce(m_changed, lock, nMs);
+    }
+    return m_bSignalled;
+}
+
+int TnCreateRobotManualEvent(bool bSignalled, ITnRobotEvent** ppEvent) {
+    return CTnRobotManualEvent::CreateInstance(bSignalled, ppEvent);
+}

@@ -1,0 +1,52 @@
+#include "concurrency/TnRobotSignal.h"
+
+#include "concurrency/TnTimedWait.h"
+#include "core/TnCreateInstance.h"
+
+ITnRobotSignal::~ITnRobotSignal() = default;
+
+int CTnRobotSignal::CreateInstance(ITnRobotSignal** ppSignal) {
+    return tnrobot::FinishInstance(new CTnRobotSignal, ppSignal,
+                                   [](CTnRobotSignal& signal) { return signal._Init() != 0; });
+}
+
+int CTnRobotSignal::_Init() {
+    return 1;
+}
+
+void CTnRobotSignal::Signal() {
+    _Leave(kSignalled);
+}
+
+void CTnRobotSignal::CanCel() {
+    _Leave(kCancelled);
+}
+
+// Leaves the armed state, unless somebody was first.
+void CTnRobotSignal::_Leave(unsigned int nState) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_nState == kArmed) {
+        m_nState = nState;
+        m_changed.notify_all();
+    }
+}
+
+// Callers rely on a signalled signal staying so after Reset: do not "fix".
+void CTnRobotSignal::Reset() {}
+
+unsigned int CTnRobotSignal::Wait(unsigned int nMs) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (m_nState == kArmed && nMs != 0) {
+        tnrobot::WaitOnce(m_changed, lock, nMs);
+    }
+    return m_nState;
+}
+
+void CTnRobotSignal::ClearResource() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_nState = kArmed;
+}
+
+int TnCreateRobotSignal(ITnRobotSignal** ppSignal) {
+    return CTnRobotSignal::CreateInstance(ppSignal);
+}

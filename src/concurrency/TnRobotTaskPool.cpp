@@ -1,0 +1,227 @@
+#include "concurrency/TnRobotTaskPool.h"
+
+#include <algorithm>
+#include <cassert>
+#include <memory>
+#include <utility>
+
+#include "concurrency/TnPolling.h"
+#include "concurrency/TnRobotTaskRunner.h"
+#include "core/TnCreateInstance.h"
+#include "core/TnSanitizer.h"
+
+ITnRobotTaskPool::~ITnRobotTaskPool() = default;
+
+int CTnRobotTaskPool::CreateInstance(ITnRobotTaskPool** ppPool) {
+    if (ppPool == nullptr) {
+        return 0;
+    }
+    return tnrobot::FinishInstance(new CTnRobotTaskPool, ppPool,
+                                   [](CTnRobotTaskPool& pool) { return pool._Init() != 0; });
+}
+
+int CTnRobotTaskPool::_Init() {
+    if (TnCreateRobotManualEvent(false, m_pExitEvent.Receive()) == 0) {
+        return 0;
+    }
+    m_thread = std::thread([this] { _OnThreadPoolWork(); });
+    return 1;
+}
+
+CTnRobotTaskPool::~CTnRobotTaskPool() {
+    if (m_thread.joinable()) {
+        m_pExitEvent->SetEvent();
+        m_thread.join();
+    }
+    _DropNotices();
+    _LetGoOfTasks();
+}
+
+// No notice is taken any more, and those that wait give their references back: a task whose last
+// holder has gone returns here, one without other references would otherwise never end.
+void CTnRobotTaskPool::_DropNotices() {
+    std::unique_ptr<NotifyQueue> queue;
+    {
+        std::lock_guard<std::mutex> lock(m_notifyMutex);
+        m_bNoticesClosed = true;
+        queue.reset(m_pNotifyQueue.exchange(nullptr));
+    }
+    queue.reset();
+    m_takenNotices.clear();
+}
+
+// Held tasks stay with their holders. The others are idle or just being given back; none is
+// destroyed before the last has come back, since that looks at the whole list of idle ones. No
+// lock is held while tasks go: their runners go with them.
+void CTnRobotTaskPool::_LetGoOfTasks() {
+    const auto itEnd =
+        std::remove_if(m_allTasks.begin(), m_allTasks.end(), [](CTnRobotTask* pTask) { return pTask->Abandon(); });
+    m_allTasks.erase(itEnd, m_allTasks.end());
+    _AwaitIdleTasks();
+    for (CTnRobotTask* pTask : m_allTasks) {
+        pTask->FreeParent();
+        pTask->Release();  // the pool's reference, the last one
+    }
+}
+
+void CTnRobotTaskPool::_AwaitIdleTasks() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_bClosing = true;
+    m_returned.wait(lock, [this] {
+        return std::all_of(m_allTasks.begin(), m_allTasks.end(),
+                           [](const CTnRobotTask* pTask) { return pTask->IsIdle(); });
+    });
+}
+
+bool CTnRobotTaskPool::CreateTask(ITnRobotTaskRunner* pRunner, ITnRobotTask** ppTask) {
+    if (ppTask == nullptr) {
+        return false;
+    }
+    *ppTask = nullptr;
+    CTnRobotTask* pTask = _TakeTask();
+    if (pTask == nullptr) {
+        return false;
+    }
+    pTask->BindRunner(pRunner);
+    pTask->AddRef();  // the caller's
+    *ppTask = pTask;
+    return true;
+}
+
+// Callers rely on the job not being run here, and on the task being idle again with the job still
+// bound: do not "fix".
+bool CTnRobotTaskPool::CreateTask(const std::function<void(ITnRobotEvent*)>& job) {
+    tnrobot::Ref<ITnRobotTaskRunner> runner;
+    if (CTnRobotTaskRunner::CreateInstance(job, runner.Receive()) == 0) {
+        return false;
+    }
+    tnrobot::Ref<ITnRobotTask> task;
+    return CreateTask(runner.Get(), task.Receive());
+}
+
+CTnRobotTask* CTnRobotTaskPool::_TakeTask() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_idleTasks.Empty()) {
+        return _MakeTask();
+    }
+    CTnRobotTask* pTask = m_idleTasks.Front();
+    m_idleTasks.PopFront();
+    pTask->SetIdle(false);
+    _SetIdleCount();
+    return pTask;
+}
+
+// Both lists have grown before the task is kept, so a failed growth leaks nothing.
+CTnRobotTask* CTnRobotTaskPool::_MakeTask() {
+    m_idleTasks.Reserve(m_allTasks.size() + 1);
+    tnrobot::Ref<CTnRobotTask> task;
+    if (CTnRobotTask::CreateInstance(this, task.Receive()) == 0) {
+        return nullptr;
+    }
+    m_allTasks.push_back(task.Get());
+    return task.Detach();
+}
+
+unsigned int CTnRobotTaskPool::GetTaskCount() {
+    return m_nIdleTasks.load();
+}
+
+// No reference is taken: the pool's own is left. A closing pool may be gone as soon as the lock
+// is released.
+void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
+    auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask);
+    if (pPooled == nullptr) {
+        return;
+    }
+    pPooled->Stop();
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (pPooled->IsIdle()) {
+        return;
+    }
+    m_idleTasks.Reserve(m_idleTasks.Size() + 1);  // only a stranger's task finds no room
+    m_idleTasks.PushBack(pPooled);
+    pPooled->SetIdle(true);
+    _SetIdleCount();
+    if (m_bClosing) {
+        m_returned.notify_all();
+    }
+}
+
+void CTnRobotTaskPool::_SetIdleCount() {
+    m_nIdleTasks.store(static_cast<unsigned int>(m_idleTasks.Size()));
+    if (tnrobot::kCheckInvariants) {
+        _CheckInvariants();
+    }
+}
+
+// A task that only the pool holds is being given back by its last holder, which stops it: that
+// needs no notice, and a reference from here would have it given back twice.
+void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
+    if (pTask == nullptr) {
+        return;
+    }
+    std::lock_guard<std::mutex> lock(m_notifyMutex);
+    if (m_bNoticesClosed) {
+        return;
+    }
+    STnStopNotice notice;
+    if (auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask)) {
+        if (!pPooled->AddRefWhileHeld()) {
+            return;
+        }
+        notice = {tnrobot::Ref<ITnRobotTask>::Adopt(pPooled), pPooled->GetRunNumber()};
+    } else {
+        notice.m_task = tnrobot::Ref<ITnRobotTask>::Share(pTask);
+    }
+    std::unique_ptr<NotifyQueue> queue(m_pNotifyQueue.exchange(nullptr));
+    if (!queue) {
+        queue = std::make_unique<NotifyQueue>();
+    }
+    queue->push_back(std::move(notice));
+    m_pNotifyQueue.store(queue.release());
+    m_bHasNotify.store(true);
+}
+
+// The task-list mutex is only tried: while somebody works on the lists, the notices can wait for a
+// turn.
+void CTnRobotTaskPool::_TakeNotices() {
+    if (!m_bHasNotify.load()) {
+        return;
+    }
+    std::unique_lock<std::mutex> lock(m_mutex, std::try_to_lock);
+    if (!lock.owns_lock()) {
+        return;
+    }
+    m_bHasNotify.store(false);
+    if (std::unique_ptr<NotifyQueue> queue{m_pNotifyQueue.exchange(nullptr)}) {
+        m_takenNotices.swap(*queue);
+    }
+}
+
+void CTnRobotTaskPool::_OnThreadPoolWork() {
+    while (!m_pExitEvent->WaitEvent(0)) {
+        if (m_takenNotices.empty()) {
+            _TakeNotices();
+            tnrobot::PollSleep();
+            continue;
+        }
+        const STnStopNotice notice = std::move(m_takenNotices.front());
+        m_takenNotices.pop_front();
+        if (auto* pPooled = dynamic_cast<CTnRobotTask*>(notice.m_task.Get())) {
+            pPooled->StopRun(notice.m_nRun);
+        } else if (notice.m_task->IsRunning()) {
+            notice.m_task->Stop();
+        }
+    }
+}
+
+void CTnRobotTaskPool::_CheckInvariants() const {
+    assert(m_nIdleTasks.load() == m_idleTasks.Size());
+    for (std::size_t i = 0; i < m_idleTasks.Size(); ++i) {
+        assert(m_idleTasks.At(i)->IsIdle());
+    }
+}
+
+int TnCreateRobotTaskPool(ITnRobotTaskPool** ppPool) {
+    return CTnRobotTaskPool::CreateInstance(ppPool);
+}

@@ -1,0 +1,87 @@
+// The pool of tasks.
+
+#ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKPOOL_H_
+#define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKPOOL_H_
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+#include "TnRobotKernel/concurrency.h"
+#include "TnRobotKernel/detail/RingQueue.h"
+#include "concurrency/TnRobotTask.h"
+#include "core/TnRef.h"
+
+/// Recycles tasks and stops those whose runner is done.
+///
+/// Invariants (under m_mutex): every task that the pool made is in m_allTasks, with one reference
+/// of the pool's; m_idleTasks holds, once each and longest idle first, those that were given back,
+/// and has room for all of them, so that taking one back cannot fail; m_nIdleTasks is its size.
+///
+/// Notices: a worker appends to the notification queue under m_notifyMutex; the pool's thread takes
+/// the whole queue without that mutex. The queue therefore changes hands through the atomic
+/// m_pNotifyQueue: whoever has exchanged it for null owns it. A worker puts it back with its notice
+/// and then sets m_bHasNotify; the pool's thread clears the flag and then takes the queue, so no
+/// notice is left behind without the flag. A notice holds a reference to its task for as long as
+/// it waits: such a task is not idle.
+///
+/// Destruction: the pool's thread goes first, then the notices, then the tasks. That order leaves
+/// only holders to change a task's count, which CTnRobotTask::Release relies on. A task that is just
+/// being given back is waited for; held ones live on without the pool.
+///
+/// Lock order: m_mutex, or a task's m_parentMutex and then m_notifyMutex. No task is stopped,
+///             released or given a runner under any of them.
+class CTnRobotTaskPool final : public ITnRobotTaskPool, public ITnRobotTaskParent {
+public:
+    /// @param[out] ppPool  +1, caller releases; null on failure. @return 1, or 0 for a null ppPool.
+    static int CreateInstance(ITnRobotTaskPool** ppPool);
+
+    ~CTnRobotTaskPool() override;
+
+    bool CreateTask(ITnRobotTaskRunner* pRunner, ITnRobotTask** ppTask) override;
+    bool CreateTask(const std::function<void(ITnRobotEvent*)>& job) override;
+    unsigned int GetTaskCount() override;
+
+    void RecoveryTask(ITnRobotTask* pTask) override;
+    void OnNotifyStop(ITnRobotTask* pTask) override;
+
+private:
+    /// The news that a run's work is done.
+    struct STnStopNotice {
+        tnrobot::Ref<ITnRobotTask> m_task;
+        unsigned long long m_nRun = 0;  ///< the run that is done; a later one goes on
+    };
+    using NotifyQueue = std::deque<STnStopNotice>;
+
+    CTnRobotTaskPool() = default;
+    int _Init();
+    CTnRobotTask* _TakeTask();
+    CTnRobotTask* _MakeTask();
+    void _SetIdleCount();
+    void _TakeNotices();
+    void _DropNotices();
+    void _LetGoOfTasks();
+    void _AwaitIdleTasks();
+    void _OnThreadPoolWork();
+    void _CheckInvariants() const;
+
+    std::mutex m_mutex;
+    std::condition_variable m_returned;             // a task came back to a closing pool
+    tnrobot::RingQueue<CTnRobotTask*> m_idleTasks;  // guarded by m_mutex; front reused first
+    std::deque<CTnRobotTask*> m_allTasks;           // grows under m_mutex; one reference each
+    std::atomic<unsigned int> m_nIdleTasks{0};      // written under m_mutex
+    bool m_bClosing = false;                        // guarded by m_mutex
+
+    std::mutex m_notifyMutex;
+    std::atomic<NotifyQueue*> m_pNotifyQueue{nullptr};  // owned; see above
+    std::atomic<bool> m_bHasNotify{false};
+    bool m_bNoticesClosed = false;  // guarded by m_notifyMutex
+
+    NotifyQueue m_takenNotices;  // the pool's thread's own until it has ended
+    std::thread m_thread;
+    tnrobot::Ref<ITnRobotEvent> m_pExitEvent;  // set: the pool's thread shall end
+};
+
+#endif  // TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKPOOL_H_

@@ -1,0 +1,40 @@
+#include "concurrency/TnRobotTaskRunner.h"
+
+#include "core/TnCreateInstance.h"
+
+ITnRobotTaskRunner::~ITnRobotTaskRunner() = default;
+
+int CTnRobotTaskRunner::CreateInstance(const std::function<void(ITnRobotEvent*)>& job, ITnRobotTaskRunner** ppRunner) {
+    return tnrobot::FinishInstance(new CTnRobotTaskRunner, ppRunner,
+                                   [&job](CTnRobotTaskRunner& runner) { return runner._Init(job) != 0; });
+}
+
+int CTnRobotTaskRunner::_Init(const std::function<void(ITnRobotEvent*)>& job) {
+    if (!job) {
+        return 0;
+    }
+    m_job = job;
+    return 1;
+}
+
+void CTnRobotTaskRunner::Init() {
+    m_bExecuted.store(false);
+}
+
+// Executed comes first: the run is over after this call, whatever the job does.
+void CTnRobotTaskRunner::Execute(ITnRobotEvent* pRunEvent) {
+    m_bExecuted.store(true);
+    m_job(pRunEvent);
+}
+
+void CTnRobotTaskRunner::ClearResource() {}
+
+bool CTnRobotTaskRunner::IsStop() {
+    return m_bExecuted.load();
+}
+
+void CTnRobotTaskRunner::Copy(ITnRobotTaskRunner* /*pRunner*/) {}
+
+ITnRobotTaskRunner* CTnRobotTaskRunner::Clone() {
+    return new CTnRobotTaskRunner;
+}

@@ -1,0 +1,67 @@
+// The worker thread.
+
+#ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTHREAD_H_
+#define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTHREAD_H_
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "TnRobotKernel/concurrency.h"
+#include "core/TnRef.h"
+
+/// Calls its job pass after pass on one thread. Requests go to the worker through two events, its
+/// answers come back through m_state.
+///
+/// Invariants: only the worker writes m_state. Under m_controlMutex at most one request is
+/// unanswered, and nobody takes it back: the stop event is neither set by another Stop nor reset
+/// by a Run before the worker has answered. Otherwise a Run between a Stop and its answer would
+/// cancel the pause, and the Stop would wait for ever.
+///
+/// Waits that no worker can end (there is none yet, it has exited, or it is the caller itself) are
+/// contractual and happen without m_controlMutex, so that they stop nobody else.
+///
+/// Lock order: m_controlMutex, then the lock of an event; m_jobMutex is innermost. No lock is held
+///             while the job runs.
+class CTnRobotThread final : public ITnRobotThread {
+public:
+    /// @param[out] ppThread  +1, caller releases. @return always 1.
+    static int CreateInstance(ITnRobotThread** ppThread);
+
+    ~CTnRobotThread() override;
+
+    bool SetWorkJob(const std::function<void(ITnRobotEvent*)>& job) override;
+    bool Run() override;
+    void Stop() override;
+    void Exit(unsigned int nExitCode) override;
+
+private:
+    using Job = std::function<void(ITnRobotEvent*)>;
+
+    enum ETnThreadState : int {
+        THREAD_CREATED = 0,  ///< no pass has run
+        THREAD_RUNNING = 1,  ///< passes run
+        THREAD_PAUSED = 2,   ///< the stop event was seen after a pass
+        THREAD_EXITED = 3,   ///< the worker has ended
+    };
+
+    CTnRobotThread();
+    int _Init();
+    std::shared_ptr<const Job> _Job();
+    bool _OnWorkerThread() const;
+    bool _IsRunning();
+    void _AwaitAnswer(ETnThreadState eState, std::unique_lock<std::mutex> lock);
+    void _PollState(ETnThreadState eState) const;
+    void _OnThreadWorkLoop();
+
+    std::mutex m_controlMutex;
+    std::unique_ptr<std::thread> m_pThread;  // guarded by m_controlMutex; null until the first Run
+    std::mutex m_jobMutex;
+    std::shared_ptr<const Job> m_job;  // pointer guarded by m_jobMutex; never null
+    tnrobot::Ref<ITnRobotEvent> m_pStopEvent;
+    tnrobot::Ref<ITnRobotEvent> m_pExitEvent;
+    std::atomic<int> m_state{THREAD_CREATED};
+};
+
+#endif  // TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTHREAD_H_

@@ -1,0 +1,67 @@
+#include "image/TnImageGeometry.h"
+
+#include <limits>
+
+namespace tnrobot {
+
+namespace {
+
+template <typename T>
+bool Fits(std::int64_t n) {
+    return n >= std::numeric_limits<T>::min() && n <= std::numeric_limits<T>::max();
+}
+
+}  // namespace
+
+int BytesPerPixel(ETnNLImageType eType) {
+    switch (eType) {
+        case TN_IMAGE_RGB24:
+        case TN_IMAGE_BGR24:
+            return 3;
+        case TN_IMAGE_8BIT_3:
+        case TN_IMAGE_8BIT_4:
+        case TN_IMAGE_8BIT_5:
+        case TN_IMAGE_8BIT_6:
+        case TN_IMAGE_GRAY8:
+            return 1;
+        case TN_IMAGE_BGRX32:
+            return 4;
+        case TN_IMAGE_NONE:
+        case TN_IMAGE_420:
+            break;
+    }
+    return 0;
+}
+
+// Divides instead of multiplying: 32-bit factors fit 64 bits, but a view may come from anywhere.
+bool STnRowLayout::FitsInto(std::int64_t nSize) const {
+    if (nRows < 1 || nRowLength < 1 || nPitch < 0 || nRowLength > nSize) {
+        return false;
+    }
+    return nPitch == 0 || nRows - 1 <= (nSize - nRowLength) / nPitch;
+}
+
+// Only rows of three-byte pixels are padded.
+bool SurfacePitch(ETnNLImageType eType, int nWidth, int& nPitch) {
+    const int nPixel = BytesPerPixel(eType);
+    std::int64_t nExact = std::int64_t{nWidth} * nPixel;
+    if (nPixel == 3) {
+        nExact = AlignTo4(nExact);
+    } else if (eType == TN_IMAGE_420) {
+        nExact = std::int64_t{nWidth} * 3 / 2;
+    } else if (nPixel == 0) {
+        return false;
+    }
+    if (!Fits<int>(nExact)) {
+        return false;
+    }
+    nPitch = static_cast<int>(nExact);
+    return true;
+}
+
+unsigned int SurfaceSize(int nPitch, int nHeight) {
+    const std::int64_t nSize = std::int64_t{nPitch} * nHeight;
+    return nPitch > 0 && nHeight > 0 && Fits<unsigned int>(nSize) ? static_cast<unsigned int>(nSize) : 0;
+}
+
+}  // namespace tnrobot

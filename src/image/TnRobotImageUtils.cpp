@@ -1,0 +1,442 @@
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <limits>
+
+#include "TnRobotKernel/image.h"
+#include "core/TnRef.h"
+#include "image/TnBmpDecoder.h"
+#include "image/TnBmpEncoder.h"
+#include "image/TnImageGeometry.h"
+#include "image/TnJpegDecoder.h"
+#include "image/TnJpegEncoder.h"
+
+using tnrobot::Ref;
+using tnrobot::STnRowLayout;
+
+namespace {
+
+using SurfaceRef = Ref<ITnRobotSurface>;
+using SurfaceDesc = ITnRobotSurface::STnSurfaceDesc;
+using SurfaceLock = ITnRobotSurface::STnLockSurface;
+
+enum ETnImageResult : int {
+    kOk = 0,
+    kRefused = -1,
+    kNotDecoded = -2,
+    kNotEncoded = -6,
+};
+
+constexpr int kPieced = 1;
+constexpr int kNotPieced = 0;
+
+enum class FileKind { kOther, kJpeg, kBmp };
+
+// A surface's pixels for as long as they are worked on. Without memory, or when a surface refuses
+// the lock, there are no bytes.
+class PixelLock {
+public:
+    explicit PixelLock(ITnRobotSurface* pSurface) : m_pSurface(pSurface), m_bLocked(pSurface->LockSurface(m_lock)) {
+        if (!m_bLocked || m_lock.pData == nullptr) {
+            m_lock = {};
+        }
+    }
+    PixelLock(const PixelLock&) = delete;
+    PixelLock& operator=(const PixelLock&) = delete;
+    ~PixelLock() {
+        if (m_bLocked) {
+            m_pSurface->UnLockSurface();
+        }
+    }
+
+    const SurfaceLock* operator->() const { return &m_lock; }
+
+    // Rows of this surface, of which the first nRowLength bytes count.
+    STnRowLayout Rows(std::int64_t nRows, std::int64_t nRowLength) const { return {nRows, nRowLength, m_lock.nPitch}; }
+
+    // @return whether such rows, nSkip bytes into the memory, lie in the surface.
+    bool Holds(const STnRowLayout& rows, std::int64_t nSkip = 0) const {
+        return nSkip >= 0 && rows.FitsInto(std::int64_t{m_lock.nDataSize} - nSkip);
+    }
+
+    // Zeroes what lies behind each row and behind the last one: recycled memory still shows what was
+    // there before. The rows must lie in the surface.
+    void ClearBehind(const STnRowLayout& rows) const {
+        const std::int64_t nGap = rows.nPitch - rows.nRowLength;
+        for (std::int64_t nRow = 0; nGap > 0 && nRow + 1 < rows.nRows; ++nRow) {
+            std::memset(m_lock.pData + nRow * rows.nPitch + rows.nRowLength, 0, static_cast<std::size_t>(nGap));
+        }
+        ClearFrom((rows.nRows - 1) * rows.nPitch + rows.nRowLength);
+    }
+
+    // Zeroes the surface from an offset on.
+    void ClearFrom(std::int64_t nOffset) const {
+        if (nOffset < m_lock.nDataSize) {
+            std::memset(m_lock.pData + nOffset, 0, static_cast<std::size_t>(m_lock.nDataSize - nOffset));
+        }
+    }
+
+private:
+    ITnRobotSurface* m_pSurface;
+    SurfaceLock m_lock{};
+    bool m_bLocked;
+};
+
+SurfaceRef QuerySurface(ITnRobotSurfacePool* pPool, const SurfaceDesc& desc, int& nResult) {
+    SurfaceRef surface;
+    nResult = pPool->QuerySurface(desc, surface.Receive());
+    if (nResult != 0) {
+        surface.Reset();
+    }
+    return surface;
+}
+
+SurfaceRef QuerySurface(ITnRobotSurfacePool* pPool, const SurfaceDesc& desc) {
+    int nResult = 0;
+    return QuerySurface(pPool, desc, nResult);
+}
+
+// Only ASCII letters count, whatever the process's locale.
+char ToLower(char ch) {
+    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+}
+
+constexpr std::size_t kExtensionLength = 4;
+
+// @return whether the path is long enough to have an extension.
+bool QueryFileKind(const char* lpszPath, FileKind& eKind) {
+    const std::size_t nLength = lpszPath != nullptr ? std::strlen(lpszPath) : 0;
+    if (nLength < kExtensionLength) {
+        return false;
+    }
+    char szExtension[kExtensionLength + 1] = {};
+    std::transform(lpszPath + nLength - kExtensionLength, lpszPath + nLength, szExtension, ToLower);
+    eKind = std::strcmp(szExtension, ".jpg") == 0   ? FileKind::kJpeg
+            : std::strcmp(szExtension, ".bmp") == 0 ? FileKind::kBmp
+                                                    : FileKind::kOther;
+    return true;
+}
+
+void CopyRows(unsigned char* pTarget, std::int64_t nTargetPitch, const unsigned char* pSource,
+              const STnRowLayout& source) {
+    for (std::int64_t nRow = 0; nRow < source.nRows; ++nRow) {
+        std::memcpy(pTarget, pSource, static_cast<std::size_t>(source.nRowLength));
+        pTarget += nTargetPitch;
+        pSource += source.nPitch;
+    }
+}
+
+// @return bytes of a pixel; 0 for formats that are not clipped.
+std::int64_t ClipPixelSize(ETnNLImageType eType) {
+    return eType == TN_IMAGE_BGRX32 ? 0 : tnrobot::BytesPerPixel(eType);
+}
+
+// Everything that has not three bytes per pixel is joined as if it had one.
+std::int64_t PiecePixelSize(ETnNLImageType eType) {
+    return tnrobot::BytesPerPixel(eType) == 3 ? 3 : 1;
+}
+
+bool IsInside(const STnNLROIRect& region, const SurfaceDesc& desc) {
+    return region.left >= 0 && region.top >= 0 && region.right <= desc.nWidth && region.bottom <= desc.nHeight &&
+           region.right > region.left && region.top < region.bottom;
+}
+
+// Files leave bytes of a surface uncovered: JPEG rows end before their padding, the rows of a BMP
+// may be fewer than its height says.
+void ClearUncovered(const CTnJpegDecoder& /*decoder*/, const PixelLock& pixels, const SurfaceDesc& desc) {
+    const std::int64_t nRow = std::int64_t{desc.nWidth} * tnrobot::BytesPerPixel(desc.eImageType);
+    pixels.ClearBehind({desc.nHeight, nRow, tnrobot::AlignTo4(nRow)});
+}
+
+void ClearUncovered(const CTnBmpDecoder& decoder, const PixelLock& pixels, const SurfaceDesc& /*desc*/) {
+    pixels.ClearFrom(decoder.GetDataSize());
+}
+
+// Reads what an opened decoder holds into a new surface.
+template <typename Decoder>
+int ReadOpened(Decoder& decoder, ITnRobotSurfacePool* pPool, ITnRobotSurface** ppSurface) {
+    SurfaceDesc desc{};
+    desc.eImageType = TN_IMAGE_BGR24;
+    if (!decoder.ReadHeader(desc.nWidth, desc.nHeight)) {
+        return kRefused;
+    }
+    SurfaceRef surface = QuerySurface(pPool, desc);
+    if (!surface) {
+        return kRefused;
+    }
+    {
+        const PixelLock pixels(surface.Get());
+        if (!decoder.ReadData(TN_IMAGE_BGR24, pixels->pData, pixels->nDataSize)) {
+            return kNotDecoded;
+        }
+        ClearUncovered(decoder, pixels, desc);
+    }
+    *ppSurface = surface.Detach();
+    return kOk;
+}
+
+template <typename Decoder, typename... Source>
+int Load(ITnRobotSurfacePool* pPool, ITnRobotSurface** ppSurface, Source... source) {
+    Decoder decoder;
+    if (pPool == nullptr || ppSurface == nullptr || !decoder.Open(source...)) {
+        return kRefused;
+    }
+    return ReadOpened(decoder, pPool, ppSurface);
+}
+
+// A file that replaces an old one. It is opened by its first piece, so that an image that cannot be
+// encoded leaves the old file alone; that it cannot be opened or written is nobody's error.
+class FileWriter {
+public:
+    explicit FileWriter(const char* lpszPath) : m_lpszPath(lpszPath) {}
+
+    void Write(const unsigned char* pPiece, std::size_t nSize) {
+        if (!m_bTried) {
+            m_bTried = true;
+            m_stream.open(m_lpszPath, std::ios::binary | std::ios::out | std::ios::trunc);
+        }
+        m_stream.write(reinterpret_cast<const char*>(pPiece), static_cast<std::streamsize>(nSize));
+    }
+
+private:
+    const char* m_lpszPath;
+    std::ofstream m_stream;
+    bool m_bTried = false;
+};
+
+int SaveJpeg(const char* lpszPath, const STnNLImageData& image) {
+    CTnJpegEncoder encoder;
+    if (!encoder.Encode(image)) {
+        return kNotEncoded;
+    }
+    unsigned int nSize = 0;
+    const unsigned char* pData = encoder.GetEncodeData(nSize);
+    FileWriter(lpszPath).Write(pData, nSize);
+    return kOk;
+}
+
+// The file goes out in pieces: its colour table alone can be 64 MiB, which nobody needs in memory.
+int SaveBmp(const char* lpszPath, const STnNLImageData& image) {
+    FileWriter file(lpszPath);
+    const bool bEncoded = CTnBmpEncoder::EncodePieces(
+        image, [&file](const unsigned char* pPiece, std::size_t nSize) { file.Write(pPiece, nSize); });
+    return bEncoded ? kOk : kNotEncoded;
+}
+
+unsigned char ChannelCount(ETnNLImageType eType, unsigned char nDefault) {
+    const int nBytes = tnrobot::BytesPerPixel(eType);
+    return nBytes != 0 ? static_cast<unsigned char>(nBytes) : nDefault;
+}
+
+}  // namespace
+
+int TnRobotImageUtils::NlImage2Surface(const STnNLImageData& image, ITnRobotSurfacePool* pPool,
+                                       ITnRobotSurface** ppSurface) {
+    const bool bEmpty = image.pData == nullptr || image.nDataSize == 0 || image.nWidth == 0 || image.nHeight == 0;
+    if (bEmpty || pPool == nullptr || ppSurface == nullptr) {
+        return kRefused;
+    }
+    // R,G,B is refused although surfaces can have it: callers rely on the code.
+    if (image.eImageType == TN_IMAGE_RGB24 || tnrobot::BytesPerPixel(image.eImageType) == 0) {
+        return kNotDecoded;
+    }
+    const SurfaceDesc desc = {image.nWidth, image.nHeight, 0, image.eImageType, image.oriPos};
+    int nResult = 0;
+    SurfaceRef surface = QuerySurface(pPool, desc, nResult);
+    if (!surface) {
+        return nResult != 0 ? nResult : kRefused;
+    }
+    {
+        const PixelLock pixels(surface.Get());
+        if (image.nDataSize > pixels->nDataSize) {
+            return kRefused;
+        }
+        std::memcpy(pixels->pData, image.pData, image.nDataSize);
+        pixels.ClearFrom(image.nDataSize);
+    }
+    *ppSurface = surface.Detach();
+    return kOk;
+}
+
+int TnRobotImageUtils::Surface2NlImage(ITnRobotSurface* pSurface, STnNLImageData& image) {
+    constexpr unsigned char kBitsPerChannel = 8;
+    if (pSurface == nullptr) {
+        return kRefused;
+    }
+    SurfaceLock lock{};
+    if (!pSurface->LockSurface(lock)) {
+        return kOk;
+    }
+    image.pData = lock.pData;
+    image.nDataSize = lock.nDataSize;
+    image.oriPos = pSurface->GetOriPos();
+    image.nWidth = lock.nWidth;
+    image.nHeight = lock.nHeight;
+    image.eImageType = lock.eImageType;
+    image.nBitsPerChannel = kBitsPerChannel;
+    image.nChannels = ChannelCount(lock.eImageType, image.nChannels);
+    pSurface->UnLockSurface();
+    return kOk;
+}
+
+int TnRobotImageUtils::ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pSource, const STnNLROIRect& region,
+                                 ITnRobotSurface** ppSurface) {
+    if (pPool == nullptr || pSource == nullptr || ppSurface == nullptr) {
+        return kRefused;
+    }
+    SurfaceDesc desc{};
+    pSource->GetSurfaceDesc(desc);
+    const std::int64_t nPixel = ClipPixelSize(desc.eImageType);
+    if (!IsInside(region, desc) || nPixel == 0) {
+        return kRefused;
+    }
+    desc.nWidth = region.right - region.left;
+    desc.nHeight = region.bottom - region.top;
+    const PixelLock source(pSource);
+    const STnRowLayout rows = source.Rows(desc.nHeight, desc.nWidth * nPixel);
+    const std::int64_t nSkip = rows.nPitch * region.top + nPixel * region.left;
+    if (!source.Holds(rows, nSkip)) {
+        return kRefused;
+    }
+    // Success without a surface: callers test the pointer.
+    *ppSurface = nullptr;
+    SurfaceRef surface = QuerySurface(pPool, desc);
+    if (!surface) {
+        return kOk;
+    }
+    {
+        const PixelLock target(surface.Get());
+        const STnRowLayout targetRows = target.Rows(rows.nRows, rows.nRowLength);
+        if (!target.Holds(targetRows)) {
+            return kOk;
+        }
+        CopyRows(target->pData, target->nPitch, source->pData + nSkip, rows);
+        target.ClearBehind(targetRows);
+    }
+    *ppSurface = surface.Detach();
+    return kOk;
+}
+
+int TnRobotImageUtils::PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pFirst, ITnRobotSurface* pSecond,
+                                  ITnRobotSurface** ppSurface) {
+    if (pFirst == nullptr || pSecond == nullptr || ppSurface == nullptr) {
+        return kRefused;
+    }
+    *ppSurface = nullptr;
+    const PixelLock first(pFirst);
+    const PixelLock second(pSecond);
+    // The first image's rows decide how much of both is copied. Callers rely on it: do not "fix".
+    const std::int64_t nRow = std::int64_t{first->nWidth} * PiecePixelSize(first->eImageType);
+    const STnRowLayout firstRows = first.Rows(first->nHeight, nRow);
+    const STnRowLayout secondRows = second.Rows(first->nHeight, nRow);
+    const std::int64_t nWidth = std::int64_t{first->nWidth} + second->nWidth;
+    const bool bFits = first.Holds(firstRows) && second.Holds(secondRows);
+    if (pPool == nullptr || !bFits || nWidth > std::numeric_limits<int>::max()) {
+        return kNotPieced;
+    }
+    const auto nPitch = static_cast<int>(std::int64_t{first->nPitch} * 2);  // the pool computes its own
+    SurfaceRef surface =
+        QuerySurface(pPool, {static_cast<int>(nWidth), first->nHeight, nPitch, second->eImageType, {0, 0}});
+    if (!surface) {
+        return kNotPieced;
+    }
+    {
+        const PixelLock target(surface.Get());
+        const STnRowLayout targetRows = target.Rows(firstRows.nRows, 2 * nRow);
+        if (!target.Holds(targetRows)) {
+            return kNotPieced;
+        }
+        for (std::int64_t i = 0; i < firstRows.nRows; ++i) {
+            unsigned char* pTarget = target->pData + i * targetRows.nPitch;
+            std::memcpy(pTarget, first->pData + i * firstRows.nPitch, static_cast<std::size_t>(nRow));
+            std::memcpy(pTarget + nRow, second->pData + i * secondRows.nPitch, static_cast<std::size_t>(nRow));
+        }
+        target.ClearBehind(targetRows);
+    }
+    *ppSurface = surface.Detach();
+    return kPieced;
+}
+
+int TnRobotImageUtils::LoadImage(const char* lpszPath, ITnRobotSurfacePool* pPool, ITnRobotSurface** ppSurface) {
+    FileKind eKind = FileKind::kOther;
+    if (!QueryFileKind(lpszPath, eKind)) {
+        return kRefused;
+    }
+    switch (eKind) {
+        case FileKind::kJpeg:
+            return Load<CTnJpegDecoder>(pPool, ppSurface, lpszPath);
+        case FileKind::kBmp:
+            return Load<CTnBmpDecoder>(pPool, ppSurface, lpszPath);
+        case FileKind::kOther:
+            break;
+    }
+    return kRefused;
+}
+
+int TnRobotImageUtils::LoadImage(const unsigned char* pData, unsigned int nLength, ITnRobotSurfacePool* pPool,
+                                 ITnRobotSurface** ppSurface) {
+    return Load<CTnJpegDecoder>(pPool, ppSurface, pData, nLength);
+}
+
+int TnRobotImageUtils::LoadImage(ITnRobotMemoryBlock* pBlock, ITnRobotSurfacePool* pPool, ITnRobotSurface** ppSurface) {
+    if (pBlock == nullptr) {
+        return kRefused;
+    }
+    unsigned int nLength = 0;
+    const unsigned char* pData = pBlock->QueryMemory(nLength);
+    return LoadImage(pData, nLength, pPool, ppSurface);
+}
+
+int TnRobotImageUtils::SaveImage(const char* lpszPath, const STnNLImageData* pImage) {
+    FileKind eKind = FileKind::kOther;
+    if (pImage == nullptr || !QueryFileKind(lpszPath, eKind)) {
+        return kRefused;
+    }
+    switch (eKind) {
+        case FileKind::kJpeg:
+            return SaveJpeg(lpszPath, *pImage);
+        case FileKind::kBmp:
+            return SaveBmp(lpszPath, *pImage);
+        case FileKind::kOther:
+            break;
+    }
+    return kOk;  // callers rely on it: nothing is written for other endings
+}
+
+int TnRobotImageUtils::SaveImage(const char* lpszPath, ITnRobotSurface* pSurface) {
+    STnNLImageData image{};
+    return pSurface != nullptr && Surface2NlImage(pSurface, image) == kOk ? SaveImage(lpszPath, &image) : kRefused;
+}
+
+int TnRobotImageUtils::SaveImage(const STnNLImageData& image, ITnRobotMemoryBlockPool* pBlockPool,
+                                 ITnRobotMemoryBlock** ppBlock) {
+    if (pBlockPool == nullptr || ppBlock == nullptr) {
+        return kRefused;
+    }
+    CTnJpegEncoder encoder;
+    if (!encoder.Encode(image)) {
+        return kNotEncoded;
+    }
+    unsigned int nSize = 0;
+    const unsigned char* pData = encoder.GetEncodeData(nSize);
+    *ppBlock = nullptr;
+    Ref<ITnRobotMemoryBlock> block;
+    if (pBlockPool->QueryMemBuff(nSize, block.Receive()) == 0 || !block) {
+        return kRefused;
+    }
+    unsigned int nRoom = 0;
+    unsigned char* pTarget = block->QueryMemory(nRoom);
+    if (pTarget == nullptr || nRoom < nSize) {
+        return kRefused;
+    }
+    std::memcpy(pTarget, pData, nSize);
+    *ppBlock = block.Detach();
+    return kOk;
+}
+
+int TnRobotImageUtils::SaveImage(ITnRobotSurface* pSurface, ITnRobotMemoryBlockPool* pBlockPool,
+                                 ITnRobotMemoryBlock** ppBlock) {
+    STnNLImageData image{};
+    return Surface2NlImage(pSurface, image) == kOk ? SaveImage(image, pBlockPool, ppBlock) : kRefused;
+}

@@ -1,0 +1,66 @@
+#include "image/TnRobotSurface.h"
+
+#include "core/TnCreateInstance.h"
+
+ITnRobotSurface::~ITnRobotSurface() = default;
+CTnRobotSurface::~CTnRobotSurface() = default;
+
+bool CTnRobotSurface::CreateInstance(ITnRobotMemoryBlock* pBlock, const STnSurfaceDesc& desc,
+                                     ITnRobotSurface** ppSurface) {
+    if (ppSurface == nullptr) {
+        return false;
+    }
+    return tnrobot::FinishInstance(new CTnRobotSurface, ppSurface,
+                                   [&](CTnRobotSurface& surface) { return surface._Init(pBlock, desc); }) != 0;
+}
+
+bool CTnRobotSurface::_Init(ITnRobotMemoryBlock* pBlock, const STnSurfaceDesc& desc) {
+    if (pBlock == nullptr) {
+        return false;
+    }
+    ResetData(desc, pBlock);
+    return true;
+}
+
+void CTnRobotSurface::ResetData(const STnSurfaceDesc& desc, ITnRobotMemoryBlock* pBlock) {
+    m_desc = desc;
+    m_block = tnrobot::Ref<ITnRobotMemoryBlock>::Share(pBlock);
+}
+
+void CTnRobotSurface::ClearResource() {
+    m_block.Reset();
+}
+
+// A surface can be without a block: one that was handed out for a request that cannot be met, and
+// one whose pool went while it was held.
+bool CTnRobotSurface::LockSurface(STnLockSurface& lock) {
+    lock.nDataSize = 0;
+    lock.pData = m_block ? m_block->QueryMemory(lock.nDataSize) : nullptr;
+    lock.nWidth = m_desc.nWidth;
+    lock.nHeight = m_desc.nHeight;
+    lock.nPitch = m_desc.nPitch;
+    lock.eImageType = m_desc.eImageType;
+    return true;
+}
+
+void CTnRobotSurface::UnLockSurface() {}
+
+void CTnRobotSurface::GetSurfaceDesc(STnSurfaceDesc& desc) {
+    desc = m_desc;
+}
+
+STnNL2DPoint CTnRobotSurface::GetOriPos() {
+    return m_desc.oriPos;
+}
+
+void CTnRobotSurface::ResetOriPos(const STnNL2DPoint& oriPos) {
+    m_desc.oriPos = oriPos;
+}
+
+unsigned long long CTnRobotSurface::QueryTimeStamp() {
+    return m_nTimeStamp;
+}
+
+void CTnRobotSurface::SetTimeStamp(unsigned long long nTimeStamp) {
+    m_nTimeStamp = nTimeStamp;
+}

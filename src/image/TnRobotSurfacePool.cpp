@@ -1,0 +1,84 @@
+#include "image/TnRobotSurfacePool.h"
+
+#include <limits>
+
+#include "core/TnCreateInstance.h"
+#include "image/TnImageGeometry.h"
+#include "image/TnRobotSurface.h"
+
+using tnrobot::Ref;
+
+ITnRobotSurfacePool::~ITnRobotSurfacePool() = default;
+
+CTnRobotSurfaceEleAlloc::CTnRobotSurfaceEleAlloc(ITnRobotMemoryBlockPool* pBlockPool)
+    : m_blockPool(Ref<ITnRobotMemoryBlockPool>::Share(pBlockPool)) {}
+
+CTnRobotSurfaceEleAlloc::~CTnRobotSurfaceEleAlloc() = default;
+
+// The pitch is written as soon as it is known: callers read it back even from a request that fails
+// later. A block smaller than asked for counts as none.
+Ref<ITnRobotMemoryBlock> CTnRobotSurfaceEleAlloc::_QueryPixels(const ITnRobotSurface::STnSurfaceDesc* pDesc) {
+    Ref<ITnRobotMemoryBlock> block;
+    if (pDesc == nullptr || !tnrobot::SurfacePitch(pDesc->eImageType, pDesc->nWidth, pDesc->nPitch)) {
+        return block;
+    }
+    const unsigned int nSize = tnrobot::SurfaceSize(pDesc->nPitch, pDesc->nHeight);
+    if (nSize == 0 || !m_blockPool || m_blockPool->QueryMemBuff(nSize, block.Receive()) == 0 || !block) {
+        return {};
+    }
+    unsigned int nBlockSize = 0;
+    if (block->QueryMemory(nBlockSize) == nullptr || nBlockSize < nSize) {
+        block.Reset();
+    }
+    return block;
+}
+
+bool CTnRobotSurfaceEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppElement) {
+    const auto* pDesc = static_cast<const ITnRobotSurface::STnSurfaceDesc*>(pParam);
+    const Ref<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
+    ITnRobotSurface* pSurface = nullptr;
+    if (!block || !CTnRobotSurface::CreateInstance(block.Get(), *pDesc, &pSurface)) {
+        return false;
+    }
+    *ppElement = pSurface;
+    return true;
+}
+
+// There is no way to report a failure here: the surface is handed out without pixels then, and
+// callers rely on getting it.
+void CTnRobotSurfaceEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pParam) {
+    const auto* pDesc = static_cast<const ITnRobotSurface::STnSurfaceDesc*>(pParam);
+    const Ref<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
+    auto* pSurface = dynamic_cast<CTnRobotSurface*>(pElement);
+    if (block && pSurface != nullptr) {
+        pSurface->ResetData(*pDesc, block.Get());
+    }
+}
+
+CTnRobotSurfacePool::~CTnRobotSurfacePool() = default;
+
+int CTnRobotSurfacePool::CreateInstance(ITnRobotMemoryBlockPool* pBlockPool, ITnRobotSurfacePool** ppPool) {
+    if (ppPool == nullptr) {
+        return 0;
+    }
+    return tnrobot::FinishInstance(new CTnRobotSurfacePool, ppPool,
+                                   [&](CTnRobotSurfacePool& pool) { return pool._Init(pBlockPool) != 0; });
+}
+
+int CTnRobotSurfacePool::_Init(ITnRobotMemoryBlockPool* pBlockPool) {
+    const auto alloc = Ref<ITnElementAlloc>::Adopt(new CTnRobotSurfaceEleAlloc(pBlockPool));
+    m_pool = Ref<CTnRobotPool<ITnRobotSurface>>::Adopt(new CTnRobotPool<ITnRobotSurface>(alloc.Get()));
+    m_pool->SetMaxCount(std::numeric_limits<unsigned int>::max());
+    return 1;
+}
+
+// The pool passes the description on without touching it; the allocator only writes its pitch,
+// which is mutable.
+int CTnRobotSurfacePool::QuerySurface(const ITnRobotSurface::STnSurfaceDesc& desc, ITnRobotSurface** ppSurface) {
+    void* pParam = const_cast<ITnRobotSurface::STnSurfaceDesc*>(&desc);
+    return m_pool->QueryPoolElement(0, pParam, ppSurface) ? 0 : -1;
+}
+
+int TnCreateRobotSurfacePool(ITnRobotMemoryBlockPool* pBlockPool, ITnRobotSurfacePool** ppPool) {
+    return CTnRobotSurfacePool::CreateInstance(pBlockPool, ppPool);
+}
