@@ -40,6 +40,8 @@ constexpr void EnterChar(GroupTables& tables, unsigned int ch, std::uint32_t n) 
     tables.place[3][ch] = n << 16;
 }
 
+constexpr unsigned char kPadding = '=';
+
 constexpr GroupTables MakeGroupTables() {
     GroupTables tables = {};
     for (unsigned int ch = 0; ch < 256; ++ch) {
@@ -48,8 +50,8 @@ constexpr GroupTables MakeGroupTables() {
     for (unsigned int i = 0; i < 64; ++i) {
         EnterChar(tables, static_cast<unsigned char>(kAlphabet[i]), i);
     }
-    tables.place[2]['='] |= kStop;
-    tables.place[3]['='] |= kStop;
+    tables.place[2][kPadding] |= kStop;
+    tables.place[3][kPadding] |= kStop;
     return tables;
 }
 

@@ -38,7 +38,8 @@ void CopyPath(const std::string& strDirectory, const char* lpszName, char* lpszP
 
 void CopyPart(const char* pBegin, const char* pEnd, char* lpszPart) {
     if (lpszPart != nullptr) {
-        const std::size_t nLength = std::min<std::size_t>(pEnd - pBegin, TnRobotUtils::kPathSize - 1);
+        const std::size_t nLength =
+            std::min<std::size_t>(static_cast<std::size_t>(pEnd - pBegin), TnRobotUtils::kPathSize - 1);
         std::memmove(lpszPart, pBegin, nLength);
         lpszPart[nLength] = '\0';
     }

@@ -6,6 +6,7 @@
 
 #include "TnRobotKernel/archive.h"
 #include "core/TnFormat.h"
+#include "core/TnRef.h"
 #include "values/TnRobotDataValuePool.h"
 
 namespace {
@@ -249,12 +250,12 @@ void CTnRobotDataValue::Copy(ITnRobotDataValue* pSource) {
 
 ITnRobotDataValue* CTnRobotDataValue::Clone() {
     CTnRobotDataValuePool* pPool = TnQueryDataValuePool();
-    ITnRobotDataValue* pClone = nullptr;
-    if (pPool == nullptr || pPool->QueryData(&pClone) != 0) {
+    tnrobot::Ref<ITnRobotDataValue> clone;
+    if (pPool == nullptr || pPool->QueryData(clone.Receive()) != 0) {
         return nullptr;
     }
-    pClone->Copy(this);
-    return pClone;
+    clone->Copy(this);
+    return clone.Detach();
 }
 
 // An archive without a file counts as storing: nothing arrives anywhere, and that is a success.
