@@ -3,13 +3,13 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 
-TEST(TnRobotUtils, RecordsTheWorkDirectoryAtLoad) {
+TEST(StartUp, RecordsTheWorkDirectoryAtLoad) {
     char szDirectory[4096] = {};
     ASSERT_NE(getcwd(szDirectory, sizeof(szDirectory)), nullptr);
     EXPECT_STREQ(TnRobotUtils::GetWorkDir(), szDirectory);
 }
 
-TEST(TnRobotUtils, ASecondInitKeepsTheValuePool) {
+TEST(StartUp, ASecondInitKeepsTheValuePool) {
     ITnRobotDataValue* pValue = nullptr;
     ASSERT_EQ(TnCreateRobotIntData(5, &pValue), 0);
     TnRobotUtils::Init();

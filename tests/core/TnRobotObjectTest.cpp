@@ -59,19 +59,19 @@ TEST(RuntimeClass, NullEmptyAndUnknownIdentifiersCreateNothing) {
 // An empty identifier is refused before the chain is looked at.
 TEST(RuntimeClass, AClassRegisteredWithoutTextIsNeverFound) {
     static STnRuntimeClass record = {"", &CTnTagged<0>::Create, nullptr, nullptr};
-    static const TN_REG_CLASS registration(&record);
+    const TN_REG_CLASS registration(&record);
     EXPECT_TRUE(CreatesNothing(""));
 }
 
 TEST(RuntimeClass, ARegisteredClassIsCreatedByItsIdentifier) {
     static STnRuntimeClass record = {"11111111-AAAA-4000-8000-000000000001", &CTnTagged<1>::Create, nullptr, nullptr};
-    static const TN_REG_CLASS registration(&record);
+    const TN_REG_CLASS registration(&record);
     EXPECT_TRUE(CreatesTag<1>("11111111-AAAA-4000-8000-000000000001"));
 }
 
 TEST(RuntimeClass, EveryLookupCreatesANewObject) {
     static STnRuntimeClass record = {"11111111-AAAA-4000-8000-000000000002", &CTnTagged<2>::Create, nullptr, nullptr};
-    static const TN_REG_CLASS registration(&record);
+    const TN_REG_CLASS registration(&record);
     const std::unique_ptr<CTnRobotObject> first(CTnRobotObject::CreateObjectFromGUID(record.m_lpszClassGuid));
     const std::unique_ptr<CTnRobotObject> second(CTnRobotObject::CreateObjectFromGUID(record.m_lpszClassGuid));
     ASSERT_NE(first, nullptr);
@@ -81,7 +81,7 @@ TEST(RuntimeClass, EveryLookupCreatesANewObject) {
 
 TEST(RuntimeClass, IdentifiersAreComparedByteForByte) {
     static STnRuntimeClass record = {"11111111-AAAA-4000-8000-000000000003", &CTnTagged<3>::Create, nullptr, nullptr};
-    static const TN_REG_CLASS registration(&record);
+    const TN_REG_CLASS registration(&record);
     EXPECT_TRUE(CreatesNothing("11111111-aaaa-4000-8000-000000000003"));
     EXPECT_TRUE(CreatesNothing("11111111-AAAA-4000-8000-00000000000"));
     EXPECT_TRUE(CreatesNothing("11111111-AAAA-4000-8000-0000000000030"));
@@ -92,8 +92,8 @@ TEST(RuntimeClass, IdentifiersAreComparedByteForByte) {
 TEST(RuntimeClass, RegistrationPutsTheRecordInFrontOfTheOlderOnes) {
     static STnRuntimeClass older = {"11111111-AAAA-4000-8000-000000000004", &CTnTagged<4>::Create, nullptr, nullptr};
     static STnRuntimeClass newer = {"11111111-AAAA-4000-8000-000000000005", &CTnTagged<5>::Create, nullptr, nullptr};
-    static const TN_REG_CLASS first(&older);
-    static const TN_REG_CLASS second(&newer);
+    const TN_REG_CLASS first(&older);
+    const TN_REG_CLASS second(&newer);
     EXPECT_EQ(newer.m_pNext, &older);
     EXPECT_TRUE(CreatesTag<4>(older.m_lpszClassGuid));
     EXPECT_TRUE(CreatesTag<5>(newer.m_lpszClassGuid));
@@ -102,9 +102,9 @@ TEST(RuntimeClass, RegistrationPutsTheRecordInFrontOfTheOlderOnes) {
 TEST(RuntimeClass, OfTwoRecordsWithOneIdentifierTheLaterOneCreates) {
     static STnRuntimeClass older = {"11111111-AAAA-4000-8000-000000000006", &CTnTagged<6>::Create, nullptr, nullptr};
     static STnRuntimeClass newer = {"11111111-AAAA-4000-8000-000000000006", &CTnTagged<7>::Create, nullptr, nullptr};
-    static const TN_REG_CLASS first(&older);
+    const TN_REG_CLASS first(&older);
     EXPECT_TRUE(CreatesTag<6>(older.m_lpszClassGuid));
-    static const TN_REG_CLASS second(&newer);
+    const TN_REG_CLASS second(&newer);
     EXPECT_TRUE(CreatesTag<7>(older.m_lpszClassGuid));
 }
 
@@ -112,14 +112,14 @@ TEST(RuntimeClass, OfTwoRecordsWithOneIdentifierTheLaterOneCreates) {
 TEST(RuntimeClass, ALaterRecordThatCannotCreateHidesAnOlderOne) {
     static STnRuntimeClass older = {"11111111-AAAA-4000-8000-000000000008", &CTnTagged<8>::Create, nullptr, nullptr};
     static STnRuntimeClass newer = {"11111111-AAAA-4000-8000-000000000008", nullptr, nullptr, nullptr};
-    static const TN_REG_CLASS first(&older);
-    static const TN_REG_CLASS second(&newer);
+    const TN_REG_CLASS first(&older);
+    const TN_REG_CLASS second(&newer);
     EXPECT_TRUE(CreatesNothing(older.m_lpszClassGuid));
 }
 
 TEST(RuntimeClass, WhatTheCreationFunctionAnswersIsHandedOnEvenNull) {
     static STnRuntimeClass record = {"11111111-AAAA-4000-8000-000000000009", &CreateNothing, nullptr, nullptr};
-    static const TN_REG_CLASS registration(&record);
+    const TN_REG_CLASS registration(&record);
     EXPECT_TRUE(CreatesNothing(record.m_lpszClassGuid));
 }
 

@@ -43,8 +43,8 @@ TestNode::~TestNode() {
 }
 
 void TestNode::Add(TestNode* pChild) {
-    pChild->AddRef();
     m_children.push_back(pChild);
+    pChild->AddRef();
 }
 
 void TestNode::DropChildren() {
@@ -80,15 +80,15 @@ int TestNode::Load(ITnRobotArchive& archive) {
         return 0;
     }
     for (int i = 0; i < nChildren; ++i) {
+        m_children.push_back(nullptr);  // ahead of the child, which nobody would own if this threw
         CTnRobotObject* pObject = nullptr;
         if (archive.ReadObject(&pObject) == 0 && !Tolerates()) {
             return 0;
         }
-        TestNode* pChild = dynamic_cast<TestNode*>(pObject);
-        if (pObject != nullptr && pChild == nullptr) {
+        m_children.back() = dynamic_cast<TestNode*>(pObject);
+        if (pObject != nullptr && m_children.back() == nullptr) {
             return 0;
         }
-        m_children.push_back(pChild);
     }
     return m_nNumber == kFailsToLoad ? 0 : 1;
 }

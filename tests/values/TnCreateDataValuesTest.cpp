@@ -13,7 +13,7 @@
 
 #include "TnRobotKernel/values.h"
 #include "support/Archives.h"
-#include "support/StartLine.h"
+#include "support/StartGate.h"
 #include "support/ValuePool.h"
 #include "support/Values.h"
 
@@ -374,14 +374,14 @@ TEST(CreateDataValues, ThreadsMakeAndReleaseValues) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 3000;
     const FreshValuePool pool;
-    StartLine line(kThreads);
+    StartGate gate(kThreads);
     std::atomic<int> nWrong{0};
     std::vector<std::thread> threads;
     for (unsigned int nThread = 0; nThread < kThreads; ++nThread) {
         threads.emplace_back([&, nThread] {
             std::mt19937 random(1000 + nThread);
             const std::vector<ValueSample> samples = ValueSamples();
-            line.Arrive();
+            gate.ArriveAndWait();
             for (int i = 0; i < kRounds; ++i) {
                 if (!MakeCheckAndRelease(samples, random)) {
                     ++nWrong;

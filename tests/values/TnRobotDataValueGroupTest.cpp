@@ -44,6 +44,15 @@ Value ValueOf(ITnRobotDataValueGroup& group, const char* lpszName) {
     return Value(group.GetValue(lpszName, &pValue) == 0 ? pValue : nullptr);
 }
 
+// The value under a name, which the group goes on holding.
+ITnRobotDataValue* BorrowedFrom(ITnRobotDataValueGroup& group, const char* lpszName) {
+    ITnRobotDataValue* pValue = nullptr;
+    if (group.GetValue(lpszName, &pValue) == 0) {
+        pValue->Release();
+    }
+    return pValue;
+}
+
 // A group with one entry of each type under the type's name, made with the typed setters.
 Group GroupOfEverything() {
     Group group = NewGroup();
@@ -271,7 +280,9 @@ TEST(DataValueGroup, TypedOperationsThrowForANullName) {
 TEST(DataValueGroup, AValueWhoseNameThrowsIsGivenBack) {
     const FreshValuePool pool;
     Group group = NewGroup();
-    ITnRobotDataValue* const pOnly = IntValue(1).get();
+    Value value = IntValue(1);
+    ITnRobotDataValue* const pOnly = value.get();
+    value.reset();
     EXPECT_THROW(group->SetValue(static_cast<const char*>(nullptr), 5), std::logic_error);
     Value again = IntValue(2);
     EXPECT_EQ(again.get(), pOnly);
@@ -333,7 +344,7 @@ TEST(DataValueGroup, AReplacedValueGoesBackToThePool) {
     const FreshValuePool pool;
     Group group = NewGroup();
     group->SetValue("a", 5);
-    ITnRobotDataValue* const pOld = ValueOf(*group, "a").get();
+    ITnRobotDataValue* const pOld = BorrowedFrom(*group, "a");
     group->SetValue("a", "text");
     EXPECT_EQ(EntriesOf(*group), (std::map<std::string, ETnRobotDataValueType>{{"a", DATA_TYPE_STRING}}));
     Value next = BoolValue(true);
@@ -343,7 +354,7 @@ TEST(DataValueGroup, AReplacedValueGoesBackToThePool) {
 TEST(DataValueGroup, StoringTheValueThatIsStoredAlreadyKeepsIt) {
     Group group = NewGroup();
     group->SetValue("a", 5);
-    ITnRobotDataValue* pBorrowed = ValueOf(*group, "a").get();  // only the group and the pool hold it
+    ITnRobotDataValue* const pBorrowed = BorrowedFrom(*group, "a");  // only the group and the pool hold it
     EXPECT_EQ(group->SetValue("a", pBorrowed), 0);
     EXPECT_EQ(group->IntData("a", nullptr), 5) << "it must not go through the pool on the way";
     pBorrowed->AddRef();
@@ -359,7 +370,7 @@ TEST(DataValueGroup, RemovesEntries) {
     Group group = NewGroup();
     group->SetValue("a", 1);
     group->SetValue("b", 2);
-    ITnRobotDataValue* const pFirst = ValueOf(*group, "a").get();
+    ITnRobotDataValue* const pFirst = BorrowedFrom(*group, "a");
     EXPECT_EQ(group->RemoveValue("a"), 0);
     EXPECT_FALSE(group->HasValue("a"));
     EXPECT_TRUE(group->HasValue("b"));
@@ -374,7 +385,7 @@ TEST(DataValueGroup, ClearsAllEntries) {
     std::set<const ITnRobotDataValue*> values;
     for (const char* lpszName : {"a", "b", "c"}) {
         group->SetValue(lpszName, 1);
-        values.insert(ValueOf(*group, lpszName).get());
+        values.insert(BorrowedFrom(*group, lpszName));
     }
     EXPECT_EQ(group->ClearAllValues(), 0);
     EXPECT_TRUE(EntriesOf(*group).empty());
@@ -393,7 +404,7 @@ TEST(DataValueGroup, ReleasesItsValuesWhenItGoes) {
     group->SetValue("a", 5);
     Value held = TextValue("held");
     group->SetValue("b", held.get());
-    ITnRobotDataValue* const pFirst = ValueOf(*group, "a").get();
+    ITnRobotDataValue* const pFirst = BorrowedFrom(*group, "a");
     EXPECT_EQ(group.release()->Release(), 0);
     EXPECT_STREQ(held->Convert2String(nullptr), "held");
     EXPECT_EQ(IntValue(6).get(), pFirst);

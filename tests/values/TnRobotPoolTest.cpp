@@ -9,24 +9,24 @@
 
 #include "TnRobotKernel/pool.h"
 #include "support/Held.h"
-#include "support/StartLine.h"
+#include "support/StartGate.h"
 
 namespace {
 
 using tntest::Held;
 using tntest::Hold;
-using tntest::StartLine;
+using tntest::StartGate;
 
 // The interface that the pool is asked for.
-class IPart : public ITnPoolElement {
+class IWidget : public ITnPoolElement {
 public:
     virtual int Number() const = 0;
 };
 
-class Part final : public IPart {
+class Widget final : public IWidget {
 public:
-    Part() { ++s_nLive; }
-    ~Part() override { --s_nLive; }
+    Widget() { ++s_nLive; }
+    ~Widget() override { --s_nLive; }
 
     void ClearResource() override {
         m_nNumber = 0;
@@ -47,9 +47,9 @@ private:
     int m_nCleared = 0;
 };
 
-std::atomic<int> Part::s_nLive{0};
+std::atomic<int> Widget::s_nLive{0};
 
-// A pool element that is not an IPart.
+// A pool element that is not an IWidget.
 class Stranger final : public ITnPoolElement {
 public:
     Stranger() { ++s_nLive; }
@@ -65,13 +65,13 @@ private:
 
 int Stranger::s_nLive = 0;
 
-// Makes parts; the parameter is an int or null. Misbehaves on request.
-class PartAlloc final : public ITnElementAlloc {
+// Makes widgets; the parameter is an int or null. Misbehaves on request.
+class WidgetAlloc final : public ITnElementAlloc {
 public:
-    enum class Answer { kPart, kFalse, kTrueWithoutElement, kStranger, kThrow };
+    enum class Answer { kWidget, kFalse, kTrueWithoutElement, kStranger, kThrow };
 
-    PartAlloc() { ++s_nLive; }
-    ~PartAlloc() override { --s_nLive; }
+    WidgetAlloc() { ++s_nLive; }
+    ~WidgetAlloc() override { --s_nLive; }
 
     bool AllocElement(void* pParam, ITnPoolElement** ppElement) override {
         ++m_nAllocated;
@@ -86,21 +86,21 @@ public:
                 *ppElement = new Stranger;
                 return true;
             case Answer::kThrow:
-                throw std::runtime_error("no part");
-            case Answer::kPart:
+                throw std::runtime_error("no widget");
+            case Answer::kWidget:
                 break;
         }
-        Part* pPart = new Part;
-        Fill(*pPart, pParam);
-        *ppElement = pPart;
+        Widget* pWidget = new Widget;
+        Fill(*pWidget, pParam);
+        *ppElement = pWidget;
         return true;
     }
 
     void SetElementParam(ITnPoolElement* pElement, void* pParam) override {
         ++m_nReused;
         m_pLastParam = pParam;
-        if (Part* pPart = dynamic_cast<Part*>(pElement)) {
-            Fill(*pPart, pParam);
+        if (Widget* pWidget = dynamic_cast<Widget*>(pElement)) {
+            Fill(*pWidget, pParam);
         }
         if (m_answer == Answer::kThrow) {
             throw std::runtime_error("no reuse");
@@ -116,62 +116,62 @@ public:
     static int s_nLive;
 
 private:
-    static void Fill(Part& part, const void* pParam) {
+    static void Fill(Widget& widget, const void* pParam) {
         if (pParam != nullptr) {
-            part.SetNumber(*static_cast<const int*>(pParam));
+            widget.SetNumber(*static_cast<const int*>(pParam));
         }
     }
 
-    Answer m_answer = Answer::kPart;
+    Answer m_answer = Answer::kWidget;
     int m_nAllocated = 0;
     int m_nReused = 0;
     const void* m_pLastParam = nullptr;
 };
 
-int PartAlloc::s_nLive = 0;
+int WidgetAlloc::s_nLive = 0;
 
-using Pool = CTnRobotPool<IPart>;
-using Answer = PartAlloc::Answer;
+using Pool = CTnRobotPool<IWidget>;
+using Answer = WidgetAlloc::Answer;
 
 class RecyclingPool : public ::testing::Test {
 protected:
-    RecyclingPool() : m_alloc(Hold(new PartAlloc)), m_pool(Hold(new Pool(m_alloc.get()))) {}
+    RecyclingPool() : m_alloc(Hold(new WidgetAlloc)), m_pool(Hold(new Pool(m_alloc.get()))) {}
 
     ~RecyclingPool() override {
         m_pool.reset();
         EXPECT_EQ(m_alloc->References(), 1);
         m_alloc.reset();
-        EXPECT_EQ(Part::LiveCount(), 0);
+        EXPECT_EQ(Widget::LiveCount(), 0);
         EXPECT_EQ(Stranger::s_nLive, 0);
-        EXPECT_EQ(PartAlloc::s_nLive, 0);
+        EXPECT_EQ(WidgetAlloc::s_nLive, 0);
     }
 
-    Held<Part> Take(int nNumber) {
-        IPart* pPart = nullptr;
-        EXPECT_TRUE(m_pool->QueryPoolElement(0, &nNumber, &pPart));
-        return Hold(dynamic_cast<Part*>(pPart));
+    Held<Widget> Take(int nNumber) {
+        IWidget* pWidget = nullptr;
+        EXPECT_TRUE(m_pool->QueryPoolElement(0, &nNumber, &pWidget));
+        return Hold(dynamic_cast<Widget*>(pWidget));
     }
 
     bool CanTake() {
-        IPart* pPart = nullptr;
-        if (!m_pool->QueryPoolElement(0, nullptr, &pPart)) {
+        IWidget* pWidget = nullptr;
+        if (!m_pool->QueryPoolElement(0, nullptr, &pWidget)) {
             return false;
         }
-        pPart->Release();
+        pWidget->Release();
         return true;
     }
 
-    Held<PartAlloc> m_alloc;
+    Held<WidgetAlloc> m_alloc;
     Held<Pool> m_pool;
 };
 
 }  // namespace
 
 TEST_F(RecyclingPool, KeepsOneReferenceOfItsOwnToAnElementInUse) {
-    Held<Part> part = Take(7);
-    EXPECT_EQ(part->References(), 2);
-    EXPECT_EQ(part->Parent(), m_pool.get());
-    EXPECT_EQ(part->Number(), 7);
+    Held<Widget> widget = Take(7);
+    EXPECT_EQ(widget->References(), 2);
+    EXPECT_EQ(widget->Parent(), m_pool.get());
+    EXPECT_EQ(widget->Number(), 7);
 }
 
 TEST_F(RecyclingPool, HoldsItsAllocatorUntilItGoes) {
@@ -181,30 +181,30 @@ TEST_F(RecyclingPool, HoldsItsAllocatorUntilItGoes) {
 }
 
 TEST_F(RecyclingPool, TheLastHoldersReleaseClearsAndKeepsTheElement) {
-    Part* pPart = Take(7).release();
-    EXPECT_EQ(pPart->Release(), 1);
-    EXPECT_EQ(Part::LiveCount(), 1);
-    EXPECT_EQ(pPart->TimesCleared(), 1);
-    EXPECT_EQ(pPart->Parent(), nullptr);
-    EXPECT_EQ(pPart->References(), 1);
+    Widget* pWidget = Take(7).release();
+    EXPECT_EQ(pWidget->Release(), 1);
+    EXPECT_EQ(Widget::LiveCount(), 1);
+    EXPECT_EQ(pWidget->TimesCleared(), 1);
+    EXPECT_EQ(pWidget->Parent(), nullptr);
+    EXPECT_EQ(pWidget->References(), 1);
 }
 
 TEST_F(RecyclingPool, AnExtraReferenceDelaysTheReturn) {
-    Held<Part> part = Take(7);
-    part->AddRef();
-    EXPECT_EQ(part->References(), 3);
-    EXPECT_EQ(part->Release(), 2);
-    EXPECT_EQ(part->TimesCleared(), 0);
-    EXPECT_EQ(part->Number(), 7);
-    Part* pPart = part.release();
-    EXPECT_EQ(pPart->Release(), 1);
-    EXPECT_EQ(pPart->TimesCleared(), 1);
+    Held<Widget> widget = Take(7);
+    widget->AddRef();
+    EXPECT_EQ(widget->References(), 3);
+    EXPECT_EQ(widget->Release(), 2);
+    EXPECT_EQ(widget->TimesCleared(), 0);
+    EXPECT_EQ(widget->Number(), 7);
+    Widget* pWidget = widget.release();
+    EXPECT_EQ(pWidget->Release(), 1);
+    EXPECT_EQ(pWidget->TimesCleared(), 1);
 }
 
 TEST_F(RecyclingPool, HandsAReturnedElementOutAgainReinitialised) {
-    Part* pFirst = Take(7).release();
+    Widget* pFirst = Take(7).release();
     pFirst->Release();
-    Held<Part> second = Take(8);
+    Held<Widget> second = Take(8);
     EXPECT_EQ(second.get(), pFirst);
     EXPECT_EQ(second->Number(), 8);
     EXPECT_EQ(second->References(), 2);
@@ -214,71 +214,71 @@ TEST_F(RecyclingPool, HandsAReturnedElementOutAgainReinitialised) {
 }
 
 TEST_F(RecyclingPool, ReusesTheElementThatCameBackFirst) {
-    std::vector<Part*> parts;
+    std::vector<Widget*> widgets;
     for (int i = 0; i < 20; ++i) {
-        parts.push_back(Take(i).release());
+        widgets.push_back(Take(i).release());
     }
     const int order[] = {3, 0, 19, 7};
     for (int i : order) {
-        parts[static_cast<std::size_t>(i)]->Release();
+        widgets[static_cast<std::size_t>(i)]->Release();
     }
-    std::vector<Held<Part>> again;
+    std::vector<Held<Widget>> again;
     for (int i : order) {
         again.push_back(Take(100 + i));
-        EXPECT_EQ(again.back().get(), parts[static_cast<std::size_t>(i)]);
+        EXPECT_EQ(again.back().get(), widgets[static_cast<std::size_t>(i)]);
         EXPECT_EQ(again.back()->Number(), 100 + i);
-        parts[static_cast<std::size_t>(i)] = nullptr;
+        widgets[static_cast<std::size_t>(i)] = nullptr;
     }
-    for (Part* pPart : parts) {
-        if (pPart != nullptr) {
-            pPart->Release();
+    for (Widget* pWidget : widgets) {
+        if (pWidget != nullptr) {
+            pWidget->Release();
         }
     }
 }
 
 TEST_F(RecyclingPool, NeverShrinksAndAllocatesNothingInSteadyState) {
     for (int nRound = 0; nRound < 50; ++nRound) {
-        std::vector<Held<Part>> parts;
+        std::vector<Held<Widget>> widgets;
         for (int i = 0; i < 9; ++i) {
-            parts.push_back(Take(i));
+            widgets.push_back(Take(i));
         }
     }
-    EXPECT_EQ(Part::LiveCount(), 9);
+    EXPECT_EQ(Widget::LiveCount(), 9);
     EXPECT_EQ(m_alloc->Allocated(), 9);
 }
 
 TEST_F(RecyclingPool, PassesTheParameterOnUnchanged) {
     int nParam = 5;
-    IPart* pPart = nullptr;
-    ASSERT_TRUE(m_pool->QueryPoolElement(4711, &nParam, &pPart));
+    IWidget* pWidget = nullptr;
+    ASSERT_TRUE(m_pool->QueryPoolElement(4711, &nParam, &pWidget));
     EXPECT_EQ(m_alloc->LastParam(), &nParam);
-    pPart->Release();
-    ASSERT_TRUE(m_pool->QueryPoolElement(0, nullptr, &pPart));
+    pWidget->Release();
+    ASSERT_TRUE(m_pool->QueryPoolElement(0, nullptr, &pWidget));
     EXPECT_EQ(m_alloc->LastParam(), nullptr);
-    EXPECT_EQ(pPart->Number(), 0) << "a recycled element without a parameter stays cleared";
-    pPart->Release();
+    EXPECT_EQ(pWidget->Number(), 0) << "a recycled element without a parameter stays cleared";
+    pWidget->Release();
 }
 
 TEST_F(RecyclingPool, ANewElementWithoutParameterKeepsItsDefaults) {
-    IPart* pPart = nullptr;
-    ASSERT_TRUE(m_pool->QueryPoolElement(0, nullptr, &pPart));
-    EXPECT_EQ(pPart->Number(), -1);
-    pPart->Release();
+    IWidget* pWidget = nullptr;
+    ASSERT_TRUE(m_pool->QueryPoolElement(0, nullptr, &pWidget));
+    EXPECT_EQ(pWidget->Number(), -1);
+    pWidget->Release();
 }
 
 TEST_F(RecyclingPool, RefusesBeyondItsMaximumUntilAnElementComesBack) {
     m_pool->SetMaxCount(1);
-    Held<Part> first = Take(1);
-    IPart* const pUntouched = first.get();
-    IPart* pSecond = pUntouched;
+    Held<Widget> first = Take(1);
+    IWidget* const pUntouched = first.get();
+    IWidget* pSecond = pUntouched;
     int nParam = 2;
     EXPECT_FALSE(m_pool->QueryPoolElement(0, &nParam, &pSecond));
     EXPECT_EQ(pSecond, pUntouched);
     EXPECT_EQ(m_alloc->Allocated(), 1);
 
-    Part* pFirst = first.release();
+    Widget* pFirst = first.release();
     pFirst->Release();
-    Held<Part> third = Take(3);
+    Held<Widget> third = Take(3);
     EXPECT_EQ(third.get(), pFirst);
     EXPECT_EQ(third->Number(), 3);
 }
@@ -290,7 +290,7 @@ TEST_F(RecyclingPool, AMaximumOfZeroHandsOutNothing) {
 }
 
 TEST_F(RecyclingPool, ALoweredMaximumStillLendsWhatIsFree) {
-    { Held<Part> part = Take(1); }
+    { Held<Widget> widget = Take(1); }
     m_pool->SetMaxCount(0);
     EXPECT_TRUE(CanTake());
 }
@@ -299,17 +299,17 @@ TEST_F(RecyclingPool, ANullOutPointerFailsAndCreatesNothing) {
     int nParam = 1;
     EXPECT_FALSE(m_pool->QueryPoolElement(0, &nParam, nullptr));
     EXPECT_EQ(m_alloc->Allocated(), 0);
-    { Held<Part> part = Take(1); }
+    { Held<Widget> widget = Take(1); }
     EXPECT_FALSE(m_pool->QueryPoolElement(0, &nParam, nullptr));
     EXPECT_EQ(m_alloc->Reused(), 0);
 }
 
 TEST(RecyclingPoolAlone, WithoutAnAllocatorHandsOutNothing) {
     Held<Pool> pool = Hold(new Pool(nullptr));
-    Part part;
-    IPart* pPart = &part;
-    EXPECT_FALSE(pool->QueryPoolElement(0, nullptr, &pPart));
-    EXPECT_EQ(pPart, &part);
+    Widget widget;
+    IWidget* pWidget = &widget;
+    EXPECT_FALSE(pool->QueryPoolElement(0, nullptr, &pWidget));
+    EXPECT_EQ(pWidget, &widget);
     EXPECT_FALSE(pool->QueryPoolElement(0, nullptr, nullptr));
 }
 
@@ -320,40 +320,40 @@ TEST_F(RecyclingPool, TakesNoNullBack) {
 }
 
 TEST_F(RecyclingPool, AFailedAllocationLeavesEverythingAsItWas) {
-    Held<Part> held = Take(1);
+    Held<Widget> held = Take(1);
     for (Answer answer : {Answer::kFalse, Answer::kTrueWithoutElement, Answer::kThrow, Answer::kStranger}) {
         m_alloc->AnswerWith(answer);
-        IPart* pPart = nullptr;
+        IWidget* pWidget = nullptr;
         if (answer == Answer::kThrow) {
-            EXPECT_THROW(m_pool->QueryPoolElement(0, nullptr, &pPart), std::runtime_error);
+            EXPECT_THROW(m_pool->QueryPoolElement(0, nullptr, &pWidget), std::runtime_error);
         } else {
-            EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pPart));
+            EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pWidget));
         }
-        EXPECT_EQ(pPart, nullptr);
-        EXPECT_EQ(Part::LiveCount(), 1);
+        EXPECT_EQ(pWidget, nullptr);
+        EXPECT_EQ(Widget::LiveCount(), 1);
     }
     // Two elements are owned now if a failed request had counted.
     m_pool->SetMaxCount(2);
-    m_alloc->AnswerWith(Answer::kPart);
-    Held<Part> second = Take(2);
+    m_alloc->AnswerWith(Answer::kWidget);
+    Held<Widget> second = Take(2);
     EXPECT_NE(second, nullptr);
 }
 
 TEST_F(RecyclingPool, ARefusedAllocationLeavesTheOutPointerUntouched) {
-    Part part;
-    IPart* pPart = &part;
+    Widget widget;
+    IWidget* pWidget = &widget;
     m_alloc->AnswerWith(Answer::kFalse);
-    EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pPart));
-    EXPECT_EQ(pPart, &part);
+    EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pWidget));
+    EXPECT_EQ(pWidget, &widget);
 }
 
 TEST_F(RecyclingPool, AnElementOfAnotherTypeGivesNull) {
-    Part part;
+    Widget widget;
     for (Answer answer : {Answer::kStranger, Answer::kTrueWithoutElement}) {
-        IPart* pPart = &part;
+        IWidget* pWidget = &widget;
         m_alloc->AnswerWith(answer);
-        EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pPart));
-        EXPECT_EQ(pPart, nullptr);
+        EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pWidget));
+        EXPECT_EQ(pWidget, nullptr);
     }
 }
 
@@ -361,104 +361,104 @@ TEST_F(RecyclingPool, AStrangerOnTheFreeListIsNotHandedOut) {
     Held<Stranger> stranger = Hold(new Stranger);
     EXPECT_TRUE(m_pool->RecoveryResource(stranger.get()));
     EXPECT_EQ(stranger->TimesCleared(), 1);
-    Part part;
-    IPart* pPart = &part;
-    EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pPart));
-    EXPECT_EQ(pPart, nullptr);
+    Widget widget;
+    IWidget* pWidget = &widget;
+    EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pWidget));
+    EXPECT_EQ(pWidget, nullptr);
 }
 
 TEST_F(RecyclingPool, AnExceptionWhileReusingLeavesTheElementFree) {
-    Part* pPart = Take(1).release();
-    pPart->Release();
+    Widget* pWidget = Take(1).release();
+    pWidget->Release();
     m_alloc->AnswerWith(Answer::kThrow);
     int nParam = 2;
-    IPart* pOut = nullptr;
+    IWidget* pOut = nullptr;
     for (int i = 0; i < 3; ++i) {
         EXPECT_THROW(m_pool->QueryPoolElement(0, &nParam, &pOut), std::runtime_error);
         EXPECT_EQ(pOut, nullptr);
-        EXPECT_EQ(pPart->References(), 1);
-        EXPECT_EQ(pPart->Parent(), nullptr);
-        EXPECT_EQ(pPart->Number(), 0) << "an idle element is a cleared one";
+        EXPECT_EQ(pWidget->References(), 1);
+        EXPECT_EQ(pWidget->Parent(), nullptr);
+        EXPECT_EQ(pWidget->Number(), 0) << "an idle element is a cleared one";
     }
     EXPECT_EQ(m_alloc->Allocated(), 1);
 
-    m_alloc->AnswerWith(Answer::kPart);
-    Held<Part> again = Take(3);
-    EXPECT_EQ(again.get(), pPart);
+    m_alloc->AnswerWith(Answer::kWidget);
+    Held<Widget> again = Take(3);
+    EXPECT_EQ(again.get(), pWidget);
     EXPECT_EQ(m_alloc->Allocated(), 1);
 }
 
 TEST_F(RecyclingPool, AnExceptionReleasesTheLock) {
     m_alloc->AnswerWith(Answer::kThrow);
-    IPart* pOut = nullptr;
+    IWidget* pOut = nullptr;
     EXPECT_THROW(m_pool->QueryPoolElement(0, nullptr, &pOut), std::runtime_error);
-    m_alloc->AnswerWith(Answer::kPart);
+    m_alloc->AnswerWith(Answer::kWidget);
     std::thread other([this] { EXPECT_TRUE(CanTake()); });
     other.join();
 }
 
 TEST_F(RecyclingPool, IdleElementsGoWithThePool) {
     {
-        Held<Part> first = Take(1);
-        Held<Part> second = Take(2);
+        Held<Widget> first = Take(1);
+        Held<Widget> second = Take(2);
     }
-    EXPECT_EQ(Part::LiveCount(), 2);
+    EXPECT_EQ(Widget::LiveCount(), 2);
     m_pool.reset();
-    EXPECT_EQ(Part::LiveCount(), 0);
+    EXPECT_EQ(Widget::LiveCount(), 0);
 }
 
 TEST_F(RecyclingPool, AHeldElementOutlivesThePoolButIsCleared) {
-    Held<Part> part = Take(7);
+    Held<Widget> widget = Take(7);
     m_pool.reset();
-    EXPECT_EQ(Part::LiveCount(), 1);
-    EXPECT_EQ(part->References(), 1);
-    EXPECT_EQ(part->Number(), 0);
-    EXPECT_EQ(part->TimesCleared(), 1);
-    EXPECT_EQ(part->Parent(), nullptr);
-    EXPECT_EQ(part.release()->Release(), 0);
-    EXPECT_EQ(Part::LiveCount(), 0);
+    EXPECT_EQ(Widget::LiveCount(), 1);
+    EXPECT_EQ(widget->References(), 1);
+    EXPECT_EQ(widget->Number(), 0);
+    EXPECT_EQ(widget->TimesCleared(), 1);
+    EXPECT_EQ(widget->Parent(), nullptr);
+    EXPECT_EQ(widget.release()->Release(), 0);
+    EXPECT_EQ(Widget::LiveCount(), 0);
 }
 
 TEST_F(RecyclingPool, AnElementWithSeveralHoldersLosesItsParentWithThePool) {
-    Held<Part> part = Take(7);
-    part->AddRef();
-    part->AddRef();
+    Held<Widget> widget = Take(7);
+    widget->AddRef();
+    widget->AddRef();
     m_pool.reset();
-    EXPECT_EQ(part->References(), 3);
-    EXPECT_EQ(part->Parent(), nullptr);
-    EXPECT_EQ(part->TimesCleared(), 0) << "only the fall from two to one clears";
-    EXPECT_EQ(part->Number(), 7);
-    EXPECT_EQ(part->Release(), 2);
-    EXPECT_EQ(part->Release(), 1);
-    EXPECT_EQ(Part::LiveCount(), 1);
-    EXPECT_EQ(part.release()->Release(), 0);
-    EXPECT_EQ(Part::LiveCount(), 0);
+    EXPECT_EQ(widget->References(), 3);
+    EXPECT_EQ(widget->Parent(), nullptr);
+    EXPECT_EQ(widget->TimesCleared(), 0) << "only the fall from two to one clears";
+    EXPECT_EQ(widget->Number(), 7);
+    EXPECT_EQ(widget->Release(), 2);
+    EXPECT_EQ(widget->Release(), 1);
+    EXPECT_EQ(Widget::LiveCount(), 1);
+    EXPECT_EQ(widget.release()->Release(), 0);
+    EXPECT_EQ(Widget::LiveCount(), 0);
 }
 
 TEST_F(RecyclingPool, EveryMixOfHoldersSurvivesThePool) {
-    std::vector<std::vector<Held<Part>>> holders(6);
+    std::vector<std::vector<Held<Widget>>> holders(6);
     for (std::size_t nElement = 0; nElement < holders.size(); ++nElement) {
-        Held<Part> part = Take(static_cast<int>(nElement));
+        Held<Widget> widget = Take(static_cast<int>(nElement));
         for (std::size_t i = 0; i < nElement; ++i) {
-            part->AddRef();
-            holders[nElement].push_back(Hold(part.get()));
+            widget->AddRef();
+            holders[nElement].push_back(Hold(widget.get()));
         }
     }
     m_pool.reset();
-    EXPECT_EQ(Part::LiveCount(), 5) << "the one without a holder went with the pool";
+    EXPECT_EQ(Widget::LiveCount(), 5) << "the one without a holder went with the pool";
     for (auto& held : holders) {
         held.clear();
     }
-    EXPECT_EQ(Part::LiveCount(), 0);
+    EXPECT_EQ(Widget::LiveCount(), 0);
 }
 
 TEST(PoolElement, OutsideAnyPoolIsAnOrdinaryCountedObject) {
-    Part* pPart = new Part;
-    pPart->AddRef();
-    EXPECT_EQ(pPart->Release(), 1) << "no parent: nothing happens at the fall from two to one";
-    EXPECT_EQ(pPart->TimesCleared(), 0);
-    EXPECT_EQ(pPart->Release(), 0);
-    EXPECT_EQ(Part::LiveCount(), 0);
+    Widget* pWidget = new Widget;
+    pWidget->AddRef();
+    EXPECT_EQ(pWidget->Release(), 1) << "no parent: nothing happens at the fall from two to one";
+    EXPECT_EQ(pWidget->TimesCleared(), 0);
+    EXPECT_EQ(pWidget->Release(), 0);
+    EXPECT_EQ(Widget::LiveCount(), 0);
 }
 
 namespace {
@@ -477,35 +477,35 @@ public:
 
 TEST(PoolElement, ComesBackExactlyAtTheFallFromTwoToOne) {
     Held<CountingParent> parent = Hold(new CountingParent);
-    Held<Part> part = Hold(new Part);
-    part->SetParent(parent.get());
-    part->AddRef();
-    part->AddRef();
-    EXPECT_EQ(part->Release(), 2);
+    Held<Widget> widget = Hold(new Widget);
+    widget->SetParent(parent.get());
+    widget->AddRef();
+    widget->AddRef();
+    EXPECT_EQ(widget->Release(), 2);
     EXPECT_TRUE(parent->m_returned.empty());
-    EXPECT_EQ(part->Release(), 1);
+    EXPECT_EQ(widget->Release(), 1);
     ASSERT_EQ(parent->m_returned.size(), 1u);
-    EXPECT_EQ(parent->m_returned[0], part.get());
-    EXPECT_EQ(part.release()->Release(), 0);
+    EXPECT_EQ(parent->m_returned[0], widget.get());
+    EXPECT_EQ(widget.release()->Release(), 0);
     EXPECT_EQ(parent->m_returned.size(), 1u);
 }
 
 TEST_F(RecyclingPool, ThreadsNeverShareAnElement) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 2000;
-    StartLine line(kThreads);
+    StartGate gate(kThreads);
     std::atomic<int> nWrong{0};
     std::vector<std::thread> threads;
     for (int nThread = 0; nThread < kThreads; ++nThread) {
         threads.emplace_back([&, nThread] {
-            line.Arrive();
+            gate.ArriveAndWait();
             for (int i = 0; i < kRounds; ++i) {
                 int nNumber = nThread * kRounds + i;
-                IPart* pPart = nullptr;
-                if (!m_pool->QueryPoolElement(0, &nNumber, &pPart) || pPart->Number() != nNumber) {
+                IWidget* pWidget = nullptr;
+                if (!m_pool->QueryPoolElement(0, &nNumber, &pWidget) || pWidget->Number() != nNumber) {
                     ++nWrong;
                 }
-                pPart->Release();
+                pWidget->Release();
             }
         });
     }
@@ -513,18 +513,18 @@ TEST_F(RecyclingPool, ThreadsNeverShareAnElement) {
         thread.join();
     }
     EXPECT_EQ(nWrong.load(), 0);
-    EXPECT_LE(Part::LiveCount(), kThreads);
+    EXPECT_LE(Widget::LiveCount(), kThreads);
 }
 
 TEST_F(RecyclingPool, AReferenceMayEndOnAnotherThread) {
     constexpr int kRounds = 1000;
     for (int i = 0; i < kRounds; ++i) {
-        Part* pPart = Take(i).release();
-        pPart->AddRef();
-        std::thread other([pPart] { pPart->Release(); });
-        pPart->Release();
+        Widget* pWidget = Take(i).release();
+        pWidget->AddRef();
+        std::thread other([pWidget] { pWidget->Release(); });
+        pWidget->Release();
         other.join();
-        EXPECT_EQ(pPart->References(), 1);
+        EXPECT_EQ(pWidget->References(), 1);
     }
-    EXPECT_EQ(Part::LiveCount(), 1);
+    EXPECT_EQ(Widget::LiveCount(), 1);
 }

@@ -1,0 +1,240 @@
+// The task pool under load. TNROBOT_FULL_SOAK=1 in the environment chooses the full length.
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "TnRobotKernel/TnRobotKernel.h"
+#include "support/Held.h"
+#include "support/StartGate.h"
+#include "support/ThreadTest.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TNTEST_SANITIZER_HEAP 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TNTEST_SANITIZER_HEAP 1
+#endif
+#endif
+
+#ifdef TNTEST_SANITIZER_HEAP
+// The sanitizers' own count; not every compiler comes with the header that declares it.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
+#endif
+
+namespace {
+
+using tntest::Caller;
+using tntest::Eventually;
+using tntest::Held;
+using tntest::Watchdog;
+
+constexpr int kThreads = 4;
+
+bool IsFullSoak() {
+    const char* lpszValue = std::getenv("TNROBOT_FULL_SOAK");
+    return lpszValue != nullptr && std::strcmp(lpszValue, "1") == 0;
+}
+
+long long HeapInUse() {
+#ifdef TNTEST_SANITIZER_HEAP
+    return static_cast<long long>(__sanitizer_get_current_allocated_bytes());
+#else
+    const struct mallinfo2 info = mallinfo2();
+    return static_cast<long long>(info.uordblks + info.hblkhd);
+#endif
+}
+
+Held<ITnRobotTaskPool> MakePool() {
+    ITnRobotTaskPool* pPool = nullptr;
+    EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
+    return tntest::Hold(pPool);
+}
+
+// Works once per run, as the standard runner does, and counts it.
+class OnceRunner final : public ITnRobotTaskRunner {
+public:
+    explicit OnceRunner(bool bUntilStopped = false) : m_bUntilStopped(bUntilStopped) {}
+
+    void Init() override { m_bExecuted = false; }
+    void Execute(ITnRobotEvent* pRunEvent) override {
+        m_bExecuted = true;
+        ++m_nExecuted;
+        while (m_bUntilStopped && pRunEvent->WaitEvent(0)) {
+            std::this_thread::yield();
+        }
+    }
+    void ClearResource() override { ++m_nCleared; }
+    bool IsStop() override { return m_bExecuted; }
+    void Copy(ITnRobotTaskRunner* /*pRunner*/) override {}
+    ITnRobotTaskRunner* Clone() override { return nullptr; }
+
+    int Executed() const { return m_nExecuted; }
+    int Cleared() const { return m_nCleared; }
+
+private:
+    const bool m_bUntilStopped;
+    std::atomic<bool> m_bExecuted{false};
+    std::atomic<int> m_nExecuted{0};
+    std::atomic<int> m_nCleared{0};
+};
+
+Held<OnceRunner> MakeRunner(bool bUntilStopped = false) {
+    return tntest::Hold(new OnceRunner(bUntilStopped));
+}
+
+Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
+    ITnRobotTask* pTask = nullptr;
+    EXPECT_TRUE(pool.CreateTask(pRunner, &pTask));
+    return tntest::Hold(pTask);
+}
+
+// The ways in which a run comes to its end.
+enum class Finish { kPoolStops, kCallerStops, kReleasedWhenDone, kReleasedAtOnce };
+
+// One task from its creation to its release; a caller that blocks sleeps, there are few cores.
+void RunOnce(ITnRobotTaskPool& pool, Finish eFinish) {
+    const Held<OnceRunner> runner = MakeRunner();
+    Held<ITnRobotTask> task = MakeTask(pool, runner.get());
+    ASSERT_TRUE(task->Start());
+    switch (eFinish) {
+        case Finish::kPoolStops:
+            ASSERT_TRUE(Eventually([&task] { return !task->IsRunning(); }));
+            break;
+        case Finish::kCallerStops:
+            task->Stop();
+            break;
+        case Finish::kReleasedWhenDone:
+            ASSERT_TRUE(Eventually([&runner] { return runner->Executed() > 0; }));
+            break;
+        case Finish::kReleasedAtOnce:
+            break;
+    }
+    task.reset();
+    ASSERT_EQ(runner->Executed(), 1);
+}
+
+class TaskPoolLoad : public tntest::ThreadTest {};
+
+}  // namespace
+
+TEST_F(TaskPoolLoad, RunsEveryJobOnceAndKeepsItsMemory) {
+    const int nCycles = IsFullSoak() ? 100000 : 2000;
+    const int nWarmUp = nCycles / 10;
+    Watchdog::Extend(IsFullSoak() ? 3600 : 280);
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    const auto tasks = [this] { return NewThreads() - 1 - kThreads; };
+    // Every task has been started, so each has its thread.
+    const auto allIdle = [&] { return static_cast<int>(pool->GetTaskCount()) == tasks(); };
+
+    tntest::StartGate warm(kThreads + 1);
+    tntest::StartGate measured(kThreads + 1);
+    tntest::StartGate finished(kThreads + 1);
+    tntest::StartGate done(kThreads + 1);
+    std::vector<Caller> callers;
+    for (int nThread = 0; nThread < kThreads; ++nThread) {
+        callers.emplace_back([&, nThread] {
+            const auto cycles = [&pool, nThread](int nCount) {
+                for (int n = 0; n < nCount / kThreads; ++n) {
+                    RunOnce(*pool, static_cast<Finish>((n + nThread) % 4));
+                }
+            };
+            cycles(nWarmUp);
+            warm.ArriveAndWait();
+            measured.ArriveAndWait();
+            cycles(nCycles);
+            finished.ArriveAndWait();
+            done.ArriveAndWait();
+        });
+    }
+    warm.ArriveAndWait();
+    EXPECT_TRUE(Eventually(allIdle));
+    const int nTasksBefore = tasks();
+    const long long nHeapBefore = HeapInUse();
+    measured.ArriveAndWait();
+    finished.ArriveAndWait();
+    EXPECT_TRUE(Eventually(allIdle)) << pool->GetTaskCount() << " of " << tasks() << " tasks are idle";
+    const long long nHeapGrowth = HeapInUse() - nHeapBefore;
+    const int nNewTasks = tasks() - nTasksBefore;
+    done.ArriveAndWait();
+    for (Caller& caller : callers) {
+        caller.Join();
+    }
+    // The pool grows by as many tasks as are in use at once, notices included. What a cycle lost,
+    // were it only a few bytes, would show in the full length at the latest.
+    EXPECT_LT(nTasksBefore + nNewTasks, 200);
+    EXPECT_LT(nHeapGrowth, 64 * 1024 + nNewTasks * 16 * 1024);
+    RecordProperty("cycles", nCycles);
+    RecordProperty("tasks", nTasksBefore + nNewTasks);
+    RecordProperty("heap_growth", static_cast<int>(nHeapGrowth));
+}
+
+// Every task is somewhere else when its pool goes.
+TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
+    constexpr int kPools = 1000;
+    Watchdog::Extend(280);
+    std::atomic<int> nFailures{0};
+    {
+        std::vector<Caller> callers;
+        for (int nThread = 0; nThread < kThreads; ++nThread) {
+            callers.emplace_back([&nFailures] {
+                for (int n = 0; n < kPools / kThreads; ++n) {
+                    const Held<OnceRunner> runners[] = {MakeRunner(), MakeRunner(true), MakeRunner(), MakeRunner(),
+                                                        MakeRunner()};
+                    Held<ITnRobotTaskPool> pool = MakePool();
+                    Held<ITnRobotTask> neverStarted = MakeTask(*pool, runners[0].get());
+                    Held<ITnRobotTask> running = MakeTask(*pool, runners[1].get());
+                    Held<ITnRobotTask> noticed = MakeTask(*pool, runners[2].get());
+                    Held<ITnRobotTask> held = MakeTask(*pool, runners[3].get());
+                    Held<ITnRobotTask> heldRunning = MakeTask(*pool, runners[4].get());
+                    nFailures += running->Start() ? 0 : 1;
+                    nFailures += held->Start() ? 0 : 1;
+                    nFailures += heldRunning->Start() ? 0 : 1;
+                    held->Stop();
+                    // Most of the time its notice is under way when the pool goes.
+                    nFailures += noticed->Start() ? 0 : 1;
+                    neverStarted.reset();
+                    noticed.reset();
+                    nFailures += n % 2 == 0 && running.release()->Release() != 1 ? 1 : 0;
+                    pool.reset();
+                    nFailures += held->Start() ? 0 : 1;
+                    heldRunning.reset();
+                    running.reset();
+                    held.reset();
+                    const int nExpected[] = {0, 1, 1, 2, 1};
+                    for (int nRunner = 0; nRunner < 5; ++nRunner) {
+                        nFailures += runners[nRunner]->Executed() != nExpected[nRunner] ? 1 : 0;
+                        nFailures += runners[nRunner]->Cleared() != nExpected[nRunner] ? 1 : 0;
+                    }
+                }
+            });
+        }
+    }
+    EXPECT_EQ(nFailures, 0);
+}
+
+// Many callers share one pool, and each of them sees only its own tasks' work.
+TEST_F(TaskPoolLoad, ServesManyCallersAtOnce) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    std::vector<Caller> callers;
+    for (int nCaller = 0; nCaller < 16; ++nCaller) {
+        callers.emplace_back([&pool] {
+            const Held<OnceRunner> runner = MakeRunner();
+            const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+            for (int n = 1; n <= 20; ++n) {
+                ASSERT_TRUE(task->Start());
+                ASSERT_TRUE(Eventually([&task] { return !task->IsRunning(); }));
+                ASSERT_EQ(runner->Executed(), n);
+            }
+        });
+    }
+    for (Caller& caller : callers) {
+        caller.Join();
+    }
+    EXPECT_TRUE(Eventually([&pool] { return pool->GetTaskCount() == 16U; }));
+}

@@ -1,0 +1,805 @@
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "TnRobotKernel/TnRobotKernel.h"
+#include "support/Gate.h"
+#include "support/Held.h"
+#include "support/RecordingRunner.h"
+#include "support/ThreadTest.h"
+
+namespace {
+
+using tntest::Caller;
+using tntest::Eventually;
+using tntest::Gate;
+using tntest::Held;
+using tntest::Milliseconds;
+using tntest::OpenAtEnd;
+using tntest::RecordingRunner;
+using tntest::StaysTrue;
+
+using Job = std::function<void(ITnRobotEvent*)>;
+
+constexpr int kPoolThread = 1;
+
+Held<ITnRobotTaskPool> MakePool() {
+    ITnRobotTaskPool* pPool = nullptr;
+    EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
+    return tntest::Hold(pPool);
+}
+
+Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
+    ITnRobotTask* pTask = nullptr;
+    EXPECT_TRUE(pool.CreateTask(pRunner, &pTask));
+    return tntest::Hold(pTask);
+}
+
+Held<RecordingRunner> RunnerFor(int nTimes) {
+    Held<RecordingRunner> runner = RecordingRunner::Create();
+    runner->RunTimes(nTimes);
+    return runner;
+}
+
+// References to a task at this moment.
+int References(ITnRobotTask& task) {
+    task.AddRef();
+    return task.Release();
+}
+
+bool AwaitStopped(ITnRobotTask& task) {
+    return Eventually([&task] { return !task.IsRunning(); });
+}
+
+// A runner asked a second time whether it is done has given its notice in between.
+bool AwaitNotice(RecordingRunner& runner) {
+    return Eventually([&runner] { return runner.Log().DoneAnswers() >= 2; });
+}
+
+class TaskPool : public tntest::ThreadTest {
+protected:
+    void TearDown() override {
+        EXPECT_EQ(RecordingRunner::Alive(), 0);
+        ThreadTest::TearDown();
+    }
+};
+
+// Keeps a pool's own thread busy: it stops a task whose runner does not let go of its resources.
+// Notices that come meanwhile stay queued.
+class BusyPoolThread {
+public:
+    explicit BusyPoolThread(ITnRobotTaskPool& pool) : m_runner(RunnerFor(1)) {
+        m_runner->m_onClear = [this] { m_gate.Pass(); };
+        m_task = MakeTask(pool, m_runner.get());
+        EXPECT_TRUE(m_task->Start());
+        m_gate.AwaitArrival();
+    }
+    BusyPoolThread(const BusyPoolThread&) = delete;
+    BusyPoolThread& operator=(const BusyPoolThread&) = delete;
+    ~BusyPoolThread() {
+        m_gate.Open();
+        // The pool gives the notice's reference back when it is done with the task.
+        EXPECT_TRUE(Eventually([this] { return References(*m_task) <= 2; }));
+    }
+
+    void LetGo() { m_gate.Open(); }
+    ITnRobotTask& Task() { return *m_task; }
+
+private:
+    Gate m_gate;
+    Held<RecordingRunner> m_runner;
+    Held<ITnRobotTask> m_task;
+};
+
+}  // namespace
+
+TEST_F(TaskPool, HasOneThreadOfItsOwnWhileItLives) {
+    Held<ITnRobotTaskPool> pool = MakePool();
+    EXPECT_EQ(NewThreads(), kPoolThread);
+    pool->AddRef();
+    EXPECT_EQ(pool->Release(), 1);
+    EXPECT_EQ(NewThreads(), kPoolThread);
+    EXPECT_EQ(pool.release()->Release(), 0);
+    EXPECT_TRUE(AwaitNewThreads(0));
+}
+
+TEST_F(TaskPool, RefusesMissingOutPointers) {
+    EXPECT_EQ(TnCreateRobotTaskPool(nullptr), 0);
+    EXPECT_EQ(NewThreads(), 0);
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    EXPECT_FALSE(pool->CreateTask(nullptr, nullptr));
+}
+
+TEST_F(TaskPool, CountsIdleTasksAndReusesThem) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    EXPECT_EQ(pool->GetTaskCount(), 0U);
+    Held<ITnRobotTask> task = MakeTask(*pool, nullptr);
+    ITnRobotTask* const pFirst = task.get();
+    EXPECT_EQ(References(*task), 2);
+    EXPECT_EQ(pool->GetTaskCount(), 0U);
+    EXPECT_EQ(task.release()->Release(), 1);
+    EXPECT_EQ(pool->GetTaskCount(), 1U);
+    task = MakeTask(*pool, nullptr);
+    EXPECT_EQ(task.get(), pFirst);
+    EXPECT_EQ(References(*task), 2);
+    EXPECT_EQ(pool->GetTaskCount(), 0U);
+}
+
+TEST_F(TaskPool, ReusesTheTaskThatHasBeenIdleLongest) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    std::vector<Held<ITnRobotTask>> tasks;
+    std::vector<ITnRobotTask*> order;
+    for (int n = 0; n < 4; ++n) {
+        tasks.push_back(MakeTask(*pool, nullptr));
+    }
+    for (const std::size_t n : {2U, 0U, 3U, 1U}) {
+        order.push_back(tasks[n].get());
+        tasks[n].reset();
+        EXPECT_EQ(pool->GetTaskCount(), order.size());
+    }
+    for (std::size_t n = 0; n < order.size(); ++n) {
+        tasks[n] = MakeTask(*pool, nullptr);
+        EXPECT_EQ(tasks[n].get(), order[n]);
+        EXPECT_EQ(pool->GetTaskCount(), order.size() - n - 1);
+    }
+    // None is idle any more: the pool grows.
+    const Held<ITnRobotTask> another = MakeTask(*pool, nullptr);
+    EXPECT_EQ(std::count(order.begin(), order.end(), another.get()), 0);
+}
+
+TEST_F(TaskPool, CreatingATaskDoesNotStartIt) {
+    const Held<RecordingRunner> runner = RunnerFor(1);
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    EXPECT_FALSE(task->IsRunning());
+    EXPECT_EQ(NewThreads(), kPoolThread);
+    EXPECT_EQ(runner->Calls(), "");
+}
+
+TEST_F(TaskPool, ATaskWithoutARunnerDoesNotStart) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTask> task = MakeTask(*pool, nullptr);
+    EXPECT_FALSE(task->Start());
+    EXPECT_FALSE(task->IsRunning());
+    EXPECT_EQ(NewThreads(), kPoolThread);
+}
+
+TEST_F(TaskPool, StopsATaskWhoseRunnerIsDone) {
+    const Held<RecordingRunner> runner = RunnerFor(2);
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    std::string expected;
+    for (int n = 0; n < 5; ++n) {
+        ASSERT_TRUE(task->Start());
+        EXPECT_TRUE(AwaitStopped(*task));
+        expected += "InEnEyC";
+        EXPECT_TRUE(Eventually([&] { return runner->Calls() == expected; })) << runner->Calls();
+    }
+    EXPECT_FALSE(runner->HasChangedThreads());
+    // The notice's reference goes too.
+    EXPECT_TRUE(Eventually([&task] { return References(*task) == 2; }));
+    EXPECT_EQ(pool->GetTaskCount(), 0U);
+    task.reset();
+    EXPECT_EQ(pool->GetTaskCount(), 1U);
+}
+
+// Without an execution there is no news for the pool.
+TEST_F(TaskPool, DoesNotStopATaskThatHadNothingToDo) {
+    const Held<RecordingRunner> runner = RunnerFor(0);
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    ASSERT_TRUE(task->Start());
+    EXPECT_TRUE(AwaitNotice(*runner));
+    EXPECT_TRUE(StaysTrue([&] { return task->IsRunning() && References(*task) == 2; }, Milliseconds(30)));
+    task->Stop();
+    EXPECT_EQ(runner->Calls(), "IyC");
+}
+
+TEST_F(TaskPool, StopsTasksInTheOrderOfTheirNotices) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    BusyPoolThread busy(*pool);
+    std::vector<Held<RecordingRunner>> runners;
+    std::vector<Held<ITnRobotTask>> tasks;
+    std::vector<int> order;  // the pool stops one task at a time
+    for (int n = 0; n < 8; ++n) {
+        runners.push_back(RunnerFor(1));
+        runners.back()->m_onClear = [&order, n] { order.push_back(n); };
+        tasks.push_back(MakeTask(*pool, runners.back().get()));
+    }
+    for (const std::size_t n : {3U, 1U, 7U, 0U, 2U, 6U, 5U, 4U}) {
+        ASSERT_TRUE(tasks[n]->Start());
+        EXPECT_TRUE(AwaitNotice(*runners[n]));
+    }
+    for (const Held<ITnRobotTask>& task : tasks) {
+        EXPECT_TRUE(task->IsRunning());
+    }
+    busy.LetGo();
+    for (const Held<ITnRobotTask>& task : tasks) {
+        EXPECT_TRUE(Eventually([&task] { return References(*task) == 2; }));
+    }
+    EXPECT_EQ(order, (std::vector<int>{3, 1, 7, 0, 2, 6, 5, 4}));
+}
+
+TEST_F(TaskPool, AReusedTaskKeepsItsThread) {
+    const Held<RecordingRunner> first = RunnerFor(1);
+    const Held<RecordingRunner> second = RunnerFor(1);
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTask> task = MakeTask(*pool, first.get());
+    ASSERT_TRUE(task->Start());
+    EXPECT_EQ(NewThreads(), kPoolThread + 1);
+    EXPECT_TRUE(AwaitStopped(*task));
+    task.reset();
+    EXPECT_TRUE(Eventually([&pool] { return pool->GetTaskCount() == 1; }));
+    EXPECT_EQ(NewThreads(), kPoolThread + 1);
+    task = MakeTask(*pool, second.get());
+    ASSERT_TRUE(task->Start());
+    EXPECT_EQ(NewThreads(), kPoolThread + 1);
+    EXPECT_TRUE(AwaitStopped(*task));
+    EXPECT_EQ(first->ThreadNumber(), second->ThreadNumber());
+    EXPECT_EQ(first->Calls(), "InEyC");
+}
+
+TEST_F(TaskPool, AnIdleTaskKeepsItsRunnerUntilItIsReused) {
+    Held<RecordingRunner> first = RunnerFor(1);
+    Held<RecordingRunner> second = RunnerFor(1);
+    Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTask> task = MakeTask(*pool, first.get());
+    EXPECT_EQ(first.release()->Release(), 1);
+    task.reset();
+    EXPECT_EQ(RecordingRunner::Alive(), 2);
+    task = MakeTask(*pool, second.get());
+    EXPECT_EQ(RecordingRunner::Alive(), 1);
+    EXPECT_EQ(second.release()->Release(), 1);
+    task.reset();
+    task = MakeTask(*pool, nullptr);
+    EXPECT_EQ(RecordingRunner::Alive(), 0);
+}
+
+// The idle task may have the only reference to it.
+TEST_F(TaskPool, ReusingATaskWithTheRunnerItHasKeepsThatAlive) {
+    RecordingRunner* const pRunner = RunnerFor(1).release();
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTask> task = MakeTask(*pool, pRunner);
+    pRunner->Release();
+    task.reset();
+    task = MakeTask(*pool, pRunner);
+    EXPECT_EQ(RecordingRunner::Alive(), 1);
+    ASSERT_TRUE(task->Start());
+    EXPECT_TRUE(AwaitStopped(*task));
+}
+
+TEST_F(TaskPool, ReleasingARunningTaskStopsItFirst) {
+    Gate gate;
+    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    runner->m_isStop = [] { return false; };
+    runner->m_onExecute = [&gate](ITnRobotEvent*) { gate.Pass(); };
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    ASSERT_TRUE(task->Start());
+    gate.AwaitArrival();
+    std::atomic<int> nLeft{-1};
+    Caller releaser([&nLeft, pTask = task.release()] { nLeft = pTask->Release(); });
+    const OpenAtEnd atEnd(gate);
+    EXPECT_TRUE(Eventually([&runner] { return !runner->RunEvent()->WaitEvent(0); }));
+    EXPECT_TRUE(StaysTrue([&] { return !releaser.Returned() && pool->GetTaskCount() == 0; }, Milliseconds(30)));
+    gate.Open();
+    releaser.Join();
+    EXPECT_EQ(nLeft, 1);
+    EXPECT_EQ(pool->GetTaskCount(), 1U);
+    EXPECT_EQ(runner->Calls(), "InEC");
+}
+
+// A notice still queued holds a reference: the pool's thread gives the task back then.
+TEST_F(TaskPool, ATaskReleasedBeforeItsNoticeIsReadComesBackThroughThePoolThread) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    BusyPoolThread busy(*pool);
+    const Held<RecordingRunner> runner = RunnerFor(1);
+    Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    ASSERT_TRUE(task->Start());
+    EXPECT_TRUE(AwaitNotice(*runner));
+    EXPECT_EQ(References(*task), 3);
+    EXPECT_EQ(task.release()->Release(), 2);
+    EXPECT_EQ(pool->GetTaskCount(), 0U);
+    busy.LetGo();
+    EXPECT_TRUE(Eventually([&pool] { return pool->GetTaskCount() == 1; }));
+    EXPECT_EQ(runner->Calls(), "InEyC");
+}
+
+TEST_F(TaskPool, RefusesAnEmptyJob) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    EXPECT_FALSE(pool->CreateTask(Job()));
+    EXPECT_EQ(pool->GetTaskCount(), 0U);
+}
+
+// Callers rely on it: the job is bound to an idle task, and that is all.
+TEST_F(TaskPool, AJobAloneIsBoundButNeverRun) {
+    auto token = std::make_shared<int>(0);
+    std::atomic<bool> bCalled{false};
+    Held<ITnRobotTaskPool> pool = MakePool();
+    EXPECT_TRUE(pool->CreateTask([token, &bCalled](ITnRobotEvent*) { bCalled = true; }));
+    EXPECT_EQ(pool->GetTaskCount(), 1U);
+    EXPECT_EQ(NewThreads(), kPoolThread);
+    EXPECT_TRUE(StaysTrue([&] { return !bCalled; }, Milliseconds(30)));
+    // The idle task keeps the job until it gets another.
+    EXPECT_EQ(token.use_count(), 2);
+    Held<ITnRobotTask> task = MakeTask(*pool, nullptr);
+    EXPECT_EQ(token.use_count(), 1);
+    task.reset();
+
+    EXPECT_TRUE(pool->CreateTask([token, &bCalled](ITnRobotEvent*) { bCalled = true; }));
+    EXPECT_EQ(pool->GetTaskCount(), 1U);
+    EXPECT_EQ(token.use_count(), 2);
+    pool.reset();
+    EXPECT_EQ(token.use_count(), 1);
+    EXPECT_FALSE(bCalled);
+}
+
+TEST_F(TaskPool, AJobAloneTakesTheFirstIdleTaskAndPutsItLast) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTask> first = MakeTask(*pool, nullptr);
+    Held<ITnRobotTask> second = MakeTask(*pool, nullptr);
+    ITnRobotTask* const pFirst = first.get();
+    ITnRobotTask* const pSecond = second.get();
+    first.reset();
+    second.reset();
+    EXPECT_TRUE(pool->CreateTask([](ITnRobotEvent*) {}));
+    EXPECT_EQ(pool->GetTaskCount(), 2U);
+    second = MakeTask(*pool, nullptr);
+    EXPECT_EQ(second.get(), pSecond);
+    first = MakeTask(*pool, nullptr);
+    EXPECT_EQ(first.get(), pFirst);
+}
+
+TEST_F(TaskPool, TasksCanBeCreatedAndStartedFromInsideAJob) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<RecordingRunner> inner = RunnerFor(1);
+    const Held<RecordingRunner> outer = RunnerFor(1);
+    Held<ITnRobotTask> created;
+    outer->m_onExecute = [&, count = outer->m_onExecute](ITnRobotEvent* pEvent) {
+        created = MakeTask(*pool, inner.get());
+        EXPECT_TRUE(created->Start());
+        count(pEvent);
+    };
+    const Held<ITnRobotTask> task = MakeTask(*pool, outer.get());
+    ASSERT_TRUE(task->Start());
+    EXPECT_TRUE(AwaitStopped(*task));
+    ASSERT_NE(created, nullptr);
+    EXPECT_TRUE(AwaitStopped(*created));
+    EXPECT_EQ(inner->Log().Count('E'), 1);
+}
+
+// What the pool hears as the tasks' parent.
+
+namespace {
+
+ITnRobotTaskParent& ParentOf(ITnRobotTaskPool& pool) {
+    return dynamic_cast<ITnRobotTaskParent&>(pool);
+}
+
+// A task of another make.
+class ForeignTask final : public ITnRobotTask {
+public:
+    explicit ForeignTask(std::atomic<bool>& bDestroyed) : m_bDestroyed(bDestroyed) {}
+    ~ForeignTask() override { m_bDestroyed = true; }
+    bool Start() override { return m_bRunning = true; }
+    void Stop() override { m_bRunning = false; }
+    bool IsRunning() override { return m_bRunning; }
+
+private:
+    std::atomic<bool>& m_bDestroyed;
+    std::atomic<bool> m_bRunning{false};
+};
+
+}  // namespace
+
+TEST_F(TaskPool, IgnoresWhatIsNoTaskOfItsOwn) {
+    std::atomic<bool> bDestroyed{false};
+    const Held<ITnRobotTask> foreign = tntest::Hold(new ForeignTask(bDestroyed));
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    ASSERT_TRUE(foreign->Start());
+    ParentOf(*pool).RecoveryTask(nullptr);
+    ParentOf(*pool).RecoveryTask(foreign.get());
+    ParentOf(*pool).OnNotifyStop(nullptr);
+    EXPECT_EQ(pool->GetTaskCount(), 0U);
+    EXPECT_TRUE(foreign->IsRunning());
+    EXPECT_EQ(References(*foreign), 1);
+}
+
+TEST_F(TaskPool, StopsAnyTaskThatItIsToldIsDone) {
+    std::atomic<bool> bDestroyed{false};
+    Held<ITnRobotTask> foreign = tntest::Hold(new ForeignTask(bDestroyed));
+    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    runner->m_isStop = [] { return false; };
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    ASSERT_TRUE(task->Start());
+    ASSERT_TRUE(foreign->Start());
+    ParentOf(*pool).OnNotifyStop(task.get());
+    ParentOf(*pool).OnNotifyStop(foreign.get());
+    EXPECT_TRUE(AwaitStopped(*task));
+    EXPECT_TRUE(AwaitStopped(*foreign));
+    EXPECT_TRUE(Eventually([&] { return References(*task) == 2 && References(*foreign) == 1; }));
+    // The notice's reference may be the last one.
+    ParentOf(*pool).OnNotifyStop(foreign.get());
+    foreign.reset();
+    EXPECT_TRUE(Eventually([&bDestroyed] { return bDestroyed.load(); }));
+}
+
+TEST_F(TaskPool, ANoticeOfAnIdleTaskDoesNotMakeItIdleTwice) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<RecordingRunner> runner = RunnerFor(1);
+    const Held<ITnRobotTask> sentinel = MakeTask(*pool, runner.get());
+    ITnRobotTask* const pIdle = MakeTask(*pool, nullptr).get();
+    EXPECT_EQ(pool->GetTaskCount(), 1U);
+    ParentOf(*pool).OnNotifyStop(pIdle);
+    ASSERT_TRUE(sentinel->Start());
+    EXPECT_TRUE(AwaitStopped(*sentinel));
+    EXPECT_EQ(pool->GetTaskCount(), 1U);
+}
+
+// The rest is about what threads could do to each other.
+
+// The caller's last release stops the task, and at that very moment the runner says that it is
+// done. The notice must not give the task back a second time.
+TEST_F(TaskPool, ANoticeDuringTheLastReleaseDoesNotMakeTheTaskIdleTwice) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<RecordingRunner> sentinelRunner = RunnerFor(1);
+    Held<ITnRobotTask> sentinel = MakeTask(*pool, sentinelRunner.get());
+    for (int nRound = 1; nRound <= 5; ++nRound) {
+        Gate gate;
+        std::atomic<int> nAsked{0};
+        const Held<RecordingRunner> runner = RecordingRunner::Create();
+        runner->m_isStop = [&] {
+            if (++nAsked == 1) {
+                return false;
+            }
+            gate.Pass();
+            return true;
+        };
+        Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+        ASSERT_TRUE(task->Start());
+        gate.AwaitArrival();
+        Caller releaser([pTask = task.release()] { pTask->Release(); });
+        ASSERT_TRUE(Eventually([&runner] { return !runner->RunEvent()->WaitEvent(0); }));
+        gate.Open();
+        releaser.Join();
+        // Notices are read in order: when the sentinel's has been, so has the other.
+        ASSERT_TRUE(sentinel->Start());
+        EXPECT_TRUE(AwaitStopped(*sentinel));
+        EXPECT_TRUE(Eventually([&sentinel] { return References(*sentinel) == 2; }));
+        ASSERT_EQ(pool->GetTaskCount(), 1U) << "round " << nRound;
+    }
+    sentinel.reset();
+    EXPECT_EQ(pool->GetTaskCount(), 2U);
+    const Held<ITnRobotTask> tasks[] = {MakeTask(*pool, nullptr), MakeTask(*pool, nullptr), MakeTask(*pool, nullptr)};
+    const std::set<ITnRobotTask*> distinct = {tasks[0].get(), tasks[1].get(), tasks[2].get()};
+    EXPECT_EQ(distinct.size(), 3U);
+}
+
+// A notice that the pool has not read yet is about the run that gave it, not about the next.
+TEST_F(TaskPool, ANoticeOfAnEarlierRunDoesNotStopALaterOne) {
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    BusyPoolThread busy(*pool);
+    const Held<RecordingRunner> runner = RunnerFor(1);
+    const Held<RecordingRunner> sentinelRunner = RunnerFor(1);
+    const Held<ITnRobotTask> sentinel = MakeTask(*pool, sentinelRunner.get());
+    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    Gate gate;
+    const OpenAtEnd atEnd(gate);
+    ASSERT_TRUE(task->Start());
+    EXPECT_TRUE(AwaitNotice(*runner));
+    task->Stop();
+
+    runner->m_onExecute = [&, count = runner->m_onExecute](ITnRobotEvent* pEvent) {
+        gate.Pass();
+        count(pEvent);
+    };
+    ASSERT_TRUE(task->Start());
+    gate.AwaitArrival();
+    ASSERT_TRUE(sentinel->Start());
+    EXPECT_TRUE(AwaitNotice(*sentinelRunner));
+    busy.LetGo();
+    EXPECT_TRUE(Eventually([&] { return !sentinel->IsRunning() || !task->IsRunning(); }));
+    EXPECT_TRUE(task->IsRunning());
+    gate.Open();
+    EXPECT_TRUE(AwaitStopped(*task));
+    EXPECT_TRUE(Eventually([&] { return runner->Calls() == "InEyCInEyC"; })) << runner->Calls();
+    EXPECT_TRUE(Eventually([&] { return References(*task) == 2; }));
+}
+
+namespace {
+
+// A signal that keeps a thread where it is until it is let go.
+std::atomic<bool> g_bHeldBySignal{false};
+int g_nLetGo[2] = {-1, -1};
+
+void HoldThread(int /*nSignal*/) {
+    const int nError = errno;
+    g_bHeldBySignal = true;
+    char c = 0;
+    while (read(g_nLetGo[0], &c, 1) < 0) {
+    }
+    errno = nError;
+}
+
+}  // namespace
+
+// A starter that looks rarely, because the machine is busy, must not miss a short run and then
+// wait for one that never comes. Here it is held while the whole run passes.
+TEST_F(TaskPool, StartReturnsAlsoWhenTheRunIsOverBeforeItLooks) {
+    ASSERT_EQ(pipe(g_nLetGo), 0);
+    struct sigaction action = {};
+    action.sa_handler = HoldThread;
+    struct sigaction before = {};
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
+    {
+        const Held<ITnRobotTaskPool> pool = MakePool();
+        const Held<RecordingRunner> runner = RunnerFor(1);
+        const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+        std::atomic<pthread_t> starterThread{pthread_self()};
+        g_bHeldBySignal = false;
+        runner->m_onInit = [&, reset = runner->m_onInit] {
+            reset();
+            EXPECT_EQ(pthread_kill(starterThread, SIGUSR1), 0);
+            EXPECT_TRUE(Eventually([] { return g_bHeldBySignal.load(); }));
+        };
+        std::atomic<bool> bStarted{false};
+        Caller starter([&] {
+            starterThread = pthread_self();
+            bStarted = task->Start();
+        });
+        EXPECT_TRUE(Eventually([&runner] { return runner->Log().DoneAnswers() > 0; }));
+        // Whether the stop waits for the starter or overtakes it is the task's own business.
+        Eventually([&] { return runner->Log().Count('C') == 1 && References(*task) == 2; }, Milliseconds(200));
+        EXPECT_EQ(write(g_nLetGo[1], "x", 1), 1);
+        starter.Join();
+        EXPECT_TRUE(bStarted);
+        EXPECT_TRUE(AwaitStopped(*task));
+        EXPECT_TRUE(Eventually([&] { return runner->Calls() == "InEyC"; })) << runner->Calls();
+    }
+    sigaction(SIGUSR1, &before, nullptr);
+    close(g_nLetGo[0]);
+    close(g_nLetGo[1]);
+}
+
+// Notices come while the pool's thread takes the ones before; none may be overlooked.
+TEST_F(TaskPool, ReadsEveryNotice) {
+    constexpr std::size_t kTasks = 16;
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    std::vector<Held<RecordingRunner>> runners;
+    std::vector<Held<ITnRobotTask>> tasks;
+    for (std::size_t n = 0; n < kTasks; ++n) {
+        runners.push_back(RunnerFor(1));
+        tasks.push_back(MakeTask(*pool, runners.back().get()));
+    }
+    for (int nRound = 1; nRound <= 20; ++nRound) {
+        {
+            std::vector<Caller> starters;
+            for (std::size_t nStarter = 0; nStarter < 4; ++nStarter) {
+                starters.emplace_back([&tasks, nStarter] {
+                    for (std::size_t n = nStarter; n < kTasks; n += 4) {
+                        EXPECT_TRUE(tasks[n]->Start());
+                    }
+                });
+            }
+        }
+        for (std::size_t n = 0; n < kTasks; ++n) {
+            ASSERT_TRUE(AwaitStopped(*tasks[n])) << "task " << n << " in round " << nRound;
+            ASSERT_EQ(runners[n]->Log().Count('E'), nRound);
+        }
+    }
+    for (const Held<ITnRobotTask>& task : tasks) {
+        EXPECT_TRUE(Eventually([&task] { return References(*task) == 2; }));
+    }
+}
+
+TEST_F(TaskPool, TheCountMayBeReadWhileTasksComeAndGo) {
+    constexpr unsigned int kThreads = 3;
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    std::atomic<bool> bEnd{false};
+    std::atomic<unsigned int> nMost{0};
+    Caller reader([&] {
+        while (!bEnd) {
+            nMost = std::max<unsigned int>(nMost, pool->GetTaskCount());
+        }
+    });
+    {
+        std::vector<Caller> threads;
+        for (unsigned int nThread = 0; nThread < kThreads; ++nThread) {
+            threads.emplace_back([&pool] {
+                for (int n = 0; n < 2000; ++n) {
+                    MakeTask(*pool, nullptr);
+                }
+            });
+        }
+    }
+    bEnd = true;
+    reader.Join();
+    EXPECT_LE(nMost, kThreads);
+    EXPECT_GE(pool->GetTaskCount(), 1U);
+    EXPECT_LE(pool->GetTaskCount(), kThreads);
+}
+
+// The end of the pool.
+
+TEST_F(TaskPool, ItsEndTakesIdleTasksAndTheirThreadsAlong) {
+    Held<ITnRobotTaskPool> pool = MakePool();
+    {
+        const Held<RecordingRunner> runner = RunnerFor(1);
+        const Held<ITnRobotTask> started = MakeTask(*pool, runner.get());
+        const Held<ITnRobotTask> fresh = MakeTask(*pool, runner.get());
+        ASSERT_TRUE(started->Start());
+    }
+    pool.reset();
+    EXPECT_EQ(RecordingRunner::Alive(), 0);
+    EXPECT_TRUE(AwaitNewThreads(0));
+}
+
+TEST_F(TaskPool, ATaskHeldByACallerSurvivesItAndStaysUsable) {
+    enum class State { kNeverStarted, kRunning, kStopped };
+    for (const State eState : {State::kNeverStarted, State::kRunning, State::kStopped}) {
+        Gate gate;
+        const Held<RecordingRunner> runner = RunnerFor(1);
+        Held<ITnRobotTaskPool> pool = MakePool();
+        Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+        const OpenAtEnd atEnd(gate);
+        std::string expected;
+        runner->m_onExecute = [&, count = runner->m_onExecute](ITnRobotEvent* pEvent) {
+            if (eState == State::kRunning) {
+                gate.Pass();
+            }
+            count(pEvent);
+        };
+        if (eState != State::kNeverStarted) {
+            ASSERT_TRUE(task->Start());
+            expected += "InEyC";
+        }
+        if (eState == State::kRunning) {
+            gate.AwaitArrival();
+        }
+        if (eState == State::kStopped) {
+            task->Stop();
+            EXPECT_TRUE(Eventually([&] { return runner->Log().Count('C') == 1; }));
+            expected = runner->Calls();
+        }
+        // It does not wait for tasks that others hold.
+        EXPECT_EQ(pool.release()->Release(), 0);
+        EXPECT_EQ(References(*task), 1);
+        gate.Open();
+        if (eState == State::kRunning) {
+            // Nobody stops it when it is done, except who holds it.
+            EXPECT_TRUE(AwaitNotice(*runner));
+            EXPECT_TRUE(StaysTrue([&task] { return task->IsRunning(); }, Milliseconds(20)));
+            task->Stop();
+        }
+        ASSERT_TRUE(task->Start());
+        EXPECT_TRUE(Eventually([&] { return runner->Calls() == expected + "InEy"; })) << runner->Calls();
+        task->Stop();
+        EXPECT_EQ(runner->Calls(), expected + "InEyC");
+        // Its last release destroys it and ends its thread; while it runs, too.
+        ASSERT_TRUE(task->Start());
+        EXPECT_EQ(task.release()->Release(), 0);
+        EXPECT_EQ(runner->Log().Count('I'), runner->Log().Count('C'));
+        EXPECT_TRUE(AwaitNewThreads(0));
+    }
+}
+
+// The runner says that it is done after the pool has gone.
+TEST_F(TaskPool, ATaskDoneAfterItsEndGivesNoNotice) {
+    for (int nRound = 0; nRound < 10; ++nRound) {
+        Gate gate;
+        std::atomic<int> nAsked{0};
+        const Held<RecordingRunner> runner = RecordingRunner::Create();
+        runner->m_isStop = [&] {
+            if (++nAsked != 2) {
+                return nAsked > 2;
+            }
+            gate.Pass();
+            return true;
+        };
+        Held<ITnRobotTaskPool> pool = MakePool();
+        const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+        const OpenAtEnd atEnd(gate);
+        ASSERT_TRUE(task->Start());
+        gate.AwaitArrival();
+        EXPECT_EQ(pool.release()->Release(), 0);
+        gate.Open();
+        EXPECT_TRUE(AwaitNotice(*runner));
+        EXPECT_EQ(References(*task), 1);
+        task->Stop();
+    }
+}
+
+// A notice that nobody reads any more must not keep its task, and with it a thread, for ever.
+TEST_F(TaskPool, NoticesStillQueuedAtItsEndKeepNothingAlive) {
+    constexpr std::size_t kTasks = 8;
+    Held<ITnRobotTaskPool> pool = MakePool();
+    {
+        BusyPoolThread busy(*pool);
+        std::vector<Held<RecordingRunner>> runners;
+        for (std::size_t n = 0; n < kTasks; ++n) {
+            runners.push_back(RunnerFor(1));
+            Held<ITnRobotTask> task = MakeTask(*pool, runners.back().get());
+            ASSERT_TRUE(task->Start());
+            ASSERT_TRUE(AwaitNotice(*runners.back()));
+            EXPECT_EQ(task.release()->Release(), 2);
+        }
+        EXPECT_EQ(References(busy.Task()), 3);
+        Caller ender([pPool = pool.release()] { pPool->Release(); });
+        // The pool's thread still waits; the end has come as far as giving tasks away.
+        Eventually([&busy] { return References(busy.Task()) < 3; }, Milliseconds(500));
+        busy.LetGo();
+        ender.Join();
+    }
+    EXPECT_EQ(RecordingRunner::Alive(), 0);
+    EXPECT_TRUE(AwaitNewThreads(0));
+}
+
+// A worker that gives notice, a caller that lets go and the end of the pool, all at once.
+TEST_F(TaskPool, ItsEndMayMeetNoticesAndReleases) {
+    for (int nRound = 0; nRound < 100; ++nRound) {
+        Held<ITnRobotTaskPool> pool = MakePool();
+        std::vector<Held<RecordingRunner>> runners;
+        std::vector<ITnRobotTask*> tasks;
+        for (int n = 0; n < 4; ++n) {
+            runners.push_back(RunnerFor(1));
+            tasks.push_back(MakeTask(*pool, runners.back().get()).release());
+        }
+        std::vector<Caller> callers;
+        for (ITnRobotTask* const pTask : tasks) {
+            callers.emplace_back([pTask] {
+                EXPECT_TRUE(pTask->Start());
+                pTask->Release();
+            });
+        }
+        callers.emplace_back([&pool] { pool.reset(); });
+        for (Caller& caller : callers) {
+            caller.Join();
+        }
+        for (const Held<RecordingRunner>& runner : runners) {
+            EXPECT_EQ(runner->Log().Count('E'), 1);
+            EXPECT_EQ(runner->Log().Count('C'), 1);
+            runner->AddRef();
+            EXPECT_EQ(runner->Release(), 1);
+        }
+    }
+}
+
+TEST_F(TaskPool, TwoHundredTasksMayWorkAtOnce) {
+    constexpr int kTasks = 200;
+    Gate gate;
+    const Held<ITnRobotTaskPool> pool = MakePool();
+    std::vector<Held<RecordingRunner>> runners;
+    std::vector<Held<ITnRobotTask>> tasks;
+    const OpenAtEnd atEnd(gate);
+    for (int n = 0; n < kTasks; ++n) {
+        runners.push_back(RunnerFor(1));
+        runners.back()->m_onExecute = [&gate, count = runners.back()->m_onExecute](ITnRobotEvent* pEvent) {
+            gate.Pass();
+            count(pEvent);
+        };
+        tasks.push_back(MakeTask(*pool, runners.back().get()));
+        ASSERT_TRUE(tasks.back()->Start());
+    }
+    gate.AwaitArrival(kTasks);
+    EXPECT_EQ(NewThreads(), kPoolThread + kTasks);
+    gate.Open();
+    for (const Held<ITnRobotTask>& task : tasks) {
+        EXPECT_TRUE(AwaitStopped(*task));
+    }
+    tasks.clear();
+    EXPECT_TRUE(Eventually([&pool] { return pool->GetTaskCount() == kTasks; }));
+    for (const Held<RecordingRunner>& runner : runners) {
+        EXPECT_EQ(runner->Log().Count('E'), 1);
+    }
+}

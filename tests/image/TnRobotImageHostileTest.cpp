@@ -1,0 +1,506 @@
+// Files and bytes that mean harm: the documented result, no stale memory in a surface, nothing out of
+// proportion, and the next good picture loads as if nothing had been.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <random>
+
+#include "TnRobotKernel/image.h"
+#include "support/BmpBytes.h"
+#include "support/FileBytes.h"
+#include "support/PlainJpeg.h"
+#include "support/ResourceUse.h"
+#include "support/TempDirectory.h"
+#include "support/TestSurfaces.h"
+
+using namespace tntest;
+
+namespace {
+
+using Utils = TnRobotImageUtils;
+
+// Tests of broken pictures ask for thousands of surfaces; larger ones than this are not to be had.
+constexpr unsigned int kLargestSurface = 16 * 1024 * 1024;
+constexpr int kChanges = 5000;
+
+// libjpeg's messages go nowhere for as long as it lives.
+class QuietErrors {
+public:
+    QuietErrors() : m_nOld(dup(STDERR_FILENO)) {
+        std::fflush(stderr);
+        const int nNowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(nNowhere, STDERR_FILENO);
+        close(nNowhere);
+    }
+    QuietErrors(const QuietErrors&) = delete;
+    QuietErrors& operator=(const QuietErrors&) = delete;
+    ~QuietErrors() {
+        std::fflush(stderr);
+        dup2(m_nOld, STDERR_FILENO);
+        close(m_nOld);
+    }
+
+private:
+    int m_nOld;
+};
+
+struct Loaded {
+    int nResult = 99;
+    int nWidth = 0;
+    int nHeight = 0;
+    Bytes surface;
+};
+
+class HostileImages : public testing::Test {
+protected:
+    HostileImages() { m_source.blocks->LimitSize(kLargestSurface); }
+
+    void TearDown() override {
+        EXPECT_EQ(TestBlock::LiveCount(), 0);
+        m_source.pool.reset();
+        EXPECT_EQ(m_source.blocks->References(), 1);
+    }
+
+    Loaded Finish(int nResult, ITnRobotSurface* pSurface) {
+        Loaded loaded;
+        loaded.nResult = nResult;
+        EXPECT_EQ(pSurface != nullptr, nResult == 0);
+        if (pSurface != nullptr) {
+            const auto surface = Hold(pSurface);
+            loaded.nWidth = DescOf(pSurface).nWidth;
+            loaded.nHeight = DescOf(pSurface).nHeight;
+            loaded.surface = SurfaceBytes(pSurface);
+        }
+        return loaded;
+    }
+
+    // A new pool each time: a recycled surface would be handed out for bad sizes too.
+    Loaded LoadFile(const Bytes& bytes) {
+        WriteBytes(m_path, bytes);
+        SurfaceSource source;
+        source.blocks->LimitSize(kLargestSurface);
+        ITnRobotSurface* pSurface = nullptr;
+        const int nResult = Utils::LoadImage(m_path.c_str(), source.pool.get(), &pSurface);
+        return Finish(nResult, pSurface);
+    }
+
+    // From memory of exactly this size, so that a sanitizer sees a byte read beyond it.
+    Loaded LoadMemory(const Bytes& bytes) {
+        const Bytes exact(bytes);
+        SurfaceSource source;
+        source.blocks->LimitSize(kLargestSurface);
+        ITnRobotSurface* pSurface = nullptr;
+        const int nResult =
+            Utils::LoadImage(exact.data(), static_cast<unsigned int>(exact.size()), source.pool.get(), &pSurface);
+        return Finish(nResult, pSurface);
+    }
+
+    TempDirectory m_directory;
+    std::string m_path = m_directory / "picture.bmp";
+    SurfaceSource m_source;
+};
+
+std::size_t Pitch24(int nWidth) {
+    return (static_cast<std::size_t>(nWidth) * 3 + 3) / 4 * 4;
+}
+
+// Whether the library did what plain libjpeg calls say.
+void CheckJpeg(const Loaded& loaded, const Bytes& jpeg, const std::string& what) {
+    const JpegPicture picture = DecodePlain(jpeg, JCS_EXT_BGR, 3, kLargestSurface);
+    if (!picture.bHeader) {
+        EXPECT_EQ(loaded.nResult, -1) << what << ": no header";
+        return;
+    }
+    const std::size_t nRow = static_cast<std::size_t>(picture.nWidth) * 3;
+    const std::size_t nPitch = Pitch24(picture.nWidth);
+    if (nPitch * static_cast<std::size_t>(picture.nHeight) > kLargestSurface) {
+        EXPECT_EQ(loaded.nResult, -1) << what << ": no surface";
+        return;
+    }
+    // Much larger than its file: the library may refuse what libjpeg fills with grey.
+    const bool bOutOfProportion = nRow * static_cast<std::size_t>(picture.nHeight) > 256 * 1024;
+    if (!picture.bPixels || (bOutOfProportion && loaded.nResult != 0)) {
+        EXPECT_EQ(loaded.nResult, -2) << what;
+        return;
+    }
+    EXPECT_EQ(loaded.nResult, 0) << what;
+    EXPECT_EQ(loaded.nWidth, picture.nWidth) << what;
+    EXPECT_EQ(loaded.nHeight, picture.nHeight) << what;
+    EXPECT_TRUE(loaded.surface ==
+                Repitch(picture.pixels, nRow, nRow, nPitch, static_cast<std::size_t>(picture.nHeight)))
+        << what << ": pixels differ";
+}
+
+void CheckBmp(const Loaded& loaded, const Bytes& file, const std::string& what) {
+    const BmpAnswer expected = ExpectedBmp(file, kLargestSurface);
+    ASSERT_EQ(loaded.nResult, expected.nResult) << what;
+    if (expected.nResult == 0) {
+        EXPECT_EQ(loaded.nWidth, expected.nWidth) << what;
+        EXPECT_EQ(loaded.nHeight, expected.nHeight) << what;
+        EXPECT_TRUE(loaded.surface == expected.surface) << what << ": pixels differ";
+    }
+}
+
+Bytes GoodBmp() {
+    return BmpFile24(4, 6, Noise(12 * 6, 1));
+}
+
+struct NamedJpeg {
+    std::string name;
+    Bytes jpeg;
+};
+
+std::vector<NamedJpeg> GoodJpegs() {
+    std::vector<NamedJpeg> jpegs;
+    JpegRecipe recipe;
+    recipe.nWidth = 21;
+    recipe.nHeight = 19;
+    recipe.nSampling = 2;
+    const Bytes colour = Noise(21 * 19 * 3, 2);
+    jpegs.push_back({"baseline", EncodePlain(recipe, colour)});
+    recipe.nRestartRows = 1;
+    jpegs.push_back({"with restarts", EncodePlain(recipe, colour)});
+    recipe.nRestartRows = 0;
+    recipe.bProgressive = true;
+    jpegs.push_back({"progressive", EncodePlain(recipe, colour)});
+    return jpegs;
+}
+
+std::string Change(std::size_t nAt, unsigned int nValue) {
+    return "byte " + std::to_string(nAt) + " = " + std::to_string(nValue);
+}
+
+template <typename Function>
+void ForSingleByteChanges(const Bytes& good, int nChanges, unsigned int nSeed, Function function) {
+    std::mt19937 random(nSeed);
+    Bytes changed = good;
+    for (int i = 0; i < nChanges && !testing::Test::HasFailure(); ++i) {
+        const std::size_t nAt = random() % good.size();
+        changed[nAt] = static_cast<unsigned char>(good[nAt] + 1 + random() % 255);
+        function(changed, Change(nAt, changed[nAt]));
+        changed[nAt] = good[nAt];
+    }
+}
+
+// A size and its file, of which the pixels cannot be decoded.
+std::vector<NamedJpeg> BadJpegs() {
+    std::vector<NamedJpeg> jpegs;
+    const Bytes good = GoodJpegs()[0].jpeg;
+    jpegs.push_back({"no JPEG", FromText("this is no picture at all")});
+    jpegs.push_back({"two bytes", FromHex("FFD8")});
+    jpegs.push_back({"nothing but start and end", FromHex("FFD8 FFD9")});
+    jpegs.push_back({"half a header", Bytes(good.begin(), good.begin() + 200)});
+    JpegRecipe recipe;
+    recipe.eInput = JCS_CMYK;
+    recipe.nComponents = 4;
+    jpegs.push_back({"CMYK", EncodePlain(recipe, Noise(1024, 3))});
+    recipe.bProgressive = true;
+    jpegs.push_back({"progressive CMYK", EncodePlain(recipe, Noise(1024, 4))});
+    jpegs.push_back({"no quantiser", FromHex("FFD8  FFC0 000B 08 0010 0010 01 01 11 00  FFDA 0008 01 01 00 00 3F 00") +
+                                         Noise(100, 5) + FromHex("FFD9")});
+    return jpegs;
+}
+
+}  // namespace
+
+TEST_F(HostileImages, EveryPrefixOfABmp) {
+    const Bytes good = GoodBmp();
+    for (std::size_t nSize = 0; nSize <= good.size(); ++nSize) {
+        const Bytes prefix(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(nSize));
+        EXPECT_EQ(LoadFile(prefix).nResult, nSize == good.size() ? 0 : -1) << nSize;
+    }
+}
+
+// Prefixes whose header admits to being that short.
+TEST_F(HostileImages, EveryPrefixOfABmpWithAFittingHeader) {
+    for (const bool bSizeGiven : {true, false}) {
+        Bytes good = GoodBmp();
+        if (!bSizeGiven) {
+            std::fill_n(good.begin() + 34, 4, static_cast<unsigned char>(0));
+        }
+        for (std::size_t nSize = kBmpHeaders; nSize <= good.size(); ++nSize) {
+            Bytes prefix(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(nSize));
+            const Bytes length = U32(static_cast<std::uint32_t>(nSize));
+            std::copy(length.begin(), length.end(), prefix.begin() + 2);
+            EXPECT_EQ(LoadFile(prefix).nResult, nSize == good.size() ? 0 : -1) << nSize;
+        }
+    }
+}
+
+TEST_F(HostileImages, SingleByteChangesOfABmp) {
+    const Bytes good = GoodBmp();
+    ForSingleByteChanges(good, kChanges, 7, [this](const Bytes& changed, const std::string& what) {
+        CheckBmp(LoadFile(changed), changed, what);
+    });
+}
+
+// Only the headers, where a change matters; several at once.
+TEST_F(HostileImages, ManyByteChangesOfABmpHeader) {
+    std::mt19937 random(8);
+    for (int i = 0; i < kChanges && !HasFailure(); ++i) {
+        Bytes changed = GoodBmp();
+        std::string what;
+        for (unsigned int n = 1 + random() % 4; n > 0; --n) {
+            // Not the file size, which refuses nearly everything.
+            const std::size_t nAt = 10 + random() % 28;
+            const unsigned char values[] = {0, 1, 2, 3, 4, 8, 12, 24, 32, 54, 72, 127, 128, 255};
+            changed[nAt] = values[random() % sizeof(values)];
+            what += Change(nAt, changed[nAt]) + "; ";
+        }
+        CheckBmp(LoadFile(changed), changed, what);
+    }
+}
+
+TEST_F(HostileImages, EveryPrefixOfAJpeg) {
+    const QuietErrors quiet;
+    for (const NamedJpeg& good : GoodJpegs()) {
+        for (std::size_t nSize = 0; nSize <= good.jpeg.size(); ++nSize) {
+            const Bytes prefix(good.jpeg.begin(), good.jpeg.begin() + static_cast<std::ptrdiff_t>(nSize));
+            const Loaded loaded = LoadMemory(prefix);
+            if (nSize == 0) {
+                EXPECT_EQ(loaded.nResult, -1);
+            } else {
+                CheckJpeg(loaded, prefix, good.name + ", " + std::to_string(nSize) + " bytes");
+            }
+        }
+    }
+}
+
+TEST_F(HostileImages, SingleByteChangesOfAJpeg) {
+    const QuietErrors quiet;
+    for (const NamedJpeg& good : GoodJpegs()) {
+        ForSingleByteChanges(good.jpeg, kChanges, 9, [this, &good](const Bytes& changed, const std::string& what) {
+            CheckJpeg(LoadMemory(changed), changed, good.name + ", " + what);
+        });
+    }
+}
+
+// Half of a small JPEG is headers: changes there reach further than changes of pixels.
+TEST_F(HostileImages, EveryHeaderByteOfAJpegChanged) {
+    const QuietErrors quiet;
+    const Bytes good = GoodJpegs()[0].jpeg;
+    for (std::size_t nAt = 0; nAt < 640 && nAt < good.size() && !HasFailure(); ++nAt) {
+        for (const unsigned int nValue : {0U, 1U, 0x7FU, 0x80U, 0xFFU, good[nAt] ^ 1U, good[nAt] ^ 0x10U}) {
+            Bytes changed = good;
+            changed[nAt] = static_cast<unsigned char>(nValue);
+            CheckJpeg(LoadMemory(changed), changed, Change(nAt, nValue));
+        }
+    }
+}
+
+TEST_F(HostileImages, BadJpegsHaveTheirResults) {
+    const QuietErrors quiet;
+    const int results[] = {-1, -1, -1, -1, -2, -2, -2};
+    const std::vector<NamedJpeg> bad = BadJpegs();
+    ASSERT_EQ(bad.size(), std::size(results));
+    for (std::size_t i = 0; i < bad.size(); ++i) {
+        EXPECT_EQ(LoadMemory(bad[i].jpeg).nResult, results[i]) << bad[i].name;
+        const std::string path = m_directory / "bad.jpg";
+        WriteBytes(path, bad[i].jpeg);
+        ITnRobotSurface* pSurface = nullptr;
+        EXPECT_EQ(Utils::LoadImage(path.c_str(), m_source.pool.get(), &pSurface), results[i]) << bad[i].name;
+        EXPECT_EQ(pSurface, nullptr);
+    }
+}
+
+TEST_F(HostileImages, TenThousandBadJpegsLeaveNothingBehind) {
+    const QuietErrors quiet;
+    const std::vector<NamedJpeg> bad = BadJpegs();
+    const Bytes good = GoodJpegs()[0].jpeg;
+    const Loaded before = LoadMemory(good);
+    ASSERT_EQ(before.nResult, 0);
+    const auto LoadBad = [&](int nCount) {
+        for (int i = 0; i < nCount; ++i) {
+            const Bytes& jpeg = bad[static_cast<std::size_t>(i) % bad.size()].jpeg;
+            ITnRobotSurface* pSurface = nullptr;
+            EXPECT_LT(
+                Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), m_source.pool.get(), &pSurface),
+                0);
+            EXPECT_EQ(pSurface, nullptr);
+        }
+    };
+    LoadBad(100);
+    const std::size_t nHeld = mallinfo2().uordblks;
+    LoadBad(10000);
+    // The pool of blocks notes every request, so not quite nothing.
+    EXPECT_LE(mallinfo2().uordblks, nHeld + 256 * 1024);
+    EXPECT_EQ(TestBlock::LiveCount(), 0);
+    const Loaded after = LoadMemory(good);
+    EXPECT_EQ(after.nResult, 0);
+    EXPECT_TRUE(after.surface == before.surface);
+    CheckJpeg(after, good, "the good one");
+}
+
+namespace {
+
+// Loads over the general block pool, as applications do.
+int LoadAsApplicationsDo(const Bytes& jpeg) {
+    ITnRobotMemoryBlockPool* pBlocks = nullptr;
+    TnCreateRobotMemoryBlockPool(&pBlocks);
+    const auto blocks = Hold(pBlocks);
+    ITnRobotSurfacePool* pPool = nullptr;
+    TnCreateRobotSurfacePool(pBlocks, &pPool);
+    const auto pool = Hold(pPool);
+    ITnRobotSurface* pSurface = nullptr;
+    const int nResult = Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), pPool, &pSurface);
+    if (pSurface != nullptr) {
+        pSurface->Release();
+    }
+    return nResult;
+}
+
+}  // namespace
+
+// 38 KB that ask for 1.2 GB of pixels, 0.8 GB of coefficients and seventy passes over them.
+TEST_F(HostileImages, AHugeProgressiveJpegIsRefusedAtOnce) {
+    const QuietErrors quiet;
+    constexpr long long kSurface = 60000LL * 20000;
+    const Bytes jpeg = EmptyProgressiveJpeg(20000, 20000, 70);
+    ASSERT_GT(jpeg.size(), 30000u);
+    ASSERT_LT(jpeg.size(), 50000u);
+    const long long nGrowth =
+        PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), -2); }), 1.0); });
+    EXPECT_GE(nGrowth, 0);
+    EXPECT_LE(nGrowth, kSurface + 64 * kMiB);
+}
+
+// The same with less than the surface limit: memory stays in proportion to the picture.
+TEST_F(HostileImages, EmptyProgressiveJpegsStayInProportion) {
+    const QuietErrors quiet;
+    const struct {
+        int nSize;
+        int nScans;
+    } rows[] = {{64, 1}, {512, 70}, {2000, 99}, {2000, 400}, {2300, 3000}};
+    for (const auto& row : rows) {
+        const Bytes jpeg = EmptyProgressiveJpeg(row.nSize, row.nSize, row.nScans);
+        const long long nGrowth =
+            PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { LoadAsApplicationsDo(jpeg); }), 1.0) << row.nScans; });
+        EXPECT_GE(nGrowth, 0) << row.nScans;
+        EXPECT_LE(nGrowth, 3LL * row.nSize * row.nSize + 64 * kMiB) << row.nScans;
+    }
+}
+
+TEST_F(HostileImages, MoreThanAHundredScansAreRefused) {
+    const QuietErrors quiet;
+    EXPECT_EQ(LoadMemory(EmptyProgressiveJpeg(64, 64, 100)).nResult, 0);
+    EXPECT_EQ(LoadMemory(EmptyProgressiveJpeg(64, 64, 101)).nResult, -2);
+    EXPECT_EQ(LoadMemory(EmptyProgressiveJpeg(64, 64, 5000)).nResult, -2);
+}
+
+// A few bytes that promise a huge picture of one scan.
+TEST_F(HostileImages, AHugeSizeInASmallBaselineJpeg) {
+    const QuietErrors quiet;
+    for (const NamedJpeg& good : GoodJpegs()) {
+        Bytes jpeg = good.jpeg;
+        PatchSize(jpeg, 65500, 65500);
+        const long long nGrowth = PeakGrowth(
+            [&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadMemory(jpeg).nResult, -1) << "no surface"; }), 1.0); });
+        EXPECT_GE(nGrowth, 0) << good.name;
+        EXPECT_LE(nGrowth, 64 * kMiB) << good.name;
+    }
+}
+
+// What decoding costs beside the surface.
+TEST_F(HostileImages, ABaselineJpegTakesTheSurfaceAndLittleMore) {
+    constexpr int kWidth = 1920;
+    constexpr int kHeight = 1080;
+    JpegRecipe recipe;
+    recipe.nWidth = kWidth;
+    recipe.nHeight = kHeight;
+    recipe.nSampling = 2;
+    const Bytes jpeg = EncodePlain(recipe, SmoothPicture(kWidth, kHeight, 3, kWidth * 3));
+    const long long nGrowth = PeakGrowth([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), 0); });
+    EXPECT_GE(nGrowth, 0);
+    EXPECT_LE(nGrowth, 3LL * kWidth * kHeight + 2 * kMiB);
+}
+
+// A few bytes that promise a huge BMP: nothing is allocated before the length has been seen.
+TEST_F(HostileImages, AHugeSizeInASmallBmp) {
+    for (const bool bSizeGiven : {true, false}) {
+        BmpFields f;
+        f.nWidth = 20000;
+        f.nHeight = 20000;
+        f.nImageSize = bSizeGiven ? 1200000000U : 0U;
+        WriteBytes(m_path, BmpFile(f, Counting(24)));
+        const long long nGrowth = PeakGrowth([&] {
+            SurfaceSource source;
+            ITnRobotSurface* pSurface = nullptr;
+            EXPECT_EQ(Utils::LoadImage(m_path.c_str(), source.pool.get(), &pSurface), -1);
+        });
+        EXPECT_GE(nGrowth, 0);
+        EXPECT_LE(nGrowth, kMiB);
+    }
+}
+
+// Surfaces come from memory full of an old picture: none of it may show.
+TEST_F(HostileImages, NoOldBytesShowInASurface) {
+    ITnRobotMemoryBlockPool* pBlocks = nullptr;
+    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pBlocks), 1);
+    const auto blocks = Hold(pBlocks);
+    ITnRobotSurfacePool* pPool = nullptr;
+    ASSERT_EQ(TnCreateRobotSurfacePool(pBlocks, &pPool), 1);
+    const auto pool = Hold(pPool);
+    constexpr unsigned char kOld = 0xDB;
+    const auto FillPool = [&] {
+        std::vector<Held<ITnRobotMemoryBlock>> held;
+        for (int i = 0; i < 4; ++i) {
+            ITnRobotMemoryBlock* pBlock = nullptr;
+            ASSERT_EQ(pBlocks->QueryMemBuff(32768, &pBlock), 1);
+            held.push_back(Hold(pBlock));
+            unsigned int nSize = 0;
+            std::fill_n(pBlock->QueryMemory(nSize), 32768, kOld);
+        }
+    };
+    const auto CountOld = [&](ITnRobotSurface* pSurface) {
+        std::size_t nOld = 0;
+        for (const unsigned char by : SurfaceBytes(Hold(pSurface).get())) {
+            nOld += by == kOld ? 1 : 0;
+        }
+        return nOld;
+    };
+    const Bytes dark(16 * 3, 1);  // a picture without the old byte
+    BmpFields f;
+    f.nWidth = 5;
+    f.nHeight = 50;
+    f.nImageSize = 30;
+    WriteBytes(m_path, BmpFile(f, Bytes(30, 1)));
+    JpegRecipe recipe;
+    recipe.nWidth = 5;
+    recipe.nHeight = 3;
+    const Bytes jpeg = EncodePlain(recipe, Bytes(45, 1));
+    const Bytes cut(jpeg.begin(), jpeg.end() - 8);
+    ITnRobotSurface* pSurface = nullptr;
+
+    FillPool();
+    ASSERT_EQ(Utils::LoadImage(m_path.c_str(), pPool, &pSurface), 0);
+    EXPECT_EQ(CountOld(pSurface), 0u) << "BMP";
+    FillPool();
+    ASSERT_EQ(Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), pPool, &pSurface), 0);
+    EXPECT_EQ(CountOld(pSurface), 0u) << "JPEG";
+    FillPool();
+    {
+        const QuietErrors quiet;
+        ASSERT_EQ(Utils::LoadImage(cut.data(), static_cast<unsigned int>(cut.size()), pPool, &pSurface), 0);
+    }
+    EXPECT_EQ(CountOld(pSurface), 0u) << "JPEG that is cut short";
+    FillPool();
+    ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, &pSurface), 0);
+    EXPECT_EQ(CountOld(pSurface), 0u) << "record";
+    FillPool();
+    const Bytes few(7, 1);
+    ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, few), pPool, &pSurface), 0);
+    EXPECT_EQ(CountOld(pSurface), 0u) << "short record";
+    FillPool();
+    ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, &pSurface), 0);
+    const auto picture = Hold(pSurface);
+    FillPool();
+    ASSERT_EQ(Utils::ClipImage(pPool, picture.get(), {1, 2, 1, 3}, &pSurface), 0);
+    EXPECT_EQ(CountOld(pSurface), 0u) << "region";
+    FillPool();
+    ASSERT_EQ(Utils::PieceImage(pPool, picture.get(), picture.get(), &pSurface), 1);
+    EXPECT_EQ(CountOld(pSurface), 0u) << "joined";
+}

@@ -1,0 +1,322 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <thread>
+#include <vector>
+
+#include "TnRobotKernel/image.h"
+#include "support/StartGate.h"
+#include "support/TestSurfaces.h"
+
+using namespace tntest;
+
+namespace {
+
+ETnNLImageType Type(int nValue) {
+    return static_cast<ETnNLImageType>(nValue);
+}
+
+}  // namespace
+
+TEST(SurfacePoolCreation, NeedsAnOutPointer) {
+    const auto blocks = TestBlockPool::Create();
+    EXPECT_EQ(TnCreateRobotSurfacePool(blocks.get(), nullptr), 0);
+    EXPECT_EQ(TnCreateRobotSurfacePool(nullptr, nullptr), 0);
+    EXPECT_EQ(blocks->References(), 1);
+}
+
+TEST(SurfacePoolCreation, KeepsTheBlockPoolForItsLife) {
+    const auto blocks = TestBlockPool::Create();
+    ITnRobotSurfacePool* pPool = nullptr;
+    ASSERT_EQ(TnCreateRobotSurfacePool(blocks.get(), &pPool), 1);
+    ASSERT_NE(pPool, nullptr);
+    EXPECT_EQ(blocks->References(), 2);
+    EXPECT_TRUE(blocks->Requests().empty());
+    pPool->AddRef();
+    EXPECT_EQ(pPool->Release(), 1);
+    EXPECT_EQ(pPool->Release(), 0);
+    EXPECT_EQ(blocks->References(), 1);
+}
+
+TEST(SurfacePoolCreation, WorksWithoutABlockPoolButHandsOutNothing) {
+    ITnRobotSurfacePool* pPool = nullptr;
+    ASSERT_EQ(TnCreateRobotSurfacePool(nullptr, &pPool), 1);
+    const auto pool = Hold(pPool);
+    ITnRobotSurface* pSurface = nullptr;
+    EXPECT_EQ(pool->QuerySurface(MakeDesc(TN_IMAGE_BGR24, 4, 4), &pSurface), -1);
+    EXPECT_EQ(pSurface, nullptr);
+}
+
+TEST(SurfacePool, PitchFollowsFromFormatAndWidth) {
+    const struct {
+        int nType;
+        int nWidth;
+        int nPitch;
+    } rows[] = {
+        {1, 1, 4},  {1, 2, 8},  {1, 3, 12}, {1, 4, 12},    {1, 5, 16},      {1, 6, 20},      {2, 1, 4},
+        {2, 4, 12}, {2, 5, 16}, {2, 7, 24}, {2, 8, 24},    {3, 1, 1},       {3, 5, 5},       {4, 5, 5},
+        {5, 6, 6},  {6, 7, 7},  {7, 5, 5},  {7, 13, 13},   {8, 2, 3},       {8, 4, 6},       {8, 5, 7},
+        {8, 7, 10}, {9, 1, 4},  {9, 5, 20}, {8, 640, 960}, {2, 1920, 5760}, {9, 1921, 7684},
+    };
+    SurfaceSource source;
+    for (const auto& row : rows) {
+        constexpr int kHeight = 3;
+        const Desc desc = MakeDesc(Type(row.nType), row.nWidth, kHeight, {8, 9});
+        ITnRobotSurface* pSurface = nullptr;
+        ASSERT_EQ(source.pool->QuerySurface(desc, &pSurface), 0) << row.nType << " " << row.nWidth;
+        const auto surface = Hold(pSurface);
+        EXPECT_EQ(desc.nPitch, row.nPitch) << "the caller's own description";
+        const Desc got = DescOf(pSurface);
+        EXPECT_EQ(got.nPitch, row.nPitch) << row.nType << " " << row.nWidth;
+        EXPECT_EQ(got.nWidth, row.nWidth);
+        EXPECT_EQ(got.nHeight, kHeight);
+        EXPECT_EQ(got.eImageType, Type(row.nType));
+        EXPECT_EQ(got.oriPos.x, 8);
+        EXPECT_EQ(got.oriPos.y, 9);
+        EXPECT_EQ(source.blocks->Requests().back(), static_cast<unsigned int>(row.nPitch * kHeight));
+        EXPECT_EQ(SurfaceBytes(pSurface).size(), static_cast<std::size_t>(row.nPitch * kHeight));
+    }
+}
+
+TEST(SurfacePool, RefusesWhatCannotBeMetWhileNothingIsFree) {
+    const struct {
+        const char* lpszWhat;
+        int nType;
+        int nWidth;
+        int nHeight;
+    } rows[] = {
+        {"no format", 0, 4, 4},
+        {"unknown format", 10, 4, 4},
+        {"negative format", -1, 4, 4},
+        {"large format", INT_MAX, 4, 4},
+        {"no columns", 2, 0, 4},
+        {"no rows", 2, 4, 0},
+        {"half a pixel", 8, 0, 4},
+        {"negative width", 2, -4, 4},
+        {"negative height", 7, 4, -4},
+        {"both negative", 7, -4, -4},
+        {"pitch beyond 31 bits", 9, 0x20000000, 1},
+        {"pitch that wraps to 12", 2, 0x55555559, 1},
+        {"pitch that wraps to 4", 9, 0x40000001, 1},
+        {"size that wraps to 0", 7, 0x10000, 0x10000},
+        {"size that wraps to 64 KiB", 7, 0x10000, 0x10001},
+        {"size that wraps to 12", 2, 0x40000004, 0x40000001},
+        {"largest of everything", 9, INT_MAX, INT_MAX},
+        {"smallest of everything", 9, INT_MIN, INT_MIN},
+    };
+    SurfaceSource source;
+    ITnRobotSurface* const pMarker = reinterpret_cast<ITnRobotSurface*>(&source);
+    for (const auto& row : rows) {
+        ITnRobotSurface* pSurface = pMarker;
+        EXPECT_EQ(source.pool->QuerySurface(MakeDesc(Type(row.nType), row.nWidth, row.nHeight), &pSurface), -1)
+            << row.lpszWhat;
+        EXPECT_EQ(pSurface, pMarker) << row.lpszWhat << ": untouched on failure";
+    }
+    EXPECT_TRUE(source.blocks->Requests().empty());
+    EXPECT_EQ(TestBlock::LiveCount(), 0);
+}
+
+TEST(SurfacePool, LeavesThePitchOfAnInvalidFormatAlone) {
+    SurfaceSource source;
+    ITnRobotSurface* pSurface = nullptr;
+    const Desc desc = MakeDesc(Type(10), 4, 4);
+    EXPECT_EQ(source.pool->QuerySurface(desc, &pSurface), -1);
+    EXPECT_EQ(desc.nPitch, -12345);
+}
+
+TEST(SurfacePool, WritesThePitchOfAValidFormatEvenWithoutPixels) {
+    SurfaceSource source;
+    ITnRobotSurface* pSurface = nullptr;
+    const Desc desc = MakeDesc(TN_IMAGE_BGR24, 5, 0);
+    EXPECT_EQ(source.pool->QuerySurface(desc, &pSurface), -1);
+    EXPECT_EQ(desc.nPitch, 16);
+}
+
+TEST(SurfacePool, NeedsAnOutPointer) {
+    SurfaceSource source;
+    EXPECT_EQ(source.pool->QuerySurface(MakeDesc(TN_IMAGE_BGR24, 4, 4), nullptr), -1);
+    EXPECT_TRUE(source.blocks->Requests().empty());
+}
+
+TEST(SurfacePool, FailsWhenTheBlockPoolRefuses) {
+    SurfaceSource source;
+    source.blocks->Refuse();
+    EXPECT_EQ(source.Get(TN_IMAGE_BGR24, 4, 4), nullptr);
+    source.blocks->Refuse(false);
+    EXPECT_NE(source.Get(TN_IMAGE_BGR24, 4, 4), nullptr);
+}
+
+TEST(SurfacePool, FailsWhenTheBlockPoolAnswersWithoutABlock) {
+    SurfaceSource source;
+    source.blocks->PretendOnly();
+    EXPECT_EQ(source.Get(TN_IMAGE_BGR24, 4, 4), nullptr);
+}
+
+TEST(SurfacePool, ReusesASurfaceForAnySizeAndFormat) {
+    SurfaceSource source;
+    auto surface = source.Get(TN_IMAGE_BGR24, 4, 4, {1, 2});
+    ITnRobotSurface* pFirst = surface.get();
+    surface.reset();
+    surface = source.Get(TN_IMAGE_GRAY8, 100, 50, {3, 4});
+    EXPECT_EQ(surface.get(), pFirst);
+    const Desc desc = DescOf(surface.get());
+    EXPECT_EQ(desc.nWidth, 100);
+    EXPECT_EQ(desc.nHeight, 50);
+    EXPECT_EQ(desc.nPitch, 100);
+    EXPECT_EQ(desc.eImageType, TN_IMAGE_GRAY8);
+    EXPECT_EQ(desc.oriPos.x, 3);
+    EXPECT_EQ(desc.oriPos.y, 4);
+    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 5000u);
+    EXPECT_EQ(source.blocks->Requests(), (std::vector<unsigned int>{48, 5000}));
+}
+
+TEST(SurfacePool, ReusesTheSurfaceThatHasBeenFreeLongest) {
+    SurfaceSource source;
+    std::vector<Held<ITnRobotSurface>> held;
+    std::vector<ITnRobotSurface*> order;
+    for (int i = 0; i < 3; ++i) {
+        held.push_back(source.Get(TN_IMAGE_GRAY8, 4, 4));
+        order.push_back(held.back().get());
+    }
+    for (std::size_t i : {1U, 2U, 0U}) {
+        held[i].reset();
+    }
+    for (std::size_t i : {1U, 2U, 0U}) {
+        held[i] = source.Get(TN_IMAGE_GRAY8, 4, 4);
+        EXPECT_EQ(held[i].get(), order[i]);
+    }
+    EXPECT_EQ(source.Get(TN_IMAGE_NONE, 1, 1), nullptr) << "nothing is free any more";
+}
+
+TEST(SurfacePool, AsksForANewBlockOfTheExactSizeEveryTime) {
+    SurfaceSource source;
+    for (int i = 0; i < 3; ++i) {
+        source.Get(TN_IMAGE_BGR24, 5, 7).reset();
+    }
+    EXPECT_EQ(source.blocks->Requests(), (std::vector<unsigned int>{112, 112, 112}));
+}
+
+// A free surface is handed out whatever was asked: callers rely on valid descriptions only.
+TEST(SurfacePool, HandsOutAFreeSurfaceWithoutPixelsForABadRequest) {
+    const struct {
+        int nType;
+        int nWidth;
+        int nHeight;
+    } rows[] = {{0, 4, 4}, {10, 4, 4}, {2, 0, 4}, {2, 4, 0}, {2, -4, 4}, {7, 0x10000, 0x10000}, {9, INT_MAX, INT_MAX}};
+    for (const auto& row : rows) {
+        SurfaceSource source;
+        auto surface = source.Get(TN_IMAGE_BGR24, 5, 6, {7, 8});
+        ITnRobotSurface* pFirst = surface.get();
+        surface.reset();
+        ITnRobotSurface* pSurface = nullptr;
+        ASSERT_EQ(source.pool->QuerySurface(MakeDesc(Type(row.nType), row.nWidth, row.nHeight), &pSurface), 0);
+        surface = Hold(pSurface);
+        EXPECT_EQ(pSurface, pFirst);
+        const Desc desc = DescOf(pSurface);
+        EXPECT_EQ(desc.nWidth, 5);
+        EXPECT_EQ(desc.nHeight, 6);
+        EXPECT_EQ(desc.nPitch, 16);
+        EXPECT_EQ(desc.eImageType, TN_IMAGE_BGR24);
+        EXPECT_EQ(desc.oriPos.x, 7);
+        EXPECT_EQ(desc.oriPos.y, 8);
+        Lock lock{};
+        EXPECT_TRUE(pSurface->LockSurface(lock));
+        EXPECT_EQ(lock.pData, nullptr);
+        EXPECT_EQ(lock.nDataSize, 0u);
+        pSurface->UnLockSurface();
+    }
+}
+
+TEST(SurfacePool, HandsOutAFreeSurfaceWithoutPixelsWhenMemoryIsRefused) {
+    SurfaceSource source;
+    source.Get(TN_IMAGE_BGR24, 5, 6).reset();
+    source.blocks->Refuse();
+    const auto surface = source.Get(TN_IMAGE_GRAY8, 9, 9);
+    ASSERT_NE(surface, nullptr);
+    EXPECT_EQ(DescOf(surface.get()).nWidth, 5);
+    EXPECT_TRUE(SurfaceBytes(surface.get()).empty());
+}
+
+TEST(SurfacePool, ASurfaceWithoutPixelsRecoversWithTheNextValidRequest) {
+    SurfaceSource source;
+    source.GetWithoutPixels().reset();
+    const auto surface = source.Get(TN_IMAGE_GRAY8, 9, 9);
+    ASSERT_NE(surface, nullptr);
+    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 81u);
+}
+
+TEST(SurfacePool, SurfacesOutliveIt) {
+    Held<ITnRobotSurface> one;
+    Held<ITnRobotSurface> shared;
+    {
+        SurfaceSource source;
+        one = source.Get(TN_IMAGE_GRAY8, 4, 4);
+        shared = source.Get(TN_IMAGE_GRAY8, 4, 4);
+        shared->AddRef();
+    }
+    EXPECT_TRUE(SurfaceBytes(one.get()).empty()) << "a surface with a single holder is cleared";
+    EXPECT_EQ(DescOf(one.get()).nWidth, 4);
+    EXPECT_EQ(SurfaceBytes(shared.get()).size(), 16u) << "one with two holders is not";
+    EXPECT_EQ(shared->Release(), 1);
+    EXPECT_EQ(shared.release()->Release(), 0);
+    EXPECT_EQ(one.release()->Release(), 0);
+    EXPECT_EQ(TestBlock::LiveCount(), 0);
+}
+
+TEST(SurfacePool, WorksOverTheGeneralBlockPool) {
+    ITnRobotMemoryBlockPool* pBlocks = nullptr;
+    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pBlocks), 1);
+    const auto blocks = Hold(pBlocks);
+    ITnRobotSurfacePool* pPool = nullptr;
+    ASSERT_EQ(TnCreateRobotSurfacePool(pBlocks, &pPool), 1);
+    const auto pool = Hold(pPool);
+    ITnRobotSurface* pSurface = nullptr;
+    ASSERT_EQ(pool->QuerySurface(MakeDesc(TN_IMAGE_BGR24, 1920, 1080), &pSurface), 0);
+    const auto surface = Hold(pSurface);
+    Lock lock{};
+    EXPECT_TRUE(surface->LockSurface(lock));
+    EXPECT_EQ(lock.nDataSize, 5760u * 1080u) << "the block says what was asked for, not its capacity";
+    lock.pData[lock.nDataSize - 1] = 1;
+    surface->UnLockSurface();
+}
+
+TEST(SurfacePool, ServesSeveralThreads) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 500;
+    ITnRobotMemoryBlockPool* pBlocks = nullptr;
+    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pBlocks), 1);
+    const auto blocks = Hold(pBlocks);
+    ITnRobotSurfacePool* pPool = nullptr;
+    ASSERT_EQ(TnCreateRobotSurfacePool(pBlocks, &pPool), 1);
+    const auto pool = Hold(pPool);
+    std::atomic<int> nWrong{0};
+    std::vector<std::thread> threads;
+    StartGate gate(kThreads);
+    for (int nThread = 0; nThread < kThreads; ++nThread) {
+        threads.emplace_back([&, nThread] {
+            gate.ArriveAndWait();
+            for (int i = 0; i < kRounds; ++i) {
+                const int nWidth = 1 + (i * 7 + nThread) % 40;
+                ITnRobotSurface* pSurface = nullptr;
+                if (pPool->QuerySurface(MakeDesc(TN_IMAGE_GRAY8, nWidth, 3), &pSurface) != 0) {
+                    ++nWrong;
+                    continue;
+                }
+                const auto surface = Hold(pSurface);
+                Lock lock{};
+                surface->LockSurface(lock);
+                const auto byMark = static_cast<unsigned char>(nThread + 1);
+                std::fill_n(lock.pData, lock.nDataSize, byMark);
+                if (lock.nWidth != nWidth || lock.nDataSize != static_cast<unsigned int>(nWidth) * 3 ||
+                    SurfaceBytes(pSurface) != Bytes(lock.nDataSize, byMark)) {
+                    ++nWrong;
+                }
+                surface->UnLockSurface();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(nWrong.load(), 0);
+}
