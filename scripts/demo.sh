@@ -1,7 +1,20 @@
 #!/usr/bin/env bash
-# Builds the library and shows its main job on real input: this machine is sampled into a value
-# group, the group is saved to a file, and a second process reads it back and compares.
+# Builds the library and shows its main jobs on real input. This machine is sampled into a value
+# group, which is saved, read back by a second process and compared. Then pictures are inspected:
+# scripts/demo.sh [PICTURE...], .jpg or .bmp files; without any, the program draws its own.
+pictures=()
+for picture in "$@"; do
+    pictures+=("$(realpath -- "$picture")") # before the directory changes
+done
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+# What an earlier run has left is removed, unless it is what this one is to look at.
+output="$root/build/demo/pictures"
+for picture in "${pictures[@]}"; do
+    case "$picture" in
+        "$(realpath -m -- "$output")"/*) echo "move $picture elsewhere first: its directory is emptied" >&2; exit 2 ;;
+    esac
+done
 "$root/scripts/setup.sh" build
 
 build demo
@@ -9,4 +22,8 @@ directory="$(mktemp -d)"
 trap 'rm -rf "$directory"' EXIT
 "$root/build/demo/examples/machine_samples" save "$directory"
 "$root/build/demo/examples/machine_samples" check "$directory"
-say "everything that was saved came back"
+
+say "inspecting pictures"
+rm -rf "$output"
+"$root/build/demo/examples/inspection" "$output" "${pictures[@]}"
+say "everything that was saved came back; the pictures are in $output"

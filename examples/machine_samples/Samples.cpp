@@ -33,12 +33,6 @@ std::string Hex(const void* pData, std::size_t nSize) {
 // A group under construction and, beside it, what each value is expected to be in bytes.
 class Recorder {
 public:
-    Recorder() {
-        ITnRobotDataValueGroup* pGroup = nullptr;
-        TnCreateRobotValueDataGroup(&pGroup);
-        m_group.reset(pGroup);
-    }
-
     template <typename T>
     void Scalar(const char* lpszName, ETnRobotDataValueType eType, T value) {
         m_bOk = m_group->SetValue(lpszName, value) == 0 && m_bOk;
@@ -71,7 +65,7 @@ private:
         m_expected << lpszName << '\t' << eType << '\t' << Hex(pData, nSize) << '\n';
     }
 
-    Owned<ITnRobotDataValueGroup> m_group;
+    Owned<ITnRobotDataValueGroup> m_group = Create(TnCreateRobotValueDataGroup);
     std::ostringstream m_expected;
     bool m_bOk = true;
 };
@@ -167,9 +161,7 @@ bool SaveSamples(const std::string& strDirectory) {
 }
 
 bool CheckSamples(const std::string& strDirectory) {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    TnCreateRobotValueDataGroup(&pGroup);
-    const Owned<ITnRobotDataValueGroup> group(pGroup);
+    const Owned<ITnRobotDataValueGroup> group = Create(TnCreateRobotValueDataGroup);
     const Owned<ITnRobotFile> file = OpenFile(strDirectory + "/samples.tnr", false);
     if (!file) {
         return false;

@@ -1,18 +1,15 @@
 #include "Files.h"
 
 Owned<ITnRobotFile> OpenFile(const std::string& strPath, bool bWrite) {
-    ITnRobotFile* pFile = nullptr;
-    TnCreateRobotFile(&pFile);
-    Owned<ITnRobotFile> file(pFile);
+    Owned<ITnRobotFile> file = Create(TnCreateRobotFile);
     return file->Open(strPath.c_str(), bWrite) ? std::move(file) : nullptr;
 }
 
 Owned<ITnRobotMemFile> OpenMemory() {
     constexpr long long kChunkSize = 4096;
-    ITnRobotMemFile* pFile = nullptr;
-    TnCreateRobotMemFile(&pFile);
-    pFile->OpenWriteFile(kChunkSize);
-    return Owned<ITnRobotMemFile>(pFile);
+    Owned<ITnRobotMemFile> file = Create(TnCreateRobotMemFile);
+    file->OpenWriteFile(kChunkSize);
+    return file;
 }
 
 std::vector<char> Content(ITnRobotMemFile& file) {
@@ -22,10 +19,7 @@ std::vector<char> Content(ITnRobotMemFile& file) {
     return bytes;
 }
 
-AttachedArchive::AttachedArchive(ITnRobotFile& file, bool bStoring) {
-    ITnRobotArchive* pArchive = nullptr;
-    TnCreateRobotArchive(&pArchive);
-    m_archive.reset(pArchive);
+AttachedArchive::AttachedArchive(ITnRobotFile& file, bool bStoring) : m_archive(Create(TnCreateRobotArchive)) {
     m_archive->Attach(&file, bStoring);
 }
 

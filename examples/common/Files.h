@@ -1,21 +1,12 @@
-// What both halves of the example need around files: owning pointers and archives over files.
+// Files on disk and in memory, and archives over them.
 
-#ifndef MACHINE_SAMPLES_FILES_H_
-#define MACHINE_SAMPLES_FILES_H_
+#ifndef EXAMPLES_COMMON_FILES_H_
+#define EXAMPLES_COMMON_FILES_H_
 
-#include <TnRobotKernel/TnRobotKernel.h>
-
-#include <memory>
 #include <string>
 #include <vector>
 
-/// Releases one reference; makes std::unique_ptr own counted objects.
-struct ReleaseReference {
-    void operator()(ITnUnknown* pObject) const { pObject->Release(); }
-};
-
-template <typename T>
-using Owned = std::unique_ptr<T, ReleaseReference>;
+#include "Owned.h"
 
 /// Opens a file on disk. @return null when it cannot be opened.
 Owned<ITnRobotFile> OpenFile(const std::string& strPath, bool bWrite);
@@ -40,4 +31,4 @@ private:
     Owned<ITnRobotArchive> m_archive;
 };
 
-#endif  // MACHINE_SAMPLES_FILES_H_
+#endif  // EXAMPLES_COMMON_FILES_H_

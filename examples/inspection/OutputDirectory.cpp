@@ -1,0 +1,36 @@
+#include "OutputDirectory.h"
+
+#include <TnRobotKernel/TnRobotKernel.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+// A directory that cannot be made shows when the first file is missing.
+OutputDirectory::OutputDirectory(const std::string& strDirectory) : m_strDirectory(strDirectory) {
+    std::error_code ignored;
+    std::filesystem::create_directories(m_strDirectory, ignored);
+}
+
+std::string OutputDirectory::NewFile(const std::string& strName, const char* lpszExtension) {
+    char szPath[TnRobotUtils::kPathSize];
+    TnRobotUtils::MakeValidFile(m_strDirectory.c_str(), strName.c_str(), lpszExtension, szPath);
+    m_files.emplace_back(szPath);
+    return m_files.back();
+}
+
+// The directory may hold files of others, which are nobody's business here.
+bool OutputDirectory::List() const {
+    std::vector<std::string> found;
+    TnRobotUtils::FindFile(m_strDirectory.c_str(), nullptr, found);
+    bool bAll = true;
+    std::printf("\nwritten:\n");
+    for (const std::string& strFile : m_files) {
+        const long long nSize = TnRobotUtils::GetFileSize(strFile.c_str());
+        const bool bFound = nSize > 0 && std::find(found.begin(), found.end(), strFile) != found.end();
+        std::printf("%10lld bytes  %s%s\n", nSize, strFile.c_str(), bFound ? "" : "  MISSING");
+        bAll = bAll && bFound;
+    }
+    return bAll;
+}

@@ -1,0 +1,127 @@
+#include "Picture.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+bool Equal(ITnRobotSurface& a, ITnRobotSurface& b) {
+    const LockedPixels first(a);
+    const LockedPixels second(b);
+    if (first->nWidth != second->nWidth || first->nHeight != second->nHeight) {
+        return false;
+    }
+    const auto nRowLength = static_cast<std::size_t>(first->nWidth) * kBytesPerPixel;
+    for (int nRow = 0; nRow < first->nHeight; ++nRow) {
+        if (std::memcmp(first.Row(nRow), second.Row(nRow), nRowLength) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool LoadsAs(const Pools& pools, ITnRobotMemoryBlock& block, const ITnRobotSurface::STnSurfaceDesc& desc) {
+    ITnRobotSurface* pLoaded = nullptr;
+    if (TnRobotImageUtils::LoadImage(&block, pools.Surfaces(), &pLoaded) != 0) {
+        return false;
+    }
+    const Owned<ITnRobotSurface> loaded(pLoaded);
+    ITnRobotSurface::STnSurfaceDesc loadedDesc{};
+    loaded->GetSurfaceDesc(loadedDesc);
+    return loadedDesc.nWidth == desc.nWidth && loadedDesc.nHeight == desc.nHeight;
+}
+
+bool FileHolds(const std::string& strPath, ITnRobotMemoryBlock& block) {
+    unsigned int nSize = 0;
+    const unsigned char* pData = block.QueryMemory(nSize);
+    int nLength = 0;
+    if (TnRobotUtils::ReadFile(strPath.c_str(), nullptr, &nLength) != 0 || nLength != static_cast<int>(nSize)) {
+        return false;
+    }
+    std::vector<char> content(nSize);
+    TnRobotUtils::ReadFile(strPath.c_str(), content.data(), &nLength);
+    return std::memcmp(content.data(), pData, nSize) == 0;
+}
+
+}  // namespace
+
+std::string RegionName(int nRow, int nColumn) {
+    return "row" + std::to_string(nRow + 1) + "_column" + std::to_string(nColumn + 1);
+}
+
+Owned<ITnRobotSurface> LoadPicture(const Pools& pools, const std::string& strPath) {
+    ITnRobotSurface* pPicture = nullptr;
+    const int nResult = TnRobotImageUtils::LoadImage(strPath.c_str(), pools.Surfaces(), &pPicture);
+    if (nResult != 0) {
+        std::fprintf(stderr, "cannot load %s (%d)\n", strPath.c_str(), nResult);
+        return nullptr;
+    }
+    return Owned<ITnRobotSurface>(pPicture);
+}
+
+// Widths are multiples of 4, so that rows of three bytes per pixel have no padding: the two kinds
+// of files step differently over padded ones.
+std::vector<Region> ClipGrid(const Pools& pools, ITnRobotSurface& picture) {
+    ITnRobotSurface::STnSurfaceDesc desc{};
+    picture.GetSurfaceDesc(desc);
+    const int nWidth = desc.nWidth / kGridColumns / 4 * 4;
+    const int nHeight = desc.nHeight / kGridRows;
+    std::vector<Region> regions;
+    for (int i = 0; i < kGridRows * kGridColumns; ++i) {
+        const int nRow = i / kGridColumns;
+        const int nColumn = i % kGridColumns;
+        const STnNLROIRect place = {nColumn * nWidth, (nColumn + 1) * nWidth, nRow * nHeight, (nRow + 1) * nHeight};
+        ITnRobotSurface* pRegion = nullptr;
+        // Success without a surface is possible too: the pointer decides.
+        TnRobotImageUtils::ClipImage(pools.Surfaces(), &picture, place, &pRegion);
+        if (pRegion == nullptr) {
+            std::fprintf(stderr, "cannot cut %d x %d pixels into regions\n", desc.nWidth, desc.nHeight);
+            return {};
+        }
+        regions.push_back({RegionName(nRow, nColumn), Owned<ITnRobotSurface>(pRegion)});
+    }
+    return regions;
+}
+
+Owned<ITnRobotSurface> Join(const Pools& pools, ITnRobotSurface& left, ITnRobotSurface& right) {
+    ITnRobotSurface* pJoined = nullptr;
+    TnRobotImageUtils::PieceImage(pools.Surfaces(), &left, &right, &pJoined);
+    return Owned<ITnRobotSurface>(pJoined);
+}
+
+// Saving reports what cannot be encoded, but not what cannot be written: the file is looked at.
+bool SaveJpeg(const Pools& pools, OutputDirectory& output, const std::string& strName, ITnRobotSurface& picture,
+              std::string* pstrPath) {
+    const std::string strPath = output.NewFile(strName, "jpg");
+    if (pstrPath != nullptr) {
+        *pstrPath = strPath;
+    }
+    ITnRobotMemoryBlock* pBlock = nullptr;
+    if (TnRobotImageUtils::SaveImage(strPath.c_str(), &picture) != 0 ||
+        TnRobotImageUtils::SaveImage(&picture, pools.Blocks(), &pBlock) != 0) {
+        std::fprintf(stderr, "cannot save %s\n", strPath.c_str());
+        return false;
+    }
+    const Owned<ITnRobotMemoryBlock> block(pBlock);
+    ITnRobotSurface::STnSurfaceDesc desc{};
+    picture.GetSurfaceDesc(desc);
+    const bool bSame = LoadsAs(pools, *block, desc) && FileHolds(strPath, *block);
+    if (!bSame) {
+        std::fprintf(stderr, "%s differs from what was saved\n", strPath.c_str());
+    }
+    return bSame;
+}
+
+bool SaveBmp(const Pools& pools, OutputDirectory& output, const std::string& strName, ITnRobotSurface& picture) {
+    const std::string strPath = output.NewFile(strName, "bmp");
+    if (TnRobotImageUtils::SaveImage(strPath.c_str(), &picture) != 0) {
+        std::fprintf(stderr, "cannot save %s\n", strPath.c_str());
+        return false;
+    }
+    const Owned<ITnRobotSurface> loaded = LoadPicture(pools, strPath);
+    const bool bSame = loaded && Equal(picture, *loaded);
+    if (!bSame) {
+        std::fprintf(stderr, "%s differs from what was saved\n", strPath.c_str());
+    }
+    return bSame;
+}
