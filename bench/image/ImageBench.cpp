@@ -196,8 +196,9 @@ void DecodeOurs(benchmark::State& state, int nSampling) {
     const Bytes& jpeg = Jpeg(nSampling);
     for (auto _ : state) {
         ITnRobotSurface* pSurface = nullptr;
-        bench::Require(Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), Surfaces(), &pSurface) == 0,
-                       "the JPEG does not load");
+        bench::Require(
+            Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), Surfaces(), &pSurface) == 0,
+            "the JPEG does not load");
         benchmark::DoNotOptimize(pSurface);
         pSurface->Release();
     }

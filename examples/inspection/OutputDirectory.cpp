@@ -6,9 +6,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 // A directory that cannot be made shows when the first file is missing.
-OutputDirectory::OutputDirectory(const std::string& strDirectory) : m_strDirectory(strDirectory) {
+OutputDirectory::OutputDirectory(std::string strDirectory) : m_strDirectory(std::move(strDirectory)) {
     std::error_code ignored;
     std::filesystem::create_directories(m_strDirectory, ignored);
 }

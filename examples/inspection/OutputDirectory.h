@@ -10,7 +10,7 @@
 class OutputDirectory {
 public:
     /// @param[in] strDirectory  created when it is not there.
-    explicit OutputDirectory(const std::string& strDirectory);
+    explicit OutputDirectory(std::string strDirectory);
 
     const std::string& Path() const { return m_strDirectory; }
 

@@ -10,6 +10,7 @@
 namespace {
 
 constexpr int kPlaceSize = 320;  // pixels of a place, across and down
+constexpr double kHalfPlace = kPlaceSize / 2.0;
 constexpr int kWidth = kGridColumns * kPlaceSize;
 constexpr int kHeight = kGridRows * kPlaceSize;
 constexpr int kDefectiveRow = 1;
@@ -60,7 +61,7 @@ Colour PaintPlace(int nRow, int nColumn, const Offset& point) {
     if (!bRound && !bMissing && IsInSquarePart(point, dAngle)) {
         return kSteel;
     }
-    return std::abs(point.dX) > kPlaceSize / 2 - 3 ? kSeam : kBelt;
+    return std::abs(point.dX) > kHalfPlace - 3 ? kSeam : kBelt;
 }
 
 // The light falls off from the middle of the picture by up to a tenth.
@@ -75,7 +76,7 @@ unsigned char Shade(int nColour, double dLight, int nNoise) {
 }
 
 void PaintPixel(int nX, int nY, int nNoise, unsigned char* pPixel) {
-    const Offset point = {nX % kPlaceSize - kPlaceSize / 2 + 0.5, nY % kPlaceSize - kPlaceSize / 2 + 0.5};
+    const Offset point = {nX % kPlaceSize - kHalfPlace + 0.5, nY % kPlaceSize - kHalfPlace + 0.5};
     const Colour colour = PaintPlace(nY / kPlaceSize, nX / kPlaceSize, point);
     const double dLight = Light(nX, nY);
     pPixel[0] = Shade(colour.nBlue, dLight, nNoise);

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kPieceSize = 256 * 1024;
+constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
 constexpr std::size_t kColourSize = 4;
 constexpr std::size_t kRampSize = 256 * kColourSize;  // the table repeats after this many bytes
 
@@ -20,14 +20,13 @@ struct BmpPlan {
     std::uint32_t nColours;
     std::uint64_t nFileSize;
     std::size_t nRow;       // bytes of a row
-    std::size_t nRows;      // rows that the record holds completely
+    std::size_t nRows = 0;  // rows that the record holds completely
     std::size_t nZeroTail;  // bytes of the data size that no such row covers
 
     explicit BmpPlan(const STnNLImageData& image)
         : nColours(1U << (8U * image.nChannels) % 32U),
           nFileSize(tnrobot::kBmpHeaderSize + std::uint64_t{nColours} * kColourSize + image.nDataSize),
-          nRow(image.nWidth > 0 ? static_cast<std::size_t>(image.nWidth) * image.nChannels : 0),
-          nRows(0) {
+          nRow(image.nWidth > 0 ? static_cast<std::size_t>(image.nWidth) * image.nChannels : 0) {
         if (image.pData != nullptr && nRow > 0 && image.nHeight > 0) {
             nRows = std::min<std::size_t>(static_cast<std::size_t>(image.nHeight), image.nDataSize / nRow);
         }

@@ -23,7 +23,7 @@ constexpr JDIMENSION kRowsAtOnce = 16;
 
 // Pictures up to this many pixels are decoded whatever their input looks like: even an empty one
 // costs little.
-constexpr std::int64_t kModestPixels = 16 * 1024 * 1024;
+constexpr std::int64_t kModestPixels = std::int64_t{16} * 1024 * 1024;
 constexpr std::int64_t kPixelsPerBlock = 64;
 constexpr std::int64_t kBitsPerByte = 8;
 
@@ -33,7 +33,7 @@ constexpr std::int64_t kMaxExpansion = kBlockBytes * kBitsPerByte;
 
 // Memory that libjpeg may always have, and what it can need for a pixel of a larger picture: 2 bytes
 // for each of at most 4 components, and as much again for incomplete blocks at the edges.
-constexpr std::int64_t kModestMemory = 48 * 1024 * 1024;
+constexpr std::int64_t kModestMemory = std::int64_t{48} * 1024 * 1024;
 constexpr std::int64_t kMaxBytesPerPixel = 16;
 
 std::int64_t PixelCount(const jpeg_decompress_struct& jpeg) {
@@ -79,7 +79,7 @@ bool StartDecoder(STnJpegDecodeContext& context, const unsigned char* pData, uns
 // jpeg_finish_decompress, which reports their absence as an error.
 void ReadRowsThatFit(jpeg_decompress_struct& jpeg, unsigned char* pBuffer, unsigned int nSize) {
     const std::int64_t nRowLength = std::int64_t{jpeg.output_width} * jpeg.output_components;
-    const std::size_t nStride = static_cast<std::size_t>(tnrobot::AlignTo4(nRowLength));
+    const auto nStride = static_cast<std::size_t>(tnrobot::AlignTo4(nRowLength));
     const auto nRows = static_cast<JDIMENSION>(std::min<std::size_t>(nSize / nStride, jpeg.output_height));
     while (jpeg.output_scanline < nRows) {
         JSAMPROW rows[kRowsAtOnce] = {};

@@ -57,12 +57,15 @@ public:
 
     // @return whether such rows, nSkip bytes into the memory, lie in the surface.
     bool Holds(const STnRowLayout& rows, std::int64_t nSkip = 0) const {
-        return nSkip >= 0 && rows.FitsInto(std::int64_t{m_lock.nDataSize} - nSkip);
+        return m_lock.pData != nullptr && nSkip >= 0 && rows.FitsInto(std::int64_t{m_lock.nDataSize} - nSkip);
     }
 
     // Zeroes what lies behind each row and behind the last one: recycled memory still shows what was
     // there before. The rows must lie in the surface.
     void ClearBehind(const STnRowLayout& rows) const {
+        if (m_lock.pData == nullptr) {
+            return;
+        }
         const std::int64_t nGap = rows.nPitch - rows.nRowLength;
         for (std::int64_t nRow = 0; nGap > 0 && nRow + 1 < rows.nRows; ++nRow) {
             std::memset(m_lock.pData + nRow * rows.nPitch + rows.nRowLength, 0, static_cast<std::size_t>(nGap));
@@ -72,7 +75,7 @@ public:
 
     // Zeroes the surface from an offset on.
     void ClearFrom(std::int64_t nOffset) const {
-        if (nOffset < m_lock.nDataSize) {
+        if (m_lock.pData != nullptr && nOffset < m_lock.nDataSize) {
             std::memset(m_lock.pData + nOffset, 0, static_cast<std::size_t>(m_lock.nDataSize - nOffset));
         }
     }

@@ -39,7 +39,7 @@ TN_AVX2 inline __m256i BothHalves(__m128i pattern) {
 
 /// Encodes 24 bytes, twelve in the lower part of each half.
 struct Encoder {
-    TN_AVX2 Encoder() {}  // a defaulted one could not have the attribute
+    TN_AVX2 Encoder() {}  // NOLINT(modernize-use-equals-default): that one could not have the attribute
     __m256i Encode(__m256i bytes) const;
 
     // Each 32-bit lane gets the bytes 1, 0, 2, 1 of its group, so that each of its four numbers of
@@ -71,7 +71,7 @@ TN_AVX2 inline __m256i Encoder::Encode(__m256i bytes) const {
 
 /// Decodes 32 characters.
 struct Decoder {
-    TN_AVX2 Decoder() {}
+    TN_AVX2 Decoder() {}  // NOLINT(modernize-use-equals-default)
     bool HasPadding(__m256i chars) const;
     __m256i Decode(__m256i chars) const;
 

@@ -123,11 +123,11 @@ std::string TnRobotStringUtils::Dec2String(const unsigned char* pData, unsigned 
 }
 
 std::string TnRobotStringUtils::GbkToUtf8(const char* lpszText) {
-    return std::string(lpszText);
+    return {lpszText};
 }
 
 std::string TnRobotStringUtils::UtfToGbk(const char* lpszText) {
-    return std::string(lpszText);
+    return {lpszText};
 }
 
 std::string TnRobotStringUtils::WStringToString(const wchar_t* /*lpszText*/) {

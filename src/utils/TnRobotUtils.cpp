@@ -224,6 +224,7 @@ void TnRobotUtils::FindFile(const char* lpszDirectory, const char* /*lpszPattern
     if (!directory) {
         return;
     }
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the directory stream is this call's own
     while (const dirent* pEntry = readdir(directory.get())) {
         if (pEntry->d_type != DT_REG && pEntry->d_type != DT_UNKNOWN) {
             continue;
