@@ -9,6 +9,9 @@ export TNROBOT_CMAKE_ARGUMENTS="-DTNROBOT_WARNINGS_AS_ERRORS=ON"
 say "formatting"
 "$root/scripts/format.sh" --check
 
+say "the full load on tasks"
+TNROBOT_FULL_SOAK=1 "$root/build/release/tests/tnrobot_shared_tests" --gtest_brief=1 --gtest_filter='TaskPoolLoad.*'
+
 "$root/scripts/demo.sh"
 "$root/scripts/check_install.sh"
 

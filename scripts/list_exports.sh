@@ -5,5 +5,7 @@
 # scripts/list_exports.sh LIBRARY
 set -euo pipefail
 nm -DC --defined-only "$1" | cut -d' ' -f3- |
-    grep -vE '(^| )(std|__gnu_cxx)::|^(typeinfo|typeinfo name|vtable) for (std|__gnu_cxx)::|^(_init|_fini|__bss_start|_edata|_end)$|^__(asan|ubsan|tsan|sanitizer|gcov|llvm|odr_asan)|^_?_?gcov|^mangled_path' |
+    # What counts is the name itself, not the types of its arguments.
+    awk '{ name = $0; sub(/\(.*/, "", name) } name !~ /(^| )(std|__gnu_cxx)::/' |
+    grep -vE '^(_init|_fini|__bss_start|_edata|_end)$' |
     LC_ALL=C sort -u

@@ -290,7 +290,7 @@ bool CTnRobotArchive::_WriteObjectTable() {
         return false;
     }
     return std::all_of(m_objectTable.begin(), m_objectTable.end(), [this](const ObjectEntry& entry) {
-        const std::uint64_t nObject = reinterpret_cast<std::uintptr_t>(entry.m_pObject);
+        const auto nObject = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(entry.m_pObject));
         return _WriteNumber(nObject != 0 ? nObject : entry.m_nIdentity) && _WriteNumber(entry.m_nClass);
     });
 }

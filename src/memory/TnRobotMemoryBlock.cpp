@@ -39,6 +39,7 @@ bool CTnRobotMemoryBlock::Abandon() {
         m_nRefCount.fetch_sub(1);
         return false;
     }
+    m_pOwner = nullptr;  // the pool's bookkeeping goes with it; holders never look at it
     m_pParent.store(nullptr);
     if (m_nRefCount.fetch_sub(2) == 2) {
         delete this;

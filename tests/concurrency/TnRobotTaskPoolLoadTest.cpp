@@ -4,9 +4,12 @@
 #include <malloc.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
@@ -64,24 +67,43 @@ public:
     void Init() override { m_bExecuted = false; }
     void Execute(ITnRobotEvent* pRunEvent) override {
         m_bExecuted = true;
-        ++m_nExecuted;
+        Count(m_nExecuted);
         while (m_bUntilStopped && pRunEvent->WaitEvent(0)) {
             std::this_thread::yield();
         }
     }
-    void ClearResource() override { ++m_nCleared; }
+    void ClearResource() override { Count(m_nCleared); }
     bool IsStop() override { return m_bExecuted; }
     void Copy(ITnRobotTaskRunner* /*pRunner*/) override {}
     ITnRobotTaskRunner* Clone() override { return nullptr; }
 
-    int Executed() const { return m_nExecuted; }
-    int Cleared() const { return m_nCleared; }
+    int Executed() const { return Read(m_nExecuted); }
+    int Cleared() const { return Read(m_nCleared); }
+    void AwaitExecuted(int nTimes) { Await(m_nExecuted, nTimes); }
+    void AwaitCleared(int nTimes) { Await(m_nCleared, nTimes); }
 
 private:
+    void Count(int& nCount) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        ++nCount;
+        m_changed.notify_all();
+    }
+    int Read(const int& nCount) const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return nCount;
+    }
+    // Blocks, so that hundreds of these waits leave the few cores to the tasks.
+    void Await(const int& nCount, int nTimes) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [&] { return nCount >= nTimes; });
+    }
+
     const bool m_bUntilStopped;
     std::atomic<bool> m_bExecuted{false};
-    std::atomic<int> m_nExecuted{0};
-    std::atomic<int> m_nCleared{0};
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    int m_nExecuted = 0;  // guarded by m_mutex
+    int m_nCleared = 0;   // guarded by m_mutex
 };
 
 Held<OnceRunner> MakeRunner(bool bUntilStopped = false) {
@@ -97,20 +119,20 @@ Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner)
 // The ways in which a run comes to its end.
 enum class Finish { kPoolStops, kCallerStops, kReleasedWhenDone, kReleasedAtOnce };
 
-// One task from its creation to its release; a caller that blocks sleeps, there are few cores.
+// One task from its creation to its release.
 void RunOnce(ITnRobotTaskPool& pool, Finish eFinish) {
     const Held<OnceRunner> runner = MakeRunner();
     Held<ITnRobotTask> task = MakeTask(pool, runner.get());
     ASSERT_TRUE(task->Start());
     switch (eFinish) {
         case Finish::kPoolStops:
-            ASSERT_TRUE(Eventually([&task] { return !task->IsRunning(); }));
+            runner->AwaitCleared(1);
             break;
         case Finish::kCallerStops:
             task->Stop();
             break;
         case Finish::kReleasedWhenDone:
-            ASSERT_TRUE(Eventually([&runner] { return runner->Executed() > 0; }));
+            runner->AwaitExecuted(1);
             break;
         case Finish::kReleasedAtOnce:
             break;
@@ -228,7 +250,7 @@ TEST_F(TaskPoolLoad, ServesManyCallersAtOnce) {
             const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
             for (int n = 1; n <= 20; ++n) {
                 ASSERT_TRUE(task->Start());
-                ASSERT_TRUE(Eventually([&task] { return !task->IsRunning(); }));
+                runner->AwaitCleared(n);
                 ASSERT_EQ(runner->Executed(), n);
             }
         });

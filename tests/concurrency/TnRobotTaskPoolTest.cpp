@@ -439,7 +439,9 @@ TEST_F(TaskPool, ANoticeOfAnIdleTaskDoesNotMakeItIdleTwice) {
     const Held<ITnRobotTaskPool> pool = MakePool();
     const Held<RecordingRunner> runner = RunnerFor(1);
     const Held<ITnRobotTask> sentinel = MakeTask(*pool, runner.get());
-    ITnRobotTask* const pIdle = MakeTask(*pool, nullptr).get();
+    Held<ITnRobotTask> idle = MakeTask(*pool, nullptr);
+    ITnRobotTask* const pIdle = idle.get();
+    idle.reset();
     EXPECT_EQ(pool->GetTaskCount(), 1U);
     ParentOf(*pool).OnNotifyStop(pIdle);
     ASSERT_TRUE(sentinel->Start());

@@ -279,7 +279,7 @@ TEST_F(Task, StartReturnsAfterInit) {
 TEST_F(Task, StartingARunningTaskReturnsAtOnceAndBeginsNoOtherRun) {
     Gate gate;
     m_runner->RunTimes(1);
-    m_runner->m_onExecute = [this, &gate, count = m_runner->m_onExecute](ITnRobotEvent* pEvent) {
+    m_runner->m_onExecute = [&gate, count = m_runner->m_onExecute](ITnRobotEvent* pEvent) {
         gate.Pass();
         count(pEvent);
     };

@@ -4,6 +4,7 @@
 //   TNROBOT_LOGGER_STORES            whether it makes a logger even so
 // With LOGGER_WORKS in the environment every variant makes a logger and answers 0.
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
@@ -39,9 +40,11 @@ public:
     }
 
 private:
-    template <typename... Arguments>
-    static void Report(const char* lpszFormat, Arguments... arguments) {
-        std::printf(lpszFormat, arguments...);
+    __attribute__((format(printf, 1, 2))) static void Report(const char* lpszFormat, ...) {
+        va_list arguments;
+        va_start(arguments, lpszFormat);
+        std::vprintf(lpszFormat, arguments);
+        va_end(arguments);
         std::fflush(stdout);
     }
 };

@@ -12,7 +12,6 @@ public:
     virtual void AddRef() = 0;
     virtual int Release() = 0;
 
-private:
     int m_nRefCount = 1;
 };
 
