@@ -20,7 +20,7 @@ void PrintSizes(const std::string& strPicture, ITnRobotSurface& picture, const s
                 regions.size(), region.nWidth, region.nHeight);
 }
 
-// Archives the measurements and goes on with what was read back.
+// Archives the measurements, reads them back and prints them.
 bool KeepMeasurements(OutputDirectory& output, const std::string& strName, const std::vector<Measurement>& measured) {
     const std::string strPath = output.NewFile(strName + "_measurements", "tnr");
     if (!SaveMeasurements(strPath, measured)) {
