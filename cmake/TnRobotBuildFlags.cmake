@@ -1,6 +1,35 @@
 # How everything of ours is compiled, as one target that each of ours links privately.
 
+include(CheckCXXCompilerFlag)
+include(CheckLinkerFlag)
+
 add_library(tnrobot_build_flags INTERFACE)
+
+# Adds a flag where compiler and processor have it. The linker is told too: files that are
+# optimised together become code only then.
+function(tnrobot_protect flag)
+  string(MAKE_C_IDENTIFIER "TNROBOT_HAS${flag}" known)
+  check_cxx_compiler_flag(${flag} ${known})
+  if(${known})
+    target_compile_options(tnrobot_build_flags INTERFACE ${flag})
+    target_link_options(tnrobot_build_flags INTERFACE ${flag})
+  endif()
+endfunction()
+
+# Marks a shared library as fit for indirect-branch tracking and shadow stacks. The linker does it
+# unasked when every object says so, but the C runtime's first and last object (crti.o, crtn.o) do
+# not everywhere. All that they bring are the functions _init and _fini, without a landing pad;
+# naming others, which do not exist, keeps the loader from calling them. Our own start-up and
+# clean-up are in the init and fini arrays.
+function(tnrobot_mark_shadow_stack target)
+  if(NOT TNROBOT_HAS_fcf_protection_full)
+    return()
+  endif()
+  check_linker_flag(CXX LINKER:-z,ibt,-z,shstk,-init=tnrobot_none,-fini=tnrobot_none TNROBOT_LINKER_MARKS_SHADOW_STACK)
+  if(TNROBOT_LINKER_MARKS_SHADOW_STACK)
+    target_link_options(${target} PRIVATE LINKER:-z,ibt,-z,shstk,-init=tnrobot_none,-fini=tnrobot_none)
+  endif()
+endfunction()
 
 target_compile_options(tnrobot_build_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
@@ -20,11 +49,18 @@ elseif(TNROBOT_COVERAGE)
   target_compile_options(tnrobot_build_flags INTERFACE --coverage -fprofile-update=atomic)
   target_link_options(tnrobot_build_flags INTERFACE --coverage)
 else()
+  tnrobot_protect(-fstack-protector-strong)
+  tnrobot_protect(-fstack-clash-protection)
+  # The compiler of one processor may accept, and ignore, the flag of the other.
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
+    tnrobot_protect(-fcf-protection=full)
+  elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+    tnrobot_protect(-mbranch-protection=standard)
+  endif()
   target_compile_options(tnrobot_build_flags INTERFACE
-    -fstack-protector-strong
     # Debian's compilers may define a lower level themselves. The checks need optimisation.
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
-  target_link_options(tnrobot_build_flags INTERFACE LINKER:-z,relro,-z,now)
+  target_link_options(tnrobot_build_flags INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
 endif()
 
 find_package(Threads REQUIRED)

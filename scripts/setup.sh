@@ -8,13 +8,15 @@
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
+tests=(libgtest-dev binutils libssl-dev abigail-tools)
+benchmarks=(libbenchmark-dev python3)
+checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git)
 case "${1:-all}" in
     build) ;;
-    test) packages+=(libgtest-dev binutils libssl-dev) ;;
-    coverage) packages+=(libgtest-dev binutils libssl-dev gcovr) ;;
-    bench) packages+=(libbenchmark-dev python3) ;;
-    all) packages+=(libgtest-dev binutils libssl-dev libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev
-                    pkg-config python3 git gcovr) ;;
+    test) packages+=("${tests[@]}") ;;
+    coverage) packages+=("${tests[@]}" gcovr) ;;
+    bench) packages+=("${benchmarks[@]}") ;;
+    all) packages+=("${tests[@]}" gcovr "${benchmarks[@]}" "${checks[@]}") ;;
     *) echo "usage: $0 [build|test|bench|coverage|all]" >&2; exit 2 ;;
 esac
 

@@ -46,7 +46,7 @@ using TnCreateObjectFunction = CTnRobotObject* (*)();
 /// Describes a class whose objects an archive can create again from a textual identifier.
 ///
 /// The record is static storage of the module that defines the class, is initialised by
-/// position, and must stay alive for as long as the process may look the class up.
+/// position, and stays registered for as long as that module is loaded.
 struct STnRuntimeClass {
     const char* m_lpszClassGuid;               ///< 8-4-4-4-12 hexadecimal digits, compared byte for byte
     TnCreateObjectFunction m_pfnCreateObject;  ///< null when the class cannot be created
@@ -87,8 +87,11 @@ class TN_ROBOT_API TN_REG_CLASS {
 public:
     /// Puts the record at the head of the registration chain, so that it is found before older
     /// ones with the same identifier; a record that is registered already moves there. Null is
-    /// ignored. Thread-safe.
-    /// @param[in] pClass  borrowed for the rest of the process's life; its link is written.
+    /// ignored. Thread-safe; throws std::bad_alloc when the system has no memory left.
+    /// A class is never unregistered while its module is loaded. When a plug-in is closed, the
+    /// classes whose records are part of it are forgotten; nobody may look classes up meanwhile.
+    /// @param[in] pClass  borrowed until its module is closed, for memory outside of modules for the
+    ///            rest of the process's life; its link is written.
     explicit TN_REG_CLASS(STnRuntimeClass* pClass);
 };
 

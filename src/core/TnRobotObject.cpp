@@ -2,6 +2,7 @@
 #include <mutex>
 
 #include "TnRobotKernel/core.h"
+#include "core/TnRegistrations.h"
 
 // The root record has no creation function, so its identifier creates nothing.
 STnRuntimeClass CTnRobotObject::classCTnRobotObject = {"00000000-0000-0000-0000-000000000000", nullptr, nullptr,
@@ -12,7 +13,10 @@ namespace {
 // Newest registration first. A plug-in that is opened at run time registers its classes while
 // other threads look theirs up, so links are published with release and read with acquire.
 std::atomic<STnRuntimeClass*> g_pHeadClass{&CTnRobotObject::classCTnRobotObject};
-std::mutex g_registration;  // held while the chain changes
+std::mutex g_registration;                  // held while the chain changes
+tnrobot::Registrations g_registrations;     // guarded by g_registration
+std::atomic<unsigned long long> g_nClosed;  // modules closed when the chain was last looked through
+std::atomic<bool> g_bMayClose;              // whether a module with registered classes can be closed
 
 // The link is a plain pointer, because the record's layout is part of the interface.
 STnRuntimeClass* Next(const STnRuntimeClass* pClass) {
@@ -34,7 +38,29 @@ void Unlink(STnRuntimeClass* pClass) {
     }
 }
 
+// A plug-in that is closed takes its records with it. The chain runs through them, so it is linked
+// anew around them. The caller holds g_registration.
+void ForgetClosedModules() {
+    const unsigned long long nClosed = tnrobot::CountClosedModules();
+    if (nClosed == g_nClosed.load(std::memory_order_relaxed)) {
+        return;
+    }
+    g_registrations.ForgetClosedModules();
+    STnRuntimeClass* pRoot = &CTnRobotObject::classCTnRobotObject;
+    const tnrobot::Registration* pNewest = g_registrations.Newest();
+    for (const tnrobot::Registration* p = pNewest; p != nullptr; p = p->m_pOlder) {
+        SetNext(p->m_pClass, p->m_pOlder != nullptr ? p->m_pOlder->m_pClass : pRoot);
+    }
+    g_pHeadClass.store(pNewest != nullptr ? pNewest->m_pClass : pRoot, std::memory_order_release);
+    g_nClosed.store(nClosed, std::memory_order_release);
+}
+
 const STnRuntimeClass* FindClass(const char* lpszGuid) {
+    if (g_bMayClose.load(std::memory_order_acquire) &&
+        tnrobot::CountClosedModules() != g_nClosed.load(std::memory_order_acquire)) {
+        const std::lock_guard<std::mutex> lock(g_registration);
+        ForgetClosedModules();
+    }
     const STnRuntimeClass* p = g_pHeadClass.load(std::memory_order_acquire);
     while (p != nullptr && (p->m_lpszClassGuid == nullptr || std::strcmp(p->m_lpszClassGuid, lpszGuid) != 0)) {
         p = Next(p);
@@ -63,11 +89,15 @@ TN_REG_CLASS::TN_REG_CLASS(STnRuntimeClass* pClass) {
         return;  // the root record stays the last
     }
     const std::lock_guard<std::mutex> lock(g_registration);
+    ForgetClosedModules();
     STnRuntimeClass* pHead = g_pHeadClass.load(std::memory_order_acquire);
     if (pClass == pHead) {
         return;
     }
     Unlink(pClass);
+    if (g_registrations.Add(pClass)) {
+        g_bMayClose.store(true, std::memory_order_release);
+    }
     SetNext(pClass, pHead);
     g_pHeadClass.store(pClass, std::memory_order_release);
 }

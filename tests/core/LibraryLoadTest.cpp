@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/ResourceUse.h"
 #include "support/TempDirectory.h"
 
 using tntest::ChildResult;
@@ -48,6 +50,25 @@ TEST(LibraryLoad, CanBeRepeated) {
     const std::string visit = OneVisit(directory.Path().string());
     EXPECT_EQ(result.output, visit + visit + visit);
     EXPECT_EQ(result.nExitCode, 0);
+}
+
+TEST(LibraryLoad, AThousandVisitsLeaveNothingBehind) {
+    const ChildResult result = RunChild({TNROBOT_REOPEN_PROBE, {TNROBOT_LIBRARY, "1000"}, {}, {}});
+    ASSERT_EQ(result.nExitCode, 0) << result.output;
+    int nMappings = -1;
+    int nDescriptors = -1;
+    int nThreads = -1;
+    long nKiB = -1;
+    ASSERT_EQ(std::sscanf(result.output.c_str(), "mappings %d descriptors %d threads %d KiB %ld", &nMappings,
+                          &nDescriptors, &nThreads, &nKiB),
+              4)
+        << result.output;
+    EXPECT_EQ(nDescriptors, 0);
+    EXPECT_EQ(nThreads, 0);
+    if (!tntest::kSanitizerOwnsMemory) {
+        EXPECT_EQ(nMappings, 0);
+        EXPECT_LE(nKiB, 64) << "what the system maps of other libraries at once; 64 bytes for a visit";
+    }
 }
 
 // The directory is read into 256 bytes, the terminating zero included.

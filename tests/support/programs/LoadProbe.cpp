@@ -1,29 +1,20 @@
 // Opens the shared library at run time as a plug-in host would, uses it, closes it, and reports
 // on the standard output what it met. It is not linked with the library.
 
-#include <dirent.h>
 #include <dlfcn.h>
 
 #include <cstdio>
-#include <fstream>
-#include <string>
 
 #include "TnRobotKernel/values.h"
+#include "support/programs/OpenedLibrary.h"
+
+using tntest::CountEntries;
+using tntest::Find;
+using tntest::IsMapped;
 
 namespace {
 
 using TnGetWorkDir = const char* (*)();
-using TnCreateInt = int (*)(int, ITnRobotDataValue**);
-
-bool IsMapped(const std::string& name) {
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        if (line.find(name) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
-}
 
 bool IsLoaded(const char* lpszName) {
     void* pHandle = dlopen(lpszName, RTLD_LAZY | RTLD_NOLOAD);
@@ -33,25 +24,9 @@ bool IsLoaded(const char* lpszName) {
     return pHandle != nullptr;
 }
 
-int CountThreads() {
-    int nEntries = 0;
-    DIR* pTasks = opendir("/proc/self/task");
-    while (readdir(pTasks) != nullptr) {
-        ++nEntries;
-    }
-    closedir(pTasks);
-    return nEntries;
-}
-
-template <typename Function>
-Function Find(void* pLibrary, const char* lpszSymbol) {
-    return reinterpret_cast<Function>(dlsym(pLibrary, lpszSymbol));
-}
-
 bool UseValue(void* pLibrary) {
-    const auto create = Find<TnCreateInt>(pLibrary, "_Z20TnCreateRobotIntDataiPP17ITnRobotDataValue");
-    ITnRobotDataValue* pValue = nullptr;
-    if (create == nullptr || create(5, &pValue) != 0) {
+    ITnRobotDataValue* pValue = tntest::CreateInt(pLibrary, 5);
+    if (pValue == nullptr) {
         return false;
     }
     int nError = -1;
@@ -62,7 +37,7 @@ bool UseValue(void* pLibrary) {
 }
 
 bool RunOnce(const char* lpszLibrary) {
-    const int nThreads = CountThreads();
+    const int nThreads = CountEntries("/proc/self/task");
     void* pLibrary = dlopen(lpszLibrary, RTLD_NOW | RTLD_LOCAL);
     if (pLibrary == nullptr) {
         std::printf("%s\n", dlerror());
@@ -73,7 +48,8 @@ bool RunOnce(const char* lpszLibrary) {
         return false;
     }
     std::printf("directory [%s]\n", getWorkDir());
-    std::printf("threads %d logger %d\n", CountThreads() - nThreads, IsLoaded("libTnRobotLog.so") ? 1 : 0);
+    std::printf("threads %d logger %d\n", CountEntries("/proc/self/task") - nThreads,
+                IsLoaded("libTnRobotLog.so") ? 1 : 0);
     dlclose(pLibrary);
     std::printf("loaded %d mapped %d\n", IsLoaded(lpszLibrary) ? 1 : 0, IsMapped("libTnRobotKernel") ? 1 : 0);
     return true;

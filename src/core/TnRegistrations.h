@@ -1,0 +1,52 @@
+// Which runtime classes are registered, and which of them have gone with the module that they
+// were part of: their records cannot be asked any more.
+
+#ifndef TNROBOTKERNEL_CORE_TNREGISTRATIONS_H_
+#define TNROBOTKERNEL_CORE_TNREGISTRATIONS_H_
+
+#include "TnRobotKernel/core.h"
+
+namespace tnrobot {
+
+/// How many modules the process has closed so far. Thread-safe.
+unsigned long long CountClosedModules();
+
+/// One registered record, and what it said then.
+struct Registration {
+    STnRuntimeClass* m_pClass;
+    const char* m_lpszClassGuid;
+    TnCreateObjectFunction m_pfnCreateObject;
+    bool m_bInModule;  ///< of a module that may be closed; other memory is its owner's affair
+    Registration* m_pOlder;
+};
+
+/// The registered records, each once. Externally synchronised.
+///
+/// Constant-initialised, because modules register classes before any constructor of ours may have
+/// run; empty again when the library is unloaded.
+class Registrations {
+public:
+    constexpr Registrations() = default;
+    Registrations(const Registrations&) = delete;
+    Registrations& operator=(const Registrations&) = delete;
+    ~Registrations();
+
+    const Registration* Newest() const { return m_pNewest; }
+
+    /// Adds a record as the newest one; one that is there moves. Throws std::bad_alloc and then
+    /// changes nothing. @return whether the record is part of a module that may be closed.
+    bool Add(STnRuntimeClass* pClass);
+
+    /// Drops the records whose modules are closed.
+    void ForgetClosedModules();
+
+private:
+    template <typename Condition>
+    void DropIf(Condition condition);
+
+    Registration* m_pNewest = nullptr;
+};
+
+}  // namespace tnrobot
+
+#endif  // TNROBOTKERNEL_CORE_TNREGISTRATIONS_H_
