@@ -1,13 +1,13 @@
 #include "memory/TnRobotCircleMemBlockPool.h"
 
 #include <algorithm>
-#include <cassert>
 #include <condition_variable>
 #include <set>
 #include <typeinfo>
 #include <vector>
 
 #include "TnRobotKernel/detail/RingQueue.h"
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "core/TnSanitizer.h"
 
@@ -23,11 +23,42 @@ CTnRobotMemoryBlock* PooledBlock(ITnRobotMemoryBlock* pBlock) {
     return static_cast<CTnRobotMemoryBlock*>(pBlock);
 }
 
+/// Remembers, in checked builds, how much of a buffer's start was hidden when its blocks came back.
+template <bool bChecked>
+class HiddenStart {
+public:
+    void OnReturn(bool /*bHidden*/) {}
+    void OnRewind(std::size_t /*nCut*/) {}
+    void OnCut(const unsigned char* /*pData*/, std::size_t /*nOffset*/, std::size_t /*nSize*/) const {}
+};
+
+template <>
+class HiddenStart<true> {
+public:
+    void OnReturn(bool bHidden) { m_bAll = m_bAll && bHidden; }
+
+    /// @param[in] nCut  bytes that blocks were cut from; all of these blocks have come back.
+    void OnRewind(std::size_t nCut) {
+        m_nHidden = m_bAll ? std::max(m_nHidden, nCut) : 0;
+        m_bAll = true;
+    }
+
+    void OnCut(const unsigned char* pData, std::size_t nOffset, std::size_t nSize) const {
+        if (nOffset < m_nHidden) {
+            tnrobot::checked::ShowMemory(pData, std::min(nSize, m_nHidden - nOffset), typeid(CTnRobotMemoryBlock));
+        }
+    }
+
+private:
+    std::size_t m_nHidden = 0;
+    bool m_bAll = true;  // of the blocks that came back since the last rewinding
+};
+
 }  // namespace
 
 /// One large buffer and the blocks cut from it. Everything but Lock, IsOf and Close wants the
 /// caller to hold the buffer's lock.
-class CTnRobotCircleMemBlockPool::Buffer {
+class CTnRobotCircleMemBlockPool::Buffer : private HiddenStart<tnrobot::kChecked> {
 public:
     explicit Buffer(CTnRobotCircleMemBlockPool* pPool);
     ~Buffer();
@@ -66,6 +97,7 @@ private:
     using Blocks = std::set<CTnRobotMemoryBlock*>;
 
     void _AddSpareBlock();
+    static void _ClearFree(const CTnRobotMemoryBlock* pBlock);
     void _CheckInvariants() const;
 
     CTnRobotCircleMemBlockPool* const m_pPool;
@@ -89,6 +121,7 @@ CTnRobotCircleMemBlockPool::Buffer::Buffer(CTnRobotCircleMemBlockPool* pPool)
 
 CTnRobotCircleMemBlockPool::Buffer::~Buffer() {
     while (!m_spareBlocks.Empty()) {
+        _ClearFree(m_spareBlocks.Front());
         m_spareBlocks.Front()->Release();
         m_spareBlocks.PopFront();
     }
@@ -96,6 +129,7 @@ CTnRobotCircleMemBlockPool::Buffer::~Buffer() {
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::Rewind() {
+    OnRewind(kBufferSize - m_nRoom);
     m_pCursor = m_memory.get();
     m_nRoom = kBufferSize;
     m_bReady = true;
@@ -112,12 +146,14 @@ CTnRobotMemoryBlock* CTnRobotCircleMemBlockPool::Buffer::Cut(unsigned int nSize)
     m_spareNodes.back().value() = pBlock;
     m_blocksInUse.insert(std::move(m_spareNodes.back()));
     m_spareNodes.pop_back();
+    _ClearFree(pBlock);
     pBlock->AddRef();
     pBlock->SetMemData(m_pCursor, nSize);
+    OnCut(m_pCursor, kBufferSize - m_nRoom, nSize);
     tnrobot::UnpoisonMemory(m_pCursor, nSize);
     m_pCursor += nSize;
     m_nRoom -= nSize;
-    if (tnrobot::kCheckInvariants) {
+    if constexpr (tnrobot::kChecked) {
         _CheckInvariants();
     }
     return pBlock;
@@ -135,7 +171,14 @@ void CTnRobotCircleMemBlockPool::Buffer::_AddSpareBlock() {
     block->SetOwnerPtr(this);
     Blocks node{block.get()};
     m_spareNodes.push_back(node.extract(node.begin()));
-    m_spareBlocks.PushBack(block.release());
+    m_spareBlocks.PushBack(tnrobot::Watch(block.release()));
+}
+
+// A spare block still points at the memory that it had, which may be another block's by now.
+void CTnRobotCircleMemBlockPool::Buffer::_ClearFree(const CTnRobotMemoryBlock* pBlock) {
+    if constexpr (tnrobot::kChecked) {
+        tnrobot::checked::ClearFree(pBlock);
+    }
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::TakeBack(CTnRobotMemoryBlock* pBlock) {
@@ -143,8 +186,7 @@ void CTnRobotCircleMemBlockPool::Buffer::TakeBack(CTnRobotMemoryBlock* pBlock) {
     if (node.empty()) {
         return;
     }
-    unsigned int nUsedSize = 0;
-    tnrobot::PoisonMemory(pBlock->QueryMemory(nUsedSize), pBlock->GetCapacity());
+    OnReturn(pBlock->HideContent(m_pPool));
     m_spareNodes.push_back(std::move(node));
     m_spareBlocks.PushBack(pBlock);
     if (m_bClosing) {
@@ -163,8 +205,10 @@ void CTnRobotCircleMemBlockPool::Buffer::Close() {
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::_CheckInvariants() const {
-    assert(m_pCursor + m_nRoom == m_memory.get() + kBufferSize);
-    assert(m_spareNodes.size() == m_spareBlocks.Size());
+    tnrobot::CheckInvariant(*m_pPool, m_pCursor + m_nRoom == m_memory.get() + kBufferSize,
+                            "a buffer's cursor and room disagree");
+    tnrobot::CheckInvariant(*m_pPool, m_spareNodes.size() == m_spareBlocks.Size(),
+                            "a spare block has no place to be kept in");
 }
 
 CTnRobotCircleMemBlockPool::CTnRobotCircleMemBlockPool() = default;
