@@ -6,6 +6,6 @@
 set -euo pipefail
 nm -DC --defined-only "$1" | cut -d' ' -f3- |
     # What counts is the name itself, not the types of its arguments.
-    awk '{ name = $0; sub(/\(.*/, "", name) } name !~ /(^| )(std|__gnu_cxx)::/' |
+    awk '{ name = $0; sub(/\(.*/, "", name) } name !~ /(^| )(std|__gnu_cxx)::/ && $0 !~ /^decltype .* std::/' |
     grep -vE '^(_init|_fini|__bss_start|_edata|_end)$' |
     LC_ALL=C sort -u

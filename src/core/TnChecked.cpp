@@ -250,9 +250,6 @@ namespace {
 
 constexpr unsigned char kPattern = 0xDB;
 
-// A huge block that was hardly used would otherwise cost its whole size in memory.
-constexpr std::size_t kMostPattern = std::size_t{32} << 20U;
-
 }  // namespace
 
 void HideMemory(unsigned char* pMemory, std::size_t nSize) {

@@ -66,8 +66,12 @@ void StopIfFree(const ITnUnknown* pObject, const char* lpszWhat);
 /// Stops the process when the object is watched; the caller has seen its count below 1.
 void StopIfWatched(const ITnUnknown* pObject, const char* lpszWhat);
 
+/// The most bytes that a pattern covers: a large block that was hardly used would otherwise cost
+/// its whole size in time and memory whenever it comes back.
+constexpr std::size_t kMostPattern = std::size_t{256} << 10U;
+
 /// Hides memory that nobody may use until it is taken again: from AddressSanitizer where there is
-/// one, under a pattern elsewhere.
+/// one, its first kMostPattern bytes under a pattern elsewhere.
 void HideMemory(unsigned char* pMemory, std::size_t nSize);
 
 /// Shows it again; stops the process when the pattern was written to.

@@ -42,11 +42,16 @@ using FullGhost = GhostSlots<kSlots - 1>;
 static_assert(sizeof(FullGhost) == sizeof(Word), "a ghost is its table pointer");
 
 // A ghost's table pointer.
-Word GhostWord() {
+Word MakeGhostWord() {
     const FullGhost ghost;
     Word word = 0;
     std::memcpy(&word, static_cast<const void*>(&ghost), sizeof(word));
     return word;
+}
+
+Word GhostWord() {
+    static const Word s_word = MakeGhostWord();
+    return s_word;
 }
 
 struct Grave {

@@ -10,6 +10,7 @@
 #include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "core/TnSanitizer.h"
+#include "memory/TnHiddenRanges.h"
 
 namespace {
 
@@ -23,42 +24,11 @@ CTnRobotMemoryBlock* PooledBlock(ITnRobotMemoryBlock* pBlock) {
     return static_cast<CTnRobotMemoryBlock*>(pBlock);
 }
 
-/// Remembers, in checked builds, how much of a buffer's start was hidden when its blocks came back.
-template <bool bChecked>
-class HiddenStart {
-public:
-    void OnReturn(bool /*bHidden*/) {}
-    void OnRewind(std::size_t /*nCut*/) {}
-    void OnCut(const unsigned char* /*pData*/, std::size_t /*nOffset*/, std::size_t /*nSize*/) const {}
-};
-
-template <>
-class HiddenStart<true> {
-public:
-    void OnReturn(bool bHidden) { m_bAll = m_bAll && bHidden; }
-
-    /// @param[in] nCut  bytes that blocks were cut from; all of these blocks have come back.
-    void OnRewind(std::size_t nCut) {
-        m_nHidden = m_bAll ? std::max(m_nHidden, nCut) : 0;
-        m_bAll = true;
-    }
-
-    void OnCut(const unsigned char* pData, std::size_t nOffset, std::size_t nSize) const {
-        if (nOffset < m_nHidden) {
-            tnrobot::checked::ShowMemory(pData, std::min(nSize, m_nHidden - nOffset), typeid(CTnRobotMemoryBlock));
-        }
-    }
-
-private:
-    std::size_t m_nHidden = 0;
-    bool m_bAll = true;  // of the blocks that came back since the last rewinding
-};
-
 }  // namespace
 
 /// One large buffer and the blocks cut from it. Everything but Lock, IsOf and Close wants the
 /// caller to hold the buffer's lock.
-class CTnRobotCircleMemBlockPool::Buffer : private HiddenStart<tnrobot::kChecked> {
+class CTnRobotCircleMemBlockPool::Buffer : private tnrobot::HiddenRanges<tnrobot::kChecked> {
 public:
     explicit Buffer(CTnRobotCircleMemBlockPool* pPool);
     ~Buffer();
@@ -98,6 +68,7 @@ private:
 
     void _AddSpareBlock();
     static void _ClearFree(const CTnRobotMemoryBlock* pBlock);
+    void _HideContent(CTnRobotMemoryBlock* pBlock);
     void _CheckInvariants() const;
 
     CTnRobotCircleMemBlockPool* const m_pPool;
@@ -129,7 +100,7 @@ CTnRobotCircleMemBlockPool::Buffer::~Buffer() {
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::Rewind() {
-    OnRewind(kBufferSize - m_nRoom);
+    OnRewind();
     m_pCursor = m_memory.get();
     m_nRoom = kBufferSize;
     m_bReady = true;
@@ -149,7 +120,7 @@ CTnRobotMemoryBlock* CTnRobotCircleMemBlockPool::Buffer::Cut(unsigned int nSize)
     _ClearFree(pBlock);
     pBlock->AddRef();
     pBlock->SetMemData(m_pCursor, nSize);
-    OnCut(m_pCursor, kBufferSize - m_nRoom, nSize);
+    OnCut(m_memory.get(), kBufferSize - m_nRoom, nSize, typeid(*pBlock));
     tnrobot::UnpoisonMemory(m_pCursor, nSize);
     m_pCursor += nSize;
     m_nRoom -= nSize;
@@ -186,11 +157,19 @@ void CTnRobotCircleMemBlockPool::Buffer::TakeBack(CTnRobotMemoryBlock* pBlock) {
     if (node.empty()) {
         return;
     }
-    OnReturn(pBlock->HideContent(m_pPool));
+    _HideContent(pBlock);
     m_spareNodes.push_back(std::move(node));
     m_spareBlocks.PushBack(pBlock);
     if (m_bClosing) {
         m_returned.notify_all();
+    }
+}
+
+void CTnRobotCircleMemBlockPool::Buffer::_HideContent(CTnRobotMemoryBlock* pBlock) {
+    if constexpr (tnrobot::kChecked) {
+        if (const unsigned char* pData = pBlock->HideContent(m_pPool)) {
+            OnReturn(static_cast<std::size_t>(pData - m_memory.get()), pBlock->GetCapacity());
+        }
     }
 }
 

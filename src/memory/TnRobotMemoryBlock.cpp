@@ -98,14 +98,14 @@ CTnRobotMemoryBlock::TimePoint CTnRobotMemoryBlock::GetRecoveryTime() const {
     return m_recoveryTime;
 }
 
-bool CTnRobotMemoryBlock::HideContent(const ITnUnknown* pPool) {
+const unsigned char* CTnRobotMemoryBlock::HideContent(const ITnUnknown* pPool) {
     if constexpr (tnrobot::kChecked) {
         if (m_nRefCount.load() == 1 && tnrobot::checked::SetFree(this, pPool)) {
             tnrobot::checked::HideMemory(m_pData, m_nCapacity);
-            return true;
+            return m_pData;
         }
     }
-    return false;
+    return nullptr;
 }
 
 void CTnRobotMemoryBlock::ShowContent() {

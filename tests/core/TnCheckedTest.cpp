@@ -283,7 +283,7 @@ TEST_F(CheckedDeathTest, AWriteToAReturnedBlockOfTheCircularPool) {
         ITnRobotMemoryBlock* pBlock = QueryBlock(*pool, kTwoThirds);
         unsigned char* pData = DataOf(*pBlock);
         pBlock->Release();
-        pData[kTwoThirds / 2] = 1;
+        pData[1000] = 1;
         QueryBlock(*pool, kTwoThirds);
     };
     EXPECT_DEATH(use(), Written("CTnRobotMemoryBlock"));
@@ -312,6 +312,12 @@ public:
 };
 
 }  // namespace
+
+TEST_F(CheckedDeathTest, ABrokenInvariantNamesTheClass) {
+    const CTnProbe probe;
+    tnrobot::CheckInvariant(probe, true, "is broken");
+    EXPECT_DEATH(tnrobot::CheckInvariant(probe, false, "is broken"), "CTnProbe: is broken");
+}
 
 // An application's object answers a Release too many, whatever the build.
 TEST(Checked, LeavesObjectsOfApplicationsAlone) {
