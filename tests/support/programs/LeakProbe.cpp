@@ -16,8 +16,8 @@ namespace {
 // Destroyed before the library's statics, which were made earlier.
 Held<ITnRobotMemFile> s_heldByStatic;
 
-// What is left alive is still referred to, unless it is to be lost.
-ITnUnknown* g_pKept[8];
+// What is left alive is still referred to, unless it is to be lost. Nobody reads it.
+ITnUnknown* volatile g_pKept[8];
 
 ITnRobotMemFile* MakeFile() {
     ITnRobotMemFile* pFile = nullptr;
