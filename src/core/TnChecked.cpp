@@ -6,15 +6,15 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <string>
-#include <unordered_map>
+#include <utility>
 
 #include "core/TnGhost.h"
 #include "core/TnSanitizer.h"
@@ -60,7 +60,8 @@ struct Entry {
     bool m_bDestroyed = false;  ///< its destructor runs
 };
 
-/// A part of the watched objects, with a lock of its own.
+/// A part of the watched objects, with a lock of its own. It has no memory while it is empty, so a
+/// library that is unloaded leaves none behind.
 class Shard {
 public:
     void Insert(const ITnUnknown* p, const Entry& entry) {
@@ -100,17 +101,8 @@ public:
         }
     }
 
-    /// An empty part keeps no memory, which a library that is being unloaded would lose.
-    void FreeUnused() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_entries.empty()) {
-            Entries().swap(m_entries);
-        }
-    }
-
 private:
-    using Entries = std::unordered_map<Disguised, Entry, std::hash<Disguised>, std::equal_to<>,
-                                       MallocAllocator<std::pair<const Disguised, Entry>>>;
+    using Entries = std::map<Disguised, Entry, std::less<>, MallocAllocator<std::pair<const Disguised, Entry>>>;
 
     mutable std::mutex m_mutex;
     Entries m_entries;  // guarded by m_mutex
@@ -290,9 +282,6 @@ void ReportLiveObjects() {
 
 void EmptyQuarantine() {
     Ghost::FreeAll();
-    for (Shard& shard : Shards()) {
-        shard.FreeUnused();
-    }
 }
 
 }  // namespace tnrobot::checked
