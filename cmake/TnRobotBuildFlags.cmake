@@ -37,6 +37,10 @@ target_compile_options(tnrobot_build_flags INTERFACE
   # would keep it there.
   $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 
+if(TNROBOT_CHECKED)
+  target_compile_definitions(tnrobot_build_flags INTERFACE TNROBOT_CHECKED)
+endif()
+
 if(TNROBOT_WARNINGS_AS_ERRORS)
   target_compile_options(tnrobot_build_flags INTERFACE -Werror)
 endif()

@@ -9,6 +9,6 @@ version=TNROBOTKERNEL_1.0
 nm -DC --defined-only "$1" | cut -d' ' -f3- | grep -vx "$version" |
     sed -e "s/@@$version\$//; t" -e 's/$/ [not in the version]/' |
     # What counts is the name itself, not the types of its arguments.
-    awk '{ name = $0; sub(/\(.*/, "", name) } name !~ /(^| )(std|__gnu_cxx)::/' |
+    awk '{ name = $0; sub(/\(.*/, "", name) } name !~ /(^| )(std|__gnu_cxx)::/ && $0 !~ /^decltype .* std::/' |
     grep -vE '^(_init|_fini|__bss_start|_edata|_end)$' |
     LC_ALL=C sort -u

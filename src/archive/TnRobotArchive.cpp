@@ -6,6 +6,8 @@
 #include <memory>
 #include <utility>
 
+#include "core/TnChecked.h"
+
 namespace {
 
 // Indexes and counts have 16 bits, and 65535 stands for "no index".
@@ -339,6 +341,6 @@ bool CTnRobotArchive::_ReadObjectTable() {
 }
 
 int TnCreateRobotArchive(ITnRobotArchive** ppArchive) {
-    *ppArchive = new CTnRobotArchive;
+    *ppArchive = tnrobot::Watch(new CTnRobotArchive);
     return 1;
 }

@@ -2,6 +2,7 @@
 
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotManualEvent.h"
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 namespace {
@@ -47,8 +48,11 @@ int CTnRobotTask::Release() {
     } while (!m_nRefCount.compare_exchange_weak(nBefore, nBefore - 1));
     if (nBefore == 2 && pParent != nullptr) {
         pParent->RecoveryTask(this);
-    } else if (nBefore == 1) {
-        delete this;
+    } else if (nBefore <= 1) {
+        tnrobot::CheckRelease(this, nBefore);
+        if (nBefore == 1) {
+            tnrobot::Destroy(this);
+        }
     }
     return nBefore - 1;
 }
@@ -74,7 +78,7 @@ bool CTnRobotTask::Abandon() {
     }
     FreeParent();
     if (m_nRefCount.fetch_sub(2) == 2) {
-        delete this;
+        tnrobot::Destroy(this);
     }
     return true;
 }
@@ -93,6 +97,7 @@ bool CTnRobotTask::BindRunner(ITnRobotTaskRunner* pRunner) {
 // The job of a task that is being stopped cannot wait for the stop to be over, since the stop
 // waits for the job: it is told that nothing was started.
 bool CTnRobotTask::Start() {
+    tnrobot::CheckInUse(this, m_nRefCount);
     if (IsRunning()) {
         return true;
     }

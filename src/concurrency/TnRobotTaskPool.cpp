@@ -1,14 +1,13 @@
 #include "concurrency/TnRobotTaskPool.h"
 
 #include <algorithm>
-#include <cassert>
 #include <memory>
 #include <utility>
 
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotTaskRunner.h"
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
-#include "core/TnSanitizer.h"
 
 ITnRobotTaskPool::~ITnRobotTaskPool() = default;
 
@@ -107,6 +106,9 @@ CTnRobotTask* CTnRobotTaskPool::_TakeTask() {
     CTnRobotTask* pTask = m_idleTasks.Front();
     m_idleTasks.PopFront();
     pTask->SetIdle(false);
+    if constexpr (tnrobot::kChecked) {
+        tnrobot::checked::ClearFree(pTask);
+    }
     _SetIdleCount();
     return pTask;
 }
@@ -141,6 +143,9 @@ void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
     m_idleTasks.Reserve(m_idleTasks.Size() + 1);  // only a stranger's task finds no room
     m_idleTasks.PushBack(pPooled);
     pPooled->SetIdle(true);
+    if constexpr (tnrobot::kChecked) {
+        tnrobot::checked::SetFree(pPooled, this);
+    }
     _SetIdleCount();
     if (m_bClosing) {
         m_returned.notify_all();
@@ -149,7 +154,7 @@ void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
 
 void CTnRobotTaskPool::_SetIdleCount() {
     m_nIdleTasks.store(static_cast<unsigned int>(m_idleTasks.Size()));
-    if (tnrobot::kCheckInvariants) {
+    if constexpr (tnrobot::kChecked) {
         _CheckInvariants();
     }
 }
@@ -216,9 +221,9 @@ void CTnRobotTaskPool::_OnThreadPoolWork() {
 }
 
 void CTnRobotTaskPool::_CheckInvariants() const {
-    assert(m_nIdleTasks.load() == m_idleTasks.Size());
+    tnrobot::CheckInvariant(*this, m_nIdleTasks.load() == m_idleTasks.Size(), "counts its idle tasks wrongly");
     for (std::size_t i = 0; i < m_idleTasks.Size(); ++i) {
-        assert(m_idleTasks.At(i)->IsIdle());
+        tnrobot::CheckInvariant(*this, m_idleTasks.At(i)->IsIdle(), "has a task in use among the idle ones");
     }
 }
 

@@ -1,5 +1,6 @@
 #include "concurrency/TnRobotTaskRunner.h"
 
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotTaskRunner::~ITnRobotTaskRunner() = default;
@@ -36,5 +37,5 @@ bool CTnRobotTaskRunner::IsStop() {
 void CTnRobotTaskRunner::Copy(ITnRobotTaskRunner* /*pRunner*/) {}
 
 ITnRobotTaskRunner* CTnRobotTaskRunner::Clone() {
-    return new CTnRobotTaskRunner;
+    return tnrobot::Watch(new CTnRobotTaskRunner);
 }

@@ -3,6 +3,7 @@
 #ifndef TNROBOTKERNEL_SRC_CORE_TNCREATEINSTANCE_H_
 #define TNROBOTKERNEL_SRC_CORE_TNCREATEINSTANCE_H_
 
+#include "core/TnChecked.h"
 #include "core/TnRef.h"
 
 namespace tnrobot {
@@ -14,7 +15,7 @@ namespace tnrobot {
 /// @return 1 on success, 0 on failure, which has destroyed the object.
 template <typename Class, typename Interface, typename Init>
 int FinishInstance(Class* pNew, Interface** ppOut, Init init) {
-    Ref<Class> object = Ref<Class>::Adopt(pNew);
+    Ref<Class> object = Ref<Class>::Adopt(Watch(pNew));
     if (!init(*pNew)) {
         *ppOut = nullptr;
         return 0;

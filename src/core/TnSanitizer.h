@@ -34,13 +34,6 @@ inline void PoisonMemory(const void* /*p*/, std::size_t /*nSize*/) {}
 inline void UnpoisonMemory(const void* /*p*/, std::size_t /*nSize*/) {}
 #endif
 
-/// Whether classes check their invariants: in debug and sanitizer builds.
-#if defined(TN_ADDRESS_SANITIZER) || !defined(NDEBUG)
-constexpr bool kCheckInvariants = true;
-#else
-constexpr bool kCheckInvariants = false;
-#endif
-
 }  // namespace tnrobot
 
 #endif  // TNROBOTKERNEL_SRC_CORE_TNSANITIZER_H_

@@ -1,16 +1,24 @@
 #include "TnRobotKernel/core.h"
+#include "core/TnChecked.h"
 
-ITnUnknown::~ITnUnknown() = default;
+ITnUnknown::~ITnUnknown() {
+    if constexpr (tnrobot::kChecked) {
+        tnrobot::checked::Leave(this);
+    }
+}
 
 void ITnUnknown::AddRef() {
-    m_nRefCount.fetch_add(1);
+    const int nBefore = m_nRefCount.fetch_add(1);
+    tnrobot::CheckAddRef(this, nBefore);
 }
 
 int ITnUnknown::Release() {
     // The result comes from this one atomic operation: after it the object may be gone already.
     const int nBefore = m_nRefCount.fetch_sub(1);
     if (nBefore == 1) {
-        delete this;
+        tnrobot::Destroy(this);
+    } else if (nBefore <= 0) {
+        tnrobot::CheckRelease(this, nBefore);
     }
     return nBefore - 1;
 }

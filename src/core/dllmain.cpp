@@ -5,6 +5,7 @@
 #include <ios>
 
 #include "TnRobotKernel/utilities.h"
+#include "core/TnChecked.h"
 #include "core/TnRobotDirectories.h"
 
 std::string g_strWorkDir;
@@ -17,8 +18,15 @@ void library_init() {
     TnRobotUtils::Init();
 }
 
+// Objects that applications still hold may be meant to live on: in statics of theirs that are
+// destroyed later, as those of a program are that the library is linked into statically. So what
+// a checked build finds alive is reported, and nothing else happens; such objects stay usable.
 void library_cleanup() {
     TnRobotUtils::Destroy();
+    if constexpr (tnrobot::kChecked) {
+        tnrobot::checked::ReportLiveObjects();
+        tnrobot::checked::EmptyQuarantine();
+    }
 }
 
 struct LibraryHooks {

@@ -1,5 +1,6 @@
 #include "image/TnRobotSurface.h"
 
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotSurface::~ITnRobotSurface() = default;
@@ -34,6 +35,7 @@ void CTnRobotSurface::ClearResource() {
 // A surface can be without a block: one that was handed out for a request that cannot be met, and
 // one whose pool went while it was held.
 bool CTnRobotSurface::LockSurface(STnLockSurface& lock) {
+    _CheckInUse();
     lock.nDataSize = 0;
     lock.pData = m_block ? m_block->QueryMemory(lock.nDataSize) : nullptr;
     lock.nWidth = m_desc.nWidth;
@@ -43,24 +45,39 @@ bool CTnRobotSurface::LockSurface(STnLockSurface& lock) {
     return true;
 }
 
-void CTnRobotSurface::UnLockSurface() {}
+void CTnRobotSurface::UnLockSurface() {
+    _CheckInUse();
+}
 
 void CTnRobotSurface::GetSurfaceDesc(STnSurfaceDesc& desc) {
+    _CheckInUse();
     desc = m_desc;
 }
 
 STnNL2DPoint CTnRobotSurface::GetOriPos() {
+    _CheckInUse();
     return m_desc.oriPos;
 }
 
 void CTnRobotSurface::ResetOriPos(const STnNL2DPoint& oriPos) {
+    _CheckInUse();
     m_desc.oriPos = oriPos;
 }
 
 unsigned long long CTnRobotSurface::QueryTimeStamp() {
+    _CheckInUse();
     return m_nTimeStamp;
 }
 
 void CTnRobotSurface::SetTimeStamp(unsigned long long nTimeStamp) {
+    _CheckInUse();
     m_nTimeStamp = nTimeStamp;
+}
+
+void CTnRobotSurface::_CheckInUse() const {
+    tnrobot::CheckInUse(this, m_nRefCount);
+}
+
+void CTnRobotSurface::CheckIdleInvariants() const {
+    tnrobot::CheckInvariant(*this, !m_block, "has got a block after its return to its pool");
 }

@@ -33,8 +33,12 @@ public:
     /// @param[in] pBlock  one reference is taken; may be null.
     void ResetData(const STnSurfaceDesc& desc, ITnRobotMemoryBlock* pBlock);
 
+    /// Tests, in checked builds, what holds while the surface waits in its pool.
+    void CheckIdleInvariants() const;
+
 private:
     CTnRobotSurface() = default;
+    void _CheckInUse() const;
 
     tnrobot::Ref<ITnRobotMemoryBlock> m_block;
     unsigned long long m_nTimeStamp = 0;

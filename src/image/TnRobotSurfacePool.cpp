@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "image/TnImageGeometry.h"
 #include "image/TnRobotSurface.h"
@@ -50,6 +51,12 @@ void CTnRobotSurfaceEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pP
     const auto* pDesc = static_cast<const ITnRobotSurface::STnSurfaceDesc*>(pParam);
     const Ref<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
     auto* pSurface = dynamic_cast<CTnRobotSurface*>(pElement);
+    if constexpr (tnrobot::kChecked) {
+        if (pSurface != nullptr && tnrobot::checked::IsFree(pSurface)) {
+            tnrobot::checked::ShowBody(pSurface);
+            pSurface->CheckIdleInvariants();
+        }
+    }
     if (block && pSurface != nullptr) {
         pSurface->ResetData(*pDesc, block.Get());
     }
@@ -66,8 +73,8 @@ int CTnRobotSurfacePool::CreateInstance(ITnRobotMemoryBlockPool* pBlockPool, ITn
 }
 
 int CTnRobotSurfacePool::_Init(ITnRobotMemoryBlockPool* pBlockPool) {
-    const auto alloc = Ref<ITnElementAlloc>::Adopt(new CTnRobotSurfaceEleAlloc(pBlockPool));
-    m_pool = Ref<CTnRobotPool<ITnRobotSurface>>::Adopt(new CTnRobotPool<ITnRobotSurface>(alloc.Get()));
+    const auto alloc = Ref<ITnElementAlloc>::Adopt(tnrobot::Watch(new CTnRobotSurfaceEleAlloc(pBlockPool)));
+    m_pool = Ref<CTnRobotPool<ITnRobotSurface>>::Adopt(tnrobot::Watch(new CTnRobotPool<ITnRobotSurface>(alloc.Get())));
     m_pool->SetMaxCount(std::numeric_limits<unsigned int>::max());
     return 1;
 }

@@ -1,15 +1,16 @@
 #include "memory/TnRobotCircleMemBlockPool.h"
 
 #include <algorithm>
-#include <cassert>
 #include <condition_variable>
 #include <set>
 #include <typeinfo>
 #include <vector>
 
 #include "TnRobotKernel/detail/RingQueue.h"
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "core/TnSanitizer.h"
+#include "memory/TnHiddenRanges.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ CTnRobotMemoryBlock* PooledBlock(ITnRobotMemoryBlock* pBlock) {
 
 /// One large buffer and the blocks cut from it. Everything but Lock, IsOf and Close wants the
 /// caller to hold the buffer's lock.
-class CTnRobotCircleMemBlockPool::Buffer {
+class CTnRobotCircleMemBlockPool::Buffer : private tnrobot::HiddenRanges<tnrobot::kChecked> {
 public:
     explicit Buffer(CTnRobotCircleMemBlockPool* pPool);
     ~Buffer();
@@ -66,6 +67,8 @@ private:
     using Blocks = std::set<CTnRobotMemoryBlock*>;
 
     void _AddSpareBlock();
+    static void _ClearFree(const CTnRobotMemoryBlock* pBlock);
+    void _HideContent(CTnRobotMemoryBlock* pBlock);
     void _CheckInvariants() const;
 
     CTnRobotCircleMemBlockPool* const m_pPool;
@@ -89,6 +92,7 @@ CTnRobotCircleMemBlockPool::Buffer::Buffer(CTnRobotCircleMemBlockPool* pPool)
 
 CTnRobotCircleMemBlockPool::Buffer::~Buffer() {
     while (!m_spareBlocks.Empty()) {
+        _ClearFree(m_spareBlocks.Front());
         m_spareBlocks.Front()->Release();
         m_spareBlocks.PopFront();
     }
@@ -96,6 +100,7 @@ CTnRobotCircleMemBlockPool::Buffer::~Buffer() {
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::Rewind() {
+    OnRewind();
     m_pCursor = m_memory.get();
     m_nRoom = kBufferSize;
     m_bReady = true;
@@ -112,12 +117,14 @@ CTnRobotMemoryBlock* CTnRobotCircleMemBlockPool::Buffer::Cut(unsigned int nSize)
     m_spareNodes.back().value() = pBlock;
     m_blocksInUse.insert(std::move(m_spareNodes.back()));
     m_spareNodes.pop_back();
+    _ClearFree(pBlock);
     pBlock->AddRef();
     pBlock->SetMemData(m_pCursor, nSize);
+    OnCut(m_memory.get(), kBufferSize - m_nRoom, nSize, typeid(*pBlock));
     tnrobot::UnpoisonMemory(m_pCursor, nSize);
     m_pCursor += nSize;
     m_nRoom -= nSize;
-    if (tnrobot::kCheckInvariants) {
+    if constexpr (tnrobot::kChecked) {
         _CheckInvariants();
     }
     return pBlock;
@@ -135,7 +142,14 @@ void CTnRobotCircleMemBlockPool::Buffer::_AddSpareBlock() {
     block->SetOwnerPtr(this);
     Blocks node{block.get()};
     m_spareNodes.push_back(node.extract(node.begin()));
-    m_spareBlocks.PushBack(block.release());
+    m_spareBlocks.PushBack(tnrobot::Watch(block.release()));
+}
+
+// A spare block still points at the memory that it had, which may be another block's by now.
+void CTnRobotCircleMemBlockPool::Buffer::_ClearFree(const CTnRobotMemoryBlock* pBlock) {
+    if constexpr (tnrobot::kChecked) {
+        tnrobot::checked::ClearFree(pBlock);
+    }
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::TakeBack(CTnRobotMemoryBlock* pBlock) {
@@ -143,12 +157,19 @@ void CTnRobotCircleMemBlockPool::Buffer::TakeBack(CTnRobotMemoryBlock* pBlock) {
     if (node.empty()) {
         return;
     }
-    unsigned int nUsedSize = 0;
-    tnrobot::PoisonMemory(pBlock->QueryMemory(nUsedSize), pBlock->GetCapacity());
+    _HideContent(pBlock);
     m_spareNodes.push_back(std::move(node));
     m_spareBlocks.PushBack(pBlock);
     if (m_bClosing) {
         m_returned.notify_all();
+    }
+}
+
+void CTnRobotCircleMemBlockPool::Buffer::_HideContent(CTnRobotMemoryBlock* pBlock) {
+    if constexpr (tnrobot::kChecked) {
+        if (const unsigned char* pData = pBlock->HideContent(m_pPool)) {
+            OnReturn(static_cast<std::size_t>(pData - m_memory.get()), pBlock->GetCapacity());
+        }
     }
 }
 
@@ -163,8 +184,10 @@ void CTnRobotCircleMemBlockPool::Buffer::Close() {
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::_CheckInvariants() const {
-    assert(m_pCursor + m_nRoom == m_memory.get() + kBufferSize);
-    assert(m_spareNodes.size() == m_spareBlocks.Size());
+    tnrobot::CheckInvariant(*m_pPool, m_pCursor + m_nRoom == m_memory.get() + kBufferSize,
+                            "a buffer's cursor and room disagree");
+    tnrobot::CheckInvariant(*m_pPool, m_spareNodes.size() == m_spareBlocks.Size(),
+                            "a spare block has no place to be kept in");
 }
 
 CTnRobotCircleMemBlockPool::CTnRobotCircleMemBlockPool() = default;

@@ -1,5 +1,7 @@
 #include "memory/TnRobotFile.h"
 
+#include "core/TnChecked.h"
+
 ITnRobotFile::~ITnRobotFile() = default;
 
 bool CTnRobotFile::Open(const char* lpszName, bool bWrite) {
@@ -65,6 +67,6 @@ long long CTnRobotFile::GetTotleLen() {
 }
 
 int TnCreateRobotFile(ITnRobotFile** ppFile) {
-    *ppFile = new CTnRobotFile;
+    *ppFile = tnrobot::Watch(new CTnRobotFile);
     return 1;
 }

@@ -1,29 +1,13 @@
 #include "memory/TnRobotFixedMemBlockPool.h"
 
-#include <cassert>
 #include <memory>
 #include <typeinfo>
 
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "core/TnIdleTime.h"
-#include "core/TnSanitizer.h"
 
 namespace {
-
-// Only AddressSanitizer builds look at the memory at all.
-void HideContent(CTnRobotMemoryBlock* pBlock) {
-    if constexpr (tnrobot::kHidesMemory) {
-        unsigned int nSize = 0;
-        tnrobot::PoisonMemory(pBlock->QueryMemory(nSize), pBlock->GetCapacity());
-    }
-}
-
-void ShowContent(CTnRobotMemoryBlock* pBlock) {
-    if constexpr (tnrobot::kHidesMemory) {
-        unsigned int nSize = 0;
-        tnrobot::UnpoisonMemory(pBlock->QueryMemory(nSize), pBlock->GetCapacity());
-    }
-}
 
 // The class is final, so comparing the type says as much as a checked cast and costs less.
 CTnRobotMemoryBlock* PooledBlock(ITnRobotMemoryBlock* pBlock) {
@@ -80,7 +64,7 @@ int CTnRobotFixedMemBlockPool::QueryBlock(ITnRobotMemoryBlock** ppBlock) {
     if (!m_freeBlocks.Empty()) {
         pBlock = m_freeBlocks.Front();
         m_freeBlocks.PopFront();
-        ShowContent(pBlock);
+        pBlock->ShowContent();
     } else {
         pBlock = _MakeBlock();
         if (pBlock == nullptr) {
@@ -101,7 +85,7 @@ CTnRobotMemoryBlock* CTnRobotFixedMemBlockPool::_MakeBlock() {
     auto block = std::make_unique<CTnRobotMemoryBlock>(CTnRobotMemoryBlock::kOwnsMemory, this);
     block->SetMemData(new unsigned char[m_nBlockSize], m_nBlockSize);
     m_allBlocks.insert(block.get());
-    return block.release();
+    return tnrobot::Watch(block.release());
 }
 
 void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
@@ -110,13 +94,22 @@ void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
         return;
     }
     pPooled->ClearResource();
-    HideContent(pPooled);
     std::lock_guard<std::mutex> lock(m_mutex);
     m_freeBlocks.Reserve(m_freeBlocks.Size() + 1);  // only a stranger's block finds no room
     pPooled->UpdateRecoveryTime();
+    _HideContent(pPooled);
     m_freeBlocks.PushFront(pPooled);
     if (m_bClosing) {
         m_returned.notify_all();
+    }
+}
+
+// A stranger's block may be in use elsewhere.
+void CTnRobotFixedMemBlockPool::_HideContent(CTnRobotMemoryBlock* pBlock) const {
+    if constexpr (tnrobot::kChecked) {
+        if (m_allBlocks.count(pBlock) != 0) {
+            pBlock->HideContent(this);
+        }
     }
 }
 
@@ -130,7 +123,7 @@ void CTnRobotFixedMemBlockPool::FreeUnuseMemory() {
         }
         _FreeOldestBlock();
     }
-    if (tnrobot::kCheckInvariants) {
+    if constexpr (tnrobot::kChecked) {
         _CheckInvariants();
     }
 }
@@ -141,7 +134,7 @@ void CTnRobotFixedMemBlockPool::_FreeOldestBlock() {
     CTnRobotMemoryBlock* pBlock = m_freeBlocks.Back();
     m_freeBlocks.PopBack();
     if (m_allBlocks.erase(pBlock) == 1) {
-        ShowContent(pBlock);
+        pBlock->ShowContent();
         pBlock->Release();
     }
 }
@@ -167,9 +160,8 @@ bool CTnRobotFixedMemBlockPool::IsUnused(std::uint64_t nAsked) const {
 }
 
 void CTnRobotFixedMemBlockPool::_CheckInvariants() const {
-    assert(m_allBlocks.size() <= m_nMaxCount);
+    tnrobot::CheckInvariant(*this, m_allBlocks.size() <= m_nMaxCount, "owns more blocks than it may");
     for (const CTnRobotMemoryBlock* pBlock : m_allBlocks) {
-        assert(pBlock->GetCapacity() == m_nBlockSize);
-        static_cast<void>(pBlock);
+        tnrobot::CheckInvariant(*this, pBlock->GetCapacity() == m_nBlockSize, "owns a block of another size");
     }
 }

@@ -58,6 +58,7 @@ private:
     CTnRobotMemoryBlock* _MakeBlock();
     void _FreeOldestBlock();
     void _FreeAllFreeBlocks();
+    void _HideContent(CTnRobotMemoryBlock* pBlock) const;
     void _CheckInvariants() const;
 
     unsigned int m_nBlockSize = 0;

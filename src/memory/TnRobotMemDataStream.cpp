@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 namespace {
@@ -35,6 +36,7 @@ int CTnRobotMemDataStream::WriteData(const unsigned char* pData, unsigned int nL
         _Append(pData, nPiece);
         pData += nPiece;
         nLength -= nPiece;
+        tnrobot::CheckInvariant(*this, !m_writeBlock || m_nWriteRoom != 0, "has a write block without room");
     }
     return 0;
 }

@@ -5,6 +5,8 @@
 #include <limits>
 #include <new>
 
+#include "core/TnChecked.h"
+
 namespace {
 
 constexpr long long kPastEnd = -2;
@@ -86,7 +88,9 @@ long long CTnRobotMemFile::Write(const void* pBuffer, long long nCount) {
         return 0;
     }
     const auto* pBytes = static_cast<const unsigned char*>(pBuffer);
-    return _IsFlat() ? _WriteFlat(pBytes, nCount) : _WriteChunks(pBytes, nCount);
+    const long long nResult = _IsFlat() ? _WriteFlat(pBytes, nCount) : _WriteChunks(pBytes, nCount);
+    _CheckInvariants();
+    return nResult;
 }
 
 long long CTnRobotMemFile::_WriteFlat(const unsigned char* pBuffer, long long nCount) {
@@ -164,7 +168,9 @@ long long CTnRobotMemFile::Seek(long long nOffset, ETnSeekDirect eDirect) {
         return -1;
     }
     const long long nTarget = AddSaturated(nOffset, _SeekBase(eDirect));
-    return _IsFlat() ? _SeekFlat(nTarget) : _SeekChunks(nTarget);
+    const long long nResult = _IsFlat() ? _SeekFlat(nTarget) : _SeekChunks(nTarget);
+    _CheckInvariants();
+    return nResult;
 }
 
 // A position below the start is accepted; nothing is read or written there.
@@ -258,7 +264,19 @@ void CTnRobotMemFile::_CopyChunks(char* pBuffer, long long nCount) const {
     std::memcpy(pBuffer, m_currentChunk.get(), static_cast<std::size_t>(nCount));
 }
 
+// What an open file's writing and reading rely on; only checked builds look.
+void CTnRobotMemFile::_CheckInvariants() const {
+    if constexpr (tnrobot::kChecked) {
+        const long long nEnd = _IsFlat() ? m_nDataLength : m_nChunkSize - 1;
+        tnrobot::CheckInvariant(*this, m_nCursor <= nEnd, "has its cursor behind its memory");
+        tnrobot::CheckInvariant(*this, !_IsFlat() || m_nLength <= m_nDataLength, "is longer than its memory");
+        tnrobot::CheckInvariant(*this, _IsFlat() || (m_currentChunk && m_pCursorChunk != nullptr), "has no chunk");
+        const bool bIndexed = m_nChunkIndex >= 0 && static_cast<std::size_t>(m_nChunkIndex) <= m_fullChunks.size();
+        tnrobot::CheckInvariant(*this, _IsFlat() || bIndexed, "counts its cursor in a chunk that is not there");
+    }
+}
+
 int TnCreateRobotMemFile(ITnRobotMemFile** ppFile) {
-    *ppFile = new CTnRobotMemFile;
+    *ppFile = tnrobot::Watch(new CTnRobotMemFile);
     return 1;
 }

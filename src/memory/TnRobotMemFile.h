@@ -58,6 +58,7 @@ private:
     long long _SeekPastLength(long long nChunk, long long nOffset);
 
     void _CopyChunks(char* pBuffer, long long nCount) const;
+    void _CheckInvariants() const;
     static Chunk _MakeChunk(long long nSize);
 
     bool m_bOpen = false;

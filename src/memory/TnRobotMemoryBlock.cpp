@@ -1,5 +1,9 @@
 #include "memory/TnRobotMemoryBlock.h"
 
+#include <typeinfo>
+
+#include "core/TnChecked.h"
+
 ITnRobotMemoryBlock::~ITnRobotMemoryBlock() = default;
 ITnRobotMemoryBlockParent::~ITnRobotMemoryBlockParent() = default;
 ITnRobotMemoryBlockPool::~ITnRobotMemoryBlockPool() = default;
@@ -26,8 +30,11 @@ int CTnRobotMemoryBlock::Release() {
     } while (!m_nRefCount.compare_exchange_weak(nBefore, nBefore - 1));
     if (nBefore == 2 && pParent != nullptr) {
         pParent->RecoveryMemBuff(this);
-    } else if (nBefore == 1) {
-        delete this;
+    } else if (nBefore <= 1) {
+        tnrobot::CheckRelease(this, nBefore);
+        if (nBefore == 1) {
+            tnrobot::Destroy(this);
+        }
     }
     return nBefore - 1;
 }
@@ -42,12 +49,13 @@ bool CTnRobotMemoryBlock::Abandon() {
     m_pOwner = nullptr;  // the pool's bookkeeping goes with it; holders never look at it
     m_pParent.store(nullptr);
     if (m_nRefCount.fetch_sub(2) == 2) {
-        delete this;
+        tnrobot::Destroy(this);
     }
     return true;
 }
 
 unsigned char* CTnRobotMemoryBlock::QueryMemory(unsigned int& nSize) {
+    tnrobot::CheckInUse(this, m_nRefCount);
     nSize = m_nUsedSize;
     return m_pData;
 }
@@ -88,4 +96,22 @@ void CTnRobotMemoryBlock::UpdateRecoveryTime() {
 
 CTnRobotMemoryBlock::TimePoint CTnRobotMemoryBlock::GetRecoveryTime() const {
     return m_recoveryTime;
+}
+
+const unsigned char* CTnRobotMemoryBlock::HideContent(const ITnUnknown* pPool) {
+    if constexpr (tnrobot::kChecked) {
+        if (m_nRefCount.load() == 1 && tnrobot::checked::SetFree(this, pPool)) {
+            tnrobot::checked::HideMemory(m_pData, m_nCapacity);
+            return m_pData;
+        }
+    }
+    return nullptr;
+}
+
+void CTnRobotMemoryBlock::ShowContent() {
+    if constexpr (tnrobot::kChecked) {
+        if (tnrobot::checked::ClearFree(this)) {
+            tnrobot::checked::ShowMemory(m_pData, m_nCapacity, typeid(*this));
+        }
+    }
 }

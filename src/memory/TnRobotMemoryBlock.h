@@ -53,6 +53,14 @@ public:
 
     unsigned int GetCapacity() const { return m_nCapacity; }
 
+    /// Hides the memory of a block that its pool has just taken back, in checked builds. A block
+    /// that somebody still holds, or that is no object of the library's, is left alone.
+    /// @return the start of the memory that is hidden now, or null.
+    const unsigned char* HideContent(const ITnUnknown* pPool);
+
+    /// Shows the memory of a block that leaves its pool's free list, if it was hidden.
+    void ShowContent();
+
 private:
     unsigned char* m_pData = nullptr;
     unsigned int m_nCapacity = 0;

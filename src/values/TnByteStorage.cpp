@@ -1,7 +1,9 @@
 #include "values/TnByteStorage.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 namespace tnrobot {
@@ -56,6 +58,11 @@ void ByteStorage::Clear() {
     m_nHeapCapacity = 0;
     m_nSize = 0;
     std::memset(m_inline, 0, sizeof(m_inline));
+}
+
+bool ByteStorage::IsCleared() const {
+    return m_pHeap == nullptr && m_nSize == 0 &&
+           std::all_of(std::begin(m_inline), std::end(m_inline), [](unsigned char by) { return by == 0; });
 }
 
 }  // namespace tnrobot

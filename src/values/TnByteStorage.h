@@ -26,11 +26,17 @@ public:
     /// Replaces the content by nCount bytes, zeros where pBytes is null.
     void Assign(const void* pBytes, std::size_t nCount);
 
+    /// @return whether nCount bytes and one more are readable, whatever the size.
+    bool Reaches(std::size_t nCount) const { return nCount < Capacity(); }
+
     /// Changes the size; new bytes are zero.
     void Resize(std::size_t nCount);
 
     /// Makes at least nCount bytes and one more readable, whatever the size.
     void Reserve(std::size_t nCount);
+
+    /// @return whether there is no content, no memory, and no byte that is not zero.
+    bool IsCleared() const;
 
     /// Empties the content and frees its memory.
     void Clear();

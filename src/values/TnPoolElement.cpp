@@ -1,4 +1,5 @@
 #include "TnRobotKernel/pool.h"
+#include "core/TnChecked.h"
 
 ITnPoolUnknown::~ITnPoolUnknown() = default;
 ITnPoolElement::~ITnPoolElement() = default;
@@ -10,13 +11,29 @@ int ITnPoolElement::Release() {
     ITnPoolUnknown* pParent = m_pParent;
     const int nBefore = m_nRefCount.fetch_sub(1);
     if (nBefore == 2 && pParent != nullptr) {
+        if constexpr (tnrobot::kChecked) {
+            tnrobot::checked::SetFree(this, pParent);
+        }
         pParent->RecoveryResource(this);
-    } else if (nBefore == 1) {
-        delete this;
+    } else if (nBefore <= 1) {
+        tnrobot::CheckRelease(this, nBefore);
+        if (nBefore == 1) {
+            tnrobot::Destroy(this);
+        }
     }
     return nBefore - 1;
 }
 
+// Losing the parent is the last thing that happens to an element before it lies free, getting one
+// the last before it is in use. What the pool itself looks at in between stays in sight.
 void ITnPoolElement::SetParent(ITnPoolUnknown* pParent) {
     m_pParent = pParent;
+    if constexpr (tnrobot::kChecked) {
+        if (pParent == nullptr) {
+            tnrobot::checked::HideBody(this, sizeof(ITnPoolElement));
+        } else {
+            tnrobot::checked::ShowBody(this);
+            tnrobot::checked::ClearFree(this);
+        }
+    }
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "TnRobotKernel/archive.h"
+#include "core/TnChecked.h"
 #include "core/TnFormat.h"
 #include "core/TnRef.h"
 #include "values/TnRobotDataValuePool.h"
@@ -49,6 +50,7 @@ void CTnRobotDataValue::ResetData(ETnRobotDataValueType eType, const void* pByte
     m_eType = eType;
     m_nLength = nCount;
     m_strText.clear();
+    _CheckInvariants();
 }
 
 // A stream may be the application's own: one that ends early, answers with nothing or with more
@@ -76,6 +78,7 @@ void CTnRobotDataValue::ResetData(ETnRobotDataValueType eType, ITnRobotMemDataSt
     m_eType = eType;
     m_nLength = nTotal;
     m_strText.clear();
+    _CheckInvariants();
 }
 
 // A value on the free list holds no heap memory.
@@ -87,7 +90,23 @@ void CTnRobotDataValue::ClearResource() {
     std::string().swap(m_strText);
 }
 
+void CTnRobotDataValue::_CheckInUse() const {
+    tnrobot::CheckInUse(this, m_nRefCount);
+}
+
+void CTnRobotDataValue::_CheckInvariants() const {
+    tnrobot::CheckInvariant(*this, m_pData == nullptr || m_pData == m_storage.Data(), "views memory not its own");
+    tnrobot::CheckInvariant(*this, m_pData == nullptr || m_storage.Reaches(m_nLength), "views more than it has");
+}
+
+void CTnRobotDataValue::CheckIdleInvariants() const {
+    const bool bCleared = m_eType == DATA_TYPE_NONE && m_pData == nullptr && m_nLength == 0 && m_strText.empty();
+    tnrobot::CheckInvariant(*this, bCleared, "has got a value after its return to its pool");
+    tnrobot::CheckInvariant(*this, m_storage.IsCleared(), "written to after its return to its pool");
+}
+
 ETnRobotDataValueType CTnRobotDataValue::GetDataValueType() {
+    _CheckInUse();
     return m_eType;
 }
 
@@ -101,6 +120,7 @@ T CTnRobotDataValue::_Stored() const {
 // A value that had no view when it was loaded has none now; it reads as an error.
 template <typename T>
 T CTnRobotDataValue::_Scalar(ETnRobotDataValueType eType, int* pError) const {
+    _CheckInUse();
     const bool bOk = m_eType == eType && m_pData != nullptr;
     SetError(pError, bOk);
     return bOk ? _Stored<T>() : T{};
@@ -151,6 +171,7 @@ unsigned long long CTnRobotDataValue::ULonglongData(int* pError) {
 }
 
 const char* CTnRobotDataValue::StringData(int& nLength, int* pError) {
+    _CheckInUse();
     const bool bOk = m_eType == DATA_TYPE_STRING && m_pData != nullptr;
     SetError(pError, bOk);
     if (!bOk) {
@@ -162,6 +183,7 @@ const char* CTnRobotDataValue::StringData(int& nLength, int* pError) {
 
 // An empty block is a block too: no bytes, and no error.
 const void* CTnRobotDataValue::BlockData(unsigned int& nLength, int* pError) {
+    _CheckInUse();
     const bool bOk = m_eType == DATA_TYPE_BLOCK && (m_pData != nullptr || m_storage.Size() == 0);
     SetError(pError, bOk);
     if (!bOk) {
@@ -172,6 +194,7 @@ const void* CTnRobotDataValue::BlockData(unsigned int& nLength, int* pError) {
 }
 
 const char* CTnRobotDataValue::Convert2String(unsigned int* pLength) {
+    _CheckInUse();
     unsigned int nLength = 0;
     if (m_pData != nullptr) {
         if (m_strText.empty()) {
@@ -234,10 +257,12 @@ void CTnRobotDataValue::_PointAtStorage() {
 // The storage must reach as far as the length that is taken over, which a loaded source may have
 // from before its load.
 void CTnRobotDataValue::Copy(ITnRobotDataValue* pSource) {
+    _CheckInUse();
     auto* pValue = dynamic_cast<CTnRobotDataValue*>(pSource);
     if (pValue == nullptr) {
         return;
     }
+    pValue->_CheckInUse();
     if (pValue != this) {
         m_strText = pValue->m_strText;
         m_storage.Reserve(pValue->m_nLength);
@@ -246,9 +271,11 @@ void CTnRobotDataValue::Copy(ITnRobotDataValue* pSource) {
         m_eType = pValue->m_eType;
     }
     _PointAtStorage();
+    _CheckInvariants();
 }
 
 ITnRobotDataValue* CTnRobotDataValue::Clone() {
+    _CheckInUse();
     CTnRobotDataValuePool* pPool = TnQueryDataValuePool();
     tnrobot::Ref<ITnRobotDataValue> clone;
     if (pPool == nullptr || pPool->QueryData(clone.Receive()) != 0) {
@@ -260,6 +287,7 @@ ITnRobotDataValue* CTnRobotDataValue::Clone() {
 
 // An archive without a file counts as storing: nothing arrives anywhere, and that is a success.
 int CTnRobotDataValue::Serialize(ITnRobotArchive* pArchive) {
+    _CheckInUse();
     if (pArchive == nullptr) {
         return 0;
     }
@@ -299,6 +327,7 @@ int CTnRobotDataValue::_Load(ITnRobotArchive& archive) {
     if (m_pData != nullptr) {
         m_pData = m_storage.Data();  // the bytes may have moved
     }
+    _CheckInvariants();
     return nResult;
 }
 

@@ -33,6 +33,9 @@ public:
 
     void ClearResource() override;
 
+    /// Tests, in checked builds, what holds while the value waits in its pool.
+    void CheckIdleInvariants() const;
+
     ETnRobotDataValueType GetDataValueType() override;
     bool BoolData(int* pError) override;
     char CharData(int* pError) override;
@@ -54,6 +57,8 @@ public:
     int Serialize(ITnRobotArchive* pArchive) override;
 
 private:
+    void _CheckInUse() const;
+    void _CheckInvariants() const;
     template <typename T>
     T _Scalar(ETnRobotDataValueType eType, int* pError) const;
     template <typename T>

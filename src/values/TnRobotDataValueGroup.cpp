@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "TnRobotKernel/archive.h"
+#include "core/TnChecked.h"
 #include "values/TnRobotDataValue.h"
 #include "values/TnRobotDataValuePool.h"
 
@@ -231,7 +232,7 @@ void CTnRobotDataValueGroup::Copy(ITnRobotDataValueGroup* pSource) {
 }
 
 ITnRobotDataValueGroup* CTnRobotDataValueGroup::Clone() {
-    auto clone = tnrobot::Ref<CTnRobotDataValueGroup>::Adopt(new CTnRobotDataValueGroup);
+    auto clone = tnrobot::Ref<CTnRobotDataValueGroup>::Adopt(tnrobot::Watch(new CTnRobotDataValueGroup));
     clone->Copy(this);
     return clone.Detach();
 }
@@ -290,7 +291,7 @@ bool CTnRobotDataValueGroup::_LoadEntry(ITnRobotArchive& archive) {
     // A stored name is bounded by its length; nothing says that it holds a terminating zero.
     std::string strName(lpszName != nullptr ? lpszName : "",
                         lpszName != nullptr ? strnlen(lpszName, static_cast<std::size_t>(nLength)) : 0);
-    Value value = Value::Adopt(new CTnRobotDataValue);
+    Value value = Value::Adopt(tnrobot::Watch(new CTnRobotDataValue));
     value->Serialize(&archive);
     m_values.emplace(std::move(strName), std::move(value));
     return true;
@@ -300,6 +301,6 @@ int TnCreateRobotValueDataGroup(ITnRobotDataValueGroup** ppGroup) {
     if (TnQueryDataValuePool() == nullptr) {
         return 0;
     }
-    *ppGroup = new CTnRobotDataValueGroup;
+    *ppGroup = tnrobot::Watch(new CTnRobotDataValueGroup);
     return 1;
 }

@@ -5,6 +5,7 @@
 #include <new>
 #include <typeinfo>
 
+#include "core/TnChecked.h"
 #include "values/TnRobotDataValue.h"
 
 namespace {
@@ -20,7 +21,7 @@ void Initialise(CTnRobotDataValue& value, const STnDataValueParam& param) {
 }  // namespace
 
 bool CTnRobotDataValueEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppElement) {
-    auto value = tnrobot::Ref<CTnRobotDataValue>::Adopt(new CTnRobotDataValue);
+    auto value = tnrobot::Ref<CTnRobotDataValue>::Adopt(tnrobot::Watch(new CTnRobotDataValue));
     if (pParam != nullptr) {
         Initialise(*value.Get(), *static_cast<const STnDataValueParam*>(pParam));
     }
@@ -31,13 +32,21 @@ bool CTnRobotDataValueEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppEl
 void CTnRobotDataValueEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pParam) {
     // The class is final, so comparing the type says as much as a checked cast and costs less.
     if (pParam != nullptr && pElement != nullptr && typeid(*pElement) == typeid(CTnRobotDataValue)) {
-        Initialise(static_cast<CTnRobotDataValue&>(*pElement), *static_cast<const STnDataValueParam*>(pParam));
+        auto& value = static_cast<CTnRobotDataValue&>(*pElement);
+        if constexpr (tnrobot::kChecked) {
+            if (tnrobot::checked::IsFree(&value)) {
+                tnrobot::checked::ShowBody(&value);
+                value.CheckIdleInvariants();
+            }
+        }
+        Initialise(value, *static_cast<const STnDataValueParam*>(pParam));
     }
 }
 
 CTnRobotDataValuePool::CTnRobotDataValuePool() {
-    const auto alloc = tnrobot::Ref<ITnElementAlloc>::Adopt(new CTnRobotDataValueEleAlloc);
-    m_pool = tnrobot::Ref<CTnRobotPool<ITnRobotDataValue>>::Adopt(new CTnRobotPool<ITnRobotDataValue>(alloc.Get()));
+    const auto alloc = tnrobot::Ref<ITnElementAlloc>::Adopt(tnrobot::Watch(new CTnRobotDataValueEleAlloc));
+    m_pool = tnrobot::Ref<CTnRobotPool<ITnRobotDataValue>>::Adopt(
+        tnrobot::Watch(new CTnRobotPool<ITnRobotDataValue>(alloc.Get())));
     m_pool->SetMaxCount(std::numeric_limits<unsigned int>::max());
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "core/TnChecked.h"
 #include "values/TnRobotDataValuePool.h"
 
 namespace {
@@ -17,7 +18,7 @@ CTnRobotDataValuePool* TnQueryDataValuePool() {
 
 void TnRobotKernelInnerUtils::Init() {
     if (TnQueryDataValuePool() == nullptr) {
-        g_pDataValuePool.store(new CTnRobotDataValuePool, std::memory_order_release);
+        g_pDataValuePool.store(tnrobot::Watch(new CTnRobotDataValuePool), std::memory_order_release);
     }
 }
 

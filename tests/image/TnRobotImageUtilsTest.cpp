@@ -189,8 +189,8 @@ TEST(Surface2NlImage, DescribesTheSurfacesOwnMemory) {
         EXPECT_EQ(image.oriPos.y, -22);
         EXPECT_EQ(image.nBitsPerChannel, 8);
         EXPECT_EQ(image.nChannels, row.nChannels) << row.nType;
-        EXPECT_EQ(surface.get()->Release(), 1) << "no reference is kept";
         surface->AddRef();
+        EXPECT_EQ(surface->Release(), 2) << "no reference is kept beside the holder's and the pool's";
     }
 }
 

@@ -105,7 +105,9 @@ TEST(GeneralBlockPool, WithinAMinuteOfItsCreationASweepDoesNothing) {
     pool->FreeUnuseMemory();
     const HeldBlock again = Query(*pool, 10);
     EXPECT_EQ(again.get(), pBlock);
+#ifndef TNROBOT_CHECKED  // which overwrites what lies free
     EXPECT_TRUE(HasPattern(*again, 3));
+#endif
 }
 
 TEST(GeneralBlockPool, BlocksOutliveIt) {

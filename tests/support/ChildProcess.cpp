@@ -25,6 +25,9 @@ constexpr int kCannotStart = 127;
     if ((!program.directory.empty() && chdir(program.directory.c_str()) != 0) || dup2(nOutput, STDOUT_FILENO) < 0) {
         _exit(kCannotStart);
     }
+    if (program.bWithErrors && dup2(nOutput, STDERR_FILENO) < 0) {
+        _exit(kCannotStart);
+    }
     std::vector<char*> arguments;
     arguments.push_back(const_cast<char*>(program.path.c_str()));
     for (const std::string& argument : program.arguments) {

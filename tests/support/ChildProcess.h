@@ -12,7 +12,7 @@ namespace tntest {
 struct ChildResult {
     int nExitCode = -1;  ///< -1 when the program was ended by a signal
     int nSignal = 0;
-    std::string output;  ///< what it wrote to its standard output
+    std::string output;  ///< what it wrote to its standard output, and to its error output if asked for
 };
 
 struct ChildProgram {
@@ -20,6 +20,7 @@ struct ChildProgram {
     std::vector<std::string> arguments;
     std::vector<std::pair<std::string, std::string>> environment;  ///< set in addition to ours
     std::string directory;                                         ///< current directory; ours when empty
+    bool bWithErrors = false;                                      ///< whether the error output counts
 };
 
 /// Runs the program to its end. A program that hangs is ended by SIGALRM.
