@@ -180,13 +180,18 @@ bool CTnRobotArchive::_HasRoomFor(const char* lpszGuid) const {
            (m_classTable.size() < kMaxEntries || m_classIndexes.count(lpszGuid) != 0);
 }
 
-// The position of the identifier in the class table, where it is appended when it is new.
+// The position of the identifier in the class table, where it is appended when it is new. The table
+// grows first: when memory ends in between, an identifier that no index leads to does no harm, an
+// index without its identifier would be given to the next class too.
 std::uint16_t CTnRobotArchive::_ClassIndex(const std::string& strGuid) {
-    const auto [it, bNew] = m_classIndexes.emplace(strGuid, static_cast<std::uint16_t>(m_classTable.size()));
-    if (bNew) {
-        m_classTable.push_back(strGuid);
+    const auto it = m_classIndexes.find(strGuid);
+    if (it != m_classIndexes.end()) {
+        return it->second;
     }
-    return it->second;
+    const auto nIndex = static_cast<std::uint16_t>(m_classTable.size());
+    m_classTable.push_back(strGuid);
+    m_classIndexes.emplace(strGuid, nIndex);
+    return nIndex;
 }
 
 std::uint16_t CTnRobotArchive::_AddObject(CTnRobotObject* pObject, std::uint16_t nClass) {
@@ -214,7 +219,25 @@ int CTnRobotArchive::ReadObject(CTnRobotObject** ppObject) {
 }
 
 // What was read within an object that fails to load may be gone with it, so it counts as unread
-// again.
+// again, also when the failure is an exception.
+class CTnRobotArchive::UnreadOnFailure {
+public:
+    explicit UnreadOnFailure(CTnRobotArchive& archive) : m_archive(archive), m_nMark(archive.m_readOrder.size()) {}
+    UnreadOnFailure(const UnreadOnFailure&) = delete;
+    UnreadOnFailure& operator=(const UnreadOnFailure&) = delete;
+    ~UnreadOnFailure() {
+        if (!m_bLoaded) {
+            m_archive._ForgetObjectsSince(m_nMark);
+        }
+    }
+    void SetLoaded() { m_bLoaded = true; }
+
+private:
+    CTnRobotArchive& m_archive;
+    const std::size_t m_nMark;
+    bool m_bLoaded = false;
+};
+
 int CTnRobotArchive::_ReadNewObject(std::uint16_t nIndex, CTnRobotObject** ppObject) {
     const std::size_t nClass = m_objectTable[nIndex].m_nClass;
     const char* lpszGuid = nClass < m_classTable.size() ? m_classTable[nClass].c_str() : "";
@@ -223,13 +246,13 @@ int CTnRobotArchive::_ReadNewObject(std::uint16_t nIndex, CTnRobotObject** ppObj
     if (!object) {
         return 0;
     }
-    const std::size_t nMark = m_readOrder.size();
+    UnreadOnFailure guard(*this);
     auto* pSerialize = dynamic_cast<ITnRobotSerialize*>(object.get());
     if (pSerialize == nullptr || pSerialize->Serialize(this) == 0) {
-        _ForgetObjectsSince(nMark);
         return 0;
     }
     _RecordObject(nIndex, object.get());
+    guard.SetLoaded();
     *ppObject = object.release();
     return 1;
 }

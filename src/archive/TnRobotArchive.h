@@ -45,6 +45,8 @@ private:
         std::uint16_t m_nClass;
     };
 
+    class UnreadOnFailure;
+
     template <typename T>
     bool _WriteNumber(T value);
     template <typename T>

@@ -1,5 +1,7 @@
 #include "concurrency/TnRobotTask.h"
 
+#include <new>
+
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotManualEvent.h"
 #include "core/TnChecked.h"
@@ -159,17 +161,25 @@ bool CTnRobotTask::_OnWorkerThread() const {
     return t_pWorkerOf == this;
 }
 
-void CTnRobotTask::_NotifyParent() {
+// Nothing may be thrown out of the worker. @return whether there is nothing left to tell; without
+// memory for the notice there is.
+bool CTnRobotTask::_NotifyParent() {
     std::lock_guard<std::mutex> lock(m_parentMutex);
-    if (ITnRobotTaskParent* pParent = m_pParent.load()) {
-        pParent->OnNotifyStop(this);
+    try {
+        if (ITnRobotTaskParent* pParent = m_pParent.load()) {
+            pParent->OnNotifyStop(this);
+        }
+    } catch (const std::bad_alloc&) {
+        return false;
     }
+    return true;
 }
 
 // One turn per millisecond. A run is begun and ended by the run event alone: a runner that is done
 // is asked again in every turn, and may go on, until the event is reset. The parent is told once
-// for each series of executions. Between the begin of a run and the first question to its runner
-// the event is not looked at, so that every Start which has returned true executes.
+// for each series of executions, in a later turn when it has no memory now. Between the begin of a
+// run and the first question to its runner the event is not looked at, so that every Start which
+// has returned true executes.
 void CTnRobotTask::_OnTaskWork() {
     t_pWorkerOf = this;
     bool bInited = false;
@@ -191,8 +201,7 @@ void CTnRobotTask::_OnTaskWork() {
                 bExecuted = true;
                 m_pRunner->Execute(m_pRunEvent.Get());
             } else if (bExecuted) {
-                bExecuted = false;
-                _NotifyParent();
+                bExecuted = !_NotifyParent();
             }
         }
         tnrobot::PollSleep();

@@ -85,7 +85,7 @@ private:
     void _StartWorker();
     void _StopLocked();
     bool _OnWorkerThread() const;
-    void _NotifyParent();
+    bool _NotifyParent();
     void _OnTaskWork();
 
     std::atomic<int> m_bExit{0};  // set by the destructor alone

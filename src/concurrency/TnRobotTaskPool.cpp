@@ -159,8 +159,32 @@ void CTnRobotTaskPool::_SetIdleCount() {
     }
 }
 
+// The notification queue while a notice is added to it. It goes back whatever happens, since the
+// notices of others wait in it. The caller holds m_notifyMutex.
+class CTnRobotTaskPool::QueueLoan {
+public:
+    explicit QueueLoan(CTnRobotTaskPool& pool) : m_pool(pool), m_queue(pool.m_pNotifyQueue.exchange(nullptr)) {
+        if (!m_queue) {
+            m_queue = std::make_unique<NotifyQueue>();
+        }
+    }
+    QueueLoan(const QueueLoan&) = delete;
+    QueueLoan& operator=(const QueueLoan&) = delete;
+    ~QueueLoan() {
+        m_pool.m_pNotifyQueue.store(m_queue.release());
+        m_pool.m_bHasNotify.store(true);
+    }
+    NotifyQueue* operator->() const { return m_queue.get(); }
+
+private:
+    CTnRobotTaskPool& m_pool;
+    std::unique_ptr<NotifyQueue> m_queue;
+};
+
 // A task that only the pool holds is being given back by its last holder, which stops it: that
-// needs no notice, and a reference from here would have it given back twice.
+// needs no notice, and a reference from here would have it given back twice. The notice has its
+// place before it has its reference, because none can be given back from here: that might give the
+// task back, and wait for the thread that this is.
 void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
     if (pTask == nullptr) {
         return;
@@ -169,22 +193,16 @@ void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
     if (m_bNoticesClosed) {
         return;
     }
-    STnStopNotice notice;
-    if (auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask)) {
-        if (!pPooled->AddRefWhileHeld()) {
-            return;
-        }
+    const QueueLoan queue(*this);
+    STnStopNotice& notice = queue->emplace_back();
+    auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask);
+    if (pPooled == nullptr) {
+        notice.m_task = tnrobot::Ref<ITnRobotTask>::Share(pTask);
+    } else if (pPooled->AddRefWhileHeld()) {
         notice = {tnrobot::Ref<ITnRobotTask>::Adopt(pPooled), pPooled->GetRunNumber()};
     } else {
-        notice.m_task = tnrobot::Ref<ITnRobotTask>::Share(pTask);
+        queue->pop_back();
     }
-    std::unique_ptr<NotifyQueue> queue(m_pNotifyQueue.exchange(nullptr));
-    if (!queue) {
-        queue = std::make_unique<NotifyQueue>();
-    }
-    queue->push_back(std::move(notice));
-    m_pNotifyQueue.store(queue.release());
-    m_bHasNotify.store(true);
 }
 
 // The task-list mutex is only tried: while somebody works on the lists, the notices can wait for a

@@ -54,6 +54,7 @@ private:
         unsigned long long m_nRun = 0;  ///< the run that is done; a later one goes on
     };
     using NotifyQueue = std::deque<STnStopNotice>;
+    class QueueLoan;
 
     CTnRobotTaskPool() = default;
     int _Init();

@@ -4,11 +4,18 @@
 
 ITnRobotFile::~ITnRobotFile() = default;
 
+// A stream that finds no memory for its buffer has opened the file already, and could do nothing
+// with it.
 bool CTnRobotFile::Open(const char* lpszName, bool bWrite) {
     if (m_stream.is_open() || lpszName == nullptr) {
         return false;
     }
-    m_stream.open(lpszName, std::ios::binary | (bWrite ? std::ios::out : std::ios::in));
+    try {
+        m_stream.open(lpszName, std::ios::binary | (bWrite ? std::ios::out : std::ios::in));
+    } catch (...) {
+        m_stream.close();
+        throw;
+    }
     return m_stream.is_open();
 }
 

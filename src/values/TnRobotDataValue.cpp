@@ -264,8 +264,10 @@ void CTnRobotDataValue::Copy(ITnRobotDataValue* pSource) {
     }
     pValue->_CheckInUse();
     if (pValue != this) {
-        m_strText = pValue->m_strText;
-        m_storage.Reserve(pValue->m_nLength);
+        // What needs memory comes first, and changes nothing that can be seen.
+        std::string strText = pValue->m_strText;
+        m_storage.Reserve(std::max<std::size_t>(pValue->m_nLength, pValue->m_storage.Size()));
+        m_strText.swap(strText);
         m_storage.Assign(pValue->m_storage.Data(), pValue->m_storage.Size());
         m_nLength = pValue->m_nLength;
         m_eType = pValue->m_eType;
@@ -324,26 +326,31 @@ int CTnRobotDataValue::_Load(ITnRobotArchive& archive) {
     int nCount = 0;
     const bool bCounted = archive.Read(&nCount, sizeof(nCount)) > 0 && nCount > 0;
     const int nResult = _LoadBytes(archive, bCounted ? static_cast<std::size_t>(nCount) : 0);
-    if (m_pData != nullptr) {
-        m_pData = m_storage.Data();  // the bytes may have moved
-    }
     _CheckInvariants();
     return nResult;
 }
 
-// Where the file ends early the value keeps the bytes that arrived.
+// Where the file ends early, or memory does, the value keeps the bytes that arrived.
 int CTnRobotDataValue::_LoadBytes(ITnRobotArchive& archive, std::size_t nCount) {
-    m_storage.Resize(0);
+    _ResizeUnderView(0);
     std::size_t nDone = 0;
     while (nDone < nCount) {
         const std::size_t nStep = std::min(nCount - nDone, kLoadStep);
-        m_storage.Resize(nDone + nStep);
+        _ResizeUnderView(nDone + nStep);
         const long long nRead = archive.Read(m_storage.Data() + nDone, static_cast<long long>(nStep));
         if (nRead < static_cast<long long>(nStep)) {
-            m_storage.Resize(nDone + static_cast<std::size_t>(std::max(nRead, 0LL)));
+            _ResizeUnderView(nDone + static_cast<std::size_t>(std::max(nRead, 0LL)));
             return 0;
         }
         nDone += nStep;
     }
     return 1;
+}
+
+// The view goes with the bytes at once: the next step may not come.
+void CTnRobotDataValue::_ResizeUnderView(std::size_t nCount) {
+    m_storage.Resize(nCount);
+    if (m_pData != nullptr) {
+        m_pData = m_storage.Data();
+    }
 }

@@ -69,6 +69,7 @@ private:
     int _Store(ITnRobotArchive& archive) const;
     int _Load(ITnRobotArchive& archive);
     int _LoadBytes(ITnRobotArchive& archive, std::size_t nCount);
+    void _ResizeUnderView(std::size_t nCount);
 
     std::string m_strText;  // cache of the text form, empty until asked for
     unsigned char* m_pData;

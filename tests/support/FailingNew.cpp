@@ -1,29 +1,62 @@
 #include "support/FailingNew.h"
 
+#include <dlfcn.h>
+#include <pthread.h>
+
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 
 #include "core/TnChecked.h"
 
+// The linker sends every call of malloc to __wrap_malloc, and this file's calls of __real_malloc to
+// the C library, or to the sanitizer that stands in its place.
+extern "C" {
+void* __real_malloc(std::size_t nSize);
+void* __real_calloc(std::size_t nCount, std::size_t nSize);
+void* __real_realloc(void* p, std::size_t nSize);
+void __real_free(void* p);
+
+void* __wrap_malloc(std::size_t nSize);
+void* __wrap_calloc(std::size_t nCount, std::size_t nSize);
+void* __wrap_realloc(void* p, std::size_t nSize);
+void __wrap_free(void* p);
+}
+
 namespace {
 
-constexpr long kNoLimit = -1;
-
 std::atomic<long> g_nLive{0};
-thread_local long t_nLeft = kNoLimit;
 
-void* Allocate(std::size_t nSize) noexcept {
-    if (t_nLeft == 0) {
-        return nullptr;
+// The plan changes only while no allocation of the threads it is for can happen.
+std::atomic<bool> g_bAllThreads{false};
+thread_local bool t_bThisThread = false;
+std::atomic<long> g_nFirst{0};
+std::atomic<bool> g_bOnlyOne{false};
+std::atomic<long> g_nAsked{0};
+std::atomic<long> g_nRefused{0};
+std::atomic<long> g_nRefusedThreads{0};
+
+bool IsRefused() noexcept {
+    if (!t_bThisThread && !g_bAllThreads) {
+        return false;
     }
-    void* const p = std::malloc(nSize == 0 ? 1 : nSize);
+    const long nThis = ++g_nAsked;
+    const bool bRefused = g_bOnlyOne ? nThis == g_nFirst : nThis >= g_nFirst;
+    if (bRefused) {
+        ++g_nRefused;
+    }
+    return bRefused;
+}
+
+void* Counted(void* p) noexcept {
     if (p != nullptr) {
         ++g_nLive;
-        if (t_nLeft > 0) {
-            --t_nLeft;
-        }
     }
     return p;
+}
+
+void* Allocate(std::size_t nSize) noexcept {
+    return IsRefused() ? nullptr : Counted(__real_malloc(nSize == 0 ? 1 : nSize));
 }
 
 void* AllocateOrThrow(std::size_t nSize) {
@@ -37,11 +70,40 @@ void* AllocateOrThrow(std::size_t nSize) {
 void Free(void* p) noexcept {
     if (p != nullptr) {
         --g_nLive;
-        std::free(p);
+        __real_free(p);
     }
 }
 
 }  // namespace
+
+void* __wrap_malloc(std::size_t nSize) {
+    return IsRefused() ? nullptr : Counted(__real_malloc(nSize));
+}
+void* __wrap_calloc(std::size_t nCount, std::size_t nSize) {
+    return IsRefused() ? nullptr : Counted(__real_calloc(nCount, nSize));
+}
+void* __wrap_realloc(void* p, std::size_t nSize) {
+    if (IsRefused()) {
+        return nullptr;
+    }
+    void* const pNew = __real_realloc(p, nSize);
+    return p == nullptr ? Counted(pNew) : pNew;
+}
+void __wrap_free(void* p) {
+    Free(p);
+}
+
+// The program's own definition comes before the C library's, also for the C++ library.
+extern "C" int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttributes, void* (*pfnStart)(void*),
+                              void* pArgument) noexcept {
+    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const auto s_pfnCreate = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (IsRefused()) {
+        ++g_nRefusedThreads;
+        return EAGAIN;
+    }
+    return s_pfnCreate(pThread, pAttributes, pfnStart, pArgument);
+}
 
 void* operator new(std::size_t nSize) {
     return AllocateOrThrow(nSize);
@@ -84,12 +146,27 @@ long LiveAllocations() {
     return g_nLive;
 }
 
-FailAllocationsAfter::FailAllocationsAfter(long nLeft) {
-    t_nLeft = nLeft;
+RefusedAllocations::RefusedAllocations(long nFirst, Refuse eRefuse, Threads eThreads) {
+    g_nFirst = nFirst;
+    g_bOnlyOne = eRefuse == Refuse::kOne;
+    g_nAsked = 0;
+    g_nRefused = 0;
+    g_nRefusedThreads = 0;
+    t_bThisThread = eThreads == Threads::kCalling;
+    g_bAllThreads = eThreads == Threads::kAll;
 }
 
-FailAllocationsAfter::~FailAllocationsAfter() {
-    t_nLeft = kNoLimit;
+RefusedAllocations::~RefusedAllocations() {
+    t_bThisThread = false;
+    g_bAllThreads = false;
+}
+
+long RefusedAllocations::Count() {
+    return g_nRefused;
+}
+
+long RefusedAllocations::CountThreads() {
+    return g_nRefusedThreads;
 }
 
 }  // namespace tntest

@@ -1,5 +1,7 @@
-// Counts the allocations of the program that it is linked into, and lets them fail on demand. It
-// replaces the operators of the whole program, which is why such tests have one of their own.
+// Counts the allocations of the program that it is linked into, and refuses chosen ones. It replaces
+// the operators of the whole program, and malloc, calloc, realloc and free of everything that is
+// linked statically into it, which is why such tests have a program of their own. Starting a thread
+// takes memory of the system's own, so it takes its turn among the allocations.
 
 #ifndef TNROBOTKERNEL_TESTS_SUPPORT_FAILINGNEW_H_
 #define TNROBOTKERNEL_TESTS_SUPPORT_FAILINGNEW_H_
@@ -13,13 +15,35 @@ namespace tntest {
 /// @return allocations that have not been freed, of all threads.
 long LiveAllocations();
 
+/// Which threads' allocations are counted and refused.
+enum class Threads { kCalling, kAll };
+
+/// How many are refused: one, or that one and all that follow.
+enum class Refuse { kOne, kAllFrom };
+
+/// While it lives, chosen allocations are refused. There can be one at a time.
+class RefusedAllocations {
+public:
+    /// @param[in] nFirst  the allocation that is refused first, counted from 1.
+    RefusedAllocations(long nFirst, Refuse eRefuse, Threads eThreads);
+    RefusedAllocations(const RefusedAllocations&) = delete;
+    RefusedAllocations& operator=(const RefusedAllocations&) = delete;
+    ~RefusedAllocations();
+
+    /// @return what has been refused, threads included.
+    static long Count();
+
+    /// @return the threads among that.
+    static long CountThreads();
+};
+
 /// While it lives, the calling thread has so many allocations left; all further ones fail.
 class FailAllocationsAfter {
 public:
-    explicit FailAllocationsAfter(long nLeft);
-    FailAllocationsAfter(const FailAllocationsAfter&) = delete;
-    FailAllocationsAfter& operator=(const FailAllocationsAfter&) = delete;
-    ~FailAllocationsAfter();
+    explicit FailAllocationsAfter(long nLeft) : m_refused(nLeft + 1, Refuse::kAllFrom, Threads::kCalling) {}
+
+private:
+    RefusedAllocations m_refused;
 };
 
 /// Runs the work with no allocation to spare, then with one, two ... until it gets through. After
