@@ -2,21 +2,30 @@
 
 #include "core/TnChecked.h"
 
+namespace {
+
+constexpr std::streamsize kBufferSize = 64 * 1024;
+
+}  // namespace
+
 ITnRobotFile::~ITnRobotFile() = default;
 
-// A stream that finds no memory for its buffer has opened the file already, and could do nothing
-// with it.
+CTnRobotFile::~CTnRobotFile() {
+    CTnRobotFile::Close();
+}
+
 bool CTnRobotFile::Open(const char* lpszName, bool bWrite) {
-    if (m_stream.is_open() || lpszName == nullptr) {
+    if (m_buffer.is_open() || lpszName == nullptr) {
         return false;
     }
-    try {
-        m_stream.open(lpszName, std::ios::binary | (bWrite ? std::ios::out : std::ios::in));
-    } catch (...) {
-        m_stream.close();
-        throw;
+    // Without memory for its buffer the file must not be open already.
+    if (m_memory == nullptr) {
+        m_memory.reset(new char[kBufferSize]);
+        m_buffer.pubsetbuf(m_memory.get(), kBufferSize);
     }
-    return m_stream.is_open();
+    const bool bOpened = m_buffer.open(lpszName, std::ios::binary | (bWrite ? std::ios::out : std::ios::in)) != nullptr;
+    m_stream.clear(bOpened ? std::ios::goodbit : std::ios::failbit);
+    return bOpened;
 }
 
 // A read that meets the end sets the stream's state, so every further one answers -1 until the
@@ -41,11 +50,13 @@ long long CTnRobotFile::Write(const void* pBuffer, long long nCount) {
 }
 
 // The offset always counts from the beginning, and the position is always that of the output
-// side: applications pass any direction. Do not "fix".
+// side: applications pass any direction. Do not "fix". What waits to be written is written first,
+// so that a failure of it is known as one.
 long long CTnRobotFile::Seek(long long nOffset, ETnSeekDirect /*eDirect*/) {
     if (!_IsUsable() || nOffset < 0) {
         return -1;
     }
+    m_stream.flush();
     m_stream.seekp(nOffset, std::ios::beg);
     return m_stream.good() ? 0 : -1;
 }
@@ -61,11 +72,16 @@ void CTnRobotFile::Flush() {
 }
 
 bool CTnRobotFile::Close() {
-    const bool bWasOpen = m_stream.is_open();
-    if (bWasOpen) {
-        m_stream.close();
+    if (!m_buffer.is_open()) {
+        return false;
     }
-    return bWasOpen;
+    if (m_stream.bad()) {
+        m_buffer.Drop();
+    }
+    if (m_buffer.close() == nullptr) {
+        m_stream.setstate(std::ios::failbit);
+    }
+    return true;
 }
 
 // A disk file does not report its length: callers take 0 for "unknown".

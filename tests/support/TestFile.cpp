@@ -6,14 +6,6 @@
 
 namespace tntest {
 
-namespace {
-
-bool Fails(int nCall, int nFailing, bool bFromThenOn) {
-    return nFailing != 0 && (nCall == nFailing || (bFromThenOn && nCall > nFailing));
-}
-
-}  // namespace
-
 std::atomic<int> TestFile::s_nLive{0};
 
 TestFile::TestFile(Bytes bytes) : m_bytes(std::move(bytes)), m_nTaken(m_bytes.size()) {
@@ -24,15 +16,27 @@ TestFile::~TestFile() {
     --s_nLive;
 }
 
-void TestFile::FailWrite(int nCall, bool bFromThenOn) {
-    m_nFailWrite = nCall;
-    m_bWritesStayFailed = bFromThenOn;
+bool TestFile::Calls::Next() {
+    ++nCalls;
+    const bool bFails = fault.nCall != 0 && (nCalls == fault.nCall || (fault.bFromThenOn && nCalls > fault.nCall));
+    nFailed += bFails ? 1 : 0;
+    return bFails;
 }
 
-void TestFile::FailRead(int nCall, long long nAnswer, bool bFromThenOn) {
-    m_nFailRead = nCall;
-    m_nReadAnswer = nAnswer;
-    m_bReadsStayFailed = bFromThenOn;
+TestFile::Calls& TestFile::CallsOf(FileCall eCall) {
+    switch (eCall) {
+        case FileCall::kRead:
+            return m_reads;
+        case FileCall::kWrite:
+            return m_writes;
+        case FileCall::kSeek:
+            break;
+    }
+    return m_seeks;
+}
+
+void TestFile::Fail(const FileFault& fault) {
+    CallsOf(fault.eCall).fault = fault;
 }
 
 Bytes TestFile::TakeNew() {
@@ -46,12 +50,11 @@ bool TestFile::Open(const char* /*lpszName*/, bool /*bWrite*/) {
 }
 
 long long TestFile::Read(void* pBuffer, long long nCount) {
-    ++m_nReads;
     m_nLargestRead = std::max(m_nLargestRead, nCount);
     long long nMost = nCount;
-    if (Fails(m_nReads, m_nFailRead, m_bReadsStayFailed)) {
-        if (m_nReadAnswer < kShort) {
-            return m_nReadAnswer;
+    if (m_reads.Next()) {
+        if (m_reads.fault.nAnswer < kShort) {
+            return m_reads.fault.nAnswer;
         }
         nMost = std::min(nMost, kShort);
     }
@@ -68,16 +71,22 @@ long long TestFile::Read(void* pBuffer, long long nCount) {
 }
 
 long long TestFile::Write(const void* pBuffer, long long nCount) {
-    ++m_nWrites;
-    if (Fails(m_nWrites, m_nFailWrite, m_bWritesStayFailed)) {
+    const unsigned char* pFirst = static_cast<const unsigned char*>(pBuffer);
+    if (m_writes.Next()) {
+        if (m_writes.fault.nAnswer < kShort) {
+            return m_writes.fault.nAnswer;
+        }
+        m_bytes.insert(m_bytes.end(), pFirst, pFirst + std::min(nCount, kShort));
         return 0;
     }
-    const unsigned char* pFirst = static_cast<const unsigned char*>(pBuffer);
     m_bytes.insert(m_bytes.end(), pFirst, pFirst + nCount);
     return 1;
 }
 
 long long TestFile::Seek(long long nOffset, ETnSeekDirect /*eDirect*/) {
+    if (m_seeks.Next()) {
+        return -1;
+    }
     m_nPosition = std::min(static_cast<std::size_t>(nOffset), m_bytes.size());
     return 0;
 }

@@ -1,0 +1,70 @@
+#include "soak/Levels.h"
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+
+#include "support/Descriptors.h"
+#include "support/ResourceUse.h"
+#include "support/ThreadProbe.h"
+
+namespace tnsoak {
+
+namespace {
+
+constexpr double kQuarter = 0.25;
+constexpr long long kSlackKiB = 4 * 1024;
+constexpr long long kSlackPercent = 5;
+
+// The second number of the file: resident pages.
+long long ResidentKiB() {
+    std::ifstream file("/proc/self/statm");
+    long long nPages = 0;
+    long long nResident = 0;
+    file >> nPages >> nResident;
+    return nResident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+long long HeapKiB() {
+    const struct mallinfo2 info = mallinfo2();
+    return static_cast<long long>((info.uordblks + info.hblkhd) / 1024);
+}
+
+long long Highest(const std::vector<Level>& levels, double dFrom, long long Level::*pValue) {
+    long long nHighest = 0;
+    for (const Level& level : levels) {
+        if (level.dShare >= dFrom && level.dShare <= dFrom + kQuarter) {
+            nHighest = std::max(nHighest, level.*pValue);
+        }
+    }
+    return nHighest;
+}
+
+std::string GrowthOf(const std::vector<Level>& levels, const char* lpszName, long long Level::*pValue) {
+    const long long nSecond = Highest(levels, kQuarter, pValue);
+    const long long nLast = Highest(levels, 3 * kQuarter, pValue);
+    const long long nMost = nSecond + nSecond * kSlackPercent / 100 + kSlackKiB;
+    if (nLast <= nMost) {
+        return {};
+    }
+    return std::string(lpszName) + " grew: at most " + std::to_string(nSecond) + " KiB in the second quarter, " +
+           std::to_string(nLast) + " KiB in the last one\n";
+}
+
+}  // namespace
+
+Level TakeLevel(double dShare) {
+    return {dShare, ResidentKiB(), HeapKiB(), tntest::CountDescriptors(), tntest::CountThreads()};
+}
+
+// A sanitizer keeps freed memory and books of its own: how much the process takes says nothing then.
+std::string Growth(const std::vector<Level>& levels) {
+    if (tntest::kSanitizerOwnsMemory) {
+        return {};
+    }
+    return GrowthOf(levels, "resident memory", &Level::nResidentKiB) + GrowthOf(levels, "heap", &Level::nHeapKiB);
+}
+
+}  // namespace tnsoak

@@ -1,0 +1,195 @@
+// Values, groups and archives: made, copied, saved, loaded, compared.
+
+#include <string>
+#include <vector>
+
+#include "soak/Workshop.h"
+#include "support/Archives.h"
+#include "support/TestObjects.h"
+#include "support/Values.h"
+
+namespace tnsoak {
+
+namespace {
+
+using tntest::Bytes;
+using tntest::operator+;
+using tntest::TestNode;
+using tntest::Value;
+using tntest::ValueSample;
+
+const std::vector<ValueSample>& Samples() {
+    static const std::vector<ValueSample> s_samples = tntest::ValueSamples();
+    return s_samples;
+}
+
+std::string RandomText(Worker& worker, int nLongest) {
+    std::string strText(static_cast<std::size_t>(worker.Number(1, nLongest)), 'a');
+    for (char& ch : strText) {
+        ch = static_cast<char>(worker.Number('a', 'z'));
+    }
+    return strText;
+}
+
+Held<ITnRobotDataValueGroup> NewGroup() {
+    ITnRobotDataValueGroup* pGroup = nullptr;
+    Require(TnCreateRobotValueDataGroup(&pGroup) == 1, "no group");
+    return tntest::Hold(pGroup);
+}
+
+// A group of random size; its entries' names say what they hold.
+Held<ITnRobotDataValueGroup> RandomGroup(Worker& worker) {
+    Held<ITnRobotDataValueGroup> group = NewGroup();
+    const int nEntries = worker.Number(1, 30);
+    for (int n = 0; n < nEntries; ++n) {
+        Require(group->SetValue(("n" + std::to_string(n)).c_str(), n) == 0, "no number");
+        const std::string strText = RandomText(worker, 60);
+        Require(group->SetValue(("t" + strText).c_str(), strText.c_str()) == 0, "no text");
+    }
+    const ValueSample& sample = Samples()[static_cast<std::size_t>(worker.Number(0, 12))];
+    Require(group->SetValue(sample.lpszName, sample.create().get()) == 0, "no sample");
+    return group;
+}
+
+void RequireSameEntries(ITnRobotDataValueGroup& left, ITnRobotDataValueGroup& right) {
+    std::vector<std::pair<std::string, ETnRobotDataValueType>> names;
+    std::vector<std::pair<std::string, ETnRobotDataValueType>> others;
+    Require(left.GetAllDataName(names) == right.GetAllDataName(others), "a group has other entries");
+    for (const auto& [strName, eType] : names) {
+        ITnRobotDataValue* pLeft = nullptr;
+        ITnRobotDataValue* pRight = nullptr;
+        Require(left.GetValue(strName.c_str(), &pLeft) == 0, "an entry is missing");
+        const Value leftValue(pLeft);
+        Require(right.GetValue(strName.c_str(), &pRight) == 0, "an entry was not loaded");
+        const Value rightValue(pRight);
+        Require(tntest::SavedFormOf(*leftValue) == tntest::SavedFormOf(*rightValue), "an entry has changed");
+    }
+}
+
+Held<ITnRobotMemFile> NewMemFile() {
+    ITnRobotMemFile* pFile = nullptr;
+    Require(TnCreateRobotMemFile(&pFile) == 1, "no memory file");
+    return tntest::Hold(pFile);
+}
+
+// What an archive over a memory file of small chunks gets to hold.
+template <typename Store>
+Bytes Archived(ITnRobotArchive& archive, Store store) {
+    const Held<ITnRobotMemFile> file = NewMemFile();
+    Require(file->OpenWriteFile(100) && archive.Attach(file.get(), true), "the memory file is refused");
+    store();
+    archive.Detach();
+    long long nLength = file->GetTotleLen();
+    Bytes bytes(static_cast<std::size_t>(nLength));
+    Require(file->GetMemData(reinterpret_cast<char*>(bytes.data()), nLength), "the memory file has no content");
+    return bytes;
+}
+
+// A chain of nodes whose last one every other names too.
+Held<TestNode> MakeChain(int nNodes) {
+    const Held<TestNode> last = TestNode::Create(nNodes);
+    Held<TestNode> first = TestNode::Create(nNodes - 1);
+    first->Add(last.get());
+    for (int n = nNodes - 2; n > 0; --n) {
+        Held<TestNode> next = TestNode::Create(n);
+        next->Add(first.get());
+        next->Add(last.get());
+        first = std::move(next);
+    }
+    return first;
+}
+
+void RequireChain(const TestNode& first, int nNodes) {
+    const TestNode* pNode = &first;
+    for (int n = 1; n < nNodes; ++n) {
+        Require(pNode->Number() == n && !pNode->Children().empty(), "an object has changed");
+        pNode = pNode->Children().front();
+    }
+    Require(pNode->Number() == nNodes && pNode->Children().empty(), "the last object has changed");
+    Require(pNode->References() == nNodes - 1, "the last object is not shared");
+}
+
+void ArchiveObjects(Worker& worker) {
+    const int nNodes = worker.Number(2, 40);
+    Bytes saved;
+    {
+        const Held<TestNode> chain = MakeChain(nNodes);
+        const Held<ITnRobotArchive> archive = tntest::MakeArchive();
+        int nResult = 0;
+        const Bytes body = Archived(*archive, [&] { nResult = archive->WriteObject(chain.get()); });
+        saved = Archived(*archive, [&] { nResult += archive->WriteMapHeader(); }) + body;
+        Require(nResult == 2, "the objects were not written");
+    }
+    const Held<ITnRobotMemFile> file = NewMemFile();
+    Require(file->OpenMemFile(saved.data(), static_cast<long long>(saved.size()), false), "no file over memory");
+    const Held<ITnRobotArchive> archive = tntest::MakeArchive();
+    Require(archive->Attach(file.get(), false) && archive->ReadMapHeader() == 1, "the header was not read");
+    CTnRobotObject* pObject = nullptr;
+    Require(archive->ReadObject(&pObject) == 1, "the objects were not read");
+    const Held<TestNode> loaded = tntest::Hold(dynamic_cast<TestNode*>(pObject));
+    Require(loaded != nullptr, "another object was read");
+    RequireChain(*loaded, nNodes);
+}
+
+void TransferGroup(ITnRobotDataValueGroup& group, const std::string& path, bool bStoring) {
+    ITnRobotFile* pFile = nullptr;
+    Require(TnCreateRobotFile(&pFile) == 1, "no file");
+    const Held<ITnRobotFile> file(pFile);
+    Require(file->Open(path.c_str(), bStoring), "the file cannot be opened");
+    const Held<ITnRobotArchive> archive = tntest::MakeArchive();
+    Require(archive->Attach(file.get(), bStoring), "the file is refused");
+    Require(group.Serialize(archive.get()) == 1, "the group was not transferred");
+    archive->Flush();
+    archive->Detach();
+    Require(file->Close(), "the file was not open");
+}
+
+void ArchiveGroupOnDisk(Worker& worker) {
+    const Held<ITnRobotDataValueGroup> group = RandomGroup(worker);
+    const Held<ITnRobotDataValueGroup> loaded = NewGroup();
+    TransferGroup(*group, worker.Path("group"), true);
+    TransferGroup(*loaded, worker.Path("group"), false);
+    RequireSameEntries(*group, *loaded);
+}
+
+}  // namespace
+
+void UseValues(Worker& worker) {
+    const ValueSample& sample = Samples()[static_cast<std::size_t>(worker.Number(0, 12))];
+    const Value value = sample.create();
+    const tntest::Reading reading = tntest::ReadAs(*value, sample.eType);
+    Require(reading.nError == 0, "a value has another type");
+    Require(value->Convert2String(nullptr) == sample.strText, "a value has another text");
+    const Value clone(value->Clone());
+    Require(clone != nullptr && tntest::SavedFormOf(*clone) == tntest::SavedFormOf(*value), "a copy differs");
+    const Bytes block(worker.Size(1, 5000), static_cast<unsigned char>(worker.Number(0, 255)));
+    const Value blockValue = tntest::BlockValue(block);
+    Require(tntest::ReadAs(*blockValue, DATA_TYPE_BLOCK).bytes == block, "a block's bytes have changed");
+    const Value loaded = tntest::IntValue(worker.Number(0, 1000));
+    Require(tntest::LoadFrom(*loaded, tntest::SavedFormOf(*blockValue)) == 1, "a value was not loaded");
+    Require(tntest::SavedFormOf(*loaded) == tntest::SavedFormOf(*blockValue), "a loaded value differs");
+}
+
+void UseGroups(Worker& worker) {
+    const Held<ITnRobotDataValueGroup> group = RandomGroup(worker);
+    const Held<ITnRobotDataValueGroup> clone(group->Clone());
+    RequireSameEntries(*group, *clone);
+    const Held<ITnRobotDataValueGroup> loaded = NewGroup();
+    Require(tntest::LoadFrom(*loaded, tntest::SavedFormOf(*group)) == 1, "a group was not loaded");
+    RequireSameEntries(*group, *loaded);
+    int nError = -1;
+    Require(group->IntData("n0", &nError) == 0 && nError == 0, "a number has changed");
+    Require(group->SetValue("n0", "now a text") == 0, "no text instead of a number");
+    Require(group->GetDataValueType("n0") == DATA_TYPE_STRING, "the entry kept its type");
+    Require(group->RemoveValue("n0") == 0 && !group->HasValue("n0"), "the entry is still there");
+}
+
+void UseArchive(Worker& worker) {
+    if (worker.Number(1, 4) == 1) {
+        ArchiveGroupOnDisk(worker);
+    } else {
+        ArchiveObjects(worker);
+    }
+}
+
+}  // namespace tnsoak
