@@ -5,37 +5,50 @@
 
 #include <TnRobotKernel/TnRobotKernel.h>
 
+#include "FuzzInput.h"
+#include "support/Held.h"
+#include "support/TestBlocks.h"
+
+namespace tnfuzz {
+
+/// Memory comes exactly as large as it is asked for, and filled with a pattern. A picture may claim
+/// any size; large surfaces are refused, so that time goes into decoding.
 class PicturePools {
 public:
-    PicturePools() {
-        TnCreateRobotMemoryBlockPool(&m_pBlocks);
-        TnCreateRobotSurfacePool(m_pBlocks, &m_pSurfaces);
-    }
-    ~PicturePools() {
-        m_pSurfaces->Release();
-        m_pBlocks->Release();
-    }
-    PicturePools(const PicturePools&) = delete;
-    PicturePools& operator=(const PicturePools&) = delete;
+    static constexpr unsigned int kLargestSurface = 1U << 20;
 
-    ITnRobotSurfacePool* Surfaces() const { return m_pSurfaces; }
-
-    /// Reads every byte of a loaded picture and lets it go.
-    static unsigned int Finish(ITnRobotSurface* pSurface) {
-        ITnRobotSurface::STnLockSurface lock = {};
-        pSurface->LockSurface(lock);
-        unsigned int nSum = 0;
-        for (unsigned int i = 0; i < lock.nDataSize; ++i) {
-            nSum += static_cast<const volatile unsigned char*>(lock.pData)[i];
-        }
-        pSurface->UnLockSurface();
-        pSurface->Release();
-        return nSum;
+    PicturePools() : m_blocks(tntest::TestBlockPool::Create()) {
+        m_blocks->LimitSize(kLargestSurface);
+        ITnRobotSurfacePool* pSurfaces = nullptr;
+        TnCreateRobotSurfacePool(m_blocks.get(), &pSurfaces);
+        m_surfaces.reset(pSurfaces);
     }
+
+    ITnRobotMemoryBlockPool* Blocks() const { return m_blocks.get(); }
+    ITnRobotSurfacePool* Surfaces() const { return m_surfaces.get(); }
 
 private:
-    ITnRobotMemoryBlockPool* m_pBlocks = nullptr;
-    ITnRobotSurfacePool* m_pSurfaces = nullptr;
+    tntest::Held<tntest::TestBlockPool> m_blocks;
+    tntest::Held<ITnRobotSurfacePool> m_surfaces;
 };
+
+using Surface = tntest::Held<ITnRobotSurface>;
+
+/// @return a surface's pixels, all bytes of its memory.
+inline Bytes Pixels(ITnRobotSurface& surface) {
+    ITnRobotSurface::STnLockSurface lock = {};
+    surface.LockSurface(lock);
+    Bytes pixels(lock.pData, lock.pData + lock.nDataSize);
+    surface.UnLockSurface();
+    return pixels;
+}
+
+inline ITnRobotSurface::STnSurfaceDesc Description(ITnRobotSurface& surface) {
+    ITnRobotSurface::STnSurfaceDesc desc = {};
+    surface.GetSurfaceDesc(desc);
+    return desc;
+}
+
+}  // namespace tnfuzz
 
 #endif  // TNROBOTKERNEL_FUZZ_PICTUREPOOLS_H_

@@ -82,8 +82,11 @@ inline BmpAnswer ExpectedBmp(const Bytes& file, std::uint32_t nLargestSurface) {
     const std::int64_t nBytes = (Field32(28) & 0xFFFF) / 8;
     const std::int64_t nRow = nBytes * answer.nWidth;
     const std::int64_t nStored = Field32(34);
+    if (nRow <= 0 || nRow > static_cast<std::int64_t>(file.size())) {
+        return answer;
+    }
     const std::int64_t nImage = nStored != 0 ? nStored : nRow * answer.nHeight;
-    const bool bWholeRows = nRow > 0 && nImage >= nRow && nImage % nRow == 0;
+    const bool bWholeRows = nImage >= nRow && nImage % nRow == 0;
     if (!bWholeRows || nOffset + nImage > static_cast<std::int64_t>(file.size())) {
         return answer;
     }

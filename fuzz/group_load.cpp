@@ -1,0 +1,68 @@
+// Loads a value group from untrusted bytes and reads everything that it then holds.
+
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "FuzzArchive.h"
+#include "ValueReading.h"
+
+using namespace tnfuzz;
+
+namespace {
+
+using Group = tntest::Held<ITnRobotDataValueGroup>;
+
+Group MakeGroup() {
+    ITnRobotDataValueGroup* pGroup = nullptr;
+    TnCreateRobotValueDataGroup(&pGroup);
+    return tntest::Hold(pGroup);
+}
+
+// Each entry as it is saved. The order of entries is not specified, so whole files are not compared.
+std::map<std::string, Bytes> ReadEntries(ITnRobotDataValueGroup& group) {
+    std::vector<std::pair<std::string, ETnRobotDataValueType>> names;
+    Require(group.GetAllDataName(names) == static_cast<int>(names.size()), "all names are counted");
+    std::map<std::string, Bytes> entries;
+    for (const auto& [strName, eType] : names) {
+        Require(group.GetDataValueType(strName.c_str()) == eType, "a name leads to its value");
+        ITnRobotDataValue* pValue = nullptr;
+        if (group.GetValue(strName.c_str(), &pValue) == 0) {
+            const tntest::Held<ITnRobotDataValue> value(pValue);
+            ReadEverything(*pValue);
+            entries[strName] = SavedForm(*pValue);
+        } else {
+            Require(strName.empty(), "only the empty name is out of reach");
+        }
+    }
+    return entries;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const Group group = MakeGroup();
+    const LoadingArchive archive(Bytes(pData, pData + nSize));
+    group->Serialize(archive.Get());
+    const auto entries = ReadEntries(*group);
+    const Group clone(group->Clone());
+    Require(ReadEntries(*clone) == entries, "a clone holds the same");
+
+    const Bytes saved = SavedForm(*group);
+    const Group copy = MakeGroup();
+    const LoadingArchive again(saved);
+    Require(copy->Serialize(again.Get()) == 1, "what was saved loads");
+    Require(again.Position() == saved.size(), "to its last byte");
+    Require(ReadEntries(*copy) == entries, "and holds the same");
+    Require(SavedForm(*copy).size() == saved.size(), "and is saved at the same length");
+
+    // A file that goes on after the group: loading merges, and what is there wins.
+    group->Serialize(archive.Get());
+    for (const auto& [strName, bytes] : entries) {
+        ITnRobotDataValue* pValue = nullptr;
+        Require(group->GetValue(strName.c_str(), &pValue) == 0, "an entry stays");
+        const tntest::Held<ITnRobotDataValue> value(pValue);
+        Require(SavedForm(*pValue) == bytes, "with its value");
+    }
+    return 0;
+}

@@ -1,0 +1,26 @@
+// Loads a JPEG picture from untrusted bytes.
+
+#include "PicturePools.h"
+
+using namespace tnfuzz;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const PicturePools pools;
+    ITnRobotSurface* pSurface = nullptr;
+    if (TnRobotImageUtils::LoadImage(pData, static_cast<unsigned int>(nSize), pools.Surfaces(), &pSurface) != 0) {
+        Require(pSurface == nullptr, "a failure leaves the out-pointer alone");
+        return 0;
+    }
+    const Surface surface(pSurface);
+    const ITnRobotSurface::STnSurfaceDesc desc = Description(*surface);
+    Require(desc.eImageType == TN_IMAGE_BGR24 && desc.nWidth > 0 && desc.nHeight > 0, "a picture is B,G,R");
+    const Bytes pixels = Pixels(*surface);
+    const auto nPitch = static_cast<std::size_t>(desc.nPitch);
+    Require(pixels.size() == nPitch * static_cast<std::size_t>(desc.nHeight), "a surface holds all rows");
+    for (std::size_t nRow = 0; nRow < pixels.size(); nRow += nPitch) {
+        for (std::size_t i = 3 * static_cast<std::size_t>(desc.nWidth); i < nPitch; ++i) {
+            Require(pixels[nRow + i] == 0, "padding of rows is zero");
+        }
+    }
+    return 0;
+}
