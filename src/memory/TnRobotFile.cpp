@@ -1,10 +1,20 @@
 #include "memory/TnRobotFile.h"
 
+namespace {
+
+constexpr std::streamsize kBufferSize = 64 * 1024;
+
+}  // namespace
+
 ITnRobotFile::~ITnRobotFile() = default;
 
 bool CTnRobotFile::Open(const char* lpszName, bool bWrite) {
     if (m_stream.is_open() || lpszName == nullptr) {
         return false;
+    }
+    if (m_buffer == nullptr) {
+        m_buffer.reset(new char[kBufferSize]);
+        m_stream.rdbuf()->pubsetbuf(m_buffer.get(), kBufferSize);
     }
     m_stream.open(lpszName, std::ios::binary | (bWrite ? std::ios::out : std::ios::in));
     return m_stream.is_open();

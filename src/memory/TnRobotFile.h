@@ -4,6 +4,7 @@
 #define TNROBOTKERNEL_SRC_MEMORY_TNROBOTFILE_H_
 
 #include <fstream>
+#include <memory>
 
 #include "TnRobotKernel/memory.h"
 
@@ -24,6 +25,9 @@ public:
 private:
     bool _IsUsable() const { return m_stream.is_open() && m_stream.good(); }
 
+    // The stream's own buffer would be 8 KiB: a system call for every one of them. Declared before
+    // the stream, which writes its last bytes when it goes.
+    std::unique_ptr<char[]> m_buffer;
     std::fstream m_stream;
 };
 
