@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-
-#include "image/TnImageFile.h"
+#include <utility>
 
 using tnrobot::STnBmpHeader;
 
@@ -26,18 +25,17 @@ std::uint32_t PixelBytes(const STnBmpHeader& header, std::int64_t nFileLength) {
     return bInside && nBytes % nRow == 0 ? static_cast<std::uint32_t>(nBytes) : 0;
 }
 
-void CopyRowsReversed(const tnrobot::ByteBuffer& rows, std::size_t nRow, unsigned char* pTarget) {
-    for (std::size_t nEnd = rows.Size(); nEnd >= nRow; nEnd -= nRow) {
-        std::memcpy(pTarget, rows.Data() + nEnd - nRow, nRow);
-        pTarget += nRow;
-    }
-}
-
 }  // namespace
 
-bool CTnBmpDecoder::Open(const char* lpszPath) {
+void CTnBmpDecoder::_DropPixels() {
+    m_file = {};
     m_pixels.Clear();
-    const tnrobot::ImageFile file(lpszPath);
+    m_nDataSize = 0;
+}
+
+bool CTnBmpDecoder::Open(const char* lpszPath) {
+    _DropPixels();
+    tnrobot::ImageFile file(lpszPath);
     tnrobot::BmpHeaderBytes bytes{};
     if (!file.IsOpen() || !file.ReadAt(0, bytes.data(), bytes.size())) {
         return false;
@@ -51,13 +49,11 @@ bool CTnBmpDecoder::Open(const char* lpszPath) {
     if (m_header.nImageSize == 0) {
         return false;
     }
-    // One read for all rows; they are turned over when they are copied out.
-    m_pixels.Allocate(m_header.nImageSize);
-    m_nFlipRow = static_cast<std::size_t>(RowLength(m_header));
-    if (!file.ReadAt(m_header.nDataOffset, m_pixels.Data(), m_pixels.Size())) {
-        m_pixels.Clear();
-    }
-    return !m_pixels.Empty();
+    m_file = std::move(file);
+    m_nFileOffset = m_header.nDataOffset;
+    m_nFileRow = static_cast<std::size_t>(RowLength(m_header));
+    m_nDataSize = m_header.nImageSize;
+    return true;
 }
 
 bool CTnBmpDecoder::Open(const unsigned char* pData, unsigned int nLength) {
@@ -75,13 +71,13 @@ bool CTnBmpDecoder::Open(const unsigned char* pData, unsigned int nLength) {
     if (header.nImageSize == 0) {
         return true;
     }
-    m_pixels.Clear();
+    _DropPixels();
     if (std::uint64_t{header.nDataOffset} + header.nImageSize > nLength) {
         return false;
     }
     m_pixels.Allocate(header.nImageSize);
-    m_nFlipRow = 0;
     std::memcpy(m_pixels.Data(), pData + header.nDataOffset, header.nImageSize);
+    m_nDataSize = header.nImageSize;
     return true;
 }
 
@@ -99,14 +95,15 @@ bool CTnBmpDecoder::_HasFormat(ETnNLImageType eType) const {
     return (eType == TN_IMAGE_BGR24 && nBytes == 3) || (eType == TN_IMAGE_GRAY8 && nBytes == 1);
 }
 
-bool CTnBmpDecoder::ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) const {
-    if (m_pixels.Empty() || !_HasFormat(eType) || pBuffer == nullptr || nSize < m_pixels.Size()) {
+bool CTnBmpDecoder::ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) {
+    if (m_nDataSize == 0 || !_HasFormat(eType) || pBuffer == nullptr || nSize < m_nDataSize) {
         return false;
     }
-    if (m_nFlipRow != 0) {
-        CopyRowsReversed(m_pixels, m_nFlipRow, pBuffer);
-    } else {
+    if (!m_file.IsOpen()) {
         std::memcpy(pBuffer, m_pixels.Data(), m_pixels.Size());
+    } else if (!m_file.ReadRowsReversed(m_nFileOffset, pBuffer, m_nFileRow, m_nDataSize / m_nFileRow)) {
+        _DropPixels();
+        return false;
     }
     return true;
 }

@@ -8,15 +8,20 @@
 #include "TnRobotKernel/image.h"
 #include "image/TnBmpHeader.h"
 #include "image/TnByteBuffer.h"
+#include "image/TnImageFile.h"
 
 /// Hands out the pixels of a BMP as they are stored; rows are taken as unpadded. Signature,
 /// planes, compression and header size are not looked at.
 ///
+/// The pixels of a file stay in the file until ReadData puts them into their place: pictures are
+/// large, and a copy in between would cost as much as the reading. The file stays open as long.
+///
 /// Threads: externally synchronised.
 class CTnBmpDecoder {
 public:
-    /// Reads a file. Its pixel data must be whole rows of whole bytes that lie inside the file.
-    /// @return whether headers and pixels were read; after a failure there are no pixels.
+    /// Opens a file. Its pixel data must be whole rows of whole bytes that lie inside the file.
+    /// @return whether the headers were read and the pixels are there; after a failure there are no
+    ///         pixels.
     bool Open(const char* lpszPath);
 
     /// Reads a BMP held in memory. The pixels stay in file order, bottom row first. When the header
@@ -29,20 +34,26 @@ public:
 
     /// Copies all pixels. @param[in] eType  TN_IMAGE_BGR24 for pixels of three bytes or
     /// TN_IMAGE_GRAY8 for pixels of one; there is no conversion.
-    /// @return false without pixels, for another format, and for a buffer below GetDataSize().
-    bool ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) const;
+    /// @return false without pixels, for another format, for a buffer below GetDataSize(), and when
+    ///         the file cannot be read any more: then there are no pixels from here on.
+    bool ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize);
 
-    /// @return bytes that ReadData copies.
-    unsigned int GetDataSize() const { return static_cast<unsigned int>(m_pixels.Size()); }
+    /// @return bytes that ReadData copies; 0 without pixels.
+    unsigned int GetDataSize() const { return m_nDataSize; }
 
     /// Does nothing: the pixels live as long as the decoder.
     void Close();
 
 private:
     bool _HasFormat(ETnNLImageType eType) const;
+    void _DropPixels();
 
-    tnrobot::ByteBuffer m_pixels;  // in file order
-    std::size_t m_nFlipRow = 0;    // row length for turning the rows over, 0 to leave their order
+    // Pixels of one source: the file when it is open, the bytes otherwise.
+    tnrobot::ImageFile m_file;
+    std::int64_t m_nFileOffset = 0;  // where its pixels start
+    std::size_t m_nFileRow = 0;      // bytes of its rows, of which the data size is a multiple
+    tnrobot::ByteBuffer m_pixels;    // in file order
+    unsigned int m_nDataSize = 0;
     tnrobot::STnBmpHeader m_header{};
     bool m_bHasHeader = false;
 };

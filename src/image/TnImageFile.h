@@ -3,6 +3,8 @@
 #ifndef TNROBOTKERNEL_SRC_IMAGE_TNIMAGEFILE_H_
 #define TNROBOTKERNEL_SRC_IMAGE_TNIMAGEFILE_H_
 
+#include <sys/uio.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -14,8 +16,9 @@ class ImageFile {
 public:
     /// @param[in] lpszPath  null and unreadable paths give a closed file.
     explicit ImageFile(const char* lpszPath);
-    ImageFile(const ImageFile&) = delete;
-    ImageFile& operator=(const ImageFile&) = delete;
+    ImageFile() = default;
+    ImageFile(ImageFile&& other) noexcept;
+    ImageFile& operator=(ImageFile&& other) noexcept;
     ~ImageFile();
 
     bool IsOpen() const { return m_nFile >= 0; }
@@ -27,8 +30,16 @@ public:
     ///         was opened.
     bool ReadAt(std::int64_t nOffset, void* pBuffer, std::size_t nSize) const;
 
+    /// Reads nRows rows of nRow bytes from nOffset on and puts them into the buffer in reverse
+    /// order, the first one last. Each byte is copied once, from the system to its place.
+    /// @return whether all of them were read.
+    bool ReadRowsReversed(std::int64_t nOffset, unsigned char* pBuffer, std::size_t nRow, std::size_t nRows) const;
+
 private:
-    int m_nFile;
+    std::int64_t _ReadSome(std::int64_t nOffset, const iovec* pParts, int nParts) const;
+    bool _ReadOneByOne(std::int64_t nOffset, const iovec* pParts, std::size_t nParts) const;
+
+    int m_nFile = -1;
     std::int64_t m_nLength = 0;
 };
 

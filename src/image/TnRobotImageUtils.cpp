@@ -156,6 +156,15 @@ void ClearUncovered(const CTnBmpDecoder& decoder, const PixelLock& pixels, const
     pixels.ClearFrom(decoder.GetDataSize());
 }
 
+// A picture that its decoder refuses is another failure than a file that cannot be read.
+int ReadFailure(const CTnJpegDecoder& /*decoder*/) {
+    return kNotDecoded;
+}
+
+int ReadFailure(const CTnBmpDecoder& decoder) {
+    return decoder.GetDataSize() != 0 ? kNotDecoded : kRefused;
+}
+
 // Reads what an opened decoder holds into a new surface.
 template <typename Decoder>
 int ReadOpened(Decoder& decoder, ITnRobotSurfacePool* pPool, ITnRobotSurface** ppSurface) {
@@ -171,7 +180,7 @@ int ReadOpened(Decoder& decoder, ITnRobotSurfacePool* pPool, ITnRobotSurface** p
     {
         const PixelLock pixels(surface.Get());
         if (!decoder.ReadData(TN_IMAGE_BGR24, pixels->pData, pixels->nDataSize)) {
-            return kNotDecoded;
+            return ReadFailure(decoder);
         }
         ClearUncovered(decoder, pixels, desc);
     }

@@ -434,3 +434,42 @@ TEST_F(BmpDecoder, FromMemoryKeepsThePixelsThatCameFromAFile) {
     ASSERT_TRUE(OpenMemory(BmpFile(f, Counting(3))));
     EXPECT_EQ(Read(TN_IMAGE_BGR24, 24), FlipRows(pixels, 12));
 }
+
+TEST_F(BmpDecoder, ReadsMoreRowsThanOneCallOfTheSystemTakes) {
+    for (const int nRows : {255, 256, 257, 1000}) {
+        const Bytes pixels = Counting(static_cast<std::size_t>(3 * 7 * nRows));
+        ASSERT_TRUE(OpenFile(BmpFile24(7, nRows, pixels)));
+        EXPECT_EQ(Read(TN_IMAGE_BGR24, pixels.size()), FlipRows(pixels, 21)) << nRows;
+    }
+}
+
+TEST_F(BmpDecoder, ReadsTheSameFileTwice) {
+    const Bytes pixels = Counting(24);
+    ASSERT_TRUE(OpenFile(BmpFile24(4, 2, pixels)));
+    EXPECT_EQ(Read(TN_IMAGE_BGR24, 24), FlipRows(pixels, 12));
+    EXPECT_EQ(Read(TN_IMAGE_BGR24, 24), FlipRows(pixels, 12));
+}
+
+TEST_F(BmpDecoder, HasNoPixelsOnceTheFileHasShrunkUnderIt) {
+    for (const int nMissing : {1, 12, 24, 54}) {
+        ASSERT_TRUE(OpenFile(BmpFile24(4, 2, Counting(24))));
+        ASSERT_EQ(truncate(m_path.c_str(), 78 - nMissing), 0);
+        Bytes buffer(24);
+        EXPECT_FALSE(m_decoder.ReadData(TN_IMAGE_BGR24, buffer.data(), 24)) << nMissing;
+        EXPECT_EQ(m_decoder.GetDataSize(), 0U);
+        EXPECT_FALSE(m_decoder.ReadData(TN_IMAGE_BGR24, buffer.data(), 24)) << nMissing;
+    }
+}
+
+// A memory image that says nothing about its pixels leaves those of the file in place, with the
+// file's own rows.
+TEST_F(BmpDecoder, KeepsThePixelsOfTheFileBehindAMemoryHeaderWithoutThem) {
+    const Bytes pixels = Counting(24);
+    ASSERT_TRUE(OpenFile(BmpFile24(4, 2, pixels)));
+    BmpFields f;
+    f.nWidth = 99;
+    f.nHeight = 1;
+    f.nImageSize = 0;
+    ASSERT_TRUE(OpenMemory(BmpFile(f, Counting(8))));
+    EXPECT_EQ(Read(TN_IMAGE_BGR24, 24), FlipRows(pixels, 12));
+}
