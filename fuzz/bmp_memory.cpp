@@ -8,7 +8,7 @@ using namespace tnfuzz;
 namespace {
 
 // Pixels stay in file order: they are a piece of the input.
-void ReadPixels(const CTnBmpDecoder& decoder, ETnNLImageType eType, const Bytes& file) {
+void ReadPixels(CTnBmpDecoder& decoder, ETnNLImageType eType, const Bytes& file) {
     const unsigned int nSize = decoder.GetDataSize();
     Bytes pixels(nSize);
     if (nSize == 0 || !decoder.ReadData(eType, pixels.data(), nSize)) {
