@@ -1,12 +1,11 @@
 // Reads texts from untrusted bytes and compares with the format as it is written down.
 
 #include "FuzzArchive.h"
+#include "core/TnReadStep.h"
 
 using namespace tnfuzz;
 
 namespace {
-
-constexpr std::size_t kReadStep = 1U << 20;
 
 // A count read short has zeros in the missing bytes.
 std::int32_t CountAt(const Bytes& bytes, std::size_t nAt) {
@@ -37,7 +36,7 @@ bool CheckNextText(LoadingArchive& archive, const Bytes& bytes, std::size_t& nAt
     }
     Require(nError == 0 && lpszText != nullptr, "a text that has begun is read");
     const bool bAsCounted = nLength == nCount;
-    const bool bAsArrived = static_cast<std::size_t>(nCount) > kReadStep && nLength >= static_cast<int>(nThere);
+    const bool bAsArrived = static_cast<std::size_t>(nCount) > tnrobot::kReadStep && nLength >= static_cast<int>(nThere);
     Require(bAsCounted || bAsArrived, "its length is the one that is stored");
     Require(std::memcmp(lpszText, bytes.data() + nAt, nThere) == 0, "its characters are those of the file");
     // One zero, and all that follows the same as what comes before it.

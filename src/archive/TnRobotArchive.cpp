@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/TnChecked.h"
+#include "core/TnReadStep.h"
 
 namespace {
 
@@ -15,9 +16,6 @@ constexpr std::size_t kMaxEntries = 65535;
 
 // Deeper nesting would end in an exhausted stack.
 constexpr int kMaxDepth = 4096;
-
-// Bytes asked of a file at once: memory grows only as bytes really arrive.
-constexpr std::size_t kReadStep = 1U << 20;
 
 class DepthGuard {
 public:
@@ -91,7 +89,7 @@ bool CTnRobotArchive::_ReadBytes(std::vector<char>& bytes, std::size_t nCount, s
     bytes.clear();
     nArrived = 0;
     while (nArrived < nCount) {
-        const std::size_t nStep = std::min(nCount - nArrived, kReadStep);
+        const std::size_t nStep = std::min(nCount - nArrived, tnrobot::kReadStep);
         bytes.resize(nArrived + nStep + 1);
         const long long nRead = Read(bytes.data() + nArrived, static_cast<long long>(nStep));
         if (nRead <= 0) {

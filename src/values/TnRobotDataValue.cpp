@@ -7,6 +7,7 @@
 #include "TnRobotKernel/archive.h"
 #include "core/TnChecked.h"
 #include "core/TnFormat.h"
+#include "core/TnReadStep.h"
 #include "core/TnRef.h"
 #include "values/TnRobotDataValuePool.h"
 
@@ -16,9 +17,6 @@ constexpr unsigned int kFreshLength = 8;
 
 // The longest text is that of the largest double: a sign, 309 digits, a point and six more.
 constexpr unsigned int kTextSize = 512;
-
-// Bytes asked of a file at once: memory grows only as bytes really arrive.
-constexpr std::size_t kLoadStep = 1U << 20;
 
 void SetError(int* pError, bool bOk) {
     if (pError != nullptr) {
@@ -335,7 +333,7 @@ int CTnRobotDataValue::_LoadBytes(ITnRobotArchive& archive, std::size_t nCount) 
     _ResizeUnderView(0);
     std::size_t nDone = 0;
     while (nDone < nCount) {
-        const std::size_t nStep = std::min(nCount - nDone, kLoadStep);
+        const std::size_t nStep = std::min(nCount - nDone, tnrobot::kReadStep);
         _ResizeUnderView(nDone + nStep);
         const long long nRead = archive.Read(m_storage.Data() + nDone, static_cast<long long>(nStep));
         if (nRead < static_cast<long long>(nStep)) {
