@@ -7,10 +7,12 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <utility>
 
 #include "support/FailingNew.h"
+#include "support/ThreadTest.h"
 #include "support/ValuePool.h"
 
 namespace tntest {
@@ -66,10 +68,14 @@ AllocationCase MakeFreeCase(std::string strName) {
 
 /// The suite of all scenarios; each file of them adds its own. There is no process-wide value pool
 /// meanwhile: what it keeps for later would count as left behind.
-class AllocationFailure : public testing::TestWithParam<AllocationCase> {
+class AllocationFailure : public ThreadTest, public testing::WithParamInterface<AllocationCase> {
 private:
     NoValuePool m_noPool;
 };
+
+inline void PrintTo(const AllocationCase& tried, std::ostream* pStream) {
+    *pStream << tried.strName;
+}
 
 /// For INSTANTIATE_TEST_SUITE_P.
 inline std::string AllocationCaseName(const testing::TestParamInfo<AllocationCase>& info) {
