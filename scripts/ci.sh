@@ -11,16 +11,20 @@ say "formatting"
 
 say "the full load on tasks"
 TNROBOT_FULL_SOAK=1 "$root/build/release/tests/tnrobot_shared_tests" --gtest_brief=1 --gtest_filter='TaskPoolLoad.*'
+"$root/scripts/soak.sh" 0.5
 
 "$root/scripts/demo.sh"
 "$root/scripts/check_install.sh"
+"$root/scripts/check_abi.sh"
 
 "$root/scripts/test.sh" asan
 "$root/scripts/test.sh" tsan
+"$root/scripts/soak.sh" 0.25 tsan
+"$root/scripts/coverage.sh"
 
 build clang -DTNROBOT_WARNINGS_AS_ERRORS=ON
 "$root/scripts/tidy.sh"
 
-"$root/scripts/fuzz.sh" --replay
+"$root/scripts/fuzz.sh" 20
 "$root/scripts/bench.sh" --quick
 say "all checks passed"

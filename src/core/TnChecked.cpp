@@ -31,8 +31,18 @@ Disguised Disguise(const ITnUnknown* p) {
     return ~reinterpret_cast<std::uintptr_t>(p);
 }
 
-// Tests count the allocations through the operators, and let them fail: those of the checks
-// themselves do not belong among them.
+// Tests count allocations and let them fail: those of the checks themselves do not belong among
+// them, and say so. Atomic, because compilers know that malloc itself does not read it.
+thread_local std::atomic<bool> t_bOwnAllocation{false};
+
+class OwnAllocation {
+public:
+    OwnAllocation() { t_bOwnAllocation = true; }
+    OwnAllocation(const OwnAllocation&) = delete;
+    OwnAllocation& operator=(const OwnAllocation&) = delete;
+    ~OwnAllocation() { t_bOwnAllocation = false; }
+};
+
 template <typename T>
 struct MallocAllocator {
     using value_type = T;
@@ -40,13 +50,17 @@ struct MallocAllocator {
     template <typename U>
     MallocAllocator(const MallocAllocator<U>& /*other*/) {}
     T* allocate(std::size_t nCount) {
+        const OwnAllocation own;
         void* const p = std::malloc(nCount * sizeof(T));
         if (p == nullptr) {
             std::abort();
         }
         return static_cast<T*>(p);
     }
-    void deallocate(T* p, std::size_t /*nCount*/) { std::free(p); }
+    void deallocate(T* p, std::size_t /*nCount*/) {
+        const OwnAllocation own;
+        std::free(p);
+    }
     friend bool operator==(const MallocAllocator& /*a*/, const MallocAllocator& /*b*/) { return true; }
     friend bool operator!=(const MallocAllocator& /*a*/, const MallocAllocator& /*b*/) { return false; }
 };
@@ -278,6 +292,10 @@ void ReportLiveObjects() {
                   strName + " still alive\n");
         }
     }
+}
+
+bool IsOwnAllocation() {
+    return t_bOwnAllocation;
 }
 
 void EmptyQuarantine() {

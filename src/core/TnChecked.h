@@ -85,6 +85,10 @@ void ShowMemory(const unsigned char* pMemory, std::size_t nSize, const std::type
 /// objects that lie free in a pool are the pool's and do not count.
 void ReportLiveObjects();
 
+/// @return whether the calling thread is allocating or freeing memory of the checks themselves, for
+///         tests that count allocations or let them fail.
+bool IsOwnAllocation();
+
 /// Frees the memory of the destroyed objects that is still kept.
 void EmptyQuarantine();
 

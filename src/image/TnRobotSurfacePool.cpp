@@ -48,8 +48,6 @@ bool CTnRobotSurfaceEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppElem
 // There is no way to report a failure here: the surface is handed out without pixels then, and
 // callers rely on getting it.
 void CTnRobotSurfaceEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pParam) {
-    const auto* pDesc = static_cast<const ITnRobotSurface::STnSurfaceDesc*>(pParam);
-    const Ref<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
     auto* pSurface = dynamic_cast<CTnRobotSurface*>(pElement);
     if constexpr (tnrobot::kChecked) {
         if (pSurface != nullptr && tnrobot::checked::IsFree(pSurface)) {
@@ -57,6 +55,8 @@ void CTnRobotSurfaceEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pP
             pSurface->CheckIdleInvariants();
         }
     }
+    const auto* pDesc = static_cast<const ITnRobotSurface::STnSurfaceDesc*>(pParam);
+    const Ref<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
     if (block && pSurface != nullptr) {
         pSurface->ResetData(*pDesc, block.Get());
     }

@@ -36,7 +36,19 @@ std::atomic<long> g_nAsked{0};
 std::atomic<long> g_nRefused{0};
 std::atomic<long> g_nRefusedThreads{0};
 
+// Memory of a checked build's own is neither refused nor counted.
+bool IsOfTheChecks() noexcept {
+    if constexpr (tnrobot::kChecked) {
+        return tnrobot::checked::IsOwnAllocation();
+    } else {
+        return false;
+    }
+}
+
 bool IsRefused() noexcept {
+    if (IsOfTheChecks()) {
+        return false;
+    }
     if (!t_bThisThread && !g_bAllThreads) {
         return false;
     }
@@ -49,7 +61,7 @@ bool IsRefused() noexcept {
 }
 
 void* Counted(void* p) noexcept {
-    if (p != nullptr) {
+    if (p != nullptr && !IsOfTheChecks()) {
         ++g_nLive;
     }
     return p;
@@ -69,7 +81,7 @@ void* AllocateOrThrow(std::size_t nSize) {
 
 void Free(void* p) noexcept {
     if (p != nullptr) {
-        --g_nLive;
+        g_nLive -= IsOfTheChecks() ? 0 : 1;
         __real_free(p);
     }
 }
