@@ -363,7 +363,7 @@ TEST_F(HostileImages, AHugeProgressiveJpegIsRefusedAtOnce) {
     ASSERT_GT(jpeg.size(), 30000u);
     ASSERT_LT(jpeg.size(), 50000u);
     const long long nGrowth =
-        PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), -2); }), 1.0); });
+        PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), -2); }), 5.0); });
     EXPECT_GE(nGrowth, 0);
     EXPECT_LE(nGrowth, kSurface + 64 * kMiB);
 }
@@ -378,7 +378,7 @@ TEST_F(HostileImages, EmptyProgressiveJpegsStayInProportion) {
     for (const auto& row : rows) {
         const Bytes jpeg = EmptyProgressiveJpeg(row.nSize, row.nSize, row.nScans);
         const long long nGrowth =
-            PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { LoadAsApplicationsDo(jpeg); }), 1.0) << row.nScans; });
+            PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { LoadAsApplicationsDo(jpeg); }), 5.0) << row.nScans; });
         EXPECT_GE(nGrowth, 0) << row.nScans;
         EXPECT_LE(nGrowth, 3LL * row.nSize * row.nSize + 64 * kMiB) << row.nScans;
     }
@@ -398,7 +398,7 @@ TEST_F(HostileImages, AHugeSizeInASmallBaselineJpeg) {
         Bytes jpeg = good.jpeg;
         PatchSize(jpeg, 65500, 65500);
         const long long nGrowth = PeakGrowth(
-            [&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadMemory(jpeg).nResult, -1) << "no surface"; }), 1.0); });
+            [&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadMemory(jpeg).nResult, -1) << "no surface"; }), 5.0); });
         EXPECT_GE(nGrowth, 0) << good.name;
         EXPECT_LE(nGrowth, 64 * kMiB) << good.name;
     }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace tntest {
 
@@ -66,10 +67,20 @@ long long PeakGrowth(const std::function<void()>& work) {
     return nGrowth;
 }
 
+namespace {
+
+double ThreadSeconds() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+}  // namespace
+
 double SecondsFor(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
+    const double dStart = ThreadSeconds();
     work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return ThreadSeconds() - dStart;
 }
 
 }  // namespace tntest

@@ -28,7 +28,8 @@ constexpr long long kMiB = 1024 * 1024;
 ///         drown the answer.
 long long PeakGrowth(const std::function<void()>& work);
 
-/// @return wall-clock seconds that the work took.
+/// @return seconds of processor time that the work took in this thread: other work on the machine
+///         does not count.
 double SecondsFor(const std::function<void()>& work);
 
 }  // namespace tntest
