@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
-#include "values/MixedGroup.h"
+#include "groups/MixedGroup.h"
 
 namespace {
 
@@ -157,6 +157,7 @@ void RegisterAll() {
 }  // namespace
 
 int main(int nArguments, char** ppszArguments) {
+    bench::Program program(nArguments, ppszArguments, "values", "Heap use of values");
     RegisterAll();
-    return bench::Run(nArguments, ppszArguments, "Heap use of values");
+    return program.Run();
 }

@@ -1,0 +1,80 @@
+#include "groups/Samples.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace bench {
+
+namespace {
+
+Variant ToVariant(ITnRobotDataValue& value) {
+    int nError = 0;
+    int nLength = 0;
+    unsigned int nBytes = 0;
+    switch (value.GetDataValueType()) {
+        case DATA_TYPE_BOOL:
+            return value.BoolData(&nError);
+        case DATA_TYPE_CHAR:
+            return value.CharData(&nError);
+        case DATA_TYPE_BYTE:
+            return value.ByteData(&nError);
+        case DATA_TYPE_SHORT:
+            return value.ShortData(&nError);
+        case DATA_TYPE_USHORT:
+            return value.UShortData(&nError);
+        case DATA_TYPE_INT:
+            return value.IntData(&nError);
+        case DATA_TYPE_UINT:
+            return value.UintData(&nError);
+        case DATA_TYPE_FLOAT:
+            return value.FloatData(&nError);
+        case DATA_TYPE_DOUBLE:
+            return value.DoubleData(&nError);
+        case DATA_TYPE_LONGLONG:
+            return value.LonglongData(&nError);
+        case DATA_TYPE_ULONGLONG:
+            return value.ULonglongData(&nError);
+        case DATA_TYPE_STRING:
+            return std::string(value.StringData(nLength, &nError));
+        default:
+            break;
+    }
+    const auto* pBytes = static_cast<const unsigned char*>(value.BlockData(nBytes, &nError));
+    return std::vector<unsigned char>(pBytes, pBytes + nBytes);
+}
+
+}  // namespace
+
+VariantMap ToMap(ITnRobotDataValueGroup& group) {
+    std::vector<std::pair<std::string, ETnRobotDataValueType>> names;
+    group.GetAllDataName(names);
+    VariantMap map;
+    for (const auto& [strName, eType] : names) {
+        ITnRobotDataValue* pValue = nullptr;
+        Require(group.GetValue(strName.c_str(), &pValue) == 0, "a value is missing");
+        const Counted<ITnRobotDataValue> value(pValue);
+        map.emplace(strName, ToVariant(*value));
+    }
+    return map;
+}
+
+void AddBlock(ITnRobotDataValueGroup& group, std::size_t nBytes) {
+    std::vector<unsigned char> block(nBytes);
+    for (std::size_t i = 0; i < nBytes; ++i) {
+        block[i] = static_cast<unsigned char>(i * 31 + i / 256);
+    }
+    group.SetValue("block", block.data(), static_cast<unsigned int>(nBytes));
+}
+
+Counted<ITnRobotDataValueGroup> GroupOfBlocks(std::size_t nBytes) {
+    constexpr std::size_t kBlock = std::size_t{64} << 10;
+    auto group = Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
+    const std::vector<unsigned char> block(std::min(nBytes, kBlock), 7);
+    const auto names = Names(static_cast<int>(nBytes / block.size()));
+    for (const std::string& strName : names) {
+        group->SetValue(strName.c_str(), block.data(), static_cast<unsigned int>(block.size()));
+    }
+    return group;
+}
+
+}  // namespace bench
