@@ -96,13 +96,18 @@ private:
     std::thread m_thread{[this] { Wait(); }};
 };
 
-/// Peak of resident memory since its creation, beyond what was there then.
+/// Peak of resident memory since its creation, beyond what was there before the case began.
 class PeakMemory {
 public:
-    PeakMemory() {
+    /// @param[in,out] nBefore  the case's own; negative when it runs for the first time. The framework
+    ///                         runs a case several times, and pools keep what the first one took.
+    explicit PeakMemory(long& nBefore) {
         malloc_trim(0);
         std::ofstream("/proc/self/clear_refs") << "5";  // the peak counts from here
-        m_nBefore = StatusKiB("VmRSS:");
+        if (nBefore < 0) {
+            nBefore = StatusKiB("VmRSS:");
+        }
+        m_nBefore = nBefore;
     }
 
     double MiB() const { return static_cast<double>(std::max(0L, StatusKiB("VmHWM:") - m_nBefore)) / 1024.0; }
@@ -124,10 +129,19 @@ private:
     long m_nBefore = 0;
 };
 
-/// For a case that begins with "Scaling": what one iteration works on, and the memory it took.
-inline void TellScaling(benchmark::State& state, double dElements, const PeakMemory& memory) {
-    state.counters["elements"] = dElements;
-    state.counters["peak_MiB"] = memory.MiB();
+/// Registers a function as a scaling case: Scaling<case>/party/size.
+/// @param[in] nElements  what one iteration works on.
+template <typename Function>
+void RegisterScaling(const std::string& strCase, const std::string& strParty, long long nSize, long long nElements,
+                     Function function) {
+    const auto pBefore = std::make_shared<long>(-1);
+    Register("Scaling" + strCase + "/" + strParty + "/" + std::to_string(nSize), 1,
+             [nElements, function, pBefore](benchmark::State& state) {
+                 const PeakMemory memory(*pBefore);
+                 function(state);
+                 state.counters["elements"] = static_cast<double>(nElements);
+                 state.counters["peak_MiB"] = memory.MiB();
+             });
 }
 
 /// A benchmark program from its arguments to its results.

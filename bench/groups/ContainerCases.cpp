@@ -140,17 +140,12 @@ void Copy(benchmark::State& state, const Names& names) {
 using Case = void (*)(benchmark::State&, const Names&);
 
 void RegisterCase(const bench::Program& program, const std::string& strCase, const std::string& strParty, Case run) {
-    bench::Register(strCase + std::to_string(kNames) + "/" + strParty, 1, [run](benchmark::State& state) {
-        run(state, bench::Names(kNames));
-    });
+    bench::Register(strCase + std::to_string(kNames) + "/" + strParty, 1,
+                    [run](benchmark::State& state) { run(state, bench::Names(kNames)); });
     for (const long long nNames : bench::Sizes(program, 10, 100000, 10)) {
-        bench::Register("Scaling" + strCase + "/" + strParty + "/" + std::to_string(nNames), 1,
-                        [run, nNames](benchmark::State& state) {
-                            const auto names = bench::Names(static_cast<int>(nNames));
-                            const bench::PeakMemory memory;
-                            run(state, names);
-                            bench::TellScaling(state, static_cast<double>(nNames), memory);
-                        });
+        bench::RegisterScaling(strCase, strParty, nNames, nNames, [run, nNames](benchmark::State& state) {
+            run(state, bench::Names(static_cast<int>(nNames)));
+        });
     }
 }
 

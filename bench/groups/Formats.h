@@ -55,7 +55,7 @@ public:
         m_loaded = Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
         return m_archive.Load(*m_loaded, static_cast<long long>(nLength)) == 1;
     }
-    bool LoadedEquals(const VariantMap& map) { return ToMap(*m_loaded) == map; }
+    bool LoadedEquals(const VariantMap&) { return SavedAlike(*m_loaded, m_group); }
 
 private:
     ITnRobotDataValueGroup& m_group;

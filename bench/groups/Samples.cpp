@@ -43,7 +43,34 @@ Variant ToVariant(ITnRobotDataValue& value) {
     return std::vector<unsigned char>(pBytes, pBytes + nBytes);
 }
 
+std::vector<unsigned char> SavedBytes(ITnRobotDataValueGroup& group, const char* lpszName) {
+    ITnRobotDataValue* pValue = nullptr;
+    if (group.GetValue(lpszName, &pValue) != 0) {
+        return {};
+    }
+    const Counted<ITnRobotDataValue> value(pValue);
+    std::vector<unsigned char> bytes(std::size_t{128} << 10);
+    const auto file = Make<ITnRobotMemFile>(TnCreateRobotMemFile);
+    const auto archive = Make<ITnRobotArchive>(TnCreateRobotArchive);
+    file->OpenMemFile(bytes.data(), static_cast<long long>(bytes.size()), true);
+    archive->Attach(file.get(), true);
+    value->Serialize(archive.get());
+    archive->Detach();
+    bytes.resize(static_cast<std::size_t>(file->GetTotleLen()));
+    return bytes;
+}
+
 }  // namespace
+
+bool SavedAlike(ITnRobotDataValueGroup& first, ITnRobotDataValueGroup& second) {
+    std::vector<std::pair<std::string, ETnRobotDataValueType>> names;
+    std::vector<std::pair<std::string, ETnRobotDataValueType>> others;
+    first.GetAllDataName(names);
+    second.GetAllDataName(others);
+    return names.size() == others.size() && std::all_of(names.begin(), names.end(), [&](const auto& name) {
+               return SavedBytes(first, name.first.c_str()) == SavedBytes(second, name.first.c_str());
+           });
+}
 
 VariantMap ToMap(ITnRobotDataValueGroup& group) {
     std::vector<std::pair<std::string, ETnRobotDataValueType>> names;

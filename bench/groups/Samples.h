@@ -18,6 +18,10 @@ using VariantMap = std::unordered_map<std::string, Variant>;
 /// @return what the group holds.
 VariantMap ToMap(ITnRobotDataValueGroup& group);
 
+/// @return whether both hold the same names and, saved, the same bytes. A loaded block answers with
+///         the length that it had before it was loaded, so the bytes themselves say what arrived.
+bool SavedAlike(ITnRobotDataValueGroup& first, ITnRobotDataValueGroup& second);
+
 /// Adds one block of that many bytes under the name "block".
 void AddBlock(ITnRobotDataValueGroup& group, std::size_t nBytes);
 

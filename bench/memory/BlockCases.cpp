@@ -226,7 +226,6 @@ void RegisterFirstUse() {
 // All taken, then all given back; one element is one block.
 template <typename Party>
 void LiveBlocks(benchmark::State& state, std::size_t nBlocks) {
-    const bench::PeakMemory memory;
     std::vector<typename Party::Handle> alive(nBlocks);
     const auto once = [&alive] {
         for (auto& handle : alive) {
@@ -241,7 +240,6 @@ void LiveBlocks(benchmark::State& state, std::size_t nBlocks) {
     for (auto _ : state) {
         once();
     }
-    bench::TellScaling(state, static_cast<double>(nBlocks), memory);
 }
 
 template <typename Party>
@@ -261,10 +259,9 @@ void RegisterParty(const bench::Program& program) {
     bench::Register("BlockMixed" + strParty, 1, ReplaceMixed<Party>);
     bench::Register("BlockNeighbours" + strParty, 2, TakeFromNeighbours<Party>);
     for (const long long nBlocks : bench::Sizes(program, 1, 10000, 10)) {
-        bench::Register("ScalingLiveBlocks" + strParty + "/" + std::to_string(nBlocks), 1,
-                        [nBlocks](benchmark::State& state) {
-                            LiveBlocks<Party>(state, static_cast<std::size_t>(nBlocks));
-                        });
+        bench::RegisterScaling("LiveBlocks", Party::kParty, nBlocks, nBlocks, [nBlocks](benchmark::State& state) {
+            LiveBlocks<Party>(state, static_cast<std::size_t>(nBlocks));
+        });
     }
 }
 

@@ -43,9 +43,8 @@ template <typename Party>
 void RegisterParty(const char* lpszParty) {
     for (const int nThreads : {1, 2}) {
         for (const NamedSize& size : kSizes) {
-            bench::Register(
-                std::string("CircleBlock/") + lpszParty + "/" + size.m_lpszName, nThreads,
-                [nSize = size.m_nBytes](benchmark::State& state) { TakeAndGiveBack<Party>(state, nSize); });
+            bench::Register(std::string("CircleBlock/") + lpszParty + "/" + size.m_lpszName, nThreads,
+                            [nSize = size.m_nBytes](benchmark::State& state) { TakeAndGiveBack<Party>(state, nSize); });
         }
     }
 }

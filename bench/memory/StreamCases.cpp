@@ -127,8 +127,7 @@ void RegisterPieces(const std::string& strCase) {
     bench::Register(strCase + "/ours", 1, AppendToStream<kPiece>);
     bench::Register(strCase + "/limit_memcpy", 1, CopyToFlatMemory<kPiece>);
     bench::Register(strCase + "/limit_memcpy_recycled", 1, CopyToRecycledBlocks<kPiece>);
-    bench::Register(strCase + "/vector_warm", 1,
-                    [](benchmark::State& state) { AppendToVector<kPiece>(state, true); });
+    bench::Register(strCase + "/vector_warm", 1, [](benchmark::State& state) { AppendToVector<kPiece>(state, true); });
     bench::Register(strCase + "/vector_fresh", 1,
                     [](benchmark::State& state) { AppendToVector<kPiece>(state, false); });
 }

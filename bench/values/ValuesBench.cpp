@@ -136,7 +136,6 @@ void CreateAndRelease(benchmark::State& state, Input input) {
 // has been free longest.
 template <typename Party>
 void LiveValues(benchmark::State& state, std::size_t nValues) {
-    const bench::PeakMemory memory;
     std::vector<typename Party::Handle> alive(nValues);
     const auto once = [&alive] {
         int nValue = 0;
@@ -152,7 +151,6 @@ void LiveValues(benchmark::State& state, std::size_t nValues) {
     for (auto _ : state) {
         once();
     }
-    bench::TellScaling(state, static_cast<double>(nValues), memory);
 }
 
 template <typename Party>
@@ -164,9 +162,9 @@ void RegisterParty(const bench::Program& program, const std::string& strParty) {
                         [](benchmark::State& state) { CreateAndRelease<Party>(state, kText); });
     }
     for (const long long nValues : bench::Sizes(program, 1, 100000, 10)) {
-        bench::Register(
-            "ScalingLiveValues/" + strParty + "/" + std::to_string(nValues), 1,
-            [nValues](benchmark::State& state) { LiveValues<Party>(state, static_cast<std::size_t>(nValues)); });
+        bench::RegisterScaling("LiveValues", strParty, nValues, nValues, [nValues](benchmark::State& state) {
+            LiveValues<Party>(state, static_cast<std::size_t>(nValues));
+        });
     }
 }
 

@@ -10,9 +10,8 @@
 namespace bench {
 
 /// The thirteen types of a data value.
-using Variant =
-    std::variant<bool, char, unsigned char, short, unsigned short, int, unsigned int, float, double, long long,
-                 unsigned long long, std::string, std::vector<unsigned char>>;
+using Variant = std::variant<bool, char, unsigned char, short, unsigned short, int, unsigned int, float, double,
+                             long long, unsigned long long, std::string, std::vector<unsigned char>>;
 
 }  // namespace bench
 
