@@ -51,7 +51,7 @@ measure() {
     fi
 }
 
-for program in "$root"/build/bench/bench/tnrobot_"${area:-*}"*_bench; do
+for program in "$root"/build/bench/bench/"tnrobot_$area"*_bench; do
     name="$(basename "$program" _bench)"
     result="$results/${name#tnrobot_}"
     if $quick; then
