@@ -318,13 +318,13 @@ void ClipOurs(benchmark::State& state) {
 }
 
 void CopyClip() {
-    constexpr std::size_t kClipRow = 3 * kClip;
+    const std::size_t nClipRow = bench::Unknown(3 * kClip);
     const unsigned char* pFrom = Pixels().data() + kRow * kRegion.top + 3 * kRegion.left;
     unsigned char* pTo = PeerMemory();
     for (int y = 0; y < kClip; ++y) {
-        std::memcpy(pTo, pFrom, kClipRow);
+        std::memcpy(pTo, pFrom, nClipRow);
         pFrom += kRow;
-        pTo += kClipRow;
+        pTo += nClipRow;
     }
     benchmark::ClobberMemory();
 }
@@ -347,13 +347,14 @@ void JoinOurs(benchmark::State& state) {
 }
 
 void CopyJoined() {
+    const std::size_t nRow = bench::Unknown(kRow);
     const unsigned char* pFrom = Pixels().data();
     unsigned char* pTo = PeerMemory();
     for (int y = 0; y < kHeight; ++y) {
-        std::memcpy(pTo, pFrom, kRow);
-        std::memcpy(pTo + kRow, pFrom, kRow);
-        pFrom += kRow;
-        pTo += 2 * kRow;
+        std::memcpy(pTo, pFrom, nRow);
+        std::memcpy(pTo + nRow, pFrom, nRow);
+        pFrom += nRow;
+        pTo += 2 * nRow;
     }
     benchmark::ClobberMemory();
 }

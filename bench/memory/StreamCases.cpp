@@ -88,8 +88,11 @@ void AppendToVector(benchmark::State& state, bool bWarm) {
 
 template <unsigned int kPiece>
 void CopyPieces(unsigned char* pTarget, unsigned int nBytes) {
-    AppendPieces<kPiece>(nBytes, [pTarget](const unsigned char* pPiece, unsigned int nDone) {
-        std::memcpy(pTarget + nDone, pPiece, kPiece);
+    // A few bytes are copied best without a call.
+    constexpr bool kFew = kPiece <= 64;
+    const std::size_t nPiece = bench::Unknown(kPiece);
+    AppendPieces<kPiece>(nBytes, [=](const unsigned char* pPiece, unsigned int nDone) {
+        std::memcpy(pTarget + nDone, pPiece, kFew ? kPiece : nPiece);
     });
 }
 
