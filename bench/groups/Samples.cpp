@@ -49,15 +49,14 @@ std::vector<unsigned char> SavedBytes(ITnRobotDataValueGroup& group, const char*
         return {};
     }
     const Counted<ITnRobotDataValue> value(pValue);
-    std::vector<unsigned char> bytes(std::size_t{128} << 10);
+    static std::vector<unsigned char> s_room(std::size_t{128} << 10);
     const auto file = Make<ITnRobotMemFile>(TnCreateRobotMemFile);
     const auto archive = Make<ITnRobotArchive>(TnCreateRobotArchive);
-    file->OpenMemFile(bytes.data(), static_cast<long long>(bytes.size()), true);
+    file->OpenMemFile(s_room.data(), static_cast<long long>(s_room.size()), true);
     archive->Attach(file.get(), true);
     value->Serialize(archive.get());
     archive->Detach();
-    bytes.resize(static_cast<std::size_t>(file->GetTotleLen()));
-    return bytes;
+    return std::vector<unsigned char>(s_room.begin(), s_room.begin() + file->GetTotleLen());
 }
 
 }  // namespace
