@@ -1,47 +1,94 @@
 #!/usr/bin/env bash
-# Measures the library beside its peers and writes docs/performance.md: scripts/bench.sh [--quick].
-# --quick only shows that every benchmark runs: short, printed, nothing overwritten. Missed targets
-# are reported, never an error: timings depend on the machine.
+# Measures the library beside its peers: scripts/bench.sh [AREA] [--quick], where an area is memory,
+# values, groups, image, concurrency or utils, and all of them without one.
+#
+# Results are kept in build/bench/results. As soon as every area has some, docs/performance.md and the
+# plots in docs/plots are written from them; an area measured alone replaces its own part.
+# --quick only shows that every case runs: short, printed, nothing kept. Missed targets are reported,
+# never an error: timings depend on the machine.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
+areas=(memory values groups image concurrency utils)
+area=""
 quick=false
-case "${1:-}" in
-    "") ;;
-    --quick) quick=true ;;
-    *) echo "usage: $0 [--quick]" >&2; exit 2 ;;
-esac
+for argument in "$@"; do
+    if [ "$argument" = --quick ]; then
+        quick=true
+    elif [[ -z "$area" && " ${areas[*]} " == *" $argument "* ]]; then
+        area="$argument"
+    else
+        echo "usage: $0 [${areas[*]}] [--quick]" >&2
+        exit 2
+    fi
+done
 "$root/scripts/setup.sh" bench
 
 build bench ${TNROBOT_CMAKE_ARGUMENTS:-}
 
-if $quick; then
-    rounds=1
-    settings=(--benchmark_min_time=0.01 --benchmark_repetitions=1)
-else
-    # Rounds in fresh processes, so that neither a busy moment of the machine nor the place where one
-    # process happens to have its memory decides a ratio.
-    rounds="${TNROBOT_BENCH_ROUNDS:-5}"
-    settings=(--benchmark_min_time=0.05 --benchmark_repetitions=3)
+# A library that is loaded late finds room for its thread-local data only if the loader keeps some.
+export GLIBC_TUNABLES="glibc.rtld.optional_static_tls=65536"
+
+# Files lie in memory where there is room, so that the programs are compared and not the disk.
+if [ -d /dev/shm ] && [ "$(df --output=avail -k /dev/shm | tail -n 1)" -gt $((4 << 20)) ]; then
+    export TMPDIR=/dev/shm
 fi
 
-directory="$(mktemp -d)"
-trap 'rm -rf "$directory"' EXIT
-results=()
-for program in "$root"/build/bench/bench/*_bench; do
-    for round in $(seq "$rounds"); do
-        say "measuring: $(basename "$program"), round $round of $rounds"
-        result="$directory/$(basename "$program").$round.json"
-        # The framework's notes about the machine go to a file, shown only when it fails.
-        "$program" --benchmark_format=json "${settings[@]}" >"$result" 2>"$directory/notes" ||
-            { cat "$directory/notes" >&2; exit 1; }
-        results+=("$result")
-    done
+results="$root/build/bench/results"
+if $quick; then
+    results="$(mktemp -d)"
+    trap 'rm -rf "$results"' EXIT
+fi
+mkdir -p "$results"
+
+# measure PROGRAM RESULT ARGUMENT...: the framework's notes about the machine are shown only on failure.
+measure() {
+    local program="$1" result="$2" notes
+    shift 2
+    notes="$(mktemp)"
+    say "measuring: $(basename "$result" .json)"
+    if "$program" --benchmark_format=json "$@" >"$result.part" 2>"$notes"; then
+        mv "$result.part" "$result"
+        rm -f "$notes"
+    else
+        cat "$notes" >&2
+        rm -f "$notes" "$result.part"
+        return 1
+    fi
+}
+
+for program in "$root"/build/bench/bench/"tnrobot_$area"*_bench; do
+    name="$(basename "$program" _bench)"
+    result="$results/${name#tnrobot_}"
+    if $quick; then
+        measure "$program" "$result.json" --quick --benchmark_min_time=0.001
+    else
+        # The parties of a case take turns, so that a busy moment of the machine meets all of them.
+        measure "$program" "$result.json" --benchmark_filter=-Scaling --benchmark_min_time=0.1 \
+            --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
+        # Growing sizes go one after the other, in a process of their own: what a large case leaves in
+        # the pools would slow the small ones down.
+        if "$program" --benchmark_list_tests | grep -q '^Scaling'; then
+            measure "$program" "$result.scaling.json" --benchmark_filter=^Scaling --benchmark_min_time=0.05 \
+                --benchmark_repetitions=3
+        fi
+    fi
 done
 
 report=(python3 "$root/scripts/bench_report.py" --targets "$root/bench/targets.json")
 if $quick; then
-    "${report[@]}" "${results[@]}"
-else
-    "${report[@]}" --output "$root/docs/performance.md" "${results[@]}"
-    cat "$root/docs/performance.md"
+    "${report[@]}" --partial "$results"/*.json
+    say "every case runs; the times of a quick run mean nothing"
+    exit
 fi
+
+for each in "${areas[@]}"; do
+    if [ ! -f "$results/$each.json" ]; then
+        say "not written: $each has not been measured yet, so docs/performance.md stays as it is"
+        "${report[@]}" --partial "$results"/*.json
+        exit
+    fi
+done
+"${report[@]}" --output "$root/docs/performance.md" "$results"/*.json
+# Debian's own interpreter is the one that has Debian's matplotlib.
+/usr/bin/python3 "$root/scripts/bench_plots.py" "$root/docs/plots" "$results"/*.scaling.json
+cat "$root/docs/performance.md"

@@ -1,18 +1,19 @@
 #!/usr/bin/env python3
 """Turns benchmark results into the tables of docs/performance.md.
 
-    bench_report.py --targets bench/targets.json [--output FILE] RESULT.json...
+    bench_report.py --targets bench/targets.json [--partial] [--output FILE] RESULT.json...
 
-Each RESULT is what one program printed with --benchmark_format=json; several files of one program
-are rounds of the same measurement. Names follow Case/party[/parameter...]: the party "ours" is
-compared with every other party of the same case and parameters. A row's times are medians of all
-repetitions of all rounds, its ratio is the median of the rounds' ratios, with their range beside it.
+Each RESULT is what one program printed with --benchmark_format=json; several files with one title
+are parts of one section. Names follow Case/party[/parameter...]: the party "ours" is compared with
+every other party of the same case and parameters. Times are medians of all repetitions, and a ratio
+is that of two medians. Cases whose names begin with "Scaling" end in a size; they are told by the
+time of one element.
 
-The output file is written as a whole; without one the report goes to standard output.
+The output file is written as a whole; without one the report goes to standard output. A target whose
+case does not appear is an error, unless the results are said to be partial or its peer is missing.
 """
 
 import argparse
-import datetime
 import json
 import os
 import platform
@@ -21,6 +22,7 @@ import statistics
 import sys
 
 OURS = "ours"
+SCALING = "Scaling"
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 # Parts of a name that say how a case is run, not what it is.
 RUN_SETTINGS = re.compile(r"^(real_time|process_time|manual_time|(repeats|iterations|min_time):.*)$")
@@ -29,6 +31,8 @@ FRAMEWORK_FIELDS = {
     "family_index", "per_family_instance_index", "repetitions", "repetition_index", "threads",
     "iterations", "real_time", "cpu_time", "bytes_per_second", "items_per_second",
 }
+# Counters of scaling cases, which have columns of their own.
+SCALING_FIELDS = {"elements", "peak_MiB"}
 
 
 class ReportError(Exception):
@@ -36,39 +40,92 @@ class ReportError(Exception):
 
 
 class Program:
-    """All rounds of one benchmark program."""
+    """What one section of the report tells."""
 
-    def __init__(self, title):
+    def __init__(self, title, area):
         self.title = title
+        self.area = area
+        self.date = ""
+        self.peers_present = ""
         self.absent_peers = []
-        self.order = []  # cases as they first appeared
-        self.times = {}  # (case, party) -> {round: [nanoseconds]}
+        self.order = {}  # (case, party) -> position in the program, which may have run them in any order
+        self.times = {}  # (case, party) -> {repetition: nanoseconds}
+        self.cpu_times = {}  # the same, for those that the clock on the wall measured in one thread
         self.counters = {}  # (case, party) -> {counter: [values]}
 
-    def add_run(self, round_index, run):
+    def add_context(self, context):
+        self.date = max(self.date, context["date"])
+        self.peers_present = context.get("peers", "")
+        self.absent_peers = [peer.strip() for peer in context.get("absent_peers", "").split(";") if peer.strip()]
+
+    def add_run(self, run):
         if run.get("error_occurred"):
             raise ReportError(f"{run['name']}: {run.get('error_message', 'failed')}")
         if run.get("run_type", "iteration") != "iteration":
             return  # the framework's own mean, median and deviation
         case, party = split_name(run.get("run_name", run["name"]))
-        if case not in self.order:
-            self.order.append(case)
+        self.order[case, party] = run.get("family_index", 0)
         nanoseconds = run["real_time"] * NANOSECONDS[run.get("time_unit", "ns")]
-        self.times.setdefault((case, party), {}).setdefault(round_index, []).append(nanoseconds)
+        repetition = run.get("repetition_index", 0)
+        self.times.setdefault((case, party), {})[repetition] = nanoseconds
+        if run.get("threads", 1) == 1 and "manual_time" not in run["name"]:
+            cpu = run["cpu_time"] * NANOSECONDS[run.get("time_unit", "ns")]
+            self.cpu_times.setdefault((case, party), {})[repetition] = cpu
         for field, value in run.items():
             if isinstance(value, (int, float)) and not isinstance(value, bool) and field not in FRAMEWORK_FIELDS:
                 self.counters.setdefault((case, party), {}).setdefault(field, []).append(value)
 
     def peers(self, case):
-        return [party for known, party in self.times if known == case and party != OURS]
+        return [party for party in self.parties(case) if party != OURS]
+
+    def parties(self, case):
+        return sorted((party for known, party in self.order if known == case),
+                      key=lambda party: self.order[case, party])
+
+    def cases(self):
+        first = {}
+        for (case, _), index in self.order.items():
+            first[case] = min(index, first.get(case, index))
+        return sorted(first, key=first.get)
 
     def median_time(self, case, party):
-        return statistics.median(t for times in self.times[case, party].values() for t in times)
+        return statistics.median(self.times[case, party].values())
+
+    def ratio(self, case, peer):
+        return self.median_time(case, OURS) / self.median_time(case, peer)
+
+    def cpu_ratio(self, case, peer):
+        """-> None where the threads' own times say nothing."""
+        times = [self.cpu_times.get((case, party)) for party in (OURS, peer)]
+        if None in times:
+            return None
+        ours, theirs = (statistics.median(each.values()) for each in times)
+        return ours / theirs if theirs > 0 else None
 
     def ratios(self, case, peer):
+        """Of each repetition's turn."""
         ours, theirs = self.times[case, OURS], self.times[case, peer]
-        common = sorted(set(ours) & set(theirs))
-        return [statistics.median(ours[i]) / statistics.median(theirs[i]) for i in common]
+        return [ours[i] / theirs[i] for i in sorted(set(ours) & set(theirs))]
+
+    def table_cases(self):
+        return [case for case in self.cases() if not case.startswith(SCALING)]
+
+    def scaling_cases(self):
+        """-> {case without its size: [cases in the order of their sizes]}"""
+        cases = {}
+        for case in self.cases():
+            if case.startswith(SCALING):
+                cases.setdefault(case.rpartition("/")[0], []).append(case)
+        for sizes in cases.values():
+            sizes.sort(key=lambda case: int(case.rpartition("/")[2]))
+        return cases
+
+    def per_element(self, case, party):
+        return self.median_time(case, party) / self.counters[case, party]["elements"][0]
+
+    def is_absent(self, peer):
+        """Whether a party may be missing because the machine does not have it."""
+        return bool(self.absent_peers) and not any(party == peer for _, party in self.times)
 
 
 def split_name(name):
@@ -84,9 +141,15 @@ class Targets:
 
     def __init__(self, path):
         with open(path, encoding="utf-8") as file:
-            table = json.load(file)
-        self.limits = {("ratio", t["case"], t["peer"]): t["at_most"] for t in table["ratios"]}
-        self.limits.update({("counter", t["case"], t["counter"]): t["at_most"] for t in table["counters"]})
+            areas = json.load(file)
+        self.limits = {}
+        self.areas = {}
+        for area, tables in areas.items():
+            for kind, field in (("ratios", "peer"), ("counters", "counter"), ("scaling", "peer")):
+                for target in tables[kind]:
+                    key = (kind, target["case"], target[field])
+                    self.limits[key] = target["at_most"]
+                    self.areas[key] = area
         self.unused = set(self.limits)
         self.missed = []
 
@@ -100,6 +163,13 @@ class Targets:
         if value > limit:
             self.missed.append(f"{case} ({name}): {number(value)}, at most {number(limit)}")
         return [f"≤ {number(limit)}", "yes" if value <= limit else "**no**"]
+
+    def without_result(self, programs):
+        """-> targets that nothing was compared with, though nothing excuses it."""
+        absent = {(kind, case, name) for kind, case, name in self.unused if kind != "counters"
+                  for program in programs
+                  if program.area == self.areas[kind, case, name] and program.is_absent(name)}
+        return sorted("/".join(key) for key in self.unused - absent)
 
 
 def number(value):
@@ -120,41 +190,77 @@ def table(heads, rows):
 
 def ratio_rows(program, targets):
     rows = []
-    for case in program.order:
+    for case in program.table_cases():
         for peer in program.peers(case) if (case, OURS) in program.times else []:
-            ratios = program.ratios(case, peer)
-            if not ratios:
-                raise ReportError(f"{case}: no round has both {OURS} and {peer}")
-            ratio = statistics.median(ratios)
+            ratio, ratios = program.ratio(case, peer), program.ratios(case, peer)
+            cpu = program.cpu_ratio(case, peer)
             rows.append([case, duration(program.median_time(case, OURS)), peer,
                          duration(program.median_time(case, peer)), number(ratio),
-                         f"{number(min(ratios))} to {number(max(ratios))}" if len(ratios) > 1 else ""]
-                        + targets.cells("ratio", case, peer, ratio))
+                         f"{number(min(ratios))} to {number(max(ratios))}" if len(ratios) > 1 else "",
+                         number(cpu) if cpu is not None else ""]
+                        + targets.cells("ratios", case, peer, ratio))
     return rows
 
 
 def counter_rows(program, targets):
     rows = []
-    for (case, party), counters in program.counters.items():
+    for (case, party), counters in sorted(program.counters.items(), key=lambda item: program.order[item[0]]):
         for name, values in counters.items():
-            # The worst of all runs: a counter has no noise to average away.
-            worst = max(values)
+            if case.startswith(SCALING) and name in SCALING_FIELDS:
+                continue
+            value = statistics.median(values)
             shown = case if party == OURS else f"{case} ({party})"
-            cells = targets.cells("counter", case, name, worst) if party == OURS else ["", ""]
-            rows.append([shown, name, number(worst)] + cells)
+            cells = targets.cells("counters", case, name, value) if party == OURS else ["", ""]
+            rows.append([shown, name, number(value)] + cells)
     return rows
 
 
+def growth(values):
+    """How much more one element costs at most than it did at some smaller size."""
+    return max(value / min(values[: i + 1]) for i, value in enumerate(values))
+
+
+def scaling_section(program, targets):
+    lines = []
+    growths = []
+    for case, sizes in program.scaling_cases().items():
+        parties = program.parties(sizes[0])
+        rows = []
+        for sized in sizes:
+            rows.append([sized.rpartition("/")[2]]
+                        + [duration(program.per_element(sized, party)) for party in parties]
+                        + [number(max(program.counters[sized, OURS]["peak_MiB"]))])
+        lines += [f"### {case}", ""]
+        lines += table(["Size"] + parties + ["Peak MiB (ours)"], rows)
+        own = growth([program.per_element(sized, OURS) for sized in sizes])
+        for peer in parties:
+            if peer != OURS:
+                value = growth([program.per_element(sized, OURS) / program.per_element(sized, peer)
+                                for sized in sizes])
+                growths.append([case, number(own), peer, number(value)] + targets.cells("scaling", case, peer, value))
+    if growths:
+        lines += ["### Growth", "",
+                  "How much more an element costs at most than at some smaller size: by itself, and as a ratio to",
+                  "the peer, which meets the same caches and the same system.", ""]
+        lines += table(["Case", "Ours", "Peer", "Ratio's", "Target", "Met"], growths)
+    return lines
+
+
 def program_section(program, targets):
-    lines = [f"## {program.title}", ""]
+    lines = [f"## {program.title}", "", f"Measured {program.date}."]
+    if program.peers_present:
+        lines += [f"Beside: {program.peers_present}."]
+    lines += [f"Left out, because it is not there: {peer}." for peer in program.absent_peers]
+    lines += [""]
     rows = ratio_rows(program, targets)
     if rows:
-        lines += table(["Case", "Ours", "Peer", "Peer's", "Ratio", "Rounds", "Target", "Met"], rows)
+        lines += table(["Case", "Ours", "Beside", "Its time", "Ratio", "Repetitions", "CPU", "Target", "Met"], rows)
     rows = counter_rows(program, targets)
     if rows:
         lines += table(["Case", "Counter", "Value", "Target", "Met"], rows)
-    for peer in program.absent_peers:
-        lines += [f"Left out, because it is not installed: {peer}.", ""]
+    scaling = scaling_section(program, targets)
+    if scaling:
+        lines += [f"Plots: [{case}](plots/{case}.svg)" for case in program.scaling_cases()] + [""] + scaling
     return lines
 
 
@@ -169,7 +275,6 @@ def cpu_model():
 def machine_section(compilers):
     libc = " ".join(platform.libc_ver())
     return ["| | |", "| --- | --- |",
-            f"| Date | {datetime.datetime.now(datetime.timezone.utc):%Y-%m-%d %H:%M} UTC |",
             f"| Processor | {cpu_model()}, {os.cpu_count()} cores |",
             f"| Kernel | {platform.system()} {platform.release()} |",
             f"| C library | {libc} |",
@@ -178,38 +283,37 @@ def machine_section(compilers):
 
 def load(paths):
     """-> ({title: Program} in the order of the files, names of compilers)."""
-    programs, compilers, rounds = {}, set(), {}
+    programs, compilers = {}, set()
     for path in paths:
         with open(path, encoding="utf-8") as file:
             result = json.load(file)
         context = result["context"]
-        title = context["title"]
-        program = programs.setdefault(title, Program(title))
-        rounds[title] = rounds.get(title, 0) + 1
+        program = programs.setdefault(context["title"], Program(context["title"], context["area"]))
+        program.add_context(context)
         compilers.add(context["compiler"])
-        absent = context.get("peers_not_installed", "")
-        program.absent_peers = [peer.strip() for peer in absent.split(",") if peer.strip()]
         if not result["benchmarks"]:
             raise ReportError(f"{path}: no results")
         for run in result["benchmarks"]:
-            program.add_run(rounds[title], run)
+            program.add_run(run)
     return programs, compilers
 
 
-def report(paths, targets):
+def report(paths, targets, partial):
     programs, compilers = load(paths)
     lines = ["# Performance", "",
-             "Written by `scripts/bench.sh`; do not edit. Times are medians of one operation; with two",
-             "threads, the wall time divided by the operations of both. A ratio is our time divided by the",
-             "peer's, so smaller is better; it is the median of several rounds, each in a fresh process with",
-             "both parties side by side, and \"Rounds\" is the range it had in them. Counters are the worst of",
-             "all rounds. Targets stand in `bench/targets.json`.", ""]
+             "Written by `scripts/bench.sh`; do not edit. Each program measures our times beside those of",
+             "peers in one process, all parties in turns, with a second thread alive; times are medians of one",
+             "operation, with two threads the wall time divided by the operations of both. A ratio is our time",
+             "divided by the other's, so smaller is better; \"Repetitions\" is the range it had in them, and \"CPU\"",
+             "the ratio of the threads' own times, which a busy machine disturbs less. Parties named \"floor\"",
+             "or \"limit\" are no products but what cannot be undercut: a hand-written program of the same locks,",
+             "counts and copies, or what the system itself needs. Targets stand in `bench/targets.json`.", ""]
     lines += machine_section(compilers)
     for program in programs.values():
         lines += program_section(program, targets)
-    if targets.unused:
-        unused = ", ".join(sorted("/".join(key) for key in targets.unused))
-        raise ReportError(f"targets without a result: {unused}")
+    unused = [] if partial else targets.without_result(programs.values())
+    if unused:
+        raise ReportError(f"targets without a result: {', '.join(unused)}")
     lines += ["## Targets", ""]
     lines += [f"- missed: {text}" for text in targets.missed] or ["All targets are met."]
     return "\n".join(lines) + "\n"
@@ -218,11 +322,12 @@ def report(paths, targets):
 def main():
     parser = argparse.ArgumentParser(description="Writes a report of benchmark results.")
     parser.add_argument("--targets", required=True, help="JSON table of ratios and counters to reach")
+    parser.add_argument("--partial", action="store_true", help="targets without a result are no error")
     parser.add_argument("--output", help="file to write; standard output without it")
     parser.add_argument("results", nargs="+", help="JSON results of the benchmark programs")
     arguments = parser.parse_args()
     try:
-        text = report(arguments.results, Targets(arguments.targets))
+        text = report(arguments.results, Targets(arguments.targets), arguments.partial)
     except (ReportError, KeyError, json.JSONDecodeError) as error:
         print(f"bench_report: {error!r}" if isinstance(error, KeyError) else f"bench_report: {error}",
               file=sys.stderr)

@@ -1,69 +1,54 @@
-// Pictures of 1920 x 1080 B,G,R pixels beside direct libjpeg calls, TurboJPEG, OpenCV, plain file
-// operations and plain copies.
+// Pictures of 1920 x 1080 B,G,R pixels, and of growing sizes, beside direct libjpeg calls, TurboJPEG,
+// OpenCV, plain file operations and plain copies.
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cmath>
-#include <csetjmp>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
 
-// libjpeg's header needs the standard ones above.
-#include <jpeglib.h>
-
 #include "BenchSupport.h"
+#include "TempFiles.h"
+#include "image/Pictures.h"
+#include "image/ScalingCases.h"
+#include "image/TnBmpDecoder.h"
 
 #ifdef TNROBOT_BENCH_TURBOJPEG
 #include <turbojpeg.h>
 #endif
 #ifdef TNROBOT_BENCH_OPENCV
 #include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
 #endif
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using bench::Blocks;
+using bench::Bytes;
+using bench::DecodeDirectly;
+using bench::EncodeDirectly;
+using bench::kBmpHeaders;
+using bench::kJpegQuality;
+using bench::Surfaces;
+using bench::WriteBmp;
 using Utils = TnRobotImageUtils;
 
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
 constexpr std::size_t kRow = 3 * kWidth;  // a multiple of 4: rows have no padding
 constexpr std::size_t kPixels = kRow * kHeight;
-constexpr int kQuality = 95;
 constexpr int kClip = 512;
-constexpr std::size_t kBmpHeaders = 54;
 constexpr std::size_t kBmpTable = std::size_t{64} << 20;
 
 // ---- what all cases work on
 
-// A scene with shading, edges and noise: neither a flat area nor pure noise is what cameras deliver.
-Bytes Scene() {
-    Bytes pixels(kPixels);
-    unsigned int nRandom = 12345;
-    for (int y = 0; y < kHeight; ++y) {
-        for (int x = 0; x < kWidth; ++x) {
-            const double dShade = 110 + 60 * std::sin(0.004 * x) + 40 * std::cos(0.006 * y);
-            const int nEdge = (x / 97 + y / 61) % 3 == 0 ? 40 : 0;
-            for (int c = 0; c < 3; ++c) {
-                nRandom = nRandom * 1664525U + 1013904223U;
-                const int nNoise = static_cast<int>(nRandom >> 29);
-                pixels[static_cast<std::size_t>(y) * kRow + static_cast<std::size_t>(3 * x + c)] =
-                    static_cast<unsigned char>(static_cast<int>(dShade) + nEdge + nNoise - 5 * c);
-            }
-        }
-    }
-    return pixels;
-}
-
 const Bytes& Pixels() {
-    static const Bytes s_pixels = Scene();
+    static const Bytes s_pixels = bench::Scene(kWidth, kHeight);
     return s_pixels;
 }
 
@@ -73,116 +58,24 @@ unsigned char* PeerMemory() {
     return s_memory.data();
 }
 
-ITnRobotMemoryBlockPool* Blocks() {
-    static const auto s_pool = bench::Make<ITnRobotMemoryBlockPool>(TnCreateRobotMemoryBlockPool);
-    return s_pool.get();
-}
-
-ITnRobotSurfacePool* Surfaces() {
-    static const auto s_pool = bench::Make<ITnRobotSurfacePool>(TnCreateRobotSurfacePool, Blocks());
-    return s_pool.get();
-}
-
-STnNLImageData Record() {
-    STnNLImageData image{};
-    image.pData = const_cast<unsigned char*>(Pixels().data());
-    image.nDataSize = kPixels;
-    image.nWidth = kWidth;
-    image.nHeight = kHeight;
-    image.eImageType = TN_IMAGE_BGR24;
-    image.nBitsPerChannel = 8;
-    image.nChannels = 3;
-    return image;
-}
-
 ITnRobotSurface* Picture() {
     static const auto s_surface = [] {
         ITnRobotSurface* pSurface = nullptr;
-        bench::Require(Utils::NlImage2Surface(Record(), Surfaces(), &pSurface) == 0, "no surface");
+        bench::Require(Utils::NlImage2Surface(bench::Record(Pixels(), kWidth, kHeight), Surfaces(), &pSurface) == 0,
+                       "no surface");
         return bench::Counted<ITnRobotSurface>(pSurface);
     }();
     return s_surface.get();
-}
-
-// Files live in a directory of the program's own until it ends.
-std::string FilePath(const char* lpszName) {
-    static const struct Directory {
-        Directory() {
-            path = (std::filesystem::temp_directory_path() / "tnrobotbenchXXXXXX").string();
-            bench::Require(mkdtemp(path.data()) != nullptr, "no temporary directory");
-        }
-        ~Directory() {
-            std::error_code ignored;
-            std::filesystem::remove_all(path, ignored);
-        }
-        std::string path;
-    } s_directory;
-    return s_directory.path + "/" + lpszName;
 }
 
 void Done(benchmark::State& state, std::size_t nBytes) {
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(nBytes));
 }
 
-// ---- direct libjpeg calls
-
-// Any error ends the program: the pictures are good.
-[[noreturn]] void Fail(j_common_ptr pCommon) {
-    pCommon->err->output_message(pCommon);
-    std::abort();
-}
-
-// @param[in] nSampling  of the first component: 1 keeps all colour, 2 halves it in both directions.
-std::size_t EncodeDirectly(const unsigned char* pPixels, int nSampling, unsigned char* pOut, std::size_t nRoom) {
-    jpeg_compress_struct info;
-    jpeg_error_mgr errors;
-    info.err = jpeg_std_error(&errors);
-    errors.error_exit = Fail;
-    jpeg_create_compress(&info);
-    unsigned char* pBuffer = pOut;
-    unsigned long nSize = static_cast<unsigned long>(nRoom);
-    jpeg_mem_dest(&info, &pBuffer, &nSize);
-    info.image_width = kWidth;
-    info.image_height = kHeight;
-    info.input_components = 3;
-    info.in_color_space = JCS_EXT_BGR;
-    jpeg_set_defaults(&info);
-    jpeg_set_quality(&info, kQuality, TRUE);
-    info.comp_info[0].h_samp_factor = nSampling;
-    info.comp_info[0].v_samp_factor = nSampling;
-    jpeg_start_compress(&info, TRUE);
-    for (int y = 0; y < kHeight; ++y) {
-        JSAMPROW pRow = const_cast<JSAMPROW>(pPixels + static_cast<std::size_t>(y) * kRow);
-        jpeg_write_scanlines(&info, &pRow, 1);
-    }
-    jpeg_finish_compress(&info);
-    jpeg_destroy_compress(&info);
-    bench::Require(pBuffer == pOut, "the buffer is too small");
-    return nSize;
-}
-
-void DecodeDirectly(const Bytes& jpeg, unsigned char* pOut) {
-    jpeg_decompress_struct info;
-    jpeg_error_mgr errors;
-    info.err = jpeg_std_error(&errors);
-    errors.error_exit = Fail;
-    jpeg_create_decompress(&info);
-    jpeg_mem_src(&info, jpeg.data(), static_cast<unsigned long>(jpeg.size()));
-    jpeg_read_header(&info, TRUE);
-    info.out_color_space = JCS_EXT_BGR;
-    jpeg_start_decompress(&info);
-    while (info.output_scanline < info.output_height) {
-        JSAMPROW pRow = pOut + std::size_t{info.output_scanline} * kRow;
-        jpeg_read_scanlines(&info, &pRow, 1);
-    }
-    jpeg_finish_decompress(&info);
-    jpeg_destroy_decompress(&info);
-}
-
 const Bytes& Jpeg(int nSampling) {
     static const auto Make = [](int n) {
         Bytes jpeg(2 * kPixels);
-        jpeg.resize(EncodeDirectly(Pixels().data(), n, jpeg.data(), jpeg.size()));
+        jpeg.resize(EncodeDirectly(Pixels().data(), kWidth, kHeight, n, jpeg.data(), jpeg.size()));
         return jpeg;
     };
     static const Bytes s_full = Make(1);
@@ -228,7 +121,7 @@ void EncodeOurs(benchmark::State& state) {
 
 void EncodeLibjpeg(benchmark::State& state) {
     for (auto _ : state) {
-        benchmark::DoNotOptimize(EncodeDirectly(Pixels().data(), 1, PeerMemory(), 3 * kPixels));
+        benchmark::DoNotOptimize(EncodeDirectly(Pixels().data(), kWidth, kHeight, 1, PeerMemory(), 3 * kPixels));
         benchmark::ClobberMemory();
     }
     Done(state, kPixels);
@@ -236,29 +129,66 @@ void EncodeLibjpeg(benchmark::State& state) {
 
 #ifdef TNROBOT_BENCH_TURBOJPEG
 
+void DecodeTurboTo(unsigned char* pTarget, const Bytes& jpeg) {
+    const tjhandle handle = tjInitDecompress();
+    bench::Require(tjDecompress2(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), pTarget, kWidth,
+                                 static_cast<int>(kRow), kHeight, TJPF_BGR, TJFLAG_ACCURATEDCT) == 0,
+                   "TurboJPEG does not decode");
+    tjDestroy(handle);
+}
+
 void DecodeTurbo(benchmark::State& state, int nSampling) {
     const Bytes& jpeg = Jpeg(nSampling);
     for (auto _ : state) {
-        const tjhandle handle = tjInitDecompress();
-        bench::Require(tjDecompress2(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), PeerMemory(), kWidth,
-                                     static_cast<int>(kRow), kHeight, TJPF_BGR, TJFLAG_ACCURATEDCT) == 0,
-                       "TurboJPEG does not decode");
-        tjDestroy(handle);
+        DecodeTurboTo(PeerMemory(), jpeg);
         benchmark::ClobberMemory();
     }
     Done(state, kPixels);
 }
 
+std::size_t EncodeTurboTo(unsigned char* pTarget) {
+    const tjhandle handle = tjInitCompress();
+    unsigned long nSize = 3 * kPixels;
+    bench::Require(tjCompress2(handle, Pixels().data(), kWidth, static_cast<int>(kRow), kHeight, TJPF_BGR, &pTarget,
+                               &nSize, TJSAMP_444, kJpegQuality, TJFLAG_ACCURATEDCT | TJFLAG_NOREALLOC) == 0,
+                   "TurboJPEG does not encode");
+    tjDestroy(handle);
+    return nSize;
+}
+
 void EncodeTurbo(benchmark::State& state) {
     for (auto _ : state) {
-        const tjhandle handle = tjInitCompress();
-        unsigned char* pOut = PeerMemory();
-        unsigned long nSize = 3 * kPixels;
-        bench::Require(tjCompress2(handle, Pixels().data(), kWidth, static_cast<int>(kRow), kHeight, TJPF_BGR, &pOut,
-                                   &nSize, TJSAMP_444, kQuality, TJFLAG_ACCURATEDCT | TJFLAG_NOREALLOC) == 0,
-                       "TurboJPEG does not encode");
-        tjDestroy(handle);
+        benchmark::DoNotOptimize(EncodeTurboTo(PeerMemory()));
         benchmark::ClobberMemory();
+    }
+    Done(state, kPixels);
+}
+
+#endif
+
+#ifdef TNROBOT_BENCH_OPENCV
+
+cv::Mat Frame() {
+    return cv::Mat(kHeight, kWidth, CV_8UC3, const_cast<unsigned char*>(Pixels().data()), kRow);
+}
+
+// Into a matrix that is there already.
+void DecodeOpenCv(benchmark::State& state, int nSampling) {
+    const Bytes& jpeg = Jpeg(nSampling);
+    cv::Mat frame;
+    for (auto _ : state) {
+        cv::imdecode(jpeg, cv::IMREAD_COLOR, &frame);
+        bench::Require(frame.rows == kHeight, "OpenCV does not decode");
+        benchmark::ClobberMemory();
+    }
+    Done(state, kPixels);
+}
+
+void LoadWithOpenCv(benchmark::State& state, const std::string& path, int nFlags) {
+    for (auto _ : state) {
+        const cv::Mat frame = cv::imread(path, nFlags);
+        bench::Require(!frame.empty(), "OpenCV does not load");
+        benchmark::DoNotOptimize(frame.data);
     }
     Done(state, kPixels);
 }
@@ -267,41 +197,67 @@ void EncodeTurbo(benchmark::State& state) {
 
 // ---- BMP files
 
-void PutLittle(Bytes& bytes, std::size_t nAt, unsigned int nValue) {
-    for (std::size_t i = 0; i < 4; ++i) {
-        bytes[nAt + i] = static_cast<unsigned char>(nValue >> (8 * i));
-    }
-}
-
-// As other programs write it: no colour table.
-std::string PlainBmp() {
+const std::string& PlainBmp() {
     static const std::string s_path = [] {
-        Bytes file(kBmpHeaders);
-        file[0] = 'B';
-        file[1] = 'M';
-        PutLittle(file, 2, static_cast<unsigned int>(kBmpHeaders + kPixels));
-        PutLittle(file, 10, kBmpHeaders);
-        PutLittle(file, 14, 40);
-        PutLittle(file, 18, kWidth);
-        PutLittle(file, 22, kHeight);
-        PutLittle(file, 26, 1U | 24U << 16);
-        PutLittle(file, 34, static_cast<unsigned int>(kPixels));
-        for (int y = kHeight - 1; y >= 0; --y) {
-            const unsigned char* pRow = Pixels().data() + static_cast<std::size_t>(y) * kRow;
-            file.insert(file.end(), pRow, pRow + kRow);
-        }
-        const std::string path = FilePath("plain.bmp");
-        std::FILE* pFile = std::fopen(path.c_str(), "wb");
-        bench::Require(pFile != nullptr && std::fwrite(file.data(), 1, file.size(), pFile) == file.size(),
-                       "the file cannot be written");
-        std::fclose(pFile);
+        const std::string path = bench::FilePath("plain.bmp");
+        WriteBmp(path, Pixels(), kWidth, kHeight, 3);
         return path;
     }();
     return s_path;
 }
 
+// As many bytes as the colour picture: three of its grey levels side by side.
+const std::string& GreyBmp() {
+    static const std::string s_path = [] {
+        const std::string path = bench::FilePath("grey.bmp");
+        WriteBmp(path, Pixels(), 3 * kWidth, kHeight, 1);
+        return path;
+    }();
+    return s_path;
+}
+
+// No operation of the library loads such a file: what is measured is its decoder, to the point where
+// it knows the picture and has its bytes.
+void OpenGreyOurs(benchmark::State& state) {
+    const std::string& path = GreyBmp();
+    for (auto _ : state) {
+        CTnBmpDecoder decoder;
+        int nWidth = 0;
+        int nHeight = 0;
+        bench::Require(decoder.Open(path.c_str()) && decoder.ReadHeader(nWidth, nHeight), "the BMP does not open");
+        benchmark::DoNotOptimize(decoder);
+    }
+    Done(state, kPixels);
+}
+
+// And on to the caller's memory.
+void ReadGreyOurs(benchmark::State& state) {
+    const std::string& path = GreyBmp();
+    for (auto _ : state) {
+        CTnBmpDecoder decoder;
+        bench::Require(decoder.Open(path.c_str()) && decoder.ReadData(TN_IMAGE_GRAY8, PeerMemory(), kPixels),
+                       "the BMP does not load");
+        benchmark::ClobberMemory();
+    }
+    Done(state, kPixels);
+}
+
+// The whole file at once, where it is to stay.
+void ReadGreyPlain(benchmark::State& state) {
+    const std::string& path = GreyBmp();
+    for (auto _ : state) {
+        std::FILE* pStream = std::fopen(path.c_str(), "rb");
+        bench::Require(pStream != nullptr, "the file cannot be opened");
+        const std::size_t nRead = std::fread(PeerMemory(), 1, 2 * kPixels, pStream);
+        std::fclose(pStream);
+        bench::Require(nRead > kPixels, "the file cannot be read");
+        benchmark::ClobberMemory();
+    }
+    Done(state, kPixels);
+}
+
 void LoadBmpOurs(benchmark::State& state) {
-    const std::string path = PlainBmp();
+    const std::string& path = PlainBmp();
     for (auto _ : state) {
         ITnRobotSurface* pSurface = nullptr;
         bench::Require(Utils::LoadImage(path.c_str(), Surfaces(), &pSurface) == 0, "the BMP does not load");
@@ -311,27 +267,17 @@ void LoadBmpOurs(benchmark::State& state) {
     Done(state, kPixels);
 }
 
-// The whole file at once, then the rows in the other order.
 void LoadBmpPlain(benchmark::State& state) {
-    const std::string path = PlainBmp();
-    unsigned char* pFile = PeerMemory();
-    unsigned char* pTarget = PeerMemory() + kPixels + 4096;
+    const std::string& path = PlainBmp();
     for (auto _ : state) {
-        std::FILE* pStream = std::fopen(path.c_str(), "rb");
-        bench::Require(pStream != nullptr, "the file cannot be opened");
-        const std::size_t nRead = std::fread(pFile, 1, kBmpHeaders + kPixels, pStream);
-        std::fclose(pStream);
-        bench::Require(nRead == kBmpHeaders + kPixels, "the file cannot be read");
-        for (std::size_t y = 0; y < kHeight; ++y) {
-            std::memcpy(pTarget + y * kRow, pFile + kBmpHeaders + (kHeight - 1 - y) * kRow, kRow);
-        }
+        bench::LoadBmpPlainly(path, kRow, kHeight, PeerMemory(), PeerMemory() + kPixels + 4096);
         benchmark::ClobberMemory();
     }
     Done(state, kPixels);
 }
 
 void SaveBmpOurs(benchmark::State& state) {
-    const std::string path = FilePath("ours.bmp");
+    const std::string path = bench::FilePath("ours.bmp");
     for (auto _ : state) {
         bench::Require(Utils::SaveImage(path.c_str(), Picture()) == 0, "the picture does not save");
     }
@@ -346,7 +292,7 @@ void SaveBmpOurs(benchmark::State& state) {
 // As many bytes, ready in memory, in one call.
 void SaveBmpPlain(benchmark::State& state) {
     static const Bytes s_file(kBmpHeaders + kBmpTable + kPixels, 7);
-    const std::string path = FilePath("plain_write.bmp");
+    const std::string path = bench::FilePath("plain_write.bmp");
     for (auto _ : state) {
         const int nFile = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         const ssize_t nWritten = write(nFile, s_file.data(), s_file.size());
@@ -371,17 +317,21 @@ void ClipOurs(benchmark::State& state) {
     Done(state, std::size_t{3} * kClip * kClip);
 }
 
+void CopyClip() {
+    const std::size_t nClipRow = bench::Unknown(3 * kClip);
+    const unsigned char* pFrom = Pixels().data() + kRow * kRegion.top + 3 * kRegion.left;
+    unsigned char* pTo = PeerMemory();
+    for (int y = 0; y < kClip; ++y) {
+        std::memcpy(pTo, pFrom, nClipRow);
+        pFrom += kRow;
+        pTo += nClipRow;
+    }
+    benchmark::ClobberMemory();
+}
+
 void ClipMemcpy(benchmark::State& state) {
-    constexpr std::size_t kClipRow = 3 * kClip;
     for (auto _ : state) {
-        const unsigned char* pFrom = Pixels().data() + kRow * kRegion.top + 3 * kRegion.left;
-        unsigned char* pTo = PeerMemory();
-        for (int y = 0; y < kClip; ++y) {
-            std::memcpy(pTo, pFrom, kClipRow);
-            pFrom += kRow;
-            pTo += kClipRow;
-        }
-        benchmark::ClobberMemory();
+        CopyClip();
     }
     Done(state, std::size_t{3} * kClip * kClip);
 }
@@ -396,26 +346,27 @@ void JoinOurs(benchmark::State& state) {
     Done(state, 2 * kPixels);
 }
 
+void CopyJoined() {
+    const std::size_t nRow = bench::Unknown(kRow);
+    const unsigned char* pFrom = Pixels().data();
+    unsigned char* pTo = PeerMemory();
+    for (int y = 0; y < kHeight; ++y) {
+        std::memcpy(pTo, pFrom, nRow);
+        std::memcpy(pTo + nRow, pFrom, nRow);
+        pFrom += nRow;
+        pTo += 2 * nRow;
+    }
+    benchmark::ClobberMemory();
+}
+
 void JoinMemcpy(benchmark::State& state) {
     for (auto _ : state) {
-        const unsigned char* pFrom = Pixels().data();
-        unsigned char* pTo = PeerMemory();
-        for (int y = 0; y < kHeight; ++y) {
-            std::memcpy(pTo, pFrom, kRow);
-            std::memcpy(pTo + kRow, pFrom, kRow);
-            pFrom += kRow;
-            pTo += 2 * kRow;
-        }
-        benchmark::ClobberMemory();
+        CopyJoined();
     }
     Done(state, 2 * kPixels);
 }
 
 #ifdef TNROBOT_BENCH_OPENCV
-
-cv::Mat Frame() {
-    return cv::Mat(kHeight, kWidth, CV_8UC3, const_cast<unsigned char*>(Pixels().data()), kRow);
-}
 
 void ClipOpenCv(benchmark::State& state) {
     const cv::Mat frame = Frame();
@@ -439,18 +390,96 @@ void JoinOpenCv(benchmark::State& state) {
 
 #endif
 
+// ---- every party must have done the same
+
+Bytes PixelsOf(ITnRobotSurface* pSurface) {
+    ITnRobotSurface::STnLockSurface lock{};
+    bench::Require(pSurface != nullptr && pSurface->LockSurface(lock), "no surface");
+    Bytes pixels(lock.pData,
+                 lock.pData + static_cast<std::size_t>(lock.nPitch) * static_cast<std::size_t>(lock.nHeight));
+    pSurface->UnLockSurface();
+    pSurface->Release();
+    return pixels;
+}
+
+Bytes PeerBytes(std::size_t nBytes) {
+    return Bytes(PeerMemory(), PeerMemory() + nBytes);
+}
+
+void CheckJpeg() {
+    ITnRobotMemoryBlock* pBlock = nullptr;
+    bench::Require(Utils::SaveImage(Picture(), Blocks(), &pBlock) == 0, "the picture does not save");
+    unsigned int nSize = 0;
+    const unsigned char* pData = pBlock->QueryMemory(nSize);
+    bench::Require(Bytes(pData, pData + nSize) == Jpeg(1), "the JPEG differs from libjpeg's");
+    pBlock->Release();
+    for (const int nSampling : {1, 2}) {
+        const Bytes& jpeg = Jpeg(nSampling);
+        ITnRobotSurface* pSurface = nullptr;
+        Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), Surfaces(), &pSurface);
+        const Bytes ours = PixelsOf(pSurface);
+        DecodeDirectly(jpeg, PeerMemory());
+        bench::Require(PeerBytes(kPixels) == ours, "the pixels differ from libjpeg's");
+#ifdef TNROBOT_BENCH_TURBOJPEG
+        DecodeTurboTo(PeerMemory(), jpeg);
+        bench::Require(PeerBytes(kPixels) == ours, "the pixels differ from TurboJPEG's");
+#endif
+#ifdef TNROBOT_BENCH_OPENCV
+        const cv::Mat frame = cv::imdecode(jpeg, cv::IMREAD_COLOR);
+        bench::Require(Bytes(frame.datastart, frame.dataend) == ours, "the pixels differ from OpenCV's");
+#endif
+    }
+#ifdef TNROBOT_BENCH_TURBOJPEG
+    bench::Require(PeerBytes(EncodeTurboTo(PeerMemory())) == Jpeg(1), "the JPEG differs from TurboJPEG's");
+#endif
+}
+
+void CheckBmp() {
+    ITnRobotSurface* pSurface = nullptr;
+    Utils::LoadImage(PlainBmp().c_str(), Surfaces(), &pSurface);
+    bench::Require(PixelsOf(pSurface) == Pixels(), "the pixels of the BMP differ");
+    CTnBmpDecoder decoder;
+    bench::Require(decoder.Open(GreyBmp().c_str()) && decoder.ReadData(TN_IMAGE_GRAY8, PeerMemory(), kPixels) &&
+                       PeerBytes(kPixels) == Pixels(),
+                   "the pixels of the grey BMP differ");
+#ifdef TNROBOT_BENCH_OPENCV
+    const cv::Mat frame = cv::imread(PlainBmp(), cv::IMREAD_COLOR);
+    bench::Require(Bytes(frame.datastart, frame.dataend) == Pixels(), "OpenCV reads another picture");
+    const cv::Mat grey = cv::imread(GreyBmp(), cv::IMREAD_GRAYSCALE);
+    bench::Require(Bytes(grey.datastart, grey.dataend) == Pixels(), "OpenCV reads another grey picture");
+#endif
+}
+
+void CheckCopies() {
+    ITnRobotSurface* pSurface = nullptr;
+    Utils::ClipImage(Surfaces(), Picture(), kRegion, &pSurface);
+    const Bytes clip = PixelsOf(pSurface);
+    CopyClip();
+    bench::Require(PeerBytes(clip.size()) == clip && clip.size() == std::size_t{3} * kClip * kClip, "the clip differs");
+    Utils::PieceImage(Surfaces(), Picture(), Picture(), &pSurface);
+    const Bytes joined = PixelsOf(pSurface);
+    CopyJoined();
+    bench::Require(PeerBytes(2 * kPixels) == joined, "the joined picture differs");
+}
+
 void RegisterJpeg() {
     const struct {
         const char* m_lpszName;
         int m_nSampling;
     } samplings[] = {{"444", 1}, {"420", 2}};
+    const auto decode = [](const std::string& strName, int nSampling, void (*run)(benchmark::State&, int)) {
+        bench::Register("JpegDecode/" + strName, 1,
+                        [run, nSampling](benchmark::State& state) { run(state, nSampling); });
+    };
     for (const auto& sampling : samplings) {
-        const int n = sampling.m_nSampling;
         const std::string strEnd = std::string("/") + sampling.m_lpszName;
-        bench::Register("JpegDecode/ours" + strEnd, 1, [n](benchmark::State& state) { DecodeOurs(state, n); });
-        bench::Register("JpegDecode/libjpeg" + strEnd, 1, [n](benchmark::State& state) { DecodeLibjpeg(state, n); });
+        decode("ours" + strEnd, sampling.m_nSampling, DecodeOurs);
+        decode("libjpeg" + strEnd, sampling.m_nSampling, DecodeLibjpeg);
 #ifdef TNROBOT_BENCH_TURBOJPEG
-        bench::Register("JpegDecode/turbojpeg" + strEnd, 1, [n](benchmark::State& state) { DecodeTurbo(state, n); });
+        decode("turbojpeg" + strEnd, sampling.m_nSampling, DecodeTurbo);
+#endif
+#ifdef TNROBOT_BENCH_OPENCV
+        decode("opencv" + strEnd, sampling.m_nSampling, DecodeOpenCv);
 #endif
     }
     bench::Register("JpegEncode/ours", 1, EncodeOurs);
@@ -461,39 +490,55 @@ void RegisterJpeg() {
 }
 
 void RegisterBmpAndCopies() {
-    bench::Register("BmpLoad/ours", 1, LoadBmpOurs);
-    bench::Register("BmpLoad/fread_flip", 1, LoadBmpPlain);
+    bench::Register("BmpLoad24/ours", 1, LoadBmpOurs);
+    bench::Register("BmpLoad24/limit_fread_flip", 1, LoadBmpPlain);
+    bench::Register("BmpOpen8/ours", 1, OpenGreyOurs);
+    bench::Register("BmpOpen8/limit_fread", 1, ReadGreyPlain);
+    bench::Register("BmpRead8/ours", 1, ReadGreyOurs);
+    bench::Register("BmpRead8/limit_fread", 1, ReadGreyPlain);
     bench::Register("BmpSave24/ours", 1, SaveBmpOurs);
-    bench::Register("BmpSave24/one_write", 1, SaveBmpPlain);
+    bench::Register("BmpSave24/limit_one_write", 1, SaveBmpPlain);
     bench::Register("Clip512/ours", 1, ClipOurs);
-    bench::Register("Clip512/memcpy_rows", 1, ClipMemcpy);
+    bench::Register("Clip512/limit_memcpy_rows", 1, ClipMemcpy);
     bench::Register("JoinTwoFrames/ours", 1, JoinOurs);
-    bench::Register("JoinTwoFrames/memcpy_rows", 1, JoinMemcpy);
+    bench::Register("JoinTwoFrames/limit_memcpy_rows", 1, JoinMemcpy);
 #ifdef TNROBOT_BENCH_OPENCV
     cv::setNumThreads(1);  // as the others
+    const auto load = [](const std::string& strCase, const std::string& (*path)(), int nFlags) {
+        bench::Register(strCase + "/opencv", 1,
+                        [path, nFlags](benchmark::State& state) { LoadWithOpenCv(state, path(), nFlags); });
+    };
+    load("BmpLoad24", PlainBmp, cv::IMREAD_COLOR);
+    load("BmpOpen8", GreyBmp, cv::IMREAD_GRAYSCALE);
+    load("BmpRead8", GreyBmp, cv::IMREAD_GRAYSCALE);
     bench::Register("Clip512/opencv", 1, ClipOpenCv);
     bench::Register("JoinTwoFrames/opencv", 1, JoinOpenCv);
 #endif
 }
 
-std::string AbsentPeers() {
-    std::string strAbsent;
-#ifndef TNROBOT_BENCH_TURBOJPEG
-    strAbsent += "TurboJPEG";
+void TellPeers(bench::Program& program) {
+#ifdef TNROBOT_BENCH_TURBOJPEG
+    program.AddPeer("TurboJPEG " TNROBOT_BENCH_TURBOJPEG_VERSION);
+#else
+    program.AddAbsentPeer("TurboJPEG");
 #endif
-#ifndef TNROBOT_BENCH_OPENCV
-    strAbsent += strAbsent.empty() ? "OpenCV" : ", OpenCV";
+#ifdef TNROBOT_BENCH_OPENCV
+    program.AddPeer("OpenCV " CV_VERSION);
+#else
+    program.AddAbsentPeer("OpenCV");
 #endif
-    return strAbsent;
 }
 
 }  // namespace
 
 int main(int nArguments, char** ppszArguments) {
+    bench::Program program(nArguments, ppszArguments, "image", "Images");
+    TellPeers(program);
+    CheckJpeg();
+    CheckBmp();
+    CheckCopies();
     RegisterJpeg();
     RegisterBmpAndCopies();
-    if (!AbsentPeers().empty()) {
-        benchmark::AddCustomContext("peers_not_installed", AbsentPeers());
-    }
-    return bench::Run(nArguments, ppszArguments, "Images");
+    bench::RegisterScalingCases(program);
+    return program.Run();
 }

@@ -1,8 +1,6 @@
 // Base64 beside OpenSSL's and a plain copy, dumps beside one formatted print for each byte, and
 // rectangles beside plain loops.
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +10,11 @@
 
 #include "BenchSupport.h"
 #include "utils/TnBase64.h"
+
+#ifdef TNROBOT_BENCH_OPENSSL
+#include <openssl/evp.h>
+#include <openssl/opensslv.h>
+#endif
 
 namespace {
 
@@ -32,25 +35,6 @@ Bytes RandomBytes(std::size_t nLength) {
     }
     return bytes;
 }
-
-// The peer, where the machine has it.
-struct OpenSsl {
-    static constexpr const char* kLibrary = "libcrypto.so.3";
-    using Function = int (*)(unsigned char*, const unsigned char*, int);
-
-    static bool Open() {
-        void* pLibrary = dlopen(kLibrary, RTLD_NOW | RTLD_LOCAL);
-        if (pLibrary == nullptr) {
-            return false;
-        }
-        s_pfnEncode = reinterpret_cast<Function>(dlsym(pLibrary, "EVP_EncodeBlock"));
-        s_pfnDecode = reinterpret_cast<Function>(dlsym(pLibrary, "EVP_DecodeBlock"));
-        return s_pfnEncode != nullptr && s_pfnDecode != nullptr;
-    }
-
-    static inline Function s_pfnEncode = nullptr;
-    static inline Function s_pfnDecode = nullptr;
-};
 
 // A text and its bytes, with room for a result of either kind.
 struct Base64Job {
@@ -78,10 +62,6 @@ void EncodePortable(Base64Job& job) {
     tnrobot::EncodeBase64(job.m_bytes.data(), job.m_bytes.size(), job.TextResult());
 }
 
-void EncodeOpenSsl(Base64Job& job) {
-    OpenSsl::s_pfnEncode(job.m_result.data(), job.m_bytes.data(), job.Length());
-}
-
 void DecodeOurs(Base64Job& job) {
     TnRobotTextCodec::Base64Decode(job.m_strText.c_str(), job.m_result.data());
 }
@@ -90,9 +70,15 @@ void DecodePortable(Base64Job& job) {
     tnrobot::DecodeBase64(job.m_strText.data(), job.m_strText.size() / 4, job.m_result.data());
 }
 
-void DecodeOpenSsl(Base64Job& job) {
-    OpenSsl::s_pfnDecode(job.m_result.data(), job.Text(), static_cast<int>(job.m_strText.size()));
+#ifdef TNROBOT_BENCH_OPENSSL
+void EncodeOpenSsl(Base64Job& job) {
+    EVP_EncodeBlock(job.m_result.data(), job.m_bytes.data(), job.Length());
 }
+
+void DecodeOpenSsl(Base64Job& job) {
+    EVP_DecodeBlock(job.m_result.data(), job.Text(), static_cast<int>(job.m_strText.size()));
+}
+#endif
 
 // The text's characters, which both directions have to move at least.
 void CopyText(Base64Job& job) {
@@ -112,12 +98,41 @@ void RegisterBase64(const std::string& strCase, const std::string& strParty, Bas
     }
 }
 
-void RegisterBase64Case(const std::string& strCase, Base64Function ours, Base64Function openSsl) {
-    RegisterBase64(strCase, "ours", ours);
-    if (OpenSsl::s_pfnDecode != nullptr) {
-        RegisterBase64(strCase, "openssl", openSsl);
+// Every party must have written what the others write.
+void CheckBase64(Base64Function encode, Base64Function decode) {
+    for (const NamedSize& size : kSizes) {
+        Base64Job job(size.m_nBytes);
+        encode(job);
+        bench::Require(std::memcmp(job.TextResult(), job.m_strText.data(), job.m_strText.size()) == 0,
+                       "the texts differ");
+        decode(job);
+        bench::Require(std::memcmp(job.m_result.data(), job.m_bytes.data(), job.m_bytes.size()) == 0,
+                       "the bytes differ");
     }
-    RegisterBase64(strCase, "memcpy", CopyText);
+}
+
+void RegisterBase64Cases(bench::Program& program) {
+    const auto party = [](const std::string& strParty, Base64Function encode, Base64Function decode,
+                          const std::string& strKind) {
+        RegisterBase64("Base64Encode" + strKind, strParty, encode);
+        RegisterBase64("Base64Decode" + strKind, strParty, decode);
+    };
+    CheckBase64(EncodeOurs, DecodeOurs);
+    CheckBase64(EncodePortable, DecodePortable);
+    party("ours", EncodeOurs, DecodeOurs, "");
+    party("ours", EncodePortable, DecodePortable, "Portable");
+    for (const char* lpszKind : {"", "Portable"}) {
+#ifdef TNROBOT_BENCH_OPENSSL
+        CheckBase64(EncodeOpenSsl, DecodeOpenSsl);
+        party("openssl", EncodeOpenSsl, DecodeOpenSsl, lpszKind);
+#endif
+        party("limit_memcpy", CopyText, CopyText, lpszKind);
+    }
+#ifdef TNROBOT_BENCH_OPENSSL
+    program.AddPeer(OPENSSL_VERSION_TEXT);
+#else
+    program.AddAbsentPeer("OpenSSL");
+#endif
 }
 
 std::string DumpByPrinting(const Bytes& bytes, const char* lpszFormat) {
@@ -151,6 +166,14 @@ void RegisterDumps() {
         return TnRobotStringUtils::Dec2String(bytes.data(), static_cast<unsigned int>(bytes.size()));
     });
     RegisterDump("DecDump/snprintf", [](const Bytes& bytes) { return DumpByPrinting(bytes, "%02d "); });
+}
+
+void CheckDumps() {
+    const Bytes bytes = RandomBytes(1000);
+    const auto nLength = static_cast<unsigned int>(bytes.size());
+    bench::Require(TnRobotStringUtils::Hex2String(bytes.data(), nLength) == DumpByPrinting(bytes, "%02x ") &&
+                       TnRobotStringUtils::Dec2String(bytes.data(), nLength) == DumpByPrinting(bytes, "%02d "),
+                   "the dumps differ");
 }
 
 using Rects = std::vector<STnNLRect>;
@@ -197,6 +220,16 @@ std::size_t LargestByPlainLoop(const Rects& rects) {
     return nLargest;
 }
 
+void CheckRects() {
+    const Rects rects = RandomRects();
+    const auto nCount = static_cast<unsigned int>(rects.size());
+    STnNLRect largest = {};
+    TnRobotRectUtils::findLargestRect(rects.data(), nCount, largest);
+    bench::Require(std::memcmp(&largest, &rects[LargestByPlainLoop(rects)], sizeof(largest)) == 0 &&
+                       TnRobotRectUtils::mergeRects(rects.data(), nCount).size() == MergeByPlainLoop(rects).size(),
+                   "the rectangles differ");
+}
+
 template <typename Work>
 void RegisterRects(const std::string& strName, Work work) {
     bench::Register(strName + "/100000", 1, [work](benchmark::State& state) {
@@ -223,14 +256,11 @@ void RegisterRectCases() {
 }  // namespace
 
 int main(int nArguments, char** ppszArguments) {
-    if (!OpenSsl::Open()) {
-        benchmark::AddCustomContext("peers_not_installed", OpenSsl::kLibrary);
-    }
-    RegisterBase64Case("Base64Encode", EncodeOurs, EncodeOpenSsl);
-    RegisterBase64Case("Base64EncodePortable", EncodePortable, EncodeOpenSsl);
-    RegisterBase64Case("Base64Decode", DecodeOurs, DecodeOpenSsl);
-    RegisterBase64Case("Base64DecodePortable", DecodePortable, DecodeOpenSsl);
+    bench::Program program(nArguments, ppszArguments, "utils", "Utilities");
+    CheckDumps();
+    CheckRects();
+    RegisterBase64Cases(program);
     RegisterDumps();
     RegisterRectCases();
-    return bench::Run(nArguments, ppszArguments, "Utilities");
+    return program.Run();
 }

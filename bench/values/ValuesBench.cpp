@@ -1,201 +1,195 @@
-// Data values beside a shared variant, groups beside a map of variants, saving and loading beside
-// a copy of the same bytes.
+// Single data values beside a shared variant, a pool of Boost's and a hand-written pool of the same
+// locks and counts.
 
+#include <atomic>
 #include <cstring>
+#include <deque>
 #include <memory>
+#include <mutex>
 #include <string>
-#include <unordered_map>
-#include <variant>
 #include <vector>
 
 #include "BenchSupport.h"
-#include "values/MixedGroup.h"
+#include "TnRobotKernel/detail/RingQueue.h"
+#include "values/Variant.h"
+
+#ifdef TNROBOT_BENCH_BOOST
+#include <boost/pool/singleton_pool.hpp>
+#include <boost/version.hpp>
+#endif
 
 namespace {
 
-using Variant = std::variant<std::monostate, bool, char, unsigned char, short, unsigned short, int, unsigned int, float,
-                             double, long long, unsigned long long, std::string, std::vector<unsigned char>>;
-
 constexpr const char* kText = "sixteen letters!";
-constexpr int kNames = 100;
-constexpr std::size_t kArchiveRoom = 1U << 20;
 
-void IntValue(benchmark::State& state) {
-    int nInput = 42;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(nInput);
-        ITnRobotDataValue* pValue = nullptr;
-        TnCreateRobotIntData(nInput, &pValue);
-        benchmark::DoNotOptimize(pValue);
-        pValue->Release();
+// The parties: each takes a value that holds something, and gives it back.
+
+struct Ours {
+    using Handle = ITnRobotDataValue*;
+    static Handle Take(int nValue) {
+        Handle pValue = nullptr;
+        TnCreateRobotIntData(nValue, &pValue);
+        return pValue;
     }
-}
-
-void SharedInt(benchmark::State& state) {
-    int nInput = 42;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(nInput);
-        auto value = std::make_shared<Variant>(nInput);
-        benchmark::DoNotOptimize(value);
+    static Handle Take(const char* lpszText) {
+        Handle pValue = nullptr;
+        TnCreateRobotStringData(lpszText, &pValue);
+        return pValue;
     }
-}
+    static void GiveBack(Handle& pValue) { pValue->Release(); }
+};
 
-void TextValue(benchmark::State& state) {
-    const char* lpszInput = kText;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(lpszInput);
-        ITnRobotDataValue* pValue = nullptr;
-        TnCreateRobotStringData(lpszInput, &pValue);
-        benchmark::DoNotOptimize(pValue);
-        pValue->Release();
+struct SharedVariant {
+    using Handle = std::shared_ptr<bench::Variant>;
+    static Handle Take(int nValue) { return std::make_shared<bench::Variant>(nValue); }
+    static Handle Take(const char* lpszText) {
+        return std::make_shared<bench::Variant>(std::in_place_type<std::string>, lpszText);
     }
-}
+    static void GiveBack(Handle& handle) { handle.reset(); }
+};
 
-void SharedText(benchmark::State& state) {
-    const char* lpszInput = kText;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(lpszInput);
-        auto value = std::make_shared<Variant>(std::in_place_type<std::string>, lpszInput);
-        benchmark::DoNotOptimize(value);
+/// The floor of a pool with one mutex that reuses first what has been free longest.
+///
+/// One value holds exactly: the lock, under which the front of the ring of free values is taken, its
+/// type, length and bytes are set and its count is raised; the lowering of the count; the clearing of
+/// type, length and bytes; the lock again, under which the value goes to the end of the ring.
+class MutexPool {
+public:
+    struct Value {
+        std::atomic<int> m_nCount{1};
+        int m_nType = 0;
+        unsigned int m_nLength = 0;
+        unsigned char m_bytes[24] = {};
+    };
+    using Handle = Value*;
+
+    static Handle Take(int nValue) { return s_pool.TakeBytes(DATA_TYPE_INT, &nValue, sizeof(nValue)); }
+    static Handle Take(const char* lpszText) {
+        return s_pool.TakeBytes(DATA_TYPE_STRING, lpszText, std::strlen(lpszText) + 1);
     }
-}
-
-// The pool keeps what a peak of use has left, and hands out what has been free longest.
-void IntValueAfterPeak(benchmark::State& state) {
-    constexpr int kPeak = 100000;
-    {
-        std::vector<bench::Counted<ITnRobotDataValue>> values;
-        values.reserve(kPeak);
-        for (int i = 0; i < kPeak; ++i) {
-            values.push_back(bench::Make<ITnRobotDataValue>(TnCreateRobotIntData, i));
+    static void GiveBack(Handle pValue) {
+        if (pValue->m_nCount.fetch_sub(1) == 2) {
+            s_pool.Recover(pValue);
         }
     }
-    IntValue(state);
+
+private:
+    Value* TakeBytes(int nType, const void* pBytes, std::size_t nLength) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_free.Empty()) {
+            m_all.emplace_back();
+            m_free.Reserve(m_all.size());
+            m_free.PushBack(&m_all.back());
+        }
+        Value* pValue = m_free.Front();
+        m_free.PopFront();
+        pValue->m_nType = nType;
+        pValue->m_nLength = static_cast<unsigned int>(nLength);
+        std::memcpy(pValue->m_bytes, pBytes, nLength);
+        pValue->m_nCount.fetch_add(1);
+        return pValue;
+    }
+
+    void Recover(Value* pValue) {
+        pValue->m_nType = 0;
+        pValue->m_nLength = 0;
+        std::memset(pValue->m_bytes, 0, sizeof(pValue->m_bytes));
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_free.PushBack(pValue);
+    }
+
+    static MutexPool s_pool;
+    std::mutex m_mutex;
+    std::deque<Value> m_all;
+    tnrobot::RingQueue<Value*> m_free;
+};
+
+MutexPool MutexPool::s_pool;
+
+#ifdef TNROBOT_BENCH_BOOST
+struct BoostPool {
+    struct Tag {};
+    using Pool = boost::singleton_pool<Tag, sizeof(bench::Variant)>;
+    using Handle = bench::Variant*;
+    static Handle Take(int nValue) { return new (Pool::malloc()) bench::Variant(nValue); }
+    static Handle Take(const char* lpszText) {
+        return new (Pool::malloc()) bench::Variant(std::in_place_type<std::string>, lpszText);
+    }
+    static void GiveBack(Handle pValue) {
+        pValue->~variant();
+        Pool::free(pValue);
+    }
+};
+#endif
+
+template <typename Party, typename Input>
+void CreateAndRelease(benchmark::State& state, Input input) {
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(input);
+        auto handle = Party::Take(input);
+        benchmark::DoNotOptimize(handle);
+        Party::GiveBack(handle);
+    }
 }
 
-void GroupSet(benchmark::State& state) {
-    const auto names = bench::Names(kNames);
-    const auto group = bench::Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
-    int nInput = 42;
-    for (auto _ : state) {
-        for (const std::string& strName : names) {
-            benchmark::DoNotOptimize(nInput);
-            group->SetValue(strName.c_str(), nInput);
+// All taken, then all given back. Each value is another element's of the pool, which hands out what
+// has been free longest.
+template <typename Party>
+void LiveValues(benchmark::State& state, std::size_t nValues) {
+    std::vector<typename Party::Handle> alive(nValues);
+    const auto once = [&alive] {
+        int nValue = 0;
+        for (auto& handle : alive) {
+            handle = Party::Take(++nValue);
         }
         benchmark::ClobberMemory();
-    }
-}
-
-void MapSet(benchmark::State& state) {
-    const auto names = bench::Names(kNames);
-    std::unordered_map<std::string, Variant> map;
-    int nInput = 42;
-    for (auto _ : state) {
-        for (const std::string& strName : names) {
-            benchmark::DoNotOptimize(nInput);
-            map[strName.c_str()] = nInput;
+        for (auto& handle : alive) {
+            Party::GiveBack(handle);
         }
-        benchmark::DoNotOptimize(map);
-        benchmark::ClobberMemory();
-    }
-}
-
-void GroupGet(benchmark::State& state) {
-    const auto names = bench::Names(kNames);
-    const auto group = bench::Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
-    for (const std::string& strName : names) {
-        group->SetValue(strName.c_str(), 42);
-    }
+    };
+    once();
     for (auto _ : state) {
-        for (const std::string& strName : names) {
-            int nError = 0;
-            int nValue = group->IntData(strName.c_str(), &nError);
-            benchmark::DoNotOptimize(nValue);
-            benchmark::DoNotOptimize(nError);
-        }
+        once();
     }
 }
 
-void MapGet(benchmark::State& state) {
-    const auto names = bench::Names(kNames);
-    std::unordered_map<std::string, Variant> map;
-    for (const std::string& strName : names) {
-        map[strName] = 42;
+template <typename Party>
+void RegisterParty(const bench::Program& program, const std::string& strParty) {
+    for (const int nThreads : {1, 2}) {
+        bench::Register("IntValue/" + strParty, nThreads,
+                        [](benchmark::State& state) { CreateAndRelease<Party>(state, 42); });
+        bench::Register("Text16Value/" + strParty, nThreads,
+                        [](benchmark::State& state) { CreateAndRelease<Party>(state, kText); });
     }
-    for (auto _ : state) {
-        for (const std::string& strName : names) {
-            const auto it = map.find(strName.c_str());
-            const int* pValue = it != map.end() ? std::get_if<int>(&it->second) : nullptr;
-            int nValue = pValue != nullptr ? *pValue : 0;
-            benchmark::DoNotOptimize(nValue);
-        }
-    }
-}
-
-void GroupSave(benchmark::State& state) {
-    const auto group = bench::MixedGroup(kNames);
-    bench::ArchiveInMemory archive(kArchiveRoom);
-    for (auto _ : state) {
-        long long nLength = archive.Save(*group);
-        benchmark::DoNotOptimize(nLength);
-        benchmark::ClobberMemory();
-    }
-    state.counters["bytes"] = static_cast<double>(archive.Save(*group));
-}
-
-void GroupLoad(benchmark::State& state) {
-    bench::ArchiveInMemory archive(kArchiveRoom);
-    const long long nLength = archive.Save(*bench::MixedGroup(kNames));
-    for (auto _ : state) {
-        const auto group = bench::Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
-        int nResult = archive.Load(*group, nLength);
-        benchmark::DoNotOptimize(nResult);
-    }
-    const auto loaded = bench::Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
-    const bool bOk = archive.Load(*loaded, nLength) == 1 && loaded->HasValue(bench::Names(kNames).back().c_str());
-    bench::Require(bOk, "the group cannot be loaded");
-}
-
-void CopyOfSameBytes(benchmark::State& state) {
-    bench::ArchiveInMemory archive(kArchiveRoom);
-    auto nLength = static_cast<std::size_t>(archive.Save(*bench::MixedGroup(kNames)));
-    std::vector<unsigned char> copy(nLength);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(nLength);
-        std::memcpy(copy.data(), archive.Bytes(), nLength);
-        benchmark::DoNotOptimize(copy.data());
-        benchmark::ClobberMemory();
+    for (const long long nValues : bench::Sizes(program, 1, 100000, 10)) {
+        bench::RegisterScaling("LiveValues", strParty, nValues, nValues, [nValues](benchmark::State& state) {
+            LiveValues<Party>(state, static_cast<std::size_t>(nValues));
+        });
     }
 }
 
-void RegisterValues(int nThreads) {
-    bench::Register("IntValue/ours", nThreads, IntValue);
-    bench::Register("IntValue/make_shared_variant", nThreads, SharedInt);
-    bench::Register("Text16Value/ours", nThreads, TextValue);
-    bench::Register("Text16Value/make_shared_variant", nThreads, SharedText);
-}
-
-// The cases of single values come before those that leave many free values in the pool.
-void RegisterAll() {
-    RegisterValues(1);
-    RegisterValues(2);
-
-    bench::Register("GroupSet100/ours", 1, GroupSet);
-    bench::Register("GroupSet100/unordered_map", 1, MapSet);
-    bench::Register("GroupGet100/ours", 1, GroupGet);
-    bench::Register("GroupGet100/unordered_map", 1, MapGet);
-    bench::Register("GroupSave100/ours", 1, GroupSave);
-    bench::Register("GroupSave100/memcpy", 1, CopyOfSameBytes);
-    bench::Register("GroupLoad100/ours", 1, GroupLoad);
-    bench::Register("GroupLoad100/memcpy", 1, CopyOfSameBytes);
-
-    bench::Register("IntValueAfterPeak/ours", 1, IntValueAfterPeak);
-    bench::Register("IntValueAfterPeak/make_shared_variant", 1, SharedInt);
+void CheckValues() {
+    const auto number = bench::Counted<ITnRobotDataValue>(Ours::Take(42));
+    int nError = -1;
+    bench::Require(number->IntData(&nError) == 42 && nError == 0, "a value is not what it should be");
+    const auto text = bench::Counted<ITnRobotDataValue>(Ours::Take(kText));
+    int nLength = 0;
+    bench::Require(std::strcmp(text->StringData(nLength, &nError), kText) == 0, "a text is not what it should be");
 }
 
 }  // namespace
 
 int main(int nArguments, char** ppszArguments) {
-    RegisterAll();
-    return bench::Run(nArguments, ppszArguments, "Values and archive");
+    bench::Program program(nArguments, ppszArguments, "values", "Values");
+    CheckValues();
+    RegisterParty<Ours>(program, "ours");
+    RegisterParty<MutexPool>(program, "floor_mutex_pool");
+    RegisterParty<SharedVariant>(program, "make_shared_variant");
+#ifdef TNROBOT_BENCH_BOOST
+    program.AddPeer("Boost.Pool " BOOST_LIB_VERSION);
+    RegisterParty<BoostPool>(program, "boost_singleton_pool");
+#else
+    program.AddAbsentPeer("Boost.Pool");
+#endif
+    return program.Run();
 }

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
-#include "values/MixedGroup.h"
+#include "groups/MixedGroup.h"
 
 namespace {
 
@@ -139,8 +139,8 @@ void MemoryOfOneValue(benchmark::State& state) {
 }
 
 void RegisterAll() {
-    // First: later the values come from the pool, as in every repetition but the first.
-    bench::Register("ValueMemory/ours", 1, MemoryOfOneValue)->Iterations(1);
+    // Once: in a second repetition the values would come from the pool.
+    bench::Register("ValueMemory/ours", 1, MemoryOfOneValue)->Iterations(1)->Repetitions(1);
     bench::Register("HeapCallsOfOneNew/check", 1, TheCounterCounts);
     bench::Register("IntValueHeap/ours", 1, IntValue);
     bench::Register("Text16ValueHeap/ours", 1, TextValue);
@@ -157,6 +157,7 @@ void RegisterAll() {
 }  // namespace
 
 int main(int nArguments, char** ppszArguments) {
+    bench::Program program(nArguments, ppszArguments, "values", "Heap use of values");
     RegisterAll();
-    return bench::Run(nArguments, ppszArguments, "Heap use of values");
+    return program.Run();
 }
