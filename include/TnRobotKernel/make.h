@@ -23,21 +23,20 @@ namespace detail {
 inline constexpr int kZeroIsSuccess = 0;
 inline constexpr int kOneIsSuccess = 1;
 
-// What a call has stored. An object that came with a failure is given back, never handed on.
+// An object that came with a failure is given back, never handed on.
 template <typename T>
-TnRobotPtr<T> Stored(bool bSuccess, TnRobotPtr<T> object) {
+void KeepIf(bool bSuccess, TnRobotPtr<T>& object) noexcept {
     if (!bSuccess) {
         object.reset();
     }
-    return object;
 }
 
 // Calls a creation function with its arguments and an out-pointer that is null before.
 template <typename T, typename... Params, typename... Args>
 TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
     TnRobotPtr<T> object;
-    const int nResult = pfnCreate(args..., object.put());
-    return Stored(nResult == nSuccess, std::move(object));
+    KeepIf(pfnCreate(args..., object.put()) == nSuccess, object);
+    return object;
 }
 
 }  // namespace detail
@@ -82,8 +81,8 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 ///         when it claims success without giving one. @param[in] pool  borrowed for the call.
 [[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> QueryMemBuff(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
     TnRobotPtr<ITnRobotMemoryBlock> block;
-    const int nResult = pool.QueryMemBuff(nSize, block.put());
-    return detail::Stored(nResult == detail::kOneIsSuccess, std::move(block));
+    detail::KeepIf(pool.QueryMemBuff(nSize, block.put()) == detail::kOneIsSuccess, block);
+    return block;
 }
 
 // Values and groups. Without the process-wide value pool all of them are empty.
@@ -175,8 +174,8 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 /// @return the value of that name; empty when it is not there, or for a null or empty name.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> GetValue(ITnRobotDataValueGroup& group, const char* lpszName) {
     TnRobotPtr<ITnRobotDataValue> value;
-    const int nResult = group.GetValue(lpszName, value.put());
-    return detail::Stored(nResult == detail::kZeroIsSuccess, std::move(value));
+    detail::KeepIf(group.GetValue(lpszName, value.put()) == detail::kZeroIsSuccess, value);
+    return value;
 }
 
 /// @return a copy of a group.
@@ -215,69 +214,73 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
     if (bLocked) {
         surface->UnLockSurface();
     }
-    return detail::Stored(bLocked && lock.pData != nullptr, std::move(surface));
+    detail::KeepIf(bLocked && lock.pData != nullptr, surface);
+    return surface;
 }
 
 /// @return a surface with a copy of the image, as TnRobotImageUtils::NlImage2Surface makes it.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> NlImage2Surface(const STnNLImageData& image,
                                                                  ITnRobotSurfacePool* pPool) {
     TnRobotPtr<ITnRobotSurface> surface;
-    const int nResult = TnRobotImageUtils::NlImage2Surface(image, pPool, surface.put());
-    return detail::Stored(nResult == detail::kZeroIsSuccess, std::move(surface));
+    detail::KeepIf(TnRobotImageUtils::NlImage2Surface(image, pPool, surface.put()) == detail::kZeroIsSuccess, surface);
+    return surface;
 }
 
 /// @return a surface with a copy of the region, as TnRobotImageUtils::ClipImage makes it.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pSource,
                                                            const STnNLROIRect& region) {
     TnRobotPtr<ITnRobotSurface> surface;
-    const int nResult = TnRobotImageUtils::ClipImage(pPool, pSource, region, surface.put());
-    return detail::Stored(nResult == detail::kZeroIsSuccess, std::move(surface));
+    detail::KeepIf(TnRobotImageUtils::ClipImage(pPool, pSource, region, surface.put()) == detail::kZeroIsSuccess,
+                   surface);
+    return surface;
 }
 
 /// @return both images side by side, as TnRobotImageUtils::PieceImage joins them.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pFirst,
                                                             ITnRobotSurface* pSecond) {
     TnRobotPtr<ITnRobotSurface> surface;
-    const int nResult = TnRobotImageUtils::PieceImage(pPool, pFirst, pSecond, surface.put());
-    return detail::Stored(nResult == detail::kOneIsSuccess, std::move(surface));
+    detail::KeepIf(TnRobotImageUtils::PieceImage(pPool, pFirst, pSecond, surface.put()) == detail::kOneIsSuccess,
+                   surface);
+    return surface;
 }
 
 /// @return the picture of a file as a B,G,R surface; the path's ending chooses the format.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> LoadImage(const char* lpszPath, ITnRobotSurfacePool* pPool) {
     TnRobotPtr<ITnRobotSurface> surface;
-    const int nResult = TnRobotImageUtils::LoadImage(lpszPath, pPool, surface.put());
-    return detail::Stored(nResult == detail::kZeroIsSuccess, std::move(surface));
+    detail::KeepIf(TnRobotImageUtils::LoadImage(lpszPath, pPool, surface.put()) == detail::kZeroIsSuccess, surface);
+    return surface;
 }
 
 /// @return the JPEG in memory as a B,G,R surface. @param[in] pData  nLength bytes.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> LoadImage(const unsigned char* pData, unsigned int nLength,
                                                            ITnRobotSurfacePool* pPool) {
     TnRobotPtr<ITnRobotSurface> surface;
-    const int nResult = TnRobotImageUtils::LoadImage(pData, nLength, pPool, surface.put());
-    return detail::Stored(nResult == detail::kZeroIsSuccess, std::move(surface));
+    detail::KeepIf(TnRobotImageUtils::LoadImage(pData, nLength, pPool, surface.put()) == detail::kZeroIsSuccess,
+                   surface);
+    return surface;
 }
 
 /// @return the JPEG that a block holds as a B,G,R surface.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> LoadImage(ITnRobotMemoryBlock* pBlock, ITnRobotSurfacePool* pPool) {
     TnRobotPtr<ITnRobotSurface> surface;
-    const int nResult = TnRobotImageUtils::LoadImage(pBlock, pPool, surface.put());
-    return detail::Stored(nResult == detail::kZeroIsSuccess, std::move(surface));
+    detail::KeepIf(TnRobotImageUtils::LoadImage(pBlock, pPool, surface.put()) == detail::kZeroIsSuccess, surface);
+    return surface;
 }
 
 /// @return the image as a JPEG of quality 95 in a new block.
 [[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> SaveImage(const STnNLImageData& image,
                                                                ITnRobotMemoryBlockPool* pBlockPool) {
     TnRobotPtr<ITnRobotMemoryBlock> block;
-    const int nResult = TnRobotImageUtils::SaveImage(image, pBlockPool, block.put());
-    return detail::Stored(nResult == detail::kZeroIsSuccess, std::move(block));
+    detail::KeepIf(TnRobotImageUtils::SaveImage(image, pBlockPool, block.put()) == detail::kZeroIsSuccess, block);
+    return block;
 }
 
 /// @return the surface as a JPEG of quality 95 in a new block.
 [[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> SaveImage(ITnRobotSurface* pSurface,
                                                                ITnRobotMemoryBlockPool* pBlockPool) {
     TnRobotPtr<ITnRobotMemoryBlock> block;
-    const int nResult = TnRobotImageUtils::SaveImage(pSurface, pBlockPool, block.put());
-    return detail::Stored(nResult == detail::kZeroIsSuccess, std::move(block));
+    detail::KeepIf(TnRobotImageUtils::SaveImage(pSurface, pBlockPool, block.put()) == detail::kZeroIsSuccess, block);
+    return block;
 }
 
 // Waiting and working.
@@ -312,8 +315,8 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 ///         reference; null leaves the task without a runner.
 [[nodiscard]] inline TnRobotPtr<ITnRobotTask> CreateTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
     TnRobotPtr<ITnRobotTask> task;
-    const bool bCreated = pool.CreateTask(pRunner, task.put());
-    return detail::Stored(bCreated, std::move(task));
+    detail::KeepIf(pool.CreateTask(pRunner, task.put()), task);
+    return task;
 }
 
 }  // namespace tn

@@ -88,7 +88,8 @@ public:
     /// Adds a reference to the other's object, then gives the one held so far back. A pointer
     /// assigned to itself keeps what it has. Pointers to derived types and nullptr work too.
     TnRobotPtr& operator=(const TnRobotPtr& other) noexcept {
-        TnRobotPtr(other).swap(*this);
+        TnRobotPtr copy(other);
+        copy.swap(*this);
         return *this;
     }
 
