@@ -1,5 +1,5 @@
-# Installs the headers, the shared library, a CMake package and a pkg-config file. Both can be
-# moved with the install tree: they find it from their own place.
+# Installs the headers, the shared library, gdb's printers, a CMake package and a pkg-config file. The
+# last two can be moved with the install tree: they find it from their own place.
 
 include(CMakePackageConfigHelpers)
 
@@ -8,6 +8,7 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TnRobotKernel)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/TnRobotKernel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS TnRobotKernel EXPORT TnRobotKernelTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/tools/gdb/tnrobot_gdb.py DESTINATION ${CMAKE_INSTALL_DATADIR}/TnRobotKernel/gdb)
 install(EXPORT TnRobotKernelTargets NAMESPACE TnRobotKernel:: DESTINATION ${package_dir})
 
 configure_package_config_file(

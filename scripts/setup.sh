@@ -8,11 +8,11 @@
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
-# What the logger, the inspector and the OpenCV header stand on comes with the tests.
-tests=(libgtest-dev binutils libssl-dev abigail-tools gdb libopencv-core-dev libspdlog-dev libcli11-dev
-       nlohmann-json3-dev)
+# With what the logger and the inspector stand on.
+tests=(libgtest-dev binutils libssl-dev abigail-tools libspdlog-dev libcli11-dev nlohmann-json3-dev)
 benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
-checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git gcovr mandoc)
+checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git gcovr mandoc gdb
+        libopencv-core-dev)
 # Only measured beside: benchmarks leave out what is missing, so whatever a system does not have is
 # passed over.
 peers=(libmimalloc-dev libjemalloc-dev libtbb-dev libcereal-dev libmsgpack-cxx-dev nlohmann-json3-dev

@@ -1,0 +1,324 @@
+// Creates the library's objects as pointers that release them: the whole public interface, without
+// a result code to look up and without a Release to forget.
+//
+// Every creation function TnCreateRobotXxx has a tn::MakeXxx with the same arguments before the
+// out-pointer. Operations of interfaces that give a new reference have a helper of their name.
+//
+// One rule for all: a failure, whatever the function below calls it (0, -1, a result of 1 with no
+// object), is an empty pointer. Arguments that are raw pointers are borrowed for the call. Nothing
+// is thrown that the function below does not throw: std::bad_alloc, and std::system_error where a
+// thread is made. A helper is as thread-safe as the function that it calls.
+
+#ifndef TNROBOTKERNEL_MAKE_H_
+#define TNROBOTKERNEL_MAKE_H_
+
+#include "TnRobotKernel/TnRobotKernel.h"
+#include "TnRobotKernel/ptr.h"
+
+namespace tn {
+
+namespace detail {
+
+// The results that mean success; which one holds depends on the function.
+inline constexpr int kZeroIsSuccess = 0;
+inline constexpr int kOneIsSuccess = 1;
+
+// An object that came with a failure is given back, never handed on.
+template <typename T>
+void KeepIf(bool bSuccess, TnRobotPtr<T>& object) noexcept {
+    if (!bSuccess) {
+        object.reset();
+    }
+}
+
+// Calls a creation function with its arguments and an out-pointer that is null before.
+template <typename T, typename... Params, typename... Args>
+TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
+    TnRobotPtr<T> object;
+    KeepIf(pfnCreate(args..., object.put()) == nSuccess, object);
+    return object;
+}
+
+}  // namespace detail
+
+// Files and memory.
+
+/// @return a closed disk file.
+[[nodiscard]] inline TnRobotPtr<ITnRobotFile> MakeFile() {
+    return detail::Create<ITnRobotFile>(detail::kOneIsSuccess, TnCreateRobotFile);
+}
+
+/// @return a closed memory file.
+[[nodiscard]] inline TnRobotPtr<ITnRobotMemFile> MakeMemFile() {
+    return detail::Create<ITnRobotMemFile>(detail::kOneIsSuccess, TnCreateRobotMemFile);
+}
+
+/// @return the general block pool.
+[[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlockPool> MakeMemoryBlockPool() {
+    return detail::Create<ITnRobotMemoryBlockPool>(detail::kOneIsSuccess, TnCreateRobotMemoryBlockPool);
+}
+
+/// @return the circular block pool, which takes its blocks' memory with it when it goes.
+[[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlockPool> MakeCircleMemoryBlockPool() {
+    return detail::Create<ITnRobotMemoryBlockPool>(detail::kOneIsSuccess, TnCreateRobotCircleMemoryBlockPool);
+}
+
+/// @return a block over caller memory.
+/// @param[in] pParent  block kept alive by the new one, or null.
+/// @param[in] pData    nSize bytes, borrowed for the block's life.
+[[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> MakeCustomMemBlock(ITnRobotMemoryBlock* pParent,
+                                                                        unsigned char* pData, unsigned int nSize) {
+    return detail::Create<ITnRobotMemoryBlock>(detail::kOneIsSuccess, TnCreateRobotCustomMemBlock, pParent, pData,
+                                               nSize);
+}
+
+/// @return an empty stream; empty pointer for a null pool, of which the stream holds a reference.
+[[nodiscard]] inline TnRobotPtr<ITnRobotMemDataStream> MakeMemDataStream(ITnRobotMemoryBlockPool* pPool) {
+    return detail::Create<ITnRobotMemDataStream>(detail::kOneIsSuccess, TnCreateRobotMemDataStream, pPool);
+}
+
+/// @return a block of at least nSize bytes, not initialised; empty when the pool has none, also
+///         when it claims success without giving one. @param[in] pool  borrowed for the call.
+[[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> QueryMemBuff(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
+    TnRobotPtr<ITnRobotMemoryBlock> block;
+    detail::KeepIf(pool.QueryMemBuff(nSize, block.put()) == detail::kOneIsSuccess, block);
+    return block;
+}
+
+// Values and groups. Without the process-wide value pool all of them are empty.
+
+/// @return a DATA_TYPE_BOOL value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeBoolData(bool bValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotBoolData, bValue);
+}
+
+/// @return a DATA_TYPE_CHAR value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeCharData(char chValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotCharData, chValue);
+}
+
+/// @return a DATA_TYPE_BYTE value; bits above the lowest 8 are dropped.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeByteData(unsigned short nValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotByteData, nValue);
+}
+
+/// @return a DATA_TYPE_SHORT value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeShortData(short nValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotShortData, nValue);
+}
+
+/// @return a DATA_TYPE_USHORT value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeUShortData(unsigned short nValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotUShortData, nValue);
+}
+
+/// @return a DATA_TYPE_INT value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeIntData(int nValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotIntData, nValue);
+}
+
+/// @return a DATA_TYPE_UINT value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeUintData(unsigned int nValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotUintData, nValue);
+}
+
+/// @return a DATA_TYPE_FLOAT value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeFloatData(float fValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotFloatData, fValue);
+}
+
+/// @return a DATA_TYPE_DOUBLE value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeDoubleData(double dValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotDoubleData, dValue);
+}
+
+/// @return a DATA_TYPE_LONGLONG value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeLonglongData(long long nValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotLonglongData, nValue);
+}
+
+/// @return a DATA_TYPE_ULONGLONG value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeULonglongData(unsigned long long nValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotULonglongData, nValue);
+}
+
+/// @return a DATA_TYPE_STRING value; empty for a null text. @param[in] lpszValue  copied.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeStringData(const char* lpszValue) {
+    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotStringData, lpszValue);
+}
+
+/// @return a DATA_TYPE_BLOCK value; empty for null pData with a size above 0.
+/// @param[in] pData  nSize bytes, copied.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeBlockData(const void* pData, unsigned int nSize) {
+    return detail::Create<ITnRobotDataValue, const void*, unsigned int, ITnRobotDataValue**>(
+        detail::kZeroIsSuccess, TnCreateRobotBlockData, pData, nSize);
+}
+
+/// @return a DATA_TYPE_BLOCK value with everything in the stream, which is read from its
+///         beginning; null gives an empty block.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeBlockData(ITnRobotMemDataStream* pStream) {
+    return detail::Create<ITnRobotDataValue, ITnRobotMemDataStream*, ITnRobotDataValue**>(
+        detail::kZeroIsSuccess, TnCreateRobotBlockData, pStream);
+}
+
+/// @return a copy of a value.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> Clone(ITnRobotDataValue& value) {
+    return Adopt(value.Clone());
+}
+
+/// @return an empty group.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValueGroup> MakeValueDataGroup() {
+    return detail::Create<ITnRobotDataValueGroup>(detail::kOneIsSuccess, TnCreateRobotValueDataGroup);
+}
+
+/// @return the value of that name; empty when it is not there, or for a null or empty name.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> GetValue(ITnRobotDataValueGroup& group, const char* lpszName) {
+    TnRobotPtr<ITnRobotDataValue> value;
+    detail::KeepIf(group.GetValue(lpszName, value.put()) == detail::kZeroIsSuccess, value);
+    return value;
+}
+
+/// @return a copy of a group.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValueGroup> Clone(ITnRobotDataValueGroup& group) {
+    return Adopt(group.Clone());
+}
+
+// Archive.
+
+/// @return a detached archive.
+[[nodiscard]] inline TnRobotPtr<ITnRobotArchive> MakeArchive() {
+    return detail::Create<ITnRobotArchive>(detail::kOneIsSuccess, TnCreateRobotArchive);
+}
+
+// Images.
+
+/// @return an empty surface pool. @param[in] pBlockPool  source of the pixel memory, of which the
+///         pool holds a reference; with null it never has a surface.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurfacePool> MakeSurfacePool(ITnRobotMemoryBlockPool* pBlockPool) {
+    return detail::Create<ITnRobotSurfacePool>(detail::kOneIsSuccess, TnCreateRobotSurfacePool, pBlockPool);
+}
+
+/// Hands out a surface, whose pixels are not initialised.
+/// @param[in] desc  what is wanted; its nPitch is overwritten when the format is valid.
+/// @return empty when the description cannot be met, also where the pool would hand out an old
+///         surface without pixels.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool,
+                                                              const ITnRobotSurface::STnSurfaceDesc& desc) {
+    TnRobotPtr<ITnRobotSurface> surface;
+    const int nResult = pool.QuerySurface(desc, surface.put());
+    if (nResult != detail::kZeroIsSuccess || !surface) {
+        return nullptr;
+    }
+    ITnRobotSurface::STnLockSurface lock{};
+    const bool bLocked = surface->LockSurface(lock);
+    if (bLocked) {
+        surface->UnLockSurface();
+    }
+    detail::KeepIf(bLocked && lock.pData != nullptr, surface);
+    return surface;
+}
+
+/// @return a surface with a copy of the image, as TnRobotImageUtils::NlImage2Surface makes it.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> NlImage2Surface(const STnNLImageData& image,
+                                                                 ITnRobotSurfacePool* pPool) {
+    TnRobotPtr<ITnRobotSurface> surface;
+    detail::KeepIf(TnRobotImageUtils::NlImage2Surface(image, pPool, surface.put()) == detail::kZeroIsSuccess, surface);
+    return surface;
+}
+
+/// @return a surface with a copy of the region, as TnRobotImageUtils::ClipImage makes it.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pSource,
+                                                           const STnNLROIRect& region) {
+    TnRobotPtr<ITnRobotSurface> surface;
+    detail::KeepIf(TnRobotImageUtils::ClipImage(pPool, pSource, region, surface.put()) == detail::kZeroIsSuccess,
+                   surface);
+    return surface;
+}
+
+/// @return both images side by side, as TnRobotImageUtils::PieceImage joins them.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pFirst,
+                                                            ITnRobotSurface* pSecond) {
+    TnRobotPtr<ITnRobotSurface> surface;
+    detail::KeepIf(TnRobotImageUtils::PieceImage(pPool, pFirst, pSecond, surface.put()) == detail::kOneIsSuccess,
+                   surface);
+    return surface;
+}
+
+/// @return the picture of a file as a B,G,R surface; the path's ending chooses the format.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> LoadImage(const char* lpszPath, ITnRobotSurfacePool* pPool) {
+    TnRobotPtr<ITnRobotSurface> surface;
+    detail::KeepIf(TnRobotImageUtils::LoadImage(lpszPath, pPool, surface.put()) == detail::kZeroIsSuccess, surface);
+    return surface;
+}
+
+/// @return the JPEG in memory as a B,G,R surface. @param[in] pData  nLength bytes.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> LoadImage(const unsigned char* pData, unsigned int nLength,
+                                                           ITnRobotSurfacePool* pPool) {
+    TnRobotPtr<ITnRobotSurface> surface;
+    detail::KeepIf(TnRobotImageUtils::LoadImage(pData, nLength, pPool, surface.put()) == detail::kZeroIsSuccess,
+                   surface);
+    return surface;
+}
+
+/// @return the JPEG that a block holds as a B,G,R surface.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> LoadImage(ITnRobotMemoryBlock* pBlock, ITnRobotSurfacePool* pPool) {
+    TnRobotPtr<ITnRobotSurface> surface;
+    detail::KeepIf(TnRobotImageUtils::LoadImage(pBlock, pPool, surface.put()) == detail::kZeroIsSuccess, surface);
+    return surface;
+}
+
+/// @return the image as a JPEG of quality 95 in a new block.
+[[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> SaveImage(const STnNLImageData& image,
+                                                               ITnRobotMemoryBlockPool* pBlockPool) {
+    TnRobotPtr<ITnRobotMemoryBlock> block;
+    detail::KeepIf(TnRobotImageUtils::SaveImage(image, pBlockPool, block.put()) == detail::kZeroIsSuccess, block);
+    return block;
+}
+
+/// @return the surface as a JPEG of quality 95 in a new block.
+[[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> SaveImage(ITnRobotSurface* pSurface,
+                                                               ITnRobotMemoryBlockPool* pBlockPool) {
+    TnRobotPtr<ITnRobotMemoryBlock> block;
+    detail::KeepIf(TnRobotImageUtils::SaveImage(pSurface, pBlockPool, block.put()) == detail::kZeroIsSuccess, block);
+    return block;
+}
+
+// Waiting and working.
+
+/// @return an event. @param[in] bSignalled  whether it is set at first.
+[[nodiscard]] inline TnRobotPtr<ITnRobotEvent> MakeManualEvent(bool bSignalled) {
+    return detail::Create<ITnRobotEvent>(detail::kOneIsSuccess, TnCreateRobotManualEvent, bSignalled);
+}
+
+/// @return an armed signal.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSignal> MakeSignal() {
+    return detail::Create<ITnRobotSignal>(detail::kOneIsSuccess, TnCreateRobotSignal);
+}
+
+/// @return a stopped alarm clock.
+[[nodiscard]] inline TnRobotPtr<ITnRobotAlarmClock> MakeAlarmClock() {
+    return detail::Create<ITnRobotAlarmClock>(detail::kOneIsSuccess, TnCreateRobotAlarmClock);
+}
+
+/// @return a thread object without a job. A job that only returns on its event needs a Stop before
+///         the last pointer goes, which waits for the job.
+[[nodiscard]] inline TnRobotPtr<ITnRobotThread> MakeThread() {
+    return detail::Create<ITnRobotThread>(detail::kOneIsSuccess, TnCreateRobotThread);
+}
+
+/// @return a task pool whose thread runs. The last pointer must not go inside a job.
+[[nodiscard]] inline TnRobotPtr<ITnRobotTaskPool> MakeTaskPool() {
+    return detail::Create<ITnRobotTaskPool>(detail::kOneIsSuccess, TnCreateRobotTaskPool);
+}
+
+/// @return a task that is not started yet. @param[in] pRunner  bound to the task, which holds a
+///         reference; null leaves the task without a runner.
+[[nodiscard]] inline TnRobotPtr<ITnRobotTask> CreateTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
+    TnRobotPtr<ITnRobotTask> task;
+    detail::KeepIf(pool.CreateTask(pRunner, task.put()), task);
+    return task;
+}
+
+}  // namespace tn
+
+#endif  // TNROBOTKERNEL_MAKE_H_

@@ -1,0 +1,328 @@
+// Surfaces and OpenCV matrices over the same pixels, without copying where their layouts allow it.
+//
+// Optional: the only header that needs OpenCV (its core module), which the library does not.
+
+#ifndef TNROBOTKERNEL_OPENCV_H_
+#define TNROBOTKERNEL_OPENCV_H_
+
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <opencv2/core/mat.hpp>
+#include <utility>
+
+#include "TnRobotKernel/make.h"
+
+namespace tn {
+
+/// @return the element type of a matrix over pixels of this format; -1 for TN_IMAGE_420, whose
+///         pixels are no elements of one size, and for no format.
+inline int CvTypeOf(ETnNLImageType eType) noexcept {
+    switch (eType) {
+        case TN_IMAGE_RGB24:
+        case TN_IMAGE_BGR24:
+            return CV_8UC3;
+        case TN_IMAGE_8BIT_3:
+        case TN_IMAGE_8BIT_4:
+        case TN_IMAGE_8BIT_5:
+        case TN_IMAGE_8BIT_6:
+        case TN_IMAGE_GRAY8:
+            return CV_8UC1;
+        case TN_IMAGE_BGRX32:
+            return CV_8UC4;
+        case TN_IMAGE_NONE:
+        case TN_IMAGE_420:
+            break;
+    }
+    return -1;
+}
+
+/// @return the format that OpenCV itself means by an element type: grey, B,G,R or B,G,R,X;
+///         TN_IMAGE_NONE for every other type.
+inline ETnNLImageType ImageTypeOf(int nCvType) noexcept {
+    switch (nCvType) {
+        case CV_8UC1:
+            return TN_IMAGE_GRAY8;
+        case CV_8UC3:
+            return TN_IMAGE_BGR24;
+        case CV_8UC4:
+            return TN_IMAGE_BGRX32;
+        default:
+            return TN_IMAGE_NONE;
+    }
+}
+
+/// @return the same region as a rectangle of OpenCV's.
+inline cv::Rect RectOf(const STnNLROIRect& region) {
+    return {region.left, region.top, region.right - region.left, region.bottom - region.top};
+}
+
+/// @return the same rectangle as a region of the library's.
+inline STnNLROIRect RegionOf(const cv::Rect& rect) noexcept {
+    return {rect.x, rect.x + rect.width, rect.y, rect.y + rect.height};
+}
+
+namespace detail {
+
+// What a matrix over a surface keeps alive: the surface, locked, and what its pixels need.
+//
+// A surface with a single holder loses its pixels when its pool goes. The second reference makes
+// it one with two.
+class SurfaceLease {
+public:
+    SurfaceLease(TnRobotPtr<ITnRobotSurface> surface, TnRobotPtr<ITnUnknown> keepAlive)
+        : m_keepAlive(std::move(keepAlive)),
+          m_surface(std::move(surface)),
+          m_second(m_surface),
+          m_bLocked(m_surface && m_surface->LockSurface(m_lock)) {}
+    SurfaceLease(const SurfaceLease&) = delete;
+    SurfaceLease& operator=(const SurfaceLease&) = delete;
+    ~SurfaceLease() {
+        if (m_bLocked) {
+            m_surface->UnLockSurface();
+        }
+    }
+
+    const ITnRobotSurface::STnLockSurface& Pixels() const { return m_lock; }
+
+    /// @return whether the rows lie in the surface's memory as elements of a matrix.
+    bool IsMatrix() const {
+        const int nType = m_bLocked ? CvTypeOf(m_lock.eImageType) : -1;
+        if (nType < 0 || m_lock.pData == nullptr || m_lock.nWidth < 1 || m_lock.nHeight < 1 || m_lock.nPitch < 1) {
+            return false;
+        }
+        const auto nPitch = static_cast<std::size_t>(m_lock.nPitch);
+        const std::size_t nRow = static_cast<std::size_t>(m_lock.nWidth) * CV_ELEM_SIZE(nType);
+        return nRow <= nPitch && static_cast<std::size_t>(m_lock.nHeight) <= m_lock.nDataSize / nPitch;
+    }
+
+private:
+    TnRobotPtr<ITnUnknown> m_keepAlive;  // goes last
+    TnRobotPtr<ITnRobotSurface> m_surface;
+    TnRobotPtr<ITnRobotSurface> m_second;
+    ITnRobotSurface::STnLockSurface m_lock{};
+    bool m_bLocked;  // after m_lock, which the lock fills
+};
+
+// Lets matrices share a lease as they share memory of OpenCV's own. It allocates nothing itself:
+// a matrix that asks for other memory gets it from OpenCV.
+class SurfaceMatAllocator final : public cv::MatAllocator {
+public:
+    cv::UMatData* allocate(int nDims, const int* pSizes, int nType, void* pData, std::size_t* pStep,
+                           cv::AccessFlag eAccess, cv::UMatUsageFlags eUsage) const override {
+        return cv::Mat::getStdAllocator()->allocate(nDims, pSizes, nType, pData, pStep, eAccess, eUsage);
+    }
+    bool allocate(cv::UMatData* pData, cv::AccessFlag eAccess, cv::UMatUsageFlags eUsage) const override {
+        return cv::Mat::getStdAllocator()->allocate(pData, eAccess, eUsage);
+    }
+    // Called when the last matrix over the pixels goes.
+    void deallocate(cv::UMatData* pData) const override {
+        const std::unique_ptr<SurfaceLease> lease(static_cast<SurfaceLease*>(pData->userdata));
+        delete pData;
+    }
+
+    // Never destroyed: matrices may outlive every static object.
+    static const SurfaceMatAllocator& Instance() {
+        static const auto* const s_pAllocator = new SurfaceMatAllocator;
+        return *s_pAllocator;
+    }
+};
+
+// A block whose bytes are those of a matrix, which it shares.
+class MatBlock final : public ITnRobotMemoryBlock {
+public:
+    MatBlock(cv::Mat mat, unsigned int nSize) : m_mat(std::move(mat)), m_nSize(nSize) {}
+
+    unsigned char* QueryMemory(unsigned int& nSize) override {
+        nSize = m_nSize;
+        return m_mat.data;
+    }
+
+private:
+    cv::Mat m_mat;
+    unsigned int m_nSize;
+};
+
+// Hands out one matrix as blocks: a surface made from it has the matrix's pixels.
+class MatBlockPool final : public ITnRobotMemoryBlockPool {
+public:
+    explicit MatBlockPool(cv::Mat mat) : m_mat(std::move(mat)) {}
+
+    int QueryMemBuff(unsigned int nSize, ITnRobotMemoryBlock** ppBlock) override {
+        if (ppBlock == nullptr || static_cast<std::size_t>(m_mat.datalimit - m_mat.data) < nSize) {
+            return 0;
+        }
+        *ppBlock = MakeObject<MatBlock>(m_mat, nSize).detach();
+        return 1;
+    }
+    void FreeUnuseMemory() override {}
+
+private:
+    cv::Mat m_mat;
+};
+
+// @return whether the matrix can be a picture of this format.
+inline bool IsPicture(const cv::Mat& mat, ETnNLImageType eType) {
+    return mat.dims == 2 && !mat.empty() && CvTypeOf(eType) == mat.type();
+}
+
+}  // namespace detail
+
+/// A matrix over the surface's own pixels: nothing is copied, either sees what is written through
+/// the other, and the matrix's rows are the surface's, padding left out.
+///
+/// The matrix, its copies and its regions share the surface: it stays locked and alive until the
+/// last of them goes, also when its surface pool and a general block pool go before. Pixels from a
+/// circular block pool go with that pool: pass it, or the surface pool, as keepAlive.
+///
+/// @param[in] surface    one reference is kept.
+/// @param[in] keepAlive  kept as long as the surface and released after it; may be empty.
+/// @return empty for an empty pointer, a surface that cannot be locked or holds no pixels, and
+///         4:2:0 pixels. Throws std::bad_alloc.
+/// Threads: as thread-safe as a matrix; the last one may go on any thread.
+[[nodiscard]] inline cv::Mat MatOver(TnRobotPtr<ITnRobotSurface> surface, TnRobotPtr<ITnUnknown> keepAlive = nullptr) {
+    auto lease = std::make_unique<detail::SurfaceLease>(std::move(surface), std::move(keepAlive));
+    if (!lease->IsMatrix()) {
+        return {};
+    }
+    const ITnRobotSurface::STnLockSurface& pixels = lease->Pixels();
+    cv::Mat mat(pixels.nHeight, pixels.nWidth, CvTypeOf(pixels.eImageType), pixels.pData,
+                static_cast<std::size_t>(pixels.nPitch));
+    auto* pShared = new cv::UMatData(&detail::SurfaceMatAllocator::Instance());
+    pShared->data = pShared->origdata = pixels.pData;
+    pShared->size = pixels.nDataSize;
+    pShared->userdata = lease.release();
+    mat.u = pShared;
+    mat.addref();
+    return mat;
+}
+
+/// A surface over the matrix's own pixels: nothing is copied, and the surface shares the matrix's
+/// memory for as long as it lives. A matrix over memory of somebody else's only borrows it.
+///
+/// This works where the rows lie as a surface's do: at 3 x width rounded up to a multiple of 4 for
+/// three channels, at the plain row length otherwise. CopyToSurface takes every matrix.
+///
+/// The surface belongs to no pool; its last Release destroys it. The origin position is (0, 0).
+/// @param[in] mat    two dimensions, elements of eType.
+/// @param[in] eType  what the elements mean.
+/// @return empty when the type does not fit the elements, and when the rows lie otherwise.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> SurfaceOver(const cv::Mat& mat, ETnNLImageType eType) {
+    if (!detail::IsPicture(mat, eType)) {
+        return nullptr;
+    }
+    const auto blocks = MakeObject<detail::MatBlockPool>(mat);
+    auto pool = MakeSurfacePool(blocks.get());
+    const ITnRobotSurface::STnSurfaceDesc desc{mat.cols, mat.rows, 0, eType, {0, 0}};
+    TnRobotPtr<ITnRobotSurface> surface = QuerySurface(*pool, desc);
+    if (!surface || (mat.rows > 1 && mat.step[0] != static_cast<std::size_t>(desc.nPitch))) {
+        return nullptr;
+    }
+    // With two holders the surface keeps its pixels when its pool goes.
+    const TnRobotPtr<ITnRobotSurface> second = surface;
+    pool.reset();
+    return surface;
+}
+
+/// As above, with the format that OpenCV means by the matrix's type (ImageTypeOf).
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> SurfaceOver(const cv::Mat& mat) {
+    return SurfaceOver(mat, mat.empty() ? TN_IMAGE_NONE : ImageTypeOf(mat.type()));
+}
+
+/// A surface and a matrix over the same pixels.
+///
+/// Either may be taken out and outlives the other. An OpenCV function that writes into Mat() works
+/// in the surface as long as it keeps size and type; one that wants another size or type gives the
+/// matrix other memory, and Shares() is false from then on.
+class SurfaceMat {
+public:
+    /// Holds nothing.
+    SurfaceMat() = default;
+
+    /// Views a surface as a matrix, without copying: see MatOver.
+    [[nodiscard]] static SurfaceMat View(const TnRobotPtr<ITnRobotSurface>& surface,
+                                         TnRobotPtr<ITnUnknown> keepAlive = nullptr) {
+        return {surface, MatOver(surface, std::move(keepAlive))};
+    }
+
+    /// Views a matrix as a surface, without copying: see SurfaceOver.
+    [[nodiscard]] static SurfaceMat Over(const cv::Mat& mat, ETnNLImageType eType) {
+        return {SurfaceOver(mat, eType), mat};
+    }
+
+    /// As above, with the format that OpenCV means by the matrix's type.
+    [[nodiscard]] static SurfaceMat Over(const cv::Mat& mat) { return {SurfaceOver(mat), mat}; }
+
+    /// Makes a surface of a pool to be filled through its matrix, whose pixels are not initialised.
+    /// @param[in] pool       borrowed for the call.
+    /// @param[in] keepAlive  see MatOver.
+    /// @return empty when the pool has no such surface, and for 4:2:0.
+    [[nodiscard]] static SurfaceMat Allocate(ITnRobotSurfacePool& pool, const cv::Size& size, ETnNLImageType eType,
+                                             TnRobotPtr<ITnUnknown> keepAlive = nullptr) {
+        const ITnRobotSurface::STnSurfaceDesc desc{size.width, size.height, 0, eType, {0, 0}};
+        return CvTypeOf(eType) < 0 ? SurfaceMat() : View(QuerySurface(pool, desc), std::move(keepAlive));
+    }
+
+    /// @return whether there are a surface and a matrix.
+    explicit operator bool() const { return m_surface && !m_mat.empty(); }
+
+    /// @return whether the matrix still lies in the surface.
+    bool Shares() const {
+        const detail::SurfaceLease lease(m_surface, nullptr);
+        return !m_mat.empty() && m_mat.data == lease.Pixels().pData;
+    }
+
+    /// @return the surface; an empty pointer when this holds nothing.
+    const TnRobotPtr<ITnRobotSurface>& Surface() const { return m_surface; }
+
+    /// @return the matrix; empty when this holds nothing.
+    cv::Mat& Mat() { return m_mat; }
+
+    /// @return the matrix; empty when this holds nothing.
+    const cv::Mat& Mat() const { return m_mat; }
+
+private:
+    // Both or none.
+    SurfaceMat(TnRobotPtr<ITnRobotSurface> surface, cv::Mat mat) {
+        if (surface && !mat.empty()) {
+            m_surface = std::move(surface);
+            m_mat = std::move(mat);
+        }
+    }
+
+    TnRobotPtr<ITnRobotSurface> m_surface;
+    cv::Mat m_mat;
+};
+
+/// Copies a matrix, of any row length, into a new surface of a pool; row padding is zero.
+/// @param[in] mat    two dimensions, elements of eType; may be a region.
+/// @param[in] pool   borrowed for the call.
+/// @param[in] eType  what the elements mean.
+/// @return empty when the type does not fit the elements, or the pool has no such surface.
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> CopyToSurface(const cv::Mat& mat, ITnRobotSurfacePool& pool,
+                                                               ETnNLImageType eType) {
+    if (!detail::IsPicture(mat, eType)) {
+        return nullptr;
+    }
+    SurfaceMat target = SurfaceMat::Allocate(pool, mat.size(), eType);
+    if (!target) {
+        return nullptr;
+    }
+    const std::size_t nRow = static_cast<std::size_t>(mat.cols) * mat.elemSize();
+    const std::size_t nPadding = target.Mat().step[0] - nRow;
+    for (int nY = 0; nY < mat.rows; ++nY) {
+        unsigned char* pRow = target.Mat().ptr(nY);
+        std::memcpy(pRow, mat.ptr(nY), nRow);
+        std::memset(pRow + nRow, 0, nPadding);
+    }
+    return target.Surface();
+}
+
+/// As above, with the format that OpenCV means by the matrix's type (ImageTypeOf).
+[[nodiscard]] inline TnRobotPtr<ITnRobotSurface> CopyToSurface(const cv::Mat& mat, ITnRobotSurfacePool& pool) {
+    return CopyToSurface(mat, pool, mat.empty() ? TN_IMAGE_NONE : ImageTypeOf(mat.type()));
+}
+
+}  // namespace tn
+
+#endif  // TNROBOTKERNEL_OPENCV_H_

@@ -1,0 +1,314 @@
+"""Shows libTnRobotKernel's objects in gdb: smart pointers, values, groups, surfaces, memory blocks.
+
+Loading it, in gdb or in ~/.gdbinit:
+
+    source PREFIX/share/TnRobotKernel/gdb/tnrobot_gdb.py
+
+Then "print", "info locals" and every front end that asks gdb show for example
+
+    (gdb) print group
+    $1 = TnRobotPtr<ITnRobotDataValueGroup> = {* = group of 2 values, 1 reference = {
+        ["count"] = DATA_TYPE_INT 42, 2 references, ["name"] = DATA_TYPE_STRING "arm", 2 references}}
+
+"print *pValue" does the same for a raw pointer to an interface; "print/r" shows what gdb shows
+without the printers. The references of a pooled object include its pool's own one.
+
+What an object holds is known to gdb only where the library has debug information (its debug build,
+or its debug package). Without it the class and the number of references are shown. Nothing is ever
+called in the program that is being debugged, and memory that cannot be read is said to be so:
+core files and broken objects can be looked at too.
+"""
+
+import re
+import struct
+
+import gdb
+import gdb.printing
+
+# Bytes of a block that are shown, and entries of a group when "print elements" is unlimited.
+SHOWN_BYTES = 16
+SHOWN_CHARACTERS = 4096
+
+# Type of a value: name, format of its bytes for struct (None for texts and blocks).
+VALUE_TYPES = {
+    0: ("DATA_TYPE_NONE", None),
+    1: ("DATA_TYPE_BOOL", "<?"),
+    2: ("DATA_TYPE_SHORT", "<h"),
+    3: ("DATA_TYPE_USHORT", "<H"),
+    4: ("DATA_TYPE_INT", "<i"),
+    5: ("DATA_TYPE_UINT", "<I"),
+    6: ("DATA_TYPE_FLOAT", "<f"),
+    7: ("DATA_TYPE_DOUBLE", "<d"),
+    8: ("DATA_TYPE_LONGLONG", "<q"),
+    9: ("DATA_TYPE_ULONGLONG", "<Q"),
+    10: ("DATA_TYPE_STRING", None),
+    11: ("DATA_TYPE_BLOCK", None),
+    12: ("DATA_TYPE_CHAR", "<c"),
+    13: ("DATA_TYPE_BYTE", "<B"),
+}
+
+
+def read(address, count):
+    """Bytes of the program, or None where they cannot be read."""
+    try:
+        return bytes(gdb.selected_inferior().read_memory(int(address), int(count)))
+    except (gdb.error, OverflowError, ValueError, MemoryError):
+        return None
+
+
+def character_limit():
+    """How much of a text "print elements" asks for."""
+    limit = gdb.parameter("print elements")
+    return min(limit, SHOWN_CHARACTERS) if limit else SHOWN_CHARACTERS
+
+
+def first_bytes(address, count):
+    """The first bytes of a piece of memory, after a colon; nothing when there are none."""
+    if address == 0 or count == 0:
+        return ""
+    data = read(address, min(count, SHOWN_BYTES))
+    if data is None:
+        return ": <memory cannot be read>"
+    return ": " + " ".join("%02x" % byte for byte in data) + (" ..." if count > SHOWN_BYTES else "")
+
+
+def contents(address, count):
+    """The size of a piece of memory and its first bytes."""
+    return plural(count, "byte") + first_bytes(address, count)
+
+
+def quoted(data):
+    """Bytes as a text in double quotes, everything but printable ASCII and UTF-8 escaped."""
+    text = data.decode("utf-8", "backslashreplace")
+    escapes = {'"': '\\"', "\\": "\\\\", "\n": "\\n", "\r": "\\r", "\t": "\\t"}
+    return '"' + "".join(escapes.get(c, c if c.isprintable() else "\\x%02x" % ord(c)) for c in text) + '"'
+
+
+def plural(count, noun):
+    """A number and its noun."""
+    return "%d %s%s" % (count, noun, "" if count == 1 else "s")
+
+
+def most_derived(value):
+    """The whole object that a base of it was found in."""
+    return value.cast(value.dynamic_type)
+
+
+def class_name(value):
+    """The object's class, from its table of operations where its type is not known."""
+    if value.dynamic_type != value.type:
+        return str(value.dynamic_type.strip_typedefs())
+    data = read(value.address, 8)
+    if data is not None:
+        where = gdb.execute("info symbol %d" % struct.unpack("<Q", data), to_string=True)
+        match = re.match(r"vtable for (\w+)", where)
+        if match:
+            return match.group(1)
+    return str(value.type.strip_typedefs().unqualified())
+
+
+def references(value):
+    """How many references an object has."""
+    return plural(int(value["m_nRefCount"]["_M_i"]), "reference")
+
+
+def has_fields(value, *names):
+    """Whether the debug information has these members."""
+    return all(name in {f.name for f in value.type.strip_typedefs().fields()} for name in names)
+
+
+class Printer:
+    """One object: describe() for what it is, entries() for what it holds."""
+
+    needed = ()
+
+    def __init__(self, value):
+        self.value = value
+        try:
+            self.value = most_derived(value)
+        except gdb.error:
+            pass  # a broken object is shown as what it was declared as
+
+    def to_string(self):
+        """What gdb shows in front of the members."""
+        try:
+            if has_fields(self.value, *self.needed):
+                return "%s, %s" % (self.describe(), references(self.value))
+            return "%s, %s" % (class_name(self.value), references(self.value))
+        except gdb.error:
+            return "<memory cannot be read>"
+
+
+class ValuePrinter(Printer):
+    """A data value."""
+
+    needed = ("m_eType", "m_pData", "m_nLength")
+
+    def describe(self):
+        """Its type and content."""
+        number = int(self.value["m_eType"])
+        name, layout = VALUE_TYPES.get(number, ("type %d" % number, None))
+        data, length = int(self.value["m_pData"]), int(self.value["m_nLength"])
+        if name == "DATA_TYPE_BLOCK":
+            return "%s of %s" % (name, contents(data, length))
+        if data == 0:
+            return name
+        if layout:
+            return "%s %s" % (name, self.scalar(layout, data))
+        return "%s %s" % (name, self.text(data, length)) if name == "DATA_TYPE_STRING" else name
+
+    @staticmethod
+    def scalar(layout, address):
+        """A number, character or truth value."""
+        data = read(address, struct.calcsize(layout))
+        if data is None:
+            return "<memory cannot be read>"
+        number = struct.unpack(layout, data)[0]
+        if isinstance(number, bytes):
+            return "'%s'" % quoted(number)[1:-1]
+        if isinstance(number, bool):
+            return "true" if number else "false"
+        return "%.9g" % number if layout == "<f" else repr(number)
+
+    @staticmethod
+    def text(address, length):
+        """A text up to its terminating zero."""
+        limit = character_limit()
+        data = read(address, min(length, limit + 1))
+        if data is None:
+            return "<memory cannot be read>"
+        data = data.split(b"\0")[0]
+        return quoted(data[:limit]) + ("..." if len(data) > limit else "")
+
+
+class GroupPrinter(Printer):
+    """A value group; its members are its entries, in the order of their names."""
+
+    needed = ("m_values",)
+
+    def describe(self):
+        """How many entries it has."""
+        return "group of " + plural(int(self.value["m_values"]["_M_h"]["_M_element_count"]), "value")
+
+    # The standard library's own printer knows how to walk the dictionary. It may be missing, and
+    # a dictionary may be broken: what can be read is shown.
+    def items(self):
+        """Names and values as far as they can be read."""
+        dictionary = gdb.default_visualizer(self.value["m_values"])
+        if dictionary is None:
+            return
+        try:
+            for _, item in dictionary.children():
+                yield item
+        except gdb.error:
+            pass
+
+    def children(self):
+        """The entries: name and value."""
+        if not has_fields(self.value, *self.needed):
+            return
+        items = list(self.items())
+        entries = [(bytes_of_string(name), held["m_p"]) for name, held in zip(items[0::2], items[1::2])]
+        for name, pointer in sorted(entries, key=lambda entry: entry[0]):
+            yield "[%s]" % quoted(name), pointer.dereference() if int(pointer) else pointer
+
+
+def bytes_of_string(text):
+    """The bytes of a std::string."""
+    return read(text["_M_dataplus"]["_M_p"], min(int(text["_M_string_length"]), character_limit())) or b""
+
+
+class SurfacePrinter(Printer):
+    """A surface."""
+
+    needed = ("m_desc", "m_block", "m_nTimeStamp")
+
+    def describe(self):
+        """Its geometry, format, origin and time stamp."""
+        desc = self.value["m_desc"]
+        text = "surface %d x %d, pitch %d, %s, origin (%d, %d), time stamp %d" % (
+            int(desc["nWidth"]), int(desc["nHeight"]), int(desc["nPitch"]), desc["eImageType"],
+            int(desc["oriPos"]["x"]), int(desc["oriPos"]["y"]), int(self.value["m_nTimeStamp"]))
+        return text + ("" if int(self.value["m_block"]["m_p"]) else ", no pixels")
+
+    def children(self):
+        """The block with the pixels."""
+        if has_fields(self.value, *self.needed) and int(self.value["m_block"]["m_p"]):
+            yield "pixels", self.value["m_block"]["m_p"].dereference()
+
+
+class BlockPrinter(Printer):
+    """A memory block of a pool, or a view of somebody else's memory."""
+
+    needed = ("m_pData",)
+
+    def describe(self):
+        """Its size and first bytes."""
+        data = int(self.value["m_pData"])
+        if has_fields(self.value, "m_nUsedSize", "m_nCapacity"):
+            used, capacity = int(self.value["m_nUsedSize"]), int(self.value["m_nCapacity"])
+            return "block of %s, capacity %d%s" % (plural(used, "byte"), capacity, first_bytes(data, used))
+        if has_fields(self.value, "m_nSize"):
+            return "view of " + contents(data, int(self.value["m_nSize"]))
+        return class_name(self.value)
+
+
+class PointerPrinter:
+    """TnRobotPtr: empty, or the object it holds; of one without a printer its class and address."""
+
+    def __init__(self, value):
+        self.value = value
+
+    def object(self):
+        """The object, or None."""
+        pointer = self.value["m_p"]
+        return pointer.dereference() if int(pointer) else None
+
+    def to_string(self):
+        """The pointer's own type, and the object's class where nothing else tells it."""
+        name = "TnRobotPtr<%s>" % self.value.type.strip_typedefs().template_argument(0)
+        held = self.object()
+        if held is None:
+            return name + " (empty)"
+        if object_printer(held) is not None:
+            return name
+        try:
+            return "%s to %s, %s" % (name, class_name(held), references(held))
+        except gdb.error:
+            return name
+
+    def children(self):
+        """The object or its address."""
+        held = self.object()
+        if held is None:
+            return
+        if object_printer(held) is not None:
+            yield "*", held
+        else:
+            yield "get()", self.value["m_p"]
+
+
+PRINTERS = (
+    (re.compile(r"^[IC]TnRobotDataValue$"), ValuePrinter),
+    (re.compile(r"^[IC]TnRobotDataValueGroup$"), GroupPrinter),
+    (re.compile(r"^[IC]TnRobotSurface$"), SurfacePrinter),
+    (re.compile(r"^(ITnRobotMemoryBlock|CTnRobotMemoryBlock|CTnRobotProtocolMemBlock)$"), BlockPrinter),
+    (re.compile(r"^TnRobotPtr<.*>$"), PointerPrinter),
+)
+
+
+def object_printer(value):
+    """The printer class of a value's type, or None."""
+    name = value.type.strip_typedefs().unqualified().tag
+    return next((printer for pattern, printer in PRINTERS if name and pattern.match(name)), None)
+
+
+class TnRobotPrinters(gdb.printing.PrettyPrinter):
+    """All of the above, for gdb's "info pretty-printer"."""
+
+    def __call__(self, value):
+        printer = object_printer(value)
+        return printer(value) if printer is not None else None
+
+
+gdb.printing.register_pretty_printer(None, TnRobotPrinters("libTnRobotKernel"), replace=True)
