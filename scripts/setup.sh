@@ -10,10 +10,11 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
 case "${1:-all}" in
     build) ;;
-    test) packages+=(libgtest-dev binutils libssl-dev) ;;
+    test) packages+=(libgtest-dev binutils libssl-dev libspdlog-dev libcli11-dev nlohmann-json3-dev) ;;
     coverage) packages+=(libgtest-dev binutils libssl-dev gcovr) ;;
     bench) packages+=(libbenchmark-dev python3) ;;
-    all) packages+=(libgtest-dev binutils libssl-dev libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev
+    all) packages+=(libgtest-dev binutils libssl-dev libspdlog-dev libcli11-dev nlohmann-json3-dev mandoc
+                    libbenchmark-dev clang clang-format clang-tidy libclang-rt-14-dev
                     pkg-config python3 git gcovr) ;;
     *) echo "usage: $0 [build|test|bench|coverage|all]" >&2; exit 2 ;;
 esac
