@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over the library, the examples and the fuzz targets, warnings as errors.
+# Runs clang-tidy over the library, the logger, the tools, the examples and the fuzz targets, warnings as errors.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 "$root/scripts/setup.sh" all
 [ -f "$root/build/clang/compile_commands.json" ] || build clang
 
 say "clang-tidy"
-git ls-files -z --cached --others --exclude-standard 'src/*.cpp' 'examples/*.cpp' 'fuzz/*.cpp' |
+git ls-files -z --cached --others --exclude-standard 'src/*.cpp' 'logger/*.cpp' 'tools/*.cpp' 'examples/*.cpp' 'fuzz/*.cpp' |
     xargs -0 -n 1 -P "$jobs" clang-tidy --quiet --warnings-as-errors='*' -p "$root/build/clang"

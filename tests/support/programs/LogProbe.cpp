@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -58,6 +60,83 @@ void LogFromThreads() {
     for (std::thread& thread : threads) {
         thread.join();
     }
+}
+
+// Many lines of one level that every logger keeps.
+constexpr int kFloodLevel = 2;
+
+void Flood(int nThreads, int nLines) {
+    std::vector<std::thread> threads;
+    for (int nThread = 0; nThread < nThreads; ++nThread) {
+        threads.emplace_back([nThread, nLines] {
+            for (int nLine = 0; nLine < nLines; ++nLine) {
+                TnRobotLogUtils::PrintLog(kFloodLevel, "thread %d line %d.", nThread, nLine);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+// Lets threads run one round at a time; between two rounds all of them stand still.
+class Rounds {
+public:
+    explicit Rounds(int nThreads) : m_nThreads(nThreads) {}
+
+    // Runs a round and returns when every thread has finished it.
+    void Run() {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_nRunning = m_nThreads;
+        ++m_nRound;
+        m_changed.notify_all();
+        m_changed.wait(lock, [this] { return m_nRunning == 0; });
+    }
+
+    // Called by a thread after its part of round nRound - 1.
+    void WaitFor(int nRound) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [&] { return m_nRound >= nRound; });
+    }
+
+    void Finish() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        --m_nRunning;
+        m_changed.notify_all();
+    }
+
+private:
+    const int m_nThreads;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    int m_nRound = 0;
+    int m_nRunning = 0;
+};
+
+// The threads outlive every logger they have logged to: the library comes and goes under them.
+void ReloadUnderThreads(int nThreads, int nRounds) {
+    Rounds rounds(nThreads);
+    std::vector<std::thread> threads;
+    for (int nThread = 0; nThread < nThreads; ++nThread) {
+        threads.emplace_back([&rounds, nThread, nRounds] {
+            for (int nRound = 1; nRound <= nRounds; ++nRound) {
+                rounds.WaitFor(nRound);
+                TnRobotLogUtils::PrintLog(kFloodLevel, "thread %d line %d.", nThread, nRound - 1);
+                rounds.Finish();
+            }
+        });
+    }
+    int nLoaded = 0;
+    for (int nRound = 1; nRound <= nRounds; ++nRound) {
+        TnRobotLogUtils::Init();
+        rounds.Run();
+        TnRobotLogUtils::Destroy();
+        nLoaded += IsLoaded() ? 1 : 0;
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    std::printf("reloaded %d still loaded %d\n", nRounds, nLoaded);
 }
 
 void WaitForMore(const std::atomic<long>& nTurns, long nMore) {
@@ -129,6 +208,8 @@ bool Run(const SStep& step) {
         {"relink", [](const SStep& s) { std::printf("relinked %d\n", Relink(s.argument) ? 1 : 0); }},
         {"threads", [](const SStep&) { LogFromThreads(); }},
         {"race", [](const SStep&) { InitWhileLogging(); }},
+        {"flood", [](const SStep& s) { Flood(s.number, std::atoi(s.argument.c_str())); }},
+        {"reload", [](const SStep& s) { ReloadUnderThreads(s.number, std::atoi(s.argument.c_str())); }},
     };
     const auto it = verbs.find(step.verb);
     if (it == verbs.end()) {

@@ -1,0 +1,222 @@
+// The command line of tnrobot-inspect, and how it treats terminals and unsuitable files.
+
+#include <pty.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tools/InspectProgram.h"
+
+using namespace tntest;
+
+namespace {
+
+class InspectCommandLine : public InspectProgram {
+protected:
+    /// Runs the program with a terminal for all its output. @return what the terminal received.
+    std::string RunOnTerminal(const std::vector<std::string>& arguments, const char* lpszNoColour) const {
+        int nTerminal = -1;
+        const pid_t child = forkpty(&nTerminal, nullptr, nullptr, nullptr);
+        if (child == 0) {
+            constexpr unsigned int kLongestRunSeconds = 120;
+            alarm(kLongestRunSeconds);
+            setenv("TERM", "xterm", 1);
+            setenv("NO_COLOR", lpszNoColour, 1);
+            std::vector<char*> words = {const_cast<char*>(TNROBOT_INSPECT)};
+            for (const std::string& word : arguments) {
+                words.push_back(const_cast<char*>(word.c_str()));
+            }
+            words.push_back(nullptr);
+            if (chdir(m_directory.Path().c_str()) == 0) {
+                execv(TNROBOT_INSPECT, words.data());
+            }
+            _exit(127);
+        }
+        std::string text;
+        char buffer[4096];
+        for (ssize_t nRead = 0; (nRead = read(nTerminal, buffer, sizeof(buffer))) > 0;) {
+            text.append(buffer, static_cast<std::size_t>(nRead));
+        }
+        close(nTerminal);
+        int nStatus = 0;
+        waitpid(child, &nStatus, 0);
+        EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) <= 2);
+        return text;
+    }
+};
+
+}  // namespace
+
+TEST_F(InspectCommandLine, HelpAndVersionAreNoErrors) {
+    EXPECT_NE(Run({"--help"}).output.find("Exit codes: 0 good"), std::string::npos);
+    EXPECT_EQ(Run({"dump", "--help"}).nExitCode, 0);
+    const ChildResult version = Run({"--version"});
+    EXPECT_EQ(version.output.rfind("tnrobot-inspect 1.", 0), 0U);
+    EXPECT_EQ(version.nExitCode, 0);
+}
+
+TEST_F(InspectCommandLine, WrongUsageIsTwo) {
+    Write("g", SavedGroup({}));
+    const std::vector<std::vector<std::string>> wrong = {
+        {},
+        {"nothing"},
+        {"info"},
+        {"dump", "g", "g"},
+        {"diff", "g"},
+        {"verify"},
+        {"convert", "g"},
+        {"info", "--kind", "png", "g"},
+        {"info", "--max-memory", "0", "g"},
+        {"info", "--color", "sometimes", "g"},
+        {"info", "--unknown", "g"},
+        {"info", "g", "dump", "g"},
+    };
+    for (const auto& arguments : wrong) {
+        EXPECT_EQ(Run(arguments).nExitCode, 2) << ::testing::PrintToString(arguments);
+        EXPECT_EQ(Run(arguments).output, "");
+    }
+}
+
+TEST_F(InspectCommandLine, UnsuitableFilesAreTwo) {
+    Write("empty", {});
+    Write("text", FromText("just some text, nothing else"));
+    Write("large", Bytes(2 << 20, 'x'));
+    ASSERT_EQ(mkfifo((m_directory / "pipe").c_str(), 0600), 0);
+    const struct {
+        std::vector<std::string> arguments;
+        std::string error;
+    } cases[] = {
+        {{"missing"}, "missing: No such file or directory"},
+        {{"."}, ".: not a regular file"},
+        {{"pipe"}, "pipe: not a regular file"},
+        {{"/dev/zero"}, "/dev/zero: not a regular file"},
+        {{"empty"}, "empty: empty"},
+        {{"text"},
+         "text: neither value groups, nor an archive with a map header, nor BMP, nor JPEG; --kind says what it should "
+         "be"},
+        {{"large", "--max-memory", "2"}, "large: larger than --max-memory, 2 MiB"},
+    };
+    for (const auto& unsuitable : cases) {
+        for (const char* lpszCommand : {"info", "dump", "verify"}) {
+            std::vector<std::string> arguments = {lpszCommand};
+            arguments.insert(arguments.end(), unsuitable.arguments.begin(), unsuitable.arguments.end());
+            const ChildResult result = RunForErrors(arguments);
+            EXPECT_EQ(result.output, "tnrobot-inspect: " + unsuitable.error + "\n");
+            EXPECT_EQ(result.nExitCode, 2);
+        }
+    }
+}
+
+TEST_F(InspectCommandLine, VerifyGoesOnAndAnswersTheWorst) {
+    Write("good", SavedGroup({}));
+    Write("bad", FromHex("01 0100"));
+    ExpectOutput({"verify", "bad", "good"}, 1,
+                 "bad: damaged (value groups, 3 bytes)\n"
+                 "  damage at 1: the file ends within the entry count\n"
+                 "good: good (value groups, 5 bytes)\n");
+    ExpectOutput({"verify", "missing", "good"}, 2, "good: good (value groups, 5 bytes)\n");
+    EXPECT_EQ(Run({"verify", "missing", "bad", "good"}).nExitCode, 2);
+    EXPECT_EQ(Run({"verify", "good", "good"}).nExitCode, 0);
+}
+
+TEST_F(InspectCommandLine, KindIsForced) {
+    Write("g", SavedGroup({}));
+    EXPECT_EQ(Run({"info", "--kind", "group", "g"}).nExitCode, 0);
+    for (const char* lpszKind : {"archive", "bmp", "jpeg"}) {
+        EXPECT_EQ(Run({"info", "--kind", lpszKind, "g"}).nExitCode, 1) << lpszKind;
+    }
+}
+
+TEST_F(InspectCommandLine, OutputThatCannotBeWrittenIsTwo) {
+    Write("g", SavedGroup({}));
+    const ChildResult result = RunChild({"/bin/sh",
+                                         {"-c", R"("$0" info g >/dev/full 2>/dev/null; echo $?)", TNROBOT_INSPECT},
+                                         {},
+                                         m_directory.Path().string()});
+    EXPECT_EQ(result.output, "2\n");
+}
+
+TEST_F(InspectCommandLine, ColoursAreForTerminals) {
+    Write("g", SavedGroup({}));
+    EXPECT_NE(RunOnTerminal({"verify", "g"}, "").find("\x1b[32mgood\x1b[0m"), std::string::npos);
+    EXPECT_EQ(RunOnTerminal({"verify", "g"}, "1"), "g: good (value groups, 5 bytes)\r\n");
+    EXPECT_EQ(RunOnTerminal({"verify", "--color", "never", "g"}, ""), "g: good (value groups, 5 bytes)\r\n");
+    ExpectOutput({"verify", "g"}, 0, "g: good (value groups, 5 bytes)\n");
+    ExpectOutput({"verify", "--color", "always", "g"}, 0, "g: \x1b[32mgood\x1b[0m (value groups, 5 bytes)\n");
+}
+
+TEST_F(InspectCommandLine, LongReadingShowsProgressOnATerminalOnly) {
+    Write("large.bmp", FromText("BM") + Bytes(20 << 20, 0));
+    const std::string text = RunOnTerminal({"verify", "large.bmp"}, "1");
+    EXPECT_NE(text.find("\rreading large.bmp 49 %"), std::string::npos);
+    EXPECT_NE(text.find("\r\x1b[Klarge.bmp: damaged"), std::string::npos) << "the line is cleared before the result";
+    EXPECT_EQ(RunForErrors({"verify", "large.bmp"}).output, "");
+}
+
+TEST_F(InspectCommandLine, CompletionKnowsCommandsOptionsAndFiles) {
+    Write("picture.bmp", {});
+    const struct {
+        const char* lpszWords;
+        const char* lpszCompletions;
+    } cases[] = {
+        {"du", "dump\n"},
+        {"''", "info dump diff verify convert --help --version\n"},
+        {"dump --f", "--full\n"},
+        {"convert --f", "--force\n"},
+        {"info --kind ''", "group archive bmp jpeg\n"},
+        {"info --color a", "auto always\n"},
+        {"info --max-memory ''", "\n"},
+        {"verify pic", "picture.bmp\n"},
+    };
+    for (const auto& expected : cases) {
+        const std::string script =
+            std::string(". '" TNROBOT_INSPECT_COMPLETION "'; COMP_WORDS=(tnrobot-inspect ") + expected.lpszWords +
+            "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tnrobot_inspect; echo \"${COMPREPLY[*]}\"";
+        const ChildResult result = RunChild({"/bin/bash", {"-c", script}, {}, m_directory.Path().string()});
+        EXPECT_EQ(result.output, expected.lpszCompletions) << expected.lpszWords;
+    }
+}
+
+// Whatever is in a file, the program ends by itself with one of its exit codes.
+TEST_F(InspectCommandLine, SurvivesEveryFileOfTheFuzzers) {
+    int nFiles = 0;
+    for (const char* lpszRoot : {TNROBOT_FUZZ_DIRECTORY "/seeds", TNROBOT_FUZZ_DIRECTORY "/corpus"}) {
+        if (!std::filesystem::exists(lpszRoot)) {
+            continue;
+        }
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(lpszRoot)) {
+            if (!entry.is_regular_file()) {
+                continue;
+            }
+            ++nFiles;
+            for (const std::vector<std::string>& command :
+                 {std::vector<std::string>{"info"}, {"dump"}, {"dump", "--json"}, {"verify"}}) {
+                std::vector<std::string> arguments = command;
+                arguments.push_back(entry.path().string());
+                const int nExitCode = Run(arguments).nExitCode;
+                EXPECT_TRUE(nExitCode >= 0 && nExitCode <= 2) << command[0] << " " << entry.path() << " " << nExitCode;
+            }
+        }
+    }
+    EXPECT_GT(nFiles, 20);
+}
+
+// Every byte of a good file of each kind, changed once.
+TEST_F(InspectCommandLine, SurvivesChangedFiles) {
+    for (const char* lpszSeed : {"value_group/all_types", "object_graph/shared_and_null", "bmp_picture/colour"}) {
+        Bytes bytes = ReadBytes(std::string(TNROBOT_FUZZ_DIRECTORY "/seeds/") + lpszSeed);
+        ASSERT_FALSE(bytes.empty()) << lpszSeed;
+        for (std::size_t i = 0; i < bytes.size(); i += 3) {
+            bytes[i] ^= 0xFF;
+            Write("changed", bytes);
+            bytes[i] ^= 0xFF;
+            const int nExitCode = Run({"dump", "--json", "changed"}).nExitCode;
+            EXPECT_TRUE(nExitCode >= 0 && nExitCode <= 2) << lpszSeed << " byte " << i << ": " << nExitCode;
+        }
+    }
+}

@@ -1,0 +1,234 @@
+// What tnrobot-inspect says about value groups.
+
+#include <limits>
+#include <string>
+
+#include "support/Values.h"
+#include "tools/InspectProgram.h"
+
+using namespace tntest;
+
+namespace {
+
+class InspectGroups : public InspectProgram {};
+
+Bytes SmallGroup() {
+    return SavedGroup({{"a", SavedInt(5)}, {"text", SavedText("hi")}});
+}
+
+}  // namespace
+
+TEST_F(InspectGroups, InfoCounts) {
+    Write("g.tnr", SmallGroup());
+    ExpectOutput({"info", "g.tnr"}, 0,
+                 "g.tnr: value groups, 45 bytes\n"
+                 "  groups          1\n"
+                 "  entries         2\n"
+                 "  condition       good\n");
+}
+
+TEST_F(InspectGroups, DumpShowsPositionsTypesAndValues) {
+    Write("g.tnr", SmallGroup());
+    ExpectOutput({"dump", "g.tnr"}, 0,
+                 "g.tnr: value groups, 45 bytes, good\n"
+                 "group 0 at 0: 2 entries, 45 bytes\n"
+                 "  offset    type       bytes     name  value\n"
+                 "  5         INT        4         a     5\n"
+                 "  24        STRING     3         text  hi\n");
+}
+
+TEST_F(InspectGroups, SeveralGroupsFollowEachOther) {
+    Write("g.tnr", SavedGroup({{"a", SavedInt(1)}}) + SavedGroup({}));
+    ExpectOutput({"dump", "g.tnr"}, 0,
+                 "g.tnr: value groups, 29 bytes, good\n"
+                 "group 0 at 0: 1 entries, 24 bytes\n"
+                 "  offset    type       bytes     name  value\n"
+                 "  5         INT        4         a     1\n"
+                 "group 1 at 24: 0 entries, 5 bytes\n"
+                 "  offset    type       bytes     name  value\n");
+}
+
+TEST_F(InspectGroups, JsonHoldsTheSame) {
+    Write("g.tnr", SavedGroup({{"a", SavedInt(5)}}));
+    ExpectOutput({"dump", "--json", "g.tnr"}, 0, R"({
+  "file": "g.tnr",
+  "kind": "value groups",
+  "bytes": 24,
+  "damaged": false,
+  "problems": [],
+  "groups": [
+    {
+      "offset": 0,
+      "bytes": 24,
+      "declared": 1,
+      "entries": [
+        {
+          "name": "a",
+          "type": "INT",
+          "offset": 5,
+          "bytes": 4,
+          "value": 5,
+          "text": "5"
+        }
+      ]
+    }
+  ]
+}
+)");
+}
+
+TEST_F(InspectGroups, EveryTypeHasTheLibrarysText) {
+    std::vector<std::pair<std::string, Bytes>> entries;
+    for (const ValueSample& sample : ValueSamples()) {
+        entries.emplace_back(sample.lpszName, SavedValue(sample.eType, sample.bytes));
+    }
+    entries.emplace_back("none", SavedValue(0, Bytes(8, 0)));
+    Write("g.tnr", SavedGroup(entries));
+    const ChildResult result = Run({"dump", "g.tnr"});
+    EXPECT_EQ(result.nExitCode, 0);
+    std::string values;
+    for (std::size_t nLine = result.output.find("  5 "); nLine < result.output.size();) {
+        const std::size_t nEnd = result.output.find('\n', nLine);
+        const std::string line = result.output.substr(nLine, nEnd - nLine);
+        values += line.substr(line.rfind(' ') + 1) + "\n";
+        nLine = nEnd + 1;
+    }
+    std::string expected;
+    for (const ValueSample& sample : ValueSamples()) {
+        expected += sample.strText + "\n";
+    }
+    EXPECT_EQ(values, expected + "0000000000000000\n");
+}
+
+TEST_F(InspectGroups, NumbersKeepTheirKindInJson) {
+    const double dNotANumber = std::numeric_limits<double>::quiet_NaN();
+    Write("g.tnr", SavedGroup({{"b", SavedValue(1, FromHex("01"))},
+                               {"d", SavedValue(7, BytesOf(0.1))},
+                               {"n", SavedValue(7, BytesOf(dNotANumber))},
+                               {"u", SavedValue(9, Bytes(8, 0xFF))},
+                               {"x", SavedValue(11, FromHex("0AFF"))}}));
+    const ChildResult result = Run({"dump", "--json", "g.tnr"});
+    EXPECT_EQ(result.nExitCode, 0);
+    for (const char* lpszExpected : {R"("value": true,)", R"("value": 0.1,)", R"("value": null,)",
+                                     R"("value": 18446744073709551615,)", R"("text": "-1")", R"("value": "0aff",)"}) {
+        EXPECT_NE(result.output.find(lpszExpected), std::string::npos) << lpszExpected << "\n" << result.output;
+    }
+}
+
+// No text of a file reaches a terminal as it is, and JSON is always UTF-8.
+TEST_F(InspectGroups, TextsAreMadeHarmless) {
+    Write("g.tnr", SavedGroup({{"a\x1b[2J", SavedText("x\n\xff\xc3\xbc\xc2\x9b")}}));
+    ExpectOutput({"dump", "g.tnr"}, 0,
+                 "g.tnr: value groups, 32 bytes, good\n"
+                 "group 0 at 0: 1 entries, 32 bytes\n"
+                 "  offset    type       bytes     name      value\n"
+                 "  5         STRING     8         a\\x1b[2J  x\\n\\xff\xc3\xbc\\xc2\\x9b\n");
+    const ChildResult result = Run({"dump", "--json", "g.tnr"});
+    EXPECT_NE(result.output.find(R"("value": "x\\n\\xff)"), std::string::npos) << result.output;
+}
+
+TEST_F(InspectGroups, LongValuesAreCutInTheTableOnly) {
+    const std::string text(100, 'y');
+    Write("g.tnr", SavedGroup({{"a", SavedText(text)}}));
+    EXPECT_NE(Run({"dump", "g.tnr"}).output.find(" " + text.substr(0, 60) + "...\n"), std::string::npos);
+    EXPECT_NE(Run({"dump", "--full", "g.tnr"}).output.find(" " + text + "\n"), std::string::npos);
+    EXPECT_NE(Run({"dump", "--json", "g.tnr"}).output.find("\"" + text + "\""), std::string::npos);
+}
+
+struct DamagedGroup {
+    const char* lpszName;
+    Bytes bytes;
+    std::string problem;  ///< the line that tells of it
+};
+
+class InspectDamagedGroups : public InspectProgram, public ::testing::WithParamInterface<DamagedGroup> {};
+
+TEST_P(InspectDamagedGroups, IsSaid) {
+    Write("g.tnr", GetParam().bytes);
+    for (const char* lpszCommand : {"info", "dump", "verify"}) {
+        const ChildResult result = Run({lpszCommand, "--kind", "group", "g.tnr"});
+        EXPECT_EQ(result.nExitCode, 1) << lpszCommand;
+        EXPECT_NE(result.output.find("  damage at " + GetParam().problem + "\n"), std::string::npos) << result.output;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, InspectDamagedGroups,
+    ::testing::Values(
+        DamagedGroup{"version", FromHex("02 00000000"), "0: group of version 2"},
+        DamagedGroup{"count", FromHex("01 0000"), "1: the file ends within the entry count"},
+        DamagedGroup{"negative_count", FromHex("01 FFFFFFFF"), "1: negative entry count -1"},
+        DamagedGroup{"missing_entries", FromHex("01 02000000") + SavedString("a") + SavedInt(1),
+                     "24: the file ends after 1 of 2 entries"},
+        DamagedGroup{"name_length", FromHex("01 01000000 FFFFFFFF"), "5: negative length -1 of a name"},
+        DamagedGroup{"long_name", FromHex("01 01000000 FFFFFF7F 6162"),
+                     "5: a name of 2147483647 bytes, but only 2 are left"},
+        DamagedGroup{"value_version", SavedGroup({{"a", FromHex("07 04000000 04000000 00000000")}}),
+                     "11: value of version 7"},
+        DamagedGroup{"value_type", SavedGroup({{"a", SavedValue(14, FromHex("00"))}}), "11: there is no type 14"},
+        DamagedGroup{"value_size", SavedGroup({{"a", SavedValue(4, FromHex("0000"))}}),
+                     "11: 2 bytes in a value of type INT, which has 4"},
+        DamagedGroup{"value_count", SavedGroup({{"a", FromHex("01 0B000000 FFFFFF7F 00")}}),
+                     "11: a value of 2147483647 bytes, but only 1 are left"},
+        DamagedGroup{"open_text", SavedGroup({{"a", SavedValue(10, FromText("abc"))}}),
+                     "11: a text without a zero byte at its end"},
+        DamagedGroup{"twice", SavedGroup({{"a", SavedInt(1)}, {"a", SavedInt(2)}}),
+                     "24: the name is there already: the library keeps the first value"},
+        DamagedGroup{"rest", SavedGroup({}) + FromHex("02"), "5: bytes behind the last group that are no group"}),
+    [](const auto& damaged) { return std::string(damaged.param.lpszName); });
+
+TEST_F(InspectGroups, EveryCutFileIsDamaged) {
+    const Bytes whole = SmallGroup();
+    for (std::size_t nSize = 1; nSize < whole.size(); ++nSize) {
+        Write("g.tnr", Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(nSize)));
+        const ChildResult result = Run({"verify", "g.tnr"});
+        EXPECT_EQ(result.nExitCode, 1) << nSize << "\n" << result.output;
+    }
+}
+
+TEST_F(InspectGroups, ManyProblemsAreCounted) {
+    Write("g.tnr", SavedGroup(std::vector<std::pair<std::string, Bytes>>(1101, {"a", SavedInt(1)})));
+    const ChildResult result = Run({"verify", "g.tnr"});
+    EXPECT_EQ(result.nExitCode, 1);
+    EXPECT_NE(result.output.find("the first value\n  and 100 more\n"), std::string::npos);
+    EXPECT_NE(Run({"dump", "--json", "g.tnr"}).output.find("\"moreProblems\": 100,"), std::string::npos);
+}
+
+TEST_F(InspectGroups, DiffOfEqualGroupsIgnoresTheirOrder) {
+    Write("a.tnr", SavedGroup({{"a", SavedInt(1)}, {"b", SavedInt(2)}}));
+    Write("b.tnr", SavedGroup({{"b", SavedInt(2)}, {"a", SavedInt(1)}}));
+    ExpectOutput({"diff", "a.tnr", "b.tnr"}, 0, "equal\n");
+}
+
+TEST_F(InspectGroups, DiffNamesWhatWasAddedRemovedAndChanged) {
+    Write("a.tnr", SavedGroup({{"gone", SavedInt(1)},
+                               {"kept", SavedInt(2)},
+                               {"n", SavedInt(3)},
+                               {"t", SavedInt(4)},
+                               {"z", SavedValue(7, BytesOf(1.0))}}));
+    Write("b.tnr", SavedGroup({{"kept", SavedInt(2)},
+                               {"n", SavedInt(33)},
+                               {"new", SavedText("x")},
+                               {"t", SavedText("4")},
+                               {"z", SavedValue(7, BytesOf(1.0000000000000002))}}));
+    ExpectOutput({"diff", "a.tnr", "b.tnr"}, 1,
+                 "- gone: INT 1\n"
+                 "~ n: INT 3 -> INT 33\n"
+                 "~ t: INT 4 -> STRING 4\n"
+                 "~ z: DOUBLE 1.000000 (000000000000f03f) -> DOUBLE 1.000000 (010000000000f03f)\n"
+                 "+ new: STRING x\n");
+}
+
+TEST_F(InspectGroups, DiffComparesGroupByGroup) {
+    Write("a.tnr", SavedGroup({{"a", SavedInt(1)}}) + SavedGroup({{"a", SavedInt(2)}}));
+    Write("b.tnr", SavedGroup({{"a", SavedInt(1)}}) + SavedGroup({{"a", SavedInt(3)}}) + SavedGroup({}));
+    ExpectOutput({"diff", "a.tnr", "b.tnr"}, 1, "~ group 1, a: INT 2 -> INT 3\n+ group 2 of 0 entries\n");
+}
+
+TEST_F(InspectGroups, DiffOfADamagedFileIsNeverEqual) {
+    const Bytes damaged = FromHex("01 02000000") + SavedString("a") + SavedInt(1);
+    Write("a.tnr", damaged);
+    ExpectOutput({"diff", "a.tnr", "a.tnr"}, 1,
+                 "a.tnr: damaged\n  damage at 24: the file ends after 1 of 2 entries\n"
+                 "a.tnr: damaged\n  damage at 24: the file ends after 1 of 2 entries\n");
+}

@@ -1,0 +1,63 @@
+// Runs tnrobot-inspect in a directory of a test's own.
+
+#ifndef TNROBOTKERNEL_TESTS_TOOLS_INSPECTPROGRAM_H_
+#define TNROBOTKERNEL_TESTS_TOOLS_INSPECTPROGRAM_H_
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/Bytes.h"
+#include "support/ChildProcess.h"
+#include "support/FileBytes.h"
+#include "support/TempDirectory.h"
+
+namespace tntest {
+
+class InspectProgram : public ::testing::Test {
+protected:
+    void Write(const std::string& name, const Bytes& bytes) const { WriteBytes(m_directory / name, bytes); }
+
+    /// Runs the program; its standard error output is kept apart and dropped.
+    ChildResult Run(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"-c", R"(exec "$0" "$@" 2>/dev/null)", TNROBOT_INSPECT});
+        return RunChild({"/bin/sh", arguments, {}, m_directory.Path().string()});
+    }
+
+    /// Runs the program. @return what it wrote to its standard error output, and its exit code.
+    ChildResult RunForErrors(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"-c", R"(exec "$0" "$@" 2>&1 >/dev/null)", TNROBOT_INSPECT});
+        return RunChild({"/bin/sh", arguments, {}, m_directory.Path().string()});
+    }
+
+    void ExpectOutput(std::vector<std::string> arguments, int nExitCode, const std::string& output) const {
+        const ChildResult result = Run(std::move(arguments));
+        EXPECT_EQ(result.output, output);
+        EXPECT_EQ(result.nExitCode, nExitCode);
+    }
+
+    const TempDirectory m_directory;
+};
+
+/// A group as it is saved. @param[in] entries  names and saved values.
+inline Bytes SavedGroup(const std::vector<std::pair<std::string, Bytes>>& entries) {
+    Bytes bytes = U8(1) + U32(static_cast<std::uint32_t>(entries.size()));
+    for (const auto& [name, value] : entries) {
+        bytes += SavedString(name) + value;
+    }
+    return bytes;
+}
+
+inline Bytes SavedInt(int nValue) {
+    return SavedValue(4, BytesOf(nValue));
+}
+
+inline Bytes SavedText(const std::string& text) {
+    return SavedValue(10, FromText(text) + U8(0));
+}
+
+}  // namespace tntest
+
+#endif  // TNROBOTKERNEL_TESTS_TOOLS_INSPECTPROGRAM_H_

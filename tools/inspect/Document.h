@@ -1,0 +1,48 @@
+// A file that has been read and taken apart.
+
+#ifndef TNROBOT_INSPECT_DOCUMENT_H_
+#define TNROBOT_INSPECT_DOCUMENT_H_
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <variant>
+
+#include "BmpFile.h"
+#include "Bytes.h"
+#include "Groups.h"
+#include "JpegFile.h"
+#include "Library.h"
+#include "ObjectTables.h"
+
+/// How files are read, as the command line says.
+struct ReadOptions {
+    std::string strKind;               ///< "group", "archive", "bmp", "jpeg", or empty: by content
+    std::size_t nMaxMemoryMiB = 1024;  ///< for the pixels of one picture, and for one file
+};
+
+/// Why a file cannot be looked at at all.
+class UnreadableError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// Everything known about one file. What it refers to are bytes of its own.
+struct Document {
+    std::string strPath;
+    Bytes bytes;
+    std::variant<GroupFile, ObjectTables, BmpFile, JpegFile> content;
+    std::optional<Picture> picture;  ///< of a BMP or JPEG file that the library decodes
+
+    Problems& ProblemList();
+    const Problems& ProblemList() const { return const_cast<Document*>(this)->ProblemList(); }
+    bool IsDamaged() const { return ProblemList().IsDamaged(); }
+
+    /// @return "value groups" and the like.
+    std::string KindName() const;
+};
+
+/// Reads a file, takes it apart and lets the library load it.
+/// Throws UnreadableError when the file cannot be read, is too large, or is of no known kind.
+Document ReadDocument(const std::string& strPath, const ReadOptions& options);
+
+#endif  // TNROBOT_INSPECT_DOCUMENT_H_

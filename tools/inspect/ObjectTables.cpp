@@ -1,0 +1,120 @@
+#include "ObjectTables.h"
+
+#include <algorithm>
+
+namespace {
+
+bool IsReadable(const std::string& strIdentifier) {
+    return !strIdentifier.empty() &&
+           std::all_of(strIdentifier.begin(), strIdentifier.end(), [](char ch) { return ch > ' ' && ch < '\x7f'; });
+}
+
+class TableParser {
+public:
+    explicit TableParser(ByteRange file) : m_reader(file) {}
+
+    ObjectTables Parse() {
+        const bool bWhole = ParseClasses() && ParseObjects();
+        m_tables.bLooksRight =
+            !m_tables.classes.empty() && std::all_of(m_tables.classes.begin(), m_tables.classes.end(),
+                                                     [](const ClassRow& row) { return IsReadable(row.strIdentifier); });
+        m_tables.nDataOffset = m_reader.Position();
+        if (bWhole) {
+            CheckClassIndexes();
+            ParseFirstRecord();
+        }
+        return std::move(m_tables);
+    }
+
+private:
+    bool Fail(std::size_t nOffset, std::string strText) {
+        m_tables.problems.Damage(nOffset, std::move(strText));
+        return false;
+    }
+
+    bool ParseClasses() {
+        std::uint16_t nCount = 0;
+        if (!m_reader.Take(nCount)) {
+            return Fail(0, "the file ends within the number of classes");
+        }
+        for (std::uint16_t i = 0; i < nCount; ++i) {
+            const std::size_t nOffset = m_reader.Position();
+            std::uint32_t nLength = 0;
+            ByteRange characters;
+            if (!m_reader.Take(nLength)) {
+                return Fail(nOffset,
+                            "the file ends after " + std::to_string(i) + " of " + std::to_string(nCount) + " classes");
+            }
+            if (!m_reader.Take(nLength, characters)) {
+                return Fail(nOffset, "a class identifier of " + std::to_string(nLength) + " bytes, but only " +
+                                         std::to_string(m_reader.Left()) + " are left");
+            }
+            m_tables.classes.push_back({nOffset, characters.Text()});
+        }
+        return true;
+    }
+
+    bool ParseObjects() {
+        const std::size_t nStart = m_reader.Position();
+        std::uint16_t nCount = 0;
+        if (!m_reader.Take(nCount)) {
+            return Fail(nStart, "the file ends where the number of objects should be");
+        }
+        for (std::uint16_t i = 0; i < nCount; ++i) {
+            ObjectRow row{m_reader.Position(), 0, 0};
+            if (!m_reader.Take(row.nIdentity) || !m_reader.Take(row.nClass)) {
+                return Fail(row.nOffset,
+                            "the file ends after " + std::to_string(i) + " of " + std::to_string(nCount) + " objects");
+            }
+            m_tables.objects.push_back(row);
+        }
+        return true;
+    }
+
+    void CheckClassIndexes() {
+        for (const ObjectRow& row : m_tables.objects) {
+            if (row.nClass >= m_tables.classes.size()) {
+                m_tables.problems.Damage(row.nOffset, "object of class " + std::to_string(row.nClass) +
+                                                          ", but there are " + std::to_string(m_tables.classes.size()) +
+                                                          " classes");
+            }
+        }
+    }
+
+    // Only the first record's place is known: how long an object's own bytes are, its class knows.
+    void ParseFirstRecord() {
+        m_reader.Take(m_reader.Left(), m_tables.data);
+        if (m_tables.data.nSize == 0) {
+            if (!m_tables.objects.empty()) {
+                m_tables.problems.Note(m_tables.nDataOffset, "no objects follow the tables");
+            }
+            return;
+        }
+        ByteReader reader(m_tables.data);
+        unsigned char nPresent = 0;
+        unsigned char nNew = 0;
+        FirstRecord record{};
+        reader.Take(nPresent);
+        record.bPresent = nPresent != 0;
+        if (record.bPresent && (!reader.Take(nNew) || !reader.Take(record.nIndex))) {
+            m_tables.problems.Damage(m_tables.nDataOffset, "the file ends within the first object record");
+            return;
+        }
+        record.bNew = nNew != 0;
+        if (record.bPresent && record.nIndex >= m_tables.objects.size()) {
+            m_tables.problems.Damage(m_tables.nDataOffset, "the first object record names object " +
+                                                               std::to_string(record.nIndex) + ", but there are " +
+                                                               std::to_string(m_tables.objects.size()) + " objects");
+        }
+        m_tables.firstRecord = record;
+    }
+
+    ByteReader m_reader;
+    ObjectTables m_tables;
+};
+
+}  // namespace
+
+ObjectTables ParseObjectTables(ByteRange file) {
+    return TableParser(file).Parse();
+}
