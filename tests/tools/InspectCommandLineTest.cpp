@@ -48,6 +48,13 @@ protected:
         EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) <= 2);
         return text;
     }
+
+    /// @return a directory of the fuzzers' seeds, one directory for each target.
+    std::string WriteSeeds() const {
+        const std::string directory = m_directory / "seeds";
+        EXPECT_EQ(RunChild({TNROBOT_SEED_WRITER, {directory}, {}, {}}).nExitCode, 0);
+        return directory;
+    }
 };
 
 }  // namespace
@@ -185,11 +192,8 @@ TEST_F(InspectCommandLine, CompletionKnowsCommandsOptionsAndFiles) {
 // Whatever is in a file, the program ends by itself with one of its exit codes.
 TEST_F(InspectCommandLine, SurvivesEveryFileOfTheFuzzers) {
     int nFiles = 0;
-    for (const char* lpszRoot : {TNROBOT_FUZZ_DIRECTORY "/seeds", TNROBOT_FUZZ_DIRECTORY "/corpus"}) {
-        if (!std::filesystem::exists(lpszRoot)) {
-            continue;
-        }
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(lpszRoot)) {
+    for (const std::string& strRoot : {WriteSeeds(), std::string(TNROBOT_FUZZ_FINDINGS)}) {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(strRoot)) {
             if (!entry.is_regular_file()) {
                 continue;
             }
@@ -203,13 +207,14 @@ TEST_F(InspectCommandLine, SurvivesEveryFileOfTheFuzzers) {
             }
         }
     }
-    EXPECT_GT(nFiles, 20);
+    EXPECT_GT(nFiles, 100);
 }
 
 // Every byte of a good file of each kind, changed once.
 TEST_F(InspectCommandLine, SurvivesChangedFiles) {
-    for (const char* lpszSeed : {"value_group/all_types", "object_graph/shared_and_null", "bmp_picture/colour"}) {
-        Bytes bytes = ReadBytes(std::string(TNROBOT_FUZZ_DIRECTORY "/seeds/") + lpszSeed);
+    const std::string seeds = WriteSeeds();
+    for (const char* lpszSeed : {"group_load/all_types", "object_graph/shared_and_null", "bmp_file/colour"}) {
+        Bytes bytes = ReadBytes(seeds + "/" + lpszSeed);
         ASSERT_FALSE(bytes.empty()) << lpszSeed;
         for (std::size_t i = 0; i < bytes.size(); i += 3) {
             bytes[i] ^= 0xFF;
