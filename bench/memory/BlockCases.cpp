@@ -82,7 +82,6 @@ void BareFloor(benchmark::State& state) {
 // One size, one mutex, no idle time: what compares is the smallest size alone, because it grows by
 // whole multiples of what it has.
 struct BoostPool : bench::PlainMemory {
-    static constexpr const char* kParty = "boost_singleton_pool";
     struct Tag {};
     using Pool = boost::singleton_pool<Tag, 32 * kKiB>;
     static Handle Take(unsigned int) { return static_cast<Handle>(Pool::malloc()); }

@@ -32,6 +32,9 @@ struct CoarseClock {
 /// count; the size class's lock again, under which the clock is read and the block put back.
 template <typename Clock>
 class FloorPool {
+private:
+    struct SizeClass;
+
 public:
     class Block;
 
@@ -72,7 +75,7 @@ public:
         friend class FloorPool;
         std::atomic<int> m_nCount{1};
         std::unique_ptr<unsigned char[]> m_bytes;
-        typename FloorPool::SizeClass* m_pClass = nullptr;
+        SizeClass* m_pClass = nullptr;
         typename Clock::time_point m_returned{};
     };
 

@@ -100,6 +100,7 @@ void CallRaw(benchmark::State& state) {
 }  // namespace
 
 int main(int nArguments, char** ppszArguments) {
+    bench::Program program(nArguments, ppszArguments, "ptr", "Counting pointer");
     bench::Register("PointerCreate/ours", 1, CreateOurs);
     bench::Register("PointerCreate/raw", 1, CreateRaw);
     bench::Register("PointerCopy/ours", 1, CopyOurs);
@@ -108,5 +109,5 @@ int main(int nArguments, char** ppszArguments) {
     bench::Register("PointerMove/raw", 1, MoveRaw);
     bench::Register("PointerCall/ours", 1, CallOurs);
     bench::Register("PointerCall/raw", 1, CallRaw);
-    return bench::Run(nArguments, ppszArguments, "Counting pointer");
+    return program.Run();
 }
