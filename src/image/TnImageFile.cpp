@@ -67,7 +67,7 @@ bool ImageFile::ReadAt(std::int64_t nOffset, void* pBuffer, std::size_t nSize) c
 
 bool ImageFile::ReadRowsReversed(std::int64_t nOffset, unsigned char* pBuffer, std::size_t nRow,
                                  std::size_t nRows) const {
-    std::array<iovec, 256> parts;
+    std::array<iovec, 256> parts{};
     while (nRows > 0) {
         const std::size_t nParts = std::min(nRows, parts.size());
         for (std::size_t i = 0; i < nParts; ++i) {

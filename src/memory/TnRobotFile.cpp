@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr std::streamsize kBufferSize = 64 * 1024;
+constexpr std::streamsize kBufferSize = std::streamsize{64} * 1024;
 
 }  // namespace
 
