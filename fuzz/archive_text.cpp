@@ -36,7 +36,8 @@ bool CheckNextText(LoadingArchive& archive, const Bytes& bytes, std::size_t& nAt
     }
     Require(nError == 0 && lpszText != nullptr, "a text that has begun is read");
     const bool bAsCounted = nLength == nCount;
-    const bool bAsArrived = static_cast<std::size_t>(nCount) > tnrobot::kReadStep && nLength >= static_cast<int>(nThere);
+    const bool bAsArrived =
+        static_cast<std::size_t>(nCount) > tnrobot::kReadStep && nLength >= static_cast<int>(nThere);
     Require(bAsCounted || bAsArrived, "its length is the one that is stored");
     Require(std::memcmp(lpszText, bytes.data() + nAt, nThere) == 0, "its characters are those of the file");
     // One zero, and all that follows the same as what comes before it.
