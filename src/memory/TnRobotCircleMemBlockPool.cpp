@@ -11,6 +11,7 @@
 #include "core/TnCreateInstance.h"
 #include "core/TnSanitizer.h"
 #include "memory/TnHiddenRanges.h"
+#include "memory/TnHugePages.h"
 
 namespace {
 
@@ -87,6 +88,7 @@ private:
 // The memory is not initialised (as make_unique would do), so it costs nothing before its use.
 CTnRobotCircleMemBlockPool::Buffer::Buffer(CTnRobotCircleMemBlockPool* pPool)
     : m_pPool(pPool), m_memory(new unsigned char[kBufferSize]), m_pCursor(m_memory.get()) {
+    tnrobot::AskForHugePages(m_memory.get(), kBufferSize);
     tnrobot::PoisonMemory(m_memory.get(), kBufferSize);
 }
 

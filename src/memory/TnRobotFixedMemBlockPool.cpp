@@ -6,6 +6,7 @@
 #include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "core/TnIdleTime.h"
+#include "memory/TnHugePages.h"
 
 namespace {
 
@@ -83,7 +84,9 @@ CTnRobotMemoryBlock* CTnRobotFixedMemBlockPool::_MakeBlock() {
     }
     m_freeBlocks.Reserve(m_allBlocks.size() + 1);
     auto block = std::make_unique<CTnRobotMemoryBlock>(CTnRobotMemoryBlock::kOwnsMemory, this);
-    block->SetMemData(new unsigned char[m_nBlockSize], m_nBlockSize);
+    auto* pMemory = new unsigned char[m_nBlockSize];
+    block->SetMemData(pMemory, m_nBlockSize);
+    tnrobot::AskForHugePages(pMemory, m_nBlockSize);
     m_allBlocks.insert(block.get());
     return tnrobot::Watch(block.release());
 }
@@ -154,9 +157,9 @@ unsigned int CTnRobotFixedMemBlockPool::GetMemorySize() const {
     return m_nBlockSize * GetCount();
 }
 
-bool CTnRobotFixedMemBlockPool::IsUnused(std::uint64_t nAsked) const {
+bool CTnRobotFixedMemBlockPool::IsUnused() const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_allBlocks.empty() && m_nAnswered == nAsked;
+    return m_allBlocks.empty() && m_nAnswered == m_nAnnounced;
 }
 
 void CTnRobotFixedMemBlockPool::_CheckInvariants() const {

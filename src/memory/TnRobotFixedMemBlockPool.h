@@ -8,6 +8,7 @@
 #include <mutex>
 #include <set>
 
+#include "TnRobotKernel/detail/CacheLine.h"
 #include "TnRobotKernel/detail/RingQueue.h"
 #include "memory/TnRobotMemoryBlock.h"
 
@@ -48,9 +49,12 @@ public:
     /// @return bytes in all blocks, modulo 2 to the 32nd.
     unsigned int GetMemorySize() const;
 
-    /// @return whether the pool holds no block, in use or free, and has dealt with all of the
-    ///         nAsked queries that its owner has sent to it.
-    bool IsUnused(std::uint64_t nAsked) const;
+    /// Says that a call of QueryBlock will follow. Under the owner's lock, as IsUnused is.
+    void AnnounceQuery() { ++m_nAnnounced; }
+
+    /// @return whether the pool holds no block, in use or free, and has dealt with all queries that
+    ///         its owner has announced.
+    bool IsUnused() const;
 
 private:
     explicit CTnRobotFixedMemBlockPool(double dIdleSeconds) : m_dIdleSeconds(dIdleSeconds) {}
@@ -67,9 +71,11 @@ private:
     std::condition_variable m_returned;                     // a block came back to a closing pool
     std::set<CTnRobotMemoryBlock*> m_allBlocks;             // guarded by m_mutex
     tnrobot::RingQueue<CTnRobotMemoryBlock*> m_freeBlocks;  // guarded by m_mutex
+    std::uint64_t m_nAnnounced = 0;                         // guarded by the owner's lock
     std::uint64_t m_nAnswered = 0;                          // guarded by m_mutex; queries dealt with
     double m_dIdleSeconds;
     bool m_bClosing = false;  // guarded by m_mutex
+    tnrobot::CacheLineEnd m_end;
 };
 
 #endif  // TNROBOTKERNEL_SRC_MEMORY_TNROBOTFIXEDMEMBLOCKPOOL_H_

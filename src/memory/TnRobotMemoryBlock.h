@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 
+#include "TnRobotKernel/detail/CacheLine.h"
 #include "TnRobotKernel/memory.h"
 
 /// A pooled memory block.
@@ -69,6 +70,7 @@ private:
     void* m_pOwner = nullptr;                           // the pool's own bookkeeping
     unsigned int m_nFlags;
     TimePoint m_recoveryTime;
+    tnrobot::CacheLineEnd m_end;
 };
 
 #endif  // TNROBOTKERNEL_SRC_MEMORY_TNROBOTMEMORYBLOCK_H_

@@ -1,5 +1,7 @@
 #include "memory/TnRobotRandomMemBlockPool.h"
 
+#include <algorithm>
+
 #include "core/TnCreateInstance.h"
 #include "core/TnIdleTime.h"
 
@@ -41,19 +43,22 @@ int CTnRobotRandomMemBlockPool::QueryMemBuff(unsigned int nSize, ITnRobotMemoryB
     return 1;
 }
 
-// The query that is counted here keeps the pool alive: the sweep leaves a size class alone until
-// every query that was sent to it has been answered. (A reference would do the same at the price
-// of two more atomic operations for each block.)
+// The query that is announced here keeps the pool alive: the sweep leaves a size class alone until
+// every query that was announced to it has been answered. (A reference would do the same at the
+// price of two more atomic operations for each block.)
 CTnRobotFixedMemBlockPool* CTnRobotRandomMemBlockPool::_AskSizeClass(unsigned int nRoundedSize) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    auto it = m_sizeClasses.find(nRoundedSize);
-    if (it == m_sizeClasses.end()) {
+    auto it = std::lower_bound(
+        m_sizeClasses.begin(), m_sizeClasses.end(), nRoundedSize,
+        [](const SizeClass& sizeClass, unsigned int nSize) { return sizeClass.m_nRoundedSize < nSize; });
+    if (it == m_sizeClasses.end() || it->m_nRoundedSize != nRoundedSize) {
         SizeClass made;
+        made.m_nRoundedSize = nRoundedSize;
         CTnRobotFixedMemBlockPool::CreateInstance(nRoundedSize, kNoLimit, m_dIdleSeconds, made.m_pool.Receive());
-        it = m_sizeClasses.emplace(nRoundedSize, std::move(made)).first;
+        it = m_sizeClasses.insert(it, std::move(made));
     }
-    ++it->second.m_nAsked;
-    return it->second.m_pool.Get();
+    it->m_pool->AnnounceQuery();
+    return it->m_pool.Get();
 }
 
 void CTnRobotRandomMemBlockPool::FreeUnuseMemory() {
@@ -62,9 +67,8 @@ void CTnRobotRandomMemBlockPool::FreeUnuseMemory() {
     }
     std::lock_guard<std::mutex> lock(m_mutex);
     for (auto it = m_sizeClasses.begin(); it != m_sizeClasses.end();) {
-        const SizeClass& sizeClass = it->second;
-        sizeClass.m_pool->FreeUnuseMemory();
-        it = sizeClass.m_pool->IsUnused(sizeClass.m_nAsked) ? m_sizeClasses.erase(it) : std::next(it);
+        it->m_pool->FreeUnuseMemory();
+        it = it->m_pool->IsUnused() ? m_sizeClasses.erase(it) : std::next(it);
     }
 }
 

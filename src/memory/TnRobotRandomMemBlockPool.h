@@ -5,10 +5,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
-#include <map>
 #include <mutex>
+#include <vector>
 
+#include "TnRobotKernel/detail/CacheLine.h"
 #include "TnRobotKernel/memory.h"
 #include "core/TnRef.h"
 #include "memory/TnRobotFixedMemBlockPool.h"
@@ -34,9 +34,10 @@ public:
     void RecoveryMemBuff() {}
 
 private:
+    // Queries only read this, so that threads in different size classes share no more than m_mutex.
     struct SizeClass {
+        unsigned int m_nRoundedSize = 0;
         tnrobot::Ref<CTnRobotFixedMemBlockPool> m_pool;
-        std::uint64_t m_nAsked = 0;  // queries that have been sent to the pool
     };
 
     explicit CTnRobotRandomMemBlockPool(double dIdleSeconds);
@@ -45,9 +46,10 @@ private:
     bool _BeginSweep();
 
     std::mutex m_mutex;
-    std::map<unsigned int, SizeClass> m_sizeClasses;  // guarded by m_mutex
+    std::vector<SizeClass> m_sizeClasses;  // guarded by m_mutex; in ascending order of size
     std::atomic<std::chrono::system_clock::time_point> m_lastSweep;
     const double m_dIdleSeconds;
+    tnrobot::CacheLineEnd m_end;
 };
 
 #endif  // TNROBOTKERNEL_SRC_MEMORY_TNROBOTRANDOMMEMBLOCKPOOL_H_

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "TnRobotKernel/detail/CacheLine.h"
+
 namespace tnrobot {
 
 /// Queue of pointers or other plain values in a ring. Externally synchronised.
@@ -49,13 +51,16 @@ public:
     void PopBack() { --m_nCount; }
 
 private:
-    // The number of slots is a power of two, so that wrapping is a mask.
+    // The number of slots is a power of two, so that wrapping is a mask. A cache line of room stays
+    // unused behind them: the ring of another pool may lie there, and another thread write to it.
     void Grow(std::size_t nCount) {
         std::size_t nSlots = m_slots.empty() ? 8 : m_slots.size();
         while (nSlots < nCount) {
             nSlots *= 2;
         }
-        std::vector<T> slots(nSlots);
+        std::vector<T> slots;
+        slots.reserve(nSlots + kCacheLine / sizeof(T));
+        slots.resize(nSlots);
         for (std::size_t i = 0; i < m_nCount; ++i) {
             slots[i] = At(i);
         }

@@ -1,0 +1,111 @@
+// Huge pages are asked for inside large memory, and nowhere else.
+
+#include "memory/TnHugePages.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "TnRobotKernel/memory.h"
+#include "support/Held.h"
+
+namespace {
+
+constexpr std::size_t kPage = 4096;
+constexpr std::size_t kHugePage = std::size_t{2} << 20U;
+
+// What the system says of the mapping that the address lies in: the flag is "hg" where huge pages
+// have been asked for.
+bool IsAskedFor(const unsigned char* pAddress) {
+    const auto nAddress = reinterpret_cast<std::uintptr_t>(pAddress);
+    std::ifstream maps("/proc/self/smaps");
+    bool bHere = false;
+    for (std::string strLine; std::getline(maps, strLine);) {
+        std::uintptr_t nFirst = 0;
+        std::uintptr_t nEnd = 0;
+        char cDash = 0;
+        std::istringstream range(strLine);
+        if (range >> std::hex >> nFirst >> cDash >> nEnd && cDash == '-') {
+            bHere = nFirst <= nAddress && nAddress < nEnd;
+        } else if (bHere && strLine.rfind("VmFlags:", 0) == 0) {
+            return strLine.find(" hg") != std::string::npos;
+        }
+    }
+    return false;
+}
+
+class HugePages : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!std::ifstream("/sys/kernel/mm/transparent_hugepage/enabled")) {
+            GTEST_SKIP() << "this system has no huge pages to give";
+        }
+        void* const pMapping =
+            mmap(nullptr, kMapping, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        ASSERT_NE(pMapping, MAP_FAILED);
+        m_pMapping = static_cast<unsigned char*>(pMapping);
+        const auto nStart = reinterpret_cast<std::uintptr_t>(m_pMapping);
+        m_pAligned = m_pMapping + (kHugePage - nStart % kHugePage) % kHugePage;
+    }
+    void TearDown() override {
+        if (m_pMapping != nullptr) {
+            munmap(m_pMapping, kMapping);
+        }
+    }
+
+    static constexpr std::size_t kMapping = 16 * kHugePage;
+    unsigned char* m_pMapping = nullptr;
+    unsigned char* m_pAligned = nullptr;  // the first place where a huge page can lie
+};
+
+TEST_F(HugePages, AreAskedForInsideLargeMemory) {
+    tnrobot::AskForHugePages(m_pAligned, 4 * kHugePage);
+    EXPECT_TRUE(IsAskedFor(m_pAligned));
+    EXPECT_TRUE(IsAskedFor(m_pAligned + 4 * kHugePage - kPage));
+    EXPECT_FALSE(IsAskedFor(m_pAligned + 4 * kHugePage));
+}
+
+TEST_F(HugePages, AreNotAskedForWhereTheyWouldReachBeyondTheMemory) {
+    tnrobot::AskForHugePages(m_pAligned + 16, 4 * kHugePage);  // as an allocator places it
+    EXPECT_FALSE(IsAskedFor(m_pAligned + 16));
+    EXPECT_TRUE(IsAskedFor(m_pAligned + kHugePage));
+    EXPECT_TRUE(IsAskedFor(m_pAligned + 4 * kHugePage - kPage));
+    EXPECT_FALSE(IsAskedFor(m_pAligned + 4 * kHugePage));
+}
+
+TEST_F(HugePages, AreNotAskedForInSmallMemory) {
+    tnrobot::AskForHugePages(m_pAligned, 2 * kHugePage - 1);
+    EXPECT_FALSE(IsAskedFor(m_pAligned));
+    tnrobot::AskForHugePages(m_pAligned, 0);
+    EXPECT_FALSE(IsAskedFor(m_pAligned));
+}
+
+TEST_F(HugePages, LeaveTheErrorNumberAlone) {
+    munmap(m_pMapping, kMapping);
+    errno = EDOM;
+    tnrobot::AskForHugePages(m_pAligned, 4 * kHugePage);  // nothing is there any more
+    EXPECT_EQ(errno, EDOM);
+    m_pMapping = nullptr;
+}
+
+// The middle of the block, because its first bytes may lie before the first huge page.
+TEST_F(HugePages, AreAskedForInLargeBlocksOfAPool) {
+    ITnRobotMemoryBlockPool* pPool = nullptr;
+    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pPool), 1);
+    const auto pool = tntest::Hold(pPool);
+    ITnRobotMemoryBlock* pBlock = nullptr;
+    ASSERT_EQ(pool->QueryMemBuff(12 * kHugePage, &pBlock), 1);
+    const auto block = tntest::Hold(pBlock);
+    unsigned int nSize = 0;
+    unsigned char* const pMemory = pBlock->QueryMemory(nSize);
+    EXPECT_TRUE(IsAskedFor(pMemory + nSize / 2));
+    pMemory[0] = 1;
+    pMemory[nSize - 1] = 1;
+}
+
+}  // namespace
