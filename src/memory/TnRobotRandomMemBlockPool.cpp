@@ -70,6 +70,9 @@ void CTnRobotRandomMemBlockPool::FreeUnuseMemory() {
         it->m_pool->FreeUnuseMemory();
         it = it->m_pool->IsUnused() ? m_sizeClasses.erase(it) : std::next(it);
     }
+    if (m_sizeClasses.empty()) {
+        m_sizeClasses.shrink_to_fit();
+    }
 }
 
 // Of several threads that call at the same time one sweeps.
