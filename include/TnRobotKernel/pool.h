@@ -138,11 +138,10 @@ public:
     /// Hands out the element that has been free longest, or a new one. The first argument is ignored.
     /// @param[in]  pParam     passed to the allocator unchanged; may be null.
     /// @param[out] ppElement  +1, caller releases.
-    /// @return whether *ppElement holds an element: false, with both lists as they were, for a null ppElement, without
-    /// an allocator,
-    ///         when the maximum is reached, and when the allocator fails (all leave *ppElement
-    ///         untouched), and for an element that is not a T (*ppElement is null then).
-    ///         Exceptions of the allocator pass through.
+    /// @return whether *ppElement holds an element: false, with both lists as they were, for a null
+    ///         ppElement, without an allocator, when the maximum is reached, and when the allocator
+    ///         fails (all leave *ppElement untouched), and for an element that is not a T
+    ///         (*ppElement is null then). Exceptions of the allocator pass through.
     bool QueryPoolElement(unsigned int /*nReserved*/, void* pParam, T** ppElement) override {
         if (ppElement == nullptr || m_pAlloc == nullptr) {
             return false;
