@@ -4,6 +4,7 @@
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 "$root/scripts/setup.sh" docs
 
+export PYTHONDONTWRITEBYTECODE=1  # the checks import each other; leave nothing beside them
 html="$root/build/docs/html"
 version="$(sed -nE 's/^project\(TnRobotKernel VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)"
 

@@ -65,8 +65,8 @@ public:
     virtual const char* ReadString(int& nLength, int* pError) = 0;
 
     /// Writes an object, or a reference to it when this archive has met it before.
-    /// @param[in] pObject  borrowed, and must stay alive until the last object and the map header are
-    ///                     written: objects are told apart by address. Null is written as such.
+    /// @param[in] pObject  borrowed, and must stay alive until the last object is written: objects are
+    ///                     told apart by address. Null is written as such.
     /// @return 1 on success; 0 on failure, when detached, for a null object, for one without a class
     ///         identifier or that is not ITnRobotSerialize, beyond 65,535 objects or classes (nothing is written then),
     ///         and for objects nested deeper than 4,096.

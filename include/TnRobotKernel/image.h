@@ -153,9 +153,9 @@ TN_ROBOT_API int TnCreateRobotSurfacePool(ITnRobotMemoryBlockPool* pBlockPool, I
 ///          unless an operation says otherwise.
 /// Bytes of a new surface that no source covers, row padding included, are zero.
 ///
-/// JPEG is read and written as JFIF by libjpeg, which prints its own messages about damaged files to
-/// the standard error output. BMP is the Windows bitmap, uncompressed, with a 40-byte info header;
-/// rows are bottom-up in files, and unpadded.
+/// JPEG files are written as JFIF, and read by libjpeg, which prints its own messages about damaged
+/// ones to the standard error output. BMP is the Windows bitmap, uncompressed, with a 40-byte info
+/// header; rows are bottom-up in files, and unpadded.
 ///
 /// Threads: thread-safe: the operations keep no state. A surface must not be in use elsewhere during
 ///          a call.

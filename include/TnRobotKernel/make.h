@@ -10,7 +10,7 @@
 /// is thrown that the function below does not throw: std::bad_alloc, and std::system_error where a
 /// thread is made. The pointer that comes back owns one reference and releases it.
 ///
-/// Threads: MakeXxx are thread-safe; every other helper is as thread-safe as the operation it calls.
+/// Threads: MakeXxx are thread-safe, every other helper is as thread-safe as what it calls.
 
 #ifndef TNROBOTKERNEL_MAKE_H_
 #define TNROBOTKERNEL_MAKE_H_
