@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are missing: scripts/setup.sh [build|test|bench|coverage|all].
+# Installs the Debian packages that are missing: scripts/setup.sh [build|test|bench|coverage|docs|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
 #   test      and the test framework               (enough for scripts/test.sh)
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
 #   coverage  the tests' and gcovr                 (enough for scripts/coverage.sh)
+#   docs      Doxygen and Graphviz                 (enough for scripts/docs.sh)
 #   all       and clang, its tools, all of them    (enough for scripts/ci.sh)
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -13,6 +14,7 @@ tests=(libgtest-dev binutils libssl-dev abigail-tools libspdlog-dev libcli11-dev
 benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
 checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git gcovr mandoc gdb
         libopencv-core-dev)
+documents=(doxygen graphviz python3 git)
 # Only measured beside: benchmarks leave out what is missing, so whatever a system does not have is
 # passed over.
 peers=(libmimalloc-dev libjemalloc-dev libtbb-dev libcereal-dev libmsgpack-cxx-dev nlohmann-json3-dev
@@ -23,9 +25,10 @@ case "${1:-all}" in
     build) ;;
     test) packages+=("${tests[@]}") ;;
     coverage) packages+=("${tests[@]}" gcovr) ;;
+    docs) packages=("${documents[@]}") ;;
     bench) packages+=("${benchmarks[@]}"); optional=("${peers[@]}") ;;
-    all) packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}"); optional=("${peers[@]}") ;;
-    *) echo "usage: $0 [build|test|bench|coverage|all]" >&2; exit 2 ;;
+    all) packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}" "${documents[@]}"); optional=("${peers[@]}") ;;
+    *) echo "usage: $0 [build|test|bench|coverage|docs|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".

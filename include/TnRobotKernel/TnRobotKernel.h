@@ -1,4 +1,5 @@
-// The whole public interface of the library.
+/// @file
+/// The whole public interface of the library; ptr.h, make.h and opencv.h are included on their own.
 
 #ifndef TNROBOTKERNEL_TNROBOTKERNEL_H_
 #define TNROBOTKERNEL_TNROBOTKERNEL_H_

@@ -1,10 +1,14 @@
-// The binary archive: values, groups and object graphs to and from a file.
+/// @file
+/// The binary archive: values, groups and object graphs to and from a file.
 
 #ifndef TNROBOTKERNEL_ARCHIVE_H_
 #define TNROBOTKERNEL_ARCHIVE_H_
 
 #include "TnRobotKernel/core.h"
 #include "TnRobotKernel/memory.h"
+
+/// @addtogroup archive
+/// @{
 
 /// Serialisation channel over one file in one direction.
 ///
@@ -19,8 +23,11 @@ class TN_ROBOT_API ITnRobotArchive : public ITnUnknown {
 public:
     ~ITnRobotArchive() override;
 
-    /// Binds a file. @param[in] pFile  one reference is taken. @param[in] bStoring  direction.
-    /// @return false for a null file or when one is attached.
+    /// Binds a file, which the caller has opened; the tables are kept.
+    /// @param[in] pFile     one reference is taken, until Detach.
+    /// @param[in] bStoring  true for storing, false for loading.
+    /// @return whether it is attached; false for a null file or when one is attached already, which
+    ///         stays.
     virtual bool Attach(ITnRobotFile* pFile, bool bStoring) = 0;
 
     /// @return whether a file is attached for storing.
@@ -29,14 +36,22 @@ public:
     /// @return whether a file is attached for loading.
     virtual bool IsLoading() const = 0;
 
-    /// Writes raw bytes. @return the file's own result (1 success, 0 failure); 0 when detached.
+    /// Writes raw bytes, whatever the direction.
+    /// @param[in] pData   nCount bytes, copied.
+    /// @param[in] nCount  bytes.
+    /// @return the file's own result (1 success, 0 failure); 0 when detached.
     virtual long long Write(const void* pData, long long nCount) = 0;
 
-    /// Reads raw bytes. @return bytes read, or the file's own failure; -1 when detached.
+    /// Reads raw bytes, whatever the direction.
+    /// @param[out] pData   room for nCount bytes; those beyond the result are untouched.
+    /// @param[in]  nCount  bytes wanted.
+    /// @return bytes read, or the file's own failure; -1 when detached.
     virtual long long Read(void* pData, long long nCount) = 0;
 
     /// Writes a text with a 32-bit count that includes its terminating zero (0 when empty).
-    /// @return 1 on success, 0 on failure, which includes a null text.
+    /// @param[in] lpszText  borrowed for the call.
+    /// @return 1 on success, 0 on failure, which includes a null text, one of 2 GiB or more (its zero
+    ///         counted), and a detached archive.
     virtual int WriteString(const char* lpszText) = 0;
 
     /// Reads a text.
@@ -50,9 +65,10 @@ public:
     virtual const char* ReadString(int& nLength, int* pError) = 0;
 
     /// Writes an object, or a reference to it when this archive has met it before.
-    /// @param[in] pObject  borrowed for the call; null is written as such.
-    /// @return 1 on success; 0 on failure, for a null object, for an object that is not
-    ///         ITnRobotSerialize, beyond 65,535 objects or classes (nothing is written then),
+    /// @param[in] pObject  borrowed, and must stay alive until the last object is written: objects are
+    ///                     told apart by address. Null is written as such.
+    /// @return 1 on success; 0 on failure, when detached, for a null object, for one without a class
+    ///         identifier or that is not ITnRobotSerialize, beyond 65,535 objects or classes (nothing is written then),
     ///         and for objects nested deeper than 4,096.
     virtual int WriteObject(CTnRobotObject* pObject) = 0;
 
@@ -60,10 +76,12 @@ public:
     /// @param[out] ppObject  a new object is owned by the caller; a shared one has one more
     ///             reference when it is ITnUnknown. Untouched when the record cannot be read or
     ///             stands for null; null when the object fails to load or was not read yet.
-    /// @return 1 on success, 0 on failure and for a null object.
+    /// @return 1 on success; 0 on failure, when detached, for a null ppObject and for an object that
+    ///         was written as null.
     virtual int ReadObject(CTnRobotObject** ppObject) = 0;
 
-    /// Writes the class and object tables. @return 1 on success, 0 on failure or when detached.
+    /// Writes the class and object tables, which are complete when the last object is written.
+    /// @return 1 on success, 0 on failure or when detached.
     virtual int WriteMapHeader() = 0;
 
     /// Reads class and object tables and appends them to those present.
@@ -73,11 +91,15 @@ public:
     /// Flushes the file; does nothing when detached.
     virtual void Flush() = 0;
 
-    /// Releases the file; the tables are kept.
+    /// Releases the file without flushing or closing it; the tables are kept.
     virtual void Detach() = 0;
 };
 
-/// Creates a detached archive. @param[out] ppArchive  +1, caller releases. @return always 1.
+/// Creates a detached archive. Thread-safe.
+/// @param[out] ppArchive  +1, caller releases; must not be null.
+/// @return always 1.
 TN_ROBOT_API int TnCreateRobotArchive(ITnRobotArchive** ppArchive);
+
+/// @}
 
 #endif  // TNROBOTKERNEL_ARCHIVE_H_

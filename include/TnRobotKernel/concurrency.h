@@ -1,5 +1,6 @@
-// Waiting and working: manual-reset events, one-shot signals, alarm clocks, worker threads, and
-// pooled tasks that keep their threads while they are idle.
+/// @file
+/// Waiting and working: manual-reset events, one-shot signals, alarm clocks, worker threads, and
+/// pooled tasks that keep their threads while they are idle.
 
 #ifndef TNROBOTKERNEL_CONCURRENCY_H_
 #define TNROBOTKERNEL_CONCURRENCY_H_
@@ -7,6 +8,9 @@
 #include <functional>
 
 #include "TnRobotKernel/core.h"
+
+/// @addtogroup concurrency
+/// @{
 
 /// A flag that threads wait for. It stays set until somebody resets it, whoever has seen it.
 ///
@@ -22,7 +26,8 @@ public:
     /// Resets the flag; waits in progress go on.
     virtual void ResetEvent() = 0;
 
-    /// Waits until the flag is set, at most nMs milliseconds of the monotonic clock; 0 only asks.
+    /// Waits until the flag is set.
+    /// @param[in] nMs  longest wait, in milliseconds of the monotonic clock; 0 only asks.
     /// @return the flag. False may come before the time is up: the wait is a single one, which
     ///         also ends when the system wakes it for no reason, or when the flag has been set
     ///         and reset again meanwhile. Whoever needs more calls it in a loop.
@@ -48,8 +53,8 @@ public:
     /// Does nothing: callers rely on a signal keeping its state here. ClearResource arms it again.
     virtual void Reset() = 0;
 
-    /// Waits until the signal is not armed, at most nMs milliseconds of the monotonic clock; 0
-    /// only asks.
+    /// Waits until the signal is not armed.
+    /// @param[in] nMs  longest wait, in milliseconds of the monotonic clock; 0 only asks.
     /// @return 1 signalled, 2 cancelled, 3 still armed, which may come before the time is up (see
     ///         ITnRobotEvent::WaitEvent).
     virtual unsigned int Wait(unsigned int nMs) = 0;
@@ -62,7 +67,9 @@ public:
 /// changes the time that has passed.
 ///
 /// A new clock is stopped. Running past the limit is no state of its own: the clock goes on.
-/// Threads: thread-safe; one thread may wait while others start and stop the clock.
+///
+/// Lifetime: must outlive every wait on it.
+/// Threads:  thread-safe; one thread may wait while others start and stop the clock.
 class TN_ROBOT_API ITnRobotAlarmClock : public ITnUnknown {
 public:
     ~ITnRobotAlarmClock() override;
@@ -70,18 +77,20 @@ public:
     /// Starts a running clock anew with the limit it has; a stopped one stays stopped.
     virtual void ReStartRecord() = 0;
 
-    /// Starts the clock, or starts it anew. @param[in] nMs  limit in milliseconds.
+    /// Starts the clock, or starts it anew.
+    /// @param[in] nMs  limit in milliseconds.
     virtual void StartRecord(unsigned int nMs) = 0;
 
     /// Stops the clock and ends waits in progress within about a millisecond.
     virtual void StopRecord() = 0;
 
-    /// Waits until the clock is stopped or past its limit.
+    /// Waits until the clock is stopped or past its limit, asking about once a millisecond.
     /// @return true when it is stopped (also when both come together), false past the limit.
     virtual bool Wait() = 0;
 
     /// Tells whether more time than the limit has passed, fractions of a millisecond counted.
-    /// @param[out] bStopped  whether the clock is stopped; the result is false then.
+    /// @param[out] bStopped  whether the clock is stopped.
+    /// @return whether the clock is running and past its limit.
     virtual bool IsTimeOut(bool& bStopped) = 0;
 };
 
@@ -94,7 +103,7 @@ public:
 /// Lifetime: the last Release ends the thread and joins it, which waits for the job to return. It
 ///           does not set the job's event: a job that only returns on that event needs a Stop
 ///           first, and so it does for Exit.
-/// Threads:  Run, Stop and Exit are thread-safe and take effect one after the other. From inside
+/// Threads:  thread-safe: Run, Stop and Exit take effect one after the other. From inside
 ///           the job, Run returns true and does nothing; Stop, Exit and the last Release would
 ///           wait for ever.
 class TN_ROBOT_API ITnRobotThread : public ITnUnknown {
@@ -132,7 +141,8 @@ public:
 ///
 /// Lifetime: the task holds one reference until another runner is bound to it or it is destroyed;
 ///           an idle task keeps its last runner.
-/// Threads:  see above; a runner that is bound to several tasks is called by all their threads.
+/// Threads:  externally synchronised: a task calls its runner from one thread, the task's own. A
+///           runner that is bound to several tasks is called by all their threads at once.
 class TN_ROBOT_API ITnRobotTaskRunner : public ITnUnknown {
 public:
     ~ITnRobotTaskRunner() override;
@@ -155,7 +165,8 @@ public:
     /// @param[in] pRunner  borrowed for the call.
     virtual void Copy(ITnRobotTaskRunner* pRunner) = 0;
 
-    /// Makes another runner of the same kind; the library never calls it. @return +1, caller releases.
+    /// Makes another runner of the same kind; the library never calls it.
+    /// @return +1, caller releases.
     virtual ITnRobotTaskRunner* Clone() = 0;
 };
 
@@ -187,7 +198,10 @@ public:
     virtual bool IsRunning() = 0;
 };
 
-/// What a task sees of its pool. Not counted. Thread-safe.
+/// What a task sees of its pool.
+///
+/// Lifetime: not counted; a pool that goes leaves its tasks without a parent.
+/// Threads:  thread-safe.
 class TN_ROBOT_API ITnRobotTaskParent {
 public:
     ITnRobotTaskParent() = default;
@@ -233,23 +247,33 @@ public:
     virtual unsigned int GetTaskCount() = 0;
 };
 
-/// Creates an event. @param[in] bSignalled  whether it is set at first.
-/// @param[out] ppEvent  +1, caller releases. @return always 1.
+/// Creates an event. Thread-safe.
+/// @param[in]  bSignalled  whether it is set at first.
+/// @param[out] ppEvent     +1, caller releases; must not be null.
+/// @return always 1.
 TN_ROBOT_API int TnCreateRobotManualEvent(bool bSignalled, ITnRobotEvent** ppEvent);
 
-/// Creates an armed signal. @param[out] ppSignal  +1, caller releases. @return always 1.
+/// Creates an armed signal. Thread-safe.
+/// @param[out] ppSignal  +1, caller releases; must not be null.
+/// @return always 1.
 TN_ROBOT_API int TnCreateRobotSignal(ITnRobotSignal** ppSignal);
 
-/// Creates a stopped alarm clock. @param[out] ppClock  +1, caller releases. @return always 1.
+/// Creates a stopped alarm clock. Thread-safe.
+/// @param[out] ppClock  +1, caller releases; must not be null.
+/// @return always 1.
 TN_ROBOT_API int TnCreateRobotAlarmClock(ITnRobotAlarmClock** ppClock);
 
-/// Creates a thread object without a job; the first Run makes the thread.
-/// @param[out] ppThread  +1, caller releases. @return always 1.
+/// Creates a thread object without a job; the first Run makes the thread. Thread-safe.
+/// @param[out] ppThread  +1, caller releases; must not be null.
+/// @return always 1.
 TN_ROBOT_API int TnCreateRobotThread(ITnRobotThread** ppThread);
 
-/// Creates a task pool and starts its thread.
-/// @param[out] ppPool  +1, caller releases; null on failure. @return 1, or 0 for a null ppPool.
+/// Creates a task pool and starts its thread. Thread-safe.
+/// @param[out] ppPool  +1, caller releases.
+/// @return 1, or 0 for a null ppPool.
 /// Throws std::system_error when the system has no thread left.
 TN_ROBOT_API int TnCreateRobotTaskPool(ITnRobotTaskPool** ppPool);
+
+/// @}
 
 #endif  // TNROBOTKERNEL_CONCURRENCY_H_

@@ -1,10 +1,27 @@
-// The frame every other header builds on: the reference-counted root interface, runtime
-// classes for objects that are saved and created again by identifier, and the logging facade.
+/// @file
+/// The frame every other header builds on: the reference-counted root interface, runtime
+/// classes for objects that are saved and created again by identifier, and the logging facade.
+///
+/// Words that all headers use:
+/// - "+1, caller releases": the object comes with one reference, which the caller gives back with
+///   one Release.
+/// - "borrowed": no reference changes hands. The pointer is good for as long as the text says.
+/// - "untouched on failure": the variable keeps what it held, so set it to null before the call.
+/// - "thread-safe": any thread may call it at any time, on the same object too.
+/// - "externally synchronised": one thread at a time for each object; different objects do not
+///   disturb each other.
+///
+/// Failures are results. Nothing is thrown but std::bad_alloc when memory ends, std::system_error
+/// when a mutex or a thread cannot be had, and what an operation names. Out-pointers and references
+/// to fill must be there; an operation that accepts null says so.
 
 #ifndef TNROBOTKERNEL_CORE_H_
 #define TNROBOTKERNEL_CORE_H_
 
 #include <atomic>
+
+/// @addtogroup frame
+/// @{
 
 /// Marks what the shared library exports; everything else is hidden.
 #define TN_ROBOT_API __attribute__((visibility("default")))
@@ -25,7 +42,7 @@ public:
     /// Destroys the object. Callers release references instead of calling it.
     virtual ~ITnUnknown();
 
-    /// Adds one reference. Thread-safe.
+    /// Adds one reference, which somebody has to release again. Thread-safe.
     virtual void AddRef();
 
     /// Gives one reference back; the last one destroys the object. Thread-safe.
@@ -34,19 +51,23 @@ public:
     virtual int Release();
 
 protected:
+    /// Starts with the one reference that belongs to whoever creates the object.
     ITnUnknown() noexcept : m_nRefCount(1) {}
 
     std::atomic<int> m_nRefCount;  ///< references alive; only changed by atomic read-modify-write
 };
 
-/// Creates an object of one class with the creator owning it.
-/// @return the new object, or null when it cannot be made.
+/// Creates an object of one class. Called by CTnRobotObject::CreateObjectFromGUID and by archives
+/// that load, on their thread.
+/// @return the new object, owned by the caller (+1 where it is counted), or null when it cannot be
+///         made.
 using TnCreateObjectFunction = CTnRobotObject* (*)();
 
 /// Describes a class whose objects an archive can create again from a textual identifier.
 ///
 /// The record is static storage of the module that defines the class, is initialised by
 /// position, and stays registered for as long as that module is loaded.
+/// Threads: thread-safe once it is registered: only its link is written then, by TN_REG_CLASS.
 struct STnRuntimeClass {
     const char* m_lpszClassGuid;               ///< 8-4-4-4-12 hexadecimal digits, compared byte for byte
     TnCreateObjectFunction m_pfnCreateObject;  ///< null when the class cannot be created
@@ -62,7 +83,9 @@ struct STnRuntimeClass {
 class TN_ROBOT_API CTnRobotObject {
 public:
     CTnRobotObject() = default;
+    /// Copies nothing: the root has no state.
     CTnRobotObject(const CTnRobotObject&) = default;
+    /// Copies nothing: the root has no state. @return this object.
     CTnRobotObject& operator=(const CTnRobotObject&) = default;
 
     /// Destroys the object; an archive calls it for an object that failed to load.
@@ -78,11 +101,14 @@ public:
     ///         identifier and for a class without a creation function.
     static CTnRobotObject* CreateObjectFromGUID(const char* lpszGuid);
 
-    /// Record of the root class, always the last of the registration chain; creates nothing.
+    /// Record of the root class, always the last of the registration chain; creates nothing. Its
+    /// identifier is 00000000-0000-0000-0000-000000000000.
     static STnRuntimeClass classCTnRobotObject;
 };
 
 /// Registers a class: define one static object of this type with the class's record.
+///
+/// Threads: thread-safe.
 class TN_ROBOT_API TN_REG_CLASS {
 public:
     /// Puts the record at the head of the registration chain, so that it is found before older
@@ -95,18 +121,24 @@ public:
     explicit TN_REG_CLASS(STnRuntimeClass* pClass);
 };
 
-/// Contract of everything that saves itself to and loads itself from an archive. Not counted.
+/// Contract of everything that saves itself to and loads itself from an archive.
+///
+/// Lifetime: not counted: a second base of objects that somebody holds by another one.
+/// Threads:  externally synchronised.
 class TN_ROBOT_API ITnRobotSerialize {
 public:
     ITnRobotSerialize() = default;
+    /// Copies nothing: the contract has no state.
     ITnRobotSerialize(const ITnRobotSerialize&) = default;
+    /// Copies nothing: the contract has no state. @return this object.
     ITnRobotSerialize& operator=(const ITnRobotSerialize&) = default;
     virtual ~ITnRobotSerialize();
 
-    /// Saves the object when the archive is storing, loads it when the archive is loading.
-    /// Externally synchronised.
+    /// Loads the object when the archive is loading, saves it otherwise.
     /// @param[in] pArchive  borrowed for the call.
-    /// @return 1 on success, 0 on failure; a failed load may leave the object half loaded.
+    /// @return 1 on success, 0 on failure; a failed load may leave the object half loaded. The
+    ///         library's own values and groups answer 1 for every save: they do not look at the
+    ///         single writes. The file knows: ITnRobotFile::Flush, then GetPos, which is -1 after a failure.
     virtual int Serialize(ITnRobotArchive* pArchive) = 0;
 };
 
@@ -115,18 +147,27 @@ public:
 ///
 /// Lifetime: destroyed through its virtual destructor by the last TnRobotLogUtils::Destroy;
 ///           its reference count is not used.
-/// Threads:  WriteLog and IsLevelEnabled are called from any thread.
+/// Threads:  thread-safe: WriteLog, IsLevelEnabled and SetLogParam are called from any thread, also
+///           at the same time; the destruction runs alone.
 class TN_ROBOT_API ITnRobotLogger : public ITnUnknown {
 public:
     ~ITnRobotLogger() override;
 
-    /// Receives both arguments of TnRobotLogUtils::SetLogParam unchanged.
+    /// Receives both arguments of TnRobotLogUtils::SetLogParam unchanged; what they mean is the
+    /// logger library's.
+    /// @param[in] nFirst   the first of them.
+    /// @param[in] nSecond  the second.
     virtual void SetLogParam(int nFirst, int nSecond) = 0;
 
-    /// Receives a finished line. @param[in] lpszText  zero-terminated, borrowed for the call.
+    /// Receives a finished line of a level that IsLevelEnabled has just accepted.
+    /// @param[in] nLevel    the line's level.
+    /// @param[in] lpszText  zero-terminated, at most 1023 characters, without a line end of the
+    ///            library's; borrowed for the call.
     virtual void WriteLog(int nLevel, const char* lpszText) = 0;
 
-    /// @return false to drop lines of this level before they are formatted.
+    /// Asked before each line.
+    /// @param[in] nLevel  the line's level.
+    /// @return false to drop the line before it is formatted.
     virtual bool IsLevelEnabled(int nLevel) = 0;
 };
 
@@ -137,6 +178,8 @@ using TnCreateRobotLoggerFunction = int (*)(ITnRobotLogger** ppLogger);
 
 /// Forwards log lines to the logger library "libTnRobotLog.so", which is opened on request.
 /// The meaning of levels and parameters belongs to the logger library.
+///
+/// Threads: SetLogParam and PrintLog are thread-safe; Init and Destroy are externally synchronised.
 class TN_ROBOT_API TnRobotLogUtils {
 public:
     TnRobotLogUtils() = delete;
@@ -148,11 +191,14 @@ public:
     static int Init();
 
     /// Hands two values to the logger; does nothing without one. Thread-safe.
+    /// @param[in] nFirst   meant for the logger; "which setting" for the one of this project.
+    /// @param[in] nSecond  meant for the logger; the setting's value for the one of this project.
     static void SetLogParam(int nFirst, int nSecond);
 
     /// Formats a line and hands it to the logger, if there is one and it wants the level.
     /// A line of more than 1023 characters aborts the process. Thread-safe.
-    /// @param[in] lpszFormat  format and arguments as of printf.
+    /// @param[in] nLevel      level of the line; its meaning is the logger library's.
+    /// @param[in] lpszFormat  format and arguments as of printf, borrowed for the call.
     static void PrintLog(int nLevel, const char* lpszFormat, ...) __attribute__((format(printf, 2, 3)));
 
     /// Takes back one successful Init; the last one destroys the logger and closes its library.
@@ -160,5 +206,7 @@ public:
     /// thread that still logs.
     static void Destroy();
 };
+
+/// @}
 
 #endif  // TNROBOTKERNEL_CORE_H_

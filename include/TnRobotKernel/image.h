@@ -1,5 +1,6 @@
-// Images: pixel formats, the plain image record, pooled surfaces, and the operations that load,
-// save, clip and join them.
+/// @file
+/// Images: pixel formats, the plain image record, pooled surfaces, and the operations that load,
+/// save, clip and join them.
 
 #ifndef TNROBOTKERNEL_IMAGE_H_
 #define TNROBOTKERNEL_IMAGE_H_
@@ -8,6 +9,9 @@
 #include "TnRobotKernel/detail/Point.h"
 #include "TnRobotKernel/memory.h"
 #include "TnRobotKernel/pool.h"
+
+/// @addtogroup image
+/// @{
 
 /// Pixel format. Formats 3 to 7 are treated alike: one byte per pixel, grey where it matters.
 enum ETnNLImageType : int {
@@ -23,7 +27,7 @@ enum ETnNLImageType : int {
     TN_IMAGE_BGRX32 = 9,  ///< 4 bytes per pixel: B, G, R, unused
 };
 
-/// An image in memory that somebody else owns.
+/// An image in memory that somebody else owns: a plain record that releases nothing.
 ///
 /// JPEG operations step from row to row by the row length rounded up to a multiple of 4, BMP
 /// operations by the plain row length; both read the same image where the two are equal.
@@ -80,26 +84,30 @@ public:
     ~ITnRobotSurface() override;
 
     /// Gives access to the pixels. Locks do not count and exclude nobody; every lock is paired
-    /// with an UnLockSurface all the same. @param[out] lock  filled; its pointer is valid until
-    /// the caller's last Release. @return true.
+    /// with an UnLockSurface all the same.
+    /// @param[out] lock  filled; its pointer is borrowed until the caller's last Release.
+    /// @return always true.
     virtual bool LockSurface(STnLockSurface& lock) = 0;
 
     /// Ends the access to the pixels.
     virtual void UnLockSurface() = 0;
 
+    /// Tells what the surface holds.
     /// @param[out] desc  copy of the description, origin position included.
     virtual void GetSurfaceDesc(STnSurfaceDesc& desc) = 0;
 
     /// @return the origin position.
     virtual STnNL2DPoint GetOriPos() = 0;
 
-    /// Replaces the origin position.
+    /// Replaces the origin position; the pixels stay.
+    /// @param[in] oriPos  the new one, copied.
     virtual void ResetOriPos(const STnNL2DPoint& oriPos) = 0;
 
     /// @return the time stamp, 0 for a new surface.
     virtual unsigned long long QueryTimeStamp() = 0;
 
     /// Stores the time stamp. Its unit is the caller's: the library never sets it.
+    /// @param[in] nTimeStamp  the new one.
     virtual void SetTimeStamp(unsigned long long nTimeStamp) = 0;
 };
 
@@ -132,7 +140,8 @@ public:
 /// Creates an empty surface pool. Thread-safe.
 /// @param[in]  pBlockPool  source of the pixel memory; one reference is taken. With null the pool
 ///                         is created, but never has a surface.
-/// @param[out] ppPool      +1, caller releases. @return 1, or 0 for a null ppPool.
+/// @param[out] ppPool      +1, caller releases.
+/// @return 1, or 0 for a null ppPool.
 TN_ROBOT_API int TnCreateRobotSurfacePool(ITnRobotMemoryBlockPool* pBlockPool, ITnRobotSurfacePool** ppPool);
 
 /// Operations on whole images.
@@ -143,14 +152,22 @@ TN_ROBOT_API int TnCreateRobotSurfacePool(ITnRobotMemoryBlockPool* pBlockPool, I
 ///          Out-pointers receive +1, which the caller releases, and are untouched by a failure
 ///          unless an operation says otherwise.
 /// Bytes of a new surface that no source covers, row padding included, are zero.
-/// Threads: the operations keep no state; each is as thread-safe as what it is given. A surface
-///          must not be in use elsewhere during a call.
+///
+/// JPEG files are written as JFIF, and read by libjpeg, which prints its own messages about damaged
+/// ones to the standard error output. BMP is the Windows bitmap, uncompressed, with a 40-byte info
+/// header; rows are bottom-up in files, and unpadded.
+///
+/// Threads: thread-safe: the operations keep no state. A surface must not be in use elsewhere during
+///          a call.
 class TN_ROBOT_API TnRobotImageUtils {
 public:
     TnRobotImageUtils() = delete;
 
     /// Copies an image of format 2 to 7 or 9 into a new surface, byte for byte: the rows must lie
     /// at the surface's pitch already.
+    /// @param[in]  image      borrowed for the call.
+    /// @param[in]  pPool      borrowed for the call.
+    /// @param[out] ppSurface  +1, caller releases; untouched on failure.
     /// @return 0; -1 for null arguments, no pixels, more bytes than the surface has, or the pool's
     ///         own result when it has no surface; -2 for another format.
     static int NlImage2Surface(const STnNLImageData& image, ITnRobotSurfacePool* pPool, ITnRobotSurface** ppSurface);
@@ -158,12 +175,16 @@ public:
     /// Describes a surface as a plain record.
     /// @param[in]  pSurface  borrowed; its memory stays its own.
     /// @param[out] image     valid while the caller holds the surface; nChannels is left as it was
-    ///                       for formats 0 and 8. @return 0, or -1 for a null surface.
+    ///                       for formats 0 and 8. Untouched on failure.
+    /// @return 0, or -1 for a null surface.
     static int Surface2NlImage(ITnRobotSurface* pSurface, STnNLImageData& image);
 
     /// Copies a region into a new surface of the same format (1 to 7) and the same origin position.
-    /// @param[out] ppSurface  null, with a result of 0, when the pool has no surface: callers test
-    ///                        the pointer.
+    /// @param[in]  pPool      borrowed for the call.
+    /// @param[in]  pSource    borrowed for the call.
+    /// @param[in]  region     pixels of the source, half open.
+    /// @param[out] ppSurface  +1, caller releases; untouched on failure. Null, with a result of 0,
+    ///                        when the pool has no surface: callers test the pointer.
     /// @return 0; -1 for null arguments, an empty region, one that is not inside the source,
     ///         another format, or a source that holds no pixels.
     static int ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pSource, const STnNLROIRect& region,
@@ -174,8 +195,11 @@ public:
     ///
     /// The second image contributes as many bytes of each row, and as many rows, as the first has;
     /// a row of the first has 3 bytes per pixel for formats 1 and 2 and one for all others.
-    /// @param[out] ppSurface  null when the result is 0.
-    /// @return 1; 0 when the pool has no surface or the images do not fit together in it; -1 for a
+    /// @param[in]  pPool      borrowed for the call.
+    /// @param[in]  pFirst     left image, borrowed for the call.
+    /// @param[in]  pSecond    right image, borrowed for the call.
+    /// @param[out] ppSurface  +1, caller releases; null when the result is 0, untouched at -1.
+    /// @return 1; 0 when the pool has no surface or is null, or the images do not fit together in it; -1 for a
     ///         null surface or a null ppSurface.
     static int PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pFirst, ITnRobotSurface* pSecond,
                           ITnRobotSurface** ppSurface);
@@ -183,44 +207,64 @@ public:
     /// Loads a file as a B,G,R surface. The last four characters of the path choose the format,
     /// ".jpg" or ".bmp" in any case; the content is not looked at. Of BMP files only those with 24
     /// bits per pixel and unpadded rows are read.
+    /// @param[in]  lpszPath   path, borrowed for the call.
+    /// @param[in]  pPool      borrowed for the call.
+    /// @param[out] ppSurface  +1, caller releases; untouched on failure.
     /// @return 0; -1 for null arguments, another kind of file, one that cannot be opened, or no
     ///         surface; -2 when its pixels cannot be read.
     static int LoadImage(const char* lpszPath, ITnRobotSurfacePool* pPool, ITnRobotSurface** ppSurface);
 
     /// Loads a JPEG held in memory as a B,G,R surface.
-    /// @param[in] pData  nLength bytes, borrowed for the call.
+    /// @param[in]  pData      nLength bytes, borrowed for the call.
+    /// @param[in]  nLength    bytes.
+    /// @param[in]  pPool      borrowed for the call.
+    /// @param[out] ppSurface  +1, caller releases; untouched on failure.
     /// @return 0; -1 for null or empty arguments, bytes that are no JPEG, or no surface; -2 when
     ///         the pixels cannot be decoded.
     static int LoadImage(const unsigned char* pData, unsigned int nLength, ITnRobotSurfacePool* pPool,
                          ITnRobotSurface** ppSurface);
 
     /// Loads the JPEG that a memory block holds, as above.
-    /// @param[in] pBlock  borrowed for the call. @return as above; -1 for a null block too.
+    /// @param[in]  pBlock     borrowed for the call.
+    /// @param[in]  pPool      borrowed for the call.
+    /// @param[out] ppSurface  +1, caller releases; untouched on failure.
+    /// @return as above; -1 for a null block too.
     static int LoadImage(ITnRobotMemoryBlock* pBlock, ITnRobotSurfacePool* pPool, ITnRobotSurface** ppSurface);
 
     /// Saves an image as a file, replacing an old one. The last four characters of the path choose
     /// the format, ".jpg" (quality 95) or ".bmp" in any case; for any other ending nothing is
     /// written. A BMP of format 1 or 2 carries a colour table of 64 MiB.
-    /// @param[in] pImage  borrowed for the call.
+    /// @param[in] lpszPath  path, borrowed for the call.
+    /// @param[in] pImage    borrowed for the call.
     /// @return 0, also for another ending and when the file cannot be opened or written; -1 for
     ///         null arguments or a path of less than four characters; -6 when the image cannot be
     ///         encoded.
     static int SaveImage(const char* lpszPath, const STnNLImageData* pImage);
 
-    /// Saves a surface as a file, as above. @return as above; -1 for a null surface.
+    /// Saves a surface as a file, as above.
+    /// @param[in] lpszPath  path, borrowed for the call.
+    /// @param[in] pSurface  borrowed for the call.
+    /// @return as above; -1 for a null surface.
     static int SaveImage(const char* lpszPath, ITnRobotSurface* pSurface);
 
     /// Saves an image as a JPEG of quality 95 in a new memory block.
-    /// @param[in]  pBlockPool  borrowed for the call.
+    /// @param[in]  image       borrowed for the call.
+    /// @param[in]  pBlockPool  source of the block; borrowed for the call.
     /// @param[out] ppBlock     +1, caller releases; null when the pool has no block, untouched for
     ///                         other failures.
     /// @return 0; -1 for null arguments or no block; -6 when the image cannot be encoded.
     static int SaveImage(const STnNLImageData& image, ITnRobotMemoryBlockPool* pBlockPool,
                          ITnRobotMemoryBlock** ppBlock);
 
-    /// Saves a surface as a JPEG in a new memory block, as above. @return as above; -1 for a null
-    /// surface too.
+    /// Saves a surface as a JPEG of quality 95 in a new memory block, as above.
+    /// @param[in]  pSurface    borrowed for the call.
+    /// @param[in]  pBlockPool  source of the block; borrowed for the call.
+    /// @param[out] ppBlock     +1, caller releases; null when the pool has no block, untouched for
+    ///                         other failures.
+    /// @return as above; -1 for a null surface too.
     static int SaveImage(ITnRobotSurface* pSurface, ITnRobotMemoryBlockPool* pBlockPool, ITnRobotMemoryBlock** ppBlock);
 };
+
+/// @}
 
 #endif  // TNROBOTKERNEL_IMAGE_H_

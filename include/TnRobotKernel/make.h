@@ -1,13 +1,16 @@
-// Creates the library's objects as pointers that release them: the whole public interface, without
-// a result code to look up and without a Release to forget.
-//
-// Every creation function TnCreateRobotXxx has a tn::MakeXxx with the same arguments before the
-// out-pointer. Operations of interfaces that give a new reference have a helper of their name.
-//
-// One rule for all: a failure, whatever the function below calls it (0, -1, a result of 1 with no
-// object), is an empty pointer. Arguments that are raw pointers are borrowed for the call. Nothing
-// is thrown that the function below does not throw: std::bad_alloc, and std::system_error where a
-// thread is made. A helper is as thread-safe as the function that it calls.
+/// @file
+/// Creates the library's objects as pointers that release them: the whole public interface, without
+/// a result code to look up and without a Release to forget.
+///
+/// Every creation function TnCreateRobotXxx has a tn::MakeXxx with the same arguments before the
+/// out-pointer. Operations of interfaces that give a new reference have a helper of their name.
+///
+/// One rule for all: a failure, whatever the function below calls it (0, -1, a result of 1 with no
+/// object), is an empty pointer. Arguments that are raw pointers are borrowed for the call. Nothing
+/// is thrown that the function below does not throw: std::bad_alloc, and std::system_error where a
+/// thread is made. The pointer that comes back owns one reference and releases it.
+///
+/// Threads: MakeXxx are thread-safe, every other helper is as thread-safe as what it calls.
 
 #ifndef TNROBOTKERNEL_MAKE_H_
 #define TNROBOTKERNEL_MAKE_H_
@@ -41,6 +44,9 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 
 }  // namespace detail
 
+/// @addtogroup pointer
+/// @{
+
 // Files and memory.
 
 /// @return a closed disk file.
@@ -66,19 +72,23 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 /// @return a block over caller memory.
 /// @param[in] pParent  block kept alive by the new one, or null.
 /// @param[in] pData    nSize bytes, borrowed for the block's life.
+/// @param[in] nSize    used bytes that the block reports.
 [[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> MakeCustomMemBlock(ITnRobotMemoryBlock* pParent,
                                                                         unsigned char* pData, unsigned int nSize) {
     return detail::Create<ITnRobotMemoryBlock>(detail::kOneIsSuccess, TnCreateRobotCustomMemBlock, pParent, pData,
                                                nSize);
 }
 
-/// @return an empty stream; empty pointer for a null pool, of which the stream holds a reference.
+/// @return an empty stream; empty pointer for a null pool.
+/// @param[in] pPool  source of its blocks, of which the stream holds a reference.
 [[nodiscard]] inline TnRobotPtr<ITnRobotMemDataStream> MakeMemDataStream(ITnRobotMemoryBlockPool* pPool) {
     return detail::Create<ITnRobotMemDataStream>(detail::kOneIsSuccess, TnCreateRobotMemDataStream, pPool);
 }
 
 /// @return a block of at least nSize bytes, not initialised; empty when the pool has none, also
-///         when it claims success without giving one. @param[in] pool  borrowed for the call.
+///         when it claims success without giving one.
+/// @param[in] pool   borrowed for the call.
+/// @param[in] nSize  bytes wanted.
 [[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> QueryMemBuff(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
     TnRobotPtr<ITnRobotMemoryBlock> block;
     detail::KeepIf(pool.QueryMemBuff(nSize, block.put()) == detail::kOneIsSuccess, block);
@@ -88,67 +98,80 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 // Values and groups. Without the process-wide value pool all of them are empty.
 
 /// @return a DATA_TYPE_BOOL value.
+/// @param[in] bValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeBoolData(bool bValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotBoolData, bValue);
 }
 
 /// @return a DATA_TYPE_CHAR value.
+/// @param[in] chValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeCharData(char chValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotCharData, chValue);
 }
 
 /// @return a DATA_TYPE_BYTE value; bits above the lowest 8 are dropped.
+/// @param[in] nValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeByteData(unsigned short nValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotByteData, nValue);
 }
 
 /// @return a DATA_TYPE_SHORT value.
+/// @param[in] nValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeShortData(short nValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotShortData, nValue);
 }
 
 /// @return a DATA_TYPE_USHORT value.
+/// @param[in] nValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeUShortData(unsigned short nValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotUShortData, nValue);
 }
 
 /// @return a DATA_TYPE_INT value.
+/// @param[in] nValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeIntData(int nValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotIntData, nValue);
 }
 
 /// @return a DATA_TYPE_UINT value.
+/// @param[in] nValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeUintData(unsigned int nValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotUintData, nValue);
 }
 
 /// @return a DATA_TYPE_FLOAT value.
+/// @param[in] fValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeFloatData(float fValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotFloatData, fValue);
 }
 
 /// @return a DATA_TYPE_DOUBLE value.
+/// @param[in] dValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeDoubleData(double dValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotDoubleData, dValue);
 }
 
 /// @return a DATA_TYPE_LONGLONG value.
+/// @param[in] nValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeLonglongData(long long nValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotLonglongData, nValue);
 }
 
 /// @return a DATA_TYPE_ULONGLONG value.
+/// @param[in] nValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeULonglongData(unsigned long long nValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotULonglongData, nValue);
 }
 
-/// @return a DATA_TYPE_STRING value; empty for a null text. @param[in] lpszValue  copied.
+/// @return a DATA_TYPE_STRING value; empty for a null text.
+/// @param[in] lpszValue  copied.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeStringData(const char* lpszValue) {
     return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotStringData, lpszValue);
 }
 
 /// @return a DATA_TYPE_BLOCK value; empty for null pData with a size above 0.
 /// @param[in] pData  nSize bytes, copied.
+/// @param[in] nSize  bytes.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeBlockData(const void* pData, unsigned int nSize) {
     return detail::Create<ITnRobotDataValue, const void*, unsigned int, ITnRobotDataValue**>(
         detail::kZeroIsSuccess, TnCreateRobotBlockData, pData, nSize);
@@ -156,12 +179,14 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 
 /// @return a DATA_TYPE_BLOCK value with everything in the stream, which is read from its
 ///         beginning; null gives an empty block.
+/// @param[in] pStream  borrowed for the call.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeBlockData(ITnRobotMemDataStream* pStream) {
     return detail::Create<ITnRobotDataValue, ITnRobotMemDataStream*, ITnRobotDataValue**>(
         detail::kZeroIsSuccess, TnCreateRobotBlockData, pStream);
 }
 
 /// @return a copy of a value.
+/// @param[in] value  what is copied.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> Clone(ITnRobotDataValue& value) {
     return Adopt(value.Clone());
 }
@@ -171,14 +196,18 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
     return detail::Create<ITnRobotDataValueGroup>(detail::kOneIsSuccess, TnCreateRobotValueDataGroup);
 }
 
-/// @return the value of that name; empty when it is not there, or for a null or empty name.
+/// @return the value of that name, shared with the group; empty when it is not there, or for a null
+///         or empty name.
+/// @param[in] group     borrowed for the call.
+/// @param[in] lpszName  name.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> GetValue(ITnRobotDataValueGroup& group, const char* lpszName) {
     TnRobotPtr<ITnRobotDataValue> value;
     detail::KeepIf(group.GetValue(lpszName, value.put()) == detail::kZeroIsSuccess, value);
     return value;
 }
 
-/// @return a copy of a group.
+/// @return a copy of a group and of its values.
+/// @param[in] group  what is copied.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValueGroup> Clone(ITnRobotDataValueGroup& group) {
     return Adopt(group.Clone());
 }
@@ -192,13 +221,15 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 
 // Images.
 
-/// @return an empty surface pool. @param[in] pBlockPool  source of the pixel memory, of which the
-///         pool holds a reference; with null it never has a surface.
+/// @return an empty surface pool.
+/// @param[in] pBlockPool  source of the pixel memory, of which the pool holds a reference; with null
+///            it never has a surface.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurfacePool> MakeSurfacePool(ITnRobotMemoryBlockPool* pBlockPool) {
     return detail::Create<ITnRobotSurfacePool>(detail::kOneIsSuccess, TnCreateRobotSurfacePool, pBlockPool);
 }
 
 /// Hands out a surface, whose pixels are not initialised.
+/// @param[in] pool  borrowed for the call.
 /// @param[in] desc  what is wanted; its nPitch is overwritten when the format is valid.
 /// @return empty when the description cannot be met, also where the pool would hand out an old
 ///         surface without pixels.
@@ -219,6 +250,8 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 }
 
 /// @return a surface with a copy of the image, as TnRobotImageUtils::NlImage2Surface makes it.
+/// @param[in] image  borrowed for the call.
+/// @param[in] pPool  source of the surface; borrowed for the call.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> NlImage2Surface(const STnNLImageData& image,
                                                                  ITnRobotSurfacePool* pPool) {
     TnRobotPtr<ITnRobotSurface> surface;
@@ -227,6 +260,9 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 }
 
 /// @return a surface with a copy of the region, as TnRobotImageUtils::ClipImage makes it.
+/// @param[in] pPool    source of the surface; borrowed for the call.
+/// @param[in] pSource  borrowed for the call.
+/// @param[in] region   pixels of the source, half open.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pSource,
                                                            const STnNLROIRect& region) {
     TnRobotPtr<ITnRobotSurface> surface;
@@ -236,6 +272,9 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 }
 
 /// @return both images side by side, as TnRobotImageUtils::PieceImage joins them.
+/// @param[in] pPool    source of the surface; borrowed for the call.
+/// @param[in] pFirst   left image, borrowed for the call.
+/// @param[in] pSecond  right image, borrowed for the call.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pFirst,
                                                             ITnRobotSurface* pSecond) {
     TnRobotPtr<ITnRobotSurface> surface;
@@ -244,14 +283,20 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
     return surface;
 }
 
-/// @return the picture of a file as a B,G,R surface; the path's ending chooses the format.
+/// @return the picture of a file as a B,G,R surface; the path's ending, ".jpg" or ".bmp", chooses the
+///         format.
+/// @param[in] lpszPath  path.
+/// @param[in] pPool     source of the surface; borrowed for the call.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> LoadImage(const char* lpszPath, ITnRobotSurfacePool* pPool) {
     TnRobotPtr<ITnRobotSurface> surface;
     detail::KeepIf(TnRobotImageUtils::LoadImage(lpszPath, pPool, surface.put()) == detail::kZeroIsSuccess, surface);
     return surface;
 }
 
-/// @return the JPEG in memory as a B,G,R surface. @param[in] pData  nLength bytes.
+/// @return the JPEG in memory as a B,G,R surface.
+/// @param[in] pData    nLength bytes.
+/// @param[in] nLength  bytes.
+/// @param[in] pPool    source of the surface; borrowed for the call.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> LoadImage(const unsigned char* pData, unsigned int nLength,
                                                            ITnRobotSurfacePool* pPool) {
     TnRobotPtr<ITnRobotSurface> surface;
@@ -261,6 +306,8 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 }
 
 /// @return the JPEG that a block holds as a B,G,R surface.
+/// @param[in] pBlock  borrowed for the call.
+/// @param[in] pPool   source of the surface; borrowed for the call.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> LoadImage(ITnRobotMemoryBlock* pBlock, ITnRobotSurfacePool* pPool) {
     TnRobotPtr<ITnRobotSurface> surface;
     detail::KeepIf(TnRobotImageUtils::LoadImage(pBlock, pPool, surface.put()) == detail::kZeroIsSuccess, surface);
@@ -268,6 +315,8 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 }
 
 /// @return the image as a JPEG of quality 95 in a new block.
+/// @param[in] image       borrowed for the call.
+/// @param[in] pBlockPool  source of the block; borrowed for the call.
 [[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> SaveImage(const STnNLImageData& image,
                                                                ITnRobotMemoryBlockPool* pBlockPool) {
     TnRobotPtr<ITnRobotMemoryBlock> block;
@@ -276,6 +325,8 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 }
 
 /// @return the surface as a JPEG of quality 95 in a new block.
+/// @param[in] pSurface    borrowed for the call.
+/// @param[in] pBlockPool  source of the block; borrowed for the call.
 [[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> SaveImage(ITnRobotSurface* pSurface,
                                                                ITnRobotMemoryBlockPool* pBlockPool) {
     TnRobotPtr<ITnRobotMemoryBlock> block;
@@ -285,7 +336,8 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 
 // Waiting and working.
 
-/// @return an event. @param[in] bSignalled  whether it is set at first.
+/// @return an event.
+/// @param[in] bSignalled  whether it is set at first.
 [[nodiscard]] inline TnRobotPtr<ITnRobotEvent> MakeManualEvent(bool bSignalled) {
     return detail::Create<ITnRobotEvent>(detail::kOneIsSuccess, TnCreateRobotManualEvent, bSignalled);
 }
@@ -311,13 +363,17 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
     return detail::Create<ITnRobotTaskPool>(detail::kOneIsSuccess, TnCreateRobotTaskPool);
 }
 
-/// @return a task that is not started yet. @param[in] pRunner  bound to the task, which holds a
-///         reference; null leaves the task without a runner.
+/// @return a task that is not started yet.
+/// @param[in] pool     borrowed for the call.
+/// @param[in] pRunner  bound to the task, which holds a reference; null leaves the task without a
+///                     runner.
 [[nodiscard]] inline TnRobotPtr<ITnRobotTask> CreateTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
     TnRobotPtr<ITnRobotTask> task;
     detail::KeepIf(pool.CreateTask(pRunner, task.put()), task);
     return task;
 }
+
+/// @}
 
 }  // namespace tn
 

@@ -1,6 +1,8 @@
-// Surfaces and OpenCV matrices over the same pixels, without copying where their layouts allow it.
-//
-// Optional: the only header that needs OpenCV (its core module), which the library does not.
+/// @file
+/// Surfaces and OpenCV matrices over the same pixels, without copying where their layouts allow it.
+///
+/// Optional: the only header that needs OpenCV (its core module), which the library does not. All
+/// functions are thread-safe as far as what they are given is used by one thread at a time.
 
 #ifndef TNROBOTKERNEL_OPENCV_H_
 #define TNROBOTKERNEL_OPENCV_H_
@@ -15,8 +17,12 @@
 
 namespace tn {
 
+/// @addtogroup opencv
+/// @{
+
 /// @return the element type of a matrix over pixels of this format; -1 for TN_IMAGE_420, whose
 ///         pixels are no elements of one size, and for no format.
+/// @param[in] eType  pixel format.
 inline int CvTypeOf(ETnNLImageType eType) noexcept {
     switch (eType) {
         case TN_IMAGE_RGB24:
@@ -39,6 +45,7 @@ inline int CvTypeOf(ETnNLImageType eType) noexcept {
 
 /// @return the format that OpenCV itself means by an element type: grey, B,G,R or B,G,R,X;
 ///         TN_IMAGE_NONE for every other type.
+/// @param[in] nCvType  type of a matrix's elements, as cv::Mat::type tells it.
 inline ETnNLImageType ImageTypeOf(int nCvType) noexcept {
     switch (nCvType) {
         case CV_8UC1:
@@ -53,11 +60,13 @@ inline ETnNLImageType ImageTypeOf(int nCvType) noexcept {
 }
 
 /// @return the same region as a rectangle of OpenCV's.
+/// @param[in] region  in pixels, half open.
 inline cv::Rect RectOf(const STnNLROIRect& region) {
     return {region.left, region.top, region.right - region.left, region.bottom - region.top};
 }
 
 /// @return the same rectangle as a region of the library's.
+/// @param[in] rect  in pixels.
 inline STnNLROIRect RegionOf(const cv::Rect& rect) noexcept {
     return {rect.x, rect.x + rect.width, rect.y, rect.y + rect.height};
 }
@@ -177,9 +186,10 @@ inline bool IsPicture(const cv::Mat& mat, ETnNLImageType eType) {
 ///
 /// @param[in] surface    one reference is kept.
 /// @param[in] keepAlive  kept as long as the surface and released after it; may be empty.
-/// @return empty for an empty pointer, a surface that cannot be locked or holds no pixels, and
-///         4:2:0 pixels. Throws std::bad_alloc.
-/// Threads: as thread-safe as a matrix; the last one may go on any thread.
+/// @return the matrix; empty for an empty pointer, a surface that cannot be locked or holds no
+///         pixels, and 4:2:0 pixels. Throws std::bad_alloc.
+///
+/// Threads: externally synchronised, like a matrix; the last one may go on any thread.
 [[nodiscard]] inline cv::Mat MatOver(TnRobotPtr<ITnRobotSurface> surface, TnRobotPtr<ITnUnknown> keepAlive = nullptr) {
     auto lease = std::make_unique<detail::SurfaceLease>(std::move(surface), std::move(keepAlive));
     if (!lease->IsMatrix()) {
@@ -206,7 +216,7 @@ inline bool IsPicture(const cv::Mat& mat, ETnNLImageType eType) {
 /// The surface belongs to no pool; its last Release destroys it. The origin position is (0, 0).
 /// @param[in] mat    two dimensions, elements of eType.
 /// @param[in] eType  what the elements mean.
-/// @return empty when the type does not fit the elements, and when the rows lie otherwise.
+/// @return the surface; empty when the type does not fit the elements, and when the rows lie otherwise.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> SurfaceOver(const cv::Mat& mat, ETnNLImageType eType) {
     if (!detail::IsPicture(mat, eType)) {
         return nullptr;
@@ -225,38 +235,52 @@ inline bool IsPicture(const cv::Mat& mat, ETnNLImageType eType) {
 }
 
 /// As above, with the format that OpenCV means by the matrix's type (ImageTypeOf).
+/// @param[in] mat  as above.
+/// @return as above; empty for other types.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> SurfaceOver(const cv::Mat& mat) {
     return SurfaceOver(mat, mat.empty() ? TN_IMAGE_NONE : ImageTypeOf(mat.type()));
 }
 
 /// A surface and a matrix over the same pixels.
 ///
-/// Either may be taken out and outlives the other. An OpenCV function that writes into Mat() works
-/// in the surface as long as it keeps size and type; one that wants another size or type gives the
-/// matrix other memory, and Shares() is false from then on.
+/// Lifetime: holds one reference to the surface, and the matrix. Either may be taken out and outlives the other. An
+/// OpenCV function that writes into Mat() works in the surface as long as it keeps size and type; one that wants
+/// another size or type gives the matrix other memory, and Shares() is false from then on.
+///
+/// Threads: externally synchronised.
 class SurfaceMat {
 public:
     /// Holds nothing.
     SurfaceMat() = default;
 
     /// Views a surface as a matrix, without copying: see MatOver.
+    /// @param[in] surface    one reference is kept.
+    /// @param[in] keepAlive  see MatOver.
+    /// @return both, or an empty one where MatOver gives no matrix.
     [[nodiscard]] static SurfaceMat View(const TnRobotPtr<ITnRobotSurface>& surface,
                                          TnRobotPtr<ITnUnknown> keepAlive = nullptr) {
         return {surface, MatOver(surface, std::move(keepAlive))};
     }
 
     /// Views a matrix as a surface, without copying: see SurfaceOver.
+    /// @param[in] mat    see SurfaceOver.
+    /// @param[in] eType  what the elements mean.
+    /// @return both, or an empty one where SurfaceOver gives no surface.
     [[nodiscard]] static SurfaceMat Over(const cv::Mat& mat, ETnNLImageType eType) {
         return {SurfaceOver(mat, eType), mat};
     }
 
     /// As above, with the format that OpenCV means by the matrix's type.
+    /// @param[in] mat  see SurfaceOver.
+    /// @return as above.
     [[nodiscard]] static SurfaceMat Over(const cv::Mat& mat) { return {SurfaceOver(mat), mat}; }
 
     /// Makes a surface of a pool to be filled through its matrix, whose pixels are not initialised.
     /// @param[in] pool       borrowed for the call.
+    /// @param[in] size       columns and rows, in pixels.
+    /// @param[in] eType      pixel format.
     /// @param[in] keepAlive  see MatOver.
-    /// @return empty when the pool has no such surface, and for 4:2:0.
+    /// @return both, or an empty one when the pool has no such surface, and for 4:2:0.
     [[nodiscard]] static SurfaceMat Allocate(ITnRobotSurfacePool& pool, const cv::Size& size, ETnNLImageType eType,
                                              TnRobotPtr<ITnUnknown> keepAlive = nullptr) {
         const ITnRobotSurface::STnSurfaceDesc desc{size.width, size.height, 0, eType, {0, 0}};
@@ -298,7 +322,7 @@ private:
 /// @param[in] mat    two dimensions, elements of eType; may be a region.
 /// @param[in] pool   borrowed for the call.
 /// @param[in] eType  what the elements mean.
-/// @return empty when the type does not fit the elements, or the pool has no such surface.
+/// @return the surface; empty when the type does not fit the elements, or the pool has no such surface.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> CopyToSurface(const cv::Mat& mat, ITnRobotSurfacePool& pool,
                                                                ETnNLImageType eType) {
     if (!detail::IsPicture(mat, eType)) {
@@ -319,9 +343,14 @@ private:
 }
 
 /// As above, with the format that OpenCV means by the matrix's type (ImageTypeOf).
+/// @param[in] mat   as above.
+/// @param[in] pool  borrowed for the call.
+/// @return as above; empty for other types.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> CopyToSurface(const cv::Mat& mat, ITnRobotSurfacePool& pool) {
     return CopyToSurface(mat, pool, mat.empty() ? TN_IMAGE_NONE : ImageTypeOf(mat.type()));
 }
+
+/// @}
 
 }  // namespace tn
 

@@ -1,6 +1,7 @@
-// The generic recycling pool: reference-counted elements that return to their pool when the last
-// holder lets them go. Data values and surfaces come from it; applications may pool their own
-// element types.
+/// @file
+/// The generic recycling pool: reference-counted elements that return to their pool when the last
+/// holder lets them go. Data values and surfaces come from it; applications may pool their own
+/// element types.
 
 #ifndef TNROBOTKERNEL_POOL_H_
 #define TNROBOTKERNEL_POOL_H_
@@ -16,12 +17,18 @@
 
 class ITnPoolElement;
 
-/// What an element sees of its pool. Threads: thread-safe.
+/// @addtogroup pool
+/// @{
+
+/// What an element sees of its pool.
+///
+/// Threads: thread-safe.
 class TN_ROBOT_API ITnPoolUnknown : public ITnUnknown {
 public:
     ~ITnPoolUnknown() override;
 
-    /// Clears an element and puts it back on the free list; called by the element's last holder.
+    /// Clears an element and puts it back on the free list; called by ITnPoolElement::Release on the
+    /// last holder's thread.
     /// @param[in] pElement  borrowed: the pool holds its own reference already.
     /// @return false for null, otherwise true.
     virtual bool RecoveryResource(ITnPoolElement* pElement) = 0;
@@ -36,14 +43,15 @@ class TN_ROBOT_API ITnPoolElement : public ITnUnknown {
 public:
     ~ITnPoolElement() override;
 
-    /// Gives one reference back; the last holder's one returns the element to its pool.
-    /// @return references left, the pool's own included.
+    /// Gives one reference back; the last holder's one returns the element to its pool. Thread-safe.
+    /// @return references left, the pool's own included; 0 when the element was destroyed.
     int Release() override;
 
-    /// Gives back what the element holds; called when it is recycled.
+    /// Gives back what the element holds; its pool calls it when the element is recycled.
     virtual void ClearResource() = 0;
 
-    /// Stores the pool to return to. @param[in] pParent  borrowed; null for none.
+    /// Stores the pool to return to; pools call it.
+    /// @param[in] pParent  borrowed for as long as it is stored; null for none.
     virtual void SetParent(ITnPoolUnknown* pParent);
 
 protected:
@@ -51,24 +59,37 @@ protected:
 };
 
 /// How a pool makes and re-initialises elements. Both operations are called with the pool's lock
-/// held and must not call back into the same pool. Threads: called by one thread at a time.
+/// held and must not call back into the same pool.
+///
+/// Lifetime: each pool over it holds one reference.
+/// Threads:  externally synchronised: a pool calls it from one thread at a time. An allocator that
+///           several pools share is called by all of them at once.
 class TN_ROBOT_API ITnElementAlloc : public ITnUnknown {
 public:
     ~ITnElementAlloc() override;
 
-    /// Makes an element. @param[in] pParam  what the pool was asked with; null leaves defaults.
-    /// @param[out] ppElement  +1, no parent. @return whether an element was made.
+    /// Makes an element.
+    /// @param[in]  pParam     what the pool was asked with, borrowed for the call; null leaves
+    ///                        defaults.
+    /// @param[out] ppElement  +1, which the pool keeps; no parent.
+    /// @return whether an element was made.
     virtual bool AllocElement(void* pParam, ITnPoolElement** ppElement) = 0;
 
-    /// Re-initialises a recycled element that has been cleared; null pParam leaves it cleared.
+    /// Re-initialises a recycled element that has been cleared.
+    /// @param[in] pElement  borrowed for the call; one of AllocElement's.
+    /// @param[in] pParam    as of AllocElement; null leaves the element cleared.
     virtual void SetElementParam(ITnPoolElement* pElement, void* pParam) = 0;
 };
 
-/// A pool of elements of interface T. Threads: thread-safe.
+/// A pool of elements of interface T.
+///
+/// Threads: thread-safe.
+/// @tparam T  interface of the elements, derived from ITnPoolElement.
 template <typename T>
 class ITnPool : public ITnPoolUnknown {
 public:
-    /// Hands out an element. @param[in] nReserved  ignored.
+    /// Hands out an element.
+    /// @param[in]  nReserved  ignored.
     /// @param[in]  pParam     passed to the allocator unchanged; may be null.
     /// @param[out] ppElement  +1, caller releases.
     /// @return whether *ppElement holds an element.
@@ -85,9 +106,11 @@ public:
 ///           cleared first when it has a single holder, and loses its parent in any case.
 /// Threads:  thread-safe; the destruction must not run concurrently with other use of the pool
 ///           or with the release of its elements.
+/// @tparam T  interface of the elements, derived from ITnPoolElement.
 template <typename T>
 class CTnRobotPool final : public ITnPool<T> {
 public:
+    /// Makes an empty pool, whose first reference is the creator's.
     /// @param[in] pAlloc  one reference is taken; without an allocator the pool hands out nothing.
     explicit CTnRobotPool(ITnElementAlloc* pAlloc) : m_pAlloc(pAlloc) {
         if (m_pAlloc != nullptr) {
@@ -95,6 +118,7 @@ public:
         }
     }
 
+    /// Gives every element and the allocator back; see Lifetime.
     ~CTnRobotPool() override {
         for (ITnPoolElement* pElement : m_elements) {
             LetGo(pElement);
@@ -104,17 +128,20 @@ public:
         }
     }
 
-    /// Sets how many elements the pool may own, 4294967295 at first. Thread-safe.
+    /// Sets how many elements the pool may own, 4294967295 at first. Those it owns already stay.
+    /// @param[in] nMaxCount  elements, handed out and free ones together.
     void SetMaxCount(unsigned int nMaxCount) {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_nMaxCount = nMaxCount;
     }
 
-    /// Hands out the element that has been free longest, or a new one.
-    /// @return false, with both lists as they were, for a null ppElement, without an allocator,
-    ///         when the maximum is reached, and when the allocator fails (all leave *ppElement
-    ///         untouched), and for an element that is not a T (*ppElement is null then).
-    ///         Exceptions of the allocator pass through.
+    /// Hands out the element that has been free longest, or a new one. The first argument is ignored.
+    /// @param[in]  pParam     passed to the allocator unchanged; may be null.
+    /// @param[out] ppElement  +1, caller releases.
+    /// @return whether *ppElement holds an element: false, with both lists as they were, for a null
+    ///         ppElement, without an allocator, when the maximum is reached, and when the allocator
+    ///         fails (all leave *ppElement untouched), and for an element that is not a T
+    ///         (*ppElement is null then). Exceptions of the allocator pass through.
     bool QueryPoolElement(unsigned int /*nReserved*/, void* pParam, T** ppElement) override {
         if (ppElement == nullptr || m_pAlloc == nullptr) {
             return false;
@@ -123,6 +150,9 @@ public:
         return m_freeElements.Empty() ? HandOutNew(pParam, ppElement) : HandOutFree(pParam, ppElement);
     }
 
+    /// Clears an element and puts it back on the free list; called by ITnPoolElement::Release.
+    /// @param[in] pElement  borrowed: the pool holds its own reference already.
+    /// @return false for null, otherwise true.
     bool RecoveryResource(ITnPoolElement* pElement) override {
         if (pElement == nullptr) {
             return false;
@@ -230,5 +260,7 @@ private:
     const std::type_info* m_pKnownType = nullptr;        // guarded by m_mutex; a class that is a T
     ITnElementAlloc* m_pAlloc;                           // one reference
 };
+
+/// @}
 
 #endif  // TNROBOTKERNEL_POOL_H_

@@ -1,4 +1,5 @@
-// Typed data values, the functions that create them, and named groups of values.
+/// @file
+/// Typed data values, the functions that create them, and named groups of values.
 
 #ifndef TNROBOTKERNEL_VALUES_H_
 #define TNROBOTKERNEL_VALUES_H_
@@ -10,6 +11,9 @@
 #include "TnRobotKernel/core.h"
 #include "TnRobotKernel/memory.h"
 #include "TnRobotKernel/pool.h"
+
+/// @addtogroup values
+/// @{
 
 /// Type of a data value; saved as its number.
 enum ETnRobotDataValueType : int {
@@ -44,62 +48,92 @@ class TN_ROBOT_API ITnRobotDataValue : public ITnPoolElement, public ITnRobotSer
 public:
     ~ITnRobotDataValue() override;
 
-    /// @return the value's type.
+    /// @return the value's type; DATA_TYPE_NONE for one that holds nothing.
     virtual ETnRobotDataValueType GetDataValueType() = 0;
 
-    /// @return the value when its type is DATA_TYPE_BOOL.
+    /// Reads a DATA_TYPE_BOOL.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or false when its type is another.
     virtual bool BoolData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_CHAR.
+    /// Reads a DATA_TYPE_CHAR.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual char CharData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_BYTE.
+    /// Reads a DATA_TYPE_BYTE.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual unsigned char ByteData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_SHORT.
+    /// Reads a DATA_TYPE_SHORT.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual short ShortData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_USHORT.
+    /// Reads a DATA_TYPE_USHORT.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual unsigned short UShortData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_INT.
+    /// Reads a DATA_TYPE_INT.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual int IntData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_UINT.
+    /// Reads a DATA_TYPE_UINT.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual unsigned int UintData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_FLOAT.
+    /// Reads a DATA_TYPE_FLOAT.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual float FloatData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_DOUBLE.
+    /// Reads a DATA_TYPE_DOUBLE.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual double DoubleData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_LONGLONG.
+    /// Reads a DATA_TYPE_LONGLONG.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual long long LonglongData(int* pError) = 0;
 
-    /// @return the value when its type is DATA_TYPE_ULONGLONG.
+    /// Reads a DATA_TYPE_ULONGLONG.
+    /// @param[out] pError  0 when the type matches, else -1; may be null.
+    /// @return the value, or 0 when its type is another.
     virtual unsigned long long ULonglongData(int* pError) = 0;
 
-    /// @param[out] nLength  recorded length in bytes, terminating zero included.
-    /// @return the characters when the type is DATA_TYPE_STRING; borrowed until the value is
-    ///         initialised again, loaded or released.
+    /// Reads a DATA_TYPE_STRING.
+    /// @param[out] nLength  recorded length in bytes, terminating zero included; untouched when the
+    ///                      type is another.
+    /// @param[out] pError   0 when the type matches, else -1; may be null.
+    /// @return the characters, borrowed until the value is copied to, loaded or released; null when
+    ///         the type is another.
     virtual const char* StringData(int& nLength, int* pError) = 0;
 
-    /// @param[out] nLength  recorded length in bytes.
-    /// @return the bytes when the type is DATA_TYPE_BLOCK, null for an empty block; borrowed
-    ///         until the value is initialised again, loaded or released.
+    /// Reads a DATA_TYPE_BLOCK.
+    /// @param[out] nLength  recorded length in bytes; untouched when the type is another.
+    /// @param[out] pError   0 when the type matches, else -1; may be null.
+    /// @return the bytes, borrowed until the value is copied to, loaded or released; null for an
+    ///         empty block and when the type is another.
     virtual const void* BlockData(unsigned int& nLength, int* pError) = 0;
 
     /// The value as text: numbers as printf's %d, %u, %f and %lld would (an unsigned 64-bit
     /// number too, so that the upper half prints as negative), blocks as lower-case hexadecimal.
     /// @param[out] pLength  length of the text plus one, 0 for a value without data; may be null.
-    /// @return text owned by the value, borrowed until the value is initialised again or released.
+    /// @return text owned by the value, borrowed until the value is copied to or released. It is made
+    ///         once: a value that is loaded afterwards keeps its old text.
     virtual const char* Convert2String(unsigned int* pLength) = 0;
 
-    /// Makes this value an independent copy. @param[in] pSource  borrowed for the call; null and
-    /// values of another implementation are ignored.
+    /// Makes this value an independent copy.
+    /// @param[in] pSource  borrowed for the call; null and values of another implementation are
+    ///            ignored.
     virtual void Copy(ITnRobotDataValue* pSource) = 0;
 
+    /// Copies the value into a new one.
     /// @return a copy from the process-wide pool: +1, caller releases; null without a pool.
     virtual ITnRobotDataValue* Clone() = 0;
 };
@@ -112,114 +146,207 @@ public:
 /// can be made (the entry is left as it was), and accept the empty name; so do typed getters.
 /// In both, and in GetDataValueType, a null name throws std::logic_error.
 ///
+/// Loading (Serialize with an archive that is loading) merges: entries are added, and those already
+/// there win over loaded ones of the same name.
+///
 /// Lifetime: holds one reference to each of its values.
 /// Threads:  externally synchronised.
 class TN_ROBOT_API ITnRobotDataValueGroup : public ITnUnknown, public ITnRobotSerialize {
 public:
     ~ITnRobotDataValueGroup() override;
 
-    /// Stores a value under a name. @param[in] pValue  one reference is taken.
+    /// Stores a value under a name; the one it held is released.
+    /// @param[in] lpszName  name, copied.
+    /// @param[in] pValue    one reference is taken: caller and group share the value.
     /// @return 0, or -1 for a null or empty name or a null value.
     virtual int SetValue(const char* lpszName, ITnRobotDataValue* pValue) = 0;
 
-    /// @param[out] ppValue  +1, caller releases; untouched on failure.
+    /// Finds a value.
+    /// @param[in]  lpszName  name.
+    /// @param[out] ppValue   +1, caller releases; shared with the group. Untouched on failure.
     /// @return 0, or -1 for a null or empty name or one that is not there.
     virtual int GetValue(const char* lpszName, ITnRobotDataValue** ppValue) = 0;
 
+    /// @param[in] lpszName  name.
     /// @return whether the name is there; false for a null or empty name.
     virtual bool HasValue(const char* lpszName) = 0;
 
-    /// Removes an entry. @return 0, or -1 for a null or empty name or one that is not there.
+    /// Removes an entry and releases its value.
+    /// @param[in] lpszName  name.
+    /// @return 0, or -1 for a null or empty name or one that is not there.
     virtual int RemoveValue(const char* lpszName) = 0;
 
-    /// Removes every entry. @return always 0.
+    /// Removes every entry and releases the values.
+    /// @return always 0.
     virtual int ClearAllValues() = 0;
 
-    /// Appends a (name, type) pair for each entry. @param[in,out] names  not cleared first.
+    /// Appends a (name, type) pair for each entry.
+    /// @param[in,out] names  not cleared first.
     /// @return the number of pairs now in the list.
     virtual int GetAllDataName(std::vector<std::pair<std::string, ETnRobotDataValueType>>& names) = 0;
 
+    /// @param[in] lpszName  name; may be empty.
     /// @return the type of the named value, DATA_TYPE_NONE when it is not there.
     virtual ETnRobotDataValueType GetDataValueType(const char* lpszName) = 0;
 
-    /// Stores a DATA_TYPE_BOOL value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_BOOL value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] bValue    what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, bool bValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_BOOL.
+    /// Reads the named value as DATA_TYPE_BOOL.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or false when it is missing or of another type.
     virtual bool BoolData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_CHAR value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_CHAR value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] chValue   what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, char chValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_CHAR.
+    /// Reads the named value as DATA_TYPE_CHAR.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual char CharData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_BYTE value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_BYTE value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] byValue   what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, unsigned char byValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_BYTE.
+    /// Reads the named value as DATA_TYPE_BYTE.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual unsigned char ByteData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_SHORT value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_SHORT value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] nValue    what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, short nValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_SHORT.
+    /// Reads the named value as DATA_TYPE_SHORT.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual short ShortData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_USHORT value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_USHORT value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] nValue    what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, unsigned short nValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_USHORT.
+    /// Reads the named value as DATA_TYPE_USHORT.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual unsigned short UShortData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_INT value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_INT value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] nValue    what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, int nValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_INT.
+    /// Reads the named value as DATA_TYPE_INT.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual int IntData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_UINT value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_UINT value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] nValue    what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, unsigned int nValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_UINT.
+    /// Reads the named value as DATA_TYPE_UINT.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual unsigned int UintData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_FLOAT value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_FLOAT value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] fValue    what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, float fValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_FLOAT.
+    /// Reads the named value as DATA_TYPE_FLOAT.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual float FloatData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_DOUBLE value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_DOUBLE value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] dValue    what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, double dValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_DOUBLE.
+    /// Reads the named value as DATA_TYPE_DOUBLE.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual double DoubleData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_LONGLONG value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_LONGLONG value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] nValue    what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, long long nValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_LONGLONG.
+    /// Reads the named value as DATA_TYPE_LONGLONG.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual long long LonglongData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_ULONGLONG value. @return 0 on success, -1 on failure.
+    /// Stores a DATA_TYPE_ULONGLONG value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] nValue    what it holds.
+    /// @return 0 on success, -1 on failure.
     virtual int SetValue(const char* lpszName, unsigned long long nValue) = 0;
 
-    /// @return the named value when its type is DATA_TYPE_ULONGLONG.
+    /// Reads the named value as DATA_TYPE_ULONGLONG.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the value, or 0 when it is missing or of another type.
     virtual unsigned long long ULonglongData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a text, copied. @return 0 on success, -1 on failure, which includes a null text.
+    /// Stores a DATA_TYPE_STRING value.
+    /// @param[in] lpszName   name, copied; may be empty.
+    /// @param[in] lpszValue  text, copied.
+    /// @return 0 on success, -1 on failure, which includes a null text.
     virtual int SetValue(const char* lpszName, const char* lpszValue) = 0;
 
-    /// @return the named text; borrowed until the entry or its value changes.
+    /// Reads the named value as DATA_TYPE_STRING.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the text, borrowed until the entry or its value changes; null when it is missing or of
+    ///         another type.
     virtual const char* StringData(const char* lpszName, int* pError) = 0;
 
-    /// Stores nSize bytes, copied. @return 0 on success, -1 on failure, which includes null pData
-    /// with a size above 0.
+    /// Stores a DATA_TYPE_BLOCK value.
+    /// @param[in] lpszName  name, copied; may be empty.
+    /// @param[in] pData     nSize bytes, copied.
+    /// @param[in] nSize     bytes.
+    /// @return 0 on success, -1 on failure, which includes null pData with a size above 0.
     virtual int SetValue(const char* lpszName, const void* pData, unsigned int nSize) = 0;
 
-    /// @param[out] nLength  recorded length in bytes. @return the named bytes; borrowed until the
-    /// entry or its value changes.
+    /// Reads the named value as DATA_TYPE_BLOCK.
+    /// @param[in]  lpszName  name; may be empty.
+    /// @param[out] nLength   recorded length in bytes; untouched when the result is an error.
+    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
+    /// @return the bytes, borrowed until the entry or its value changes; null for an empty block and
+    ///         when the value is missing or of another type.
     virtual const void* BlockData(const char* lpszName, unsigned int& nLength, int* pError) = 0;
 
     /// Replaces all entries by copies of another group's. A group copied onto itself ends empty.
@@ -227,73 +354,86 @@ public:
     ///            ignored.
     virtual void Copy(ITnRobotDataValueGroup* pSource) = 0;
 
-    /// @return a copy of the group: +1, caller releases.
+    /// Copies the group and its values.
+    /// @return a copy of the group: +1, caller releases. Values are copies too, not shared.
     virtual ITnRobotDataValueGroup* Clone() = 0;
 };
 
 /// Creates a DATA_TYPE_BOOL value. Thread-safe.
+/// @param[in]  bValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotBoolData(bool bValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_CHAR value. Thread-safe.
+/// @param[in]  chValue  what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotCharData(char chValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_BYTE value. Bits above the lowest 8 are dropped. Thread-safe.
+/// @param[in]  nValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotByteData(unsigned short nValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_SHORT value. Thread-safe.
+/// @param[in]  nValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotShortData(short nValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_USHORT value. Thread-safe.
+/// @param[in]  nValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotUShortData(unsigned short nValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_INT value. Thread-safe.
+/// @param[in]  nValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotIntData(int nValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_UINT value. Thread-safe.
+/// @param[in]  nValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotUintData(unsigned int nValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_FLOAT value. Thread-safe.
+/// @param[in]  fValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotFloatData(float fValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_DOUBLE value. Thread-safe.
+/// @param[in]  dValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotDoubleData(double dValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_LONGLONG value. Thread-safe.
+/// @param[in]  nValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotLonglongData(long long nValue, ITnRobotDataValue** ppValue);
 
 /// Creates a DATA_TYPE_ULONGLONG value. Thread-safe.
+/// @param[in]  nValue   what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotULonglongData(unsigned long long nValue, ITnRobotDataValue** ppValue);
 
 /// Creates a text value. Thread-safe.
-/// @param[in]  lpszValue  copied, terminating zero included.
+/// @param[in]  lpszValue  text, copied with its terminating zero.
 /// @param[out] ppValue    +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null argument.
 TN_ROBOT_API int TnCreateRobotStringData(const char* lpszValue, ITnRobotDataValue** ppValue);
 
 /// Creates a block value. Thread-safe.
 /// @param[in]  pData    nSize bytes, copied; may be null when nSize is 0.
+/// @param[in]  nSize    bytes.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool, for a null ppValue, or null pData with bytes.
 TN_ROBOT_API int TnCreateRobotBlockData(const void* pData, unsigned int nSize, ITnRobotDataValue** ppValue);
@@ -304,8 +444,11 @@ TN_ROBOT_API int TnCreateRobotBlockData(const void* pData, unsigned int nSize, I
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotBlockData(ITnRobotMemDataStream* pStream, ITnRobotDataValue** ppValue);
 
-/// Creates an empty group. Thread-safe. @param[out] ppGroup  +1, caller releases; untouched on
-/// failure. @return 1, or 0 without a value pool.
+/// Creates an empty group. Thread-safe.
+/// @param[out] ppGroup  +1, caller releases; untouched on failure; must not be null.
+/// @return 1, or 0 without a value pool.
 TN_ROBOT_API int TnCreateRobotValueDataGroup(ITnRobotDataValueGroup** ppGroup);
+
+/// @}
 
 #endif  // TNROBOTKERNEL_VALUES_H_
