@@ -10,8 +10,8 @@ A marker stands alone on a line, and the fenced block right after it is filled (
     ```cpp
     ```
 
-The last word names a region of the file, from a line "// [main]" to "// [/main]"; without it the
-whole file is shown. Lines that mark regions are left out, and the region's indentation is taken off.
+The last word names a region of the file, from a line "// [main]" (or "# [main]") to "// [/main]";
+without it the whole file is shown. Lines that mark regions are left out, and the region's indentation is taken off.
 """
 
 import pathlib
@@ -20,7 +20,7 @@ import sys
 import textwrap
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-LANGUAGES = {".cpp": "cpp", ".h": "cpp", ".cmake": "cmake", ".sh": "sh", ".py": "python"}
+LANGUAGES = {".cpp": "cpp", ".h": "cpp", "CMakeLists.txt": "cmake", ".sh": "sh"}
 INCLUDE = re.compile(r"<!-- include (\S+)(?: (\S+))? -->")
 REGION = re.compile(r"\s*(?://|#) \[(/?)([\w-]+)\]\s*$")
 
@@ -46,6 +46,11 @@ def shown_lines(path, region):
     return textwrap.dedent("\n".join(lines)).strip("\n").splitlines()
 
 
+def language_of(path):
+    """What a fenced block calls the language of a file; nothing for output."""
+    return LANGUAGES.get(path.name, LANGUAGES.get(path.suffix, ""))
+
+
 def end_of_block(lines, start):
     """The index behind the fenced block that begins at an index; that index when none does."""
     if start >= len(lines) or not lines[start].startswith("```"):
@@ -65,8 +70,7 @@ def filled(document):
         marker = INCLUDE.fullmatch(result[-1].strip())
         if marker is not None:
             path, region = marker.groups()
-            language = LANGUAGES.get(pathlib.Path(path).suffix, "")
-            result += ["```" + language, *shown_lines(path, region), "```"]
+            result += ["```" + language_of(pathlib.Path(path)), *shown_lines(path, region), "```"]
             i = end_of_block(lines, i)
     return "\n".join(result) + "\n"
 
