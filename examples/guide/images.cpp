@@ -34,9 +34,11 @@ int Blue(ITnRobotSurface& surface, int nX, int nY) {
 }
 // [/pixels]
 
-void Print(const char* lpszTitle, ITnRobotSurface& surface) {
+void Print(const char* lpszTitle, ITnRobotSurface* pSurface) {
     ITnRobotSurface::STnSurfaceDesc desc{};
-    surface.GetSurfaceDesc(desc);
+    if (pSurface != nullptr) {
+        pSurface->GetSurfaceDesc(desc);
+    }
     std::printf("%-8s %2d x %2d, pitch %3d\n", lpszTitle, desc.nWidth, desc.nHeight, desc.nPitch);
 }
 
@@ -48,14 +50,17 @@ int main() {
     const auto pool = tn::MakeSurfacePool(blocks.get());
     for (const int nWidth : {64, 63, 62}) {
         const auto sample = tn::QuerySurface(*pool, {nWidth, 48, 0, TN_IMAGE_BGR24, {0, 0}});
-        Print("B,G,R", *sample);
+        Print("B,G,R", sample.get());
     }
     const auto grey = tn::QuerySurface(*pool, {63, 48, 0, TN_IMAGE_GRAY8, {0, 0}});
-    Print("grey", *grey);
+    Print("grey", grey.get());
     // [/pitch]
 
     // [clip]
     const auto surface = tn::QuerySurface(*pool, {64, 48, 0, TN_IMAGE_BGR24, {0, 0}});
+    if (!surface) {
+        return 1;
+    }
     Draw(*surface);
     const auto square = tn::ClipImage(pool.get(), surface.get(), {16, 44, 16, 44});  // left, right, top, bottom
     const auto corner = tn::ClipImage(pool.get(), surface.get(), {0, 28, 0, 28});
@@ -63,8 +68,8 @@ int main() {
     if (!joined) {
         return 1;
     }
-    Print("clipped", *square);
-    Print("joined", *joined);
+    Print("clipped", square.get());
+    Print("joined", joined.get());
     std::printf("left half %d, right half %d\n", Blue(*joined, 10, 10), Blue(*joined, 38, 10));
     // [/clip]
     return 0;

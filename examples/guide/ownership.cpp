@@ -35,8 +35,8 @@ int main() {
     second.reset();
     std::printf("reset: %d\n", Count(first.get()));
 
-    second = std::move(first);
-    std::printf("moved: %d, the old pointer is %s\n", Count(second.get()), first ? "set" : "empty");
+    second = std::move(first);  // first is empty now
+    std::printf("moved: %d\n", Count(second.get()));
 
     Rename(second.get(), "gripper");
     std::printf("lent to a call: %d\n", Count(second.get()));
@@ -44,14 +44,15 @@ int main() {
 
     // [cross]
     ITnRobotDataValueGroup* pRaw = second.detach();  // ours to release from here on
-    first.attach(pRaw);                              // and no longer
-    std::printf("out and in: %d\n", Count(first.get()));
+    TnRobotPtr<ITnRobotDataValueGroup> third;
+    third.attach(pRaw);  // and no longer
+    std::printf("out and in: %d\n", Count(third.get()));
 
     TnRobotPtr<ITnRobotDataValue> name;
-    const int nResult = first->GetValue("name", name.put());  // put: the call stores a new reference
+    const int nResult = third->GetValue("name", name.put());  // put: the call stores a new reference
     std::printf("GetValue answers %d: \"%s\"\n", nResult, name->Convert2String(nullptr));
 
-    first.reset();  // the group goes, the value stays: somebody holds it
+    third.reset();  // the group goes, the value stays: somebody holds it
     std::printf("the group is gone: \"%s\"\n", name->Convert2String(nullptr));
     // [/cross]
 }
