@@ -101,7 +101,7 @@ int main() {
     const auto gripper = tn::MakeObject<Part>("gripper");
     for (const char* lpszName : {"left arm", "right arm"}) {
         cell->m_parts.push_back(tn::MakeObject<Part>(lpszName));
-        cell->m_parts.back()->m_parts = {gripper};
+        cell->m_parts.back()->m_parts.push_back(gripper);
     }
     const auto loaded = Save(*cell, "cell.tnr") ? Load("cell.tnr") : nullptr;
     if (!loaded || loaded->m_parts.size() != 2) {
