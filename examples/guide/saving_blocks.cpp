@@ -35,7 +35,7 @@ int main() {
     unsigned int nReported = 0;
     const void* pCurve = loaded->BlockData("curve", nReported, nullptr);
     const unsigned int nSize = loaded->UintData("curve.size", nullptr);
-    const std::string strLoaded(static_cast<const char*>(pCurve), nSize);
+    const std::string strLoaded = pCurve != nullptr ? std::string(static_cast<const char*>(pCurve), nSize) : "";
     std::printf("size reported %u, kept %u: %s\n", nReported, nSize, strLoaded.c_str());
     // [/load]
     return strLoaded == strCurve ? 0 : 1;
