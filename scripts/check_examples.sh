@@ -9,10 +9,10 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 directory="$(mktemp -d)"
 trap 'rm -rf "$directory"' EXIT
 if [ -z "${prefix:-}" ]; then
-    "$root/scripts/setup.sh" test
-    build release ${TNROBOT_CMAKE_ARGUMENTS:-}
+    "$root/scripts/setup.sh" build
+    build demo
     prefix="$directory/installed"
-    cmake --install "$root/build/release" --prefix "$prefix" >/dev/null
+    cmake --install "$root/build/demo" --prefix "$prefix" >/dev/null
 fi
 
 say "the guides' programs against $prefix"
