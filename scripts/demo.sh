@@ -9,7 +9,7 @@ done
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 # What an earlier run has left is removed, unless it is what this one is to look at.
-output="$root/build/demo/pictures"
+output="build/demo/pictures"
 for picture in "${pictures[@]}"; do
     case "$picture" in
         "$(realpath -m -- "$output")"/*) echo "move $picture elsewhere first: its directory is emptied" >&2; exit 2 ;;
@@ -18,6 +18,7 @@ done
 "$root/scripts/setup.sh" build
 
 build demo
+say "sampling this machine"
 directory="$(mktemp -d)"
 trap 'rm -rf "$directory"' EXIT
 "$root/build/demo/examples/machine_samples" save "$directory"
@@ -26,4 +27,4 @@ trap 'rm -rf "$directory"' EXIT
 say "inspecting pictures"
 rm -rf "$output"
 "$root/build/demo/examples/inspection" "$output" "${pictures[@]}"
-say "everything that was saved came back; the pictures are in $output"
+say "everything that was saved came back: look at the pictures in $output"

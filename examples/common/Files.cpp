@@ -1,13 +1,15 @@
 #include "Files.h"
 
-Owned<ITnRobotFile> OpenFile(const std::string& strPath, bool bWrite) {
-    Owned<ITnRobotFile> file = Create(TnCreateRobotFile);
+#include <utility>
+
+TnRobotPtr<ITnRobotFile> OpenFile(const std::string& strPath, bool bWrite) {
+    auto file = tn::MakeFile();
     return file->Open(strPath.c_str(), bWrite) ? std::move(file) : nullptr;
 }
 
-Owned<ITnRobotMemFile> OpenMemory() {
+TnRobotPtr<ITnRobotMemFile> OpenMemory() {
     constexpr long long kChunkSize = 4096;
-    Owned<ITnRobotMemFile> file = Create(TnCreateRobotMemFile);
+    auto file = tn::MakeMemFile();
     file->OpenWriteFile(kChunkSize);
     return file;
 }
@@ -19,7 +21,7 @@ std::vector<char> Content(ITnRobotMemFile& file) {
     return bytes;
 }
 
-AttachedArchive::AttachedArchive(ITnRobotFile& file, bool bStoring) : m_archive(Create(TnCreateRobotArchive)) {
+AttachedArchive::AttachedArchive(ITnRobotFile& file, bool bStoring) : m_archive(tn::MakeArchive()) {
     m_archive->Attach(&file, bStoring);
 }
 

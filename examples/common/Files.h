@@ -3,16 +3,16 @@
 #ifndef EXAMPLES_COMMON_FILES_H_
 #define EXAMPLES_COMMON_FILES_H_
 
+#include <TnRobotKernel/make.h>
+
 #include <string>
 #include <vector>
 
-#include "Owned.h"
-
-/// Opens a file on disk. @return null when it cannot be opened.
-Owned<ITnRobotFile> OpenFile(const std::string& strPath, bool bWrite);
+/// Opens a file on disk. @return empty when it cannot be opened.
+TnRobotPtr<ITnRobotFile> OpenFile(const std::string& strPath, bool bWrite);
 
 /// Opens an empty file in memory for writing.
-Owned<ITnRobotMemFile> OpenMemory();
+TnRobotPtr<ITnRobotMemFile> OpenMemory();
 
 /// @return everything in a memory file.
 std::vector<char> Content(ITnRobotMemFile& file);
@@ -28,7 +28,7 @@ public:
     ITnRobotArchive* Get() const { return m_archive.get(); }
 
 private:
-    Owned<ITnRobotArchive> m_archive;
+    TnRobotPtr<ITnRobotArchive> m_archive;
 };
 
 #endif  // EXAMPLES_COMMON_FILES_H_

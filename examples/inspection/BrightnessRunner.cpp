@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -42,12 +43,9 @@ bool Measure(ITnRobotSurface& region, ITnRobotEvent& runEvent, Measurement& meas
     return true;
 }
 
-// @return the running task, null on failure. It keeps the runner alive.
-Owned<ITnRobotTask> StartTask(const Pools& pools, ITnRobotTaskRunner* pRunner) {
-    const Owned<ITnRobotTaskRunner> runner(pRunner);
-    ITnRobotTask* pTask = nullptr;
-    pools.Tasks()->CreateTask(runner.get(), &pTask);
-    Owned<ITnRobotTask> task(pTask);
+// @return the running task, empty on failure. It keeps the runner alive.
+TnRobotPtr<ITnRobotTask> StartTask(const Pools& pools, const TnRobotPtr<BrightnessRunner>& runner) {
+    auto task = tn::CreateTask(*pools.Tasks(), runner.get());
     return task && task->Start() ? std::move(task) : nullptr;
 }
 
@@ -84,9 +82,9 @@ ITnRobotTaskRunner* BrightnessRunner::Clone() {
 bool MeasureRegions(const Pools& pools, const std::vector<Region>& regions, std::vector<Measurement>& measurements) {
     measurements.assign(regions.size(), Measurement());
     Progress progress(regions.size(), kLimitMs);
-    std::vector<Owned<ITnRobotTask>> tasks;
+    std::vector<TnRobotPtr<ITnRobotTask>> tasks;
     for (std::size_t i = 0; i < regions.size(); ++i) {
-        tasks.push_back(StartTask(pools, new BrightnessRunner(regions[i], progress, measurements[i])));
+        tasks.push_back(StartTask(pools, tn::MakeObject<BrightnessRunner>(regions[i], progress, measurements[i])));
         if (!tasks.back()) {
             std::fprintf(stderr, "cannot measure %s\n", regions[i].strName.c_str());
             return false;

@@ -40,7 +40,7 @@ bool SaveRegions(const Pools& pools, OutputDirectory& output, const std::string&
 
 bool SaveJoined(const Pools& pools, OutputDirectory& output, const std::string& strName, const Region& left,
                 const Region& right) {
-    const Owned<ITnRobotSurface> joined = Join(pools, *left.surface, *right.surface);
+    const TnRobotPtr<ITnRobotSurface> joined = Join(pools, *left.surface, *right.surface);
     if (!joined) {
         std::fprintf(stderr, "cannot join %s and %s\n", left.strName.c_str(), right.strName.c_str());
         return false;
@@ -59,7 +59,7 @@ bool IsDarker(const Measurement& a, const Measurement& b) {
 
 bool InspectPicture(const Pools& pools, OutputDirectory& output, const std::string& strPicture,
                     const std::string& strName, std::string& strDarkest) {
-    const Owned<ITnRobotSurface> picture = LoadPicture(pools, strPicture);
+    const TnRobotPtr<ITnRobotSurface> picture = LoadPicture(pools, strPicture);
     if (!picture) {
         return false;
     }
@@ -81,7 +81,7 @@ bool InspectPicture(const Pools& pools, OutputDirectory& output, const std::stri
 
 // As a BMP file the scene is exactly what was drawn, as a JPEG file it is about the same.
 bool InspectTestScene(const Pools& pools, OutputDirectory& output) {
-    const Owned<ITnRobotSurface> scene = DrawTestScene(pools);
+    const TnRobotPtr<ITnRobotSurface> scene = DrawTestScene(pools);
     std::string strJpeg;
     if (!scene || !SaveBmp(pools, output, "scene", *scene) || !SaveJpeg(pools, output, "scene", *scene, &strJpeg)) {
         std::fprintf(stderr, "cannot draw the test scene\n");

@@ -47,26 +47,26 @@ bool Measurement::operator==(const Measurement& other) const {
 }
 
 bool SaveMeasurements(const std::string& strPath, const std::vector<Measurement>& measurements) {
-    const Owned<ITnRobotFile> file = OpenFile(strPath, true);
+    const TnRobotPtr<ITnRobotFile> file = OpenFile(strPath, true);
     if (!file) {
         return false;
     }
     const AttachedArchive archive(*file, true);
     return std::all_of(measurements.begin(), measurements.end(), [&archive](const Measurement& measurement) {
-        const Owned<ITnRobotDataValueGroup> group = Create(TnCreateRobotValueDataGroup);
+        const auto group = tn::MakeValueDataGroup();
         return Store(measurement, *group) && group->Serialize(archive.Get()) == 1;
     });
 }
 
 std::vector<Measurement> LoadMeasurements(const std::string& strPath, std::size_t nCount) {
     std::vector<Measurement> measurements;
-    const Owned<ITnRobotFile> file = OpenFile(strPath, false);
+    const TnRobotPtr<ITnRobotFile> file = OpenFile(strPath, false);
     if (!file) {
         return measurements;
     }
     const AttachedArchive archive(*file, false);
     while (measurements.size() < nCount) {
-        const Owned<ITnRobotDataValueGroup> group = Create(TnCreateRobotValueDataGroup);
+        const auto group = tn::MakeValueDataGroup();
         Measurement measurement;
         if (group->Serialize(archive.Get()) != 1 || !Fetch(*group, measurement)) {
             break;

@@ -21,16 +21,19 @@ std::string OutputDirectory::NewFile(const std::string& strName, const char* lps
     return m_files.back();
 }
 
-// The directory may hold files of others, which are nobody's business here.
+// The directory may hold files of others, which are nobody's business here. The paths were made with
+// a directory, so each of them has a name part.
 bool OutputDirectory::List() const {
     std::vector<std::string> found;
     TnRobotUtils::FindFile(m_strDirectory.c_str(), nullptr, found);
     bool bAll = true;
-    std::printf("\nwritten:\n");
+    std::printf("\nwritten to %s:\n", m_strDirectory.c_str());
     for (const std::string& strFile : m_files) {
         const long long nSize = TnRobotUtils::GetFileSize(strFile.c_str());
         const bool bFound = nSize > 0 && std::find(found.begin(), found.end(), strFile) != found.end();
-        std::printf("%10lld bytes  %s%s\n", nSize, strFile.c_str(), bFound ? "" : "  MISSING");
+        char szName[TnRobotUtils::kPathSize] = {};
+        TnRobotUtils::GetPureName(strFile.c_str(), szName);
+        std::printf("%10lld bytes  %s%s\n", nSize, szName, bFound ? "" : "  MISSING");
         bAll = bAll && bFound;
     }
     return bAll;

@@ -12,12 +12,10 @@ public:
     /// @param[in] strDirectory  created when it is not there.
     explicit OutputDirectory(std::string strDirectory);
 
-    const std::string& Path() const { return m_strDirectory; }
-
     /// @return path of a new file, dated; empty when it would be too long.
     std::string NewFile(const std::string& strName, const char* lpszExtension);
 
-    /// Prints the files with their sizes. @return whether each of them is there and not empty.
+    /// Prints the directory, and the files with their sizes. @return whether each of them is there and not empty.
     bool List() const;
 
 private:

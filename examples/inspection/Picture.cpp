@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -21,11 +22,10 @@ bool Equal(ITnRobotSurface& a, ITnRobotSurface& b) {
 }
 
 bool LoadsAs(const Pools& pools, ITnRobotMemoryBlock& block, const ITnRobotSurface::STnSurfaceDesc& desc) {
-    ITnRobotSurface* pLoaded = nullptr;
-    if (TnRobotImageUtils::LoadImage(&block, pools.Surfaces(), &pLoaded) != 0) {
+    const auto loaded = tn::LoadImage(&block, pools.Surfaces());
+    if (!loaded) {
         return false;
     }
-    const Owned<ITnRobotSurface> loaded(pLoaded);
     ITnRobotSurface::STnSurfaceDesc loadedDesc{};
     loaded->GetSurfaceDesc(loadedDesc);
     return loadedDesc.nWidth == desc.nWidth && loadedDesc.nHeight == desc.nHeight;
@@ -49,14 +49,14 @@ std::string RegionName(int nRow, int nColumn) {
     return "row" + std::to_string(nRow + 1) + "_column" + std::to_string(nColumn + 1);
 }
 
-Owned<ITnRobotSurface> LoadPicture(const Pools& pools, const std::string& strPath) {
-    ITnRobotSurface* pPicture = nullptr;
-    const int nResult = TnRobotImageUtils::LoadImage(strPath.c_str(), pools.Surfaces(), &pPicture);
+// The raw call, because the message tells its result.
+TnRobotPtr<ITnRobotSurface> LoadPicture(const Pools& pools, const std::string& strPath) {
+    TnRobotPtr<ITnRobotSurface> picture;
+    const int nResult = TnRobotImageUtils::LoadImage(strPath.c_str(), pools.Surfaces(), picture.put());
     if (nResult != 0) {
         std::fprintf(stderr, "cannot load %s (%d)\n", strPath.c_str(), nResult);
-        return nullptr;
     }
-    return Owned<ITnRobotSurface>(pPicture);
+    return picture;
 }
 
 // Widths are multiples of 4, so that rows of three bytes per pixel have no padding: the two kinds
@@ -71,22 +71,18 @@ std::vector<Region> ClipGrid(const Pools& pools, ITnRobotSurface& picture) {
         const int nRow = i / kGridColumns;
         const int nColumn = i % kGridColumns;
         const STnNLROIRect place = {nColumn * nWidth, (nColumn + 1) * nWidth, nRow * nHeight, (nRow + 1) * nHeight};
-        ITnRobotSurface* pRegion = nullptr;
-        // Success without a surface is possible too: the pointer decides.
-        TnRobotImageUtils::ClipImage(pools.Surfaces(), &picture, place, &pRegion);
-        if (pRegion == nullptr) {
+        auto region = tn::ClipImage(pools.Surfaces(), &picture, place);
+        if (!region) {
             std::fprintf(stderr, "cannot cut %d x %d pixels into regions\n", desc.nWidth, desc.nHeight);
             return {};
         }
-        regions.push_back({RegionName(nRow, nColumn), Owned<ITnRobotSurface>(pRegion)});
+        regions.push_back({RegionName(nRow, nColumn), std::move(region)});
     }
     return regions;
 }
 
-Owned<ITnRobotSurface> Join(const Pools& pools, ITnRobotSurface& left, ITnRobotSurface& right) {
-    ITnRobotSurface* pJoined = nullptr;
-    TnRobotImageUtils::PieceImage(pools.Surfaces(), &left, &right, &pJoined);
-    return Owned<ITnRobotSurface>(pJoined);
+TnRobotPtr<ITnRobotSurface> Join(const Pools& pools, ITnRobotSurface& left, ITnRobotSurface& right) {
+    return tn::PieceImage(pools.Surfaces(), &left, &right);
 }
 
 // Saving reports what cannot be encoded, but not what cannot be written: the file is looked at.
@@ -96,13 +92,11 @@ bool SaveJpeg(const Pools& pools, OutputDirectory& output, const std::string& st
     if (pstrPath != nullptr) {
         *pstrPath = strPath;
     }
-    ITnRobotMemoryBlock* pBlock = nullptr;
-    if (TnRobotImageUtils::SaveImage(strPath.c_str(), &picture) != 0 ||
-        TnRobotImageUtils::SaveImage(&picture, pools.Blocks(), &pBlock) != 0) {
+    const auto block = tn::SaveImage(&picture, pools.Blocks());
+    if (!block || TnRobotImageUtils::SaveImage(strPath.c_str(), &picture) != 0) {
         std::fprintf(stderr, "cannot save %s\n", strPath.c_str());
         return false;
     }
-    const Owned<ITnRobotMemoryBlock> block(pBlock);
     ITnRobotSurface::STnSurfaceDesc desc{};
     picture.GetSurfaceDesc(desc);
     const bool bSame = LoadsAs(pools, *block, desc) && FileHolds(strPath, *block);
@@ -118,7 +112,7 @@ bool SaveBmp(const Pools& pools, OutputDirectory& output, const std::string& str
         std::fprintf(stderr, "cannot save %s\n", strPath.c_str());
         return false;
     }
-    const Owned<ITnRobotSurface> loaded = LoadPicture(pools, strPath);
+    const TnRobotPtr<ITnRobotSurface> loaded = LoadPicture(pools, strPath);
     const bool bSame = loaded && Equal(picture, *loaded);
     if (!bSame) {
         std::fprintf(stderr, "%s differs from what was saved\n", strPath.c_str());

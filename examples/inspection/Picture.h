@@ -32,7 +32,7 @@ private:
 /// A part of a picture, as a picture of its own.
 struct Region {
     std::string strName;
-    Owned<ITnRobotSurface> surface;
+    TnRobotPtr<ITnRobotSurface> surface;
 };
 
 constexpr int kBytesPerPixel = 3;  // every loaded picture is B,G,R
@@ -42,16 +42,16 @@ constexpr int kGridRows = 3;
 /// @return name of the region in a place of the grid, both counted from 0.
 std::string RegionName(int nRow, int nColumn);
 
-/// Loads a JPEG or BMP file as B,G,R. @return null, after a message, when it cannot be loaded.
-Owned<ITnRobotSurface> LoadPicture(const Pools& pools, const std::string& strPath);
+/// Loads a JPEG or BMP file as B,G,R. @return empty, after a message, when it cannot be loaded.
+TnRobotPtr<ITnRobotSurface> LoadPicture(const Pools& pools, const std::string& strPath);
 
 /// Cuts a picture into kGridRows x kGridColumns regions of equal size, row by row; what does not
 /// divide evenly stays out at the right and at the bottom.
 /// @return none, after a message, when the picture is too small.
 std::vector<Region> ClipGrid(const Pools& pools, ITnRobotSurface& picture);
 
-/// Puts two pictures of equal size side by side. @return null on failure.
-Owned<ITnRobotSurface> Join(const Pools& pools, ITnRobotSurface& left, ITnRobotSurface& right);
+/// Puts two pictures of equal size side by side. @return empty on failure.
+TnRobotPtr<ITnRobotSurface> Join(const Pools& pools, ITnRobotSurface& left, ITnRobotSurface& right);
 
 /// Saves a picture as a JPEG file and in a memory block.
 /// @param[out] pstrPath  where the file is; may be null.

@@ -3,25 +3,19 @@
 #ifndef INSPECTION_POOLS_H_
 #define INSPECTION_POOLS_H_
 
-#include "Owned.h"
+#include <TnRobotKernel/make.h>
 
 /// Pools are made once and kept: what they have handed out is recycled, threads included.
 class Pools {
 public:
-    Pools() {
-        ITnRobotSurfacePool* pSurfaces = nullptr;
-        TnCreateRobotSurfacePool(m_blocks.get(), &pSurfaces);
-        m_surfaces.reset(pSurfaces);
-    }
-
     ITnRobotMemoryBlockPool* Blocks() const { return m_blocks.get(); }
     ITnRobotSurfacePool* Surfaces() const { return m_surfaces.get(); }
     ITnRobotTaskPool* Tasks() const { return m_tasks.get(); }
 
 private:
-    Owned<ITnRobotMemoryBlockPool> m_blocks = Create(TnCreateRobotMemoryBlockPool);
-    Owned<ITnRobotSurfacePool> m_surfaces;
-    Owned<ITnRobotTaskPool> m_tasks = Create(TnCreateRobotTaskPool);
+    TnRobotPtr<ITnRobotMemoryBlockPool> m_blocks = tn::MakeMemoryBlockPool();
+    TnRobotPtr<ITnRobotSurfacePool> m_surfaces = tn::MakeSurfacePool(m_blocks.get());
+    TnRobotPtr<ITnRobotTaskPool> m_tasks = tn::MakeTaskPool();
 };
 
 #endif  // INSPECTION_POOLS_H_

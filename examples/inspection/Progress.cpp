@@ -2,17 +2,7 @@
 
 #include <chrono>
 
-namespace {
-
-Owned<ITnRobotEvent> CreateResetEvent() {
-    ITnRobotEvent* pEvent = nullptr;
-    TnCreateRobotManualEvent(false, &pEvent);
-    return Owned<ITnRobotEvent>(pEvent);
-}
-
-}  // namespace
-
-Progress::Progress(std::size_t nJobs, unsigned int nLimitMs) : m_allDone(CreateResetEvent()), m_nLeft(nJobs) {
+Progress::Progress(std::size_t nJobs, unsigned int nLimitMs) : m_nLeft(nJobs) {
     m_clock->StartRecord(nLimitMs);
 }
 

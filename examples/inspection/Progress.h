@@ -3,10 +3,10 @@
 #ifndef INSPECTION_PROGRESS_H_
 #define INSPECTION_PROGRESS_H_
 
+#include <TnRobotKernel/make.h>
+
 #include <atomic>
 #include <cstddef>
-
-#include "Owned.h"
 
 /// Lets one thread wait until a number of jobs is done. Threads: thread-safe.
 ///
@@ -27,8 +27,8 @@ public:
     bool Wait(unsigned int nTimeOutMs);
 
 private:
-    Owned<ITnRobotAlarmClock> m_clock = Create(TnCreateRobotAlarmClock);
-    Owned<ITnRobotEvent> m_allDone;
+    TnRobotPtr<ITnRobotAlarmClock> m_clock = tn::MakeAlarmClock();
+    TnRobotPtr<ITnRobotEvent> m_allDone = tn::MakeManualEvent(false);
     std::atomic<std::size_t> m_nLeft;
 };
 

@@ -87,7 +87,7 @@ void PaintPixel(int nX, int nY, int nNoise, unsigned char* pPixel) {
 }  // namespace
 
 // The rows of this picture lie at a surface's pitch, because their length is a multiple of 4.
-Owned<ITnRobotSurface> DrawTestScene(const Pools& pools) {
+TnRobotPtr<ITnRobotSurface> DrawTestScene(const Pools& pools) {
     constexpr unsigned int kSeed = 20;
     constexpr unsigned int kNoise = 13;  // from -6 to 6
     std::mt19937 random(kSeed);
@@ -104,9 +104,7 @@ Owned<ITnRobotSurface> DrawTestScene(const Pools& pools) {
     image.eImageType = TN_IMAGE_BGR24;
     image.nBitsPerChannel = 8;
     image.nChannels = kBytesPerPixel;
-    ITnRobotSurface* pScene = nullptr;
-    TnRobotImageUtils::NlImage2Surface(image, pools.Surfaces(), &pScene);
-    return Owned<ITnRobotSurface>(pScene);
+    return tn::NlImage2Surface(image, pools.Surfaces());
 }
 
 std::string DefectiveRegion() {

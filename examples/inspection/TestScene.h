@@ -9,8 +9,8 @@
 
 /// Draws the scene, the same in every run: one part in each place of the grid. They cover equal
 /// areas, except for the defective one, whose place is therefore the darkest.
-/// @return null on failure.
-Owned<ITnRobotSurface> DrawTestScene(const Pools& pools);
+/// @return empty on failure.
+TnRobotPtr<ITnRobotSurface> DrawTestScene(const Pools& pools);
 
 /// @return name of the region where the defective part lies.
 std::string DefectiveRegion();

@@ -33,7 +33,6 @@ int main(int nArguments, char** ppszArguments) {
         bOk = InspectPicture(pools, output, ppszArguments[i], Stem(ppszArguments[i]), strDarkest) && bOk;
     }
     bOk = output.List() && bOk;
-    std::printf("\nthe pictures are in %s\n", output.Path().c_str());
     if (!bOk) {
         std::fprintf(stderr, "something failed or differs from what was saved\n");
     }

@@ -1,6 +1,7 @@
 #include "ObjectGraph.h"
 
 #include <cstdio>
+#include <utility>
 
 #include "Files.h"
 
@@ -31,6 +32,14 @@ private:
     std::string m_strName;
 };
 
+// @return the next object, empty when it is none or of another class, which is given back.
+template <typename T>
+TnRobotPtr<T> Read(ITnRobotArchive& archive) {
+    CTnRobotObject* pObject = nullptr;
+    archive.ReadObject(&pObject);
+    return tn::Adopt(dynamic_cast<ITnUnknown*>(pObject)).template try_as<T>();
+}
+
 class CTool final : public CNamedObject {
 public:
     STnRuntimeClass* GetRuntimeClass() override { return &s_class; }
@@ -47,11 +56,7 @@ public:
     const CTool* Tool() const { return m_tool.get(); }
     const CTool* SpareTool() const { return m_spareTool.get(); }
 
-    // Takes one reference of its own.
-    void SetTool(CTool* pTool) {
-        pTool->AddRef();
-        m_tool.reset(pTool);
-    }
+    void SetTool(TnRobotPtr<CTool> tool) { m_tool = std::move(tool); }
 
     // Writing and reading a null object both report 0: an empty place is no failure.
     int Serialize(ITnRobotArchive* pArchive) override {
@@ -63,20 +68,14 @@ public:
             pArchive->WriteObject(m_spareTool.get());
             return nResult;
         }
-        m_tool = ReadTool(*pArchive);
-        m_spareTool = ReadTool(*pArchive);
+        m_tool = Read<CTool>(*pArchive);
+        m_spareTool = Read<CTool>(*pArchive);
         return m_tool ? 1 : 0;
     }
 
 private:
-    static Owned<CTool> ReadTool(ITnRobotArchive& archive) {
-        CTnRobotObject* pObject = nullptr;
-        archive.ReadObject(&pObject);
-        return Owned<CTool>(dynamic_cast<CTool*>(pObject));
-    }
-
-    Owned<CTool> m_tool;
-    Owned<CTool> m_spareTool;
+    TnRobotPtr<CTool> m_tool;
+    TnRobotPtr<CTool> m_spareTool;
 };
 
 STnRuntimeClass CTool::s_class = {"5d0c3f1e-9d3a-4f6b-8a44-2b6f3e0c7a11", &CTool::Create, nullptr, nullptr};
@@ -84,31 +83,25 @@ STnRuntimeClass CArm::s_class = {"c1b7e2d4-63f0-4c58-9e0d-71a5d8f42b90", &CArm::
 const TN_REG_CLASS s_registerTool(&CTool::s_class);
 const TN_REG_CLASS s_registerArm(&CArm::s_class);
 
-Owned<CArm> ReadArm(ITnRobotArchive& archive) {
-    CTnRobotObject* pObject = nullptr;
-    archive.ReadObject(&pObject);
-    return Owned<CArm>(dynamic_cast<CArm*>(pObject));
-}
-
 }  // namespace
 
 // The tables are complete only when the objects are written, and are read first: so the objects
 // go to memory, and follow the header in the file.
 bool SaveGraph(const std::string& strDirectory) {
-    const Owned<CTool> tool(new CTool);
+    const auto tool = tn::MakeObject<CTool>();
     tool->SetName(kSharedTool);
-    const Owned<ITnRobotMemFile> objects = OpenMemory();
-    const Owned<ITnRobotFile> file = OpenFile(strDirectory + "/graph.tnr", true);
+    const TnRobotPtr<ITnRobotMemFile> objects = OpenMemory();
+    const TnRobotPtr<ITnRobotFile> file = OpenFile(strDirectory + "/graph.tnr", true);
     if (!file) {
         return false;
     }
     // The archive tells objects apart by address, so all of them live until it is done.
     const AttachedArchive archive(*objects, true);
-    Owned<CArm> arms[2];
+    TnRobotPtr<CArm> arms[2];
     for (int i = 0; i < 2; ++i) {
-        arms[i].reset(new CArm);
+        arms[i] = tn::MakeObject<CArm>();
         arms[i]->SetName(kArms[i]);
-        arms[i]->SetTool(tool.get());
+        arms[i]->SetTool(tool);
         if (archive->WriteObject(arms[i].get()) == 0) {
             return false;
         }
@@ -120,7 +113,7 @@ bool SaveGraph(const std::string& strDirectory) {
 }
 
 bool CheckGraph(const std::string& strDirectory) {
-    const Owned<ITnRobotFile> file = OpenFile(strDirectory + "/graph.tnr", false);
+    const TnRobotPtr<ITnRobotFile> file = OpenFile(strDirectory + "/graph.tnr", false);
     if (!file) {
         return false;
     }
@@ -128,8 +121,8 @@ bool CheckGraph(const std::string& strDirectory) {
     if (archive->ReadMapHeader() == 0) {
         return false;
     }
-    const Owned<CArm> left = ReadArm(*archive.Get());
-    const Owned<CArm> right = ReadArm(*archive.Get());
+    const TnRobotPtr<CArm> left = Read<CArm>(*archive.Get());
+    const TnRobotPtr<CArm> right = Read<CArm>(*archive.Get());
     if (!left || !right) {
         return false;
     }

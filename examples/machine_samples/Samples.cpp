@@ -65,7 +65,7 @@ private:
         m_expected << lpszName << '\t' << eType << '\t' << Hex(pData, nSize) << '\n';
     }
 
-    Owned<ITnRobotDataValueGroup> m_group = Create(TnCreateRobotValueDataGroup);
+    TnRobotPtr<ITnRobotDataValueGroup> m_group = tn::MakeValueDataGroup();
     std::ostringstream m_expected;
     bool m_bOk = true;
 };
@@ -114,7 +114,7 @@ void Sample(Recorder& recorder) {
 // was loaded keeps reporting the length that it had before.
 std::string SavedBytes(ITnRobotDataValue& value) {
     constexpr std::size_t kHeader = 1 + 4 + 4;
-    Owned<ITnRobotMemFile> file = OpenMemory();
+    const TnRobotPtr<ITnRobotMemFile> file = OpenMemory();
     {
         const AttachedArchive archive(*file, true);
         value.Serialize(archive.Get());
@@ -132,12 +132,11 @@ std::string Shown(ITnRobotDataValue& value, const std::string& strBytes) {
 }
 
 bool CheckOne(ITnRobotDataValueGroup& group, const std::string& strName, int nType, const std::string& strExpected) {
-    ITnRobotDataValue* pValue = nullptr;
-    if (group.GetValue(strName.c_str(), &pValue) != 0) {
+    const auto value = tn::GetValue(group, strName.c_str());
+    if (!value) {
         std::printf("%-28s missing\n", strName.c_str());
         return false;
     }
-    const Owned<ITnRobotDataValue> value(pValue);
     const std::string strBytes = SavedBytes(*value);
     const bool bEqual = value->GetDataValueType() == nType && strBytes == strExpected;
     std::printf("%-28s %-10s %-34s %s\n", strName.c_str(), kTypeNames[nType], Shown(*value, strBytes).c_str(),
@@ -150,7 +149,7 @@ bool CheckOne(ITnRobotDataValueGroup& group, const std::string& strName, int nTy
 bool SaveSamples(const std::string& strDirectory) {
     Recorder recorder;
     Sample(recorder);
-    const Owned<ITnRobotFile> file = OpenFile(strDirectory + "/samples.tnr", true);
+    const TnRobotPtr<ITnRobotFile> file = OpenFile(strDirectory + "/samples.tnr", true);
     if (!recorder.Ok() || !file) {
         return false;
     }
@@ -161,8 +160,8 @@ bool SaveSamples(const std::string& strDirectory) {
 }
 
 bool CheckSamples(const std::string& strDirectory) {
-    const Owned<ITnRobotDataValueGroup> group = Create(TnCreateRobotValueDataGroup);
-    const Owned<ITnRobotFile> file = OpenFile(strDirectory + "/samples.tnr", false);
+    const auto group = tn::MakeValueDataGroup();
+    const TnRobotPtr<ITnRobotFile> file = OpenFile(strDirectory + "/samples.tnr", false);
     if (!file) {
         return false;
     }

@@ -1,0 +1,118 @@
+// A graph of objects of one's own: a cell with two arms that share a gripper, saved and made again.
+
+#include <TnRobotKernel/make.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace {
+
+// [part]
+// Made by identifier, saved through an archive, and counted because parts are shared.
+class Part final : public CTnRobotObject, public ITnRobotSerialize, public ITnUnknown {
+public:
+    explicit Part(const char* lpszName = "") : m_strName(lpszName) {}
+    static CTnRobotObject* Create() { return new Part; }
+    static STnRuntimeClass s_class;
+    STnRuntimeClass* GetRuntimeClass() override { return &s_class; }
+    int Serialize(ITnRobotArchive* pArchive) override {
+        return pArchive->IsStoring() ? Store(*pArchive) : Load(*pArchive);
+    }
+
+    std::string m_strName;
+    std::vector<TnRobotPtr<Part>> m_parts;
+
+private:
+    int Store(ITnRobotArchive& archive);
+    int Load(ITnRobotArchive& archive);
+};
+
+STnRuntimeClass Part::s_class = {"5d0c3f1e-9d3a-4f6b-8a44-2b6f3e0c7a11", &Part::Create, nullptr, nullptr};
+const TN_REG_CLASS s_registerPart(&Part::s_class);
+// [/part]
+
+// [serialize]
+// Each reader of a shared object gets a reference of its own. Something else than a part is given back.
+TnRobotPtr<Part> ReadPart(ITnRobotArchive& archive) {
+    CTnRobotObject* pObject = nullptr;
+    archive.ReadObject(&pObject);
+    return tn::Adopt(dynamic_cast<ITnUnknown*>(pObject)).try_as<Part>();
+}
+
+int Part::Store(ITnRobotArchive& archive) {
+    const auto nParts = static_cast<unsigned int>(m_parts.size());
+    bool bOk = archive.WriteString(m_strName.c_str()) == 1 && archive.Write(&nParts, sizeof(nParts)) == 1;
+    for (const TnRobotPtr<Part>& part : m_parts) {
+        bOk = bOk && archive.WriteObject(part.get()) == 1;  // in full the first time, then by its index
+    }
+    return bOk ? 1 : 0;
+}
+
+int Part::Load(ITnRobotArchive& archive) {
+    int nLength = 0;
+    int nError = 0;
+    const char* lpszName = archive.ReadString(nLength, &nError);
+    m_strName = lpszName != nullptr ? lpszName : "";  // an empty text reads as null
+    unsigned int nParts = 0;
+    bool bOk = nError == 0 && archive.Read(&nParts, sizeof(nParts)) == sizeof(nParts);
+    while (bOk && m_parts.size() < nParts) {
+        m_parts.push_back(ReadPart(archive));
+        bOk = m_parts.back() != nullptr;
+    }
+    return bOk ? 1 : 0;
+}
+// [/serialize]
+
+// [files]
+// The tables are complete when the objects are written, but they are read first: so the objects go
+// to memory, and follow the tables in the file.
+bool Save(Part& root, const char* lpszPath) {
+    const auto memory = tn::MakeMemFile();
+    const auto archive = tn::MakeArchive();
+    if (!memory->OpenWriteFile(4096) || !archive->Attach(memory.get(), true) || archive->WriteObject(&root) != 1) {
+        return false;
+    }
+    long long nLength = memory->GetTotleLen();
+    std::vector<char> objects(static_cast<std::size_t>(nLength));
+    memory->GetMemData(objects.data(), nLength);
+
+    const auto file = tn::MakeFile();
+    archive->Detach();  // the archive keeps its tables
+    return file->Open(lpszPath, true) && archive->Attach(file.get(), true) && archive->WriteMapHeader() == 1 &&
+           archive->Write(objects.data(), nLength) == 1;
+}
+
+TnRobotPtr<Part> Load(const char* lpszPath) {
+    const auto file = tn::MakeFile();
+    const auto archive = tn::MakeArchive();
+    if (!file->Open(lpszPath, false) || !archive->Attach(file.get(), false) || archive->ReadMapHeader() != 1) {
+        return nullptr;
+    }
+    return ReadPart(*archive);
+}
+// [/files]
+
+}  // namespace
+
+// [main]
+int main() {
+    const auto cell = tn::MakeObject<Part>("cell");
+    const auto gripper = tn::MakeObject<Part>("gripper");
+    for (const char* lpszName : {"left arm", "right arm"}) {
+        cell->m_parts.push_back(tn::MakeObject<Part>(lpszName));
+        cell->m_parts.back()->m_parts.push_back(gripper);
+    }
+    const auto loaded = Save(*cell, "cell.tnr") ? Load("cell.tnr") : nullptr;
+    if (!loaded || loaded->m_parts.size() != 2) {
+        return 1;
+    }
+    for (const TnRobotPtr<Part>& arm : loaded->m_parts) {
+        std::printf("%s: %s with %s\n", loaded->m_strName.c_str(), arm->m_strName.c_str(),
+                    arm->m_parts.at(0)->m_strName.c_str());
+    }
+    const bool bShared = loaded->m_parts[0]->m_parts[0] == loaded->m_parts[1]->m_parts[0];
+    std::printf("one gripper for both: %s\n", bShared ? "yes" : "no");
+    return bShared ? 0 : 1;
+}
+// [/main]
