@@ -4,6 +4,8 @@
 #define TNROBOTKERNEL_SRC_VALUES_TNBYTESTORAGE_H_
 
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
 
 namespace tnrobot {
 
@@ -17,37 +19,70 @@ public:
     ByteStorage() = default;
     ByteStorage(const ByteStorage&) = delete;
     ByteStorage& operator=(const ByteStorage&) = delete;
-    ~ByteStorage();
+    ~ByteStorage() { FreeHeap(); }
 
-    unsigned char* Data() { return m_pHeap != nullptr ? m_pHeap : m_inline; }
-    const unsigned char* Data() const { return m_pHeap != nullptr ? m_pHeap : m_inline; }
+    unsigned char* Data() { return m_pBytes; }
+    const unsigned char* Data() const { return m_pBytes; }
     std::size_t Size() const { return m_nSize; }
 
     /// Replaces the content by nCount bytes, zeros where pBytes is null.
-    void Assign(const void* pBytes, std::size_t nCount);
+    void Assign(const void* pBytes, std::size_t nCount) {
+        Reserve(nCount);
+        if (pBytes == nullptr) {
+            std::memset(m_pBytes, 0, nCount);
+        } else {
+            std::memmove(m_pBytes, pBytes, nCount);
+        }
+        SetSize(nCount);
+    }
 
     /// @return whether nCount bytes and one more are readable, whatever the size.
-    bool Reaches(std::size_t nCount) const { return nCount < Capacity(); }
+    bool Reaches(std::size_t nCount) const { return nCount < m_nCapacity; }
 
     /// Changes the size; new bytes are zero.
-    void Resize(std::size_t nCount);
+    void Resize(std::size_t nCount) {
+        Reserve(nCount);
+        SetSize(nCount);
+    }
 
     /// Makes at least nCount bytes and one more readable, whatever the size.
-    void Reserve(std::size_t nCount);
+    void Reserve(std::size_t nCount) {
+        if (!Reaches(nCount)) {
+            Grow(nCount + 1);
+        }
+    }
 
     /// @return whether there is no content, no memory, and no byte that is not zero.
     bool IsCleared() const;
 
     /// Empties the content and frees its memory.
-    void Clear();
+    void Clear() {
+        FreeHeap();
+        m_pBytes = m_inline;
+        m_nCapacity = kInlineCapacity;
+        m_nSize = 0;
+        std::memset(m_inline, 0, sizeof(m_inline));
+    }
 
 private:
     static constexpr std::size_t kInlineCapacity = 24;
 
-    std::size_t Capacity() const { return m_pHeap != nullptr ? m_nHeapCapacity : kInlineCapacity; }
+    bool IsInline() const { return m_pBytes == m_inline; }
+    void Grow(std::size_t nCapacity);
+    void FreeHeap() {
+        if (!IsInline()) {
+            std::free(m_pBytes);
+        }
+    }
+    void SetSize(std::size_t nCount) {
+        if (nCount < m_nSize) {
+            std::memset(m_pBytes + nCount, 0, m_nSize - nCount);
+        }
+        m_nSize = nCount;
+    }
 
-    unsigned char* m_pHeap = nullptr;
-    std::size_t m_nHeapCapacity = 0;
+    unsigned char* m_pBytes = m_inline;  // or from the heap
+    std::size_t m_nCapacity = kInlineCapacity;
     std::size_t m_nSize = 0;
     unsigned char m_inline[kInlineCapacity] = {};
 };

@@ -3,6 +3,7 @@
 #ifndef TNROBOTKERNEL_SRC_VALUES_TNROBOTDATAVALUE_H_
 #define TNROBOTKERNEL_SRC_VALUES_TNROBOTDATAVALUE_H_
 
+#include <memory>
 #include <string>
 
 #include "TnRobotKernel/values.h"
@@ -71,11 +72,11 @@ private:
     int _LoadBytes(ITnRobotArchive& archive, std::size_t nCount);
     void _ResizeUnderView(std::size_t nCount);
 
-    std::string m_strText;  // cache of the text form, empty until asked for
+    std::unique_ptr<std::string> m_text;  // cache of the text form; few values are ever asked for it
     unsigned char* m_pData;
     unsigned int m_nLength;
-    tnrobot::ByteStorage m_storage;
     ETnRobotDataValueType m_eType = DATA_TYPE_NONE;
+    tnrobot::ByteStorage m_storage;
 };
 
 #endif  // TNROBOTKERNEL_SRC_VALUES_TNROBOTDATAVALUE_H_

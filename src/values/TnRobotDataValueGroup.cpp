@@ -1,6 +1,8 @@
 #include "values/TnRobotDataValueGroup.h"
 
 #include <cstring>
+#include <stdexcept>
+#include <string>
 
 #include "TnRobotKernel/archive.h"
 #include "core/TnChecked.h"
@@ -11,6 +13,14 @@ namespace {
 
 bool IsEmpty(const char* lpszName) {
     return lpszName == nullptr || lpszName[0] == '\0';
+}
+
+// Typed setters and getters do not expect a null name: it is the caller's mistake.
+std::string_view Name(const char* lpszName) {
+    if (lpszName == nullptr) {
+        throw std::logic_error("the name of a value is null");
+    }
+    return lpszName;
 }
 
 void SetError(int* pError) {
@@ -31,7 +41,7 @@ int CTnRobotDataValueGroup::SetValue(const char* lpszName, ITnRobotDataValue* pV
     if (IsEmpty(lpszName) || pValue == nullptr) {
         return -1;
     }
-    m_values[lpszName] = Value::Share(pValue);
+    m_values.Set(lpszName, Value::Share(pValue));
     return 0;
 }
 
@@ -48,53 +58,53 @@ int CTnRobotDataValueGroup::GetValue(const char* lpszName, ITnRobotDataValue** p
 }
 
 bool CTnRobotDataValueGroup::HasValue(const char* lpszName) {
-    return !IsEmpty(lpszName) && m_values.count(lpszName) != 0;
+    return !IsEmpty(lpszName) && m_values.Find(lpszName) != nullptr;
 }
 
 int CTnRobotDataValueGroup::RemoveValue(const char* lpszName) {
-    return !IsEmpty(lpszName) && m_values.erase(lpszName) != 0 ? 0 : -1;
+    return !IsEmpty(lpszName) && m_values.Remove(lpszName) ? 0 : -1;
 }
 
 int CTnRobotDataValueGroup::ClearAllValues() {
-    m_values.clear();
+    m_values.Clear();
     return 0;
 }
 
 int CTnRobotDataValueGroup::GetAllDataName(std::vector<std::pair<std::string, ETnRobotDataValueType>>& names) {
-    for (const auto& [strName, value] : m_values) {
+    for (const auto& [strName, value] : m_values.Entries()) {
         names.emplace_back(strName, value ? value->GetDataValueType() : DATA_TYPE_NONE);
     }
     return static_cast<int>(names.size());
 }
 
 ETnRobotDataValueType CTnRobotDataValueGroup::GetDataValueType(const char* lpszName) {
-    ITnRobotDataValue* pValue = _Find(lpszName);
+    ITnRobotDataValue* pValue = _Find(Name(lpszName));
     return pValue != nullptr ? pValue->GetDataValueType() : DATA_TYPE_NONE;
 }
 
-ITnRobotDataValue* CTnRobotDataValueGroup::_Find(const std::string& strName) const {
-    const auto it = m_values.find(strName);
-    return it != m_values.end() ? it->second.Get() : nullptr;
+ITnRobotDataValue* CTnRobotDataValueGroup::_Find(std::string_view name) const {
+    const auto* pEntry = m_values.Find(name);
+    return pEntry != nullptr ? pEntry->m_value.Get() : nullptr;
 }
 
 // The pool is asked for at each call: it may be gone by now.
 template <typename... Args, typename... Given>
 int CTnRobotDataValueGroup::_SetNew(const char* lpszName, int (CTnRobotDataValuePool::*pfnQuery)(Args...),
                                     Given... args) {
-    std::string strName(lpszName);
+    const std::string_view name = Name(lpszName);
     CTnRobotDataValuePool* pPool = TnQueryDataValuePool();
     Value value;
     if (pPool == nullptr || (pPool->*pfnQuery)(args..., value.Receive()) != 0) {
         return -1;
     }
-    m_values[std::move(strName)] = std::move(value);
+    m_values.Set(name, std::move(value));
     return 0;
 }
 
 template <typename Result>
 Result CTnRobotDataValueGroup::_Read(const char* lpszName, Result (ITnRobotDataValue::*pfnRead)(int*),
                                      int* pError) const {
-    ITnRobotDataValue* pValue = _Find(lpszName);
+    ITnRobotDataValue* pValue = _Find(Name(lpszName));
     if (pValue == nullptr) {
         SetError(pError);
         return Result{};
@@ -195,7 +205,7 @@ int CTnRobotDataValueGroup::SetValue(const char* lpszName, const char* lpszValue
 }
 
 const char* CTnRobotDataValueGroup::StringData(const char* lpszName, int* pError) {
-    ITnRobotDataValue* pValue = _Find(lpszName);
+    ITnRobotDataValue* pValue = _Find(Name(lpszName));
     if (pValue == nullptr) {
         SetError(pError);
         return nullptr;
@@ -210,7 +220,7 @@ int CTnRobotDataValueGroup::SetValue(const char* lpszName, const void* pData, un
 }
 
 const void* CTnRobotDataValueGroup::BlockData(const char* lpszName, unsigned int& nLength, int* pError) {
-    ITnRobotDataValue* pValue = _Find(lpszName);
+    ITnRobotDataValue* pValue = _Find(Name(lpszName));
     if (pValue == nullptr) {
         SetError(pError);
         return nullptr;
@@ -218,16 +228,17 @@ const void* CTnRobotDataValueGroup::BlockData(const char* lpszName, unsigned int
     return pValue->BlockData(nLength, pError);
 }
 
-// The map is emptied before the source is read, so a group copied onto itself ends empty:
+// The group is emptied before the source is read, so a group copied onto itself ends empty:
 // applications use that. Do not "fix".
 void CTnRobotDataValueGroup::Copy(ITnRobotDataValueGroup* pSource) {
     auto* pGroup = dynamic_cast<CTnRobotDataValueGroup*>(pSource);
     if (pGroup == nullptr) {
         return;
     }
-    m_values.clear();
-    for (const auto& [strName, value] : pGroup->m_values) {
-        m_values.emplace(strName, Value::Adopt(value ? value->Clone() : nullptr));
+    m_values.Clear();
+    m_values.Reserve(pGroup->m_values.Entries().size());
+    for (const auto& [strName, value] : pGroup->m_values.Entries()) {
+        m_values.Insert(strName, Value::Adopt(value ? value->Clone() : nullptr));
     }
 }
 
@@ -246,10 +257,10 @@ int CTnRobotDataValueGroup::Serialize(ITnRobotArchive* pArchive) {
 
 // Single writes are not checked: a storing pass always runs to its end.
 int CTnRobotDataValueGroup::_Store(ITnRobotArchive& archive) const {
-    const int nCount = static_cast<int>(m_values.size());
+    const int nCount = static_cast<int>(m_values.Entries().size());
     archive.Write(&m_byVersion, sizeof(m_byVersion));
     archive.Write(&nCount, sizeof(nCount));
-    for (const auto& [strName, value] : m_values) {
+    for (const auto& [strName, value] : m_values.Entries()) {
         archive.WriteString(strName.c_str());
         if (value) {
             value->Serialize(&archive);
@@ -293,7 +304,7 @@ bool CTnRobotDataValueGroup::_LoadEntry(ITnRobotArchive& archive) {
                         lpszName != nullptr ? strnlen(lpszName, static_cast<std::size_t>(nLength)) : 0);
     Value value = Value::Adopt(tnrobot::Watch(new CTnRobotDataValue));
     value->Serialize(&archive);
-    m_values.emplace(std::move(strName), std::move(value));
+    m_values.Insert(std::move(strName), std::move(value));
     return true;
 }
 

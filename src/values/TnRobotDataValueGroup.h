@@ -3,15 +3,14 @@
 #ifndef TNROBOTKERNEL_SRC_VALUES_TNROBOTDATAVALUEGROUP_H_
 #define TNROBOTKERNEL_SRC_VALUES_TNROBOTDATAVALUEGROUP_H_
 
-#include <string>
-#include <unordered_map>
+#include <string_view>
 
 #include "TnRobotKernel/values.h"
-#include "core/TnRef.h"
+#include "values/TnNamedValues.h"
 
 class CTnRobotDataValuePool;
 
-/// A dictionary of values. Saving and enumerating follow the map's own order.
+/// A dictionary of values. Saving and enumerating follow the dictionary's own order.
 ///
 /// An entry may hold no value (a copy made while there was no value pool): it enumerates and is
 /// saved as type NONE, and reads as missing.
@@ -62,18 +61,18 @@ public:
     int Serialize(ITnRobotArchive* pArchive) override;
 
 private:
-    using Value = tnrobot::Ref<ITnRobotDataValue>;
+    using Value = tnrobot::NamedValues::Value;
 
     template <typename... Args, typename... Given>
     int _SetNew(const char* lpszName, int (CTnRobotDataValuePool::*pfnQuery)(Args...), Given... args);
     template <typename Result>
     Result _Read(const char* lpszName, Result (ITnRobotDataValue::*pfnRead)(int*), int* pError) const;
-    ITnRobotDataValue* _Find(const std::string& strName) const;
+    ITnRobotDataValue* _Find(std::string_view name) const;
     int _Store(ITnRobotArchive& archive) const;
     int _Load(ITnRobotArchive& archive);
     bool _LoadEntry(ITnRobotArchive& archive);
 
-    std::unordered_map<std::string, Value> m_values;
+    tnrobot::NamedValues m_values;
 };
 
 #endif  // TNROBOTKERNEL_SRC_VALUES_TNROBOTDATAVALUEGROUP_H_

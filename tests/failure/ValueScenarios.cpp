@@ -534,7 +534,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(MakeCase<GroupTakesANewEntry>("GroupTakesANewEntry"),
                     MakeCase<GroupTakesAValue>("GroupTakesAValue"),
                     MakeCase<GroupReplacesAnEntry>("GroupReplacesAnEntry"),
-                    MakeCase<GroupIsReadAndEmptied>("GroupIsReadAndEmptied"),
+                    MakeFreeCase<GroupIsReadAndEmptied>("GroupIsReadAndEmptied"),
                     MakeCase<GroupTellsItsNames>("GroupTellsItsNames"), MakeCase<GroupIsFilled>("GroupIsFilled"),
                     MakeCase<GroupIsCloned>("GroupIsCloned"), MakeCase<GroupIsCopied>("GroupIsCopied"),
                     MakeCase<GroupIsSaved>("GroupIsSaved"), MakeCase<GroupIsLoaded>("GroupIsLoaded")),

@@ -13,6 +13,7 @@
 
 #include "TnRobotKernel/values.h"
 #include "support/Archives.h"
+#include "support/ForeignValue.h"
 #include "support/ValuePool.h"
 #include "support/Values.h"
 
@@ -424,6 +425,45 @@ TEST(DataValueGroup, EnumerationAppendsToTheList) {
     std::sort(added.begin(), added.end());
     EXPECT_EQ(added, (Names{{"a", DATA_TYPE_INT}, {"b", DATA_TYPE_STRING}, {"c", DATA_TYPE_BOOL}}));
     EXPECT_EQ(NewGroup()->GetAllDataName(names), 5);
+}
+
+namespace {
+
+// A value that uses its group as it goes, as an application's own may.
+class FarewellValue final : public ForeignValue {
+public:
+    explicit FarewellValue(ITnRobotDataValueGroup& group) : m_group(group) {}
+    ~FarewellValue() override {
+        for (int i = 0; i < 20; ++i) {
+            m_group.SetValue(("farewell " + std::to_string(i)).c_str(), i);
+        }
+    }
+
+private:
+    ITnRobotDataValueGroup& m_group;
+};
+
+}  // namespace
+
+TEST(DataValueGroup, AValueThatGoesMayUseTheGroup) {
+    struct {
+        const char* lpszWhat;
+        void (*letGo)(ITnRobotDataValueGroup&);
+        std::size_t nLeft;
+    } const cases[] = {
+        {"replaced", [](ITnRobotDataValueGroup& group) { group.SetValue("last", 1); }, 22},
+        {"removed", [](ITnRobotDataValueGroup& group) { group.RemoveValue("last"); }, 21},
+        {"cleared", [](ITnRobotDataValueGroup& group) { group.ClearAllValues(); }, 20},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.lpszWhat);
+        Group group = NewGroup();
+        group->SetValue("first", 1);
+        group->SetValue("last", Hold<ITnRobotDataValue>(new FarewellValue(*group)).get());
+        c.letGo(*group);
+        EXPECT_EQ(EntriesOf(*group).size(), c.nLeft);
+        EXPECT_EQ(group->IntData("farewell 19", nullptr), 19);
+    }
 }
 
 TEST(DataValueGroup, HoldsManyEntries) {

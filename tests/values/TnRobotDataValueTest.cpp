@@ -10,6 +10,7 @@
 
 #include "TnRobotKernel/values.h"
 #include "support/Archives.h"
+#include "support/ForeignValue.h"
 #include "support/ValuePool.h"
 #include "support/Values.h"
 
@@ -247,39 +248,6 @@ TEST(DataValue, CopyIgnoresNull) {
     EXPECT_EQ(value->IntData(nullptr), 5);
 }
 
-namespace {
-
-// A value of somebody else's making.
-class ForeignValue final : public ITnRobotDataValue {
-public:
-    void ClearResource() override {}
-    ETnRobotDataValueType GetDataValueType() override { return DATA_TYPE_INT; }
-    bool BoolData(int*) override { return false; }
-    char CharData(int*) override { return 0; }
-    unsigned char ByteData(int*) override { return 0; }
-    short ShortData(int*) override { return 0; }
-    unsigned short UShortData(int*) override { return 0; }
-    int IntData(int* pError) override {
-        if (pError != nullptr) {
-            *pError = 0;
-        }
-        return 4711;
-    }
-    unsigned int UintData(int*) override { return 0; }
-    float FloatData(int*) override { return 0; }
-    double DoubleData(int*) override { return 0; }
-    long long LonglongData(int*) override { return 0; }
-    unsigned long long ULonglongData(int*) override { return 0; }
-    const char* StringData(int&, int*) override { return nullptr; }
-    const void* BlockData(unsigned int&, int*) override { return nullptr; }
-    const char* Convert2String(unsigned int*) override { return "foreign"; }
-    void Copy(ITnRobotDataValue*) override {}
-    ITnRobotDataValue* Clone() override { return nullptr; }
-    int Serialize(ITnRobotArchive*) override { return 0; }
-};
-
-}  // namespace
-
 TEST(DataValue, CopyIgnoresForeignImplementations) {
     Value value = IntValue(5);
     Value foreign = Hold<ITnRobotDataValue>(new ForeignValue);
@@ -461,6 +429,13 @@ TEST(DataValueLoading, ConvertsWhatWasLoadedWhenNoTextWasAskedForBefore) {
     Value value = IntValue(5);
     ASSERT_EQ(LoadFrom(*value, SavedValue(DATA_TYPE_STRING, FromText("abcdefghij") + U8(0))), 1);
     EXPECT_EQ(TextOf(*value), "abcdefghij");
+}
+
+TEST(DataValueLoading, ConvertsWhatWasLoadedWhenTheTextBeforeWasEmpty) {
+    Value value = TextValue("");
+    EXPECT_EQ(TextOf(*value), "");
+    EXPECT_EQ(LoadFrom(*value, SavedValue(DATA_TYPE_STRING, FromHex("616200"))), 1);
+    EXPECT_EQ(TextOf(*value), "ab");
 }
 
 TEST(DataValueLoading, ABlockConvertsAsFarAsTheRecordedLength) {

@@ -186,20 +186,24 @@ class GroupPrinter(Printer):
 
     needed = ("m_values",)
 
+    def row(self):
+        """Where the entries begin and end."""
+        row = self.value["m_values"]["m_entries"]["_M_impl"]
+        return row["_M_start"], row["_M_finish"]
+
     def describe(self):
         """How many entries it has."""
-        return "group of " + plural(int(self.value["m_values"]["_M_h"]["_M_element_count"]), "value")
+        first, end = self.row()
+        return "group of " + plural(int(end - first), "value")
 
-    # The standard library's own printer knows how to walk the dictionary. It may be missing, and
-    # a dictionary may be broken: what can be read is shown.
+    # A group may be broken: what can be read is shown.
     def items(self):
         """Names and values as far as they can be read."""
-        dictionary = gdb.default_visualizer(self.value["m_values"])
-        if dictionary is None:
-            return
+        entry, end = self.row()
         try:
-            for _, item in dictionary.children():
-                yield item
+            while entry < end:
+                yield bytes_of_string(entry["m_strName"]), entry["m_value"]["m_p"]
+                entry += 1
         except gdb.error:
             pass
 
@@ -207,9 +211,7 @@ class GroupPrinter(Printer):
         """The entries: name and value."""
         if not has_fields(self.value, *self.needed):
             return
-        items = list(self.items())
-        entries = [(bytes_of_string(name), held["m_p"]) for name, held in zip(items[0::2], items[1::2])]
-        for name, pointer in sorted(entries, key=lambda entry: entry[0]):
+        for name, pointer in sorted(self.items(), key=lambda entry: entry[0]):
             yield "[%s]" % quoted(name), pointer.dereference() if int(pointer) else pointer
 
 

@@ -1,0 +1,120 @@
+#include "values/TnNamedValues.h"
+
+#include <functional>
+#include <utility>
+
+namespace tnrobot {
+
+namespace {
+
+constexpr std::size_t kFirstSlots = 16;
+constexpr std::size_t kSlotsPerEntry = 2;
+
+}  // namespace
+
+std::uint32_t NamedValues::_Hash(std::string_view name) {
+    return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
+}
+
+const NamedValues::Slot* NamedValues::_FindSlot(std::string_view name, std::uint32_t nHash) const {
+    if (m_slots.empty()) {
+        return nullptr;
+    }
+    for (std::size_t n = _FirstSlot(nHash); m_slots[n].m_nPosition != 0; n = _Next(n)) {
+        if (m_slots[n].m_nHash == nHash && m_entries[m_slots[n].m_nPosition - 1].m_strName == name) {
+            return &m_slots[n];
+        }
+    }
+    return nullptr;
+}
+
+const NamedValues::Entry* NamedValues::Find(std::string_view name) const {
+    const Slot* pSlot = _FindSlot(name, _Hash(name));
+    return pSlot != nullptr ? &m_entries[pSlot->m_nPosition - 1] : nullptr;
+}
+
+void NamedValues::Set(std::string_view name, Value value) {
+    const std::uint32_t nHash = _Hash(name);
+    if (const Slot* pSlot = _FindSlot(name, nHash)) {
+        std::swap(m_entries[pSlot->m_nPosition - 1].m_value, value);
+    } else {
+        _Append(std::string(name), nHash, std::move(value));
+    }
+}
+
+void NamedValues::Insert(std::string strName, Value value) {
+    const std::uint32_t nHash = _Hash(strName);
+    if (_FindSlot(strName, nHash) == nullptr) {
+        _Append(std::move(strName), nHash, std::move(value));
+    }
+}
+
+// All memory is there before anything changes.
+void NamedValues::_Append(std::string strName, std::uint32_t nHash, Value value) {
+    Reserve(m_entries.size() + 1);
+    m_entries.push_back({std::move(strName), std::move(value)});
+    _Place({nHash, static_cast<std::uint32_t>(m_entries.size())});
+}
+
+void NamedValues::_Place(Slot slot) {
+    std::size_t n = _FirstSlot(slot.m_nHash);
+    while (m_slots[n].m_nPosition != 0) {
+        n = _Next(n);
+    }
+    m_slots[n] = slot;
+}
+
+void NamedValues::Reserve(std::size_t nCount) {
+    if (nCount * kSlotsPerEntry <= m_slots.size()) {
+        return;
+    }
+    std::size_t nSlots = m_slots.empty() ? kFirstSlots : m_slots.size();
+    while (nSlots < nCount * kSlotsPerEntry) {
+        nSlots *= 2;
+    }
+    std::vector<Slot> slots(nSlots);
+    m_entries.reserve(nSlots / kSlotsPerEntry);
+    m_slots.swap(slots);
+    for (const Slot& slot : slots) {
+        if (slot.m_nPosition != 0) {
+            _Place(slot);
+        }
+    }
+}
+
+bool NamedValues::Remove(std::string_view name) {
+    const Slot* pSlot = _FindSlot(name, _Hash(name));
+    if (pSlot == nullptr) {
+        return false;
+    }
+    const std::uint32_t nPosition = pSlot->m_nPosition;
+    _EmptySlot(static_cast<std::size_t>(pSlot - m_slots.data()));
+    const Value removed = std::move(m_entries[nPosition - 1].m_value);
+    if (nPosition != m_entries.size()) {
+        Entry& last = m_entries.back();
+        const Slot* pLast = _FindSlot(last.m_strName, _Hash(last.m_strName));
+        m_slots[static_cast<std::size_t>(pLast - m_slots.data())].m_nPosition = nPosition;
+        m_entries[nPosition - 1] = std::move(last);
+    }
+    m_entries.pop_back();
+    return true;
+}
+
+// A search must not end at the gap before it meets what lies behind: whatever was kept from its
+// first slot by what is gone moves up.
+void NamedValues::_EmptySlot(std::size_t nSlot) {
+    m_slots[nSlot].m_nPosition = 0;
+    for (std::size_t n = _Next(nSlot); m_slots[n].m_nPosition != 0; n = _Next(n)) {
+        const Slot slot = m_slots[n];
+        m_slots[n].m_nPosition = 0;
+        _Place(slot);
+    }
+}
+
+void NamedValues::Clear() {
+    std::vector<Entry> entries;
+    m_entries.swap(entries);
+    std::vector<Slot>().swap(m_slots);
+}
+
+}  // namespace tnrobot

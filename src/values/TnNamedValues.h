@@ -1,0 +1,82 @@
+// The entries of a value group.
+
+#ifndef TNROBOTKERNEL_SRC_VALUES_TNNAMEDVALUES_H_
+#define TNROBOTKERNEL_SRC_VALUES_TNNAMEDVALUES_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "TnRobotKernel/values.h"
+#include "core/TnRef.h"
+
+namespace tnrobot {
+
+/// A dictionary from names to values, which may be null.
+///
+/// The standard one takes memory for every entry and a string for every look-up. This one keeps its
+/// entries in a row and finds them through a hash table of their positions with open addressing:
+/// names of up to 15 characters need no memory of their own, and walking is reading in a line.
+///
+/// Invariants: the number of slots is a power of two, or 0 while nothing was ever stored; at most
+/// half of the slots are in use, and the row has room for that many entries; every entry is found
+/// from the slot that its hash names, going on to the next slot until an empty one ends the search.
+///
+/// A value is released only when the dictionary is whole again: the value may be an application's
+/// own and use the group as it goes.
+///
+/// Threads: externally synchronised.
+class NamedValues {
+public:
+    using Value = Ref<ITnRobotDataValue>;
+
+    struct Entry {
+        std::string m_strName;
+        Value m_value;
+    };
+
+    /// @return the name's entry, null when it is not there; borrowed until the dictionary changes.
+    const Entry* Find(std::string_view name) const;
+
+    /// Stores a value under a name and releases the one that the name held before.
+    void Set(std::string_view name, Value value);
+
+    /// Stores a value under a new name; of a name that is there the old value stays.
+    void Insert(std::string strName, Value value);
+
+    /// @return whether the name was there.
+    bool Remove(std::string_view name);
+
+    void Clear();
+
+    /// Makes room for nCount entries altogether.
+    void Reserve(std::size_t nCount);
+
+    /// The entries, in no particular order: the last one takes the place of one that is removed.
+    const std::vector<Entry>& Entries() const { return m_entries; }
+
+private:
+    // An empty slot has the position 0; the others count from 1. The hash saves looking at entries
+    // with other names, and hashing again when the table grows.
+    struct Slot {
+        std::uint32_t m_nHash;
+        std::uint32_t m_nPosition;
+    };
+
+    static std::uint32_t _Hash(std::string_view name);
+    std::size_t _Next(std::size_t nSlot) const { return (nSlot + 1) & (m_slots.size() - 1); }
+    std::size_t _FirstSlot(std::uint32_t nHash) const { return nHash & (m_slots.size() - 1); }
+    const Slot* _FindSlot(std::string_view name, std::uint32_t nHash) const;
+    void _Append(std::string strName, std::uint32_t nHash, Value value);
+    void _Place(Slot slot);
+    void _EmptySlot(std::size_t nSlot);
+
+    std::vector<Entry> m_entries;
+    std::vector<Slot> m_slots;
+};
+
+}  // namespace tnrobot
+
+#endif  // TNROBOTKERNEL_SRC_VALUES_TNNAMEDVALUES_H_
