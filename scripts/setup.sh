@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are missing: scripts/setup.sh [build|test|bench|coverage|all].
+# Installs the Debian packages that are missing: scripts/setup.sh [build|test|bench|coverage|package|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
 #   test      and the test framework               (enough for scripts/test.sh)
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
 #   coverage  the tests' and gcovr                 (enough for scripts/coverage.sh)
+#   package   or Debian's packaging programs       (enough for scripts/package.sh)
 #   all       and clang, its tools, all of them    (enough for scripts/ci.sh)
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
-# With what the logger and the inspector stand on.
-tests=(libgtest-dev binutils libssl-dev abigail-tools libspdlog-dev libcli11-dev nlohmann-json3-dev)
+# What the logger and the inspector stand on.
+modules=(libspdlog-dev libcli11-dev nlohmann-json3-dev)
+tests=(libgtest-dev binutils libssl-dev abigail-tools "${modules[@]}")
+packaging=(dpkg-dev file lintian debootstrap)
 benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
 checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git gcovr mandoc gdb
         libopencv-core-dev)
@@ -23,9 +26,10 @@ case "${1:-all}" in
     build) ;;
     test) packages+=("${tests[@]}") ;;
     coverage) packages+=("${tests[@]}" gcovr) ;;
+    package) packages+=("${modules[@]}" "${packaging[@]}") ;;
     bench) packages+=("${benchmarks[@]}"); optional=("${peers[@]}") ;;
-    all) packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}"); optional=("${peers[@]}") ;;
-    *) echo "usage: $0 [build|test|bench|coverage|all]" >&2; exit 2 ;;
+    all) packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}" "${packaging[@]}"); optional=("${peers[@]}") ;;
+    *) echo "usage: $0 [build|test|bench|coverage|package|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".
