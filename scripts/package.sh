@@ -12,6 +12,9 @@ esac
 
 build packages
 say "packing"
+# The time of the change log, so that packing again gives the same bytes.
+SOURCE_DATE_EPOCH="$(dpkg-parsechangelog -l packaging/changelog -S Timestamp)"
+export SOURCE_DATE_EPOCH
 rm -f "$root"/build/packages/*.deb
 quietly cmake --build --preset packages --target package
 ls -1 "$root"/build/packages/*.deb
