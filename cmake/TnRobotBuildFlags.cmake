@@ -61,9 +61,10 @@ else()
   elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
     tnrobot_protect(-mbranch-protection=standard)
   endif()
+  # The checks need optimisation. Debian's compilers may define a lower level themselves.
+  set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
   target_compile_options(tnrobot_build_flags INTERFACE
-    # Debian's compilers may define a lower level themselves. The checks need optimisation.
-    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
+    $<${optimised}:-U_FORTIFY_SOURCE> $<${optimised}:-D_FORTIFY_SOURCE=3>)
   target_link_options(tnrobot_build_flags INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
 endif()
 

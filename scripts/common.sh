@@ -8,14 +8,17 @@ cd "$root"
 
 say() { printf '\n== %s\n' "$*"; }
 
+# quietly COMMAND...: shows what a command says only when it fails.
+quietly() {
+    local output
+    output="$("$@" 2>&1)" || { printf '%s\n' "$output"; return 1; }
+}
+
 # build PRESET [CMAKE-ARGUMENT...]: configures and builds one preset.
 build() {
     local preset="$1"
     shift
-    local log
-    log="$(mktemp)"
     say "building: $preset"
-    cmake --preset "$preset" "$@" >"$log" 2>&1 || { cat "$log"; return 1; }
-    rm -f "$log"
+    quietly cmake --preset "$preset" "$@"
     cmake --build --preset "$preset" -j "$jobs"
 }

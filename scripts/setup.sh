@@ -1,16 +1,20 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that are missing: scripts/setup.sh [build|test|bench|coverage|docs|all].
+# Installs the Debian packages that are missing:
+# scripts/setup.sh [build|test|bench|coverage|docs|package|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
 #   test      and the test framework               (enough for scripts/test.sh)
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
 #   coverage  the tests' and gcovr                 (enough for scripts/coverage.sh)
 #   docs      Doxygen and Graphviz                 (enough for scripts/docs.sh)
+#   package   or Debian's packaging programs       (enough for scripts/package.sh)
 #   all       and clang, its tools, all of them    (enough for scripts/ci.sh)
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
-# With what the logger and the inspector stand on.
-tests=(libgtest-dev binutils libssl-dev abigail-tools libspdlog-dev libcli11-dev nlohmann-json3-dev)
+# What the logger and the inspector stand on.
+modules=(libspdlog-dev libcli11-dev nlohmann-json3-dev)
+tests=(libgtest-dev binutils libssl-dev abigail-tools "${modules[@]}")
+packaging=(dpkg-dev file lintian debootstrap)
 benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
 checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git gcovr mandoc gdb
         libopencv-core-dev)
@@ -26,9 +30,13 @@ case "${1:-all}" in
     test) packages+=("${tests[@]}") ;;
     coverage) packages+=("${tests[@]}" gcovr) ;;
     docs) packages=("${documents[@]}") ;;
+    package) packages+=("${modules[@]}" "${packaging[@]}" "${documents[@]}") ;;
     bench) packages+=("${benchmarks[@]}"); optional=("${peers[@]}") ;;
-    all) packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}" "${documents[@]}"); optional=("${peers[@]}") ;;
-    *) echo "usage: $0 [build|test|bench|coverage|docs|all]" >&2; exit 2 ;;
+    all)
+        packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}" "${documents[@]}" "${packaging[@]}")
+        optional=("${peers[@]}")
+        ;;
+    *) echo "usage: $0 [build|test|bench|coverage|docs|package|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".

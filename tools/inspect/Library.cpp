@@ -1,37 +1,20 @@
 #include "Library.h"
 
+#include <TnRobotKernel/make.h>
+
 #include <utility>
 #include <vector>
 
 namespace {
 
-template <typename T>
-Owned<T> Create(int (*pfnCreate)(T**)) {
-    T* pObject = nullptr;
-    pfnCreate(&pObject);
-    return Owned<T>(pObject);
-}
+using MadeValue = TnRobotPtr<ITnRobotDataValue>;
 
 // An entry that is readable has as many bytes as its type.
 template <typename Argument, typename Stored = Argument>
-Owned<ITnRobotDataValue> Make(int (*pfnCreate)(Argument, ITnRobotDataValue**), ByteRange bytes) {
+MadeValue Make(MadeValue (*pfnMake)(Argument), ByteRange bytes) {
     Stored stored{};
     ByteReader(bytes).Take(stored);
-    ITnRobotDataValue* pValue = nullptr;
-    pfnCreate(static_cast<Argument>(stored), &pValue);
-    return Owned<ITnRobotDataValue>(pValue);
-}
-
-Owned<ITnRobotDataValue> MakeText(ByteRange bytes) {
-    ITnRobotDataValue* pValue = nullptr;
-    TnCreateRobotStringData(bytes.Text().c_str(), &pValue);
-    return Owned<ITnRobotDataValue>(pValue);
-}
-
-Owned<ITnRobotDataValue> MakeBlock(ByteRange bytes) {
-    ITnRobotDataValue* pValue = nullptr;
-    TnCreateRobotBlockData(bytes.pData, static_cast<unsigned int>(bytes.nSize), &pValue);
-    return Owned<ITnRobotDataValue>(pValue);
+    return pfnMake(static_cast<Argument>(stored));
 }
 
 /// An archive that loads from the bytes of a file. The library only reads them.
@@ -41,8 +24,8 @@ struct LoadingArchive {
         archive->Attach(memory.get(), false);
     }
 
-    Owned<ITnRobotMemFile> memory = Create(TnCreateRobotMemFile);
-    Owned<ITnRobotArchive> archive = Create(TnCreateRobotArchive);
+    TnRobotPtr<ITnRobotMemFile> memory = tn::MakeMemFile();
+    TnRobotPtr<ITnRobotArchive> archive = tn::MakeArchive();
 };
 
 // Of entries with one name the first counts, which is damage already.
@@ -61,37 +44,37 @@ bool HoldsSameEntries(ITnRobotDataValueGroup& group, const Group& expected) {
 
 }  // namespace
 
-Owned<ITnRobotDataValue> MakeValue(const Entry& entry) {
+TnRobotPtr<ITnRobotDataValue> MakeValue(const Entry& entry) {
     if (!entry.bReadable) {
         return nullptr;
     }
     switch (static_cast<ETnRobotDataValueType>(entry.nType)) {
         case DATA_TYPE_BOOL:
-            return Make<bool, unsigned char>(TnCreateRobotBoolData, entry.bytes);
+            return Make<bool, unsigned char>(tn::MakeBoolData, entry.bytes);
         case DATA_TYPE_SHORT:
-            return Make(TnCreateRobotShortData, entry.bytes);
+            return Make(tn::MakeShortData, entry.bytes);
         case DATA_TYPE_USHORT:
-            return Make(TnCreateRobotUShortData, entry.bytes);
+            return Make(tn::MakeUShortData, entry.bytes);
         case DATA_TYPE_INT:
-            return Make(TnCreateRobotIntData, entry.bytes);
+            return Make(tn::MakeIntData, entry.bytes);
         case DATA_TYPE_UINT:
-            return Make(TnCreateRobotUintData, entry.bytes);
+            return Make(tn::MakeUintData, entry.bytes);
         case DATA_TYPE_FLOAT:
-            return Make(TnCreateRobotFloatData, entry.bytes);
+            return Make(tn::MakeFloatData, entry.bytes);
         case DATA_TYPE_DOUBLE:
-            return Make(TnCreateRobotDoubleData, entry.bytes);
+            return Make(tn::MakeDoubleData, entry.bytes);
         case DATA_TYPE_LONGLONG:
-            return Make(TnCreateRobotLonglongData, entry.bytes);
+            return Make(tn::MakeLonglongData, entry.bytes);
         case DATA_TYPE_ULONGLONG:
-            return Make(TnCreateRobotULonglongData, entry.bytes);
+            return Make(tn::MakeULonglongData, entry.bytes);
         case DATA_TYPE_STRING:
-            return MakeText(entry.bytes);
+            return tn::MakeStringData(entry.bytes.Text().c_str());
         case DATA_TYPE_BLOCK:
-            return MakeBlock(entry.bytes);
+            return tn::MakeBlockData(entry.bytes.pData, static_cast<unsigned int>(entry.bytes.nSize));
         case DATA_TYPE_CHAR:
-            return Make(TnCreateRobotCharData, entry.bytes);
+            return Make(tn::MakeCharData, entry.bytes);
         case DATA_TYPE_BYTE:
-            return Make<unsigned short, unsigned char>(TnCreateRobotByteData, entry.bytes);
+            return Make<unsigned short, unsigned char>(tn::MakeByteData, entry.bytes);
         case DATA_TYPE_NONE:
             break;
     }
@@ -101,7 +84,7 @@ Owned<ITnRobotDataValue> MakeValue(const Entry& entry) {
 void CompareWithLibrary(ByteRange file, GroupFile& groups) {
     const LoadingArchive loading(file);
     for (const Group& expected : groups.groups) {
-        const Owned<ITnRobotDataValueGroup> group = Create(TnCreateRobotValueDataGroup);
+        const TnRobotPtr<ITnRobotDataValueGroup> group = tn::MakeValueDataGroup();
         if (group->Serialize(loading.archive.get()) != 1 || !HoldsSameEntries(*group, expected)) {
             groups.problems.Damage(expected.nOffset, "the library does not load this group");
             return;

@@ -4,8 +4,8 @@
 #define TNROBOT_INSPECT_LIBRARY_H_
 
 #include <TnRobotKernel/TnRobotKernel.h>
+#include <TnRobotKernel/ptr.h>
 
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -13,17 +13,9 @@
 #include "Groups.h"
 #include "ObjectTables.h"
 
-/// Releases one reference; makes std::unique_ptr own counted objects.
-struct ReleaseReference {
-    void operator()(ITnUnknown* pObject) const { pObject->Release(); }
-};
-
-template <typename T>
-using Owned = std::unique_ptr<T, ReleaseReference>;
-
 /// Makes a value of the library's from what a file stores.
 /// @return null for an entry that is not readable.
-Owned<ITnRobotDataValue> MakeValue(const Entry& entry);
+TnRobotPtr<ITnRobotDataValue> MakeValue(const Entry& entry);
 
 /// Lets the library load the groups, and adds damage where it does not find the same entries.
 void CompareWithLibrary(ByteRange file, GroupFile& groups);

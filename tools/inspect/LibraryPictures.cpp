@@ -1,5 +1,6 @@
 // Pictures through the library: decoded as B, G, R, encoded as either kind of file.
 
+#include <TnRobotKernel/make.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -79,28 +80,20 @@ private:
 
 /// A surface and the pools that it comes from, which keep its pixels alive.
 struct LoadedSurface {
-    Owned<ITnRobotMemoryBlockPool> blocks;
-    Owned<ITnRobotSurfacePool> surfaces;
-    Owned<ITnRobotSurface> surface;
+    TnRobotPtr<ITnRobotMemoryBlockPool> blocks = tn::MakeMemoryBlockPool();
+    TnRobotPtr<ITnRobotSurfacePool> surfaces = tn::MakeSurfacePool(blocks.get());
+    TnRobotPtr<ITnRobotSurface> surface;
 };
 
+// Not by tn::LoadImage: a failure is reported with its number.
 int Load(PictureKind eKind, const std::string& strPath, ByteRange file, LoadedSurface& loaded) {
-    ITnRobotMemoryBlockPool* pBlocks = nullptr;
-    TnCreateRobotMemoryBlockPool(&pBlocks);
-    loaded.blocks.reset(pBlocks);
-    ITnRobotSurfacePool* pSurfaces = nullptr;
-    TnCreateRobotSurfacePool(pBlocks, &pSurfaces);
-    loaded.surfaces.reset(pSurfaces);
-    ITnRobotSurface* pSurface = nullptr;
-    int nResult = 0;
+    ITnRobotSurfacePool* pSurfaces = loaded.surfaces.get();
     if (eKind == PictureKind::kJpeg) {
-        nResult = TnRobotImageUtils::LoadImage(file.pData, static_cast<unsigned int>(file.nSize), pSurfaces, &pSurface);
-    } else {
-        const LinkedPath link(strPath, "picture.bmp");
-        nResult = TnRobotImageUtils::LoadImage(link.Path(), pSurfaces, &pSurface);
+        return TnRobotImageUtils::LoadImage(file.pData, static_cast<unsigned int>(file.nSize), pSurfaces,
+                                            loaded.surface.put());
     }
-    loaded.surface.reset(pSurface);
-    return nResult;
+    const LinkedPath link(strPath, "picture.bmp");
+    return TnRobotImageUtils::LoadImage(link.Path(), pSurfaces, loaded.surface.put());
 }
 
 // Rows of a BMP file lie packed in the surface, those of a JPEG file at its pitch.

@@ -58,12 +58,12 @@ std::string Hex(ByteRange bytes) {
 }
 
 std::string ValueText(const Entry& entry) {
-    const Owned<ITnRobotDataValue> value = MakeValue(entry);
+    const TnRobotPtr<ITnRobotDataValue> value = MakeValue(entry);
     return value ? value->Convert2String(nullptr) : Hex(entry.bytes);
 }
 
 Json ValueJson(const Entry& entry) {
-    const Owned<ITnRobotDataValue> value = MakeValue(entry);
+    const TnRobotPtr<ITnRobotDataValue> value = MakeValue(entry);
     return value ? ReadAs(*value, entry) : Json(nullptr);
 }
 

@@ -1,0 +1,40 @@
+# What a project may expect of a library that it takes in: nothing around the library changes.
+
+# Notes what the project's variables for CMake are.
+macro(remember_surroundings)
+  get_cmake_property(remembered VARIABLES)
+  list(FILTER remembered INCLUDE REGEX "^CMAKE_")
+  list(FILTER remembered EXCLUDE REGEX "^CMAKE_MATCH_")  # whatever was last compared
+  foreach(name IN LISTS remembered)
+    set(before_${name} "${${name}}")
+  endforeach()
+endmacro()
+
+function(expect_same_surroundings)
+  foreach(name IN LISTS remembered)
+    if(NOT "${${name}}" STREQUAL "${before_${name}}")
+      message(FATAL_ERROR "${name} was \"${before_${name}}\" and is now \"${${name}}\"")
+    endif()
+  endforeach()
+  foreach(property COMPILE_DEFINITIONS COMPILE_OPTIONS INCLUDE_DIRECTORIES LINK_OPTIONS TESTS)
+    get_directory_property(value ${property})
+    if(value)
+      message(FATAL_ERROR "the project now has ${property} \"${value}\"")
+    endif()
+  endforeach()
+endfunction()
+
+# Nobody who links the library gets more than its headers.
+function(expect_library_alone)
+  foreach(property INTERFACE_COMPILE_DEFINITIONS INTERFACE_COMPILE_OPTIONS INTERFACE_LINK_OPTIONS)
+    get_target_property(value TnRobotKernel::TnRobotKernel ${property})
+    if(value)
+      message(FATAL_ERROR "the library has ${property} \"${value}\"")
+    endif()
+  endforeach()
+  foreach(target TnRobotLog tnrobot-inspect tnrobot_tests tnrobot_shared_tests machine_samples)
+    if(TARGET ${target})
+      message(FATAL_ERROR "there is a target ${target}")
+    endif()
+  endforeach()
+endfunction()
