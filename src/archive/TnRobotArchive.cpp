@@ -83,17 +83,17 @@ bool CTnRobotArchive::_ReadNumber(T& value) {
     return bOk;
 }
 
-// Reads up to nCount bytes and appends a zero byte. Like every read it fails only when nothing
-// arrives; what stays short of one step is zero.
-bool CTnRobotArchive::_ReadBytes(std::vector<char>& bytes, std::size_t nCount, std::size_t& nArrived) {
-    bytes.clear();
+// Reads up to nCount bytes, which zeros follow. Like every read it fails only when nothing arrives;
+// what stays short of one step is zero.
+bool CTnRobotArchive::_ReadBytes(tnrobot::ByteStorage& bytes, std::size_t nCount, std::size_t& nArrived) {
+    bytes.Resize(0);
     nArrived = 0;
     while (nArrived < nCount) {
         const std::size_t nStep = std::min(nCount - nArrived, tnrobot::kReadStep);
-        bytes.resize(nArrived + nStep + 1);
-        const long long nRead = Read(bytes.data() + nArrived, static_cast<long long>(nStep));
+        bytes.Resize(nArrived + nStep);
+        const long long nRead = Read(bytes.Data() + nArrived, static_cast<long long>(nStep));
         if (nRead <= 0) {
-            std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(nArrived), bytes.end(), '\0');
+            std::memset(bytes.Data() + nArrived, 0, nStep);
             break;
         }
         nArrived += std::min(static_cast<std::size_t>(nRead), nStep);
@@ -125,19 +125,18 @@ const char* CTnRobotArchive::ReadString(int& nLength, int* pError) {
     const auto nCount = static_cast<std::size_t>(std::max(nLength, 0));
     if (bOk && nCount != 0 && m_file) {
         std::size_t nArrived = 0;
-        bOk = _ReadBytes(m_textBuffer, nCount, nArrived);
+        bOk = _ReadBytes(m_text, nCount, nArrived);
         if (bOk) {
-            nLength = static_cast<int>(std::min(nCount, m_textBuffer.size() - 1));
+            nLength = static_cast<int>(m_text.Size());
         }
     } else if (bOk && nCount != 0) {
         // Detached: callers get the buffer at the length they came with.
-        m_textBuffer.resize(nCount + 1);
-        m_textBuffer.back() = '\0';
+        m_text.Resize(nCount);
     }
     if (pError != nullptr) {
         *pError = bOk ? 0 : -1;
     }
-    return bOk && nCount != 0 ? m_textBuffer.data() : nullptr;
+    return bOk && nCount != 0 ? reinterpret_cast<const char*>(m_text.Data()) : nullptr;
 }
 
 int CTnRobotArchive::WriteObject(CTnRobotObject* pObject) {
@@ -330,14 +329,14 @@ bool CTnRobotArchive::_ReadClassTable() {
     if (!_ReadNumber(nClasses)) {
         return false;
     }
-    std::vector<char> bytes;
+    tnrobot::ByteStorage bytes;
     for (unsigned int i = 0; i < nClasses; ++i) {
         std::uint32_t nLength = 0;
         std::size_t nArrived = 0;
         if (!_ReadNumber(nLength) || !_ReadBytes(bytes, nLength, nArrived)) {
             return false;
         }
-        m_classTable.emplace_back(bytes.data(), nArrived);
+        m_classTable.emplace_back(reinterpret_cast<const char*>(bytes.Data()), nArrived);
         if (m_classTable.size() <= kMaxEntries) {
             m_classIndexes.emplace(m_classTable.back(), static_cast<std::uint16_t>(m_classTable.size() - 1));
         }

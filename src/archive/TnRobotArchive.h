@@ -10,6 +10,7 @@
 
 #include "TnRobotKernel/archive.h"
 #include "core/TnRef.h"
+#include "values/TnByteStorage.h"
 
 /// An archive over one file.
 ///
@@ -51,7 +52,7 @@ private:
     bool _WriteNumber(T value);
     template <typename T>
     bool _ReadNumber(T& value);
-    bool _ReadBytes(std::vector<char>& bytes, std::size_t nCount, std::size_t& nArrived);
+    bool _ReadBytes(tnrobot::ByteStorage& bytes, std::size_t nCount, std::size_t& nArrived);
 
     int _WriteNewObject(CTnRobotObject* pObject);
     bool _HasRoomFor(const char* lpszGuid) const;
@@ -70,7 +71,7 @@ private:
 
     tnrobot::Ref<ITnRobotFile> m_file;
     bool m_bStoring = false;
-    std::vector<char> m_textBuffer;  // the text that ReadString returned last, and one zero byte
+    tnrobot::ByteStorage m_text;  // that ReadString returned last
     std::vector<std::string> m_classTable;
     std::vector<ObjectEntry> m_objectTable;
     std::unordered_map<std::string, std::uint16_t> m_classIndexes;

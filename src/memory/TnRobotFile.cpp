@@ -31,6 +31,9 @@ bool CTnRobotFile::Open(const char* lpszName, bool bWrite) {
 // A read that meets the end sets the stream's state, so every further one answers -1 until the
 // file is opened again: callers rely on it.
 long long CTnRobotFile::Read(void* pBuffer, long long nCount) {
+    if (pBuffer != nullptr && m_stream.good() && m_buffer.Read(pBuffer, nCount)) {
+        return nCount;
+    }
     if (!_IsUsable() || (pBuffer == nullptr && nCount > 0)) {
         return -1;
     }
@@ -42,6 +45,9 @@ long long CTnRobotFile::Read(void* pBuffer, long long nCount) {
 }
 
 long long CTnRobotFile::Write(const void* pBuffer, long long nCount) {
+    if (pBuffer != nullptr && m_stream.good() && m_buffer.Write(pBuffer, nCount)) {
+        return 1;
+    }
     if (!_IsUsable() || nCount < 0 || (pBuffer == nullptr && nCount > 0)) {
         return 0;
     }

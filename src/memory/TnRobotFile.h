@@ -3,6 +3,8 @@
 #ifndef TNROBOTKERNEL_SRC_MEMORY_TNROBOTFILE_H_
 #define TNROBOTKERNEL_SRC_MEMORY_TNROBOTFILE_H_
 
+#include <cstddef>
+#include <cstring>
 #include <fstream>
 #include <istream>
 #include <memory>
@@ -31,10 +33,33 @@ public:
     long long GetTotleLen() override;
 
 private:
-    // A file buffer whose waiting bytes can be dropped.
+    // A file buffer whose waiting bytes can be dropped, and which copies small pieces itself: where
+    // its memory has them or takes them, no state can change that the stream would have to look at.
+    // It answers false, with nothing done, where it is the stream's turn.
     class FileBuffer final : public std::filebuf {
     public:
         void Drop() { setp(pbase(), epptr()); }
+
+        bool Read(void* pBytes, long long nCount) {
+            if (nCount <= 0 || nCount > kSmall || nCount > egptr() - gptr()) {
+                return false;
+            }
+            std::memcpy(pBytes, gptr(), static_cast<std::size_t>(nCount));
+            gbump(static_cast<int>(nCount));
+            return true;
+        }
+
+        bool Write(const void* pBytes, long long nCount) {
+            if (nCount <= 0 || nCount > kSmall || nCount >= epptr() - pptr()) {
+                return false;
+            }
+            std::memcpy(pptr(), pBytes, static_cast<std::size_t>(nCount));
+            pbump(static_cast<int>(nCount));
+            return true;
+        }
+
+    private:
+        static constexpr long long kSmall = 512;
     };
 
     bool _IsUsable() const { return m_buffer.is_open() && m_stream.good(); }

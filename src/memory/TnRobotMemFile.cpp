@@ -20,6 +20,19 @@ long long AddSaturated(long long a, long long b) {
     return nSum;
 }
 
+// Of the pieces that pass through a file most are numbers, which are copied sooner than a function
+// is called.
+inline void CopyPiece(void* pTo, const void* pFrom, long long nCount) {
+    constexpr long long kNumber = 4;
+    if (nCount == kNumber) {
+        std::memcpy(pTo, pFrom, kNumber);
+    } else if (nCount == 1) {
+        std::memcpy(pTo, pFrom, 1);
+    } else {
+        std::memcpy(pTo, pFrom, static_cast<std::size_t>(nCount));
+    }
+}
+
 }  // namespace
 
 ITnRobotMemFile::~ITnRobotMemFile() = default;
@@ -38,7 +51,8 @@ bool CTnRobotMemFile::OpenMemFile(unsigned char* pData, long long nLength, bool 
     m_nChunkSize = 0;
     m_nLength = 0;
     m_nChunkIndex = 0;
-    m_nCursor = 0;
+    m_nCursorEnd = nLength;
+    _PlaceCursor(m_pData, 0);
     m_bOpen = true;
     return true;
 }
@@ -52,6 +66,7 @@ bool CTnRobotMemFile::OpenWriteFile(long long nChunkSize) {
     m_nChunkSize = nChunkSize;
     m_nLength = 0;
     m_nChunkIndex = 0;
+    m_nCursorEnd = nChunkSize;
     _PlaceCursor(m_currentChunk.get(), 0);
     m_bOpen = true;
     return true;
@@ -71,6 +86,14 @@ long long CTnRobotMemFile::_FlatRoom() const {
 }
 
 long long CTnRobotMemFile::Read(void* pBuffer, long long nCount) {
+    if (!m_bWrite && pBuffer != nullptr && _EndsBeforeMemory(nCount)) {
+        CopyPiece(pBuffer, _Advance(nCount), nCount);
+        return nCount;
+    }
+    return _ReadToEnd(pBuffer, nCount);
+}
+
+long long CTnRobotMemFile::_ReadToEnd(void* pBuffer, long long nCount) {
     if (!m_bOpen || m_bWrite || pBuffer == nullptr) {
         return 0;
     }
@@ -84,6 +107,15 @@ long long CTnRobotMemFile::Read(void* pBuffer, long long nCount) {
 }
 
 long long CTnRobotMemFile::Write(const void* pBuffer, long long nCount) {
+    if (m_bWrite && pBuffer != nullptr && _EndsBeforeMemory(nCount)) {
+        CopyPiece(_Advance(nCount), pBuffer, nCount);
+        _CheckInvariants();
+        return 1;
+    }
+    return _WriteToEnd(pBuffer, nCount);
+}
+
+long long CTnRobotMemFile::_WriteToEnd(const void* pBuffer, long long nCount) {
     if (!m_bOpen || !m_bWrite || (pBuffer == nullptr && nCount > 0)) {
         return 0;
     }
@@ -114,7 +146,7 @@ long long CTnRobotMemFile::_WriteChunks(const unsigned char* pBuffer, long long 
     }
     while (nCount > 0) {
         const long long nPiece = std::min(nCount, m_nChunkSize - m_nCursor);
-        std::memcpy(m_pCursorChunk + m_nCursor, pBuffer, static_cast<std::size_t>(nPiece));
+        std::memcpy(m_pCursorMemory + m_nCursor, pBuffer, static_cast<std::size_t>(nPiece));
         m_nCursor += nPiece;
         pBuffer += nPiece;
         nCount -= nPiece;
@@ -144,12 +176,8 @@ void CTnRobotMemFile::_AppendCurrentChunk() {
 }
 
 void CTnRobotMemFile::_PlaceCursor(unsigned char* pChunk, long long nOffset) {
-    m_pCursorChunk = pChunk;
+    m_pCursorMemory = pChunk;
     m_nCursor = nOffset;
-}
-
-long long CTnRobotMemFile::_ChunkPosition() const {
-    return m_nChunkIndex * m_nChunkSize + m_nCursor;
 }
 
 long long CTnRobotMemFile::_SeekBase(ETnSeekDirect eDirect) const {
@@ -226,7 +254,8 @@ bool CTnRobotMemFile::Close() {
     if (m_bOpen) {
         m_fullChunks.clear();
         m_currentChunk.reset();
-        m_pCursorChunk = nullptr;
+        m_nCursorEnd = 0;
+        _PlaceCursor(nullptr, 0);
         m_pData = nullptr;
         m_bOpen = false;
     }
@@ -270,7 +299,7 @@ void CTnRobotMemFile::_CheckInvariants() const {
         const long long nEnd = _IsFlat() ? m_nDataLength : m_nChunkSize - 1;
         tnrobot::CheckInvariant(*this, m_nCursor <= nEnd, "has its cursor behind its memory");
         tnrobot::CheckInvariant(*this, !_IsFlat() || m_nLength <= m_nDataLength, "is longer than its memory");
-        tnrobot::CheckInvariant(*this, _IsFlat() || (m_currentChunk && m_pCursorChunk != nullptr), "has no chunk");
+        tnrobot::CheckInvariant(*this, _IsFlat() || (m_currentChunk && m_pCursorMemory != nullptr), "has no chunk");
         const bool bIndexed = m_nChunkIndex >= 0 && static_cast<std::size_t>(m_nChunkIndex) <= m_fullChunks.size();
         tnrobot::CheckInvariant(*this, _IsFlat() || bIndexed, "counts its cursor in a chunk that is not there");
     }

@@ -3,6 +3,7 @@
 #ifndef TNROBOTKERNEL_SRC_MEMORY_TNROBOTMEMFILE_H_
 #define TNROBOTKERNEL_SRC_MEMORY_TNROBOTMEMFILE_H_
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <vector>
@@ -13,7 +14,7 @@
 ///
 /// Flat mode (chunk size 0) views caller memory; the cursor is an offset into it. Chunk mode owns
 /// equal chunks: the full ones in m_fullChunks, then the current one, which is being filled; the
-/// cursor is an offset into m_pCursorChunk. Offsets may lie outside the memory after a Seek below
+/// cursor is an offset into m_pCursorMemory. Offsets may lie outside the memory after a Seek below
 /// its start; nothing is transferred there.
 ///
 /// In chunk mode m_nChunkIndex says which chunk the cursor counts as being in. A Seek at or past
@@ -43,8 +44,23 @@ private:
     using Chunk = std::unique_ptr<unsigned char[], FreeMemory>;
 
     bool _IsFlat() const { return m_nChunkSize == 0; }
+    /// @return whether a piece lies within the cursor's memory without reaching its end, as almost
+    ///         all do: there is nothing else to look at then.
+    bool _EndsBeforeMemory(long long nCount) const {
+        return nCount > 0 && m_nCursor >= 0 && nCount < m_nCursorEnd - m_nCursor;
+    }
+    /// Moves the cursor on. @return where it was.
+    unsigned char* _Advance(long long nCount) {
+        unsigned char* pFrom = m_pCursorMemory + m_nCursor;
+        m_nCursor += nCount;
+        m_nLength = std::max(m_nLength, _ChunkPosition());
+        return pFrom;
+    }
+    // Kept out of their only callers: what they need on the stack would cost the short way a third.
+    [[gnu::noinline]] long long _ReadToEnd(void* pBuffer, long long nCount);
+    [[gnu::noinline]] long long _WriteToEnd(const void* pBuffer, long long nCount);
     long long _FlatRoom() const;
-    long long _ChunkPosition() const;
+    long long _ChunkPosition() const { return m_nChunkIndex * m_nChunkSize + m_nCursor; }
     long long _SeekBase(ETnSeekDirect eDirect) const;
 
     long long _WriteFlat(const unsigned char* pBuffer, long long nCount);
@@ -70,7 +86,8 @@ private:
     std::vector<Chunk> m_fullChunks;
     Chunk m_currentChunk;
     int m_nChunkIndex = 0;
-    unsigned char* m_pCursorChunk = nullptr;  // chunk that the cursor is in, chunk mode
+    unsigned char* m_pCursorMemory = nullptr;  // that the cursor is in: a chunk, or all in flat mode
+    long long m_nCursorEnd = 0;                // where that memory ends; 0 while the file is closed
     long long m_nCursor = 0;
 };
 

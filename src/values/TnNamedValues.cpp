@@ -1,14 +1,12 @@
 #include "values/TnNamedValues.h"
 
 #include <functional>
-#include <utility>
 
 namespace tnrobot {
 
 namespace {
 
 constexpr std::size_t kFirstSlots = 16;
-constexpr std::size_t kSlotsPerEntry = 2;
 
 }  // namespace
 
@@ -42,7 +40,7 @@ void NamedValues::Set(std::string_view name, Value value) {
     }
 }
 
-void NamedValues::Insert(std::string strName, Value value) {
+void NamedValues::Insert(std::string&& strName, Value&& value) {
     const std::uint32_t nHash = _Hash(strName);
     if (_FindSlot(strName, nHash) == nullptr) {
         _Append(std::move(strName), nHash, std::move(value));
@@ -50,9 +48,9 @@ void NamedValues::Insert(std::string strName, Value value) {
 }
 
 // All memory is there before anything changes.
-void NamedValues::_Append(std::string strName, std::uint32_t nHash, Value value) {
+void NamedValues::_Append(std::string&& strName, std::uint32_t nHash, Value&& value) {
     Reserve(m_entries.size() + 1);
-    m_entries.push_back({std::move(strName), std::move(value)});
+    m_entries.emplace_back(std::move(strName), std::move(value));
     _Place({nHash, static_cast<std::uint32_t>(m_entries.size())});
 }
 
@@ -64,10 +62,7 @@ void NamedValues::_Place(Slot slot) {
     m_slots[n] = slot;
 }
 
-void NamedValues::Reserve(std::size_t nCount) {
-    if (nCount * kSlotsPerEntry <= m_slots.size()) {
-        return;
-    }
+void NamedValues::_Grow(std::size_t nCount) {
     std::size_t nSlots = m_slots.empty() ? kFirstSlots : m_slots.size();
     while (nSlots < nCount * kSlotsPerEntry) {
         nSlots *= 2;

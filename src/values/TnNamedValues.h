@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "TnRobotKernel/values.h"
@@ -33,6 +34,9 @@ public:
     using Value = Ref<ITnRobotDataValue>;
 
     struct Entry {
+        Entry(std::string&& strName, Value&& value) noexcept
+            : m_strName(std::move(strName)), m_value(std::move(value)) {}
+
         std::string m_strName;
         Value m_value;
     };
@@ -44,7 +48,7 @@ public:
     void Set(std::string_view name, Value value);
 
     /// Stores a value under a new name; of a name that is there the old value stays.
-    void Insert(std::string strName, Value value);
+    void Insert(std::string&& strName, Value&& value);
 
     /// @return whether the name was there.
     bool Remove(std::string_view name);
@@ -52,7 +56,11 @@ public:
     void Clear();
 
     /// Makes room for nCount entries altogether.
-    void Reserve(std::size_t nCount);
+    void Reserve(std::size_t nCount) {
+        if (m_slots.size() < nCount * kSlotsPerEntry) {
+            _Grow(nCount);
+        }
+    }
 
     /// The entries, in no particular order: the last one takes the place of one that is removed.
     const std::vector<Entry>& Entries() const { return m_entries; }
@@ -65,11 +73,14 @@ private:
         std::uint32_t m_nPosition;
     };
 
+    static constexpr std::size_t kSlotsPerEntry = 2;
+
     static std::uint32_t _Hash(std::string_view name);
     std::size_t _Next(std::size_t nSlot) const { return (nSlot + 1) & (m_slots.size() - 1); }
     std::size_t _FirstSlot(std::uint32_t nHash) const { return nHash & (m_slots.size() - 1); }
     const Slot* _FindSlot(std::string_view name, std::uint32_t nHash) const;
-    void _Append(std::string strName, std::uint32_t nHash, Value value);
+    void _Append(std::string&& strName, std::uint32_t nHash, Value&& value);
+    void _Grow(std::size_t nCount);
     void _Place(Slot slot);
     void _EmptySlot(std::size_t nSlot);
 

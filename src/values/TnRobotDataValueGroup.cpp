@@ -1,5 +1,6 @@
 #include "values/TnRobotDataValueGroup.h"
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -10,6 +11,9 @@
 #include "values/TnRobotDataValuePool.h"
 
 namespace {
+
+// A count in a file is not to be trusted with memory; this many entries cost less than 64 KiB.
+constexpr int kMostExpected = 1000;
 
 bool IsEmpty(const char* lpszName) {
     return lpszName == nullptr || lpszName[0] == '\0';
@@ -238,7 +242,7 @@ void CTnRobotDataValueGroup::Copy(ITnRobotDataValueGroup* pSource) {
     m_values.Clear();
     m_values.Reserve(pGroup->m_values.Entries().size());
     for (const auto& [strName, value] : pGroup->m_values.Entries()) {
-        m_values.Insert(strName, Value::Adopt(value ? value->Clone() : nullptr));
+        m_values.Insert(std::string(strName), Value::Adopt(value ? value->Clone() : nullptr));
     }
 }
 
@@ -282,6 +286,7 @@ int CTnRobotDataValueGroup::_Load(ITnRobotArchive& archive) {
     if (archive.Read(&nCount, sizeof(nCount)) < static_cast<long long>(sizeof(nCount))) {
         return 0;
     }
+    m_values.Reserve(m_values.Entries().size() + static_cast<std::size_t>(std::clamp(nCount, 0, kMostExpected)));
     for (int i = 0; i < nCount; ++i) {
         if (!_LoadEntry(archive)) {
             return 0;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <fstream>
 #include <iterator>
@@ -90,6 +91,56 @@ TEST_F(DiskFile, ReadsExactBytes) {
     EXPECT_EQ(Read(*m_file, 0), "");
     EXPECT_EQ(Read(*m_file, 11), bytes.substr(4));
     EXPECT_TRUE(m_file->Close());
+}
+
+// Pieces below and above what the file copies itself, so that they end before, at and behind the end
+// of its buffer.
+TEST_F(DiskFile, PiecesOfAllSizesMakeOneFile) {
+    std::string bytes(300000, '\0');
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<char>(i * 7 + i / 251);
+    }
+    const std::size_t sizes[] = {1, 4, 4, 9, 511, 512, 513, 1, 1023, 1024, 5000, 65535, 65536, 2};
+    const auto inPieces = [&](bool bAskPosition, auto transfer) {
+        std::size_t nDone = 0;
+        for (std::size_t i = 0; nDone < bytes.size(); ++i) {
+            const std::size_t nPiece = std::min(sizes[i % std::size(sizes)], bytes.size() - nDone);
+            ASSERT_TRUE(transfer(bytes.substr(nDone, nPiece))) << "at " << nDone;
+            nDone += nPiece;
+            ASSERT_TRUE(!bAskPosition || m_file->GetPos() == static_cast<long long>(nDone));
+        }
+    };
+    for (const bool bAskPosition : {true, false}) {
+        SCOPED_TRACE(bAskPosition);
+        ASSERT_TRUE(m_file->Open(m_path.c_str(), true));
+        inPieces(bAskPosition, [&](const std::string& piece) { return Write(*m_file, piece) == 1; });
+        EXPECT_TRUE(m_file->Close());
+        EXPECT_TRUE(Load(m_path) == bytes);
+        ASSERT_TRUE(m_file->Open(m_path.c_str(), false));
+        inPieces(bAskPosition, [&](const std::string& piece) { return Read(*m_file, piece.size()) == piece; });
+        EXPECT_EQ(Read(*m_file, 1), "");
+        EXPECT_EQ(Read(*m_file, 1), "-1");
+        EXPECT_TRUE(m_file->Close());
+    }
+}
+
+TEST_F(DiskFile, SmallPiecesFollowTheirPosition) {
+    ASSERT_TRUE(m_file->Open(m_path.c_str(), true));
+    EXPECT_EQ(Write(*m_file, "0123456789"), 1);
+    EXPECT_EQ(Write(*m_file, "ab"), 1);
+    EXPECT_EQ(m_file->Seek(3, kBegin), 0);
+    EXPECT_EQ(Write(*m_file, "X"), 1);
+    EXPECT_EQ(Write(*m_file, "Y"), 1);
+    EXPECT_EQ(m_file->GetPos(), 5);
+    EXPECT_TRUE(m_file->Close());
+    EXPECT_EQ(Load(m_path), "012XY56789ab");
+    ASSERT_TRUE(m_file->Open(m_path.c_str(), false));
+    EXPECT_EQ(Read(*m_file, 2), "01");
+    EXPECT_EQ(Read(*m_file, 2), "2X");
+    EXPECT_EQ(m_file->Seek(1, kBegin), 0);
+    EXPECT_EQ(Read(*m_file, 1), "1");
+    EXPECT_EQ(Read(*m_file, 3), "2XY");
+    EXPECT_EQ(Write(*m_file, "no"), 0) << "it is open for reading";
 }
 
 TEST_F(DiskFile, OpeningForWritingCreatesOrTruncates) {

@@ -94,7 +94,7 @@ TEST(NamedValues, DoWhatTheStandardDictionaryDoes) {
                     break;
                 case 2:
                     model.emplace(strShort, value.Get());
-                    values.Insert(strShort, std::move(value));
+                    values.Insert(std::string(strShort), std::move(value));
                     break;
                 default:
                     EXPECT_EQ(values.Remove(strShort), model.erase(strShort) != 0);
