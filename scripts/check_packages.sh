@@ -6,7 +6,8 @@
 # prefix to build against. Without it the system goes away again.
 #
 # The clean system itself, Debian with a compiler, is fetched once and kept as
-# build/clean-system.tar. TNROBOT_MIRROR names the mirror to fetch from.
+# build/clean-system.tar. TNROBOT_MIRROR names the mirror to fetch from. Where none can be reached
+# the packages are unpacked into an empty directory, and used from there by this machine's compiler.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 usage() { echo "usage: $0 [--keep DIRECTORY]" >&2; exit 2; }
@@ -36,7 +37,7 @@ fetch_system() {
     fetched="$(mktemp -d)"
     chmod 755 "$fetched"
     quietly debootstrap --variant=minbase --include=g++,cmake,make,pkg-config \
-        bookworm "$fetched" "${TNROBOT_MIRROR:-http://deb.debian.org/debian}"
+        bookworm "$fetched" "${TNROBOT_MIRROR:-http://deb.debian.org/debian}" || return 1
     rm -f "$fetched"/var/cache/apt/archives/*.deb
     tar -C "$fetched" -cf "$tar.part" .
     mv "$tar.part" "$tar"
@@ -81,7 +82,29 @@ SOURCE
     rm -rf "$system/tmp/consumer"
 }
 
-fetch_system
+# Without a clean system: what the packages contain is used from where it was unpacked.
+use_unpacked() {
+    local package libraries
+    for package in "$root"/build/packages/*.deb; do
+        dpkg-deb -x "$package" "$system"
+    done
+    libraries="$(dirname "$(find "$system" -name libTnRobotKernel.so.1)")"
+    cmake -S "$root/tests/consumer/installed" -B "$system/tmp/build" -DCMAKE_PREFIX_PATH="$system/usr" >/dev/null
+    cmake --build "$system/tmp/build" >/dev/null
+    "$system/tmp/build/consumer"
+    # shellcheck disable=SC2046  # the flags are words
+    c++ "$root/tests/consumer/main.cpp" -o "$system/tmp/with-pkg-config" \
+        $(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --cflags --libs TnRobotKernel)
+    LD_LIBRARY_PATH="$libraries" "$system/tmp/with-pkg-config"
+    LD_LIBRARY_PATH="$libraries" "$system/usr/bin/tnrobot-inspect" --version
+    rm -r "$system/tmp"
+}
+
+if ! fetch_system; then
+    say "no clean system can be fetched: using the packages unpacked"
+    use_unpacked
+    exit
+fi
 say "a clean system"
 tar -C "$system" -xf "$root/build/clean-system.tar"
 cp /etc/resolv.conf "$system/etc/resolv.conf"

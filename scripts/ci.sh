@@ -8,6 +8,8 @@ export TNROBOT_CMAKE_ARGUMENTS="-DTNROBOT_WARNINGS_AS_ERRORS=ON"
 
 say "formatting"
 "$root/scripts/format.sh" --check
+"$root/scripts/sync_docs.py" --check
+"$root/scripts/docs.sh"
 
 say "the full load on tasks"
 TNROBOT_FULL_SOAK=1 "$root/build/release/tests/tnrobot_shared_tests" --gtest_brief=1 --gtest_filter='TaskPoolLoad.*'
@@ -15,6 +17,15 @@ TNROBOT_FULL_SOAK=1 "$root/build/release/tests/tnrobot_shared_tests" --gtest_bri
 
 "$root/scripts/demo.sh"
 "$root/scripts/check_install.sh"
+if [ "$(id -u)" -eq 0 ]; then
+    packages="$(mktemp -d)"
+    trap 'rm -rf "$packages"' EXIT
+    "$root/scripts/package.sh" --test --keep "$packages/system"
+    "$root/scripts/check_examples.sh" "$packages/system/usr"
+else
+    "$root/scripts/package.sh"
+    "$root/scripts/check_examples.sh"
+fi
 "$root/scripts/check_abi.sh"
 
 "$root/scripts/test.sh" asan
@@ -27,4 +38,5 @@ build clang -DTNROBOT_WARNINGS_AS_ERRORS=ON
 
 "$root/scripts/fuzz.sh" 20
 "$root/scripts/bench.sh" --quick
+"$root/scripts/check_instructions.sh"
 say "all checks passed"
