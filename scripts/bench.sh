@@ -67,7 +67,7 @@ for program in "$root"/build/bench/bench/"tnrobot_$area"*_bench; do
             --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
         # Growing sizes go one after the other, in a process of their own: what a large case leaves in
         # the pools would slow the small ones down.
-        if "$program" --benchmark_list_tests | grep -q '^Scaling'; then
+        if grep -q '^Scaling' <<<"$("$program" --benchmark_list_tests)"; then
             measure "$program" "$result.scaling.json" --benchmark_filter=^Scaling --benchmark_min_time=0.05 \
                 --benchmark_repetitions=3
         fi
