@@ -14,21 +14,8 @@ int main() {
     saved->SetValue("curve.size", nCurve);
     // [/save]
 
-    const auto file = tn::MakeFile();
-    const auto archive = tn::MakeArchive();
-    if (!file->Open("curve.tnr", true) || !archive->Attach(file.get(), true) || saved->Serialize(archive.get()) != 1) {
-        return 1;
-    }
-    // [check]
-    archive->Flush();
-    const bool bReachedTheDisk = file->GetPos() != -1;  // -1 once anything could not be written
-    // [/check]
-    archive->Detach();
-    file->Close();
-
     const auto loaded = tn::MakeValueDataGroup();
-    if (!bReachedTheDisk || !file->Open("curve.tnr", false) || !archive->Attach(file.get(), false) ||
-        loaded->Serialize(archive.get()) != 1) {
+    if (!tn::SaveTo("curve.tnr", *saved) || !tn::LoadFrom("curve.tnr", *loaded)) {
         return 1;
     }
     // [load]

@@ -33,13 +33,6 @@ const TN_REG_CLASS s_registerPart(&Part::s_class);
 // [/part]
 
 // [serialize]
-// Each reader of a shared object gets a reference of its own. Something else than a part is given back.
-TnRobotPtr<Part> ReadPart(ITnRobotArchive& archive) {
-    CTnRobotObject* pObject = nullptr;
-    archive.ReadObject(&pObject);
-    return tn::Adopt(dynamic_cast<ITnUnknown*>(pObject)).try_as<Part>();
-}
-
 int Part::Store(ITnRobotArchive& archive) {
     const auto nParts = static_cast<unsigned int>(m_parts.size());
     bool bOk = archive.WriteString(m_strName.c_str()) == 1 && archive.Write(&nParts, sizeof(nParts)) == 1;
@@ -57,7 +50,7 @@ int Part::Load(ITnRobotArchive& archive) {
     unsigned int nParts = 0;
     bool bOk = nError == 0 && archive.Read(&nParts, sizeof(nParts)) == sizeof(nParts);
     while (bOk && m_parts.size() < nParts) {
-        m_parts.push_back(ReadPart(archive));
+        m_parts.push_back(tn::ReadObject<Part>(archive));  // empty when it is no part
         bOk = m_parts.back() != nullptr;
     }
     return bOk ? 1 : 0;
@@ -89,7 +82,7 @@ TnRobotPtr<Part> Load(const char* lpszPath) {
     if (!file->Open(lpszPath, false) || !archive->Attach(file.get(), false) || archive->ReadMapHeader() != 1) {
         return nullptr;
     }
-    return ReadPart(*archive);
+    return tn::ReadObject<Part>(*archive);
 }
 // [/files]
 
@@ -101,7 +94,7 @@ int main() {
     const auto gripper = tn::MakeObject<Part>("gripper");
     for (const char* lpszName : {"left arm", "right arm"}) {
         cell->m_parts.push_back(tn::MakeObject<Part>(lpszName));
-        cell->m_parts.back()->m_parts.push_back(gripper);
+        cell->m_parts.back()->m_parts = {gripper};
     }
     const auto loaded = Save(*cell, "cell.tnr") ? Load("cell.tnr") : nullptr;
     if (!loaded || loaded->m_parts.size() != 2) {

@@ -32,14 +32,6 @@ private:
     std::string m_strName;
 };
 
-// @return the next object, empty when it is none or of another class, which is given back.
-template <typename T>
-TnRobotPtr<T> Read(ITnRobotArchive& archive) {
-    CTnRobotObject* pObject = nullptr;
-    archive.ReadObject(&pObject);
-    return tn::Adopt(dynamic_cast<ITnUnknown*>(pObject)).template try_as<T>();
-}
-
 class CTool final : public CNamedObject {
 public:
     STnRuntimeClass* GetRuntimeClass() override { return &s_class; }
@@ -68,8 +60,8 @@ public:
             pArchive->WriteObject(m_spareTool.get());
             return nResult;
         }
-        m_tool = Read<CTool>(*pArchive);
-        m_spareTool = Read<CTool>(*pArchive);
+        m_tool = tn::ReadObject<CTool>(*pArchive);
+        m_spareTool = tn::ReadObject<CTool>(*pArchive);
         return m_tool ? 1 : 0;
     }
 
@@ -121,8 +113,8 @@ bool CheckGraph(const std::string& strDirectory) {
     if (archive->ReadMapHeader() == 0) {
         return false;
     }
-    const TnRobotPtr<CArm> left = Read<CArm>(*archive.Get());
-    const TnRobotPtr<CArm> right = Read<CArm>(*archive.Get());
+    const TnRobotPtr<CArm> left = tn::ReadObject<CArm>(*archive.Get());
+    const TnRobotPtr<CArm> right = tn::ReadObject<CArm>(*archive.Get());
     if (!left || !right) {
         return false;
     }

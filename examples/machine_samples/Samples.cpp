@@ -149,27 +149,23 @@ bool CheckOne(ITnRobotDataValueGroup& group, const std::string& strName, int nTy
 bool SaveSamples(const std::string& strDirectory) {
     Recorder recorder;
     Sample(recorder);
-    const TnRobotPtr<ITnRobotFile> file = OpenFile(strDirectory + "/samples.tnr", true);
-    if (!recorder.Ok() || !file) {
+    if (!recorder.Ok() || !tn::SaveTo((strDirectory + "/samples.tnr").c_str(), recorder.Group())) {
         return false;
     }
-    const AttachedArchive archive(*file, true);
     std::ofstream expected(strDirectory + "/samples.txt");
-    expected << recorder.Expected();
-    return recorder.Group().Serialize(archive.Get()) == 1 && expected.good();
+    expected << recorder.Expected() << std::flush;
+    return expected.good();
 }
 
 bool CheckSamples(const std::string& strDirectory) {
     const auto group = tn::MakeValueDataGroup();
-    const TnRobotPtr<ITnRobotFile> file = OpenFile(strDirectory + "/samples.tnr", false);
-    if (!file) {
+    if (!tn::LoadFrom((strDirectory + "/samples.tnr").c_str(), *group)) {
         return false;
     }
-    const AttachedArchive archive(*file, false);
-    bool bEqual = group->Serialize(archive.Get()) == 1;
 
     std::printf("%-28s %-10s %-34s %s\n", "name", "type", "value", "equal to what was saved");
     std::ifstream expected(strDirectory + "/samples.txt");
+    bool bEqual = true;
     std::size_t nExpected = 0;
     for (std::string strLine; std::getline(expected, strLine); ++nExpected) {
         std::istringstream fields(strLine);

@@ -102,6 +102,7 @@ public:
     /// assigned to itself keeps what it has. Pointers to derived types and nullptr work too.
     /// @param[in] other  keeps its own reference; may be empty.
     /// @return this pointer.
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp): copies before it lets go
     TnRobotPtr& operator=(const TnRobotPtr& other) noexcept {
         TnRobotPtr copy(other);
         copy.swap(*this);

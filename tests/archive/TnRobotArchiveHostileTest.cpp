@@ -15,6 +15,7 @@
 #include "TnRobotKernel/archive.h"
 #include "TnRobotKernel/values.h"
 #include "support/Archives.h"
+#include "support/Groups.h"
 #include "support/ResourceUse.h"
 #include "support/TestObjects.h"
 #include "support/Values.h"
@@ -26,14 +27,6 @@ namespace {
 // Wide enough for sanitizers: what it stands against would take minutes.
 constexpr double kMostSeconds = 5.0;
 constexpr long long kMostMemory = 64 * kMiB;
-
-using Group = Held<ITnRobotDataValueGroup>;
-
-Group NewGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    TnCreateRobotValueDataGroup(&pGroup);
-    return Group(pGroup);
-}
 
 // An object of a hostile file: released when it is counted, deleted when it is not.
 struct Dispose {
@@ -75,12 +68,7 @@ Bytes GoodFile() {
     channel->WriteObject(ring.get());
     channel->WriteObject(nullptr);
     ring->DropChildren();
-    Group group = NewGroup();
-    for (const ValueSample& sample : ValueSamples()) {
-        group->SetValue(sample.lpszName, sample.create().get());
-    }
-    group->SetValue("a longer name with a longer text", "a text that does not fit a small buffer");
-    group->Serialize(channel.Get());
+    FullGroup()->Serialize(channel.Get());
     BlockValue(Bytes(40, 0x5A))->Serialize(channel.Get());
     channel->WriteString("the end");
     const Bytes body = channel.file->TakeNew();

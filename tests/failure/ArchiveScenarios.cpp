@@ -4,6 +4,7 @@
 
 #include "failure/AllocationScenario.h"
 #include "support/Archives.h"
+#include "support/Files.h"
 #include "support/TestObjects.h"
 
 namespace tntest {
@@ -115,9 +116,6 @@ public:
                   ObjectRecord(false, 1)),
           m_reference(ObjectRecord(false, 1)),
           m_bytes(m_header + m_graph + m_reference) {
-        ITnRobotMemFile* pFile = nullptr;
-        EXPECT_EQ(TnCreateRobotMemFile(&pFile), 1);
-        m_file = Hold(pFile);
         EXPECT_TRUE(m_file->OpenMemFile(m_bytes.data(), static_cast<long long>(m_bytes.size()), false));
         EXPECT_TRUE(m_archive->Attach(m_file.get(), false));
         EXPECT_EQ(m_archive->ReadMapHeader(), 1);
@@ -154,7 +152,7 @@ private:
     const Bytes m_graph;
     const Bytes m_reference;
     Bytes m_bytes;
-    Held<ITnRobotMemFile> m_file;
+    Held<ITnRobotMemFile> m_file = MakeMemFile();
     Held<ITnRobotArchive> m_archive = MakeArchive();
     Held<TestNode> m_parent;
 };

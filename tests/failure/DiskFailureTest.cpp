@@ -14,6 +14,8 @@
 #include "support/Archives.h"
 #include "support/EveryFault.h"
 #include "support/FileBytes.h"
+#include "support/Files.h"
+#include "support/Groups.h"
 #include "support/Limits.h"
 #include "support/TempDirectory.h"
 #include "support/TestSurfaces.h"
@@ -26,32 +28,11 @@ namespace {
 constexpr auto kBegin = ITnRobotFile::SEEK_DIRECT_BEGIN;
 
 using HeldFile = Held<ITnRobotFile>;
-using Group = Held<ITnRobotDataValueGroup>;
-
-HeldFile MakeFile() {
-    ITnRobotFile* pFile = nullptr;
-    EXPECT_EQ(TnCreateRobotFile(&pFile), 1);
-    return HeldFile(pFile);
-}
 
 HeldFile OpenFile(const std::string& path, bool bWrite) {
     HeldFile file = MakeFile();
     EXPECT_TRUE(file->Open(path.c_str(), bWrite)) << path;
     return file;
-}
-
-Group NewGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    TnCreateRobotValueDataGroup(&pGroup);
-    return Group(pGroup);
-}
-
-Group FullGroup() {
-    Group group = NewGroup();
-    for (const ValueSample& sample : ValueSamples()) {
-        group->SetValue(sample.lpszName, sample.create().get());
-    }
-    return group;
 }
 
 Bytes First(const Bytes& bytes, std::size_t nCount) {

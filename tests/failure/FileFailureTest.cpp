@@ -13,6 +13,7 @@
 #include "TnRobotKernel/values.h"
 #include "support/Archives.h"
 #include "support/EveryFault.h"
+#include "support/Groups.h"
 #include "support/Memory.h"
 #include "support/TestObjects.h"
 #include "support/Values.h"
@@ -23,23 +24,7 @@ namespace {
 
 constexpr std::size_t kLoadStep = std::size_t{1} << 20;  // the most that is asked of a file at once
 
-using Group = Held<ITnRobotDataValueGroup>;
 using FileFailure = FaultTest;
-
-Group NewGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    TnCreateRobotValueDataGroup(&pGroup);
-    return Group(pGroup);
-}
-
-Group FullGroup() {
-    Group group = NewGroup();
-    for (const ValueSample& sample : ValueSamples()) {
-        group->SetValue(sample.lpszName, sample.create().get());
-    }
-    group->SetValue("a longer name with a longer text", "a text that does not fit a small buffer");
-    return group;
-}
 
 Held<ITnRobotArchive> ArchiveOver(TestFile& file, bool bStoring) {
     Held<ITnRobotArchive> archive = MakeArchive();

@@ -9,6 +9,7 @@
 #include "memory/TnRobotFixedMemBlockPool.h"
 #include "support/Bytes.h"
 #include "support/FileBytes.h"
+#include "support/Files.h"
 #include "support/Memory.h"
 #include "support/TempDirectory.h"
 
@@ -193,11 +194,7 @@ private:
 /// A memory file in small chunks.
 class MemFileScenario : public AllocationScenario {
 public:
-    MemFileScenario() : m_bytes(SomeBytes(100)) {
-        ITnRobotMemFile* pFile = nullptr;
-        EXPECT_EQ(TnCreateRobotMemFile(&pFile), 1);
-        m_file = Hold(pFile);
-    }
+    MemFileScenario() : m_bytes(SomeBytes(100)) {}
 
 protected:
     static constexpr long long kChunk = 16;
@@ -211,7 +208,7 @@ protected:
     }
 
     Bytes m_bytes;
-    Held<ITnRobotMemFile> m_file;
+    Held<ITnRobotMemFile> m_file = MakeMemFile();
 };
 
 class MemFileOpens : public MemFileScenario {
@@ -265,18 +262,14 @@ public:
 
 class DiskFileScenario : public AllocationScenario {
 public:
-    DiskFileScenario() : m_strPath(Directory() / "file"), m_bytes(SomeBytes(50000)) {
-        ITnRobotFile* pFile = nullptr;
-        EXPECT_EQ(TnCreateRobotFile(&pFile), 1);
-        m_file = Hold(pFile);
-    }
+    DiskFileScenario() : m_strPath(Directory() / "file"), m_bytes(SomeBytes(50000)) {}
 
 protected:
     long long Size() const { return static_cast<long long>(m_bytes.size()); }
 
     const std::string m_strPath;
     const Bytes m_bytes;
-    Held<ITnRobotFile> m_file;
+    Held<ITnRobotFile> m_file = MakeFile();
 
 private:
     static const TempDirectory& Directory() {

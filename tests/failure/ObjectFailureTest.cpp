@@ -12,6 +12,7 @@
 #include "TnRobotKernel/values.h"
 #include "support/Archives.h"
 #include "support/EveryFault.h"
+#include "support/Files.h"
 #include "support/Memory.h"
 #include "support/TestObjects.h"
 #include "support/TestSurfaces.h"
@@ -80,12 +81,6 @@ void ExpectChildrenAlive(const TestNode& node) {
     for (const TestNode* pChild : node.Children()) {
         EXPECT_TRUE(pChild == nullptr || pChild->References() > 0);
     }
-}
-
-Held<ITnRobotMemFile> MakeMemFile() {
-    ITnRobotMemFile* pFile = nullptr;
-    EXPECT_EQ(TnCreateRobotMemFile(&pFile), 1);
-    return Hold(pFile);
 }
 
 Held<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {

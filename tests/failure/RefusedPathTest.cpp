@@ -17,6 +17,8 @@
 #include "support/Archives.h"
 #include "support/EveryFault.h"
 #include "support/FileBytes.h"
+#include "support/Files.h"
+#include "support/Groups.h"
 #include "support/Limits.h"
 #include "support/TempDirectory.h"
 #include "support/TestSurfaces.h"
@@ -29,21 +31,9 @@ namespace {
 constexpr auto kBegin = ITnRobotFile::SEEK_DIRECT_BEGIN;
 constexpr auto kEnd = ITnRobotFile::SEEK_DIRECT_END;
 
-Held<ITnRobotFile> MakeFile() {
-    ITnRobotFile* pFile = nullptr;
-    EXPECT_EQ(TnCreateRobotFile(&pFile), 1);
-    return Hold(pFile);
-}
-
-Held<ITnRobotDataValueGroup> NewGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    TnCreateRobotValueDataGroup(&pGroup);
-    return Hold(pGroup);
-}
-
 // A group whose saved form has so many bytes and some more.
-Held<ITnRobotDataValueGroup> LargeGroup(std::size_t nBytes) {
-    Held<ITnRobotDataValueGroup> group = NewGroup();
+Group LargeGroup(std::size_t nBytes) {
+    Group group = NewGroup();
     const Bytes block = Noise(nBytes, 1);
     group->SetValue("block", block.data(), static_cast<unsigned int>(block.size()));
     return group;
@@ -204,7 +194,7 @@ TEST_F(RefusedPath, WithoutADescriptorEverythingFailsAndWorksAgainLater) {
 TEST_F(RefusedPath, APipeIsReadToItsEndAndHasNoPositions) {
     const std::string path = Path("pipe");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    const Held<ITnRobotDataValueGroup> group = LargeGroup(500000);
+    const Group group = LargeGroup(500000);
     std::thread writer([&] {
         const Held<ITnRobotFile> end = MakeFile();
         EXPECT_TRUE(end->Open(path.c_str(), true));
@@ -226,7 +216,7 @@ TEST_F(RefusedPath, APipeIsReadToItsEndAndHasNoPositions) {
         EXPECT_TRUE(end->Close());
     });
     ASSERT_TRUE(file->Open(path.c_str(), false));
-    const Held<ITnRobotDataValueGroup> loaded = NewGroup();
+    const Group loaded = NewGroup();
     EXPECT_EQ(Transfer(*loaded, *file, false), 1);
     EXPECT_EQ(file->Read(&ch, 1), 0);
     sender.join();
@@ -239,7 +229,7 @@ TEST_F(RefusedPath, APipeWhoseReaderIsGoneFailsItsWriter) {
     const IgnoreSignal ignore(SIGPIPE);
     const std::string path = Path("pipe");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    const Held<ITnRobotDataValueGroup> group = LargeGroup(500000);
+    const Group group = LargeGroup(500000);
     std::thread reader([&] {
         const Held<ITnRobotFile> end = MakeFile();
         EXPECT_TRUE(end->Open(path.c_str(), false));
@@ -268,7 +258,7 @@ TEST_F(RefusedPath, APipeWhoseWriterIsGoneEndsTheLoad) {
             [&] { WriteBytes(path, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(nSent))); });
         const Held<ITnRobotFile> file = MakeFile();
         ASSERT_TRUE(file->Open(path.c_str(), false));
-        const Held<ITnRobotDataValueGroup> group = NewGroup();
+        const Group group = NewGroup();
         // Once some of the name is there the entry counts, however little of its value came.
         EXPECT_EQ(Transfer(*group, *file, false), nSent >= 14 ? 1 : 0);
         EXPECT_EQ(group->HasValue("block"), nSent >= 14);
@@ -306,7 +296,7 @@ bool IsCut(const std::string& path, std::size_t nWhole) {
 
 // Fills the file system with every kind of file. @return the number of the step that went wrong.
 int FillSmall(const std::string& directory, SurfaceSource& source) {
-    const Held<ITnRobotDataValueGroup> group = LargeGroup(1000000);
+    const Group group = LargeGroup(1000000);
     const std::string path = directory + "/group";
     const Held<ITnRobotFile> file = MakeFile();
     if (!file->Open(path.c_str(), true) || Transfer(*group, *file, true) != 1 || file->GetPos() != -1) {
@@ -315,7 +305,7 @@ int FillSmall(const std::string& directory, SurfaceSource& source) {
     if (file->Write("x", 1) != 0 || !file->Close() || !IsCut(path, 1000000)) {
         return 2;
     }
-    const Held<ITnRobotDataValueGroup> loaded = NewGroup();
+    const Group loaded = NewGroup();
     if (!file->Open(path.c_str(), false) || Transfer(*loaded, *file, false) != 1 || !file->Close()) {
         return 3;  // the entry's value is cut, which a group does not look at
     }

@@ -9,6 +9,8 @@
 #include "TnRobotKernel/utilities.h"
 #include "failure/AllocationScenario.h"
 #include "support/Archives.h"
+#include "support/Files.h"
+#include "support/Groups.h"
 #include "support/Memory.h"
 #include "support/Values.h"
 
@@ -29,11 +31,6 @@ public:
     ValueScenario() { TnRobotUtils::Init(); }
     ~ValueScenario() override { TnRobotUtils::Destroy(); }
 };
-
-Held<ITnRobotDataValueGroup> NewGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    return Hold(TnCreateRobotValueDataGroup(&pGroup) == 1 ? pGroup : nullptr);
-}
 
 /// Everything that is done with one kind of value.
 class ValueOfOneKind : public ValueScenario {
@@ -257,7 +254,7 @@ protected:
     }
 
     const std::string m_strLong = std::string(5000, 't');
-    Held<ITnRobotDataValueGroup> m_group;
+    Group m_group;
     Names m_names;
 };
 
@@ -381,7 +378,7 @@ public:
     }
 
 private:
-    Held<ITnRobotDataValueGroup> m_clone;
+    Group m_clone;
 };
 
 class GroupIsCopied : public GroupScenario {
@@ -403,7 +400,7 @@ public:
     }
 
 private:
-    Held<ITnRobotDataValueGroup> m_target = NewGroup();
+    Group m_target = NewGroup();
 };
 
 class GroupIsSaved : public GroupScenario {
@@ -421,16 +418,15 @@ public:
         auto nLength = static_cast<long long>(content.size());
         EXPECT_TRUE(m_file->GetMemData(reinterpret_cast<char*>(content.data()), nLength));
         EXPECT_TRUE(bDone ? content == saved : nLength < static_cast<long long>(saved.size()));
-        const Held<ITnRobotDataValueGroup> loaded = NewGroup();
+        const Group loaded = NewGroup();
         EXPECT_EQ(LoadFrom(*loaded, saved), 1);
     }
 
 private:
     static Held<ITnRobotMemFile> MakeFile() {
-        ITnRobotMemFile* pFile = nullptr;
-        TnCreateRobotMemFile(&pFile);
-        EXPECT_TRUE(pFile->OpenWriteFile(1000));
-        return Hold(pFile);
+        Held<ITnRobotMemFile> file = MakeMemFile();
+        EXPECT_TRUE(file->OpenWriteFile(1000));
+        return file;
     }
 
     Held<ITnRobotMemFile> m_file;
@@ -457,7 +453,7 @@ public:
 private:
     const Bytes m_saved;
     Channel m_loading;
-    Held<ITnRobotDataValueGroup> m_target = NewGroup();
+    Group m_target = NewGroup();
 };
 
 /// The pool itself, with elements that need memory of their own.

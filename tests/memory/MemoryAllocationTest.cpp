@@ -10,6 +10,7 @@
 #include "memory/TnRobotFixedMemBlockPool.h"
 #include "memory/TnRobotRandomMemBlockPool.h"
 #include "support/FailingNew.h"
+#include "support/Files.h"
 #include "support/Memory.h"
 #include "support/TempDirectory.h"
 
@@ -19,6 +20,7 @@ using tntest::Held;
 using tntest::HeldBlock;
 using tntest::HeldPool;
 using tntest::LiveAllocations;
+using tntest::MakeMemFile;
 using tntest::Query;
 
 namespace {
@@ -42,12 +44,6 @@ Held<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemDataStream* pStream = nullptr;
     EXPECT_EQ(TnCreateRobotMemDataStream(&pool, &pStream), 1);
     return tntest::Hold(pStream);
-}
-
-Held<ITnRobotMemFile> MakeMemFile() {
-    ITnRobotMemFile* pFile = nullptr;
-    EXPECT_EQ(TnCreateRobotMemFile(&pFile), 1);
-    return tntest::Hold(pFile);
 }
 
 template <typename Interface, typename Create>
@@ -280,9 +276,7 @@ TEST(MemoryAllocation, ADiskFileThatCannotOpenLeaksNothing) {
     const tntest::TempDirectory directory;
     const std::string path = directory / "file";
     FailEveryAllocation([&] {
-        ITnRobotFile* pFile = nullptr;
-        TnCreateRobotFile(&pFile);
-        const auto file = tntest::Hold(pFile);
+        const auto file = tntest::MakeFile();
         if (!file->Open(path.c_str(), true)) {
             throw std::bad_alloc();
         }

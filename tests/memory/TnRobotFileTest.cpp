@@ -8,10 +8,12 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
+#include "support/Files.h"
 #include "support/Held.h"
 #include "support/TempDirectory.h"
 
 using tntest::Held;
+using tntest::MakeFile;
 using tntest::TempDirectory;
 
 namespace {
@@ -21,12 +23,6 @@ constexpr auto kCurrent = ITnRobotFile::SEEK_DIRECT_CURRENT;
 constexpr auto kEnd = ITnRobotFile::SEEK_DIRECT_END;
 
 using HeldFile = Held<ITnRobotFile>;
-
-HeldFile MakeFile() {
-    ITnRobotFile* pFile = nullptr;
-    EXPECT_EQ(TnCreateRobotFile(&pFile), 1);
-    return HeldFile(pFile);
-}
 
 void Store(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
+#include "support/Files.h"
 #include "support/Held.h"
 #include "support/MemFileModels.h"
 
@@ -17,6 +18,7 @@ namespace {
 using tntest::Bytes;
 using tntest::ChunkModel;
 using tntest::FlatModel;
+using tntest::MakeMemFile;
 
 class Script {
 public:
@@ -38,12 +40,6 @@ private:
     std::mt19937 m_random;
 };
 
-tntest::Held<ITnRobotMemFile> MakeFile() {
-    ITnRobotMemFile* pFile = nullptr;
-    TnCreateRobotMemFile(&pFile);
-    return tntest::Hold(pFile);
-}
-
 Bytes MemData(ITnRobotMemFile& file, std::size_t nRoom) {
     Bytes buffer(nRoom + 1, '#');
     auto nLength = static_cast<long long>(nRoom);
@@ -60,7 +56,7 @@ long long Origin(long long nDirect, long long nPosition, long long nLength) {
 void CompareChunks(unsigned int nSeed) {
     Script script(nSeed);
     const long long nChunkSize = script.Number(1, 9);
-    const auto file = MakeFile();
+    const auto file = MakeMemFile();
     ASSERT_TRUE(file->OpenWriteFile(nChunkSize));
     ChunkModel model(nChunkSize);
     for (int nStep = 0; nStep < 40; ++nStep) {
@@ -89,7 +85,7 @@ void CompareFlat(unsigned int nSeed) {
     const bool bWrite = script.Number(0, 1) == 1;
     Bytes memory = script.Data(script.Number(1, 30));
     FlatModel model(memory, bWrite);
-    const auto file = MakeFile();
+    const auto file = MakeMemFile();
     ASSERT_TRUE(file->OpenMemFile(memory.data(), model.Size(), bWrite));
     for (int nStep = 0; nStep < 40; ++nStep) {
         const long long nCount = script.Number(0, 8);

@@ -6,9 +6,11 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
+#include "support/Files.h"
 #include "support/Held.h"
 
 using tntest::Held;
+using tntest::MakeMemFile;
 
 namespace {
 
@@ -18,12 +20,6 @@ constexpr auto kEnd = ITnRobotFile::SEEK_DIRECT_END;
 
 using HeldFile = Held<ITnRobotMemFile>;
 using Bytes = std::vector<unsigned char>;
-
-HeldFile MakeFile() {
-    ITnRobotMemFile* pFile = nullptr;
-    EXPECT_EQ(TnCreateRobotMemFile(&pFile), 1);
-    return HeldFile(pFile);
-}
 
 Bytes BytesOf(const std::string& text) {
     return Bytes(text.begin(), text.end());
@@ -66,7 +62,7 @@ std::string Content(ITnRobotMemFile& file) {
 
 class MemFile : public ::testing::Test {
 protected:
-    const HeldFile m_file = MakeFile();
+    const HeldFile m_file = MakeMemFile();
 };
 
 class FlatMemFile : public MemFile {
@@ -169,7 +165,7 @@ TEST_F(MemFile, AfterCloseNothingIsCopied) {
 }
 
 TEST_F(MemFile, IsDestroyedOpen) {
-    HeldFile file = MakeFile();
+    HeldFile file = MakeMemFile();
     ASSERT_TRUE(file->OpenWriteFile(4));
     EXPECT_EQ(Write(*file, "0123456789"), 1);
     EXPECT_EQ(file.release()->Release(), 0);

@@ -5,6 +5,8 @@
 
 #include "soak/Workshop.h"
 #include "support/Archives.h"
+#include "support/Files.h"
+#include "support/Groups.h"
 #include "support/TestObjects.h"
 #include "support/Values.h"
 
@@ -13,6 +15,10 @@ namespace tnsoak {
 namespace {
 
 using tntest::Bytes;
+using tntest::Group;
+using tntest::MakeFile;
+using tntest::MakeMemFile;
+using tntest::NewGroup;
 using tntest::operator+;
 using tntest::TestNode;
 using tntest::Value;
@@ -31,15 +37,9 @@ std::string RandomText(Worker& worker, int nLongest) {
     return strText;
 }
 
-Held<ITnRobotDataValueGroup> NewGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    Require(TnCreateRobotValueDataGroup(&pGroup) == 1, "no group");
-    return tntest::Hold(pGroup);
-}
-
 // A group of random size; its entries' names say what they hold.
-Held<ITnRobotDataValueGroup> RandomGroup(Worker& worker) {
-    Held<ITnRobotDataValueGroup> group = NewGroup();
+Group RandomGroup(Worker& worker) {
+    Group group = NewGroup();
     const int nEntries = worker.Number(1, 30);
     for (int n = 0; n < nEntries; ++n) {
         Require(group->SetValue(("n" + std::to_string(n)).c_str(), n) == 0, "no number");
@@ -66,16 +66,10 @@ void RequireSameEntries(ITnRobotDataValueGroup& left, ITnRobotDataValueGroup& ri
     }
 }
 
-Held<ITnRobotMemFile> NewMemFile() {
-    ITnRobotMemFile* pFile = nullptr;
-    Require(TnCreateRobotMemFile(&pFile) == 1, "no memory file");
-    return tntest::Hold(pFile);
-}
-
 // What an archive over a memory file of small chunks gets to hold.
 template <typename Store>
 Bytes Archived(ITnRobotArchive& archive, Store store) {
-    const Held<ITnRobotMemFile> file = NewMemFile();
+    const Held<ITnRobotMemFile> file = MakeMemFile();
     Require(file->OpenWriteFile(100) && archive.Attach(file.get(), true), "the memory file is refused");
     store();
     archive.Detach();
@@ -120,7 +114,7 @@ void ArchiveObjects(Worker& worker) {
         saved = Archived(*archive, [&] { nResult += archive->WriteMapHeader(); }) + body;
         Require(nResult == 2, "the objects were not written");
     }
-    const Held<ITnRobotMemFile> file = NewMemFile();
+    const Held<ITnRobotMemFile> file = MakeMemFile();
     Require(file->OpenMemFile(saved.data(), static_cast<long long>(saved.size()), false), "no file over memory");
     const Held<ITnRobotArchive> archive = tntest::MakeArchive();
     Require(archive->Attach(file.get(), false) && archive->ReadMapHeader() == 1, "the header was not read");
@@ -132,9 +126,7 @@ void ArchiveObjects(Worker& worker) {
 }
 
 void TransferGroup(ITnRobotDataValueGroup& group, const std::string& path, bool bStoring) {
-    ITnRobotFile* pFile = nullptr;
-    Require(TnCreateRobotFile(&pFile) == 1, "no file");
-    const Held<ITnRobotFile> file(pFile);
+    const Held<ITnRobotFile> file = MakeFile();
     Require(file->Open(path.c_str(), bStoring), "the file cannot be opened");
     const Held<ITnRobotArchive> archive = tntest::MakeArchive();
     Require(archive->Attach(file.get(), bStoring), "the file is refused");
@@ -145,8 +137,8 @@ void TransferGroup(ITnRobotDataValueGroup& group, const std::string& path, bool 
 }
 
 void ArchiveGroupOnDisk(Worker& worker) {
-    const Held<ITnRobotDataValueGroup> group = RandomGroup(worker);
-    const Held<ITnRobotDataValueGroup> loaded = NewGroup();
+    const Group group = RandomGroup(worker);
+    const Group loaded = NewGroup();
     TransferGroup(*group, worker.Path("group"), true);
     TransferGroup(*loaded, worker.Path("group"), false);
     RequireSameEntries(*group, *loaded);
@@ -171,10 +163,10 @@ void UseValues(Worker& worker) {
 }
 
 void UseGroups(Worker& worker) {
-    const Held<ITnRobotDataValueGroup> group = RandomGroup(worker);
-    const Held<ITnRobotDataValueGroup> clone(group->Clone());
+    const Group group = RandomGroup(worker);
+    const Group clone(group->Clone());
     RequireSameEntries(*group, *clone);
-    const Held<ITnRobotDataValueGroup> loaded = NewGroup();
+    const Group loaded = NewGroup();
     Require(tntest::LoadFrom(*loaded, tntest::SavedFormOf(*group)) == 1, "a group was not loaded");
     RequireSameEntries(*group, *loaded);
     int nError = -1;

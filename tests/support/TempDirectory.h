@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -29,7 +30,27 @@ public:
     }
 
     const std::filesystem::path& Path() const { return m_path; }
+    /// @return the path of an entry, which need not exist.
     std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+
+    /// Makes a file. @return its path.
+    std::string File(const std::string& name, const std::string& content = "x") const {
+        std::ofstream(*this / name, std::ios::binary) << content;
+        return *this / name;
+    }
+
+    /// Makes a file of zeros that takes no room on the disk. @return its path.
+    std::string SparseFile(const std::string& name, unsigned long long nSize) const {
+        File(name);
+        std::filesystem::resize_file(*this / name, nSize);
+        return *this / name;
+    }
+
+    /// Makes a directory. @return its path.
+    std::string Directory(const std::string& name) const {
+        std::filesystem::create_directories(*this / name);
+        return *this / name;
+    }
 
 private:
     std::filesystem::path m_path;

@@ -15,7 +15,12 @@
 #include <vector>
 
 #include "TnRobotKernel/utilities.h"
-#include "utils/TempDirectory.h"
+#include "support/FileBytes.h"
+#include "support/TempDirectory.h"
+
+using tntest::FromText;
+using tntest::ReadBytes;
+using tntest::TempDirectory;
 
 namespace {
 
@@ -72,9 +77,9 @@ TEST_F(WorkDirectory, IsTheCurrentDirectoryOfTheStartAndStaysIt) {
     const auto body = [] {
         const TempDirectory temp;
         StartIn(temp.Path());
-        EXPECT_EQ(TnRobotUtils::GetWorkDir(), temp.Path());
+        EXPECT_EQ(TnRobotUtils::GetWorkDir(), temp.Path().string());
         std::filesystem::current_path("/");
-        EXPECT_EQ(TnRobotUtils::GetWorkDir(), temp.Path());
+        EXPECT_EQ(TnRobotUtils::GetWorkDir(), temp.Path().string());
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
 }
@@ -126,14 +131,14 @@ TEST_F(ProfileDirectory, IsCreatedUnderTheCurrentDirectoryOfTheFirstCall) {
         StartIn(temp.Directory("start"));
         std::filesystem::current_path(temp.Directory("later"));
         umask(022);
-        EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp.Path("later/TnQuellon"));
-        EXPECT_EQ(PermissionsOf(temp.Path("later/TnQuellon")), 0755);
-        EXPECT_FALSE(std::filesystem::exists(temp.Path("start/TnQuellon")));
-        std::filesystem::current_path(temp.Path("start"));
-        EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp.Path("later/TnQuellon"));
+        EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp / "later/TnQuellon");
+        EXPECT_EQ(PermissionsOf(temp / "later/TnQuellon"), 0755);
+        EXPECT_FALSE(std::filesystem::exists(temp / "start/TnQuellon"));
+        std::filesystem::current_path(temp / "start");
+        EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp / "later/TnQuellon");
         PathBuffer path;
         TnRobotUtils::MakeProfile("run.txt", path.sz);
-        EXPECT_EQ(path.sz, temp.Path("later/TnQuellon/run.txt"));
+        EXPECT_EQ(path.sz, temp / "later/TnQuellon/run.txt");
         EXPECT_TRUE(path.IsUntouchedFrom(256));
         TnRobotUtils::MakeProfile("run.txt", nullptr);
     };
@@ -143,11 +148,11 @@ TEST_F(ProfileDirectory, IsCreatedUnderTheCurrentDirectoryOfTheFirstCall) {
 TEST_F(ProfileDirectory, MayExistAlready) {
     const auto body = [] {
         const TempDirectory temp;
-        std::filesystem::create_directory(temp.Path("TnQuellon"));
+        std::filesystem::create_directory(temp / "TnQuellon");
         temp.File("TnQuellon/kept");
         StartIn(temp.Path());
-        EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp.Path("TnQuellon"));
-        EXPECT_TRUE(std::filesystem::exists(temp.Path("TnQuellon/kept")));
+        EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp / "TnQuellon");
+        EXPECT_TRUE(std::filesystem::exists(temp / "TnQuellon/kept"));
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
 }
@@ -162,10 +167,10 @@ TEST_F(ProfileDirectory, IsTriedAgainWhileTheCurrentDirectoryCannotBeRead) {
         TnRobotUtils::MakeProfile("run.txt", path.sz);
         EXPECT_STREQ(path.sz, "/run.txt");
         std::filesystem::current_path(temp.Directory("gone"));
-        std::filesystem::remove(temp.Path("gone"));
+        std::filesystem::remove(temp / "gone");
         EXPECT_STREQ(TnRobotUtils::GetProfileDir(), "");
         std::filesystem::current_path(temp.Path());
-        EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp.Path("TnQuellon"));
+        EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp / "TnQuellon");
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
 }
@@ -178,11 +183,11 @@ TEST_F(DebugDirectory, IsCreatedUnderTheWorkDirectoryByTheFirstCall) {
         umask(027);
         PathBuffer path;
         TnRobotUtils::MakeDebugFile("dump.bin", path.sz);
-        EXPECT_EQ(path.sz, temp.Path("start/Debug/dump.bin"));
+        EXPECT_EQ(path.sz, temp / "start/Debug/dump.bin");
         EXPECT_TRUE(path.IsUntouchedFrom(256));
-        EXPECT_EQ(PermissionsOf(temp.Path("start/Debug")), 0750);
-        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp.Path("start/Debug"));
-        EXPECT_FALSE(std::filesystem::exists(temp.Path("later/Debug")));
+        EXPECT_EQ(PermissionsOf(temp / "start/Debug"), 0750);
+        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp / "start/Debug");
+        EXPECT_FALSE(std::filesystem::exists(temp / "later/Debug"));
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
 }
@@ -191,10 +196,10 @@ TEST_F(DebugDirectory, IsCreatedOnlyOnce) {
     const auto body = [] {
         const TempDirectory temp;
         StartIn(temp.Path());
-        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp.Path("Debug"));
-        std::filesystem::remove(temp.Path("Debug"));
-        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp.Path("Debug"));
-        EXPECT_FALSE(std::filesystem::exists(temp.Path("Debug")));
+        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp / "Debug");
+        std::filesystem::remove(temp / "Debug");
+        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp / "Debug");
+        EXPECT_FALSE(std::filesystem::exists(temp / "Debug"));
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
 }
@@ -203,8 +208,8 @@ TEST_F(DebugDirectory, IsNamedThoughItCannotBeCreated) {
     const auto body = [] {
         const TempDirectory temp;
         StartIn(temp.Directory("gone"));
-        std::filesystem::remove(temp.Path("gone"));
-        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp.Path("gone/Debug"));
+        std::filesystem::remove(temp / "gone");
+        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp / "gone/Debug");
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
 }
@@ -213,11 +218,11 @@ TEST_F(DebugDirectory, OfTheCallerIsNotCreated) {
     const auto body = [] {
         const TempDirectory temp;
         StartIn(temp.Path());
-        TnRobotUtils::SetDebugDir(temp.Path("mine").c_str());
-        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp.Path("mine"));
+        TnRobotUtils::SetDebugDir((temp / "mine").c_str());
+        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp / "mine");
         PathBuffer path;
         TnRobotUtils::MakeDebugFile("dump.bin", path.sz);
-        EXPECT_EQ(path.sz, temp.Path("mine/dump.bin"));
+        EXPECT_EQ(path.sz, temp / "mine/dump.bin");
         EXPECT_TRUE(std::filesystem::is_empty(temp.Path()));
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
@@ -227,15 +232,15 @@ TEST_F(DebugDirectory, MayBeReplacedAtAnyTime) {
     const auto body = [] {
         const TempDirectory temp;
         StartIn(temp.Path());
-        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp.Path("Debug"));
+        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp / "Debug");
         TnRobotUtils::SetDebugDir("first");
         TnRobotUtils::SetDebugDir("second");
         EXPECT_STREQ(TnRobotUtils::GetDebugDir(), "second");
         TnRobotUtils::SetDebugDir(TnRobotUtils::GetDebugDir());
         EXPECT_STREQ(TnRobotUtils::GetDebugDir(), "second");
-        EXPECT_FALSE(std::filesystem::exists(temp.Path("second")));
+        EXPECT_FALSE(std::filesystem::exists(temp / "second"));
         TnRobotUtils::SetDebugDir(nullptr);
-        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp.Path("Debug"));
+        EXPECT_EQ(TnRobotUtils::GetDebugDir(), temp / "Debug");
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
 }
@@ -322,7 +327,7 @@ TEST(PathsAndFiles, TheSizeOfAFileHas64Bits) {
     EXPECT_EQ(TnRobotUtils::GetFileSize(temp.File("ten", "0123456789").c_str()), 10);
     EXPECT_EQ(TnRobotUtils::GetFileSize(temp.File("empty", "").c_str()), 0);
     EXPECT_EQ(TnRobotUtils::GetFileSize(temp.SparseFile("large", 5368709123ULL).c_str()), 5368709123LL);
-    EXPECT_EQ(TnRobotUtils::GetFileSize(temp.Path("missing").c_str()), 0);
+    EXPECT_EQ(TnRobotUtils::GetFileSize((temp / "missing").c_str()), 0);
     EXPECT_EQ(TnRobotUtils::GetFileSize(""), 0);
     EXPECT_EQ(TnRobotUtils::GetFileSize(nullptr), 0);
 }
@@ -330,14 +335,14 @@ TEST(PathsAndFiles, TheSizeOfAFileHas64Bits) {
 TEST(PathsAndFiles, OnlyARegularFileExists) {
     const TempDirectory temp;
     const std::string strFile = temp.File("file");
-    std::filesystem::create_symlink(strFile, temp.Path("link"));
-    std::filesystem::create_symlink(temp.Path("missing"), temp.Path("broken"));
-    ASSERT_EQ(mkfifo(temp.Path("pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink(strFile, temp / "link");
+    std::filesystem::create_symlink(temp / "missing", temp / "broken");
+    ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0600), 0);
     EXPECT_EQ(TnRobotUtils::IsFileExist(strFile.c_str(), 0), 0);
-    EXPECT_EQ(TnRobotUtils::IsFileExist(temp.Path("link").c_str(), 0), 0);
+    EXPECT_EQ(TnRobotUtils::IsFileExist((temp / "link").c_str(), 0), 0);
     for (const char* lpszName : {"missing", "broken", "pipe", "."}) {
-        EXPECT_EQ(TnRobotUtils::IsFileExist(temp.Path(lpszName).c_str(), 0), -1) << lpszName;
-        EXPECT_EQ(TnRobotUtils::IsFileExist(temp.Path(lpszName).c_str(), R_OK), -1) << lpszName;
+        EXPECT_EQ(TnRobotUtils::IsFileExist((temp / lpszName).c_str(), 0), -1) << lpszName;
+        EXPECT_EQ(TnRobotUtils::IsFileExist((temp / lpszName).c_str(), R_OK), -1) << lpszName;
     }
     EXPECT_EQ(TnRobotUtils::IsFileExist("", 0), -1);
     EXPECT_EQ(TnRobotUtils::IsFileExist(nullptr, 0), -1);
@@ -432,7 +437,7 @@ TEST(DatedFileNames, HoldTheDateAndTheMillisecondsSinceLocalMidnight) {
     const std::string strPath = DatedPath(temp.Path().c_str(), "image", "bmp");
     const long long nAfter = LocalTimeNow();
     const DatedName name = Parse(strPath);
-    EXPECT_EQ(name.strHead, temp.Path("image"));
+    EXPECT_EQ(name.strHead, temp / "image");
     EXPECT_EQ(name.strTail, "bmp");
     EXPECT_GE(LocalTime(name), nBefore);
     EXPECT_LE(LocalTime(name), nAfter);
@@ -537,7 +542,7 @@ TEST(WholeFiles, AreReadAfterTheirSizeWasAsked) {
 
 TEST(WholeFiles, ThatAreMissingEmptyOrTooLargeAreNotRead) {
     const TempDirectory temp;
-    const std::string files[] = {temp.Path("missing"),
+    const std::string files[] = {temp / "missing",
                                  "",
                                  temp.File("empty", ""),
                                  temp.SparseFile("2 GiB", 0x80000000ULL),
@@ -581,7 +586,7 @@ TEST(WholeFiles, ThatCannotBeOpenedCountAsReadAndWritten) {
     EXPECT_EQ(strBuffer, "##########");
     EXPECT_EQ(nWritten, 0);
     ASSERT_EQ(chmod(strFile.c_str(), 0600), 0);
-    EXPECT_EQ(FileContent(strFile), "0123456789");
+    EXPECT_EQ(ReadBytes(strFile), FromText("0123456789"));
 }
 
 TEST(WholeFiles, MayBeDirectoriesWhichHaveASizeButNoContent) {
@@ -602,15 +607,15 @@ TEST(WholeFiles, AreRewrittenFromTheirStartEvenWhenAskedToAppend) {
     const TempDirectory temp;
     const std::string strFile = temp.File("file", "xyz");
     EXPECT_EQ(TnRobotUtils::WriteFile(strFile.c_str(), "ab", 2, true), 0);
-    EXPECT_EQ(FileContent(strFile), "ab");
+    EXPECT_EQ(ReadBytes(strFile), FromText("ab"));
     EXPECT_EQ(TnRobotUtils::WriteFile(strFile.c_str(), "\0\n", 2, false), 0);
-    EXPECT_EQ(FileContent(strFile), std::string("\0\n", 2));
+    EXPECT_EQ(ReadBytes(strFile), FromText({"\0\n", 2}));
 }
 
 TEST(WholeFiles, AreCreatedWhenMissing) {
     const TempDirectory temp;
-    EXPECT_EQ(TnRobotUtils::WriteFile(temp.Path("new").c_str(), "abc", 3, false), 0);
-    EXPECT_EQ(FileContent(temp.Path("new")), "abc");
+    EXPECT_EQ(TnRobotUtils::WriteFile((temp / "new").c_str(), "abc", 3, false), 0);
+    EXPECT_EQ(ReadBytes(temp / "new"), FromText("abc"));
 }
 
 TEST(WholeFiles, AreNotWrittenWithoutDataOrName) {
@@ -619,12 +624,12 @@ TEST(WholeFiles, AreNotWrittenWithoutDataOrName) {
     EXPECT_EQ(TnRobotUtils::WriteFile(strFile.c_str(), nullptr, 2, false), -1);
     EXPECT_EQ(TnRobotUtils::WriteFile(strFile.c_str(), "ab", 0, false), -1);
     EXPECT_EQ(TnRobotUtils::WriteFile(nullptr, "ab", 2, false), -1);
-    EXPECT_EQ(FileContent(strFile), "xyz");
+    EXPECT_EQ(ReadBytes(strFile), FromText("xyz"));
 }
 
 TEST(WholeFiles, ThatCannotBeWrittenCountAsWritten) {
     const TempDirectory temp;
-    EXPECT_EQ(TnRobotUtils::WriteFile(temp.Path("missing/file").c_str(), "ab", 2, false), 0);
+    EXPECT_EQ(TnRobotUtils::WriteFile((temp / "missing/file").c_str(), "ab", 2, false), 0);
     EXPECT_EQ(TnRobotUtils::WriteFile(temp.Path().c_str(), "ab", 2, false), 0);
     EXPECT_EQ(TnRobotUtils::WriteFile("", "ab", 2, false), 0);
     EXPECT_TRUE(std::filesystem::is_empty(temp.Path()));
@@ -636,7 +641,7 @@ TEST(WholeFiles, OfSomeMebibytesComeBackAsTheyWere) {
     for (std::size_t i = 0; i < strContent.size(); ++i) {
         strContent[i] = static_cast<char>(i * 2654435761U >> 16);
     }
-    const std::string strFile = temp.Path("large");
+    const std::string strFile = temp / "large";
     ASSERT_EQ(TnRobotUtils::WriteFile(strFile.c_str(), strContent.data(), static_cast<unsigned int>(strContent.size()),
                                       false),
               0);
@@ -681,18 +686,18 @@ TEST(FindFile, ListsTheRegularFilesDirectlyInside) {
     const std::string strFile = temp.File("one");
     temp.Directory("sub");
     temp.File("sub/deeper");
-    std::filesystem::create_symlink(strFile, temp.Path("link"));
-    ASSERT_EQ(mkfifo(temp.Path("pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink(strFile, temp / "link");
+    ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0600), 0);
     EXPECT_EQ(Find(temp.Path(), "*"), Files{strFile});
-    EXPECT_EQ(Find(temp.Path() + "/", "*"), Files{temp.Path() + "//one"});
+    EXPECT_EQ(Find(temp.Path().string() + "/", "*"), Files{temp.Path().string() + "//one"});
 }
 
 TEST(FindFile, ListsTheSameWhereTheListingDoesNotTellTypes) {
     const TempDirectory temp;
     const std::string strFile = temp.File("one");
     temp.Directory("sub");
-    std::filesystem::create_symlink(strFile, temp.Path("link"));
-    ASSERT_EQ(mkfifo(temp.Path("pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink(strFile, temp / "link");
+    ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0600), 0);
     s_bHideEntryTypes = true;
     const Files files = Find(temp.Path(), "*");
     s_bHideEntryTypes = false;
@@ -717,7 +722,7 @@ TEST(FindFile, GivesTheOrderOfTheListing) {
     ASSERT_NE(pDirectory, nullptr);
     while (const dirent* pEntry = readdir(pDirectory)) {
         if (pEntry->d_name[0] != '.') {
-            expected.push_back(temp.Path(pEntry->d_name));
+            expected.push_back(temp / pEntry->d_name);
         }
     }
     closedir(pDirectory);
@@ -737,7 +742,7 @@ TEST(FindFile, AppendsToWhatIsThere) {
 TEST(FindFile, ChangesNothingWithoutADirectory) {
     const TempDirectory temp;
     Files files = {"before"};
-    TnRobotUtils::FindFile(temp.Path("missing").c_str(), "*", files);
+    TnRobotUtils::FindFile((temp / "missing").c_str(), "*", files);
     TnRobotUtils::FindFile(temp.File("file").c_str(), "*", files);
     TnRobotUtils::FindFile("", "*", files);
     TnRobotUtils::FindFile(nullptr, "*", files);
@@ -750,5 +755,5 @@ TEST(FindFile, ListsPathsOfAnyLength) {
     const std::string strDirectory = std::string(200, 'd') + "/" + std::string(200, 'e');
     temp.Directory(strDirectory);
     const std::string strFile = temp.File(strDirectory + "/" + std::string(255, 'f'));
-    EXPECT_EQ(Find(temp.Path(strDirectory), "*"), Files{strFile});
+    EXPECT_EQ(Find(temp / strDirectory, "*"), Files{strFile});
 }

@@ -13,7 +13,9 @@
 
 #include "TnRobotKernel/values.h"
 #include "support/Archives.h"
+#include "support/Files.h"
 #include "support/ForeignValue.h"
+#include "support/Groups.h"
 #include "support/ValuePool.h"
 #include "support/Values.h"
 
@@ -21,14 +23,7 @@ using namespace tntest;
 
 namespace {
 
-using Group = Held<ITnRobotDataValueGroup>;
 using Names = std::vector<std::pair<std::string, ETnRobotDataValueType>>;
-
-Group NewGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    EXPECT_EQ(TnCreateRobotValueDataGroup(&pGroup), 1);
-    return Group(pGroup);
-}
 
 // All entries as the enumeration gives them, sorted.
 std::map<std::string, ETnRobotDataValueType> EntriesOf(ITnRobotDataValueGroup& group) {
@@ -927,9 +922,7 @@ TEST(DataValueGroupLoading, WorksWithoutAPool) {
 TEST(DataValueGroupLoading, GoesThroughADiskFile) {
     const std::string strPath = ::testing::TempDir() + "group" + std::to_string(getpid()) + ".bin";
     {
-        ITnRobotFile* pFile = nullptr;
-        ASSERT_EQ(TnCreateRobotFile(&pFile), 1);
-        Held<ITnRobotFile> file(pFile);
+        Held<ITnRobotFile> file = MakeFile();
         ASSERT_TRUE(file->Open(strPath.c_str(), true));
         Held<ITnRobotArchive> archive = MakeArchive();
         ASSERT_TRUE(archive->Attach(file.get(), true));
@@ -938,9 +931,7 @@ TEST(DataValueGroupLoading, GoesThroughADiskFile) {
         archive->Detach();
         EXPECT_TRUE(file->Close());
     }
-    ITnRobotFile* pFile = nullptr;
-    ASSERT_EQ(TnCreateRobotFile(&pFile), 1);
-    Held<ITnRobotFile> file(pFile);
+    Held<ITnRobotFile> file = MakeFile();
     ASSERT_TRUE(file->Open(strPath.c_str(), false));
     Held<ITnRobotArchive> archive = MakeArchive();
     ASSERT_TRUE(archive->Attach(file.get(), false));

@@ -10,6 +10,7 @@
 #include "TnRobotKernel/values.h"
 #include "support/Archives.h"
 #include "support/FailingNew.h"
+#include "support/Groups.h"
 #include "support/TestObjects.h"
 #include "support/ValuePool.h"
 #include "support/Values.h"
@@ -41,11 +42,6 @@ public:
     }
     void SetElementParam(ITnPoolElement* /*pElement*/, void* /*pParam*/) override {}
 };
-
-Held<ITnRobotDataValueGroup> NewGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    return Hold(TnCreateRobotValueDataGroup(&pGroup) == 1 ? pGroup : nullptr);
-}
 
 const std::string& LongText() {
     static const std::string s_strText(5000, 't');
@@ -150,7 +146,7 @@ TEST(ValueAllocation, Groups) {
     const std::string& strLong = LongText();
     FailEveryAllocation([&strLong] {
         const PoolOfTheWork pool;
-        Held<ITnRobotDataValueGroup> group = NewGroup();
+        Group group = NewGroup();
         group->SetValue("a name that needs memory of its own", 1);
         group->SetValue("another name that needs memory of its own", strLong.c_str());
         group->SetValue("a name that needs memory of its own", "replaced");
@@ -158,17 +154,17 @@ TEST(ValueAllocation, Groups) {
         group->SetValue("a third name that needs memory of its own", value.get());
         std::vector<std::pair<std::string, ETnRobotDataValueType>> names;
         EXPECT_EQ(group->GetAllDataName(names), 3);
-        Held<ITnRobotDataValueGroup> clone(group->Clone());
+        Group clone(group->Clone());
         clone->Copy(group.get());
         clone->RemoveValue("a name that needs memory of its own");
-        Held<ITnRobotDataValueGroup> loaded = NewGroup();
+        Group loaded = NewGroup();
         loaded->SetValue("a name that needs memory of its own", 2);
         EXPECT_EQ(LoadFrom(*loaded, SavedFormOf(*group)), 1);
     });
 }
 
 TEST(ValueAllocation, AGroupWhoseSetterFailsKeepsItsEntry) {
-    Held<ITnRobotDataValueGroup> group = NewGroup();
+    Group group = NewGroup();
     group->SetValue("a name that needs memory of its own", 5);
     for (long nLeft = 0; nLeft < 6; ++nLeft) {
         int nResult = 0;
