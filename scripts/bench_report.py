@@ -143,12 +143,14 @@ class Targets:
         with open(path, encoding="utf-8") as file:
             areas = json.load(file)
         self.limits = {}
+        self.reasons = {}
         self.areas = {}
         for area, tables in areas.items():
             for kind, field in (("ratios", "peer"), ("counters", "counter"), ("scaling", "peer")):
                 for target in tables[kind]:
                     key = (kind, target["case"], target[field])
                     self.limits[key] = target["at_most"]
+                    self.reasons[key] = target.get("floor", "")
                     self.areas[key] = area
         self.unused = set(self.limits)
         self.missed = []
@@ -161,7 +163,8 @@ class Targets:
         self.unused.discard(key)
         limit = self.limits[key]
         if value > limit:
-            self.missed.append(f"{case} ({name}): {number(value)}, at most {number(limit)}")
+            reason = f". {self.reasons[key]}" if self.reasons[key] else ""
+            self.missed.append(f"{case} ({name}): {number(value)}, at most {number(limit)}{reason}")
         return [f"≤ {number(limit)}", "yes" if value <= limit else "**no**"]
 
     def without_result(self, programs):

@@ -36,5 +36,6 @@ bool OutputDirectory::List() const {
         std::printf("%10lld bytes  %s%s\n", nSize, szName, bFound ? "" : "  MISSING");
         bAll = bAll && bFound;
     }
+    std::printf("(a .bmp of a colour picture carries a grey table of 64 MiB, which its readers rely on)\n");
     return bAll;
 }
