@@ -19,3 +19,10 @@ say "the guides' programs against $prefix"
 cmake -S "$root/examples/guide" -B "$directory/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$directory/build" -j "$jobs" >/dev/null
 ctest --test-dir "$directory/build" --output-on-failure -j "$jobs"
+
+# The first program once more, as its reader puts it together.
+cp -r "$root/examples/guide/first_project" "$directory/first"
+cp "$root/examples/guide/first_program.cpp" "$directory/first/main.cpp"
+cmake -S "$directory/first" -B "$directory/first/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$directory/first/build" >/dev/null
+(cd "$directory/first" && build/settings) | diff "$root/examples/guide/expected/first_program.txt" -
