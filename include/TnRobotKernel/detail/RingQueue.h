@@ -59,7 +59,7 @@ private:
             nSlots *= 2;
         }
         std::vector<T> slots;
-        slots.reserve(nSlots + kCacheLine / sizeof(T));
+        slots.reserve(nSlots + kCacheLine / alignof(T));
         slots.resize(nSlots);
         for (std::size_t i = 0; i < m_nCount; ++i) {
             slots[i] = At(i);
