@@ -36,7 +36,7 @@ fi
 build clang -DTNROBOT_WARNINGS_AS_ERRORS=ON
 "$root/scripts/tidy.sh"
 
-"$root/scripts/fuzz.sh" 20
+"$root/scripts/fuzz.sh" 10
 "$root/scripts/bench.sh" --quick
 "$root/scripts/check_instructions.sh"
 say "all checks passed"
