@@ -8,7 +8,7 @@ case "${1:-}" in
     *) echo "usage: $0 [--test [--keep DIRECTORY]]" >&2; exit 2 ;;
 esac
 "$root/scripts/setup.sh" package
-[ ! -x "$root/scripts/docs.sh" ] || "$root/scripts/docs.sh"
+"$root/scripts/docs.sh"
 
 build packages
 say "packing"
