@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 #include <typeinfo>
+#include <utility>
 
 #include "TnRobotKernel/archive.h"
 #include "core/TnChecked.h"
@@ -196,13 +197,16 @@ const char* CTnRobotDataValue::Convert2String(unsigned int* pLength) {
     _CheckInUse();
     unsigned int nLength = 0;
     if (m_pData != nullptr) {
-        if (!m_text || m_text->empty()) {
-            m_text = std::make_unique<std::string>(_MakeText());
+        if (!m_text) {
+            std::string strText = _MakeText();
+            m_text = strText.empty() ? nullptr : std::make_unique<std::string>(std::move(strText));
         }
-        nLength = static_cast<unsigned int>(m_text->size()) + 1;
+        nLength = m_text ? static_cast<unsigned int>(m_text->size()) + 1 : 1;
     }
     if (pLength != nullptr) {
         *pLength = nLength;
+// An empty text is never kept: it is made again at each call, which costs nothing, and all of them
+// are one and the same for ever, so that no call takes away what an earlier one has handed out.
     }
     return m_text ? m_text->c_str() : "";
 }

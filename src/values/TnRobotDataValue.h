@@ -72,7 +72,7 @@ private:
     int _LoadBytes(ITnRobotArchive& archive, std::size_t nCount);
     void _ResizeUnderView(std::size_t nCount);
 
-    std::unique_ptr<std::string> m_text;  // cache of the text form; few values are ever asked for it
+    std::unique_ptr<std::string> m_text;  // cache of the text form, never empty; few are asked for it
     unsigned char* m_pData;
     unsigned int m_nLength;
     ETnRobotDataValueType m_eType = DATA_TYPE_NONE;
