@@ -35,10 +35,9 @@ bool CheckNextText(LoadingArchive& archive, const Bytes& bytes, std::size_t& nAt
         return false;
     }
     Require(nError == 0 && lpszText != nullptr, "a text that has begun is read");
-    const bool bAsCounted = nLength == nCount;
-    const bool bAsArrived =
-        static_cast<std::size_t>(nCount) > tnrobot::kReadStep && nLength >= static_cast<int>(nThere);
-    Require(bAsCounted || bAsArrived, "its length is the one that is stored");
+    const bool bCounts = static_cast<std::size_t>(nCount) <= tnrobot::kReadStep;
+    Require(nLength == (bCounts ? nCount : static_cast<int>(nThere)),
+            "its length is the one that is stored, or what is there of a long one");
     Require(std::memcmp(lpszText, bytes.data() + nAt, nThere) == 0, "its characters are those of the file");
     // One zero, and all that follows the same as what comes before it.
     const std::size_t nZeros = static_cast<std::size_t>(nLength) - nThere;

@@ -6,17 +6,19 @@
 
 namespace tnrobot {
 
-// Grows to exactly what is needed: loading grows in large steps, which the allocator extends
-// without copying.
+// Grows to exactly what is needed. Memory asked for at once is not touched here: the system gives
+// large pieces as zeros, and they cost nothing until they are written to.
 void ByteStorage::Grow(std::size_t nCapacity) {
-    auto* pGrown = static_cast<unsigned char*>(std::realloc(IsInline() ? nullptr : m_pBytes, nCapacity));
+    auto* pGrown =
+        static_cast<unsigned char*>(IsInline() ? std::calloc(nCapacity, 1) : std::realloc(m_pBytes, nCapacity));
     if (pGrown == nullptr) {
         throw std::bad_alloc();
     }
     if (IsInline()) {
         std::memcpy(pGrown, m_inline, m_nSize);
     }
-    std::memset(pGrown + m_nSize, 0, nCapacity - m_nSize);
+    } else {
+        std::memset(pGrown + m_nCapacity, 0, nCapacity - m_nCapacity);
     m_pBytes = pGrown;
     m_nCapacity = nCapacity;
 }

@@ -339,7 +339,7 @@ int CTnRobotDataValue::_LoadBytes(ITnRobotArchive& archive, std::size_t nCount) 
     _ResizeUnderView(0);
     std::size_t nDone = 0;
     while (nDone < nCount) {
-        const std::size_t nStep = std::min(nCount - nDone, tnrobot::kReadStep);
+        const std::size_t nStep = tnrobot::NextReadStep(nCount, nDone);
         _ResizeUnderView(nDone + nStep);
         const long long nRead = archive.Read(m_storage.Data() + nDone, static_cast<long long>(nStep));
         if (nRead < static_cast<long long>(nStep)) {
