@@ -29,7 +29,7 @@ public:
     void Assign(const void* pBytes, std::size_t nCount) {
         Reserve(nCount);
         if (pBytes == nullptr) {
-            std::memset(m_pBytes, 0, nCount);
+            std::memset(m_pBytes, 0, nCount < m_nSize ? nCount : m_nSize);
         } else {
             std::memmove(m_pBytes, pBytes, nCount);
         }

@@ -302,8 +302,8 @@ int CTnRobotDataValue::Serialize(ITnRobotArchive* pArchive) {
 
 // Single writes are not checked: a storing pass always runs to its end.
 int CTnRobotDataValue::_Store(ITnRobotArchive& archive) const {
-    if (m_storage.Size() > static_cast<std::size_t>(INT_MAX)) {
-        return 0;  // the count has 31 bits: such a file could not be read
+    if (!CanBeStored()) {
+        return 0;
     }
     const int nType = m_eType;
     const int nCount = static_cast<int>(m_storage.Size());
@@ -311,6 +311,11 @@ int CTnRobotDataValue::_Store(ITnRobotArchive& archive) const {
     archive.Write(&nType, sizeof(nType));
     archive.Write(&nCount, sizeof(nCount));
     if (nCount > 0) {
+// The count has 31 bits: a file with a longer value could not be read.
+bool CTnRobotDataValue::CanBeStored() const {
+    return m_storage.Size() <= static_cast<std::size_t>(INT_MAX);
+}
+
         archive.Write(m_storage.Data(), nCount);
     }
     return 1;

@@ -41,6 +41,10 @@ public:
     bool BoolData(int* pError) override;
     char CharData(int* pError) override;
     unsigned char ByteData(int* pError) override;
+    /// @return whether there is a saved form: false for a value of 2 GiB or more, whose Serialize answers
+    ///         0 and writes nothing.
+    bool CanBeStored() const;
+
     short ShortData(int* pError) override;
     unsigned short UShortData(int* pError) override;
     int IntData(int* pError) override;
