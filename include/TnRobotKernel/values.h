@@ -440,7 +440,8 @@ TN_ROBOT_API int TnCreateRobotStringData(const char* lpszValue, ITnRobotDataValu
 /// @return 0 on success, -1 without a value pool, for a null ppValue, or null pData with bytes.
 TN_ROBOT_API int TnCreateRobotBlockData(const void* pData, unsigned int nSize, ITnRobotDataValue** ppValue);
 
-/// Creates a block value from everything in a stream. Thread-safe as far as the stream is.
+/// Creates a block value from everything in a stream. Thread-safe as far as the stream is, which is
+/// read on the calling thread before anything is locked: an application's own may use values.
 /// @param[in]  pStream  borrowed for the call, read from its beginning; null gives an empty block.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.

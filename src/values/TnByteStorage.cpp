@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <new>
+#include <utility>
 
 namespace tnrobot {
 
@@ -16,11 +17,23 @@ void ByteStorage::Grow(std::size_t nCapacity) {
     }
     if (IsInline()) {
         std::memcpy(pGrown, m_inline, m_nSize);
-    }
     } else {
         std::memset(pGrown + m_nCapacity, 0, nCapacity - m_nCapacity);
+    }
     m_pBytes = pGrown;
     m_nCapacity = nCapacity;
+}
+
+void ByteStorage::TakeFrom(ByteStorage& other) {
+    Clear();
+    m_nSize = other.m_nSize;
+    if (other.IsInline()) {
+        std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
+    } else {
+        m_pBytes = std::exchange(other.m_pBytes, other.m_inline);
+        m_nCapacity = other.m_nCapacity;
+    }
+    other.Clear();
 }
 
 bool ByteStorage::IsCleared() const {

@@ -52,6 +52,9 @@ public:
         }
     }
 
+    /// Takes the content and the memory of another, which ends empty.
+    void TakeFrom(ByteStorage& other);
+
     /// @return whether there is no content, no memory, and no byte that is not zero.
     bool IsCleared() const;
 
