@@ -1,6 +1,7 @@
 // Reads texts from untrusted bytes and compares with the format as it is written down.
 
 #include "FuzzArchive.h"
+#include "FuzzBudget.h"
 #include "core/TnReadStep.h"
 
 using namespace tnfuzz;
@@ -55,6 +56,7 @@ bool CheckNextText(LoadingArchive& archive, const Bytes& bytes, std::size_t& nAt
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     const Bytes bytes(pData, pData + nSize);
     LoadingArchive archive(bytes);
     std::size_t nAt = 0;
