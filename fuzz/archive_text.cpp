@@ -1,6 +1,7 @@
 // Reads texts from untrusted bytes and compares with the format as it is written down.
 
 #include "FuzzArchive.h"
+#include "FuzzBudget.h"
 #include "core/TnReadStep.h"
 
 using namespace tnfuzz;
@@ -35,10 +36,9 @@ bool CheckNextText(LoadingArchive& archive, const Bytes& bytes, std::size_t& nAt
         return false;
     }
     Require(nError == 0 && lpszText != nullptr, "a text that has begun is read");
-    const bool bAsCounted = nLength == nCount;
-    const bool bAsArrived =
-        static_cast<std::size_t>(nCount) > tnrobot::kReadStep && nLength >= static_cast<int>(nThere);
-    Require(bAsCounted || bAsArrived, "its length is the one that is stored");
+    const bool bCounts = static_cast<std::size_t>(nCount) <= tnrobot::kReadStep;
+    Require(nLength == (bCounts ? nCount : static_cast<int>(nThere)),
+            "its length is the one that is stored, or what is there of a long one");
     Require(std::memcmp(lpszText, bytes.data() + nAt, nThere) == 0, "its characters are those of the file");
     // One zero, and all that follows the same as what comes before it.
     const std::size_t nZeros = static_cast<std::size_t>(nLength) - nThere;
@@ -56,6 +56,7 @@ bool CheckNextText(LoadingArchive& archive, const Bytes& bytes, std::size_t& nAt
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     const Bytes bytes(pData, pData + nSize);
     LoadingArchive archive(bytes);
     std::size_t nAt = 0;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "FuzzArchive.h"
+#include "FuzzBudget.h"
 #include "ValueReading.h"
 
 using namespace tnfuzz;
@@ -41,6 +42,7 @@ std::map<std::string, Bytes> ReadEntries(ITnRobotDataValueGroup& group) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     const Group group = MakeGroup();
     const LoadingArchive archive(Bytes(pData, pData + nSize));
     group->Serialize(archive.Get());

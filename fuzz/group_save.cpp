@@ -4,6 +4,7 @@
 #include <map>
 
 #include "FuzzArchive.h"
+#include "FuzzBudget.h"
 #include "ValueReading.h"
 
 using namespace tnfuzz;
@@ -124,6 +125,7 @@ void ReadAll(ITnRobotDataValueGroup& group, const Entries& entries) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     FuzzInput input(pData, nSize);
     const Group group = MakeGroup();
     Entries entries;

@@ -1,6 +1,7 @@
 // Loads a value, which may hold something already, from untrusted bytes.
 
 #include "FuzzArchive.h"
+#include "FuzzBudget.h"
 #include "ValueReading.h"
 
 using namespace tnfuzz;
@@ -46,6 +47,7 @@ void MaybeMakeText(FuzzInput& input, ITnRobotDataValue& value) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     FuzzInput input(pData, nSize);
     const Value value = MakeValue(input);
     const Value other = MakeValue(input);

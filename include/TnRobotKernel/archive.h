@@ -14,7 +14,9 @@
 ///
 /// Numbers are written as their in-memory bytes (little-endian), without padding. An object is
 /// written in full once and by a 16-bit index afterwards; the tables that give indexes their
-/// meaning are the map header, written after the objects and read before them.
+/// meaning are the map header, written after the objects and read before them. They only grow, so that
+/// those of a second file would stand behind those of the first, where its indexes do not lead: take one
+/// archive for each file that is loaded.
 ///
 /// Lifetime: holds a reference to the attached file, none to the objects it has seen. An object
 ///           that later records refer to must stay alive until they have been read.
@@ -61,7 +63,7 @@ public:
     /// @return borrowed until the next ReadString or the archive's end, always followed by a
     ///         zero byte; null for an empty text and on failure. A text cut short by the end of
     ///         the file reads as zeros beyond it; where its count is above 1 MiB, nLength then
-    ///         tells how many bytes there are.
+    ///         tells how many bytes have arrived.
     virtual const char* ReadString(int& nLength, int* pError) = 0;
 
     /// Writes an object, or a reference to it when this archive has met it before.
@@ -84,7 +86,8 @@ public:
     /// @return 1 on success, 0 on failure or when detached.
     virtual int WriteMapHeader() = 0;
 
-    /// Reads class and object tables and appends them to those present.
+    /// Reads class and object tables and appends them to those present, which is why a second file wants an
+    /// archive of its own.
     /// @return 1 on success and when detached, 0 on failure, which keeps what was read so far.
     virtual int ReadMapHeader() = 0;
 

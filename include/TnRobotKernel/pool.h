@@ -6,16 +6,31 @@
 #ifndef TNROBOTKERNEL_POOL_H_
 #define TNROBOTKERNEL_POOL_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <mutex>
 #include <type_traits>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "TnRobotKernel/core.h"
 #include "TnRobotKernel/detail/RingQueue.h"
 
 class ITnPoolElement;
+template <typename T>
+class CTnRobotPool;
+
+namespace tnrobot {
+
+/// Whether a pointer to From can be cast to To without a check: not where From is a virtual base of To,
+/// an ambiguous one or none at all.
+template <typename From, typename To, typename = void>
+struct IsStaticCastable : std::false_type {};
+template <typename From, typename To>
+struct IsStaticCastable<From, To, std::void_t<decltype(static_cast<To*>(std::declval<From*>()))>> : std::true_type {};
+
+}  // namespace tnrobot
 
 /// @addtogroup pool
 /// @{
@@ -56,6 +71,10 @@ public:
 
 protected:
     ITnPoolUnknown* m_pParent = nullptr;  ///< borrowed; null on a free list and outside any pool
+
+private:
+    template <typename T>
+    friend class CTnRobotPool;  // tells by the parent what it has lent
 };
 
 /// How a pool makes and re-initialises elements. Both operations are called with the pool's lock
@@ -98,9 +117,10 @@ public:
 
 /// The recycling pool.
 ///
-/// Invariants (under the lock): every element ever made is in m_elements, with one reference of
-/// the pool's; an element on the free list has no parent and no other reference; the free list
-/// has room for every element, so that taking one back cannot fail.
+/// Invariants (under the lock): every element ever made or taken in is in m_elements, with one
+/// reference of the pool's; an element on the free list has no parent, and no other reference unless
+/// somebody gave it back by hand; the free list has room for every element, so that taking one back
+/// cannot fail.
 ///
 /// Lifetime: elements outlive their pool; one that somebody still holds when the pool goes is
 ///           cleared first when it has a single holder, and loses its parent in any case.
@@ -146,44 +166,59 @@ public:
         if (ppElement == nullptr || m_pAlloc == nullptr) {
             return false;
         }
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_freeElements.Empty() ? HandOutNew(pParam, ppElement) : HandOutFree(pParam, ppElement);
+        ITnPoolElement* pStranger = nullptr;
+        const bool bOk = HandOut(pParam, ppElement, pStranger);
+        if (pStranger != nullptr) {
+            pStranger->Release();  // without the lock: what goes may call anything
+        }
+        return bOk;
     }
 
     /// Clears an element and puts it back on the free list; called by ITnPoolElement::Release.
+    ///
+    /// An element that this pool did not make is taken in: the pool adds a reference of its own, until
+    /// it goes, and lends the element like any other. One that is not a T costs the request that meets
+    /// it: that one fails, and the pool lets go of the element. An element that lies free stays so.
     /// @param[in] pElement  borrowed: the pool holds its own reference already.
     /// @return false for null, otherwise true.
     bool RecoveryResource(ITnPoolElement* pElement) override {
         if (pElement == nullptr) {
             return false;
         }
+        const bool bLent = pElement->m_pParent == this;
         pElement->ClearResource();
         pElement->SetParent(nullptr);
         std::lock_guard<std::mutex> lock(m_mutex);
-        // A stranger's element can come without reserved room; elements of this pool never do.
-        m_freeElements.Reserve(m_freeElements.Size() + 1);
-        m_freeElements.PushBack(pElement);
+        if (bLent || TakeIn(pElement)) {
+            // Somebody may have set this pool as the parent of an element for which there is no room.
+            m_freeElements.Reserve(m_freeElements.Size() + 1);
+            m_freeElements.PushBack(pElement);
+        }
         return true;
     }
 
 private:
+    // pStranger is given back by the caller when it is not null.
+    bool HandOut(void* pParam, T** ppElement, ITnPoolElement*& pStranger) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_freeElements.Empty() ? HandOutNew(pParam, ppElement, pStranger)
+                                      : HandOutFree(pParam, ppElement, pStranger);
+    }
+
     // Both lists have grown before the allocator is asked, so nothing can fail once the element
     // exists.
-    bool HandOutNew(void* pParam, T** ppElement) {
+    bool HandOutNew(void* pParam, T** ppElement, ITnPoolElement*& pStranger) {
         if (m_elements.size() >= m_nMaxCount) {
             return false;
         }
-        m_freeElements.Reserve(m_elements.size() + 1);
-        m_elements.reserve(RoomFor(m_elements.size() + 1));
+        ReserveOneMore();
         ITnPoolElement* pElement = nullptr;
         if (!m_pAlloc->AllocElement(pParam, &pElement)) {
             return false;
         }
         *ppElement = dynamic_cast<T*>(pElement);
         if (*ppElement == nullptr) {
-            if (pElement != nullptr) {
-                pElement->Release();
-            }
+            pStranger = pElement;
             return false;
         }
         m_elements.push_back(pElement);
@@ -193,10 +228,12 @@ private:
 
     // The element leaves the free list only after it has been re-initialised: when that throws,
     // it stays where it was, cleared again.
-    bool HandOutFree(void* pParam, T** ppElement) {
+    bool HandOutFree(void* pParam, T** ppElement, ITnPoolElement*& pStranger) {
         ITnPoolElement* pElement = m_freeElements.Front();
         *ppElement = AsElementType(pElement);
         if (*ppElement == nullptr) {
+            m_freeElements.PopFront();
+            pStranger = Disown(pElement);
             return false;
         }
         try {
@@ -214,7 +251,7 @@ private:
     // The checked cast, which the elements of one pool need not pay for twice: they are almost
     // always of one class, and what was true of one object of a class is true of all.
     T* AsElementType(ITnPoolElement* pElement) {
-        if constexpr (std::is_base_of_v<ITnPoolElement, T>) {
+        if constexpr (tnrobot::IsStaticCastable<ITnPoolElement, T>::value) {
             const std::type_info& type = typeid(*pElement);
             if (m_pKnownType == nullptr || *m_pKnownType != type) {
                 if (dynamic_cast<T*>(pElement) == nullptr) {
@@ -228,21 +265,50 @@ private:
         }
     }
 
+    // Makes another's element one of this pool's: it must not go while the free list names it.
+    // @return whether the element is to lie free now; false when it does already.
+    bool TakeIn(ITnPoolElement* pElement) {
+        for (std::size_t i = 0; i < m_freeElements.Size(); ++i) {
+            if (m_freeElements.At(i) == pElement) {
+                return false;
+            }
+        }
+        if (std::find(m_elements.begin(), m_elements.end(), pElement) == m_elements.end()) {
+            ReserveOneMore();
+            pElement->AddRef();
+            m_elements.push_back(pElement);
+        }
+        return true;
+    }
+
+    // @return the element when the pool had a reference to it, which is the caller's now.
+    ITnPoolElement* Disown(ITnPoolElement* pElement) {
+        const auto it = std::find(m_elements.begin(), m_elements.end(), pElement);
+        if (it == m_elements.end()) {
+            return nullptr;
+        }
+        m_elements.erase(it);
+        return pElement;
+    }
+
+    void ReserveOneMore() {
+        m_freeElements.Reserve(m_elements.size() + 1);
+        m_elements.reserve(RoomFor(m_elements.size() + 1));
+    }
+
     void Lend(ITnPoolElement* pElement) {
         pElement->SetParent(this);
         pElement->AddRef();
     }
 
     // Drops the pool's reference. An element with one holder returns here and is cleared under its
-    // holder's hands, which is contractual; with two or more, Release alone would leave the parent
-    // link in place, and a later return would address a pool that is gone.
+    // holder's hands, which is contractual; one with two or more keeps its parent in Release, and a
+    // later return would address a pool that is gone. Its holders keep it alive here.
     void LetGo(ITnPoolElement* pElement) {
-        constexpr int kTwoHoldersAndPool = 3;
-        pElement->AddRef();
-        if (pElement->Release() >= kTwoHoldersAndPool) {
+        constexpr int kTwoHolders = 2;
+        if (pElement->Release() >= kTwoHolders) {
             pElement->SetParent(nullptr);
         }
-        pElement->Release();
     }
 
     static std::size_t RoomFor(std::size_t nCount) {

@@ -147,7 +147,9 @@ public:
 /// In both, and in GetDataValueType, a null name throws std::logic_error.
 ///
 /// Loading (Serialize with an archive that is loading) merges: entries are added, and those already
-/// there win over loaded ones of the same name.
+/// there win over loaded ones of the same name. Storing answers 0 and writes nothing when a value cannot
+/// be saved: one of 2 GiB or more, or an application's own whose Serialize answers 0. (Those are asked
+/// twice: first with an archive that keeps nothing.)
 ///
 /// Lifetime: holds one reference to each of its values.
 /// Threads:  externally synchronised.
@@ -438,7 +440,8 @@ TN_ROBOT_API int TnCreateRobotStringData(const char* lpszValue, ITnRobotDataValu
 /// @return 0 on success, -1 without a value pool, for a null ppValue, or null pData with bytes.
 TN_ROBOT_API int TnCreateRobotBlockData(const void* pData, unsigned int nSize, ITnRobotDataValue** ppValue);
 
-/// Creates a block value from everything in a stream. Thread-safe as far as the stream is.
+/// Creates a block value from everything in a stream. Thread-safe as far as the stream is, which is
+/// read on the calling thread before anything is locked: an application's own may use values.
 /// @param[in]  pStream  borrowed for the call, read from its beginning; null gives an empty block.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.

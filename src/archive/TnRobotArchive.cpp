@@ -83,23 +83,24 @@ bool CTnRobotArchive::_ReadNumber(T& value) {
     return bOk;
 }
 
-// Reads up to nCount bytes, which zeros follow. Like every read it fails only when nothing arrives;
-// what stays short of one step is zero.
+// Reads up to nCount bytes. Like every read it fails only when nothing arrives. What stays short of
+// nCount is filled up with zeros while that costs no more than the first step, and ends where the
+// bytes do otherwise.
 bool CTnRobotArchive::_ReadBytes(tnrobot::ByteStorage& bytes, std::size_t nCount, std::size_t& nArrived) {
     bytes.Resize(0);
     nArrived = 0;
-    while (nArrived < nCount) {
-        const std::size_t nStep = std::min(nCount - nArrived, tnrobot::kReadStep);
+    bool bMore = true;
+    while (bMore && nArrived < nCount) {
+        const std::size_t nStep = tnrobot::NextReadStep(nCount, nArrived);
         bytes.Resize(nArrived + nStep);
         const long long nRead = Read(bytes.Data() + nArrived, static_cast<long long>(nStep));
-        if (nRead <= 0) {
-            std::memset(bytes.Data() + nArrived, 0, nStep);
-            break;
-        }
-        nArrived += std::min(static_cast<std::size_t>(nRead), nStep);
-        if (nRead < static_cast<long long>(nStep)) {
-            break;
-        }
+        bMore = nRead >= static_cast<long long>(nStep);
+        nArrived += bMore ? nStep : static_cast<std::size_t>(std::max(nRead, 0LL));
+    }
+    // Whatever a file has left behind the bytes that it counts is not read.
+    bytes.Resize(nArrived);
+    if (nCount <= tnrobot::kReadStep) {
+        bytes.Resize(nCount);
     }
     return nArrived != 0 || nCount == 0;
 }

@@ -3,22 +3,37 @@
 #include <algorithm>
 #include <iterator>
 #include <new>
+#include <utility>
 
 namespace tnrobot {
 
-// Grows to exactly what is needed: loading grows in large steps, which the allocator extends
-// without copying.
+// Grows to exactly what is needed. Memory asked for at once is not touched here: the system gives
+// large pieces as zeros, and they cost nothing until they are written to.
 void ByteStorage::Grow(std::size_t nCapacity) {
-    auto* pGrown = static_cast<unsigned char*>(std::realloc(IsInline() ? nullptr : m_pBytes, nCapacity));
+    auto* pGrown =
+        static_cast<unsigned char*>(IsInline() ? std::calloc(nCapacity, 1) : std::realloc(m_pBytes, nCapacity));
     if (pGrown == nullptr) {
         throw std::bad_alloc();
     }
     if (IsInline()) {
         std::memcpy(pGrown, m_inline, m_nSize);
+    } else {
+        std::memset(pGrown + m_nCapacity, 0, nCapacity - m_nCapacity);
     }
-    std::memset(pGrown + m_nSize, 0, nCapacity - m_nSize);
     m_pBytes = pGrown;
     m_nCapacity = nCapacity;
+}
+
+void ByteStorage::TakeFrom(ByteStorage& other) {
+    Clear();
+    m_nSize = other.m_nSize;
+    if (other.IsInline()) {
+        std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
+    } else {
+        m_pBytes = std::exchange(other.m_pBytes, other.m_inline);
+        m_nCapacity = other.m_nCapacity;
+    }
+    other.Clear();
 }
 
 bool ByteStorage::IsCleared() const {

@@ -29,7 +29,7 @@ public:
     void Assign(const void* pBytes, std::size_t nCount) {
         Reserve(nCount);
         if (pBytes == nullptr) {
-            std::memset(m_pBytes, 0, nCount);
+            std::memset(m_pBytes, 0, nCount < m_nSize ? nCount : m_nSize);
         } else {
             std::memmove(m_pBytes, pBytes, nCount);
         }
@@ -51,6 +51,9 @@ public:
             Grow(nCount + 1);
         }
     }
+
+    /// Takes the content and the memory of another, which ends empty.
+    void TakeFrom(ByteStorage& other);
 
     /// @return whether there is no content, no memory, and no byte that is not zero.
     bool IsCleared() const;

@@ -1,6 +1,9 @@
 #include "values/TnNamedValues.h"
 
+#include <algorithm>
 #include <functional>
+
+#include "values/TnKeyedHash.h"
 
 namespace tnrobot {
 
@@ -10,15 +13,17 @@ constexpr std::size_t kFirstSlots = 16;
 
 }  // namespace
 
-std::uint32_t NamedValues::_Hash(std::string_view name) {
-    return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
+std::uint32_t NamedValues::_Hash(std::string_view name) const {
+    const std::uint64_t nHash = _IsKeyed() ? KeyedHash(ProcessHashKey(), name) : std::hash<std::string_view>()(name);
+    return static_cast<std::uint32_t>(nHash);
 }
 
 const NamedValues::Slot* NamedValues::_FindSlot(std::string_view name, std::uint32_t nHash) const {
     if (m_slots.empty()) {
         return nullptr;
     }
-    for (std::size_t n = _FirstSlot(nHash); m_slots[n].m_nPosition != 0; n = _Next(n)) {
+    std::size_t nLeft = m_nMostSteps;
+    for (std::size_t n = _FirstSlot(nHash); m_slots[n].m_nPosition != 0 && nLeft != 0; n = _Next(n), --nLeft) {
         if (m_slots[n].m_nHash == nHash && m_entries[m_slots[n].m_nPosition - 1].m_strName == name) {
             return &m_slots[n];
         }
@@ -50,16 +55,27 @@ void NamedValues::Insert(std::string&& strName, Value&& value) {
 // All memory is there before anything changes.
 void NamedValues::_Append(std::string&& strName, std::uint32_t nHash, Value&& value) {
     Reserve(m_entries.size() + 1);
+    if (_IsKeyed()) {
+        nHash = _Hash(strName);  // making room may have changed how names are hashed
+    }
     m_entries.emplace_back(std::move(strName), std::move(value));
-    _Place({nHash, static_cast<std::uint32_t>(m_entries.size())});
+    if (!_Place({nHash, static_cast<std::uint32_t>(m_entries.size())})) {
+        _UseKeyedHash();
+    }
 }
 
-void NamedValues::_Place(Slot slot) {
+// @return whether there is a free slot as near to the first one as a search goes.
+bool NamedValues::_Place(Slot slot) {
+    std::size_t nLeft = m_nMostSteps;
     std::size_t n = _FirstSlot(slot.m_nHash);
     while (m_slots[n].m_nPosition != 0) {
+        if (--nLeft == 0) {
+            return false;
+        }
         n = _Next(n);
     }
     m_slots[n] = slot;
+    return true;
 }
 
 void NamedValues::_Grow(std::size_t nCount) {
@@ -71,9 +87,20 @@ void NamedValues::_Grow(std::size_t nCount) {
     m_entries.reserve(nSlots / kSlotsPerEntry);
     m_slots.swap(slots);
     for (const Slot& slot : slots) {
-        if (slot.m_nPosition != 0) {
-            _Place(slot);
+        if (slot.m_nPosition != 0 && !_Place(slot)) {
+            _UseKeyedHash();
+            return;
         }
+    }
+}
+
+// Needs no memory, so that it cannot fail halfway.
+void NamedValues::_UseKeyedHash() {
+    m_nMostSteps = kAnyNumber;
+    std::fill(m_slots.begin(), m_slots.end(), Slot{});
+    std::uint32_t nPosition = 0;
+    for (const Entry& entry : m_entries) {
+        _Place({_Hash(entry.m_strName), ++nPosition});
     }
 }
 
@@ -82,8 +109,8 @@ bool NamedValues::Remove(std::string_view name) {
     if (pSlot == nullptr) {
         return false;
     }
+    const auto nSlot = static_cast<std::size_t>(pSlot - m_slots.data());
     const std::uint32_t nPosition = pSlot->m_nPosition;
-    _EmptySlot(static_cast<std::size_t>(pSlot - m_slots.data()));
     const Value removed = std::move(m_entries[nPosition - 1].m_value);
     if (nPosition != m_entries.size()) {
         Entry& last = m_entries.back();
@@ -92,6 +119,7 @@ bool NamedValues::Remove(std::string_view name) {
         m_entries[nPosition - 1] = std::move(last);
     }
     m_entries.pop_back();
+    _EmptySlot(nSlot);
     return true;
 }
 
@@ -99,10 +127,14 @@ bool NamedValues::Remove(std::string_view name) {
 // first slot by what is gone moves up.
 void NamedValues::_EmptySlot(std::size_t nSlot) {
     m_slots[nSlot].m_nPosition = 0;
+    std::size_t nLeft = m_nMostSteps;
     for (std::size_t n = _Next(nSlot); m_slots[n].m_nPosition != 0; n = _Next(n)) {
         const Slot slot = m_slots[n];
         m_slots[n].m_nPosition = 0;
-        _Place(slot);
+        if (--nLeft == 0 || !_Place(slot)) {
+            _UseKeyedHash();
+            return;
+        }
     }
 }
 
@@ -110,6 +142,7 @@ void NamedValues::Clear() {
     std::vector<Entry> entries;
     m_entries.swap(entries);
     std::vector<Slot>().swap(m_slots);
+    m_nMostSteps = kMostSteps;
 }
 
 }  // namespace tnrobot

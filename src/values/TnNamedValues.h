@@ -21,9 +21,14 @@ namespace tnrobot {
 /// entries in a row and finds them through a hash table of their positions with open addressing:
 /// names of up to 15 characters need no memory of their own, and walking is reading in a line.
 ///
+/// Whoever chooses the names can choose such as the standard hash throws together. No walk over slots
+/// is therefore longer than kMostSteps: what would make one rebuilds the table with a hash that is keyed
+/// by a secret of the process. The order of the entries has nothing to do with either hash.
+///
 /// Invariants: the number of slots is a power of two, or 0 while nothing was ever stored; at most
 /// half of the slots are in use, and the row has room for that many entries; every entry is found
-/// from the slot that its hash names, going on to the next slot until an empty one ends the search.
+/// from the slot that its hash names, going on to the next slot until an empty one ends the search, and
+/// lies among the first m_nMostSteps of them.
 ///
 /// A value is released only when the dictionary is whole again: the value may be an application's
 /// own and use the group as it goes.
@@ -75,17 +80,24 @@ private:
 
     static constexpr std::size_t kSlotsPerEntry = 2;
 
-    static std::uint32_t _Hash(std::string_view name);
+    // Names that nobody chose for it make walks of a few slots: half of the table is empty.
+    static constexpr std::size_t kMostSteps = 128;
+    static constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
+
+    bool _IsKeyed() const { return m_nMostSteps == kAnyNumber; }
+    std::uint32_t _Hash(std::string_view name) const;
     std::size_t _Next(std::size_t nSlot) const { return (nSlot + 1) & (m_slots.size() - 1); }
     std::size_t _FirstSlot(std::uint32_t nHash) const { return nHash & (m_slots.size() - 1); }
     const Slot* _FindSlot(std::string_view name, std::uint32_t nHash) const;
     void _Append(std::string&& strName, std::uint32_t nHash, Value&& value);
     void _Grow(std::size_t nCount);
-    void _Place(Slot slot);
+    bool _Place(Slot slot);
     void _EmptySlot(std::size_t nSlot);
+    void _UseKeyedHash();
 
     std::vector<Entry> m_entries;
     std::vector<Slot> m_slots;
+    std::size_t m_nMostSteps = kMostSteps;  // or kAnyNumber, with the keyed hash
 };
 
 }  // namespace tnrobot

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 #include <typeinfo>
+#include <utility>
 
 #include "TnRobotKernel/archive.h"
 #include "core/TnChecked.h"
@@ -52,30 +53,41 @@ void CTnRobotDataValue::ResetData(ETnRobotDataValueType eType, const void* pByte
     _CheckInvariants();
 }
 
-// A stream may be the application's own: one that ends early, answers with nothing or with more
-// than it announced leaves the rest of the value zero.
 void CTnRobotDataValue::ResetData(ETnRobotDataValueType eType, ITnRobotMemDataStream* pStream) {
     if (pStream == nullptr) {
         return;
     }
-    const unsigned int nTotal = pStream->GetTotleLength();
-    m_storage.Assign(nullptr, nTotal);
-    if (nTotal != 0) {
-        pStream->BeginReadData();
-        for (unsigned int nDone = 0; nDone < nTotal;) {
-            unsigned int nPiece = 0;
-            const unsigned char* pPiece = pStream->ReadData(nPiece);
-            if (pPiece == nullptr || nPiece == 0 || nPiece > nTotal - nDone) {
-                break;
-            }
-            std::memcpy(m_storage.Data() + nDone, pPiece, nPiece);
-            nDone += nPiece;
-        }
-        pStream->EndReadData();
+    tnrobot::ByteStorage bytes;
+    CollectStream(*pStream, bytes);
+    TakeData(eType, bytes);
+}
+
+// A stream may be the application's own: one that ends early, answers with nothing or with more
+// than it announced leaves the rest of the value zero.
+void CTnRobotDataValue::CollectStream(ITnRobotMemDataStream& stream, tnrobot::ByteStorage& bytes) {
+    const unsigned int nTotal = stream.GetTotleLength();
+    bytes.Assign(nullptr, nTotal);
+    if (nTotal == 0) {
+        return;
     }
-    m_pData = nTotal != 0 ? m_storage.Data() : nullptr;
+    stream.BeginReadData();
+    for (unsigned int nDone = 0; nDone < nTotal;) {
+        unsigned int nPiece = 0;
+        const unsigned char* pPiece = stream.ReadData(nPiece);
+        if (pPiece == nullptr || nPiece == 0 || nPiece > nTotal - nDone) {
+            break;
+        }
+        std::memcpy(bytes.Data() + nDone, pPiece, nPiece);
+        nDone += nPiece;
+    }
+    stream.EndReadData();
+}
+
+void CTnRobotDataValue::TakeData(ETnRobotDataValueType eType, tnrobot::ByteStorage& bytes) {
+    m_storage.TakeFrom(bytes);
     m_eType = eType;
-    m_nLength = nTotal;
+    m_nLength = static_cast<unsigned int>(m_storage.Size());
+    m_pData = m_nLength != 0 ? m_storage.Data() : nullptr;
     m_text.reset();
     _CheckInvariants();
 }
@@ -192,14 +204,17 @@ const void* CTnRobotDataValue::BlockData(unsigned int& nLength, int* pError) {
     return m_pData;
 }
 
+// An empty text is never kept: it is made again at each call, which costs nothing, and all of them
+// are one and the same for ever, so that no call takes away what an earlier one has handed out.
 const char* CTnRobotDataValue::Convert2String(unsigned int* pLength) {
     _CheckInUse();
     unsigned int nLength = 0;
     if (m_pData != nullptr) {
-        if (!m_text || m_text->empty()) {
-            m_text = std::make_unique<std::string>(_MakeText());
+        if (!m_text) {
+            std::string strText = _MakeText();
+            m_text = strText.empty() ? nullptr : std::make_unique<std::string>(std::move(strText));
         }
-        nLength = static_cast<unsigned int>(m_text->size()) + 1;
+        nLength = m_text ? static_cast<unsigned int>(m_text->size()) + 1 : 1;
     }
     if (pLength != nullptr) {
         *pLength = nLength;
@@ -296,10 +311,15 @@ int CTnRobotDataValue::Serialize(ITnRobotArchive* pArchive) {
     return pArchive->IsLoading() ? _Load(*pArchive) : _Store(*pArchive);
 }
 
+// The count has 31 bits: a file with a longer value could not be read.
+bool CTnRobotDataValue::CanBeStored() const {
+    return m_storage.Size() <= static_cast<std::size_t>(INT_MAX);
+}
+
 // Single writes are not checked: a storing pass always runs to its end.
 int CTnRobotDataValue::_Store(ITnRobotArchive& archive) const {
-    if (m_storage.Size() > static_cast<std::size_t>(INT_MAX)) {
-        return 0;  // the count has 31 bits: such a file could not be read
+    if (!CanBeStored()) {
+        return 0;
     }
     const int nType = m_eType;
     const int nCount = static_cast<int>(m_storage.Size());
@@ -335,7 +355,7 @@ int CTnRobotDataValue::_LoadBytes(ITnRobotArchive& archive, std::size_t nCount) 
     _ResizeUnderView(0);
     std::size_t nDone = 0;
     while (nDone < nCount) {
-        const std::size_t nStep = std::min(nCount - nDone, tnrobot::kReadStep);
+        const std::size_t nStep = tnrobot::NextReadStep(nCount, nDone);
         _ResizeUnderView(nDone + nStep);
         const long long nRead = archive.Read(m_storage.Data() + nDone, static_cast<long long>(nStep));
         if (nRead < static_cast<long long>(nStep)) {

@@ -32,7 +32,18 @@ public:
     /// Becomes a value of the given type over everything in the stream; null changes nothing.
     void ResetData(ETnRobotDataValueType eType, ITnRobotMemDataStream* pStream);
 
+    /// Reads everything in a stream, which may call anything in turn: no lock may be held.
+    /// @param[out] bytes  replaced; zeros where the stream gives less than it announces.
+    static void CollectStream(ITnRobotMemDataStream& stream, tnrobot::ByteStorage& bytes);
+
+    /// Becomes a value of the given type over the bytes, which it takes without a copy. Never fails.
+    void TakeData(ETnRobotDataValueType eType, tnrobot::ByteStorage& bytes);
+
     void ClearResource() override;
+
+    /// @return whether there is a saved form: false for a value of 2 GiB or more, whose Serialize answers
+    ///         0 and writes nothing.
+    bool CanBeStored() const;
 
     /// Tests, in checked builds, what holds while the value waits in its pool.
     void CheckIdleInvariants() const;
@@ -72,7 +83,7 @@ private:
     int _LoadBytes(ITnRobotArchive& archive, std::size_t nCount);
     void _ResizeUnderView(std::size_t nCount);
 
-    std::unique_ptr<std::string> m_text;  // cache of the text form; few values are ever asked for it
+    std::unique_ptr<std::string> m_text;  // cache of the text form, never empty; few are asked for it
     unsigned char* m_pData;
     unsigned int m_nLength;
     ETnRobotDataValueType m_eType = DATA_TYPE_NONE;

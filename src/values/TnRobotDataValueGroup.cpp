@@ -1,14 +1,17 @@
 #include "values/TnRobotDataValueGroup.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <typeinfo>
 
 #include "TnRobotKernel/archive.h"
 #include "core/TnChecked.h"
 #include "values/TnRobotDataValue.h"
 #include "values/TnRobotDataValuePool.h"
+#include "values/TnTrialArchive.h"
 
 namespace {
 
@@ -25,6 +28,21 @@ std::string_view Name(const char* lpszName) {
         throw std::logic_error("the name of a value is null");
     }
     return lpszName;
+}
+
+// A text's count has 31 bits, its terminating zero included.
+bool HasStorableLength(const std::string& strName) {
+    return strName.size() < static_cast<std::size_t>(INT_MAX);
+}
+
+// Values of the library's own know whether they can be stored. What an application's own would answer
+// shows only when it is asked to.
+bool IsStorable(ITnRobotDataValue& value, bool bStoring) {
+    if (typeid(value) == typeid(CTnRobotDataValue)) {
+        return static_cast<CTnRobotDataValue&>(value).CanBeStored();
+    }
+    const auto trial = tnrobot::Ref<ITnRobotArchive>::Adopt(tnrobot::Watch(new tnrobot::TrialArchive(bStoring)));
+    return value.Serialize(trial.Get()) != 0;
 }
 
 void SetError(int* pError) {
@@ -259,8 +277,21 @@ int CTnRobotDataValueGroup::Serialize(ITnRobotArchive* pArchive) {
     return pArchive->IsLoading() ? _Load(*pArchive) : _Store(*pArchive);
 }
 
+// An entry without its value would take every later one with it when the file is read, so all of them
+// are looked at before the first byte.
+bool CTnRobotDataValueGroup::_CanBeStored(const ITnRobotArchive& archive) const {
+    const auto& entries = m_values.Entries();
+    return std::all_of(entries.begin(), entries.end(), [&archive](const tnrobot::NamedValues::Entry& entry) {
+        return HasStorableLength(entry.m_strName) &&
+               (!entry.m_value || IsStorable(*entry.m_value.Get(), archive.IsStoring()));
+    });
+}
+
 // Single writes are not checked: a storing pass always runs to its end.
 int CTnRobotDataValueGroup::_Store(ITnRobotArchive& archive) const {
+    if (!_CanBeStored(archive)) {
+        return 0;
+    }
     const int nCount = static_cast<int>(m_values.Entries().size());
     archive.Write(&m_byVersion, sizeof(m_byVersion));
     archive.Write(&nCount, sizeof(nCount));

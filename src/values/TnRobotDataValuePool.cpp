@@ -10,6 +10,9 @@
 
 namespace {
 
+// What is copied while the pool is locked is copied at everybody's cost.
+constexpr unsigned int kMostCopiedLocked = 4096;
+
 void Initialise(CTnRobotDataValue& value, const STnDataValueParam& param) {
     if (param.m_pStream != nullptr) {
         value.ResetData(param.m_eType, param.m_pStream);
@@ -109,6 +112,28 @@ int CTnRobotDataValuePool::QueryULonglongData(unsigned long long nValue, ITnRobo
     return _QueryScalar(DATA_TYPE_ULONGLONG, nValue, ppValue);
 }
 
+// Longer contents are copied before the pool is locked, so that no other thread waits for them.
+int CTnRobotDataValuePool::_QueryBytes(ETnRobotDataValueType eType, const void* pData, unsigned int nSize,
+                                       ITnRobotDataValue** ppValue) {
+    if (nSize <= kMostCopiedLocked || ppValue == nullptr) {
+        return _Query({pData, nSize, nullptr, eType}, ppValue);
+    }
+    tnrobot::ByteStorage bytes;
+    bytes.Assign(pData, nSize);
+    return _QueryTaking(eType, bytes, ppValue);
+}
+
+// All that can fail has been done when the value is there.
+int CTnRobotDataValuePool::_QueryTaking(ETnRobotDataValueType eType, tnrobot::ByteStorage& bytes,
+                                        ITnRobotDataValue** ppValue) {
+    const int nResult = _Query({nullptr, 0, nullptr, eType}, ppValue);
+    if (nResult == 0) {
+        // The pool's allocator makes values of this class only.
+        static_cast<CTnRobotDataValue*>(*ppValue)->TakeData(eType, bytes);
+    }
+    return nResult;
+}
+
 int CTnRobotDataValuePool::QueryStringData(const char* lpszValue, ITnRobotDataValue** ppValue) {
     if (lpszValue == nullptr) {
         return -1;
@@ -117,16 +142,22 @@ int CTnRobotDataValuePool::QueryStringData(const char* lpszValue, ITnRobotDataVa
     if (nSize > std::numeric_limits<unsigned int>::max()) {
         return -1;
     }
-    return _Query({lpszValue, static_cast<unsigned int>(nSize), nullptr, DATA_TYPE_STRING}, ppValue);
+    return _QueryBytes(DATA_TYPE_STRING, lpszValue, static_cast<unsigned int>(nSize), ppValue);
 }
 
 int CTnRobotDataValuePool::QueryBlockData(const void* pData, unsigned int nSize, ITnRobotDataValue** ppValue) {
     if (pData == nullptr && nSize != 0) {
         return -1;
     }
-    return _Query({pData, nSize, nullptr, DATA_TYPE_BLOCK}, ppValue);
+    return _QueryBytes(DATA_TYPE_BLOCK, pData, nSize, ppValue);
 }
 
+// The stream may be the application's own and use values, so it is read before the pool is locked.
 int CTnRobotDataValuePool::QueryBlockData(ITnRobotMemDataStream* pStream, ITnRobotDataValue** ppValue) {
-    return _Query({nullptr, 0, pStream, DATA_TYPE_BLOCK}, ppValue);
+    if (pStream == nullptr || ppValue == nullptr) {
+        return _Query({nullptr, 0, nullptr, DATA_TYPE_BLOCK}, ppValue);
+    }
+    tnrobot::ByteStorage bytes;
+    CTnRobotDataValue::CollectStream(*pStream, bytes);
+    return _QueryTaking(DATA_TYPE_BLOCK, bytes, ppValue);
 }

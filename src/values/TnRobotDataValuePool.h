@@ -5,6 +5,7 @@
 
 #include "TnRobotKernel/values.h"
 #include "core/TnRef.h"
+#include "values/TnByteStorage.h"
 
 /// What a value is made from; passed through the recycling pool to the allocator.
 struct STnDataValueParam {
@@ -49,6 +50,8 @@ public:
 
 private:
     int _Query(STnDataValueParam param, ITnRobotDataValue** ppValue);
+    int _QueryBytes(ETnRobotDataValueType eType, const void* pData, unsigned int nSize, ITnRobotDataValue** ppValue);
+    int _QueryTaking(ETnRobotDataValueType eType, tnrobot::ByteStorage& bytes, ITnRobotDataValue** ppValue);
     template <typename T>
     int _QueryScalar(ETnRobotDataValueType eType, const T& value, ITnRobotDataValue** ppValue);
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <random>
@@ -271,14 +272,77 @@ TEST(ArchiveHostile, AbsurdCountsOfAText) {
                         // A short but positive read is a success; the length says what is there.
                         ASSERT_NE(lpszText, nullptr);
                         EXPECT_EQ(nError, 0);
-                        ASSERT_GE(nLength, static_cast<int>(nThere));
+                        ASSERT_EQ(nLength, static_cast<int>(nThere));
                         EXPECT_EQ(std::string(lpszText), std::string(nThere, 'x'));
-                        EXPECT_EQ(lpszText[nLength - 1], nLength > static_cast<int>(nThere) ? '\0' : 'x');
                     }
                 },
                 std::to_string(nCount));
         }
     }
+}
+
+TEST(ArchiveHostile, ALongTextThatWasCutShortCountsWhatArrived) {
+    for (std::size_t nThere : {kMiB - 1, kMiB, kMiB + 1, 2 * kMiB + 7, 5 * kMiB}) {
+        Channel channel = Loading(U32(6 * kMiB) + Bytes(nThere, 'x'));
+        int nLength = 0;
+        int nError = 77;
+        const char* lpszText = channel->ReadString(nLength, &nError);
+        ASSERT_NE(lpszText, nullptr);
+        EXPECT_EQ(nError, 0);
+        EXPECT_EQ(nLength, static_cast<int>(nThere));
+        EXPECT_EQ(std::strlen(lpszText), nThere) << "a zero byte follows";
+    }
+}
+
+TEST(ArchiveHostile, AFileThatFailsWithinALongTextHasSentWhatCameBefore) {
+    Channel channel = Loading(U32(6 * kMiB) + Bytes(6 * kMiB, 'x'));
+    channel.file->FailRead(4, -1, true);  // the count, two steps, and then nothing
+    int nLength = 0;
+    int nError = 77;
+    const char* lpszText = channel->ReadString(nLength, &nError);
+    ASSERT_NE(lpszText, nullptr);
+    EXPECT_EQ(nError, 0);
+    EXPECT_EQ(nLength, 2 * kMiB);
+}
+
+// Where memory cannot be extended in place each step moves all that is there: their number must not grow
+// with the content.
+TEST(ArchiveHostile, LongContentsTakeFewSteps) {
+    constexpr int kMostReads = 12;
+    constexpr std::uint32_t kSize = 64 * kMiB;
+    Channel text = Loading(U32(kSize) + Bytes(kSize, 'x'));
+    int nLength = 0;
+    ASSERT_NE(text->ReadString(nLength, nullptr), nullptr);
+    EXPECT_EQ(nLength, static_cast<int>(kSize));
+    EXPECT_LE(text.file->ReadCalls(), kMostReads);
+
+    Channel bytes = Loading(SavedValue(DATA_TYPE_BLOCK, Bytes(kSize, 'x')));
+    EXPECT_EQ(IntValue(5)->Serialize(bytes.Get()), 1);
+    EXPECT_LE(bytes.file->ReadCalls(), kMostReads);
+}
+
+TEST(ArchiveHostile, MemoryStaysBelowTwiceWhatArrivedAndOneMiB) {
+    constexpr long long kThere = 33 * kMiB;
+    // What the library takes for everything else.
+    constexpr long long kBeside = kMiB;
+    const Bytes there(kThere, 'x');
+    Channel text = Loading(U32(0x7FFFFFFF) + there);
+    const long long nForText = PeakGrowth([&] {
+        int nLength = 0;
+        EXPECT_NE(text->ReadString(nLength, nullptr), nullptr);
+        EXPECT_LE(text.file->LargestRead(), kThere + kMiB);
+    });
+    EXPECT_GE(nForText, 0);
+    EXPECT_LE(nForText, 2 * kThere + kMiB + kBeside);
+
+    Channel bytes = Loading(U8(1) + U32(DATA_TYPE_BLOCK) + U32(0x7FFFFFFF) + there);
+    Value value = IntValue(5);
+    const long long nForValue = PeakGrowth([&] {
+        EXPECT_EQ(value->Serialize(bytes.Get()), 0);
+        EXPECT_LE(bytes.file->LargestRead(), kThere + kMiB);
+    });
+    EXPECT_GE(nForValue, 0);
+    EXPECT_LE(nForValue, 2 * kThere + kMiB + kBeside);
 }
 
 TEST(ArchiveHostile, NegativeCountsOfAText) {

@@ -1,12 +1,17 @@
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <atomic>
 #include <climits>
 #include <condition_variable>
+#include <csignal>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,6 +21,7 @@
 #include "support/StartGate.h"
 #include "support/ValuePool.h"
 #include "support/Values.h"
+#include "support/Watchdog.h"
 
 using namespace tntest;
 
@@ -347,6 +353,138 @@ TEST(CreateDataValues, StopAtAStreamThatDoesNotKeepItsWord) {
         EXPECT_EQ(stream->m_nBegun, 1) << row.lpszName;
         EXPECT_EQ(stream->m_nEnded, 1) << row.lpszName;
     }
+}
+
+namespace {
+
+// An application's own stream of one piece, that does something of its own as it is read.
+class BusyStream final : public ITnRobotMemDataStream {
+public:
+    explicit BusyStream(std::function<void()> work) : m_work(std::move(work)) {}
+
+    int WriteData(const unsigned char*, unsigned int) override { return -1; }
+    int BeginReadData() override { return 0; }
+    unsigned char* ReadData(unsigned int& nSize) override {
+        m_work();
+        nSize = sizeof(m_bytes);
+        return m_bytes;
+    }
+    void EndReadData() override {}
+    unsigned int GetTotleLength() override { return sizeof(m_bytes); }
+    void Clear() override {}
+
+private:
+    std::function<void()> m_work;
+    unsigned char m_bytes[3] = {1, 2, 3};
+};
+
+}  // namespace
+
+TEST(CreateDataValues, AStreamMayUseValuesWhileItIsRead) {
+    const Watchdog watchdog(30);
+    int nOwn = 0;
+    int nOther = 0;
+    Held<BusyStream> stream = Hold(new BusyStream([&] {
+        nOwn = IntValue(5)->IntData(nullptr);
+        std::thread other([&] { nOther = IntValue(6)->IntData(nullptr); });
+        other.join();
+    }));
+    FromStream made = MakeFrom(stream.get());
+    ASSERT_EQ(made.nResult, 0);
+    EXPECT_EQ(BlockOf(*made.value), FromHex("010203"));
+    EXPECT_EQ(nOwn, 5);
+    EXPECT_EQ(nOther, 6);
+}
+
+TEST(CreateDataValues, AStreamThatThrowsLeavesThePoolAsItWas) {
+    const FreshValuePool pool;
+    ITnRobotDataValue* const pFirst = IntValue(1).get();
+    const Value held = IntValue(2);
+    const Value second = IntValue(3);
+    EXPECT_EQ(held.get(), pFirst) << "one lies free at most";
+    Held<BusyStream> stream = Hold(new BusyStream([] { throw std::runtime_error("no bytes"); }));
+    ITnRobotDataValue* pOut = nullptr;
+    EXPECT_THROW(TnCreateRobotBlockData(stream.get(), &pOut), std::runtime_error);
+    EXPECT_EQ(pOut, nullptr);
+    EXPECT_EQ(held->IntData(nullptr), 2);
+    EXPECT_EQ(second->IntData(nullptr), 3);
+}
+
+TEST(CreateDataValues, AStreamIsNotReadWithoutAnOutPointerOrAPool) {
+    int nReads = 0;
+    Held<BusyStream> stream = Hold(new BusyStream([&] { ++nReads; }));
+    EXPECT_EQ(TnCreateRobotBlockData(stream.get(), nullptr), -1);
+    const NoValuePool noPool;
+    ITnRobotDataValue* pOut = nullptr;
+    EXPECT_EQ(TnCreateRobotBlockData(stream.get(), &pOut), -1);
+    EXPECT_EQ(nReads, 0);
+}
+
+namespace {
+
+// A page that cannot be read at first. The first to try makes another thread create a value, and goes on
+// when that one has it.
+class GuardedPage {
+public:
+    GuardedPage() {
+        s_pPage = mmap(nullptr, kSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        s_bWanted = false;
+        s_bDone = false;
+        struct sigaction action = {};
+        action.sa_handler = OnFirstAccess;
+        sigaction(SIGSEGV, &action, &m_before);
+    }
+    GuardedPage(const GuardedPage&) = delete;
+    GuardedPage& operator=(const GuardedPage&) = delete;
+    ~GuardedPage() {
+        sigaction(SIGSEGV, &m_before, nullptr);
+        munmap(s_pPage, kSize);
+    }
+
+    static const void* Data() { return s_pPage; }
+
+    /// Waits for the first access, creates a value and lets the reader go on.
+    static void ServeOnce() {
+        while (!s_bWanted) {
+            std::this_thread::yield();
+        }
+        const Value value = IntValue(5);
+        s_bDone = value != nullptr;
+    }
+
+    static constexpr std::size_t kSize = 65536;
+
+private:
+    static void OnFirstAccess(int /*nSignal*/) {
+        s_bWanted = true;
+        while (!s_bDone) {
+            sched_yield();
+        }
+        mprotect(s_pPage, kSize, PROT_READ);
+    }
+
+    static void* s_pPage;
+    static std::atomic<bool> s_bWanted;
+    static std::atomic<bool> s_bDone;
+    struct sigaction m_before = {};
+};
+
+void* GuardedPage::s_pPage = nullptr;
+std::atomic<bool> GuardedPage::s_bWanted{false};
+std::atomic<bool> GuardedPage::s_bDone{false};
+
+}  // namespace
+
+TEST(CreateDataValues, NobodyWaitsWhileALongBlockIsCopied) {
+    const Watchdog watchdog(30);
+    const GuardedPage page;
+    std::thread other([] { GuardedPage::ServeOnce(); });
+    ITnRobotDataValue* pValue = nullptr;
+    const int nResult = TnCreateRobotBlockData(GuardedPage::Data(), GuardedPage::kSize, &pValue);
+    other.join();
+    ASSERT_EQ(nResult, 0);
+    const Value value(pValue);
+    EXPECT_EQ(BlockOf(*value), Bytes(GuardedPage::kSize));
 }
 
 TEST(CreateDataValues, EndWithAStreamOfEmptyPieces) {

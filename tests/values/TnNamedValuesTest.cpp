@@ -7,7 +7,10 @@
 #include <map>
 #include <random>
 #include <string>
+#include <vector>
 
+#include "support/CollidingNames.h"
+#include "support/ResourceUse.h"
 #include "support/Values.h"
 
 using namespace tntest;
@@ -33,6 +36,85 @@ void ExpectEqual(const NamedValues& values, const Model& model) {
         ASSERT_NE(pEntry, nullptr) << strName;
         EXPECT_EQ(pEntry->m_value.Get(), pValue) << strName;
     }
+}
+
+void CompareWithTheStandardDictionary(const std::vector<std::string>& names) {
+    constexpr int kSteps = 20000;
+    std::mt19937 random(20240607);  // a fixed seed: every run does the same
+    NamedValues values;
+    Model model;
+    for (int i = 0; i < kSteps; ++i) {
+        const std::string& strName = names[random() % names.size()];
+        NamedValues::Value value = NewValue();
+        switch (random() % 5) {
+            case 0:
+            case 1:
+                model[strName] = value.Get();
+                values.Set(strName, std::move(value));
+                break;
+            case 2:
+                model.emplace(strName, value.Get());
+                values.Insert(std::string(strName), std::move(value));
+                break;
+            default:
+                EXPECT_EQ(values.Remove(strName), model.erase(strName) != 0);
+                break;
+        }
+        if (i % 500 == 0) {
+            ExpectEqual(values, model);
+            ASSERT_FALSE(testing::Test::HasFatalFailure());
+        }
+    }
+    ExpectEqual(values, model);
+    values.Clear();
+    ExpectEqual(values, {});
+}
+
+// Enough for a search through all names at each step to take seconds without a sanitizer.
+constexpr std::size_t kManyNames = 20000;
+
+// How names are chosen: so many in a row have one hash, and the next ones that hash and a distance.
+struct Craft {
+    const char* lpszWhat;
+    std::uint64_t nSameHash;
+    std::uint64_t nDistance;
+};
+
+constexpr Craft kOneHash = {"one hash for all", ~0ULL, 0};
+
+std::vector<std::string> CraftedNames(std::size_t nCount, const Craft& craft, std::uint64_t nSeed = 1) {
+    CollidingNames maker(nSeed);
+    std::vector<std::string> names;
+    for (std::uint64_t i = 0; i < nCount; ++i) {
+        names.push_back(maker.Next(i / craft.nSameHash * craft.nDistance));
+    }
+    return names;
+}
+
+std::vector<std::string> PlainNames(std::size_t nCount, const std::string& strStart) {
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < nCount; ++i) {
+        names.push_back(strStart + std::to_string(i));
+    }
+    return names;
+}
+
+// Everything that a group does with names: stores, merges, finds, misses and removes them.
+double SecondsForAll(const std::vector<std::string>& names, const std::vector<std::string>& missing) {
+    const NamedValues::Value value = NewValue();
+    return SecondsFor([&] {
+        NamedValues values;
+        for (const std::string& strName : names) {
+            values.Insert(std::string(strName), NamedValues::Value(value));
+        }
+        for (const std::string& strName : missing) {
+            EXPECT_EQ(values.Find(strName), nullptr);
+        }
+        for (const std::string& strName : names) {
+            EXPECT_TRUE(values.Remove(strName));
+        }
+        EXPECT_TRUE(values.Entries().empty());
+    });
 }
 
 }  // namespace
@@ -75,38 +157,41 @@ TEST(NamedValues, RoomMadeAheadKeepsTheEntries) {
     EXPECT_NE(values.Find("name"), nullptr);
 }
 
+// The time is the processor's, and the bound far from what a long walk at each step would take.
+TEST(NamedValues, TakeNoLongerWithNamesThatWereChosenForIt) {
+    const double dPlain = SecondsForAll(PlainNames(kManyNames, "plain "), PlainNames(kManyNames, "missing "));
+    for (const Craft& craft : {kOneHash, Craft{"groups with one hash", 100, 256}, Craft{"a row of slots", 1, 1},
+                               Craft{"pairs in a row of slots", 2, 2}}) {
+        // What is missing has the hashes of what is there.
+        const double dCrafted = SecondsForAll(CraftedNames(kManyNames, craft), CraftedNames(kManyNames, craft, 2));
+        EXPECT_LT(dCrafted, 20 * dPlain + 0.3) << craft.lpszWhat;
+    }
+}
+
+TEST(NamedValues, KeepTheirOrderWhateverTheirHashes) {
+    const std::vector<std::string> names = CraftedNames(1000, kOneHash);
+    NamedValues values;
+    for (const std::string& strName : names) {
+        values.Set(strName, NewValue());
+    }
+    ASSERT_EQ(values.Entries().size(), names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        EXPECT_EQ(values.Entries()[i].m_strName, names[i]) << i;
+    }
+}
+
 // Few names, so that entries come and go on crowded and on nearly empty tables.
 TEST(NamedValues, DoWhatTheStandardDictionaryDoes) {
-    constexpr int kSteps = 20000;
-    std::mt19937 random(20240607);  // a fixed seed: every run does the same
     for (const unsigned int nNames : {4U, 40U, 400U}) {
-        NamedValues values;
-        Model model;
-        for (int i = 0; i < kSteps; ++i) {
-            const std::string strName = "a name, long or short: " + std::to_string(random() % nNames);
-            const std::string strShort = strName.substr(random() % 2 != 0 ? 23 : 0);
-            NamedValues::Value value = NewValue();
-            switch (random() % 5) {
-                case 0:
-                case 1:
-                    model[strShort] = value.Get();
-                    values.Set(strShort, std::move(value));
-                    break;
-                case 2:
-                    model.emplace(strShort, value.Get());
-                    values.Insert(std::string(strShort), std::move(value));
-                    break;
-                default:
-                    EXPECT_EQ(values.Remove(strShort), model.erase(strShort) != 0);
-                    break;
-            }
-            if (i % 500 == 0) {
-                ExpectEqual(values, model);
-                ASSERT_FALSE(HasFatalFailure());
-            }
-        }
-        ExpectEqual(values, model);
-        values.Clear();
-        ExpectEqual(values, {});
+        std::vector<std::string> names = PlainNames(nNames, "");
+        const std::vector<std::string> longNames = PlainNames(nNames, "a name, long or short: ");
+        names.insert(names.end(), longNames.begin(), longNames.end());
+        CompareWithTheStandardDictionary(names);
+    }
+}
+
+TEST(NamedValues, DoSoWithNamesOfOneHashToo) {
+    for (const unsigned int nNames : {4U, 120U, 200U, 400U}) {
+        CompareWithTheStandardDictionary(CraftedNames(nNames, kOneHash));
     }
 }

@@ -223,6 +223,26 @@ TEST(DataValue, CopiesAreIndependent) {
     }
 }
 
+TEST(DataValue, AnEmptyTextFormStaysWhereItIs) {
+    for (const auto& create : {+[] { return TextValue(""); }, +[] { return Made(TnCreateRobotCharData, '\0'); },
+                               +[] { return BlockValue({}); }, +[] { return ClearedValue(); }}) {
+        Value value = create();
+        const char* lpszFirst = value->Convert2String(nullptr);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(value->Convert2String(nullptr), lpszFirst);
+        }
+        EXPECT_STREQ(lpszFirst, "");
+    }
+}
+
+TEST(DataValue, AnEmptyTextFormGivesWayToThatOfALoad) {
+    Value value = TextValue("");
+    const char* lpszFirst = value->Convert2String(nullptr);
+    ASSERT_EQ(LoadFrom(*value, SavedValue(DATA_TYPE_BYTE, U8(200))), 1);
+    EXPECT_EQ(TextOf(*value), "200") << "only a text that is not empty is kept";
+    EXPECT_STREQ(lpszFirst, "") << "and what was handed out stays";
+}
+
 TEST(DataValue, CopyingOntoItselfChangesNothing) {
     for (const ValueSample& sample : ValueSamples()) {
         Value value = sample.create();

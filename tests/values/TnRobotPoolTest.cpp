@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <new>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -359,12 +360,185 @@ TEST_F(RecyclingPool, AnElementOfAnotherTypeGivesNull) {
 
 TEST_F(RecyclingPool, AStrangerOnTheFreeListIsNotHandedOut) {
     Held<Stranger> stranger = Hold(new Stranger);
+    m_pool->SetMaxCount(1);
     EXPECT_TRUE(m_pool->RecoveryResource(stranger.get()));
     EXPECT_EQ(stranger->TimesCleared(), 1);
     Widget widget;
     IWidget* pWidget = &widget;
     EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pWidget));
     EXPECT_EQ(pWidget, nullptr);
+    // It costs the one request that met it, and no room.
+    EXPECT_EQ(stranger.release()->Release(), 0);
+    EXPECT_NE(Take(1), nullptr);
+    EXPECT_TRUE(CanTake());
+}
+
+TEST_F(RecyclingPool, AStrangerMayGoBeforeThePoolHasMetIt) {
+    Stranger* pStranger = new Stranger;
+    EXPECT_TRUE(m_pool->RecoveryResource(pStranger));
+    EXPECT_EQ(pStranger->Release(), 1) << "the pool keeps what its list names";
+    IWidget* pWidget = nullptr;
+    EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pWidget));
+    EXPECT_EQ(Stranger::s_nLive, 0);
+    EXPECT_TRUE(CanTake());
+}
+
+TEST_F(RecyclingPool, AStrangerOfTheRightTypeIsLentLikeItsOwn) {
+    Widget* pStranger = new Widget;
+    EXPECT_TRUE(m_pool->RecoveryResource(pStranger));
+    EXPECT_EQ(pStranger->TimesCleared(), 1);
+    EXPECT_EQ(pStranger->Release(), 1) << "the pool has taken it in";
+    Held<Widget> widget = Take(7);
+    EXPECT_EQ(widget.get(), pStranger);
+    EXPECT_EQ(widget->Number(), 7);
+    EXPECT_EQ(m_alloc->Allocated(), 0);
+    widget.reset();
+    EXPECT_EQ(Take(8).get(), pStranger) << "it comes back as others do";
+    m_pool.reset();
+    EXPECT_EQ(Widget::LiveCount(), 0);
+}
+
+TEST_F(RecyclingPool, AnElementThatLiesFreeIsNotListedTwice) {
+    Widget* pWidget = Take(1).release();
+    pWidget->Release();
+    EXPECT_TRUE(m_pool->RecoveryResource(pWidget));
+    Held<Widget> first = Take(2);
+    Held<Widget> second = Take(3);
+    EXPECT_EQ(first.get(), pWidget);
+    EXPECT_NE(second.get(), pWidget);
+}
+
+TEST_F(RecyclingPool, AnElementOfAnotherPoolOutlivesBoth) {
+    Held<Pool> other = Hold(new Pool(m_alloc.get()));
+    Held<Widget> widget = Take(1);
+    EXPECT_TRUE(other->RecoveryResource(widget.get()));
+    m_pool.reset();
+    EXPECT_EQ(Widget::LiveCount(), 1);
+    widget.reset();
+    IWidget* pAgain = nullptr;
+    ASSERT_TRUE(other->QueryPoolElement(0, nullptr, &pAgain));
+    pAgain->Release();
+    other.reset();
+    EXPECT_EQ(Widget::LiveCount(), 0);
+}
+
+namespace {
+
+// Counts the calls that a pool makes of an element's count.
+class CountedElement final : public ITnPoolElement {
+public:
+    explicit CountedElement(std::vector<std::string>& calls) : m_calls(calls) {}
+    void AddRef() override {
+        m_calls.emplace_back("AddRef");
+        ITnPoolElement::AddRef();
+    }
+    int Release() override {
+        m_calls.emplace_back("Release");
+        return ITnPoolElement::Release();
+    }
+    void ClearResource() override { m_calls.emplace_back("ClearResource"); }
+    void SetParent(ITnPoolUnknown* pParent) override {
+        m_calls.emplace_back(pParent != nullptr ? "SetParent" : "SetParent null");
+        ITnPoolElement::SetParent(pParent);
+    }
+
+private:
+    std::vector<std::string>& m_calls;
+};
+
+class CountedElementAlloc final : public ITnElementAlloc {
+public:
+    bool AllocElement(void* pParam, ITnPoolElement** ppElement) override {
+        *ppElement = new CountedElement(*static_cast<std::vector<std::string>*>(pParam));
+        return true;
+    }
+    void SetElementParam(ITnPoolElement*, void*) override {}
+};
+
+}  // namespace
+
+TEST(RecyclingPoolAlone, ReleasesEachElementOnceWhenItGoes) {
+    using Calls = std::vector<std::string>;
+    const struct {
+        int nHolders;
+        Calls expected;
+    } rows[] = {
+        {0, {"Release"}},
+        {1, {"Release", "ClearResource", "SetParent null"}},
+        {2, {"Release", "SetParent null"}},
+        {3, {"Release", "SetParent null"}},
+    };
+    for (const auto& row : rows) {
+        Held<CountedElementAlloc> alloc = Hold(new CountedElementAlloc);
+        Held<CTnRobotPool<CountedElement>> pool = Hold(new CTnRobotPool<CountedElement>(alloc.get()));
+        Calls calls;
+        CountedElement* pElement = nullptr;
+        ASSERT_TRUE(pool->QueryPoolElement(0, &calls, &pElement));
+        for (int i = 1; i < row.nHolders; ++i) {
+            pElement->AddRef();
+        }
+        if (row.nHolders == 0) {
+            pElement->Release();
+        }
+        calls.clear();
+        pool.reset();
+        EXPECT_EQ(calls, row.expected) << row.nHolders << " holders";
+        for (int i = 0; i < row.nHolders; ++i) {
+            pElement->Release();
+        }
+    }
+}
+
+namespace {
+
+// Interfaces whose common base is one object, as applications with several of them make it.
+class IShared : public virtual ITnPoolElement {
+public:
+    virtual int Number() const = 0;
+};
+
+class INamed : public virtual ITnPoolElement {
+public:
+    virtual std::string Name() const = 0;
+};
+
+class SharedElement final : public IShared, public INamed {
+public:
+    explicit SharedElement(int nNumber) : m_nNumber(nNumber) {}
+    void ClearResource() override { m_nNumber = 0; }
+    int Number() const override { return m_nNumber; }
+    std::string Name() const override { return std::to_string(m_nNumber); }
+    void SetNumber(int nNumber) { m_nNumber = nNumber; }
+
+private:
+    int m_nNumber;
+};
+
+class SharedElementAlloc final : public ITnElementAlloc {
+public:
+    bool AllocElement(void* pParam, ITnPoolElement** ppElement) override {
+        *ppElement = new SharedElement(*static_cast<int*>(pParam));
+        return true;
+    }
+    void SetElementParam(ITnPoolElement* pElement, void* pParam) override {
+        dynamic_cast<SharedElement&>(*pElement).SetNumber(*static_cast<int*>(pParam));
+    }
+};
+
+}  // namespace
+
+TEST(RecyclingPoolAlone, LendsInterfacesWithAVirtualBase) {
+    Held<SharedElementAlloc> alloc = Hold(new SharedElementAlloc);
+    Held<CTnRobotPool<INamed>> pool = Hold(new CTnRobotPool<INamed>(alloc.get()));
+    const INamed* pFirst = nullptr;
+    for (int nNumber : {7, 8, 9}) {
+        INamed* pNamed = nullptr;
+        ASSERT_TRUE(pool->QueryPoolElement(0, &nNumber, &pNamed));
+        EXPECT_EQ(pNamed->Name(), std::to_string(nNumber));
+        EXPECT_EQ(pFirst == nullptr || pFirst == pNamed, true) << "it is recycled";
+        pFirst = pNamed;
+        EXPECT_EQ(pNamed->Release(), 1);
+    }
 }
 
 TEST_F(RecyclingPool, AnExceptionWhileReusingLeavesTheElementFree) {
