@@ -6,7 +6,6 @@
 #ifndef TNROBOTKERNEL_POOL_H_
 #define TNROBOTKERNEL_POOL_H_
 
-#include <algorithm>
 #include <cstddef>
 #include <mutex>
 #include <type_traits>
@@ -18,8 +17,6 @@
 #include "TnRobotKernel/detail/RingQueue.h"
 
 class ITnPoolElement;
-template <typename T>
-class CTnRobotPool;
 
 namespace tnrobot {
 
@@ -71,10 +68,6 @@ public:
 
 protected:
     ITnPoolUnknown* m_pParent = nullptr;  ///< borrowed; null on a free list and outside any pool
-
-private:
-    template <typename T>
-    friend class CTnRobotPool;  // tells by the parent what it has lent
 };
 
 /// How a pool makes and re-initialises elements. Both operations are called with the pool's lock
@@ -117,10 +110,10 @@ public:
 
 /// The recycling pool.
 ///
-/// Invariants (under the lock): every element ever made or taken in is in m_elements, with one
-/// reference of the pool's; an element on the free list has no parent, and no other reference unless
-/// somebody gave it back by hand; the free list has room for every element, so that taking one back
-/// cannot fail.
+/// Invariants (under the lock): every element ever made is in m_elements, with one reference of
+/// the pool's; an element on the free list has no parent, and no other reference unless somebody
+/// gave it back by hand; the free list has room for every element, so that taking one back cannot
+/// fail.
 ///
 /// Lifetime: elements outlive their pool; one that somebody still holds when the pool goes is
 ///           cleared first when it has a single holder, and loses its parent in any case.
@@ -176,24 +169,21 @@ public:
 
     /// Clears an element and puts it back on the free list; called by ITnPoolElement::Release.
     ///
-    /// An element that this pool did not make is taken in: the pool adds a reference of its own, until
-    /// it goes, and lends the element like any other. One that is not a T costs the request that meets
-    /// it: that one fails, and the pool lets go of the element. An element that lies free stays so.
+    /// Nobody looks whether the pool made the element. A stranger is lent like the pool's own, but stays
+    /// its owner's, who must keep it for as long as the pool may lend it. One that is not a T costs the
+    /// request that meets it, which fails and takes it off the list.
     /// @param[in] pElement  borrowed: the pool holds its own reference already.
     /// @return false for null, otherwise true.
     bool RecoveryResource(ITnPoolElement* pElement) override {
         if (pElement == nullptr) {
             return false;
         }
-        const bool bLent = pElement->m_pParent == this;
         pElement->ClearResource();
         pElement->SetParent(nullptr);
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (bLent || TakeIn(pElement)) {
-            // Somebody may have set this pool as the parent of an element for which there is no room.
-            m_freeElements.Reserve(m_freeElements.Size() + 1);
-            m_freeElements.PushBack(pElement);
-        }
+        // A stranger's element can come without reserved room; elements of this pool never do.
+        m_freeElements.Reserve(m_freeElements.Size() + 1);
+        m_freeElements.PushBack(pElement);
         return true;
     }
 
@@ -201,8 +191,7 @@ private:
     // pStranger is given back by the caller when it is not null.
     bool HandOut(void* pParam, T** ppElement, ITnPoolElement*& pStranger) {
         std::lock_guard<std::mutex> lock(m_mutex);
-        return m_freeElements.Empty() ? HandOutNew(pParam, ppElement, pStranger)
-                                      : HandOutFree(pParam, ppElement, pStranger);
+        return m_freeElements.Empty() ? HandOutNew(pParam, ppElement, pStranger) : HandOutFree(pParam, ppElement);
     }
 
     // Both lists have grown before the allocator is asked, so nothing can fail once the element
@@ -211,7 +200,8 @@ private:
         if (m_elements.size() >= m_nMaxCount) {
             return false;
         }
-        ReserveOneMore();
+        m_freeElements.Reserve(m_elements.size() + 1);
+        m_elements.reserve(RoomFor(m_elements.size() + 1));
         ITnPoolElement* pElement = nullptr;
         if (!m_pAlloc->AllocElement(pParam, &pElement)) {
             return false;
@@ -228,12 +218,12 @@ private:
 
     // The element leaves the free list only after it has been re-initialised: when that throws,
     // it stays where it was, cleared again.
-    bool HandOutFree(void* pParam, T** ppElement, ITnPoolElement*& pStranger) {
+    bool HandOutFree(void* pParam, T** ppElement) {
         ITnPoolElement* pElement = m_freeElements.Front();
         *ppElement = AsElementType(pElement);
         if (*ppElement == nullptr) {
-            m_freeElements.PopFront();
-            pStranger = Disown(pElement);
+            m_freeElements
+                .PopFront();  // a stranger, since what the pool made is a T: the next request shall not meet it
             return false;
         }
         try {
@@ -263,37 +253,6 @@ private:
         } else {
             return dynamic_cast<T*>(pElement);
         }
-    }
-
-    // Makes another's element one of this pool's: it must not go while the free list names it.
-    // @return whether the element is to lie free now; false when it does already.
-    bool TakeIn(ITnPoolElement* pElement) {
-        for (std::size_t i = 0; i < m_freeElements.Size(); ++i) {
-            if (m_freeElements.At(i) == pElement) {
-                return false;
-            }
-        }
-        if (std::find(m_elements.begin(), m_elements.end(), pElement) == m_elements.end()) {
-            ReserveOneMore();
-            pElement->AddRef();
-            m_elements.push_back(pElement);
-        }
-        return true;
-    }
-
-    // @return the element when the pool had a reference to it, which is the caller's now.
-    ITnPoolElement* Disown(ITnPoolElement* pElement) {
-        const auto it = std::find(m_elements.begin(), m_elements.end(), pElement);
-        if (it == m_elements.end()) {
-            return nullptr;
-        }
-        m_elements.erase(it);
-        return pElement;
-    }
-
-    void ReserveOneMore() {
-        m_freeElements.Reserve(m_elements.size() + 1);
-        m_elements.reserve(RoomFor(m_elements.size() + 1));
     }
 
     void Lend(ITnPoolElement* pElement) {

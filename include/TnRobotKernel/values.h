@@ -147,9 +147,8 @@ public:
 /// In both, and in GetDataValueType, a null name throws std::logic_error.
 ///
 /// Loading (Serialize with an archive that is loading) merges: entries are added, and those already
-/// there win over loaded ones of the same name. Storing answers 0 and writes nothing when a value cannot
-/// be saved: one of 2 GiB or more, or an application's own whose Serialize answers 0. (Those are asked
-/// twice: first with an archive that keeps nothing.)
+/// there win over loaded ones of the same name. Storing answers 0 and writes nothing when a value has
+/// 2 GiB or more; otherwise 1, whatever the single writes and an application's own values answer.
 ///
 /// Lifetime: holds one reference to each of its values.
 /// Threads:  externally synchronised.

@@ -11,7 +11,6 @@
 #include "core/TnChecked.h"
 #include "values/TnRobotDataValue.h"
 #include "values/TnRobotDataValuePool.h"
-#include "values/TnTrialArchive.h"
 
 namespace {
 
@@ -35,14 +34,10 @@ bool HasStorableLength(const std::string& strName) {
     return strName.size() < static_cast<std::size_t>(INT_MAX);
 }
 
-// Values of the library's own know whether they can be stored. What an application's own would answer
-// shows only when it is asked to.
-bool IsStorable(ITnRobotDataValue& value, bool bStoring) {
-    if (typeid(value) == typeid(CTnRobotDataValue)) {
-        return static_cast<CTnRobotDataValue&>(value).CanBeStored();
-    }
-    const auto trial = tnrobot::Ref<ITnRobotArchive>::Adopt(tnrobot::Watch(new tnrobot::TrialArchive(bStoring)));
-    return value.Serialize(trial.Get()) != 0;
+// Values of the library's own write nothing when they are too long. What an application's own value
+// answers is not looked at, neither here nor when it is saved: callers rely on it.
+bool IsStorable(const ITnRobotDataValue& value) {
+    return typeid(value) != typeid(CTnRobotDataValue) || static_cast<const CTnRobotDataValue&>(value).CanBeStored();
 }
 
 void SetError(int* pError) {
@@ -279,17 +274,16 @@ int CTnRobotDataValueGroup::Serialize(ITnRobotArchive* pArchive) {
 
 // An entry without its value would take every later one with it when the file is read, so all of them
 // are looked at before the first byte.
-bool CTnRobotDataValueGroup::_CanBeStored(const ITnRobotArchive& archive) const {
+bool CTnRobotDataValueGroup::_CanBeStored() const {
     const auto& entries = m_values.Entries();
-    return std::all_of(entries.begin(), entries.end(), [&archive](const tnrobot::NamedValues::Entry& entry) {
-        return HasStorableLength(entry.m_strName) &&
-               (!entry.m_value || IsStorable(*entry.m_value.Get(), archive.IsStoring()));
+    return std::all_of(entries.begin(), entries.end(), [](const tnrobot::NamedValues::Entry& entry) {
+        return HasStorableLength(entry.m_strName) && (!entry.m_value || IsStorable(*entry.m_value.Get()));
     });
 }
 
 // Single writes are not checked: a storing pass always runs to its end.
 int CTnRobotDataValueGroup::_Store(ITnRobotArchive& archive) const {
-    if (!_CanBeStored(archive)) {
+    if (!_CanBeStored()) {
         return 0;
     }
     const int nCount = static_cast<int>(m_values.Entries().size());

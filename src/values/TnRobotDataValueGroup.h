@@ -68,7 +68,7 @@ private:
     template <typename Result>
     Result _Read(const char* lpszName, Result (ITnRobotDataValue::*pfnRead)(int*), int* pError) const;
     ITnRobotDataValue* _Find(std::string_view name) const;
-    bool _CanBeStored(const ITnRobotArchive& archive) const;
+    bool _CanBeStored() const;
     int _Store(ITnRobotArchive& archive) const;
     int _Load(ITnRobotArchive& archive);
     bool _LoadEntry(ITnRobotArchive& archive);
