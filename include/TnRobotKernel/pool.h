@@ -267,7 +267,7 @@ private:
 
     // Makes another's element one of this pool's: it must not go while the free list names it.
     // @return whether the element is to lie free now; false when it does already.
-    bool TakeIn(ITnPoolElement* pElement) {
+    [[gnu::cold]] bool TakeIn(ITnPoolElement* pElement) {
         for (std::size_t i = 0; i < m_freeElements.Size(); ++i) {
             if (m_freeElements.At(i) == pElement) {
                 return false;
@@ -282,7 +282,7 @@ private:
     }
 
     // @return the element when the pool had a reference to it, which is the caller's now.
-    ITnPoolElement* Disown(ITnPoolElement* pElement) {
+    [[gnu::cold]] ITnPoolElement* Disown(ITnPoolElement* pElement) {
         const auto it = std::find(m_elements.begin(), m_elements.end(), pElement);
         if (it == m_elements.end()) {
             return nullptr;

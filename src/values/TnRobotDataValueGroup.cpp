@@ -37,11 +37,12 @@ bool HasStorableLength(const std::string& strName) {
 
 // Values of the library's own know whether they can be stored. What an application's own would answer
 // shows only when it is asked to.
-bool IsStorable(ITnRobotDataValue& value, bool bStoring) {
+bool IsStorable(ITnRobotDataValue& value, const ITnRobotArchive& archive) {
     if (typeid(value) == typeid(CTnRobotDataValue)) {
         return static_cast<CTnRobotDataValue&>(value).CanBeStored();
     }
-    const auto trial = tnrobot::Ref<ITnRobotArchive>::Adopt(tnrobot::Watch(new tnrobot::TrialArchive(bStoring)));
+    const auto trial =
+        tnrobot::Ref<ITnRobotArchive>::Adopt(tnrobot::Watch(new tnrobot::TrialArchive(archive.IsStoring())));
     return value.Serialize(trial.Get()) != 0;
 }
 
@@ -282,8 +283,7 @@ int CTnRobotDataValueGroup::Serialize(ITnRobotArchive* pArchive) {
 bool CTnRobotDataValueGroup::_CanBeStored(const ITnRobotArchive& archive) const {
     const auto& entries = m_values.Entries();
     return std::all_of(entries.begin(), entries.end(), [&archive](const tnrobot::NamedValues::Entry& entry) {
-        return HasStorableLength(entry.m_strName) &&
-               (!entry.m_value || IsStorable(*entry.m_value.Get(), archive.IsStoring()));
+        return HasStorableLength(entry.m_strName) && (!entry.m_value || IsStorable(*entry.m_value.Get(), archive));
     });
 }
 
