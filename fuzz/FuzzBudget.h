@@ -33,14 +33,15 @@ namespace tnfuzz {
 /// were since the last Restart. Memory that was allocated before the first one does not count.
 class MemoryCount {
 public:
-    static void Restart() {
+    /// @return the count now.
+    static long long Restart() {
         static const int s_nInstalled = __sanitizer_install_malloc_and_free_hooks(OnAllocate, OnFree);
         Require(s_nInstalled != 0, "allocations can be counted");
         s_nMost = s_nNow.load();
+        return s_nMost;
     }
     /// @return by how much the count has been above what it is told was there at first.
     static long long Most(long long nBefore) { return s_nMost - nBefore; }
-    static long long Now() { return s_nNow; }
 
 private:
     static void OnAllocate(const volatile void* /*p*/, std::size_t nBytes) {
@@ -62,9 +63,8 @@ private:
 /// Other builds do not count memory.
 class MemoryCount {
 public:
-    static void Restart() {}
+    static long long Restart() { return 0; }
     static long long Most(long long /*nBefore*/) { return 0; }
-    static long long Now() { return 0; }
 };
 #endif
 
@@ -74,10 +74,8 @@ public:
 /// stand against takes many times as much: a count that is believed, a search that meets all others.
 class FuzzBudget {
 public:
-    explicit FuzzBudget(std::size_t nInput) : m_nInput(nInput), m_dStart(ThreadSeconds()) {
-        MemoryCount::Restart();
-        m_nBefore = MemoryCount::Now();
-    }
+    explicit FuzzBudget(std::size_t nInput)
+        : m_nInput(nInput), m_nBefore(MemoryCount::Restart()), m_dStart(ThreadSeconds()) {}
     FuzzBudget(const FuzzBudget&) = delete;
     FuzzBudget& operator=(const FuzzBudget&) = delete;
     ~FuzzBudget() {
@@ -101,8 +99,8 @@ private:
     }
 
     const std::size_t m_nInput;
+    const long long m_nBefore;
     const double m_dStart;
-    long long m_nBefore = 0;
 };
 
 }  // namespace tnfuzz

@@ -222,8 +222,7 @@ private:
         ITnPoolElement* pElement = m_freeElements.Front();
         *ppElement = AsElementType(pElement);
         if (*ppElement == nullptr) {
-            m_freeElements
-                .PopFront();  // a stranger, since what the pool made is a T: the next request shall not meet it
+            m_freeElements.PopFront();  // a stranger; the next request shall not meet it
             return false;
         }
         try {

@@ -13,9 +13,13 @@ constexpr std::size_t kFirstSlots = 16;
 
 }  // namespace
 
+// Apart, so that the usual hash stays short enough to stand wherever a name is looked up.
+[[gnu::cold]] std::uint64_t NamedValues::_KeyedHash(std::string_view name) {
+    return KeyedHash(ProcessHashKey(), name);
+}
+
 std::uint32_t NamedValues::_Hash(std::string_view name) const {
-    const std::uint64_t nHash = _IsKeyed() ? KeyedHash(ProcessHashKey(), name) : std::hash<std::string_view>()(name);
-    return static_cast<std::uint32_t>(nHash);
+    return static_cast<std::uint32_t>(_IsKeyed() ? _KeyedHash(name) : std::hash<std::string_view>()(name));
 }
 
 const NamedValues::Slot* NamedValues::_FindSlot(std::string_view name, std::uint32_t nHash) const {

@@ -85,6 +85,7 @@ private:
     static constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
 
     bool _IsKeyed() const { return m_nMostSteps == kAnyNumber; }
+    static std::uint64_t _KeyedHash(std::string_view name);
     std::uint32_t _Hash(std::string_view name) const;
     std::size_t _Next(std::size_t nSlot) const { return (nSlot + 1) & (m_slots.size() - 1); }
     std::size_t _FirstSlot(std::uint32_t nHash) const { return nHash & (m_slots.size() - 1); }

@@ -112,12 +112,15 @@ int CTnRobotDataValuePool::QueryULonglongData(unsigned long long nValue, ITnRobo
     return _QueryScalar(DATA_TYPE_ULONGLONG, nValue, ppValue);
 }
 
-// Longer contents are copied before the pool is locked, so that no other thread waits for them.
 int CTnRobotDataValuePool::_QueryBytes(ETnRobotDataValueType eType, const void* pData, unsigned int nSize,
                                        ITnRobotDataValue** ppValue) {
-    if (nSize <= kMostCopiedLocked || ppValue == nullptr) {
-        return _Query({pData, nSize, nullptr, eType}, ppValue);
-    }
+    return nSize <= kMostCopiedLocked || ppValue == nullptr ? _Query({pData, nSize, nullptr, eType}, ppValue)
+                                                            : _QueryLong(eType, pData, nSize, ppValue);
+}
+
+// Longer contents are copied before the pool is locked, so that no other thread waits for them.
+[[gnu::cold]] int CTnRobotDataValuePool::_QueryLong(ETnRobotDataValueType eType, const void* pData, unsigned int nSize,
+                                                    ITnRobotDataValue** ppValue) {
     tnrobot::ByteStorage bytes;
     bytes.Assign(pData, nSize);
     return _QueryTaking(eType, bytes, ppValue);

@@ -51,6 +51,7 @@ public:
 private:
     int _Query(STnDataValueParam param, ITnRobotDataValue** ppValue);
     int _QueryBytes(ETnRobotDataValueType eType, const void* pData, unsigned int nSize, ITnRobotDataValue** ppValue);
+    int _QueryLong(ETnRobotDataValueType eType, const void* pData, unsigned int nSize, ITnRobotDataValue** ppValue);
     int _QueryTaking(ETnRobotDataValueType eType, tnrobot::ByteStorage& bytes, ITnRobotDataValue** ppValue);
     template <typename T>
     int _QueryScalar(ETnRobotDataValueType eType, const T& value, ITnRobotDataValue** ppValue);
