@@ -14,6 +14,13 @@ constexpr unsigned int kBlockSize = 0x100000;
 
 ITnRobotMemDataStream::~ITnRobotMemDataStream() = default;
 
+// In an order that callers see, because pools hand out first what came back last: the content, the
+// piece that was read last, and then, as a member, the pool.
+CTnRobotMemDataStream::~CTnRobotMemDataStream() {
+    Clear();
+    m_readBlock.Reset();
+}
+
 int CTnRobotMemDataStream::CreateInstance(ITnRobotMemoryBlockPool* pPool, ITnRobotMemDataStream** ppStream) {
     return tnrobot::FinishInstance(new CTnRobotMemDataStream, ppStream,
                                    [pPool](CTnRobotMemDataStream& stream) { return stream._Init(pPool); });
