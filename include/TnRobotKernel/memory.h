@@ -80,7 +80,9 @@ public:
     ///         and GetTotleLength counts them.
     virtual int WriteData(const unsigned char* pData, unsigned int nLength) = 0;
 
-    /// Starts reading at the first byte; how much the pass returns is fixed by this call.
+    /// Starts reading at the first byte. The pass ends once it has returned as many bytes as the
+    /// stream holds now. Its pieces are what the blocks hold when they are read, so content written
+    /// during the pass can come with them: look at the sizes, not at the length asked for before.
     /// @return always 0.
     virtual int BeginReadData() = 0;
 
