@@ -172,7 +172,10 @@ public:
 };
 
 /// Creation function that a logger library exports as "TnCreateRobotLogger" with C linkage.
-/// @param[out] ppLogger  the new logger; kept by the facade even when the result is not 0.
+/// @param[out] ppLogger  where the facade keeps its logger, the same place at every call: what is
+///             stored there is used even when the result is not 0. From then on the calling thread
+///             may log, and call TnRobotLogUtils::Init, which counts; other threads have the logger
+///             once one of the two Inits has returned.
 /// @return 0 on success; any other value is handed to the caller of TnRobotLogUtils::Init.
 using TnCreateRobotLoggerFunction = int (*)(ITnRobotLogger** ppLogger);
 

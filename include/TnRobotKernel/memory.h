@@ -75,11 +75,14 @@ public:
     /// Appends bytes.
     /// @param[in] pData    nLength bytes, copied.
     /// @param[in] nLength  bytes; 0 appends nothing. GetTotleLength counts up to 4294967295 of them.
-    /// @return 0 on success; -1 when the pool refuses a block or pData is null: the bytes that
-    ///         found room stay in the stream and GetTotleLength counts them.
+    /// @return 0 on success; -1 when the pool refuses a block, or answers 100 times in a row that it
+    ///         has one and gives none, or pData is null: the bytes that found room stay in the stream
+    ///         and GetTotleLength counts them.
     virtual int WriteData(const unsigned char* pData, unsigned int nLength) = 0;
 
-    /// Starts reading at the first byte; how much the pass returns is fixed by this call.
+    /// Starts reading at the first byte. The pass ends once it has returned as many bytes as the
+    /// stream holds now. Its pieces are what the blocks hold when they are read, so content written
+    /// during the pass can come with them: look at the sizes, not at the length asked for before.
     /// @return always 0.
     virtual int BeginReadData() = 0;
 
@@ -216,7 +219,8 @@ TN_ROBOT_API int TnCreateRobotMemoryBlockPool(ITnRobotMemoryBlockPool** ppPool);
 /// buffer over when all its blocks are back. FreeUnuseMemory does nothing: memory is given back
 /// when the pool goes, also that of blocks which are still held then.
 /// QueryMemBuff serves 0 to 25165824 bytes. When other threads use up the buffer that it has
-/// found, it answers 1 without a block: set the pointer to null before and test it afterwards.
+/// found, it answers 1 without a block: set the pointer to null before and test it afterwards, and
+/// ask again, as streams, surface pools and TnRobotImageUtils::SaveImage do up to 100 times.
 /// Thread-safe.
 /// @param[out] ppPool  +1, caller releases; must not be null.
 /// @return always 1.

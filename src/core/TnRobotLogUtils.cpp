@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <pthread.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -15,10 +16,62 @@ constexpr int kLineSize = 1024;
 // Init and Destroy run on one thread; the logger and the count are read by every thread that logs.
 void* s_hLogModel = nullptr;
 std::atomic<int> s_nLogTimes{0};
-std::atomic<ITnRobotLogger*> s_pLogger{nullptr};
+
+// The creation function stores its logger right here, with an ordinary store that orders nothing, and
+// may go on to log. So it is a plain pointer, which its own thread alone reads until the creation
+// function is back; other threads wait for the flag, behind which the whole logger is visible.
+ITnRobotLogger* s_pLogger = nullptr;
+std::atomic<bool> s_bPublished{false};
+std::atomic<pthread_t> s_creator{};  // the thread that is in the creation function
+
+static_assert(std::atomic<ITnRobotLogger*>::is_always_lock_free, "every thread reads the logger");
+
+// The creation function may call Init again, which calls it again while nothing is stored.
+constexpr int kMostNestedCreations = 16;
+int s_nCreations = 0;
+
+ITnRobotLogger* StoredLogger() {
+    return __atomic_load_n(&s_pLogger, __ATOMIC_RELAXED);
+}
 
 ITnRobotLogger* Logger() {
-    return s_pLogger.load(std::memory_order_acquire);
+    const bool bVisible =
+        s_bPublished.load(std::memory_order_acquire) || pthread_equal(s_creator.load(), pthread_self()) != 0;
+    return bVisible ? StoredLogger() : nullptr;
+}
+
+// @return whether there is a logger.
+bool PublishLogger() {
+    const bool bStored = StoredLogger() != nullptr;
+    if (bStored) {
+        s_bPublished.store(true, std::memory_order_release);
+    }
+    return bStored;
+}
+
+void DestroyLogger() {
+    s_bPublished.store(false);
+    delete __atomic_exchange_n(&s_pLogger, nullptr, __ATOMIC_ACQ_REL);
+}
+
+// Says for as long as it lives that this thread is in the creation function.
+class InCreation {
+public:
+    InCreation() : m_outer(s_creator.exchange(pthread_self())) { ++s_nCreations; }
+    InCreation(const InCreation&) = delete;
+    InCreation& operator=(const InCreation&) = delete;
+    ~InCreation() {
+        --s_nCreations;
+        s_creator.store(m_outer);
+    }
+
+private:
+    pthread_t m_outer;
+};
+
+int CallCreator(TnCreateRobotLoggerFunction pfnCreate) {
+    const InCreation creation;
+    return pfnCreate(&s_pLogger);
 }
 
 // A handle that an earlier, half successful Init left open is given back once the new one exists.
@@ -54,21 +107,20 @@ void FormatLine(char* lpszLine, const char* lpszFormat, va_list args) {
 ITnRobotLogger::~ITnRobotLogger() = default;
 
 int TnRobotLogUtils::Init() {
-    if (Logger() != nullptr) {
+    if (PublishLogger()) {
         s_nLogTimes.fetch_add(1);
         return 0;
     }
-    if (!OpenLoggerLibrary()) {
+    if (s_nCreations == kMostNestedCreations || !OpenLoggerLibrary()) {
         return -1;
     }
     auto* pfnCreate = reinterpret_cast<TnCreateRobotLoggerFunction>(dlsym(s_hLogModel, kLoggerCreator));
     if (pfnCreate == nullptr) {
         return -1;  // the handle stays open until a later Init replaces it
     }
-    ITnRobotLogger* pLogger = nullptr;
-    const int nResult = pfnCreate(&pLogger);
+    const int nResult = CallCreator(pfnCreate);
     // A logger that a failing creator stored stays in use: the next Init counts it. Do not "fix".
-    s_pLogger.store(pLogger, std::memory_order_release);
+    PublishLogger();
     if (nResult == 0) {
         s_nLogTimes.fetch_add(1);
     }
@@ -100,7 +152,7 @@ void TnRobotLogUtils::Destroy() {
         return;
     }
     if (nTimes == 1) {
-        delete s_pLogger.exchange(nullptr, std::memory_order_acq_rel);
+        DestroyLogger();
         CloseLoggerLibrary();
     }
     s_nLogTimes.fetch_sub(1);

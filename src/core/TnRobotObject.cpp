@@ -55,17 +55,28 @@ void ForgetClosedModules() {
     g_nClosed.store(nClosed, std::memory_order_release);
 }
 
+const STnRuntimeClass* SearchChain(const char* lpszGuid) {
+    const STnRuntimeClass* p = g_pHeadClass.load(std::memory_order_acquire);
+    while (p != nullptr && (p->m_lpszClassGuid == nullptr || std::strcmp(p->m_lpszClassGuid, lpszGuid) != 0)) {
+        p = Next(p);
+    }
+    return p;
+}
+
+// A class that is registered again leaves its place before it comes to the front, so who misses it
+// looks once more while nothing moves.
 const STnRuntimeClass* FindClass(const char* lpszGuid) {
     if (g_bMayClose.load(std::memory_order_acquire) &&
         tnrobot::CountClosedModules() != g_nClosed.load(std::memory_order_acquire)) {
         const std::lock_guard<std::mutex> lock(g_registration);
         ForgetClosedModules();
     }
-    const STnRuntimeClass* p = g_pHeadClass.load(std::memory_order_acquire);
-    while (p != nullptr && (p->m_lpszClassGuid == nullptr || std::strcmp(p->m_lpszClassGuid, lpszGuid) != 0)) {
-        p = Next(p);
+    const STnRuntimeClass* pClass = SearchChain(lpszGuid);
+    if (pClass == nullptr) {
+        const std::lock_guard<std::mutex> lock(g_registration);
+        pClass = SearchChain(lpszGuid);
     }
-    return p;
+    return pClass;
 }
 
 }  // namespace
@@ -94,10 +105,11 @@ TN_REG_CLASS::TN_REG_CLASS(STnRuntimeClass* pClass) {
     if (pClass == pHead) {
         return;
     }
-    Unlink(pClass);
+    // What can fail comes first: a class that moves keeps its place when memory ends.
     if (g_registrations.Add(pClass)) {
         g_bMayClose.store(true, std::memory_order_release);
     }
+    Unlink(pClass);
     SetNext(pClass, pHead);
     g_pHeadClass.store(pClass, std::memory_order_release);
 }

@@ -11,6 +11,7 @@
 #include "image/TnImageGeometry.h"
 #include "image/TnJpegDecoder.h"
 #include "image/TnJpegEncoder.h"
+#include "memory/TnQueryBlock.h"
 
 using tnrobot::Ref;
 using tnrobot::STnRowLayout;
@@ -433,8 +434,8 @@ int TnRobotImageUtils::SaveImage(const STnNLImageData& image, ITnRobotMemoryBloc
     unsigned int nSize = 0;
     const unsigned char* pData = encoder.GetEncodeData(nSize);
     *ppBlock = nullptr;
-    Ref<ITnRobotMemoryBlock> block;
-    if (pBlockPool->QueryMemBuff(nSize, block.Receive()) == 0 || !block) {
+    Ref<ITnRobotMemoryBlock> block = tnrobot::QueryBlock(*pBlockPool, nSize);
+    if (!block) {
         return kRefused;
     }
     unsigned int nRoom = 0;

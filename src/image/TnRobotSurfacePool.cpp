@@ -6,6 +6,7 @@
 #include "core/TnCreateInstance.h"
 #include "image/TnImageGeometry.h"
 #include "image/TnRobotSurface.h"
+#include "memory/TnQueryBlock.h"
 
 using tnrobot::Ref;
 
@@ -24,11 +25,11 @@ Ref<ITnRobotMemoryBlock> CTnRobotSurfaceEleAlloc::_QueryPixels(const ITnRobotSur
         return block;
     }
     const unsigned int nSize = tnrobot::SurfaceSize(pDesc->nPitch, pDesc->nHeight);
-    if (nSize == 0 || !m_blockPool || m_blockPool->QueryMemBuff(nSize, block.Receive()) == 0 || !block) {
-        return {};
+    if (nSize != 0 && m_blockPool) {
+        block = tnrobot::QueryBlock(*m_blockPool.Get(), nSize);
     }
     unsigned int nBlockSize = 0;
-    if (block->QueryMemory(nBlockSize) == nullptr || nBlockSize < nSize) {
+    if (block && (block->QueryMemory(nBlockSize) == nullptr || nBlockSize < nSize)) {
         block.Reset();
     }
     return block;

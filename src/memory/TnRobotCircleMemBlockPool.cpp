@@ -55,19 +55,20 @@ public:
     /// @return the block, with a reference for its holder beside the buffer's own.
     CTnRobotMemoryBlock* Cut(unsigned int nSize);
 
-    /// Keeps the object of a block that came back, for reuse. A block not in use is ignored.
+    /// Keeps the object of a block that came back, for reuse. A block not in use is kept already.
     void TakeBack(CTnRobotMemoryBlock* pBlock);
 
     /// From now on the buffer stays in its list, because the pool is being destroyed.
     void BeginClose() { m_bClosing = true; }
 
-    /// Lets go of the blocks that callers hold and waits for those on their way back.
+    /// Lets go of all blocks, and waits for those on their way back.
     void Close();
 
 private:
     using Blocks = std::set<CTnRobotMemoryBlock*>;
 
     void _AddSpareBlock();
+    bool _LetGoOfSpareBlocks();
     static void _ClearFree(const CTnRobotMemoryBlock* pBlock);
     void _HideContent(CTnRobotMemoryBlock* pBlock);
     void _CheckInvariants() const;
@@ -93,11 +94,6 @@ CTnRobotCircleMemBlockPool::Buffer::Buffer(CTnRobotCircleMemBlockPool* pPool)
 }
 
 CTnRobotCircleMemBlockPool::Buffer::~Buffer() {
-    while (!m_spareBlocks.Empty()) {
-        _ClearFree(m_spareBlocks.Front());
-        m_spareBlocks.Front()->Release();
-        m_spareBlocks.PopFront();
-    }
     tnrobot::UnpoisonMemory(m_memory.get(), kBufferSize);
 }
 
@@ -121,6 +117,7 @@ CTnRobotMemoryBlock* CTnRobotCircleMemBlockPool::Buffer::Cut(unsigned int nSize)
     m_spareNodes.pop_back();
     _ClearFree(pBlock);
     pBlock->AddRef();
+    pBlock->NoteLent();
     pBlock->SetMemData(m_pCursor, nSize);
     OnCut(m_memory.get(), kBufferSize - m_nRoom, nSize, typeid(*pBlock));
     tnrobot::UnpoisonMemory(m_pCursor, nSize);
@@ -155,13 +152,13 @@ void CTnRobotCircleMemBlockPool::Buffer::_ClearFree(const CTnRobotMemoryBlock* p
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::TakeBack(CTnRobotMemoryBlock* pBlock) {
+    pBlock->NoteReturned();
     Blocks::node_type node = m_blocksInUse.extract(pBlock);
-    if (node.empty()) {
-        return;
+    if (!node.empty()) {
+        _HideContent(pBlock);
+        m_spareNodes.push_back(std::move(node));
+        m_spareBlocks.PushBack(pBlock);
     }
-    _HideContent(pBlock);
-    m_spareNodes.push_back(std::move(node));
-    m_spareBlocks.PushBack(pBlock);
     if (m_bClosing) {
         m_returned.notify_all();
     }
@@ -175,14 +172,28 @@ void CTnRobotCircleMemBlockPool::Buffer::_HideContent(CTnRobotMemoryBlock* pBloc
     }
 }
 
-// Blocks that callers hold live on without a parent. A block whose last holder has just let go
-// is neither held nor back yet: that thread is about to call RecoveryMemBuff.
+// Blocks that callers hold live on without a parent: also a spare one, which somebody may have taken
+// back from its holders. A block whose last holder has just let go is neither held nor back yet: that
+// thread is about to call RecoveryMemBuff.
 void CTnRobotCircleMemBlockPool::Buffer::Close() {
     std::unique_lock<std::mutex> lock = Lock();
     for (auto it = m_blocksInUse.begin(); it != m_blocksInUse.end();) {
-        it = (*it)->Abandon() ? m_blocksInUse.erase(it) : std::next(it);
+        it = (*it)->LetGo() ? m_blocksInUse.erase(it) : std::next(it);
     }
-    m_returned.wait(lock, [this] { return m_blocksInUse.empty(); });
+    m_returned.wait(lock, [this] { return _LetGoOfSpareBlocks() && m_blocksInUse.empty(); });
+}
+
+// @return whether none is left.
+bool CTnRobotCircleMemBlockPool::Buffer::_LetGoOfSpareBlocks() {
+    for (std::size_t nLeft = m_spareBlocks.Size(); nLeft > 0; --nLeft) {
+        CTnRobotMemoryBlock* pBlock = m_spareBlocks.Front();
+        m_spareBlocks.PopFront();
+        _ClearFree(pBlock);
+        if (!pBlock->LetGo()) {
+            m_spareBlocks.PushBack(pBlock);
+        }
+    }
+    return m_spareBlocks.Empty();
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::_CheckInvariants() const {

@@ -40,18 +40,25 @@ int CTnRobotFixedMemBlockPool::_Initialize(unsigned int nBlockSize, unsigned int
 }
 
 // Blocks that callers hold live on without a parent. A block whose last holder has just let go
-// is neither held nor back on the free list yet: that thread is about to call RecoveryMemBuff, so
-// the pool waits for it.
+// is neither held nor back yet: that thread is about to call RecoveryMemBuff, so the pool waits for
+// it.
 CTnRobotFixedMemBlockPool::~CTnRobotFixedMemBlockPool() {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_bClosing = true;
-    _FreeAllFreeBlocks();
-    for (auto it = m_allBlocks.begin(); it != m_allBlocks.end();) {
-        it = (*it)->Abandon() ? m_allBlocks.erase(it) : std::next(it);
-    }
+    _LetGoOfAllBlocks();
     while (!m_allBlocks.empty()) {
-        m_returned.wait(lock, [this] { return !m_freeBlocks.Empty(); });
-        _FreeAllFreeBlocks();
+        m_returned.wait(lock);
+        _LetGoOfAllBlocks();
+    }
+}
+
+void CTnRobotFixedMemBlockPool::_LetGoOfAllBlocks() {
+    while (!m_freeBlocks.Empty()) {
+        m_freeBlocks.PopFront();
+    }
+    for (auto it = m_allBlocks.begin(); it != m_allBlocks.end();) {
+        (*it)->ShowContent();
+        it = (*it)->LetGo() ? m_allBlocks.erase(it) : std::next(it);
     }
 }
 
@@ -66,6 +73,9 @@ int CTnRobotFixedMemBlockPool::QueryBlock(ITnRobotMemoryBlock** ppBlock) {
         pBlock = m_freeBlocks.Front();
         m_freeBlocks.PopFront();
         pBlock->ShowContent();
+        if (pBlock->IsOf(this)) {
+            pBlock->NoteUnlisted();
+        }
     } else {
         pBlock = _MakeBlock();
         if (pBlock == nullptr) {
@@ -73,6 +83,9 @@ int CTnRobotFixedMemBlockPool::QueryBlock(ITnRobotMemoryBlock** ppBlock) {
         }
     }
     pBlock->AddRef();
+    if (pBlock->IsOf(this)) {
+        pBlock->NoteLent();
+    }
     *ppBlock = pBlock;
     return 1;
 }
@@ -98,7 +111,14 @@ void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
     }
     pPooled->ClearResource();
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_freeBlocks.Reserve(m_freeBlocks.Size() + 1);  // only a stranger's block finds no room
+    const bool bOwn = pPooled->IsOf(this);
+    if (bOwn) {
+        pPooled->NoteReturned();
+    }
+    m_freeBlocks.Reserve(m_freeBlocks.Size() + 1);  // only a stranger's block, or one twice, finds no room
+    if (bOwn) {
+        pPooled->NoteListed();
+    }
     pPooled->UpdateRecoveryTime();
     _HideContent(pPooled);
     m_freeBlocks.PushFront(pPooled);
@@ -131,20 +151,19 @@ void CTnRobotFixedMemBlockPool::FreeUnuseMemory() {
     }
 }
 
-// RecoveryMemBuff takes any block, also a stranger's or one twice; only what the set holds has a
-// reference of the pool's to give back.
+// RecoveryMemBuff takes any block, also a stranger's, one twice and one that is held. Only what the
+// set holds has a reference of the pool's to give back. It goes with its last place on the list, to
+// its holders if it has any, and stays when the last of them is just returning it.
 void CTnRobotFixedMemBlockPool::_FreeOldestBlock() {
     CTnRobotMemoryBlock* pBlock = m_freeBlocks.Back();
     m_freeBlocks.PopBack();
-    if (m_allBlocks.erase(pBlock) == 1) {
-        pBlock->ShowContent();
-        pBlock->Release();
+    const auto it = m_allBlocks.find(pBlock);
+    if (it == m_allBlocks.end() || !pBlock->NoteUnlisted()) {
+        return;
     }
-}
-
-void CTnRobotFixedMemBlockPool::_FreeAllFreeBlocks() {
-    while (!m_freeBlocks.Empty()) {
-        _FreeOldestBlock();
+    pBlock->ShowContent();
+    if (pBlock->LetGo()) {
+        m_allBlocks.erase(it);
     }
 }
 

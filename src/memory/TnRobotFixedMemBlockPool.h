@@ -16,8 +16,10 @@
 /// that have lain unused for longer than the idle time.
 ///
 /// Invariants (under m_mutex): every block that the pool made and still owns is in m_allBlocks,
-/// with one reference of the pool's; m_freeBlocks holds those that nobody else refers to, most
-/// recently returned first, and has room for all of them, so that taking one back cannot fail.
+/// with one reference of the pool's; m_freeBlocks holds those that came back, most recently returned
+/// first, and has room for all of them, so that taking one back cannot fail. Nobody else refers to
+/// those, unless a caller has called RecoveryMemBuff himself; a block that leaves m_allBlocks has no
+/// place in m_freeBlocks left.
 ///
 /// Lock order: the general pool's lock, then m_mutex; nothing is called out to under m_mutex.
 /// Threads:    thread-safe. Blocks may be released while the pool is being destroyed.
@@ -61,7 +63,7 @@ private:
     int _Initialize(unsigned int nBlockSize, unsigned int nMaxCount);
     CTnRobotMemoryBlock* _MakeBlock();
     void _FreeOldestBlock();
-    void _FreeAllFreeBlocks();
+    void _LetGoOfAllBlocks();
     void _HideContent(CTnRobotMemoryBlock* pBlock) const;
     void _CheckInvariants() const;
 

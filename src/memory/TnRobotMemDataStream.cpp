@@ -5,6 +5,7 @@
 
 #include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
+#include "memory/TnQueryBlock.h"
 
 namespace {
 
@@ -13,6 +14,13 @@ constexpr unsigned int kBlockSize = 0x100000;
 }  // namespace
 
 ITnRobotMemDataStream::~ITnRobotMemDataStream() = default;
+
+// In an order that callers see, because pools hand out first what came back last: the content, the
+// piece that was read last, and then, as a member, the pool.
+CTnRobotMemDataStream::~CTnRobotMemDataStream() {
+    Clear();
+    m_readBlock.Reset();
+}
 
 int CTnRobotMemDataStream::CreateInstance(ITnRobotMemoryBlockPool* pPool, ITnRobotMemDataStream** ppStream) {
     return tnrobot::FinishInstance(new CTnRobotMemDataStream, ppStream,
@@ -48,11 +56,10 @@ bool CTnRobotMemDataStream::_QueryWriteBlock() {
     if (m_fullBlocks.size() == m_fullBlocks.capacity()) {
         m_fullBlocks.reserve(2 * m_fullBlocks.size() + 8);
     }
-    ITnRobotMemoryBlock* pBlock = nullptr;
-    if (m_pool->QueryMemBuff(kBlockSize, &pBlock) == 0 || pBlock == nullptr) {
+    Block block = tnrobot::QueryBlock(*m_pool.Get(), kBlockSize);
+    if (!block) {
         return false;
     }
-    Block block = Block::Adopt(pBlock);
     m_pWriteData = block->QueryMemory(m_nWriteRoom);
     m_nWriteOffset = 0;
     if (m_pWriteData == nullptr || m_nWriteRoom == 0) {

@@ -20,6 +20,8 @@ public:
     /// @return 1, or 0 (and a null *ppStream) for a null pool.
     static int CreateInstance(ITnRobotMemoryBlockPool* pPool, ITnRobotMemDataStream** ppStream);
 
+    ~CTnRobotMemDataStream() override;
+
     int WriteData(const unsigned char* pData, unsigned int nLength) override;
     int BeginReadData() override;
     unsigned char* ReadData(unsigned int& nSize) override;

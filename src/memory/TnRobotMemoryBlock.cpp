@@ -54,6 +54,17 @@ bool CTnRobotMemoryBlock::Abandon() {
     return true;
 }
 
+bool CTnRobotMemoryBlock::LetGo() {
+    if (Abandon()) {
+        return true;
+    }
+    if (m_bLent) {
+        return false;
+    }
+    Release();
+    return true;
+}
+
 unsigned char* CTnRobotMemoryBlock::QueryMemory(unsigned int& nSize) {
     tnrobot::CheckInUse(this, m_nRefCount);
     nSize = m_nUsedSize;

@@ -15,8 +15,8 @@
 /// (its pool is gone) it has no parent and only its holders'. The fall of the count from 2 to 1,
 /// not from 1 to 0, returns it to its parent.
 ///
-/// Threads: AddRef, Release and Abandon are thread-safe; the rest belongs to the holder or, while
-///          the block is free, to the pool.
+/// Threads: AddRef, Release, Abandon and IsOf are thread-safe; what the pool remembers is guarded by
+///          its lock; the rest belongs to the holder or, while the block is free, to the pool.
 class CTnRobotMemoryBlock final : public ITnRobotMemoryBlock {
 public:
     using TimePoint = std::chrono::system_clock::time_point;
@@ -52,6 +52,33 @@ public:
     ///         RecoveryMemBuff is being called then.
     bool Abandon();
 
+    /// What Abandon does, and destroys the block when nobody holds it.
+    /// @return false, with nothing changed, when the last holder is just returning the block.
+    bool LetGo();
+
+    bool IsOf(const ITnRobotMemoryBlockParent* pParent) const {
+        return m_pParent.load(std::memory_order_relaxed) == pParent;
+    }
+
+    // What the pool remembers of its block, under the pool's lock. RecoveryMemBuff is open to
+    // everybody, so a block can come back while it is held, and lie on the free list more than once.
+
+    /// The block has got a holder, whose last Release will return it.
+    void NoteLent() { m_bLent = true; }
+
+    /// The block came back. Was it by another hand than its last holder's, that return is still to come.
+    void NoteReturned() {
+        if (m_nRefCount.load() == 1) {
+            m_bLent = false;
+        }
+    }
+
+    /// The block has got one more place on the free list.
+    void NoteListed() { ++m_nListed; }
+
+    /// The block has lost one. @return whether it was the last.
+    bool NoteUnlisted() { return --m_nListed == 0; }
+
     unsigned int GetCapacity() const { return m_nCapacity; }
 
     /// Hides the memory of a block that its pool has just taken back, in checked builds. A block
@@ -69,7 +96,9 @@ private:
     std::atomic<ITnRobotMemoryBlockParent*> m_pParent;  // not counted
     void* m_pOwner = nullptr;                           // the pool's own bookkeeping
     unsigned int m_nFlags;
+    unsigned int m_nListed = 0;  // guarded by the pool's lock: places on its free list
     TimePoint m_recoveryTime;
+    bool m_bLent = false;  // guarded by the pool's lock: a last holder's Release is to come
     tnrobot::CacheLineEnd m_end;
 };
 

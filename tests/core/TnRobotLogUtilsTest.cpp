@@ -200,6 +200,51 @@ TEST(LogUtils, ACreatorThatSucceedsWithoutALoggerIsCounted) {
                      "Init 0\nloaded 1\nloaded 0\n");
 }
 
+// The creation function stores its logger where the library keeps it, so it counts from there on.
+TEST(LogUtils, ACreatorMayLogOnceItsLoggerIsStored) {
+    ExpectTranscript("logs_early", {"init", "log:1:a", "destroy", "loaded"},
+                     "IsLevelEnabled 1\nWriteLog 1 [from the creation function]\n"
+                     "Init 0\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [a]\n"
+                     "destroyed\nloaded 0\n");
+}
+
+TEST(LogUtils, ACreatorMayCallInitAgain) {
+    ExpectTranscript("inits_again", {"init", "destroy", "loaded", "log:1:a", "destroy", "loaded", "destroy"},
+                     "IsLevelEnabled 1\nWriteLog 1 [from the creation function]\n"
+                     "inner Init 0\n"
+                     "Init 0\n"
+                     "loaded 1\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [a]\n"
+                     "destroyed\nloaded 0\n");
+}
+
+TEST(LogUtils, TheInitOfACreatorThatFailsCounts) {
+    ExpectTranscript("inits_and_fails", {"init", "log:1:a", "destroy", "log:1:b", "loaded"},
+                     "inner Init 0\n"
+                     "Init 7\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [a]\n"
+                     "destroyed\nloaded 0\n");
+}
+
+// Without a logger in place each Init asks the creation function anew, but not for ever.
+TEST(LogUtils, ACreatorThatOnlyCallsInitComesToAnEnd) {
+    const ChildResult result = Probe(LoggerDirectory("inits_first"), {"init", "log:1:a", "destroy", "loaded"});
+    EXPECT_EQ(result.output, "Init 0\nIsLevelEnabled 1\nWriteLog 1 [a]\nloaded 1\n");
+    EXPECT_EQ(result.nExitCode, 0);
+    EXPECT_EQ(result.nSignal, 0);
+}
+
+TEST(LogUtils, EveryCreatorIsGivenTheSameAddress) {
+    ExpectTranscript("late", {"init", "init", "works", "init", "log:1:a", "destroy", "loaded"},
+                     "same address 1\nInit 7\n"
+                     "same address 1\nInit 7\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [from the creation function]\n"
+                     "same address 1\nInit 0\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [a]\n"
+                     "destroyed\nloaded 0\n");
+}
+
 TEST(LogUtils, LinesOfManyThreadsArriveWhole) {
     const ChildResult result = Probe(LoggerDirectory("good"), {"init", "threads", "destroy"});
     EXPECT_EQ(result.nExitCode, 0);
@@ -223,7 +268,11 @@ TEST(LogUtils, LinesOfManyThreadsArriveWhole) {
     EXPECT_EQ(arrived, expected);
 }
 
-// Threads may log before the logger exists: they meet no logger or a finished one.
+// Threads may log before the logger exists: they meet no logger or a finished one, whatever its
+// creation function does in between.
 TEST(LogUtils, InitMayRunWhileThreadsLog) {
     ExpectTranscript("good", {"race", "destroy", "loaded"}, "Init 0\ndestroyed\nloaded 0\n");
+    ExpectTranscript("logs_early", {"race", "destroy", "loaded"},
+                     "IsLevelEnabled 1\nWriteLog 1 [from the creation function]\n"
+                     "Init 0\ndestroyed\nloaded 0\n");
 }

@@ -204,3 +204,33 @@ TEST(RuntimeClass, ClassesAreFoundWhileOthersAreRegistered) {
         EXPECT_TRUE(CreatesTag<14>(guid.c_str())) << guid;
     }
 }
+
+// It is out of the chain for a moment while it moves to the front.
+TEST(RuntimeClass, AClassIsFoundWhileItIsRegisteredAgain) {
+    constexpr int kRounds = 3000;
+    static STnRuntimeClass first = {"11111111-AAAA-4000-8000-000000000017", &CTnTagged<17>::Create, nullptr, nullptr};
+    static STnRuntimeClass second = {"11111111-AAAA-4000-8000-000000000018", &CTnTagged<18>::Create, nullptr, nullptr};
+    const TN_REG_CLASS registerFirst(&first);
+    const TN_REG_CLASS registerSecond(&second);
+    std::atomic<bool> bDone{false};
+    std::atomic<int> nLost{0};
+    StartGate gate(3);
+    const auto lookUp = [&] {
+        gate.ArriveAndWait();
+        while (!bDone) {
+            nLost += CreatesTag<17>(first.m_lpszClassGuid) ? 0 : 1;
+            nLost += CreatesTag<18>(second.m_lpszClassGuid) ? 0 : 1;
+        }
+    };
+    std::thread readers[] = {std::thread(lookUp), std::thread(lookUp)};
+    gate.ArriveAndWait();
+    for (int n = 0; n < kRounds; ++n) {
+        const TN_REG_CLASS firstAgain(&first);
+        const TN_REG_CLASS secondAgain(&second);
+    }
+    bDone = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(nLost.load(), 0);
+}

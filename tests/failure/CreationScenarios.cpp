@@ -145,6 +145,53 @@ private:
     std::unique_ptr<CTnRobotObject> m_object;
 };
 
+/// A class that is registered already moves to the front; without memory it stays where it was.
+class RegistersAClassAgain : public AllocationScenario {
+public:
+    RegistersAClassAgain() {
+        const TN_REG_CLASS moved(&s_moved);
+        const TN_REG_CLASS other(&s_other);
+    }
+
+    bool Attempt() override {
+        const TN_REG_CLASS again(&s_moved);
+        return true;
+    }
+
+    void Check(bool bDone) override {
+        EXPECT_EQ(CreatedValue(kMovedGuid), kMoved) << "the class was lost";
+        EXPECT_EQ(CreatedValue(kOtherGuid), kOther);
+        EXPECT_TRUE(bDone || Attempt());
+        EXPECT_EQ(CreatedValue(kMovedGuid), kMoved);
+        EXPECT_EQ(CreatedValue(kOtherGuid), kOther);
+        EXPECT_EQ(CreatedValue(PlainObject::kGuid), 0) << "a class registered before both";
+    }
+
+private:
+    static constexpr int kMoved = 1;
+    static constexpr int kOther = 2;
+    static constexpr const char* kMovedGuid = "11111111-AAAA-4AAA-8AAA-0000000000A1";
+    static constexpr const char* kOtherGuid = "11111111-AAAA-4AAA-8AAA-0000000000A2";
+
+    // @return -1 for a class that is not found.
+    static int CreatedValue(const char* lpszGuid) {
+        const std::unique_ptr<CTnRobotObject> object(CTnRobotObject::CreateObjectFromGUID(lpszGuid));
+        const auto* pPlain = dynamic_cast<const PlainObject*>(object.get());
+        return pPlain != nullptr ? pPlain->Value() : -1;
+    }
+
+    template <int nValue>
+    static CTnRobotObject* Create() {
+        return new PlainObject(static_cast<unsigned char>(nValue));
+    }
+
+    static STnRuntimeClass s_moved;
+    static STnRuntimeClass s_other;
+};
+
+STnRuntimeClass RegistersAClassAgain::s_moved = {kMovedGuid, &Create<kMoved>, nullptr, nullptr};
+STnRuntimeClass RegistersAClassAgain::s_other = {kOtherGuid, &Create<kOther>, nullptr, nullptr};
+
 bool CanWrite(ITnRobotMemFile& file) {
     return file.OpenWriteFile(10) && file.Write("abc", 3) == 1 && file.GetTotleLen() == 3;
 }
@@ -239,6 +286,7 @@ INSTANTIATE_TEST_SUITE_P(Creation, AllocationFailure,
                                          Creation("AlarmClock", &TnCreateRobotAlarmClock, &CanBeStopped),
                                          Creation("Thread", &TnCreateRobotThread, &HasNoJob), TaskPoolCreation(),
                                          MakeCase<CreatesAnObjectByItsClass>("ObjectOfAClass"),
+                                         MakeCase<RegistersAClassAgain>("ClassRegisteredAgain"),
                                          MakeCase<StartsUp>("ValuePool")),
                          AllocationCaseName);
 

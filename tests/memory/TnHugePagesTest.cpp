@@ -4,8 +4,12 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <sstream>
@@ -106,6 +110,60 @@ TEST_F(HugePages, AreAskedForInLargeBlocksOfAPool) {
     EXPECT_TRUE(IsAskedFor(pMemory + nSize / 2));
     pMemory[0] = 1;
     pMemory[nSize - 1] = 1;
+}
+
+// The process's own switch: whatever memory asks for, its pages are ordinary ones.
+class WithoutHugePages {
+public:
+    WithoutHugePages() : m_nBefore(prctl(PR_GET_THP_DISABLE, 0UL, 0UL, 0UL, 0UL)) {
+        m_bOff = prctl(PR_SET_THP_DISABLE, 1UL, 0UL, 0UL, 0UL) == 0;
+    }
+    WithoutHugePages(const WithoutHugePages&) = delete;
+    WithoutHugePages& operator=(const WithoutHugePages&) = delete;
+    ~WithoutHugePages() { prctl(PR_SET_THP_DISABLE, m_nBefore > 0 ? 1UL : 0UL, 0UL, 0UL, 0UL); }
+
+    bool IsOff() const { return m_bOff; }
+
+private:
+    int m_nBefore;
+    bool m_bOff = false;
+};
+
+// Pages of the huge page around the address that take up memory.
+std::ptrdiff_t ResidentAround(const unsigned char* pAddress) {
+    const auto nStart = reinterpret_cast<std::uintptr_t>(pAddress) / kHugePage * kHugePage;
+    std::array<unsigned char, kHugePage / kPage> pages{};
+    if (mincore(reinterpret_cast<void*>(nStart), kHugePage, pages.data()) != 0) {
+        return -1;
+    }
+    return std::count_if(pages.begin(), pages.end(), [](unsigned char by) { return (by & 1U) != 0; });
+}
+
+// One byte in the middle, where a whole huge page lies within the memory.
+std::ptrdiff_t ResidentAfterOneByte(ITnRobotMemoryBlockPool& pool) {
+    ITnRobotMemoryBlock* pBlock = nullptr;
+    EXPECT_EQ(pool.QueryMemBuff(12 * kHugePage, &pBlock), 1);
+    const auto block = tntest::Hold(pBlock);
+    unsigned int nSize = 0;
+    unsigned char* const pMiddle = pBlock->QueryMemory(nSize) + nSize / 2;
+    *pMiddle = 1;
+    return ResidentAround(pMiddle);
+}
+
+TEST_F(HugePages, AProcessCanSwitchThemOff) {
+    const WithoutHugePages off;
+    if (!off.IsOff()) {
+        GTEST_SKIP() << "this system lets no process do without";
+    }
+    constexpr std::ptrdiff_t kFew = 64;  // a sanitizer may look at a few more than the one
+    for (const auto pfnCreate : {&TnCreateRobotMemoryBlockPool, &TnCreateRobotCircleMemoryBlockPool}) {
+        ITnRobotMemoryBlockPool* pPool = nullptr;
+        ASSERT_EQ(pfnCreate(&pPool), 1);
+        const auto pool = tntest::Hold(pPool);
+        const std::ptrdiff_t nResident = ResidentAfterOneByte(*pool);
+        EXPECT_GE(nResident, 1);
+        EXPECT_LE(nResident, kFew);
+    }
 }
 
 }  // namespace

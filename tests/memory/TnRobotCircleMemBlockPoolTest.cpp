@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "core/TnRef.h"
+#include "support/StartGate.h"
+#include "support/Watchdog.h"
 
 // Takes the two steps of a request apart, to put other threads' steps in between.
 struct CircleMemBlockPoolPeer {
@@ -539,5 +541,73 @@ TEST(CircleMemBlockPool, ARequestMayRunWhileTheLastBlockOfASpentBufferComesBack)
         EXPECT_NE(starts[0], starts[1]);
         EXPECT_NE(starts[1], starts[2]);
         EXPECT_NE(starts[0], starts[2]);
+    }
+}
+
+namespace {
+
+// The pool as its blocks see it: taking back by its own hand is open to everybody.
+void TakeBack(const Pool& pool, const Block& block) {
+    auto* pParent = dynamic_cast<ITnRobotMemoryBlockParent*>(pool.Get());
+    ASSERT_NE(pParent, nullptr);
+    pParent->RecoveryMemBuff(block.Get());
+}
+
+}  // namespace
+
+TEST(CircleMemBlockPool, ItsEndLeavesABlockTakenBackToItsHolders) {
+    const tntest::Watchdog watchdog(60);
+    for (const int nHolders : {1, 2, 3}) {
+        for (const bool bSpent : {false, true}) {
+            Pool pool = MakePool();
+            Block block = Query(pool, 13 * kMiB);
+            const Block neighbour = Query(pool, 100);
+            const Block nextBuffer = bSpent ? Query(pool, 20 * kMiB) : Block();
+            for (int n = 1; n < nHolders; ++n) {
+                block->AddRef();
+            }
+            TakeBack(pool, block);
+            pool.Reset();
+            for (int nLeft = nHolders - 1; nLeft > 0; --nLeft) {
+                EXPECT_EQ(block->Release(), nLeft) << nHolders << " holders";
+            }
+            EXPECT_EQ(block.Detach()->Release(), 0) << nHolders << " holders";
+        }
+    }
+}
+
+TEST(CircleMemBlockPool, ABlockTakenBackStaysUsableWhenItsHoldersLetGo) {
+    const Pool pool = MakePool();
+    Block block = Query(pool, 100);
+    const ITnRobotMemoryBlock* const pBlock = block.Get();
+    Block second = block;
+    TakeBack(pool, block);
+    block.Reset();
+    second.Reset();
+    EXPECT_EQ(Query(pool, 50).Get(), pBlock);
+}
+
+// The last holder lets go at the very moment when the pool looks at what it has taken back.
+TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroyed) {
+    const tntest::Watchdog watchdog(120);
+    for (int nRun = 0; nRun < 300; ++nRun) {
+        Pool pool = MakePool();
+        std::vector<Block> blocks;
+        for (int n = 0; n < 8; ++n) {
+            blocks.push_back(Query(pool, 100));
+        }
+        for (std::size_t n = 0; n < blocks.size(); n += 2) {
+            TakeBack(pool, blocks[n]);
+        }
+        tntest::StartGate gate(2);
+        std::thread releasing([&] {
+            gate.ArriveAndWait();
+            for (Block& block : blocks) {
+                block.Reset();
+            }
+        });
+        gate.ArriveAndWait();
+        pool.Reset();
+        releasing.join();
     }
 }

@@ -6,10 +6,12 @@
 #include <chrono>
 #include <set>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/Memory.h"
 #include "support/StartGate.h"
+#include "support/Watchdog.h"
 
 using tntest::DataOf;
 using tntest::FillPattern;
@@ -334,5 +336,150 @@ TEST(FixedMemBlockPool, MayBeDestroyedWhileBlocksAreReleased) {
         for (std::thread& thread : threads) {
             thread.join();
         }
+    }
+}
+
+namespace {
+
+/// How a block comes to lie on the free list although somebody holds it.
+struct HeldOnTheFreeList {
+    const char* lpszName;
+    HeldBlock (*take)(CTnRobotFixedMemBlockPool& pool);
+    int nHolders;
+};
+
+const HeldOnTheFreeList kHeldOnTheFreeList[] = {
+    {"taken back while it is held",
+     [](CTnRobotFixedMemBlockPool& pool) {
+         HeldBlock block = Query(pool);
+         pool.RecoveryMemBuff(block.get());
+         return block;
+     },
+     1},
+    {"taken back while two hold it",
+     [](CTnRobotFixedMemBlockPool& pool) {
+         HeldBlock block = Query(pool);
+         block->AddRef();
+         pool.RecoveryMemBuff(block.get());
+         return block;
+     },
+     2},
+    {"returned twice and handed out once",
+     [](CTnRobotFixedMemBlockPool& pool) {
+         HeldBlock block = Query(pool);
+         ITnRobotMemoryBlock* const pBlock = block.get();
+         block.reset();
+         pool.RecoveryMemBuff(pBlock);
+         return Query(pool);
+     },
+     1},
+    {"taken back three times while it is held",
+     [](CTnRobotFixedMemBlockPool& pool) {
+         HeldBlock block = Query(pool);
+         for (int n = 0; n < 3; ++n) {
+             pool.RecoveryMemBuff(block.get());
+         }
+         return block;
+     },
+     1},
+};
+
+constexpr unsigned int kHangsAfter = 60;  // seconds
+
+void ExpectLeftToItsHolders(HeldBlock block, const HeldOnTheFreeList& way) {
+    EXPECT_TRUE(HasPattern(*block, 9)) << way.lpszName;
+    for (int nLeft = way.nHolders - 1; nLeft > 0; --nLeft) {
+        EXPECT_EQ(block->Release(), nLeft) << way.lpszName;
+    }
+    EXPECT_EQ(block.release()->Release(), 0) << way.lpszName;
+}
+
+}  // namespace
+
+// Releasing such a block under the pool's own lock would return it to the pool.
+TEST(FixedMemBlockPool, ItsEndLeavesAFreeBlockThatIsHeldToItsHolders) {
+    const tntest::Watchdog watchdog(kHangsAfter);
+    for (const HeldOnTheFreeList& way : kHeldOnTheFreeList) {
+        FixedPool pool = MakeFixedPool(1000, kNoLimit);
+        HeldBlock block = way.take(*pool);
+        FillPattern(*block, 9);
+        EXPECT_EQ(pool.release()->Release(), 0);
+        ExpectLeftToItsHolders(std::move(block), way);
+    }
+}
+
+TEST(FixedMemBlockPool, TheSweepLeavesAFreeBlockThatIsHeldToItsHolders) {
+    const tntest::Watchdog watchdog(kHangsAfter);
+    for (const HeldOnTheFreeList& way : kHeldOnTheFreeList) {
+        const FixedPool pool = MakeFixedPool(1000, kNoLimit, kAlwaysIdle);
+        HeldBlock block = way.take(*pool);
+        FillPattern(*block, 9);
+        pool->FreeUnuseMemory();
+        EXPECT_EQ(pool->GetCount(), 0U) << way.lpszName;
+        const HeldBlock another = Query(*pool);
+        EXPECT_NE(another.get(), block.get()) << way.lpszName;
+        ExpectLeftToItsHolders(std::move(block), way);
+        EXPECT_EQ(pool->GetCount(), 1U);
+    }
+}
+
+TEST(FixedMemBlockPool, ABlockReturnedTwiceIsFreedOnce) {
+    const FixedPool pool = MakeFixedPool(1000, kNoLimit, kAlwaysIdle);
+    HeldBlock block = Query(*pool);
+    ITnRobotMemoryBlock* const pBlock = block.get();
+    block.reset();
+    pool->RecoveryMemBuff(pBlock);
+    pool->FreeUnuseMemory();
+    EXPECT_EQ(pool->GetCount(), 0U);
+    const HeldBlock fresh[] = {Query(*pool), Query(*pool)};
+    FillPattern(*fresh[0], 1);
+    FillPattern(*fresh[1], 2);
+    EXPECT_TRUE(HasPattern(*fresh[0], 1));
+}
+
+// The free list holds it twice, so two callers get it: nothing is checked there.
+TEST(FixedMemBlockPool, ABlockReturnedTwiceIsHandedOutTwice) {
+    const tntest::Watchdog watchdog(kHangsAfter);
+    FixedPool pool = MakeFixedPool(1000, kNoLimit);
+    HeldBlock block = Query(*pool);
+    ITnRobotMemoryBlock* const pBlock = block.get();
+    block.reset();
+    pool->RecoveryMemBuff(pBlock);
+    HeldBlock first = Query(*pool);
+    HeldBlock second = Query(*pool);
+    EXPECT_EQ(first.get(), pBlock);
+    EXPECT_EQ(second.get(), pBlock);
+    EXPECT_EQ(first.release()->Release(), 2);
+    pool.reset();
+    EXPECT_EQ(second.release()->Release(), 0);
+}
+
+// The last holder lets go at the very moment when the pool, or its sweep, looks at the block.
+TEST(FixedMemBlockPool, AFreeBlockMayBeReleasedWhileThePoolSweepsAndGoes) {
+    const tntest::Watchdog watchdog(2 * kHangsAfter);
+    for (unsigned int nRound = 0; nRound < 400; ++nRound) {
+        FixedPool pool = MakeFixedPool(64, kNoLimit, kAlwaysIdle);
+        std::vector<HeldBlock> blocks;
+        for (int n = 0; n < 8; ++n) {
+            blocks.push_back(Query(*pool));
+            FillPattern(*blocks.back(), nRound);
+        }
+        for (std::size_t n = 0; n < blocks.size(); n += 2) {
+            pool->RecoveryMemBuff(blocks[n].get());
+        }
+        StartGate gate(2);
+        std::thread releasing([&] {
+            gate.ArriveAndWait();
+            for (HeldBlock& block : blocks) {
+                EXPECT_TRUE(HasPattern(*block, nRound));
+                block.reset();
+            }
+        });
+        gate.ArriveAndWait();
+        if (nRound % 2 == 0) {
+            pool->FreeUnuseMemory();
+        }
+        pool.reset();
+        releasing.join();
     }
 }

@@ -409,6 +409,37 @@ TEST_F(RiggedStream, TheReadBlockIsReleasedOnce) {
     EXPECT_TRUE(Join(ReadAll(*m_stream)) == bytes);
 }
 
+// The content first, its unfinished block before the full ones, and the piece that was read last at
+// the end. Callers see it where the pool hands out first what came back last.
+TEST_F(RiggedStream, ItsEndGivesTheBlocksBackInAFixedOrder) {
+    const HeldPool source = MakePool();
+    std::vector<ITnRobotMemoryBlock*> given;
+    m_pool->m_answer = [&](unsigned int nSize, ITnRobotMemoryBlock** ppBlock) {
+        const int nAnswer = source->QueryMemBuff(nSize, ppBlock);
+        given.push_back(*ppBlock);
+        return nAnswer;
+    };
+    const Bytes bytes = SomeBytes(2 * kBlockSize + 5);
+    ASSERT_EQ(Write(*m_stream, bytes), 0);
+    ASSERT_EQ(given.size(), 3U);
+    ITnRobotMemoryBlock* const pRead = given.front();
+    m_stream->BeginReadData();
+    unsigned int nSize = 0;
+    ASSERT_NE(m_stream->ReadData(nSize), nullptr);
+    m_stream->Clear();
+    given.clear();
+    ASSERT_EQ(Write(*m_stream, bytes), 0);
+    ASSERT_EQ(given.size(), 3U);
+    m_stream.reset();
+    std::vector<HeldBlock> again;
+    std::vector<ITnRobotMemoryBlock*> order;
+    for (int n = 0; n < 4; ++n) {
+        again.push_back(tntest::Query(*source, kBlockSize));
+        order.push_back(again.back().get());
+    }
+    EXPECT_EQ(order, (std::vector<ITnRobotMemoryBlock*>{pRead, given[1], given[0], given[2]}));
+}
+
 TEST_F(RiggedStream, ARefusalEndsTheWriteAndKeepsWhatFoundRoom) {
     m_pool->m_answer = [this](unsigned int nSize, ITnRobotMemoryBlock** ppBlock) {
         if (m_pool->m_asked.size() > 2) {

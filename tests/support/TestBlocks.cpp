@@ -24,7 +24,8 @@ TestBlockPool::~TestBlockPool() = default;
 
 int TestBlockPool::QueryMemBuff(unsigned int nSize, ITnRobotMemoryBlock** ppBlock) {
     m_requests.push_back(nSize);
-    if (m_bPretend) {
+    if (m_bPretend || m_nRaces > 0) {
+        m_nRaces -= m_bPretend ? 0 : 1;
         return 1;
     }
     if (m_bRefuse || nSize == 0 || nSize > m_nLargest || ppBlock == nullptr) {

@@ -46,6 +46,9 @@ public:
     /// Requests answer success, but give no block.
     void PretendOnly() { m_bPretend = true; }
 
+    /// The next nRaces requests answer success, but give no block, as when other threads were faster.
+    void LoseRaces(int nRaces) { m_nRaces = nRaces; }
+
     /// Larger requests fail.
     void LimitSize(unsigned int nLargest) { m_nLargest = nLargest; }
 
@@ -62,6 +65,7 @@ private:
     unsigned int m_nLargest = 0xFFFFFFFFU;
     bool m_bRefuse = false;
     bool m_bPretend = false;
+    int m_nRaces = 0;
 };
 
 }  // namespace tntest

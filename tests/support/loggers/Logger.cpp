@@ -2,6 +2,9 @@
 //   TNROBOT_LOGGER_OWN_DECLARATIONS  does without the library's headers
 //   TNROBOT_LOGGER_RESULT            what the creation function answers
 //   TNROBOT_LOGGER_STORES            whether it makes a logger even so
+//   TNROBOT_LOGGER_AT_WORK           what the creation function does once its logger is in place:
+//                                    any of LogLine, InitAgain, CompareAddress
+//   TNROBOT_LOGGER_INITS_FIRST       the creation function calls Init before it has stored anything
 // With LOGGER_WORKS in the environment every variant makes a logger and answers 0.
 
 #include <cstdarg>
@@ -49,12 +52,42 @@ private:
     }
 };
 
+#ifdef TNROBOT_LOGGER_AT_WORK
+// A creation function may use the logging facade as soon as it has stored its logger.
+enum : unsigned int { LogLine = 1, InitAgain = 2, CompareAddress = 4 };
+
+ITnRobotLogger** g_ppStored = nullptr;  // where the first call was told to store
+
+void UseTheFacade(unsigned int nSteps, ITnRobotLogger** ppLogger) {
+    if ((nSteps & LogLine) != 0) {
+        TnRobotLogUtils::PrintLog(1, "%s", "from the creation function");
+    }
+    if ((nSteps & InitAgain) != 0) {
+        std::printf("inner Init %d\n", TnRobotLogUtils::Init());
+    }
+    if ((nSteps & CompareAddress) != 0) {
+        std::printf("same address %d\n", g_ppStored == nullptr || g_ppStored == ppLogger ? 1 : 0);
+        g_ppStored = ppLogger;
+    }
+    std::fflush(stdout);
+}
+#endif
+
 }  // namespace
 
 extern "C" TNROBOT_LOGGER_EXPORT int TnCreateRobotLogger(ITnRobotLogger** ppLogger) {
+#ifdef TNROBOT_LOGGER_INITS_FIRST
+    const int nInner = TnRobotLogUtils::Init();
+    if (*ppLogger != nullptr) {
+        return nInner;
+    }
+#endif
     const bool bWorks = std::getenv("LOGGER_WORKS") != nullptr;
     if (bWorks || TNROBOT_LOGGER_STORES) {
         *ppLogger = new CTnReportingLogger;
     }
+#ifdef TNROBOT_LOGGER_AT_WORK
+    UseTheFacade(TNROBOT_LOGGER_AT_WORK, ppLogger);
+#endif
     return bWorks ? 0 : TNROBOT_LOGGER_RESULT;
 }
