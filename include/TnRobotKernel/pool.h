@@ -166,6 +166,9 @@ public:
         return true;
     }
 
+    /// @return the lock of both lists, for an owner that takes care of it around a fork; borrowed.
+    std::mutex& Mutex() { return m_mutex; }
+
 private:
     // Both lists have grown before the allocator is asked, so nothing can fail once the element
     // exists.
