@@ -102,17 +102,19 @@ public:
 ///
 /// Lifetime: the last Release ends the thread and joins it, which waits for the job to return. It
 ///           does not set the job's event: a job that only returns on that event needs a Stop
-///           first, and so it does for Exit.
+///           first, and so it does for Exit. When the job itself makes the last Release the object
+///           goes as soon as the job has returned.
 /// Threads:  thread-safe: Run, Stop and Exit take effect one after the other. From inside
-///           the job, Run returns true and does nothing; Stop, Exit and the last Release would
-///           wait for ever.
+///           the job, Run returns true and does nothing; Stop and Exit would wait for ever. The
+///           child of a fork may only release an object that was run before.
 class TN_ROBOT_API ITnRobotThread : public ITnUnknown {
 public:
     ~ITnRobotThread() override;
 
     /// Sets the job, from the next pass on. It must not throw: nothing would catch it.
     /// @param[in] job  copied; the one before is destroyed, after it has returned if it is being
-    ///                 called. Its argument is borrowed and set while a Stop is pending.
+    ///                 called. Its argument is borrowed and set while a Stop is pending; a job may
+    ///                 set it, which pauses the thread when the job has returned.
     /// @return always true.
     virtual bool SetWorkJob(const std::function<void(ITnRobotEvent*)>& job) = 0;
 
@@ -152,7 +154,8 @@ public:
 
     /// Does a piece of the work.
     /// @param[in] pRunEvent  borrowed for the call; it is reset when the task is being stopped,
-    ///                       which a long piece polls to return early.
+    ///                       which a long piece polls to return early. A piece that resets it itself
+    ///                       ends the run, as Stop of its own task does.
     virtual void Execute(ITnRobotEvent* pRunEvent) = 0;
 
     /// Gives back what the run has used. The Stop that caused it returns after it.
@@ -176,7 +179,9 @@ public:
 ///           still held when its pool is destroyed stays usable, is no longer stopped when its
 ///           runner is done, and is destroyed by its last Release.
 /// Threads:  thread-safe; Start and Stop take effect one after the other. From inside the task's
-///           own job, Stop of a running task and the last Release would wait for ever.
+///           own job nothing waits: the run ends, and after the last Release the task goes back, when
+///           the runner's call has returned. In the child of a fork a task that has been started
+///           before does not start (false).
 class TN_ROBOT_API ITnRobotTask : public ITnUnknown {
 public:
     ~ITnRobotTask() override;
@@ -190,11 +195,14 @@ public:
     virtual bool Start() = 0;
 
     /// Asks the run to end and waits until its Execute has returned and its ClearResource has
-    /// run. Does nothing when the task is not running.
+    /// run, also when the job has ended the run itself. Does nothing when the task is not running.
+    /// From inside the task's own job it asks and returns at once; a run that is stopped from Init
+    /// still executes once.
     virtual void Stop() = 0;
 
     /// @return whether the task has been started and not been asked to stop since. It stays true
-    ///         for a moment after the runner is done, until the pool stops the task.
+    ///         for a moment after the runner is done, until the pool stops the task, and is false as
+    ///         soon as the end is asked for, while the runner may still work.
     virtual bool IsRunning() = 0;
 };
 

@@ -187,6 +187,9 @@ public:
         return true;
     }
 
+    /// @return the lock of both lists, for an owner that takes care of it around a fork; borrowed.
+    std::mutex& Mutex() { return m_mutex; }
+
 private:
     // pStranger is given back by the caller when it is not null.
     bool HandOut(void* pParam, T** ppElement, ITnPoolElement*& pStranger) {

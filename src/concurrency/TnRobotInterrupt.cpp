@@ -3,11 +3,13 @@
 void CTnRobotInterrupt::Interrupt() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_bInterrupted = true;
-    m_changed.notify_one();
+    m_changed.NotifyOne();
 }
 
 void CTnRobotInterrupt::Wait() {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_bInterrupted; });
+    while (!m_bInterrupted) {
+        m_changed.Wait(lock);
+    }
     m_bInterrupted = false;
 }

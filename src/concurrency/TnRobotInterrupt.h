@@ -3,8 +3,9 @@
 #ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTINTERRUPT_H_
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTINTERRUPT_H_
 
-#include <condition_variable>
 #include <mutex>
+
+#include "concurrency/TnCondition.h"
 
 /// Releases one Wait per Interrupt. An interrupt that nobody waits for is remembered for the next
 /// Wait; further ones before that Wait are the same interrupt.
@@ -24,7 +25,7 @@ public:
 
 private:
     std::mutex m_mutex;
-    std::condition_variable m_changed;
+    tnrobot::Condition m_changed;
     bool m_bInterrupted = false;  // guarded by m_mutex
 };
 

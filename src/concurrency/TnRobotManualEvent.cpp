@@ -1,6 +1,5 @@
 #include "concurrency/TnRobotManualEvent.h"
 
-#include "concurrency/TnTimedWait.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotEvent::~ITnRobotEvent() = default;
@@ -18,7 +17,7 @@ int CTnRobotManualEvent::_Init(bool bSignalled) {
 void CTnRobotManualEvent::SetEvent() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_bSignalled = true;
-    m_changed.notify_all();
+    m_changed.NotifyAll();
 }
 
 void CTnRobotManualEvent::ResetEvent() {
@@ -30,7 +29,7 @@ void CTnRobotManualEvent::ResetEvent() {
 bool CTnRobotManualEvent::WaitEvent(unsigned int nMs) {
     std::unique_lock<std::mutex> lock(m_mutex);
     if (!m_bSignalled && nMs != 0) {
-        tnrobot::WaitOnce(m_changed, lock, nMs);
+        m_changed.WaitOnce(lock, nMs);
     }
     return m_bSignalled;
 }

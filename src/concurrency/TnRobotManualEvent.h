@@ -3,10 +3,10 @@
 #ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTMANUALEVENT_H_
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTMANUALEVENT_H_
 
-#include <condition_variable>
 #include <mutex>
 
 #include "TnRobotKernel/concurrency.h"
+#include "concurrency/TnCondition.h"
 
 /// An event over one mutex and one condition variable.
 ///
@@ -28,7 +28,7 @@ private:
     int _Init(bool bSignalled);
 
     std::mutex m_mutex;
-    std::condition_variable m_changed;
+    tnrobot::Condition m_changed;
     bool m_bSignalled = false;  // guarded by m_mutex
 };
 

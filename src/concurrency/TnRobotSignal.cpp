@@ -1,6 +1,5 @@
 #include "concurrency/TnRobotSignal.h"
 
-#include "concurrency/TnTimedWait.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotSignal::~ITnRobotSignal() = default;
@@ -27,7 +26,7 @@ void CTnRobotSignal::_Leave(unsigned int nState) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_nState == kArmed) {
         m_nState = nState;
-        m_changed.notify_all();
+        m_changed.NotifyAll();
     }
 }
 
@@ -37,7 +36,7 @@ void CTnRobotSignal::Reset() {}
 unsigned int CTnRobotSignal::Wait(unsigned int nMs) {
     std::unique_lock<std::mutex> lock(m_mutex);
     if (m_nState == kArmed && nMs != 0) {
-        tnrobot::WaitOnce(m_changed, lock, nMs);
+        m_changed.WaitOnce(lock, nMs);
     }
     return m_nState;
 }

@@ -3,10 +3,10 @@
 #ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTSIGNAL_H_
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTSIGNAL_H_
 
-#include <condition_variable>
 #include <mutex>
 
 #include "TnRobotKernel/concurrency.h"
+#include "concurrency/TnCondition.h"
 
 /// A latch with three states. Only an armed signal is signalled or cancelled, so the first of the
 /// two wins; only ClearResource arms it again.
@@ -34,7 +34,7 @@ private:
     void _Leave(unsigned int nState);
 
     std::mutex m_mutex;
-    std::condition_variable m_changed;
+    tnrobot::Condition m_changed;
     unsigned int m_nState = kArmed;  // guarded by m_mutex
 };
 

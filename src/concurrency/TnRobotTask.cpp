@@ -1,6 +1,7 @@
 #include "concurrency/TnRobotTask.h"
 
 #include <new>
+#include <utility>
 
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotManualEvent.h"
@@ -28,26 +29,131 @@ int CTnRobotTask::_Init(ITnRobotTaskParent* pParent) {
     return m_pRunEvent && pParent != nullptr ? 1 : 0;
 }
 
+// The worker destroys a task whose last reference was left to it. It cannot join itself; the runner,
+// which may take its time, goes before somebody else has to wait for that.
 CTnRobotTask::~CTnRobotTask() {
-    if (m_pThread) {
-        Stop();
-        m_bExit.store(1);
-        m_pThread->join();
+    if (!m_pWorker || !m_pWorker->IsHere()) {
+        return;
+    }
+    Stop();
+    m_bExit.store(1);
+    if (_OnWorkerThread()) {
+        m_pRunner.Reset();
+        tnrobot::Worker::Leave(std::move(m_pWorker));
+    }
+    m_pWorker.reset();
+}
+
+// Every reference but the last holder's goes by an exchange, after which nothing of the task is
+// touched: somebody else may destroy it.
+int CTnRobotTask::Release() {
+    if (IsInherited()) {
+        return _ReleaseInherited();
+    }
+    int nReferences = 0;
+    const bool bDropped = _DropUnlessLast(nReferences);
+    tnrobot::CheckRelease(this, nReferences);
+    if (bDropped) {
+        return nReferences - 1;
+    }
+    if (!_OnWorkerThread()) {
+        return _StopAndGiveBack();
+    }
+    return _LeaveToWorker() ? nReferences - 1 : Release();
+}
+
+// The count first: a pool that goes forgets the task before it gives its own reference back, so a
+// count of 2 that was read before means the same or more afterwards. @param[out] nReferences  the
+// count before the drop, or the last holder's.
+bool CTnRobotTask::_DropUnlessLast(int& nReferences) {
+    nReferences = m_nRefCount.load();
+    while (!_IsLastHolder(nReferences)) {
+        if (m_nRefCount.compare_exchange_weak(nReferences, nReferences - 1)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CTnRobotTask::_IsLastHolder(int nReferences) const {
+    return nReferences == 1 || (nReferences == 2 && m_pParent.load() != nullptr);
+}
+
+// The reference counts until the worker has left the runner, and no run begins before it is gone.
+int CTnRobotTask::_StopAndGiveBack() {
+    m_bGoing.store(true);
+    std::unique_lock<std::mutex> control(m_controlMutex);
+    _StopLocked();
+    return _GiveUp(std::move(control), 0) - 1;
+}
+
+// The caller is the worker, inside the runner, or holds m_controlMutex. @return false, with nothing
+// changed, when somebody else has come to hold the task.
+bool CTnRobotTask::_LeaveToWorker() {
+    {
+        std::lock_guard<std::mutex> lock(m_parentMutex);
+        if (!_IsLastHolder(m_nRefCount.load())) {
+            return false;
+        }
+        m_nLeft.fetch_add(1);
+    }
+    m_pRunEvent->ResetEvent();
+    return true;
+}
+
+// For the worker outside of a run. A lock that is taken is asked for again in the next turn: whoever
+// has it may wait for the worker. @return whether the task is destroyed.
+bool CTnRobotTask::_TakeBackLeft() {
+    std::unique_lock<std::mutex> control(m_controlMutex, std::try_to_lock);
+    return control.owns_lock() && _GiveUp(std::move(control), 1) == 1;
+}
+
+// Gives up one reference to a stopped task, which m_controlMutex keeps stopped. A pool that goes
+// meanwhile has either forgotten the task before, or waits for it to come back.
+// @param[in] nLeft  1 when the reference is one that was left to the worker, otherwise 0.
+// @return the count before; with 1 the task is destroyed.
+int CTnRobotTask::_GiveUp(std::unique_lock<std::mutex> control, int nLeft) {
+    ITnRobotTaskParent* pHome = nullptr;
+    int nBefore = 0;
+    {
+        std::lock_guard<std::mutex> lock(m_parentMutex);
+        m_bGoing.store(false);
+        m_nLeft.fetch_sub(nLeft);
+        nBefore = m_nRefCount.fetch_sub(1);
+        pHome = nBefore == 2 ? m_pParent.load() : nullptr;
+    }
+    control.unlock();
+    if (pHome != nullptr) {
+        pHome->RecoveryTask(this);
+    } else if (nBefore == 1) {
+        tnrobot::Destroy(this);
+    }
+    return nBefore;
+}
+
+void CTnRobotTask::ReleaseWithoutWaiting() {
+    int nReferences = 0;
+    while (!_DropUnlessLast(nReferences)) {
+        std::unique_lock<std::mutex> control(m_controlMutex, std::try_to_lock);
+        if (!control.owns_lock()) {
+            tnrobot::PollSleep();
+        } else if (!IsInRunner()) {
+            _GiveUp(std::move(control), 0);
+            return;
+        } else if (_LeaveToWorker()) {
+            return;
+        }
     }
 }
 
-// The pool may be destroyed while another thread releases its task, so neither the task nor the
-// parent may be touched after the decrement, unless this release is the one that gives the task
-// back: then the pool waits for it. The count is read before the parent: if the pool lets the task
-// go in between, the count has changed, the exchange fails and both are read again. (It cannot
-// have changed back: the pool takes no notices any more by then, and nobody else adds a reference
-// to a task whose only holder is releasing it.)
-int CTnRobotTask::Release() {
-    int nBefore = m_nRefCount.load();
-    ITnRobotTaskParent* pParent = nullptr;
-    do {
-        pParent = m_pParent.load();
-    } while (!m_nRefCount.compare_exchange_weak(nBefore, nBefore - 1));
+bool CTnRobotTask::IsInherited() const {
+    return !m_home.IsHere() && !(m_pWorker && m_pWorker->IsHere());
+}
+
+// There is nobody to stop, and a lock may have been lost with the thread that held it.
+int CTnRobotTask::_ReleaseInherited() {
+    ITnRobotTaskParent* pParent = m_pParent.load();
+    const int nBefore = m_nRefCount.fetch_sub(1);
     if (nBefore == 2 && pParent != nullptr) {
         pParent->RecoveryTask(this);
     } else if (nBefore <= 1) {
@@ -59,9 +165,22 @@ int CTnRobotTask::Release() {
     return nBefore - 1;
 }
 
+void CTnRobotTask::SettleHere() {
+    tnrobot::Ref<ITnRobotEvent> event;
+    CTnRobotManualEvent::CreateInstance(false, event.Receive());
+    m_pRunEvent = std::move(event);
+    tnrobot::Forget(m_controlMutex);
+    tnrobot::Forget(m_parentMutex);
+    m_pWorker.reset();
+    m_state.store(TASK_NOT_STARTED);
+    m_nLeft.store(0);
+    m_bGoing.store(false);
+    m_home = tnrobot::HomeProcess();
+}
+
 bool CTnRobotTask::AddRefWhileHeld() {
     int nBefore = m_nRefCount.load();
-    while (nBefore > 1) {
+    while (nBefore > 1 && !m_bGoing.load()) {
         if (m_nRefCount.compare_exchange_weak(nBefore, nBefore + 1)) {
             return true;
         }
@@ -69,25 +188,28 @@ bool CTnRobotTask::AddRefWhileHeld() {
     return false;
 }
 
-// The extra reference keeps every holder from taking the count from 2 to 1 while the parent is
-// being forgotten; it goes together with the pool's, so that no count in between can be mistaken
-// for the one before. A count of 1 at the start means that the task is idle or on its way back,
-// with the parent still set.
+// A last holder that waits for the job to return, and references that were left to the worker, hold
+// nothing: their task comes back by itself.
 bool CTnRobotTask::Abandon() {
-    if (m_nRefCount.fetch_add(1) == 1) {
-        m_nRefCount.fetch_sub(1);
-        return false;
+    {
+        const std::unique_lock<std::mutex> lock = _LockParent();
+        if (m_bGoing.load() || m_nRefCount.load() - 1 == m_nLeft.load()) {
+            return false;
+        }
+        m_pParent.store(nullptr);
     }
-    FreeParent();
-    if (m_nRefCount.fetch_sub(2) == 2) {
-        tnrobot::Destroy(this);
-    }
+    Release();
     return true;
 }
 
 void CTnRobotTask::FreeParent() {
-    std::lock_guard<std::mutex> lock(m_parentMutex);
+    const std::unique_lock<std::mutex> lock = _LockParent();
     m_pParent.store(nullptr);
+}
+
+// In a child the lock may be lost; the threads that it keeps apart are not there either.
+std::unique_lock<std::mutex> CTnRobotTask::_LockParent() {
+    return IsInherited() ? std::unique_lock<std::mutex>() : std::unique_lock<std::mutex>(m_parentMutex);
 }
 
 // The new reference comes first: it may be the runner that is bound already.
@@ -97,9 +219,13 @@ bool CTnRobotTask::BindRunner(ITnRobotTaskRunner* pRunner) {
 }
 
 // The job of a task that is being stopped cannot wait for the stop to be over, since the stop
-// waits for the job: it is told that nothing was started.
+// waits for the job: it is told that nothing was started. So is who has inherited a task: its worker
+// is not here. Everybody else lets a run whose event is reset come to its end first, whoever reset it.
 bool CTnRobotTask::Start() {
     tnrobot::CheckInUse(this, m_nRefCount);
+    if (IsInherited() && m_pWorker) {
+        return false;
+    }
     if (IsRunning()) {
         return true;
     }
@@ -107,50 +233,69 @@ bool CTnRobotTask::Start() {
         return false;
     }
     std::lock_guard<std::mutex> lock(m_controlMutex);
-    if (IsRunning()) {
-        return true;
+    tnrobot::PollUntil([this] { return !IsInRunner() || IsRunning(); });
+    if (!IsRunning()) {
+        if (!m_pWorker) {
+            _StartWorker();
+        }
+        _BeginRun();
     }
-    if (!m_pThread) {
-        _StartWorker();
-    }
-    m_nRun.fetch_add(1);
-    m_pRunEvent->SetEvent();
-    tnrobot::PollUntil([this] { return m_state.load() == TASK_RUNNING; });
     return true;
 }
 
 void CTnRobotTask::_StartWorker() {
     m_state.store(TASK_STOPPED);
     try {
-        m_pThread = std::make_unique<std::thread>([this] { _OnTaskWork(); });
+        m_pWorker = std::make_unique<tnrobot::Worker>([this] { _OnTaskWork(); });
     } catch (...) {
         m_state.store(TASK_NOT_STARTED);
         throw;
     }
 }
 
-// The job of a task that is being stopped has nothing left to ask for, and must not wait for the
-// one that waits for it.
+// The number is waited for, not the state: a run that its own job ends may be over before this
+// thread looks again.
+void CTnRobotTask::_BeginRun() {
+    const unsigned long long nRun = m_nRun.fetch_add(1) + 1;
+    m_pRunEvent->SetEvent();
+    tnrobot::PollUntil([this, nRun] { return m_nBegun.load() == nRun; });
+}
+
+// The job must not wait for itself: it asks, and its run ends when it has returned.
 void CTnRobotTask::Stop() {
-    if (_OnWorkerThread() && !IsRunning()) {
+    if (IsInherited()) {
+        return;
+    }
+    if (_OnWorkerThread()) {
+        m_pRunEvent->ResetEvent();
         return;
     }
     std::lock_guard<std::mutex> lock(m_controlMutex);
     _StopLocked();
 }
 
+// The number and the event are looked at before the lock is asked for: whoever has that and waits
+// with it is ending this very run, has ended it, or begins a later one. It may be taken for moments
+// while the run goes on, by a Start that finds it running.
 void CTnRobotTask::StopRun(unsigned long long nRun) {
-    std::lock_guard<std::mutex> lock(m_controlMutex);
-    if (m_nRun.load() == nRun) {
-        _StopLocked();
+    while (m_nRun.load() == nRun && IsRunning()) {
+        std::unique_lock<std::mutex> lock(m_controlMutex, std::try_to_lock);
+        if (!lock.owns_lock()) {
+            tnrobot::PollSleep();
+        } else if (m_nRun.load() == nRun && IsRunning()) {
+            _StopLocked();
+        }
     }
 }
 
+// The event is looked at in every step: a job might set it again.
 void CTnRobotTask::_StopLocked() {
-    if (IsRunning()) {
-        m_pRunEvent->ResetEvent();
-        tnrobot::PollUntil([this] { return m_state.load() == TASK_STOPPED; });
-    }
+    tnrobot::PollUntil([this] {
+        if (IsRunning()) {
+            m_pRunEvent->ResetEvent();
+        }
+        return !IsInRunner();
+    });
 }
 
 bool CTnRobotTask::IsRunning() {
@@ -191,11 +336,15 @@ void CTnRobotTask::_OnTaskWork() {
                 m_pRunner->ClearResource();
                 m_state.store(TASK_STOPPED);  // from here on the runner may be replaced
             }
+            if (m_nLeft.load() != 0 && _TakeBackLeft()) {
+                return;
+            }
         } else {
             if (!bInited) {
                 bInited = true;
-                m_pRunner->Init();
                 m_state.store(TASK_RUNNING);
+                m_pRunner->Init();
+                m_nBegun.store(m_nRun.load());
             }
             if (!m_pRunner->IsStop()) {
                 bExecuted = true;

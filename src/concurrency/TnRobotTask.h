@@ -6,32 +6,39 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include "TnRobotKernel/concurrency.h"
+#include "concurrency/TnWorker.h"
+#include "core/TnFork.h"
 #include "core/TnRef.h"
 
 /// A runner's thread, in use or idle in its pool.
 ///
 /// Counting: in use the task has its pool's reference, its holders' and one for each notice that
 /// waits in the pool; idle it has the pool's alone; orphaned (its pool is gone) it has no parent
-/// and only its holders'. The fall of the count from 2 to 1, not from 1 to 0, gives it back to the
-/// pool. A notice never revives a task whose count has fallen to 1: its giving back, which stops
-/// it anyway, is under way, and would otherwise happen a second time.
+/// and only its holders'. The last holder stops the task while its reference still counts, and only
+/// then gives it up: the fall of the count from 2 to 1 gives the task back, that from 1 to 0
+/// destroys it. So no count says "free" while the worker is in the runner, and whatever a job does
+/// with references to its own task is nothing special.
 ///
-/// Invariants: only the worker writes m_state once it exists. m_pRunEvent changes only under
-/// m_controlMutex, and whoever changes it keeps the lock until the worker has answered through
-/// m_state, so that no Start falls between a Stop and its answer: the worker would never see the
-/// event reset, the Start would begin no run and the Stop would wait for ever. Every run has a
-/// number of its own, so that the news of a finished run does not stop a later one.
+/// Whoever must not wait for the worker leaves its reference to it: the job, which is the worker,
+/// and the pool's thread, which has other tasks to stop. The worker gives it up after the run.
 ///
-/// The worker touches the runner only between seeing the run event set and storing "stopped",
-/// so an idle task's runner may be replaced.
+/// Invariants: only the worker writes m_state once it exists, and m_nBegun. Callers change
+/// m_pRunEvent only under m_controlMutex, and keep the lock until the worker has answered through
+/// m_state or m_nBegun. The job may reset the event at any time, so a reset event does not tell that
+/// the run is over: m_state does. Under m_controlMutex, "stopped" stays so until the lock is gone.
+/// Every run has a number of its own, so that the news of a finished run does not stop a later one.
 ///
-/// Lock order: m_controlMutex and m_parentMutex come from separate paths, the callers' and the
-///             worker's, and are never held together. Under m_controlMutex comes the event's lock,
-///             under m_parentMutex the pool's notification lock. m_controlMutex is held while the
-///             runner works, m_parentMutex never.
+/// The worker touches the runner only while m_state says "running", so an idle task's runner may be
+/// replaced.
+///
+/// In a forked child the task of the parent has no worker, and any of its locks may be lost: only its
+/// references are counted there.
+///
+/// Lock order: m_controlMutex, then m_parentMutex or the event's lock; under m_parentMutex comes the
+///             pool's notification lock. m_controlMutex is held while the runner works, m_parentMutex
+///             never. The worker only tries m_controlMutex.
 /// Threads:    everything that is public is thread-safe but BindRunner, which needs an idle task.
 class CTnRobotTask final : public ITnRobotTask {
 public:
@@ -55,19 +62,33 @@ public:
     /// Forgets the pool. After it the worker neither is nor will be in the pool's OnNotifyStop.
     void FreeParent();
 
-    /// Lets go of a task that is not idle, for a pool that is being destroyed: forgets the pool
+    /// Lets go of a task that somebody holds, for a pool that is being destroyed: forgets the pool
     /// and gives the pool's reference back, which leaves the task to its holders.
-    /// @return false, with nothing changed, when only the pool's reference is left.
+    /// @return false, with nothing changed, when nobody holds it: then it is idle or on its way.
     bool Abandon();
 
-    /// Adds a reference unless only the pool's is left. @return whether one was added.
+    /// Adds a reference for a notice unless nobody holds the task or its last holder is giving it
+    /// back, which stops it anyway. @return whether one was added.
     bool AddRefWhileHeld();
+
+    /// Gives a reference back without waiting for the runner; for the pool's thread.
+    void ReleaseWithoutWaiting();
 
     /// @return the number of the latest run, 0 before the first.
     unsigned long long GetRunNumber() const { return m_nRun.load(); }
 
-    /// Stops the task if that run is still going on.
+    /// Stops the task if nobody has ended that run yet; otherwise it waits for nothing.
     void StopRun(unsigned long long nRun);
+
+    /// @return whether the worker is in the runner.
+    bool IsInRunner() const { return m_state.load() == TASK_RUNNING; }
+
+    /// @return whether the task has come here by a fork: its worker, if any, has not.
+    bool IsInherited() const;
+
+    /// Makes an idle task that is inherited one of this process, which has no worker yet. Throws
+    /// std::bad_alloc and then changes nothing.
+    void SettleHere();
 
     /// Whether the task is among the pool's idle ones; guarded by the pool's lock.
     void SetIdle(bool bIdle) { m_bIdle = bIdle; }
@@ -75,28 +96,41 @@ public:
 
 private:
     enum ETnTaskState : int {
-        TASK_STOPPED = 0,      ///< the worker is idle
-        TASK_RUNNING = 1,      ///< the worker has called the runner's Init
+        TASK_STOPPED = 0,      ///< the worker is not in the runner
+        TASK_RUNNING = 1,      ///< it is, from before Init until after ClearResource
         TASK_NOT_STARTED = 2,  ///< there is no worker yet, or no more
     };
 
     CTnRobotTask() = default;
     int _Init(ITnRobotTaskParent* pParent);
     void _StartWorker();
+    void _BeginRun();
     void _StopLocked();
     bool _OnWorkerThread() const;
+    bool _IsLastHolder(int nReferences) const;
+    bool _DropUnlessLast(int& nReferences);
+    int _ReleaseInherited();
+    int _StopAndGiveBack();
+    bool _LeaveToWorker();
+    bool _TakeBackLeft();
+    int _GiveUp(std::unique_lock<std::mutex> control, int nLeft);
+    std::unique_lock<std::mutex> _LockParent();
     bool _NotifyParent();
     void _OnTaskWork();
 
     std::atomic<int> m_bExit{0};  // set by the destructor alone
     std::mutex m_controlMutex;
-    tnrobot::Ref<ITnRobotEvent> m_pRunEvent;    // changed under m_controlMutex; set: shall run
-    std::atomic<unsigned long long> m_nRun{0};  // changed under m_controlMutex
-    std::atomic<int> m_state{TASK_NOT_STARTED};
-    std::unique_ptr<std::thread> m_pThread;      // guarded by m_controlMutex; null until the first Start
-    tnrobot::Ref<ITnRobotTaskRunner> m_pRunner;  // changed only while the task is idle
-    std::mutex m_parentMutex;                    // held while the parent is told or forgotten
-    std::atomic<ITnRobotTaskParent*> m_pParent{nullptr};
+    tnrobot::Ref<ITnRobotEvent> m_pRunEvent;              // set under m_controlMutex; set: shall run
+    std::atomic<unsigned long long> m_nRun{0};            // changed under m_controlMutex
+    std::atomic<unsigned long long> m_nBegun{0};          // latest run whose Init has returned
+    std::atomic<int> m_state{TASK_NOT_STARTED};           // see above
+    std::unique_ptr<tnrobot::Worker> m_pWorker;           // guarded by m_controlMutex; null until the first Start
+    tnrobot::Ref<ITnRobotTaskRunner> m_pRunner;           // changed only while the task is idle
+    std::mutex m_parentMutex;                             // held while the parent is told, found or forgotten
+    std::atomic<ITnRobotTaskParent*> m_pParent{nullptr};  // changed under m_parentMutex
+    std::atomic<int> m_nLeft{0};                          // changed under m_parentMutex; references left to the worker
+    std::atomic<bool> m_bGoing{false};                    // the last holder lets go; reset under m_parentMutex
+    tnrobot::HomeProcess m_home;
     bool m_bIdle = false;
 };
 

@@ -23,15 +23,15 @@ int CTnRobotTaskPool::_Init() {
     if (TnCreateRobotManualEvent(false, m_pExitEvent.Receive()) == 0) {
         return 0;
     }
-    m_thread = std::thread([this] { _OnThreadPoolWork(); });
+    m_pThread = std::make_unique<tnrobot::Worker>([this] { _OnThreadPoolWork(); });
     return 1;
 }
 
 CTnRobotTaskPool::~CTnRobotTaskPool() {
-    if (m_thread.joinable()) {
+    if (m_pThread && m_pThread->IsHere()) {
         m_pExitEvent->SetEvent();
-        m_thread.join();
     }
+    m_pThread.reset();
     _DropNotices();
     _LetGoOfTasks();
 }
@@ -45,31 +45,29 @@ void CTnRobotTaskPool::_DropNotices() {
         m_bNoticesClosed = true;
         queue.reset(m_pNotifyQueue.exchange(nullptr));
     }
-    queue.reset();
-    m_takenNotices.clear();
 }
 
 // Held tasks stay with their holders. The others are idle or just being given back; none is
 // destroyed before the last has come back, since that looks at the whole list of idle ones. No
 // lock is held while tasks go: their runners go with them.
 void CTnRobotTaskPool::_LetGoOfTasks() {
-    const auto itEnd =
-        std::remove_if(m_allTasks.begin(), m_allTasks.end(), [](CTnRobotTask* pTask) { return pTask->Abandon(); });
-    m_allTasks.erase(itEnd, m_allTasks.end());
-    _AwaitIdleTasks();
+    tnrobot::PollUntil([this] {
+        const auto itEnd =
+            std::remove_if(m_allTasks.begin(), m_allTasks.end(), [](CTnRobotTask* pTask) { return pTask->Abandon(); });
+        m_allTasks.erase(itEnd, m_allTasks.end());
+        return _AreAllIdle();
+    });
     for (CTnRobotTask* pTask : m_allTasks) {
         pTask->FreeParent();
         pTask->Release();  // the pool's reference, the last one
     }
 }
 
-void CTnRobotTaskPool::_AwaitIdleTasks() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_bClosing = true;
-    m_returned.wait(lock, [this] {
-        return std::all_of(m_allTasks.begin(), m_allTasks.end(),
-                           [](const CTnRobotTask* pTask) { return pTask->IsIdle(); });
-    });
+// Who was giving an inherited task back may not be here: nobody waits for that.
+bool CTnRobotTaskPool::_AreAllIdle() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return std::all_of(m_allTasks.begin(), m_allTasks.end(),
+                       [](const CTnRobotTask* pTask) { return pTask->IsIdle() || pTask->IsInherited(); });
 }
 
 bool CTnRobotTaskPool::CreateTask(ITnRobotTaskRunner* pRunner, ITnRobotTask** ppTask) {
@@ -104,6 +102,9 @@ CTnRobotTask* CTnRobotTaskPool::_TakeTask() {
         return _MakeTask();
     }
     CTnRobotTask* pTask = m_idleTasks.Front();
+    if (pTask->IsInherited()) {
+        pTask->SettleHere();
+    }
     m_idleTasks.PopFront();
     pTask->SetIdle(false);
     if constexpr (tnrobot::kChecked) {
@@ -129,13 +130,17 @@ unsigned int CTnRobotTaskPool::GetTaskCount() {
 }
 
 // No reference is taken: the pool's own is left. A closing pool may be gone as soon as the lock
-// is released.
+// is released. A job that calls this for its own task has it stopped; idle the task becomes when its
+// holder releases it.
 void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
     auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask);
     if (pPooled == nullptr) {
         return;
     }
     pPooled->Stop();
+    if (pPooled->IsInRunner() && !pPooled->IsInherited()) {
+        return;
+    }
     std::lock_guard<std::mutex> lock(m_mutex);
     if (pPooled->IsIdle()) {
         return;
@@ -147,9 +152,6 @@ void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
         tnrobot::checked::SetFree(pPooled, this);
     }
     _SetIdleCount();
-    if (m_bClosing) {
-        m_returned.notify_all();
-    }
 }
 
 void CTnRobotTaskPool::_SetIdleCount() {
@@ -207,7 +209,7 @@ void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
 
 // The task-list mutex is only tried: while somebody works on the lists, the notices can wait for a
 // turn.
-void CTnRobotTaskPool::_TakeNotices() {
+void CTnRobotTaskPool::_TakeNotices(NotifyQueue& notices) {
     if (!m_bHasNotify.load()) {
         return;
     }
@@ -217,24 +219,33 @@ void CTnRobotTaskPool::_TakeNotices() {
     }
     m_bHasNotify.store(false);
     if (std::unique_ptr<NotifyQueue> queue{m_pNotifyQueue.exchange(nullptr)}) {
-        m_takenNotices.swap(*queue);
+        notices.swap(*queue);
+    }
+}
+
+// The run that a notice is about may be over long since, and its reference the last one to a task
+// that runs again: then the worker gives the task back, because others wait to be stopped here.
+void CTnRobotTaskPool::_Obey(STnStopNotice notice) {
+    if (auto* pPooled = dynamic_cast<CTnRobotTask*>(notice.m_task.Get())) {
+        pPooled->StopRun(notice.m_nRun);
+        notice.m_task.Detach();
+        pPooled->ReleaseWithoutWaiting();
+    } else if (notice.m_task->IsRunning()) {
+        notice.m_task->Stop();
     }
 }
 
 void CTnRobotTaskPool::_OnThreadPoolWork() {
+    NotifyQueue notices;
     while (!m_pExitEvent->WaitEvent(0)) {
-        if (m_takenNotices.empty()) {
-            _TakeNotices();
+        if (notices.empty()) {
+            _TakeNotices(notices);
             tnrobot::PollSleep();
             continue;
         }
-        const STnStopNotice notice = std::move(m_takenNotices.front());
-        m_takenNotices.pop_front();
-        if (auto* pPooled = dynamic_cast<CTnRobotTask*>(notice.m_task.Get())) {
-            pPooled->StopRun(notice.m_nRun);
-        } else if (notice.m_task->IsRunning()) {
-            notice.m_task->Stop();
-        }
+        STnStopNotice notice = std::move(notices.front());
+        notices.pop_front();
+        _Obey(std::move(notice));
     }
 }
 

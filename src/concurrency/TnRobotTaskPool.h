@@ -4,14 +4,15 @@
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKPOOL_H_
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
+#include <memory>
 #include <mutex>
-#include <thread>
 
 #include "TnRobotKernel/concurrency.h"
 #include "TnRobotKernel/detail/RingQueue.h"
 #include "concurrency/TnRobotTask.h"
+#include "concurrency/TnWorker.h"
+#include "core/TnFork.h"
 #include "core/TnRef.h"
 
 /// Recycles tasks and stops those whose runner is done.
@@ -27,9 +28,12 @@
 /// notice is left behind without the flag. A notice holds a reference to its task for as long as
 /// it waits: such a task is not idle.
 ///
-/// Destruction: the pool's thread goes first, then the notices, then the tasks. That order leaves
-/// only holders to change a task's count, which CTnRobotTask::Release relies on. A task that is just
-/// being given back is waited for; held ones live on without the pool.
+/// Destruction: the pool's thread goes first, with the notices that it has taken, then the others,
+/// then the tasks. A task that is just being given back is waited for, one whose runner still works
+/// included; held ones live on without the pool.
+///
+/// In a forked child the pool goes on without its thread: tasks come and go, and nobody stops those
+/// whose runner is done. Its own locks are never lost.
 ///
 /// Lock order: m_mutex, or a task's m_parentMutex and then m_notifyMutex. No task is stopped,
 ///             released or given a runner under any of them.
@@ -61,28 +65,28 @@ private:
     CTnRobotTask* _TakeTask();
     CTnRobotTask* _MakeTask();
     void _SetIdleCount();
-    void _TakeNotices();
     void _DropNotices();
     void _LetGoOfTasks();
-    void _AwaitIdleTasks();
+    bool _AreAllIdle();
+    void _TakeNotices(NotifyQueue& notices);
+    static void _Obey(STnStopNotice notice);
     void _OnThreadPoolWork();
     void _CheckInvariants() const;
 
     std::mutex m_mutex;
-    std::condition_variable m_returned;             // a task came back to a closing pool
     tnrobot::RingQueue<CTnRobotTask*> m_idleTasks;  // guarded by m_mutex; front reused first
     std::deque<CTnRobotTask*> m_allTasks;           // grows under m_mutex; one reference each
     std::atomic<unsigned int> m_nIdleTasks{0};      // written under m_mutex
-    bool m_bClosing = false;                        // guarded by m_mutex
 
     std::mutex m_notifyMutex;
     std::atomic<NotifyQueue*> m_pNotifyQueue{nullptr};  // owned; see above
     std::atomic<bool> m_bHasNotify{false};
     bool m_bNoticesClosed = false;  // guarded by m_notifyMutex
 
-    NotifyQueue m_takenNotices;  // the pool's thread's own until it has ended
-    std::thread m_thread;
-    tnrobot::Ref<ITnRobotEvent> m_pExitEvent;  // set: the pool's thread shall end
+    tnrobot::Ref<ITnRobotEvent> m_pExitEvent;    // set: the pool's thread shall end
+    std::unique_ptr<tnrobot::Worker> m_pThread;  // set at creation
+    tnrobot::ForkSafe m_forkSafeLists{m_mutex};
+    tnrobot::ForkSafe m_forkSafeNotices{m_notifyMutex};
 };
 
 #endif  // TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKPOOL_H_

@@ -4,6 +4,7 @@
 
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotManualEvent.h"
+#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 namespace {
@@ -30,14 +31,43 @@ int CTnRobotThread::_Init() {
     return 1;
 }
 
-// The stop event is left as it is, which callers rely on: a job that waits for it ends only by a
-// Stop that comes first.
+// A worker that destroys its own object cannot join itself.
 CTnRobotThread::~CTnRobotThread() {
-    if (m_pThread) {
+    if (_OnWorkerThread()) {
+        tnrobot::Worker::Leave(std::move(m_pWorker));
+    }
+}
+
+// The last reference counts until the worker has ended, so that a job may add and release references
+// to its own object meanwhile. The worker, which cannot wait for itself, destroys the object when the
+// job has returned. The stop event is left as it is, which callers rely on: a job that waits for it
+// ends only by a Stop that comes first.
+int CTnRobotThread::Release() {
+    int nReferences = m_nRefCount.load();
+    while (nReferences != 1) {
+        if (m_nRefCount.compare_exchange_weak(nReferences, nReferences - 1)) {
+            tnrobot::CheckRelease(this, nReferences);
+            return nReferences - 1;
+        }
+    }
+    if (_OnWorkerThread()) {
+        m_bDestroy = true;
+        m_pExitEvent->SetEvent();
+        return 0;
+    }
+    if (m_pWorker && m_pWorker->IsHere()) {
         m_pExitEvent->SetEvent();
         _PollState(THREAD_EXITED);
-        m_pThread->join();
     }
+    return _Drop();
+}
+
+int CTnRobotThread::_Drop() {
+    const int nBefore = m_nRefCount.fetch_sub(1);
+    if (nBefore == 1) {
+        tnrobot::Destroy(this);
+    }
+    return nBefore - 1;
 }
 
 // The worker keeps the job that it is calling alive, so a job may be replaced while it runs, even
@@ -64,11 +94,16 @@ bool CTnRobotThread::Run() {
         return true;
     }
     std::unique_lock<std::mutex> lock(m_controlMutex);
-    if (!m_pThread) {
-        m_pThread = std::make_unique<std::thread>([this] { _OnThreadWorkLoop(); });
+    if (!m_pWorker) {
+        m_pWorker = std::make_unique<tnrobot::Worker>([this] { _OnThreadWorkLoop(); });
     }
+    const unsigned long long nBegins = m_nBegins.load();
     m_pStopEvent->ResetEvent();
-    _AwaitAnswer(THREAD_RUNNING, std::move(lock));
+    // A job that pauses itself may be paused again before this thread looks.
+    if (!_AwaitAnswer([this, nBegins] { return m_state.load() == THREAD_RUNNING || m_nBegins.load() != nBegins; })) {
+        lock.unlock();
+        _PollState(THREAD_RUNNING);
+    }
     return true;
 }
 
@@ -80,7 +115,15 @@ void CTnRobotThread::Stop() {
     }
     std::unique_lock<std::mutex> lock(m_controlMutex);
     m_pStopEvent->SetEvent();
-    _AwaitAnswer(THREAD_PAUSED, std::move(lock));
+    // In every step: a job might reset its event.
+    const bool bAnswered = _AwaitAnswer([this] {
+        m_pStopEvent->SetEvent();
+        return m_state.load() == THREAD_PAUSED;
+    });
+    if (!bAnswered) {
+        lock.unlock();
+        _PollState(THREAD_PAUSED);
+    }
 }
 
 // Comes after a pause that is under way, whose answer an exit would swallow. The wait itself keeps
@@ -102,21 +145,19 @@ bool CTnRobotThread::_IsRunning() {
     return m_state.load() == THREAD_RUNNING && !m_pStopEvent->WaitEvent(0);
 }
 
-// Waits for the worker's answer with the lock held. Where no worker can give it, the wait goes on
-// for ever, as callers know it, but keeps nobody else out.
-void CTnRobotThread::_AwaitAnswer(ETnThreadState eState, std::unique_lock<std::mutex> lock) {
-    int state = THREAD_CREATED;
-    if (m_pThread) {
+// Waits for the worker's answer; the caller holds the lock. @return false where no worker can give it:
+// the wait then goes on for ever, as callers know it, but without the lock, so it keeps nobody out.
+template <typename Answer>
+bool CTnRobotThread::_AwaitAnswer(Answer answer) const {
+    bool bAnswered = false;
+    if (m_pWorker) {
         tnrobot::PollUntil([&] {
-            state = m_state.load();
-            return state == eState || state == THREAD_EXITED;
+            const bool bExited = m_state.load() == THREAD_EXITED;
+            bAnswered = answer();
+            return bAnswered || bExited;
         });
     }
-    if (state == eState) {
-        return;
-    }
-    lock.unlock();
-    _PollState(eState);
+    return bAnswered;
 }
 
 void CTnRobotThread::_PollState(ETnThreadState eState) const {
@@ -138,11 +179,16 @@ void CTnRobotThread::_OnThreadWorkLoop() {
         }
         if (!bRunning) {
             m_state.store(THREAD_RUNNING);
+            m_nBegins.fetch_add(1);
         }
         (*_Job())(m_pStopEvent.Get());
         bRunning = true;
     }
+    const bool bDestroy = m_bDestroy;
     m_state.store(THREAD_EXITED);
+    if (bDestroy) {
+        _Drop();
+    }
 }
 
 int TnCreateRobotThread(ITnRobotThread** ppThread) {

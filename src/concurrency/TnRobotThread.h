@@ -6,9 +6,9 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include "TnRobotKernel/concurrency.h"
+#include "concurrency/TnWorker.h"
 #include "core/TnRef.h"
 
 /// Calls its job pass after pass on one thread. Requests go to the worker through two events, its
@@ -17,7 +17,15 @@
 /// Invariants: only the worker writes m_state. Under m_controlMutex at most one request is
 /// unanswered, and nobody takes it back: the stop event is neither set by another Stop nor reset
 /// by a Run before the worker has answered. Otherwise a Run between a Stop and its answer would
-/// cancel the pause, and the Stop would wait for ever.
+/// cancel the pause, and the Stop would wait for ever. The job may set and reset the event at any
+/// time: a Stop sets it until it is answered, and a Run waits for a pass that began, not for a state
+/// that may be over.
+///
+/// The count falls to 0 when the worker has ended: the last holder's Release waits for that first,
+/// and a job whose Release is the last leaves the object to the worker, which is itself.
+///
+/// In a forked child the worker is not there, and any of the locks may be lost: only references are
+/// counted there.
 ///
 /// Waits that no worker can end (there is none yet, it has exited, or it is the caller itself) are
 /// contractual and happen without m_controlMutex, so that they stop nobody else.
@@ -31,6 +39,7 @@ public:
 
     ~CTnRobotThread() override;
 
+    int Release() override;
     bool SetWorkJob(const std::function<void(ITnRobotEvent*)>& job) override;
     bool Run() override;
     void Stop() override;
@@ -51,17 +60,21 @@ private:
     std::shared_ptr<const Job> _Job();
     bool _OnWorkerThread() const;
     bool _IsRunning();
-    void _AwaitAnswer(ETnThreadState eState, std::unique_lock<std::mutex> lock);
+    int _Drop();
+    template <typename Answer>
+    bool _AwaitAnswer(Answer answer) const;
     void _PollState(ETnThreadState eState) const;
     void _OnThreadWorkLoop();
 
     std::mutex m_controlMutex;
-    std::unique_ptr<std::thread> m_pThread;  // guarded by m_controlMutex; null until the first Run
+    std::unique_ptr<tnrobot::Worker> m_pWorker;  // guarded by m_controlMutex; null until the first Run
     std::mutex m_jobMutex;
     std::shared_ptr<const Job> m_job;  // pointer guarded by m_jobMutex; never null
     tnrobot::Ref<ITnRobotEvent> m_pStopEvent;
     tnrobot::Ref<ITnRobotEvent> m_pExitEvent;
     std::atomic<int> m_state{THREAD_CREATED};
+    std::atomic<unsigned long long> m_nBegins{0};  // how often a pass began while not running
+    bool m_bDestroy = false;                       // the worker's own: the last reference is its
 };
 
 #endif  // TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTHREAD_H_

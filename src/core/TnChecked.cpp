@@ -115,6 +115,9 @@ public:
         }
     }
 
+    void Lock() { m_mutex.lock(); }
+    void Unlock() { m_mutex.unlock(); }
+
 private:
     using Entries = std::map<Disguised, Entry, std::less<>, MallocAllocator<std::pair<const Disguised, Entry>>>;
 
@@ -300,6 +303,20 @@ bool IsOwnAllocation() {
 
 void EmptyQuarantine() {
     Ghost::FreeAll();
+}
+
+void LockForFork() {
+    for (Shard& shard : Shards()) {
+        shard.Lock();
+    }
+    Ghost::Lock();
+}
+
+void UnlockAfterFork() {
+    Ghost::Unlock();
+    for (Shard& shard : Shards()) {
+        shard.Unlock();
+    }
 }
 
 }  // namespace tnrobot::checked

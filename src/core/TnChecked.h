@@ -92,6 +92,12 @@ bool IsOwnAllocation();
 /// Frees the memory of the destroyed objects that is still kept.
 void EmptyQuarantine();
 
+/// Takes every lock of the checks, so that none is lost in a child; called before a fork.
+void LockForFork();
+
+/// Gives them back, in the parent and in the child.
+void UnlockAfterFork();
+
 }  // namespace checked
 
 /// Begins to watch a new object of the library's. @return pObject.

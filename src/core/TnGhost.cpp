@@ -120,6 +120,14 @@ void Ghost::Bury(void* pMemory, std::size_t nSize, const std::type_info& type) {
     grave = {pBytes, nSize, &type};
 }
 
+void Ghost::Lock() {
+    g_mutex.lock();
+}
+
+void Ghost::Unlock() {
+    g_mutex.unlock();
+}
+
 void Ghost::FreeAll() {
     const std::lock_guard<std::mutex> lock(g_mutex);
     for (Grave& grave : g_graves) {

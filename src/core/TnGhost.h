@@ -23,6 +23,10 @@ public:
 
     /// Frees all that is kept. Thread-safe, as Bury.
     static void FreeAll();
+
+    /// Holds the lock of what is kept while the process forks.
+    static void Lock();
+    static void Unlock();
 };
 
 }  // namespace tnrobot::checked

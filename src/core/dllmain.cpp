@@ -5,7 +5,9 @@
 #include <ios>
 
 #include "TnRobotKernel/utilities.h"
+#include "concurrency/TnWorker.h"
 #include "core/TnChecked.h"
+#include "core/TnFork.h"
 #include "core/TnRobotDirectories.h"
 
 std::string g_strWorkDir;
@@ -15,6 +17,7 @@ std::string g_strProfileDir;
 namespace {
 
 void library_init() {
+    tnrobot::ForkSafe::Install();
     TnRobotUtils::Init();
 }
 
@@ -22,6 +25,7 @@ void library_init() {
 // destroyed later, as those of a program are that the library is linked into statically. So what
 // a checked build finds alive is reported, and nothing else happens; such objects stay usable.
 void library_cleanup() {
+    tnrobot::Worker::JoinLast();
     TnRobotUtils::Destroy();
     if constexpr (tnrobot::kChecked) {
         tnrobot::checked::ReportLiveObjects();

@@ -51,6 +51,7 @@ CTnRobotDataValuePool::CTnRobotDataValuePool() {
     m_pool = tnrobot::Ref<CTnRobotPool<ITnRobotDataValue>>::Adopt(
         tnrobot::Watch(new CTnRobotPool<ITnRobotDataValue>(alloc.Get())));
     m_pool->SetMaxCount(std::numeric_limits<unsigned int>::max());
+    m_forkSafe.emplace(m_pool->Mutex());
 }
 
 int CTnRobotDataValuePool::_Query(STnDataValueParam param, ITnRobotDataValue** ppValue) {

@@ -3,7 +3,10 @@
 #ifndef TNROBOTKERNEL_SRC_VALUES_TNROBOTDATAVALUEPOOL_H_
 #define TNROBOTKERNEL_SRC_VALUES_TNROBOTDATAVALUEPOOL_H_
 
+#include <optional>
+
 #include "TnRobotKernel/values.h"
+#include "core/TnFork.h"
 #include "core/TnRef.h"
 #include "values/TnByteStorage.h"
 
@@ -57,6 +60,7 @@ private:
     int _QueryScalar(ETnRobotDataValueType eType, const T& value, ITnRobotDataValue** ppValue);
 
     tnrobot::Ref<CTnRobotPool<ITnRobotDataValue>> m_pool;
+    std::optional<tnrobot::ForkSafe> m_forkSafe;  // of the pool's lock
 };
 
 /// @return the process-wide pool, null before start-up and after shut-down; borrowed. Thread-safe.

@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <signal.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <functional>
 #include <memory>
 #include <set>
@@ -16,55 +13,31 @@
 #include "support/Gate.h"
 #include "support/Held.h"
 #include "support/RecordingRunner.h"
+#include "support/SignalHold.h"
+#include "support/TaskPools.h"
 #include "support/ThreadTest.h"
 
 namespace {
 
+using tntest::AwaitNotice;
+using tntest::AwaitStopped;
+using tntest::BusyPoolThread;
 using tntest::Caller;
 using tntest::Eventually;
 using tntest::Gate;
 using tntest::Held;
+using tntest::MakeTask;
+using tntest::MakeTaskPool;
 using tntest::Milliseconds;
 using tntest::OpenAtEnd;
 using tntest::RecordingRunner;
+using tntest::RunnerFor;
 using tntest::StaysTrue;
+using tntest::TaskReferences;
 
 using Job = std::function<void(ITnRobotEvent*)>;
 
 constexpr int kPoolThread = 1;
-
-Held<ITnRobotTaskPool> MakePool() {
-    ITnRobotTaskPool* pPool = nullptr;
-    EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-    return tntest::Hold(pPool);
-}
-
-Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
-    ITnRobotTask* pTask = nullptr;
-    EXPECT_TRUE(pool.CreateTask(pRunner, &pTask));
-    return tntest::Hold(pTask);
-}
-
-Held<RecordingRunner> RunnerFor(int nTimes) {
-    Held<RecordingRunner> runner = RecordingRunner::Create();
-    runner->RunTimes(nTimes);
-    return runner;
-}
-
-// References to a task at this moment.
-int References(ITnRobotTask& task) {
-    task.AddRef();
-    return task.Release();
-}
-
-bool AwaitStopped(ITnRobotTask& task) {
-    return Eventually([&task] { return !task.IsRunning(); });
-}
-
-// A runner asked a second time whether it is done has given its notice in between.
-bool AwaitNotice(RecordingRunner& runner) {
-    return Eventually([&runner] { return runner.Log().DoneAnswers() >= 2; });
-}
 
 class TaskPool : public tntest::ThreadTest {
 protected:
@@ -74,37 +47,10 @@ protected:
     }
 };
 
-// Keeps a pool's own thread busy: it stops a task whose runner does not let go of its resources.
-// Notices that come meanwhile stay queued.
-class BusyPoolThread {
-public:
-    explicit BusyPoolThread(ITnRobotTaskPool& pool) : m_runner(RunnerFor(1)) {
-        m_runner->m_onClear = [this] { m_gate.Pass(); };
-        m_task = MakeTask(pool, m_runner.get());
-        EXPECT_TRUE(m_task->Start());
-        m_gate.AwaitArrival();
-    }
-    BusyPoolThread(const BusyPoolThread&) = delete;
-    BusyPoolThread& operator=(const BusyPoolThread&) = delete;
-    ~BusyPoolThread() {
-        m_gate.Open();
-        // The pool gives the notice's reference back when it is done with the task.
-        EXPECT_TRUE(Eventually([this] { return References(*m_task) <= 2; }));
-    }
-
-    void LetGo() { m_gate.Open(); }
-    ITnRobotTask& Task() { return *m_task; }
-
-private:
-    Gate m_gate;
-    Held<RecordingRunner> m_runner;
-    Held<ITnRobotTask> m_task;
-};
-
 }  // namespace
 
 TEST_F(TaskPool, HasOneThreadOfItsOwnWhileItLives) {
-    Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_EQ(NewThreads(), kPoolThread);
     pool->AddRef();
     EXPECT_EQ(pool->Release(), 1);
@@ -116,27 +62,27 @@ TEST_F(TaskPool, HasOneThreadOfItsOwnWhileItLives) {
 TEST_F(TaskPool, RefusesMissingOutPointers) {
     EXPECT_EQ(TnCreateRobotTaskPool(nullptr), 0);
     EXPECT_EQ(NewThreads(), 0);
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_FALSE(pool->CreateTask(nullptr, nullptr));
 }
 
 TEST_F(TaskPool, CountsIdleTasksAndReusesThem) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_EQ(pool->GetTaskCount(), 0U);
     Held<ITnRobotTask> task = MakeTask(*pool, nullptr);
     ITnRobotTask* const pFirst = task.get();
-    EXPECT_EQ(References(*task), 2);
+    EXPECT_EQ(TaskReferences(*task), 2);
     EXPECT_EQ(pool->GetTaskCount(), 0U);
     EXPECT_EQ(task.release()->Release(), 1);
     EXPECT_EQ(pool->GetTaskCount(), 1U);
     task = MakeTask(*pool, nullptr);
     EXPECT_EQ(task.get(), pFirst);
-    EXPECT_EQ(References(*task), 2);
+    EXPECT_EQ(TaskReferences(*task), 2);
     EXPECT_EQ(pool->GetTaskCount(), 0U);
 }
 
 TEST_F(TaskPool, ReusesTheTaskThatHasBeenIdleLongest) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     std::vector<Held<ITnRobotTask>> tasks;
     std::vector<ITnRobotTask*> order;
     for (int n = 0; n < 4; ++n) {
@@ -159,7 +105,7 @@ TEST_F(TaskPool, ReusesTheTaskThatHasBeenIdleLongest) {
 
 TEST_F(TaskPool, CreatingATaskDoesNotStartIt) {
     const Held<RecordingRunner> runner = RunnerFor(1);
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
     EXPECT_FALSE(task->IsRunning());
     EXPECT_EQ(NewThreads(), kPoolThread);
@@ -167,7 +113,7 @@ TEST_F(TaskPool, CreatingATaskDoesNotStartIt) {
 }
 
 TEST_F(TaskPool, ATaskWithoutARunnerDoesNotStart) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, nullptr);
     EXPECT_FALSE(task->Start());
     EXPECT_FALSE(task->IsRunning());
@@ -176,7 +122,7 @@ TEST_F(TaskPool, ATaskWithoutARunnerDoesNotStart) {
 
 TEST_F(TaskPool, StopsATaskWhoseRunnerIsDone) {
     const Held<RecordingRunner> runner = RunnerFor(2);
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
     std::string expected;
     for (int n = 0; n < 5; ++n) {
@@ -187,7 +133,7 @@ TEST_F(TaskPool, StopsATaskWhoseRunnerIsDone) {
     }
     EXPECT_FALSE(runner->HasChangedThreads());
     // The notice's reference goes too.
-    EXPECT_TRUE(Eventually([&task] { return References(*task) == 2; }));
+    EXPECT_TRUE(Eventually([&task] { return TaskReferences(*task) == 2; }));
     EXPECT_EQ(pool->GetTaskCount(), 0U);
     task.reset();
     EXPECT_EQ(pool->GetTaskCount(), 1U);
@@ -196,17 +142,17 @@ TEST_F(TaskPool, StopsATaskWhoseRunnerIsDone) {
 // Without an execution there is no news for the pool.
 TEST_F(TaskPool, DoesNotStopATaskThatHadNothingToDo) {
     const Held<RecordingRunner> runner = RunnerFor(0);
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
     ASSERT_TRUE(task->Start());
     EXPECT_TRUE(AwaitNotice(*runner));
-    EXPECT_TRUE(StaysTrue([&] { return task->IsRunning() && References(*task) == 2; }, Milliseconds(30)));
+    EXPECT_TRUE(StaysTrue([&] { return task->IsRunning() && TaskReferences(*task) == 2; }, Milliseconds(30)));
     task->Stop();
     EXPECT_EQ(runner->Calls(), "IyC");
 }
 
 TEST_F(TaskPool, StopsTasksInTheOrderOfTheirNotices) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     BusyPoolThread busy(*pool);
     std::vector<Held<RecordingRunner>> runners;
     std::vector<Held<ITnRobotTask>> tasks;
@@ -225,7 +171,7 @@ TEST_F(TaskPool, StopsTasksInTheOrderOfTheirNotices) {
     }
     busy.LetGo();
     for (const Held<ITnRobotTask>& task : tasks) {
-        EXPECT_TRUE(Eventually([&task] { return References(*task) == 2; }));
+        EXPECT_TRUE(Eventually([&task] { return TaskReferences(*task) == 2; }));
     }
     EXPECT_EQ(order, (std::vector<int>{3, 1, 7, 0, 2, 6, 5, 4}));
 }
@@ -233,7 +179,7 @@ TEST_F(TaskPool, StopsTasksInTheOrderOfTheirNotices) {
 TEST_F(TaskPool, AReusedTaskKeepsItsThread) {
     const Held<RecordingRunner> first = RunnerFor(1);
     const Held<RecordingRunner> second = RunnerFor(1);
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     Held<ITnRobotTask> task = MakeTask(*pool, first.get());
     ASSERT_TRUE(task->Start());
     EXPECT_EQ(NewThreads(), kPoolThread + 1);
@@ -252,7 +198,7 @@ TEST_F(TaskPool, AReusedTaskKeepsItsThread) {
 TEST_F(TaskPool, AnIdleTaskKeepsItsRunnerUntilItIsReused) {
     Held<RecordingRunner> first = RunnerFor(1);
     Held<RecordingRunner> second = RunnerFor(1);
-    Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTaskPool> pool = MakeTaskPool();
     Held<ITnRobotTask> task = MakeTask(*pool, first.get());
     EXPECT_EQ(first.release()->Release(), 1);
     task.reset();
@@ -268,7 +214,7 @@ TEST_F(TaskPool, AnIdleTaskKeepsItsRunnerUntilItIsReused) {
 // The idle task may have the only reference to it.
 TEST_F(TaskPool, ReusingATaskWithTheRunnerItHasKeepsThatAlive) {
     RecordingRunner* const pRunner = RunnerFor(1).release();
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     Held<ITnRobotTask> task = MakeTask(*pool, pRunner);
     pRunner->Release();
     task.reset();
@@ -283,7 +229,7 @@ TEST_F(TaskPool, ReleasingARunningTaskStopsItFirst) {
     const Held<RecordingRunner> runner = RecordingRunner::Create();
     runner->m_isStop = [] { return false; };
     runner->m_onExecute = [&gate](ITnRobotEvent*) { gate.Pass(); };
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
     ASSERT_TRUE(task->Start());
     gate.AwaitArrival();
@@ -301,13 +247,13 @@ TEST_F(TaskPool, ReleasingARunningTaskStopsItFirst) {
 
 // A notice still queued holds a reference: the pool's thread gives the task back then.
 TEST_F(TaskPool, ATaskReleasedBeforeItsNoticeIsReadComesBackThroughThePoolThread) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     BusyPoolThread busy(*pool);
     const Held<RecordingRunner> runner = RunnerFor(1);
     Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
     ASSERT_TRUE(task->Start());
     EXPECT_TRUE(AwaitNotice(*runner));
-    EXPECT_EQ(References(*task), 3);
+    EXPECT_EQ(TaskReferences(*task), 3);
     EXPECT_EQ(task.release()->Release(), 2);
     EXPECT_EQ(pool->GetTaskCount(), 0U);
     busy.LetGo();
@@ -316,7 +262,7 @@ TEST_F(TaskPool, ATaskReleasedBeforeItsNoticeIsReadComesBackThroughThePoolThread
 }
 
 TEST_F(TaskPool, RefusesAnEmptyJob) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_FALSE(pool->CreateTask(Job()));
     EXPECT_EQ(pool->GetTaskCount(), 0U);
 }
@@ -325,7 +271,7 @@ TEST_F(TaskPool, RefusesAnEmptyJob) {
 TEST_F(TaskPool, AJobAloneIsBoundButNeverRun) {
     auto token = std::make_shared<int>(0);
     std::atomic<bool> bCalled{false};
-    Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_TRUE(pool->CreateTask([token, &bCalled](ITnRobotEvent*) { bCalled = true; }));
     EXPECT_EQ(pool->GetTaskCount(), 1U);
     EXPECT_EQ(NewThreads(), kPoolThread);
@@ -345,7 +291,7 @@ TEST_F(TaskPool, AJobAloneIsBoundButNeverRun) {
 }
 
 TEST_F(TaskPool, AJobAloneTakesTheFirstIdleTaskAndPutsItLast) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     Held<ITnRobotTask> first = MakeTask(*pool, nullptr);
     Held<ITnRobotTask> second = MakeTask(*pool, nullptr);
     ITnRobotTask* const pFirst = first.get();
@@ -361,7 +307,7 @@ TEST_F(TaskPool, AJobAloneTakesTheFirstIdleTaskAndPutsItLast) {
 }
 
 TEST_F(TaskPool, TasksCanBeCreatedAndStartedFromInsideAJob) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<RecordingRunner> inner = RunnerFor(1);
     const Held<RecordingRunner> outer = RunnerFor(1);
     Held<ITnRobotTask> created;
@@ -405,14 +351,14 @@ private:
 TEST_F(TaskPool, IgnoresWhatIsNoTaskOfItsOwn) {
     std::atomic<bool> bDestroyed{false};
     const Held<ITnRobotTask> foreign = tntest::Hold(new ForeignTask(bDestroyed));
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     ASSERT_TRUE(foreign->Start());
     ParentOf(*pool).RecoveryTask(nullptr);
     ParentOf(*pool).RecoveryTask(foreign.get());
     ParentOf(*pool).OnNotifyStop(nullptr);
     EXPECT_EQ(pool->GetTaskCount(), 0U);
     EXPECT_TRUE(foreign->IsRunning());
-    EXPECT_EQ(References(*foreign), 1);
+    EXPECT_EQ(TaskReferences(*foreign), 1);
 }
 
 TEST_F(TaskPool, StopsAnyTaskThatItIsToldIsDone) {
@@ -420,7 +366,7 @@ TEST_F(TaskPool, StopsAnyTaskThatItIsToldIsDone) {
     Held<ITnRobotTask> foreign = tntest::Hold(new ForeignTask(bDestroyed));
     const Held<RecordingRunner> runner = RecordingRunner::Create();
     runner->m_isStop = [] { return false; };
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
     ASSERT_TRUE(task->Start());
     ASSERT_TRUE(foreign->Start());
@@ -428,7 +374,7 @@ TEST_F(TaskPool, StopsAnyTaskThatItIsToldIsDone) {
     ParentOf(*pool).OnNotifyStop(foreign.get());
     EXPECT_TRUE(AwaitStopped(*task));
     EXPECT_TRUE(AwaitStopped(*foreign));
-    EXPECT_TRUE(Eventually([&] { return References(*task) == 2 && References(*foreign) == 1; }));
+    EXPECT_TRUE(Eventually([&] { return TaskReferences(*task) == 2 && TaskReferences(*foreign) == 1; }));
     // The notice's reference may be the last one.
     ParentOf(*pool).OnNotifyStop(foreign.get());
     foreign.reset();
@@ -436,7 +382,7 @@ TEST_F(TaskPool, StopsAnyTaskThatItIsToldIsDone) {
 }
 
 TEST_F(TaskPool, ANoticeOfAnIdleTaskDoesNotMakeItIdleTwice) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<RecordingRunner> runner = RunnerFor(1);
     const Held<ITnRobotTask> sentinel = MakeTask(*pool, runner.get());
     Held<ITnRobotTask> idle = MakeTask(*pool, nullptr);
@@ -454,7 +400,7 @@ TEST_F(TaskPool, ANoticeOfAnIdleTaskDoesNotMakeItIdleTwice) {
 // The caller's last release stops the task, and at that very moment the runner says that it is
 // done. The notice must not give the task back a second time.
 TEST_F(TaskPool, ANoticeDuringTheLastReleaseDoesNotMakeTheTaskIdleTwice) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<RecordingRunner> sentinelRunner = RunnerFor(1);
     Held<ITnRobotTask> sentinel = MakeTask(*pool, sentinelRunner.get());
     for (int nRound = 1; nRound <= 5; ++nRound) {
@@ -478,7 +424,7 @@ TEST_F(TaskPool, ANoticeDuringTheLastReleaseDoesNotMakeTheTaskIdleTwice) {
         // Notices are read in order: when the sentinel's has been, so has the other.
         ASSERT_TRUE(sentinel->Start());
         EXPECT_TRUE(AwaitStopped(*sentinel));
-        EXPECT_TRUE(Eventually([&sentinel] { return References(*sentinel) == 2; }));
+        EXPECT_TRUE(Eventually([&sentinel] { return TaskReferences(*sentinel) == 2; }));
         ASSERT_EQ(pool->GetTaskCount(), 1U) << "round " << nRound;
     }
     sentinel.reset();
@@ -490,7 +436,7 @@ TEST_F(TaskPool, ANoticeDuringTheLastReleaseDoesNotMakeTheTaskIdleTwice) {
 
 // A notice that the pool has not read yet is about the run that gave it, not about the next.
 TEST_F(TaskPool, ANoticeOfAnEarlierRunDoesNotStopALaterOne) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     BusyPoolThread busy(*pool);
     const Held<RecordingRunner> runner = RunnerFor(1);
     const Held<RecordingRunner> sentinelRunner = RunnerFor(1);
@@ -516,68 +462,40 @@ TEST_F(TaskPool, ANoticeOfAnEarlierRunDoesNotStopALaterOne) {
     gate.Open();
     EXPECT_TRUE(AwaitStopped(*task));
     EXPECT_TRUE(Eventually([&] { return runner->Calls() == "InEyCInEyC"; })) << runner->Calls();
-    EXPECT_TRUE(Eventually([&] { return References(*task) == 2; }));
+    EXPECT_TRUE(Eventually([&] { return TaskReferences(*task) == 2; }));
 }
-
-namespace {
-
-// A signal that keeps a thread where it is until it is let go.
-std::atomic<bool> g_bHeldBySignal{false};
-int g_nLetGo[2] = {-1, -1};
-
-void HoldThread(int /*nSignal*/) {
-    const int nError = errno;
-    g_bHeldBySignal = true;
-    char c = 0;
-    while (read(g_nLetGo[0], &c, 1) < 0) {
-    }
-    errno = nError;
-}
-
-}  // namespace
 
 // A starter that looks rarely, because the machine is busy, must not miss a short run and then
 // wait for one that never comes. Here it is held while the whole run passes.
 TEST_F(TaskPool, StartReturnsAlsoWhenTheRunIsOverBeforeItLooks) {
-    ASSERT_EQ(pipe(g_nLetGo), 0);
-    struct sigaction action = {};
-    action.sa_handler = HoldThread;
-    struct sigaction before = {};
-    ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
-    {
-        const Held<ITnRobotTaskPool> pool = MakePool();
-        const Held<RecordingRunner> runner = RunnerFor(1);
-        const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
-        std::atomic<pthread_t> starterThread{pthread_self()};
-        g_bHeldBySignal = false;
-        runner->m_onInit = [&, reset = runner->m_onInit] {
-            reset();
-            EXPECT_EQ(pthread_kill(starterThread, SIGUSR1), 0);
-            EXPECT_TRUE(Eventually([] { return g_bHeldBySignal.load(); }));
-        };
-        std::atomic<bool> bStarted{false};
-        Caller starter([&] {
-            starterThread = pthread_self();
-            bStarted = task->Start();
-        });
-        EXPECT_TRUE(Eventually([&runner] { return runner->Log().DoneAnswers() > 0; }));
-        // Whether the stop waits for the starter or overtakes it is the task's own business.
-        Eventually([&] { return runner->Log().Count('C') == 1 && References(*task) == 2; }, Milliseconds(200));
-        EXPECT_EQ(write(g_nLetGo[1], "x", 1), 1);
-        starter.Join();
-        EXPECT_TRUE(bStarted);
-        EXPECT_TRUE(AwaitStopped(*task));
-        EXPECT_TRUE(Eventually([&] { return runner->Calls() == "InEyC"; })) << runner->Calls();
-    }
-    sigaction(SIGUSR1, &before, nullptr);
-    close(g_nLetGo[0]);
-    close(g_nLetGo[1]);
+    tntest::SignalHold hold;
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const Held<RecordingRunner> runner = RunnerFor(1);
+    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    std::atomic<pthread_t> starterThread{pthread_self()};
+    runner->m_onInit = [&, reset = runner->m_onInit] {
+        reset();
+        hold.Hold(starterThread);
+    };
+    std::atomic<bool> bStarted{false};
+    Caller starter([&] {
+        starterThread = pthread_self();
+        bStarted = task->Start();
+    });
+    EXPECT_TRUE(Eventually([&runner] { return runner->Log().DoneAnswers() > 0; }));
+    // Whether the stop waits for the starter or overtakes it is the task's own business.
+    Eventually([&] { return runner->Log().Count('C') == 1 && TaskReferences(*task) == 2; }, Milliseconds(200));
+    hold.LetGo();
+    starter.Join();
+    EXPECT_TRUE(bStarted);
+    EXPECT_TRUE(AwaitStopped(*task));
+    EXPECT_TRUE(Eventually([&] { return runner->Calls() == "InEyC"; })) << runner->Calls();
 }
 
 // Notices come while the pool's thread takes the ones before; none may be overlooked.
 TEST_F(TaskPool, ReadsEveryNotice) {
     constexpr std::size_t kTasks = 16;
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     std::vector<Held<RecordingRunner>> runners;
     std::vector<Held<ITnRobotTask>> tasks;
     for (std::size_t n = 0; n < kTasks; ++n) {
@@ -601,13 +519,13 @@ TEST_F(TaskPool, ReadsEveryNotice) {
         }
     }
     for (const Held<ITnRobotTask>& task : tasks) {
-        EXPECT_TRUE(Eventually([&task] { return References(*task) == 2; }));
+        EXPECT_TRUE(Eventually([&task] { return TaskReferences(*task) == 2; }));
     }
 }
 
 TEST_F(TaskPool, TheCountMayBeReadWhileTasksComeAndGo) {
     constexpr unsigned int kThreads = 3;
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     std::atomic<bool> bEnd{false};
     std::atomic<unsigned int> nMost{0};
     Caller reader([&] {
@@ -635,7 +553,7 @@ TEST_F(TaskPool, TheCountMayBeReadWhileTasksComeAndGo) {
 // The end of the pool.
 
 TEST_F(TaskPool, ItsEndTakesIdleTasksAndTheirThreadsAlong) {
-    Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTaskPool> pool = MakeTaskPool();
     {
         const Held<RecordingRunner> runner = RunnerFor(1);
         const Held<ITnRobotTask> started = MakeTask(*pool, runner.get());
@@ -652,7 +570,7 @@ TEST_F(TaskPool, ATaskHeldByACallerSurvivesItAndStaysUsable) {
     for (const State eState : {State::kNeverStarted, State::kRunning, State::kStopped}) {
         Gate gate;
         const Held<RecordingRunner> runner = RunnerFor(1);
-        Held<ITnRobotTaskPool> pool = MakePool();
+        Held<ITnRobotTaskPool> pool = MakeTaskPool();
         Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
         const OpenAtEnd atEnd(gate);
         std::string expected;
@@ -676,7 +594,7 @@ TEST_F(TaskPool, ATaskHeldByACallerSurvivesItAndStaysUsable) {
         }
         // It does not wait for tasks that others hold.
         EXPECT_EQ(pool.release()->Release(), 0);
-        EXPECT_EQ(References(*task), 1);
+        EXPECT_EQ(TaskReferences(*task), 1);
         gate.Open();
         if (eState == State::kRunning) {
             // Nobody stops it when it is done, except who holds it.
@@ -709,7 +627,7 @@ TEST_F(TaskPool, ATaskDoneAfterItsEndGivesNoNotice) {
             gate.Pass();
             return true;
         };
-        Held<ITnRobotTaskPool> pool = MakePool();
+        Held<ITnRobotTaskPool> pool = MakeTaskPool();
         const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
         const OpenAtEnd atEnd(gate);
         ASSERT_TRUE(task->Start());
@@ -717,7 +635,7 @@ TEST_F(TaskPool, ATaskDoneAfterItsEndGivesNoNotice) {
         EXPECT_EQ(pool.release()->Release(), 0);
         gate.Open();
         EXPECT_TRUE(AwaitNotice(*runner));
-        EXPECT_EQ(References(*task), 1);
+        EXPECT_EQ(TaskReferences(*task), 1);
         task->Stop();
     }
 }
@@ -725,7 +643,7 @@ TEST_F(TaskPool, ATaskDoneAfterItsEndGivesNoNotice) {
 // A notice that nobody reads any more must not keep its task, and with it a thread, for ever.
 TEST_F(TaskPool, NoticesStillQueuedAtItsEndKeepNothingAlive) {
     constexpr std::size_t kTasks = 8;
-    Held<ITnRobotTaskPool> pool = MakePool();
+    Held<ITnRobotTaskPool> pool = MakeTaskPool();
     {
         BusyPoolThread busy(*pool);
         std::vector<Held<RecordingRunner>> runners;
@@ -736,10 +654,10 @@ TEST_F(TaskPool, NoticesStillQueuedAtItsEndKeepNothingAlive) {
             ASSERT_TRUE(AwaitNotice(*runners.back()));
             EXPECT_EQ(task.release()->Release(), 2);
         }
-        EXPECT_EQ(References(busy.Task()), 3);
+        EXPECT_EQ(TaskReferences(busy.Task()), 3);
         Caller ender([pPool = pool.release()] { pPool->Release(); });
         // The pool's thread still waits; the end has come as far as giving tasks away.
-        Eventually([&busy] { return References(busy.Task()) < 3; }, Milliseconds(500));
+        Eventually([&busy] { return TaskReferences(busy.Task()) < 3; }, Milliseconds(500));
         busy.LetGo();
         ender.Join();
     }
@@ -750,7 +668,7 @@ TEST_F(TaskPool, NoticesStillQueuedAtItsEndKeepNothingAlive) {
 // A worker that gives notice, a caller that lets go and the end of the pool, all at once.
 TEST_F(TaskPool, ItsEndMayMeetNoticesAndReleases) {
     for (int nRound = 0; nRound < 100; ++nRound) {
-        Held<ITnRobotTaskPool> pool = MakePool();
+        Held<ITnRobotTaskPool> pool = MakeTaskPool();
         std::vector<Held<RecordingRunner>> runners;
         std::vector<ITnRobotTask*> tasks;
         for (int n = 0; n < 4; ++n) {
@@ -780,7 +698,7 @@ TEST_F(TaskPool, ItsEndMayMeetNoticesAndReleases) {
 TEST_F(TaskPool, TwoHundredTasksMayWorkAtOnce) {
     constexpr int kTasks = 200;
     Gate gate;
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     std::vector<Held<RecordingRunner>> runners;
     std::vector<Held<ITnRobotTask>> tasks;
     const OpenAtEnd atEnd(gate);

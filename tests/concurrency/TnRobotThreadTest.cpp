@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "support/Gate.h"
 #include "support/Held.h"
+#include "support/SignalHold.h"
 #include "support/ThreadTest.h"
 
 namespace {
@@ -359,6 +361,110 @@ TEST_F(Thread, AStopBeforeTheFirstRunLetsOthersRunIt) {
     thread->Stop();
     // The worker has paused: both have what they waited for.
     early.Join();
+}
+
+// Jobs that set and reset their own event.
+
+// A runner that looks rarely must not miss a pass whose job pauses its thread. Here it is held meanwhile.
+TEST_F(Thread, RunReturnsAlsoWhenTheJobHasPausedItselfBeforeItLooks) {
+    tntest::SignalHold hold;
+    std::atomic<int> nPasses{0};
+    std::atomic<pthread_t> callerThread{pthread_self()};
+    const Held<ITnRobotThread> thread = MakeThread();
+    thread->SetWorkJob([&](ITnRobotEvent* pStop) {
+        if (++nPasses == 1) {
+            hold.Hold(callerThread);
+        }
+        pStop->SetEvent();
+    });
+    std::atomic<bool> bRun{false};
+    Caller caller([&] {
+        callerThread = pthread_self();
+        bRun = thread->Run();
+    });
+    EXPECT_TRUE(Eventually([&nPasses] { return nPasses == 1; }));
+    // Many turns of the worker later it has paused.
+    StaysTrue([&caller] { return !caller.Returned(); }, Milliseconds(50));
+    hold.LetGo();
+    caller.Join();
+    EXPECT_TRUE(bRun);
+    EXPECT_EQ(nPasses, 1);
+    EXPECT_TRUE(thread->Run());
+    thread->Stop();
+    EXPECT_GE(nPasses, 2);
+}
+
+TEST_F(Thread, StopPausesAThreadWhoseJobResetsItsEvent) {
+    std::atomic<int> nPasses{0};
+    std::atomic<bool> bReset{false};
+    const Held<ITnRobotThread> thread = MakeThread();
+    thread->SetWorkJob([&](ITnRobotEvent* pStop) {
+        ++nPasses;
+        if (!bReset) {
+            EXPECT_TRUE(Eventually([pStop] { return pStop->WaitEvent(0); }));
+            bReset = true;
+            pStop->ResetEvent();
+        }
+    });
+    ASSERT_TRUE(thread->Run());
+    thread->Stop();
+    EXPECT_TRUE(bReset);
+    const int nPaused = nPasses;
+    EXPECT_TRUE(StaysTrue([&] { return nPasses == nPaused; }, Milliseconds(30)));
+}
+
+// References that a job counts.
+
+TEST_F(Thread, AJobMayAddAndReleaseReferencesWhileTheLastReleaseWaitsForIt) {
+    Gate gate;
+    Gate counted;
+    std::atomic<int> nLeft{-1};
+    Held<ITnRobotThread> thread = MakeThread();
+    const OpenAtEnd atEnd(gate);
+    const OpenAtEnd atEndToo(counted);
+    thread->SetWorkJob([&, pThread = thread.get()](ITnRobotEvent*) {
+        gate.Pass();
+        pThread->AddRef();
+        nLeft = pThread->Release();
+        counted.Pass();
+    });
+    ASSERT_TRUE(thread->Run());
+    gate.AwaitArrival();
+    std::atomic<int> nReleased{-1};
+    Caller releaser([&nReleased, pThread = thread.release()] { nReleased = pThread->Release(); });
+    EXPECT_TRUE(releaser.AwaitBlocked());
+    gate.Open();
+    counted.AwaitArrival();
+    EXPECT_EQ(nLeft, 1);
+    EXPECT_FALSE(releaser.Returned());
+    counted.Open();
+    releaser.Join();
+    EXPECT_EQ(nReleased, 0);
+    EXPECT_TRUE(AwaitNewThreads(0));
+}
+
+// The object is destroyed when the job has returned.
+TEST_F(Thread, AJobMayReleaseTheLastReference) {
+    for (int nRound = 0; nRound < 5; ++nRound) {
+        Gate gate;
+        std::atomic<int> nLeft{-1};
+        auto token = std::make_shared<int>(0);
+        Held<ITnRobotThread> thread = MakeThread();
+        const OpenAtEnd atEnd(gate);
+        thread->SetWorkJob([&nLeft, &gate, token, pThread = thread.get()](ITnRobotEvent*) {
+            pThread->AddRef();
+            gate.Pass();
+            nLeft = pThread->Release();
+            EXPECT_EQ(token.use_count(), 2);
+        });
+        ASSERT_TRUE(thread->Run());
+        gate.AwaitArrival();
+        EXPECT_EQ(thread.release()->Release(), 1);
+        gate.Open();
+        EXPECT_TRUE(Eventually([&token] { return token.use_count() == 1; }));
+        EXPECT_EQ(nLeft, 0);
+        EXPECT_TRUE(AwaitNewThreads(0));
+    }
 }
 
 TEST_F(ThreadDeathTest, StopBeforeTheFirstRunWaitsForEver) {

@@ -32,6 +32,7 @@ std::string OneVisit(const std::string& workDirectory) {
            workDirectory +
            "]\n"
            "threads 0 logger 0\n"
+           "fork 0, afterwards 0\n"
            "loaded 0 mapped 0\n";
 }
 

@@ -2,6 +2,8 @@
 // on the standard output what it met. It is not linked with the library.
 
 #include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 
@@ -36,6 +38,18 @@ bool UseValue(void* pLibrary) {
     return true;
 }
 
+// What the library does around a fork must be gone with it. @return the status of the child.
+int ForkOnce() {
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(0);
+    }
+    int nStatus = -1;
+    waitpid(child, &nStatus, 0);
+    return nStatus;
+}
+
 bool RunOnce(const char* lpszLibrary) {
     const int nThreads = CountEntries("/proc/self/task");
     void* pLibrary = dlopen(lpszLibrary, RTLD_NOW | RTLD_LOCAL);
@@ -50,7 +64,9 @@ bool RunOnce(const char* lpszLibrary) {
     std::printf("directory [%s]\n", getWorkDir());
     std::printf("threads %d logger %d\n", CountEntries("/proc/self/task") - nThreads,
                 IsLoaded("libTnRobotLog.so") ? 1 : 0);
+    const int nForkOpen = ForkOnce();
     dlclose(pLibrary);
+    std::printf("fork %d, afterwards %d\n", nForkOpen, ForkOnce());
     std::printf("loaded %d mapped %d\n", IsLoaded(lpszLibrary) ? 1 : 0, IsMapped("libTnRobotKernel") ? 1 : 0);
     return true;
 }

@@ -1,0 +1,32 @@
+#include "concurrency/TnWorker.h"
+
+namespace tnrobot {
+
+namespace {
+
+// Owned. The one before it has been joined when a worker has ended.
+std::atomic<Worker*> g_pLast{nullptr};
+
+}  // namespace
+
+// A thread that is left behind by a fork can neither be joined nor be detached: its memory may be
+// another's by now.
+Worker::~Worker() {
+    if (!IsHere()) {
+        Forget(m_thread);
+    } else if (m_thread.get_id() != std::this_thread::get_id()) {
+        m_thread.join();
+    } else {
+        m_thread.detach();  // the process is ended from within it
+    }
+}
+
+void Worker::Leave(std::unique_ptr<Worker> worker) {
+    delete g_pLast.exchange(worker.release());
+}
+
+void Worker::JoinLast() {
+    delete g_pLast.exchange(nullptr);
+}
+
+}  // namespace tnrobot

@@ -1,0 +1,42 @@
+// The thread that an object of the library has for itself.
+
+#ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNWORKER_H_
+#define TNROBOTKERNEL_SRC_CONCURRENCY_TNWORKER_H_
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include "core/TnFork.h"
+
+namespace tnrobot {
+
+/// A thread that is joined by its end. In a forked child it is not there: nothing waits for it then.
+class Worker {
+public:
+    /// Throws std::system_error when the system has no thread left.
+    template <typename Work>
+    explicit Worker(Work work) : m_thread(std::move(work)) {}
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+    ~Worker();
+
+    /// @return whether the thread is one of this process.
+    bool IsHere() const { return m_home.IsHere(); }
+
+    /// Takes over a worker from its own thread, which cannot join itself and is about to end. It is
+    /// joined by the next one that leaves so, or when the library goes: no thread outlives that.
+    static void Leave(std::unique_ptr<Worker> worker);
+
+    /// Joins the last one that has left.
+    static void JoinLast();
+
+private:
+    HomeProcess m_home;
+    std::thread m_thread;
+};
+
+}  // namespace tnrobot
+
+#endif  // TNROBOTKERNEL_SRC_CONCURRENCY_TNWORKER_H_

@@ -1,0 +1,83 @@
+// What the child of a fork may do with the library while the parent's threads are somewhere in it. A
+// fork happens in a process of its own, which a probe program is.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/ChildProcess.h"
+
+namespace {
+
+// To the sanitizers, what stays behind with the parent's threads is lost.
+std::string ChildOf(const std::string& scenario) {
+    const tntest::ChildResult result = tntest::RunChild(
+        {TNROBOT_FORK_PROBE,
+         {scenario},
+         {{"ASAN_OPTIONS", "detect_leaks=0"}, {"TSAN_OPTIONS", "report_thread_leaks=0:atexit_sleep_ms=0"}},
+         ""});
+    EXPECT_EQ(result.nExitCode, 0) << result.output;
+    return result.output;
+}
+
+// ThreadSanitizer ends a child of several threads that starts one.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kChildMayStartThreads = false;
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+constexpr bool kChildMayStartThreads = false;
+#else
+constexpr bool kChildMayStartThreads = true;
+#endif
+#else
+constexpr bool kChildMayStartThreads = true;
+#endif
+
+constexpr char kEndsWell[] = "exit 0\n";
+
+}  // namespace
+
+// Its static objects go, the value pool among them, which takes back what somebody still holds.
+TEST(Fork, TheChildMayExitWhileAThreadOfTheParentHasTheValuePoolsLock) {
+    EXPECT_EQ(ChildOf("values-exit"), kEndsWell);
+}
+
+TEST(Fork, TheChildMayUseValuesWhileAThreadOfTheParentHasTheValuePoolsLock) {
+    EXPECT_EQ(ChildOf("values-use"), kEndsWell);
+}
+
+TEST(Fork, ChildrenMayUseValuesAndExitWhateverTheParentsThreadsDoWithValues) {
+    EXPECT_EQ(ChildOf("values-often"), "100 of 100\n");
+}
+
+TEST(Fork, TheChildMayReleaseAThreadObject) {
+    EXPECT_EQ(ChildOf("thread-release"), kEndsWell);
+}
+
+TEST(Fork, TheChildMayExitWithAThreadObjectInAStatic) {
+    EXPECT_EQ(ChildOf("thread-exit"), kEndsWell);
+}
+
+TEST(Fork, TheChildMayReleaseWhatThreadsOfTheParentWaitFor) {
+    EXPECT_EQ(ChildOf("event-release"), kEndsWell);
+    EXPECT_EQ(ChildOf("signal-release"), kEndsWell);
+}
+
+TEST(Fork, TheChildMayUseAnEventThatThreadsOfTheParentWaitFor) {
+    if (!kChildMayStartThreads) {
+        GTEST_SKIP() << "ThreadSanitizer does not know threads that a child starts";
+    }
+    EXPECT_EQ(ChildOf("event-use"), kEndsWell);
+}
+
+TEST(Fork, TheChildMayReleaseTasksAndTheirPoolInAnyOrder) {
+    EXPECT_EQ(ChildOf("tasks-release"), kEndsWell);
+    EXPECT_EQ(ChildOf("pool-release"), kEndsWell);
+}
+
+TEST(Fork, TheChildMayRunTasksOfThePool) {
+    if (!kChildMayStartThreads) {
+        GTEST_SKIP() << "ThreadSanitizer does not know threads that a child starts";
+    }
+    EXPECT_EQ(ChildOf("pool-use"), kEndsWell);
+}
