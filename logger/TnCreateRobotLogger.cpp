@@ -1,21 +1,30 @@
 // The one function that the library exports.
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "TnLogText.h"
 #include "TnRobotLogger.h"
 
 namespace {
 
 int Create(ITnRobotLogger** ppLogger) {
     std::vector<std::string> complaints;
-    auto* pLogger = new tnrobotlog::CTnRobotLogger(tnrobotlog::ReadEnvironment(complaints));
+    auto logger = std::make_unique<tnrobotlog::CTnRobotLogger>(tnrobotlog::ReadEnvironment(complaints));
     for (const std::string& strComplaint : complaints) {
-        pLogger->WriteLog(TN_LOG_WARNING, ("logger: " + strComplaint).c_str());
+        logger->WriteLog(TN_LOG_WARNING, ("logger: " + strComplaint).c_str());
     }
-    *ppLogger = pLogger;
+    *ppLogger = logger.release();
     return 0;
+}
+
+// The text has a path in it, which may hold anything.
+void Complain(const char* lpszText) {
+    std::string strRoom;
+    const std::string strLine(tnrobotlog::OneLine(lpszText, strRoom));
+    std::fprintf(stderr, "libTnRobotLog: %s\n", strLine.c_str());
 }
 
 }  // namespace
@@ -30,7 +39,7 @@ extern "C" TN_ROBOT_API int TnCreateRobotLogger(ITnRobotLogger** ppLogger) {
     try {
         return Create(ppLogger);
     } catch (const spdlog::spdlog_ex& error) {
-        std::fprintf(stderr, "libTnRobotLog: %s\n", error.what());
+        Complain(error.what());
         return TN_LOG_RESULT_NO_FILE;
     } catch (...) {
         return TN_LOG_RESULT_NO_MEMORY;

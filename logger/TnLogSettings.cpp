@@ -1,8 +1,12 @@
 #include "TnLogSettings.h"
 
+#include <spdlog/common.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <system_error>
 
 namespace tnrobotlog {
 
@@ -33,6 +37,19 @@ std::string DefaultFile() {
     return (strProgram.empty() ? "TnRobot" : strProgram) + ".log";
 }
 
+// The program may change its directory later; the log stays where it is.
+std::string Absolute(const std::string& strFile) {
+    if (strFile.empty()) {
+        return strFile;
+    }
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::absolute(strFile, error);
+    if (error) {
+        throw spdlog::spdlog_ex("Failed finding the directory of " + strFile, error.value());
+    }
+    return path.string();
+}
+
 void ReadLevel(const char* lpszVariable, int& nLevel, std::vector<std::string>& complaints) {
     const char* lpszValue = secure_getenv(lpszVariable);
     if (lpszValue == nullptr || *lpszValue == '\0') {
@@ -55,15 +72,15 @@ int STnLogSettings::LowestLevel() const {
 ESetResult SetParam(STnLogSettings& settings, int nParam, int nValue) {
     switch (nParam) {
         case TN_LOG_PARAM_FILE_LEVEL:
-            return Result(Store(settings.m_nFileLevel, nValue, TN_LOG_TRACE, TN_LOG_OFF), ESetResult::kChanged);
+            return Result(Store(settings.m_nFileLevel, nValue, TN_LOG_TRACE, TN_LOG_OFF), ESetResult::kLevels);
         case TN_LOG_PARAM_CONSOLE_LEVEL:
-            return Result(Store(settings.m_nConsoleLevel, nValue, TN_LOG_TRACE, TN_LOG_OFF), ESetResult::kChanged);
+            return Result(Store(settings.m_nConsoleLevel, nValue, TN_LOG_TRACE, TN_LOG_OFF), ESetResult::kLevels);
         case TN_LOG_PARAM_FILE_SIZE:
-            return Result(Store(settings.m_nFileKiB, nValue, 1, kMostKiB), ESetResult::kReopen);
+            return Result(Store(settings.m_nFileKiB, nValue, 1, kMostKiB), ESetResult::kFileSize);
         case TN_LOG_PARAM_OLD_FILES:
-            return Result(Store(settings.m_nOldFiles, nValue, 0, kMostOldFiles), ESetResult::kReopen);
+            return Result(Store(settings.m_nOldFiles, nValue, 0, kMostOldFiles), ESetResult::kOldFiles);
         case TN_LOG_PARAM_FLUSH_LEVEL:
-            return Result(Store(settings.m_nFlushLevel, nValue, TN_LOG_TRACE, TN_LOG_OFF), ESetResult::kChanged);
+            return Result(Store(settings.m_nFlushLevel, nValue, TN_LOG_TRACE, TN_LOG_OFF), ESetResult::kLevels);
         case TN_LOG_PARAM_FLUSH:
             return Result(nValue == 0, ESetResult::kFlush);
         default:
@@ -74,7 +91,7 @@ ESetResult SetParam(STnLogSettings& settings, int nParam, int nValue) {
 STnLogSettings ReadEnvironment(std::vector<std::string>& complaints) {
     STnLogSettings settings;
     const char* lpszFile = secure_getenv("TNROBOT_LOG_FILE");
-    settings.m_strFile = lpszFile != nullptr ? lpszFile : DefaultFile();
+    settings.m_strFile = Absolute(lpszFile != nullptr ? lpszFile : DefaultFile());
     ReadLevel("TNROBOT_LOG_LEVEL", settings.m_nFileLevel, complaints);
     ReadLevel("TNROBOT_LOG_CONSOLE_LEVEL", settings.m_nConsoleLevel, complaints);
     const char* lpszNoColour = secure_getenv("NO_COLOR");

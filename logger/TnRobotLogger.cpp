@@ -3,11 +3,13 @@
 #include <spdlog/details/log_msg.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <utility>
 
 #include "TnLogText.h"
+#include "TnOldFiles.h"
 
 namespace tnrobotlog {
 
@@ -23,9 +25,27 @@ int Clamped(int nLevel) {
 }
 
 spdlog::details::log_msg Line(int nLevel, std::string_view text) {
-    return {spdlog::string_view_t(), static_cast<spdlog::level::level_enum>(nLevel),
-            spdlog::string_view_t(text.data(), text.size())};
+    spdlog::details::log_msg line(spdlog::string_view_t(), static_cast<spdlog::level::level_enum>(nLevel),
+                                  spdlog::string_view_t(text.data(), text.size()));
+    line.thread_id = ThreadNumber(line.thread_id);
+    return line;
 }
+
+STnLogLimits Limits(const STnLogSettings& settings) {
+    return {static_cast<std::size_t>(settings.m_nFileKiB) * kBytesPerKiB, settings.m_nOldFiles};
+}
+
+// Logging an error must not change what the program is about to look at.
+class CTnKeepErrno {
+public:
+    CTnKeepErrno() = default;
+    CTnKeepErrno(const CTnKeepErrno&) = delete;
+    CTnKeepErrno& operator=(const CTnKeepErrno&) = delete;
+    ~CTnKeepErrno() { errno = m_nError; }
+
+private:
+    const int m_nError = errno;
+};
 
 }  // namespace
 
@@ -35,33 +55,49 @@ CTnRobotLogger::CTnRobotLogger(STnLogSettings settings)
       m_console(m_settings.m_bColours ? spdlog::color_mode::automatic : spdlog::color_mode::never),
       m_nLowestLevel(m_settings.LowestLevel()) {
     m_console.set_pattern(kPatternWithColours);
+    if (m_file && m_file->IsShared()) {
+        const CTnLogLock lock;
+        _WriteOwn(m_settings.m_strFile + " is written by another process too");
+    }
+    _Enter();
 }
 
 CTnRobotLogger::~CTnRobotLogger() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    try {
-        if (m_bFileFails && m_file) {
-            _TellLostLines();
-        }
-        _Flush();
-    } catch (...) {
+    const CTnKeepErrno keep;
+    _Leave();
+    const CTnLogLock lock;
+    m_retryTime = {};
+    _Flush();
+    if (m_bFileFails) {
         std::fputs("libTnRobotLog: the last lines could not be written\n", stderr);
     }
 }
 
-std::unique_ptr<CTnRobotLogger::FileSink> CTnRobotLogger::_OpenFile(const STnLogSettings& settings) const {
+// The last chance of a process that ends: what has failed is tried once more, however short ago.
+void CTnRobotLogger::WriteWhatWaits() noexcept {
+    if (MustWriteAtOnce()) {
+        m_retryTime = {};
+    }
+    _Flush();
+}
+
+// The parent tells of the lines that it has lost.
+void CTnRobotLogger::StartAsChild() noexcept {
+    m_nLostLines = 0;
+}
+
+std::unique_ptr<CTnLogFile> CTnRobotLogger::_OpenFile(const STnLogSettings& settings) {
     if (settings.m_strFile.empty()) {
         return nullptr;
     }
-    auto file =
-        std::make_unique<FileSink>(settings.m_strFile, static_cast<std::size_t>(settings.m_nFileKiB) * kBytesPerKiB,
-                                   static_cast<std::size_t>(settings.m_nOldFiles));
+    auto file = std::make_unique<CTnLogFile>(settings.m_strFile, Limits(settings));
     file->set_pattern(kPattern);
     return file;
 }
 
 void CTnRobotLogger::SetLogParam(int nFirst, int nSecond) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const CTnKeepErrno keep;
+    const CTnLogLock lock;
     try {
         _Apply(nFirst, nSecond);
     } catch (const std::exception& error) {
@@ -70,14 +106,17 @@ void CTnRobotLogger::SetLogParam(int nFirst, int nSecond) {
 }
 
 void CTnRobotLogger::_Apply(int nParam, int nValue) {
-    STnLogSettings settings = m_settings;
-    switch (SetParam(settings, nParam, nValue)) {
-        case ESetResult::kChanged:
-            m_settings = std::move(settings);
+    const int nOldFilesBefore = m_settings.m_nOldFiles;
+    switch (SetParam(m_settings, nParam, nValue)) {
+        case ESetResult::kLevels:
             m_nLowestLevel = m_settings.LowestLevel();
             break;
-        case ESetResult::kReopen:
-            _Reopen(settings);
+        case ESetResult::kFileSize:
+            _SetLimits();
+            break;
+        case ESetResult::kOldFiles:
+            _SetLimits();
+            _RemoveOldFiles(nOldFilesBefore);
             break;
         case ESetResult::kFlush:
             _Flush();
@@ -89,17 +128,34 @@ void CTnRobotLogger::_Apply(int nParam, int nValue) {
     }
 }
 
-// The old file stays in use when the new one cannot be opened.
-void CTnRobotLogger::_Reopen(const STnLogSettings& settings) {
-    _Flush();
-    std::unique_ptr<FileSink> file = _OpenFile(settings);
-    m_file = std::move(file);
-    m_settings = settings;
+// What waits was collected for the file as it was.
+void CTnRobotLogger::_SetLimits() {
+    if (m_file) {
+        _Flush();
+        m_file->SetLimits(Limits(m_settings));
+    }
 }
 
-void CTnRobotLogger::_Flush() {
-    if (m_file) {
+// Only when their number was asked for: until a program has said how many it wants, those of its
+// last run must not go.
+void CTnRobotLogger::_RemoveOldFiles(int nBefore) {
+    if (!m_file) {
+        return;
+    }
+    const int nError = RemoveOldFiles(m_settings.m_strFile, m_settings.m_nOldFiles + 1, nBefore);
+    if (nError != 0) {
+        _WriteOwn(spdlog::spdlog_ex("old files of " + m_settings.m_strFile + " cannot be removed", nError).what());
+    }
+}
+
+void CTnRobotLogger::_Flush() noexcept {
+    if (!m_file || !_IsFileInUse()) {
+        return;
+    }
+    try {
         m_file->flush();
+    } catch (const std::exception& error) {
+        _LinesLost(error.what());
     }
 }
 
@@ -108,7 +164,8 @@ bool CTnRobotLogger::IsLevelEnabled(int nLevel) {
 }
 
 void CTnRobotLogger::WriteLog(int nLevel, const char* lpszText) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const CTnKeepErrno keep;
+    const CTnLogLock lock;
     try {
         _Write(nLevel, lpszText);
     } catch (const std::exception& error) {
@@ -129,38 +186,86 @@ void CTnRobotLogger::_Write(int nLevel, const char* lpszText) {
 }
 
 void CTnRobotLogger::_WriteToFile(const spdlog::details::log_msg& line) {
-    if (m_bFileFails && Clock::now() < m_retryTime) {
+    if (!_IsFileInUse()) {
         ++m_nLostLines;
         return;
     }
-    _TellLostLines();
-    m_file->log(line);
-    if (line.level >= m_settings.m_nFlushLevel) {
-        m_file->flush();
+    try {
+        m_file->log(line);
+        if (line.level >= m_settings.m_nFlushLevel || MustWriteAtOnce()) {
+            m_file->flush();
+        }
+    } catch (const std::exception& error) {
+        _LinesLost(error.what());
+    }
+    const std::string strWarning = m_file->TakeWarning();
+    if (!strWarning.empty()) {
+        _WriteOwnToConsole(strWarning);
     }
 }
 
-void CTnRobotLogger::_TellLostLines() {
-    if (m_nLostLines != 0) {
-        m_file->log(Line(TN_LOG_WARNING, "logger: lines lost: " + std::to_string(m_nLostLines)));
-        m_file->flush();
+// A file that has failed is tried again from time to time.
+bool CTnRobotLogger::_IsFileInUse() noexcept {
+    if (m_bFileFails && Clock::now() >= m_retryTime) {
+        try {
+            _TryAgain();
+        } catch (const std::exception& error) {
+            _FileFailed(error.what());
+        }
+    }
+    return !m_bFileFails;
+}
+
+// Opens the file anew. Where that is refused, the one that is open may do again: the program may
+// have had the permission only at its start.
+void CTnRobotLogger::_TryAgain() {
+    std::unique_ptr<CTnLogFile> anew;
+    try {
+        m_file->flush();  // lines still wait after a failure that was not the file's
+    } catch (const spdlog::spdlog_ex&) {
+        m_nLostLines += m_file->TakeLostLines();
+    }
+    try {
+        anew = _OpenFile(m_settings);
+    } catch (const spdlog::spdlog_ex&) {
+        anew.reset();
+    }
+    _TellLostLines(anew ? *anew : *m_file);
+    if (anew) {
+        m_file = std::move(anew);
     }
     m_bFileFails = false;
     m_nLostLines = 0;
+}
+
+void CTnRobotLogger::_TellLostLines(CTnLogFile& file) const {
+    if (m_nLostLines == 0) {
+        return;
+    }
+    try {
+        file.log(Line(TN_LOG_WARNING, "logger: lines lost: " + std::to_string(m_nLostLines)));
+        file.flush();
+    } catch (...) {
+        file.TakeLostLines();  // this line is none of the program's
+        throw;
+    }
 }
 
 void CTnRobotLogger::_WriteOwn(const std::string& strText) {
     _Write(TN_LOG_WARNING, ("logger: " + strText).c_str());
 }
 
+// The text has a path in it, which may hold anything.
 void CTnRobotLogger::_WriteOwnToConsole(const std::string& strText) {
     if (m_settings.m_nConsoleLevel <= TN_LOG_ERROR) {
-        m_console.log(Line(TN_LOG_ERROR, "logger: " + strText));
+        const std::string strLine = "logger: " + strText;
+        std::string strRoom;
+        m_console.log(Line(TN_LOG_ERROR, OneLine(strLine.c_str(), strRoom)));
     }
 }
 
 // Only the first failure is told, not one for every line.
-void CTnRobotLogger::_FileFailed(const char* lpszReason) {
+void CTnRobotLogger::_FileFailed(const char* lpszReason) noexcept {
     m_retryTime = Clock::now() + kRetryInterval;
     if (std::exchange(m_bFileFails, true)) {
         return;
@@ -170,6 +275,11 @@ void CTnRobotLogger::_FileFailed(const char* lpszReason) {
     } catch (...) {
         std::fputs("libTnRobotLog: the log cannot be written\n", stderr);
     }
+}
+
+void CTnRobotLogger::_LinesLost(const char* lpszReason) noexcept {
+    m_nLostLines += m_file->TakeLostLines();
+    _FileFailed(lpszReason);
 }
 
 }  // namespace tnrobotlog

@@ -118,7 +118,9 @@ public:
 
     /// Makes up a file name from the time that no regular file has yet:
     /// "directory/name_YYYY_MM_DD_milliseconds.extension", with the milliseconds since local
-    /// midnight. Nothing is created.
+    /// midnight, without leading zeros: the names of a day grow with the time as numbers, not as
+    /// texts. Nothing is created. The time zone is read at each call, from TZ where it is set: no
+    /// other thread may change the environment meanwhile.
     /// @param[in]  lpszDirectory  null stands for the work directory.
     /// @param[in]  lpszName       beginning of the name.
     /// @param[in]  lpszExtension  without its dot.
@@ -144,7 +146,8 @@ public:
     static int WriteFile(const char* lpszName, const char* lpszData, unsigned int nLength, bool bAppend);
 
     /// Lists the regular files directly inside a directory, in the order the system gives them.
-    /// @param[in]     lpszDirectory  path, borrowed for the call.
+    /// @param[in]     lpszDirectory  path, borrowed for the call; may be the text of an element of
+    ///                               files.
     /// @param[in]     lpszPattern    ignored: nothing is filtered.
     /// @param[in,out] files          paths (directory, "/", name) are appended; nothing is when
     ///                               the directory cannot be opened.

@@ -59,18 +59,28 @@ bool GetStatus(const char* lpszName, struct stat& status) {
     return lpszName != nullptr && *lpszName != '\0' && stat(lpszName, &status) == 0;
 }
 
-// Of a file system that does not give entry types in its listing.
+// Asked once for each entry that may be a file, whatever its listing says: it must still be there
+// and within reach, which a listing does not tell. Where a file system gives no entry types in its
+// listing, this tells the type as well.
 bool IsRegularFile(const std::string& strPath) {
     struct stat status = {};
     return lstat(strPath.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
+// The environment's TZ, or the system's time zone, as it is now: localtime_r alone need not look at
+// it again. Other threads may be here too, tzset locks; none may change the environment meanwhile,
+// as with everything that reads it.
+std::tm LocalTime(std::time_t nSeconds) {
+    std::tm local = {};
+    tzset();
+    localtime_r(&nSeconds, &local);
+    return local;
+}
+
 // "directory/name_YYYY_MM_DD_milliseconds.extension" for a time in milliseconds since the epoch.
 std::string DatedPath(const std::string& strDirectory, const char* lpszName, const char* lpszExtension,
                       long long nTime) {
-    const std::time_t nSeconds = nTime / 1000;
-    std::tm local = {};
-    localtime_r(&nSeconds, &local);
+    const std::tm local = LocalTime(nTime / 1000);
     const int nMilliseconds =
         ((local.tm_hour * 60 + local.tm_min) * 60 + local.tm_sec) * 1000 + static_cast<int>(nTime % 1000);
     char szDate[64] = {};  // four integers of at most eleven characters
@@ -112,7 +122,8 @@ const char* TnRobotUtils::GetProfileDir() {
             mkdir(g_strProfileDir.c_str(), 0777);
         }
     }
-    return g_strProfileDir.c_str();
+    // What was handed out while there was none stays an empty text when the string grows.
+    return g_strProfileDir.empty() ? "" : g_strProfileDir.c_str();
 }
 
 void TnRobotUtils::MakeProfile(const char* lpszName, char* lpszPath) {
@@ -219,8 +230,10 @@ int TnRobotUtils::WriteFile(const char* lpszName, const char* lpszData, unsigned
     return 0;
 }
 
+// The directory is copied before the list grows: its text may be one of the list's own.
 void TnRobotUtils::FindFile(const char* lpszDirectory, const char* /*lpszPattern*/, std::vector<std::string>& files) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(OrEmpty(lpszDirectory)), closedir);
+    const std::string strDirectory = OrEmpty(lpszDirectory);
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(strDirectory.c_str()), closedir);
     if (!directory) {
         return;
     }
@@ -229,7 +242,7 @@ void TnRobotUtils::FindFile(const char* lpszDirectory, const char* /*lpszPattern
         if (pEntry->d_type != DT_REG && pEntry->d_type != DT_UNKNOWN) {
             continue;
         }
-        std::string strPath = std::string(lpszDirectory) + "/" + pEntry->d_name;
+        std::string strPath = strDirectory + "/" + pEntry->d_name;
         if (IsRegularFile(strPath)) {
             files.push_back(std::move(strPath));
         }

@@ -3,101 +3,29 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "logger/RobotLog.h"
 #include "support/ChildProcess.h"
 #include "support/FileBytes.h"
-#include "support/TempDirectory.h"
 
 using tntest::ChildResult;
+using tntest::FileLines;
+using tntest::LinesOf;
+using tntest::RobotLog;
 using tntest::RunChild;
-using tntest::TempDirectory;
+using tntest::Steps;
+using tntest::WithoutTime;
+using tntest::WithoutTimes;
 
 namespace {
-
-using Environment = std::vector<std::pair<std::string, std::string>>;
-using Steps = std::vector<std::string>;
-
-std::vector<std::string> LinesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-std::vector<std::string> FileLines(const std::string& path) {
-    const tntest::Bytes bytes = tntest::ReadBytes(path);
-    return LinesOf(std::string(bytes.begin(), bytes.end()));
-}
-
-bool IsDigit(char ch) {
-    return ch >= '0' && ch <= '9';
-}
-
-// "2026-01-31 12:00:00.123456 W 4711 text" -> "W text"; anything else becomes a text that no
-// expectation has.
-std::string WithoutTime(const std::string& line) {
-    const std::string form = "0000-00-00 00:00:00.000000 ";
-    const auto fits = [](char chForm, char ch) { return chForm == '0' ? IsDigit(ch) : ch == chForm; };
-    const std::size_t nThread = form.size() + 2;
-    const std::size_t nText = line.find(' ', nThread);
-    if (nText == std::string::npos || nText == nThread || !std::equal(form.begin(), form.end(), line.begin(), fits) ||
-        !std::all_of(line.begin() + static_cast<std::ptrdiff_t>(nThread),
-                     line.begin() + static_cast<std::ptrdiff_t>(nText), IsDigit) ||
-        std::string("TDIWEC").find(line[form.size()]) == std::string::npos || line[form.size() + 1] != ' ') {
-        return "malformed: " + line;
-    }
-    return line.substr(form.size(), 1) + line.substr(nText);
-}
-
-std::vector<std::string> WithoutTimes(const std::vector<std::string>& lines) {
-    std::vector<std::string> result;
-    for (const std::string& line : lines) {
-        result.push_back(WithoutTime(line));
-    }
-    return result;
-}
-
-/// A directory for the logs of one test.
-class RobotLog : public ::testing::Test {
-protected:
-    std::string File() const { return m_directory / "robot.log"; }
-    std::string OldFile(int nNumber) const { return m_directory / ("robot." + std::to_string(nNumber) + ".log"); }
-    std::vector<std::string> Logged() const { return WithoutTimes(FileLines(File())); }
-
-    /// @param[in] program  run instead of the probe itself; the probe is its first argument.
-    ChildResult Run(const Steps& steps, Environment environment = {}, bool bWithErrors = false) const {
-        environment.insert(environment.begin(), {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY},
-                                                 {"TNROBOT_LOG_FILE", File()},
-                                                 {"TNROBOT_LOG_LEVEL", ""},
-                                                 {"TNROBOT_LOG_CONSOLE_LEVEL", ""}});
-        if (!bWithErrors) {
-            return RunChild({TNROBOT_LOG_PROBE, steps, environment, m_directory.Path().string()});
-        }
-        Steps arguments = {"-c", R"(exec "$0" "$@" 2>&1)", TNROBOT_LOG_PROBE};
-        arguments.insert(arguments.end(), steps.begin(), steps.end());
-        return RunChild({"/bin/sh", arguments, environment, m_directory.Path().string()});
-    }
-
-    /// @return the lines on the standard error output, without their times.
-    std::vector<std::string> Console(const Steps& steps, Environment environment = {}) const {
-        return WithoutTimes(LinesOf(Run(steps, std::move(environment), true).output));
-    }
-
-    const TempDirectory m_directory;
-};
 
 // The lines that the probe's flood writes, in each thread's own order.
 void ExpectFlood(const std::vector<std::string>& lines, int nThreads, int nLines) {
@@ -237,6 +165,51 @@ TEST_F(RobotLog, OneCallIsOneLine) {
          "log:2:", "log:2:gr\xc3\xbc\xc3\x9f", "destroy"});
     EXPECT_EQ(Logged(),
               (Steps{R"(I two\nlines)", "I a tab\tstays", R"(I \x1b[31mred\r\x7f)", "I ", "I gr\xc3\xbc\xc3\x9f"}));
+}
+
+// A terminal takes those from 128 to 159 for the beginning of a command, as single bytes or in UTF-8.
+TEST_F(RobotLog, NoControlCharacterOfAnyFormArrives) {
+    const struct {
+        const char* lpszText;
+        const char* lpszExpected;
+    } cases[] = {
+        {"\x9b"
+         "31m",
+         R"(\x9b31m)"},
+        {"\xc2\x9b"
+         "31m",
+         R"(\xc2\x9b31m)"},
+        {"a\xc2\x80\xc2\x9fz", R"(a\xc2\x80\xc2\x9fz)"},
+        {"\xc2\xa0\xc3\x9b\xe2\x82\xac\xf0\x9f\x98\x80", "\xc2\xa0\xc3\x9b\xe2\x82\xac\xf0\x9f\x98\x80"},
+        {"\xc1\x9b\xe0\x82\x9b", "\xc1\\x9b\xe0\\x82\\x9b"},  // longer forms than needed
+        {"\xed\xa0\x9b", "\xed\xa0\\x9b"},                    // no character
+        {"\xf7\x9b\xa0\xa0", "\xf7\\x9b\xa0\xa0"},
+        {"cut \xe2\x82", "cut \xe2\\x82"},
+        {"cut \xc3", "cut \xc3"},
+        {"gr\xfc\xdf", "gr\xfc\xdf"},  // another character set
+        {"a\xe2\x80\xa8z", R"(a\xe2\x80\xa8z)"},
+        {"a\xe2\x80\xaez", R"(a\xe2\x80\xaez)"},
+        {"a\xe2\x81\xa6z", R"(a\xe2\x81\xa6z)"},
+    };
+    Steps steps = {"init"};
+    Steps expected;
+    for (const auto& test : cases) {
+        steps.push_back(std::string("log:3:") + test.lpszText);
+        expected.push_back(std::string("W ") + test.lpszExpected);
+    }
+    steps.emplace_back("destroy");
+    std::vector<std::string> console = Console(steps);
+    EXPECT_EQ(Logged(), expected);
+    ASSERT_FALSE(console.empty());
+    console.erase(console.begin());  // what Init answered
+    EXPECT_EQ(console, expected);
+}
+
+TEST_F(RobotLog, NoPathBringsAControlCharacterToTheConsole) {
+    tntest::WriteBytes(File(), {});
+    const auto console = Console({"init"}, {{"TNROBOT_LOG_FILE", File() + "/\x1b[31m\xc2\x9b"}});
+    ASSERT_EQ(console.size(), 2U);
+    EXPECT_NE(console[0].find(R"(\x1b[31m\xc2\x9b)"), std::string::npos) << console[0];
 }
 
 TEST_F(RobotLog, TheLongestLineArrivesWhole) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -171,6 +172,20 @@ TEST_F(ProfileDirectory, IsTriedAgainWhileTheCurrentDirectoryCannotBeRead) {
         EXPECT_STREQ(TnRobotUtils::GetProfileDir(), "");
         std::filesystem::current_path(temp.Path());
         EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp / "TnQuellon");
+    };
+    EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
+}
+
+TEST_F(ProfileDirectory, StaysEmptyWhereItWasHandedOutEmpty) {
+    const auto body = [] {
+        const TempDirectory temp;
+        std::filesystem::current_path(temp.Directory("gone"));
+        std::filesystem::remove(temp / "gone");
+        const char* lpszNone = TnRobotUtils::GetProfileDir();
+        EXPECT_STREQ(lpszNone, "");
+        std::filesystem::current_path(temp.Path());
+        EXPECT_EQ(TnRobotUtils::GetProfileDir(), temp / "TnQuellon");
+        EXPECT_STREQ(lpszNone, "");
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
 }
@@ -450,13 +465,40 @@ TEST_F(FreshProcess, DatedFileNamesFollowTheTimeZone) {
         const char* const zones[] = {"XXX-0", "XXX-12"};
         for (int i = 0; i < 2; ++i) {
             setenv("TZ", zones[i], 1);
-            tzset();
             nTimes[i] = Parse(DatedPath("", "n", "e")).nMilliseconds;
         }
         const long long nHalfDay = 12LL * 3600 * 1000;
         const long long nShift = (nTimes[1] - nTimes[0] + 2 * nHalfDay) % (2 * nHalfDay);
         EXPECT_GE(nShift, nHalfDay);
         EXPECT_LT(nShift, nHalfDay + 60000);
+    };
+    EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
+}
+
+namespace {
+
+// Sets the time zone so that it is now so many seconds after local midnight, and some more when
+// the test is slow.
+void SetLocalTime(long long nSecondsOfDay) {
+    constexpr long long kDay = 24LL * 3600;
+    const long long nWest = ((std::time(nullptr) - nSecondsOfDay) % kDay + kDay) % kDay;
+    char szZone[32] = {};
+    std::snprintf(szZone, sizeof(szZone), "XXX%02lld:%02lld:%02lld", nWest / 3600, nWest / 60 % 60, nWest % 60);
+    setenv("TZ", szZone, 1);
+}
+
+}  // namespace
+
+// The milliseconds have no leading zeros.
+TEST_F(FreshProcess, DatedFileNamesDoNotSortByTimeAsTexts) {
+    const auto body = [] {
+        SetLocalTime(2LL * 3600);
+        const std::string strTwo = DatedPath("d", "n", "e");
+        SetLocalTime(3LL * 3600);
+        const std::string strThree = DatedPath("d", "n", "e");
+        EXPECT_EQ(Parse(strTwo).nMilliseconds / 60000, 120) << strTwo;
+        EXPECT_EQ(Parse(strThree).nMilliseconds / 60000, 180) << strThree;
+        EXPECT_GT(strTwo.substr(strTwo.rfind('_')), strThree.substr(strThree.rfind('_')));
     };
     EXPECT_TO_PASS_IN_FRESH_PROCESS(body);
 }
@@ -652,9 +694,25 @@ TEST(WholeFiles, OfSomeMebibytesComeBackAsTheyWere) {
     EXPECT_TRUE(strRead == strContent);
 }
 
+TEST(WholeFiles, MayBeNamedByTheBufferThatTheyAreReadInto) {
+    const TempDirectory temp;
+    const std::string strContent(300, 'c');
+    std::string strBuffer = temp.File("file", strContent);
+    strBuffer.resize(strContent.size() + 1);
+    int nLength = 0;
+    EXPECT_EQ(TnRobotUtils::ReadFile(strBuffer.c_str(), strBuffer.data(), &nLength), 0);
+    EXPECT_EQ(nLength, 300);
+    EXPECT_EQ(strBuffer.substr(0, 300), strContent);
+    const std::string strFile = temp / "name";
+    EXPECT_EQ(
+        TnRobotUtils::WriteFile(strFile.c_str(), strFile.c_str(), static_cast<unsigned int>(strFile.size()), false), 0);
+    EXPECT_EQ(ReadBytes(strFile), FromText(strFile));
+}
+
 namespace {
 
 bool s_bHideEntryTypes = false;
+int s_nAsked = 0;  // entries that the system was asked about one by one
 
 using Files = std::vector<std::string>;
 
@@ -681,6 +739,12 @@ extern "C" dirent* readdir(DIR* pDirectory) {
     return pEntry;
 }
 
+extern "C" int lstat(const char* lpszPath, struct stat* pStatus) {
+    static const auto next = reinterpret_cast<int (*)(const char*, struct stat*)>(dlsym(RTLD_NEXT, "lstat"));
+    ++s_nAsked;
+    return next(lpszPath, pStatus);
+}
+
 TEST(FindFile, ListsTheRegularFilesDirectlyInside) {
     const TempDirectory temp;
     const std::string strFile = temp.File("one");
@@ -702,6 +766,50 @@ TEST(FindFile, ListsTheSameWhereTheListingDoesNotTellTypes) {
     const Files files = Find(temp.Path(), "*");
     s_bHideEntryTypes = false;
     EXPECT_EQ(files, Files{strFile});
+}
+
+TEST(FindFile, AsksOnceForEachEntryThatMayBeAFile) {
+    const TempDirectory temp;
+    const Files all = Sorted({temp.File("a"), temp.File("b"), temp.File("c")});
+    temp.Directory("sub");
+    std::filesystem::create_symlink(temp / "a", temp / "link");
+    s_nAsked = 0;
+    const Files files = Find(temp.Path(), "*");
+    const int nAsked = s_nAsked;
+    EXPECT_EQ(Sorted(files), all);
+    EXPECT_EQ(nAsked, 3);
+}
+
+// A listing alone would tell their names.
+TEST(FindFile, ListsNothingThatIsOutOfReach) {
+    const TempDirectory temp;
+    temp.File("one");
+    ASSERT_EQ(chmod(temp.Path().c_str(), 0444), 0);
+    const uid_t nUser = geteuid();
+    if (nUser == 0 && seteuid(65534) != 0) {
+        GTEST_SKIP() << "no user to be that may not enter the directory";
+    }
+    const Files files = Find(temp.Path(), "*");
+    ASSERT_EQ(seteuid(nUser), 0);
+    ASSERT_EQ(chmod(temp.Path().c_str(), 0700), 0);
+    EXPECT_EQ(files, Files{});
+}
+
+// A text as short as this one lies within the list, and moves when that grows.
+TEST(FindFile, TakesItsDirectoryFromTheListThatGrows) {
+    const TempDirectory temp;
+    Files expected = {"."};
+    for (int i = 0; i < 20; ++i) {
+        temp.File(std::to_string(i));
+        expected.push_back("./" + std::to_string(i));
+    }
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(temp.Path());
+    Files files = {"."};
+    files.shrink_to_fit();
+    TnRobotUtils::FindFile(files[0].c_str(), "*", files);
+    std::filesystem::current_path(before);
+    EXPECT_EQ(Sorted(files), Sorted(expected));
 }
 
 TEST(FindFile, DoesNotFilter) {

@@ -7,8 +7,10 @@
 //   TnRobotLogUtils::Destroy();
 //
 // What is read from the environment, once, by TnRobotLogUtils::Init:
-//   TNROBOT_LOG_FILE           path of the log file; empty for no file. Without it the file is
-//                              PROGRAM.log in the current directory. Missing directories are made.
+//   TNROBOT_LOG_FILE           path of the log file, a regular one or a character device; empty for
+//                              no file. Without it the file is PROGRAM.log in the current
+//                              directory. A relative path belongs to the directory that is current
+//                              then. Missing directories are made.
 //   TNROBOT_LOG_LEVEL          lowest level for the file, 0 to 6
 //   TNROBOT_LOG_CONSOLE_LEVEL  lowest level for the standard error output, 0 to 6
 //   NO_COLOR                   when not empty, no colours on a terminal either
@@ -34,7 +36,8 @@ enum ETnRobotLogParam : int {
     TN_LOG_PARAM_CONSOLE_LEVEL = 2,  ///< lowest level for the standard error output, 0 to 6;
                                      ///< TN_LOG_WARNING at first
     TN_LOG_PARAM_FILE_SIZE = 3,      ///< largest size of a file in KiB, 1 to 1048576; 10240 at first
-    TN_LOG_PARAM_OLD_FILES = 4,      ///< old files that are kept, 0 to 1000; 5 at first
+    TN_LOG_PARAM_OLD_FILES = 4,      ///< old files that are kept, 0 to 1000; 5 at first. Setting it
+                                     ///< removes those above
     TN_LOG_PARAM_FLUSH_LEVEL = 5,    ///< lines of this level and above reach the file at once,
                                      ///< 0 to 6; TN_LOG_WARNING at first
     TN_LOG_PARAM_FLUSH = 6,          ///< writes what is buffered to the file now; the value is 0
@@ -44,7 +47,8 @@ enum ETnRobotLogParam : int {
 /// then; Init may be called again.
 enum ETnRobotLogResult : int {
     TN_LOG_RESULT_NO_POINTER = 1,  ///< the creation function was given no place for the logger
-    TN_LOG_RESULT_NO_FILE = 2,     ///< the log file cannot be opened
+    TN_LOG_RESULT_NO_FILE = 2,     ///< the log file cannot be opened, or is a FIFO, a socket or a
+                                   ///< directory
     TN_LOG_RESULT_NO_MEMORY = 3,   ///< not enough memory
 };
 
