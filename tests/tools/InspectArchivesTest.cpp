@@ -77,6 +77,14 @@ TEST_F(InspectArchives, JsonHoldsTheSame) {
 )");
 }
 
+TEST_F(InspectArchives, JsonKeepsTheBytesOfIdentifiers) {
+    Write("g.tnr", SavedMapHeader({"x\xfe"}, {{255, 0}}) + ObjectRecord(true, 0));
+    const ChildResult result = Run({"dump", "--kind", "archive", "g.tnr", "--json"});
+    EXPECT_NE(result.output.find("      \"identifier\": \"x\\\\xfe\",\n      \"identifierHex\": \"78fe\"\n"),
+              std::string::npos)
+        << result.output;
+}
+
 TEST_F(InspectArchives, TablesAloneAreGood) {
     Write("g.tnr", SavedMapHeader({kArm}, {{1, 0}}));
     ExpectOutput({"verify", "g.tnr"}, 0,

@@ -10,11 +10,40 @@
 #include <string>
 #include <vector>
 
+#include "support/PlainJpeg.h"
+#include "support/ResourceUse.h"
 #include "tools/InspectProgram.h"
 
 using namespace tntest;
 
 namespace {
+
+// Segments of 4 bytes each; the library does not decode what has no picture.
+Bytes LargeJpeg(std::size_t nSize) {
+    Bytes jpeg = FromHex("FFD8");
+    while (jpeg.size() < nSize) {
+        jpeg += FromHex("FFFE0002");
+    }
+    return jpeg + FromHex("FFD9");
+}
+
+// One group of short entries.
+Bytes LargeGroup(std::size_t nSize) {
+    Bytes entries;
+    std::uint32_t nCount = 0;
+    while (entries.size() < nSize) {
+        entries += SavedString(std::to_string(nCount++)) + SavedValue(13, U8(7));
+    }
+    return U8(1) + U32(nCount) + entries;
+}
+
+Bytes LargeFileOfGroups(std::size_t nSize) {
+    Bytes groups;
+    while (groups.size() < nSize) {
+        groups += SavedGroup({});
+    }
+    return groups;
+}
 
 class InspectCommandLine : public InspectProgram {
 protected:
@@ -92,7 +121,7 @@ TEST_F(InspectCommandLine, WrongUsageIsTwo) {
 TEST_F(InspectCommandLine, UnsuitableFilesAreTwo) {
     Write("empty", {});
     Write("text", FromText("just some text, nothing else"));
-    Write("large", Bytes(2 << 20, 'x'));
+    Write("large", Bytes((2 << 20) + 1, 'x'));
     ASSERT_EQ(mkfifo((m_directory / "pipe").c_str(), 0600), 0);
     const struct {
         std::vector<std::string> arguments;
@@ -115,6 +144,116 @@ TEST_F(InspectCommandLine, UnsuitableFilesAreTwo) {
             const ChildResult result = RunForErrors(arguments);
             EXPECT_EQ(result.output, "tnrobot-inspect: " + unsuitable.error + "\n");
             EXPECT_EQ(result.nExitCode, 2);
+        }
+    }
+}
+
+// A file may have just as many MiB as --max-memory says, and so may a picture's rows of 4096 bytes.
+TEST_F(InspectCommandLine, MaxMemoryIsWhatMayBeUsed) {
+    constexpr std::size_t kMiB = 1 << 20;
+    const std::size_t nOthers = SavedGroup({{"a", SavedValue(11, {})}}).size();
+    Write("exact", SavedGroup({{"a", SavedValue(11, Bytes(kMiB - nOthers, 1))}}));
+    Write("more", SavedGroup({{"a", SavedValue(11, Bytes(kMiB - nOthers + 1, 1))}}));
+    JpegRecipe recipe;
+    recipe.nWidth = 1365;
+    recipe.nHeight = 256;
+    Write("exact.jpg", EncodePlain(recipe, Bytes(std::size_t{3} * 1365 * 256, 90)));
+    recipe.nHeight = 257;
+    Write("more.jpg", EncodePlain(recipe, Bytes(std::size_t{3} * 1365 * 257, 90)));
+    for (const char* lpszFile : {"exact", "exact.jpg"}) {
+        EXPECT_EQ(RunForErrors({"info", "--max-memory", "1", lpszFile}).output, "");
+        EXPECT_EQ(Run({"info", "--max-memory", "1", lpszFile}).nExitCode, 0) << lpszFile;
+    }
+    for (const char* lpszFile : {"more", "more.jpg"}) {
+        EXPECT_EQ(Run({"info", "--max-memory", "1", lpszFile}).nExitCode, 2) << lpszFile;
+        EXPECT_EQ(Run({"info", "--max-memory", "2", lpszFile}).nExitCode, 0) << lpszFile;
+    }
+}
+
+// Whatever a file is called, its name is only a name.
+TEST_F(InspectCommandLine, FileNamesAreTakenLiterally) {
+    const std::vector<std::string> names = {
+        "[x]", "[x,y]", "[]", "++",     "{}",     "%%", "dump", "verify", "-",     "-5",       ",", "x,y", "a=b",
+        "@x",  "--",    "-f", "--help", "--kind", "$x", "*",    "'x'",    "\"x\"", "--kind=x", "[", "]",   "a b"};
+    Write("x", FromText("not what was asked for"));
+    Write("y", FromText("not what was asked for"));
+    std::vector<std::string> verify = {"verify", "--color", "never", "--"};
+    std::string expected;
+    for (const std::string& name : names) {
+        Write(name, SavedGroup({}));
+        verify.push_back(name);
+        expected += name + ": good (value groups, 5 bytes)\n";
+        for (const char* lpszCommand : {"info", "dump"}) {
+            const ChildResult result = Run({lpszCommand, "--", name});
+            EXPECT_EQ(result.nExitCode, 0) << name;
+            EXPECT_EQ(result.output.rfind(name + ": value groups, 5 bytes", 0), 0U) << result.output;
+        }
+        EXPECT_EQ(Run({"diff", "--", name, name}).output, "equal\n") << name;
+        if (name[0] != '-' || name == "-") {
+            ExpectOutput({"verify", name, "--color=never"}, 0, name + ": good (value groups, 5 bytes)\n");
+        }
+    }
+    ExpectOutput(verify, 0, expected);
+    EXPECT_EQ(RunForErrors({"verify", ""}).output, "tnrobot-inspect: : No such file or directory\n");
+}
+
+TEST_F(InspectCommandLine, OptionsStandAnywhere) {
+    Write("g", SavedGroup({}));
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"verify", "g", "--kind", "group", "g"},
+                                                      {"verify", "--kind=group", "g", "g"},
+                                                      {"verify", "g", "g", "--kind", "group", "--color", "auto"}}) {
+        ExpectOutput(arguments, 0, "g: good (value groups, 5 bytes)\ng: good (value groups, 5 bytes)\n");
+    }
+}
+
+// No memory for one file says nothing about the next.
+TEST_F(InspectCommandLine, VerifyGoesOnWhereMemoryEnds) {
+    if (kSanitizerOwnsMemory) {
+        GTEST_SKIP() << "a sanitizer ends a program that has no memory";
+    }
+    m_directory.SparseFile("huge", 900ULL << 20);
+    Write("good", SavedGroup({}));
+    const std::string limited = R"(ulimit -v 500000; exec "$0" "$@")";
+    for (const char* lpszCommand : {"verify", "info", "dump"}) {
+        std::vector<std::string> arguments = {"-c", limited, TNROBOT_INSPECT, lpszCommand, "huge"};
+        std::string expected = "tnrobot-inspect: huge: not enough memory\n";
+        if (lpszCommand == std::string("verify")) {
+            arguments.emplace_back("good");
+            expected += "good: good (value groups, 5 bytes)\n";
+        }
+        const ChildResult result = RunChild({"/bin/sh", arguments, {}, m_directory.Path().string(), true});
+        EXPECT_EQ(result.output, expected);
+        EXPECT_EQ(result.nExitCode, 2);
+    }
+}
+
+// A limit of 96 MiB holds the program, its libraries, a file of 1 MiB and what grows with it at
+// most as fast as the file, where a hundred times as much would not do.
+TEST_F(InspectCommandLine, MemoryDoesNotGrowWithTheNumberOfThings) {
+    if (kSanitizerOwnsMemory) {
+        GTEST_SKIP() << "a sanitizer needs memory of its own";
+    }
+    const std::size_t nSize = 1 << 20;
+    Write("segments", LargeJpeg(nSize));
+    Write("entries", LargeGroup(nSize));
+    Write("groups", LargeFileOfGroups(nSize));
+    Write("text", SavedGroup({{"a", SavedValue(10, Bytes(nSize, 'x') + U8(0))}}));
+    Write("block", SavedGroup({{"a", SavedValue(11, Bytes(nSize, 0xFF))}}));
+    Write("no_text", SavedGroup({{"a", SavedValue(10, Bytes(nSize, 0xFF) + U8(0))}}));
+    const std::string limited = R"(ulimit -v 98304; exec "$0" "$@" >/dev/null)";
+    for (const char* lpszFile : {"segments", "entries", "groups", "text", "block", "no_text"}) {
+        for (const std::vector<std::string>& command : {std::vector<std::string>{"info"},
+                                                        {"dump"},
+                                                        {"dump", "--full"},
+                                                        {"dump", "--json"},
+                                                        {"verify"},
+                                                        {"diff", lpszFile}}) {
+            std::vector<std::string> arguments = {"-c", limited, TNROBOT_INSPECT};
+            arguments.insert(arguments.end(), command.begin(), command.end());
+            arguments.emplace_back(lpszFile);
+            const ChildResult result = RunChild({"/bin/sh", arguments, {}, m_directory.Path().string(), true});
+            EXPECT_NE(result.nExitCode, 2) << lpszFile << " " << ::testing::PrintToString(command);
+            EXPECT_EQ(result.output, "");
         }
     }
 }

@@ -1,6 +1,8 @@
 // What tnrobot-inspect says about value groups.
 
+#include <algorithm>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "support/Values.h"
@@ -125,6 +127,163 @@ TEST_F(InspectGroups, TextsAreMadeHarmless) {
                  "  5         STRING     8         a\\x1b[2J  x\\n\\xff\xc3\xbc\\xc2\\x9b\n");
     const ChildResult result = Run({"dump", "--json", "g.tnr"});
     EXPECT_NE(result.output.find(R"("value": "x\\n\\xff)"), std::string::npos) << result.output;
+}
+
+// Marks, embeddings, overrides and isolates change the order in which a terminal shows what follows,
+// separators end a line.
+TEST_F(InspectGroups, TextsThatChangeTheWritingDirectionAreEscaped) {
+    const struct {
+        const char* lpszText;
+        const char* lpszShown;
+        const char* lpszJson;
+    } cases[] = {
+        {"\xd8\x9c", "\\xd8\\x9c", "\\u061c"},
+        {"\xe2\x80\x8e", "\\xe2\\x80\\x8e", "\\u200e"},
+        {"\xe2\x80\x8f", "\\xe2\\x80\\x8f", "\\u200f"},
+        {"\xe2\x80\xa8", "\\xe2\\x80\\xa8", "\\u2028"},
+        {"\xe2\x80\xaa", "\\xe2\\x80\\xaa", "\\u202a"},
+        {"\xe2\x80\xae", "\\xe2\\x80\\xae", "\\u202e"},
+        {"\xe2\x81\xa6", "\\xe2\\x81\\xa6", "\\u2066"},
+        {"\xe2\x81\xa9", "\\xe2\\x81\\xa9", "\\u2069"},
+        {"\xc2\x9b", "\\xc2\\x9b", "\\u009b"},
+        {"\x7f", "\\x7f", "\\u007f"},
+        {"\xe2\x80\xaf", "\xe2\x80\xaf", "\xe2\x80\xaf"},
+        {"\xe2\x81\xaa", "\xe2\x81\xaa", "\xe2\x81\xaa"},
+    };
+    for (const auto& text : cases) {
+        const std::string name = std::string("a") + text.lpszText;
+        Write(name, SavedGroup({{name, SavedText(name)}}));
+        const std::string shown = std::string("a") + text.lpszShown;
+        const ChildResult dump = Run({"dump", name});
+        EXPECT_EQ(dump.output.rfind(shown + ": value groups", 0), 0U) << dump.output;
+        EXPECT_NE(dump.output.find(" " + shown + " "), std::string::npos) << dump.output;
+        EXPECT_NE(dump.output.find("  " + shown + "\n"), std::string::npos) << dump.output;
+        const ChildResult json = Run({"dump", "--json", name});
+        EXPECT_NE(json.output.find("\"value\": \"a" + std::string(text.lpszJson) + "\""), std::string::npos)
+            << json.output;
+        EXPECT_EQ(nlohmann::json::parse(json.output)["groups"][0]["entries"][0]["name"], name);
+    }
+}
+
+TEST_F(InspectGroups, JsonTellsABytesEscapeFromTheSameText) {
+    Write("g.tnr", SavedGroup({{"byte", SavedText("\xff")},
+                               {"text", SavedText("\\xff")},
+                               {"n\xff", SavedInt(1)},
+                               {"char", SavedValue(12, FromHex("E900"))}}));
+    const auto entries = nlohmann::json::parse(Run({"dump", "--json", "g.tnr"}).output)["groups"][0]["entries"];
+    EXPECT_EQ(entries[0]["value"], "\\xff");
+    EXPECT_EQ(entries[0]["valueHex"], "ff");
+    EXPECT_EQ(entries[0]["textHex"], "ff");
+    EXPECT_EQ(entries[1]["value"], "\\xff");
+    EXPECT_FALSE(entries[1].contains("valueHex"));
+    EXPECT_FALSE(entries[1].contains("textHex"));
+    EXPECT_EQ(entries[2]["name"], "n\\xff");
+    EXPECT_EQ(entries[2]["nameHex"], "6eff");
+    EXPECT_EQ(entries[3]["valueHex"], "e9");
+}
+
+// Texts are handed on in pieces; no character and no escape may be lost where two of them meet.
+TEST_F(InspectGroups, LongTextsComeOutWhole) {
+    std::string text;
+    for (int i = 0; i < 20000; ++i) {
+        text += i % 7 == 0 ? "\xf0\x9f\xa4\x96" : i % 5 == 0 ? "\xc3\xbc" : i % 3 == 0 ? "\"\\\n" : "a";
+    }
+    Write("g.tnr", SavedGroup({{text, SavedText(text)}, {"bytes", SavedText(text + "\xf0\x9f" + text)}}));
+    const auto entries = nlohmann::json::parse(Run({"dump", "--json", "g.tnr"}).output)["groups"][0]["entries"];
+    EXPECT_EQ(entries[0]["name"], text);
+    EXPECT_EQ(entries[0]["value"], text);
+    std::string hex;
+    for (const char ch : text + "\xf0\x9f" + text) {
+        constexpr char kDigits[] = "0123456789abcdef";
+        hex += {kDigits[static_cast<unsigned char>(ch) / 16], kDigits[static_cast<unsigned char>(ch) % 16]};
+    }
+    EXPECT_EQ(entries[1]["valueHex"], hex);
+    std::string printed;
+    for (const char ch : text) {
+        printed += ch == '\n' ? std::string("\\n") : std::string(1, ch);
+    }
+    const std::string full = Run({"dump", "--full", "g.tnr"}).output;
+    EXPECT_NE(full.find("  " + printed + "  " + printed + "\n"), std::string::npos);
+}
+
+// What is wrong is known before the first entry is printed, and what could be read follows.
+TEST_F(InspectGroups, JsonOfAFileThatIsDamagedMidwayIsWhole) {
+    Bytes cut = SavedGroup({{"a", SavedInt(1)}}) + SavedGroup({{"b", SavedInt(2)}, {"c", SavedInt(3)}});
+    cut.pop_back();
+    Write("g.tnr", cut);
+    ExpectOutput({"dump", "--json", "g.tnr"}, 1, R"({
+  "file": "g.tnr",
+  "kind": "value groups",
+  "bytes": 66,
+  "damaged": true,
+  "problems": [
+    {
+      "severity": "damage",
+      "offset": 54,
+      "text": "a value of 4 bytes, but only 3 are left"
+    }
+  ],
+  "groups": [
+    {
+      "offset": 0,
+      "bytes": 24,
+      "declared": 1,
+      "entries": [
+        {
+          "name": "a",
+          "type": "INT",
+          "offset": 5,
+          "bytes": 4,
+          "value": 1,
+          "text": "1"
+        }
+      ]
+    },
+    {
+      "offset": 24,
+      "bytes": 39,
+      "declared": 2,
+      "entries": [
+        {
+          "name": "b",
+          "type": "INT",
+          "offset": 29,
+          "bytes": 4,
+          "value": 2,
+          "text": "2"
+        }
+      ]
+    }
+  ]
+}
+)");
+    for (std::size_t nSize = cut.size(); nSize > 0; --nSize) {
+        Write("g.tnr", Bytes(cut.begin(), cut.begin() + static_cast<std::ptrdiff_t>(nSize)));
+        const ChildResult result = Run({"dump", "--json", "--kind", "group", "g.tnr"});
+        const auto json = nlohmann::json::parse(result.output, nullptr, false);
+        ASSERT_TRUE(json.is_object()) << nSize << "\n" << result.output;
+        EXPECT_EQ(json["damaged"], result.nExitCode == 1) << nSize;
+        EXPECT_EQ(json["problems"].empty(), result.nExitCode == 0) << nSize;
+    }
+}
+
+// More entries than the library is given at a time.
+TEST_F(InspectGroups, LargeGroupsAreCheckedAsAWhole) {
+    std::vector<std::pair<std::string, Bytes>> entries;
+    for (int i = 0; i < 10000; ++i) {
+        entries.emplace_back("n" + std::to_string(i), i == 5000 ? SavedValue(11, Bytes(2 << 20, 1)) : SavedInt(i));
+    }
+    Write("g.tnr", SavedGroup(entries));
+    EXPECT_EQ(Run({"verify", "g.tnr"}).nExitCode, 0);
+    std::string all = "  entries         10000\n";
+    EXPECT_NE(Run({"info", "g.tnr"}).output.find(all), std::string::npos);
+    entries[9999].first = "n0";
+    entries[7].first = "n3";
+    Write("g.tnr", SavedGroup(entries));
+    const ChildResult result = Run({"verify", "g.tnr"});
+    EXPECT_EQ(result.nExitCode, 1);
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 3) << result.output;
+    EXPECT_NE(result.output.find("damage at 145: the name is there already"), std::string::npos) << result.output;
 }
 
 TEST_F(InspectGroups, LongValuesAreCutInTheTableOnly) {

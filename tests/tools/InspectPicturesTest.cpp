@@ -1,5 +1,6 @@
 // What tnrobot-inspect says about pictures, and how it converts them.
 
+#include <TnRobotKernel/make.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -152,6 +153,207 @@ TEST_F(InspectPictures, DamagedBmpIsSaid) {
         EXPECT_EQ(Run({"convert", "p.bmp", "p.jpg"}).nExitCode, 1);
         EXPECT_FALSE(std::filesystem::exists(m_directory / "p.jpg"));
     }
+}
+
+// A file that is read as a picture although its pixels begin where its fields stand shows its fields.
+TEST_F(InspectPictures, PixelsWithinTheHeadersAreDamage) {
+    BmpFields fields;
+    fields.nWidth = 4;
+    fields.nHeight = 4;
+    fields.nImageSize = 48;
+    const struct {
+        std::uint32_t nDataOffset;
+        std::uint32_t nInfoSize;
+        std::uint32_t nColours;
+        const char* lpszProblem;  // null for a good file
+    } cases[] = {
+        {54, 40, 0, nullptr},
+        {53, 40, 0, "the pixels begin at 53, before the end of headers and colour table at 54"},
+        {0, 40, 0, "the pixels begin at 0, before the end of headers and colour table at 54"},
+        {54, 124, 0, "the pixels begin at 54, before the end of headers and colour table at 138"},
+        {138, 124, 0, nullptr},
+        {54, 40, 2, "the pixels begin at 54, before the end of headers and colour table at 62"},
+        {62, 40, 2, nullptr},
+        {54, 0xFFFFFFFF, 0xFFFFFFFF,
+         "the pixels begin at 54, before the end of headers and colour table at 21474836489"},
+    };
+    for (const auto& one : cases) {
+        fields.nDataOffset = one.nDataOffset;
+        fields.nInfoSize = one.nInfoSize;
+        fields.nColours = one.nColours;
+        const Bytes rest(std::max<std::uint32_t>(one.nDataOffset, 54) - 54 + 48, 9);
+        fields.nFileSize = static_cast<std::uint32_t>(54 + rest.size());
+        Write("p.bmp", BmpHeader(fields) + rest);
+        const ChildResult result = Run({"verify", "p.bmp"});
+        EXPECT_EQ(result.nExitCode, one.lpszProblem == nullptr ? 0 : 1) << result.output;
+        if (one.lpszProblem != nullptr) {
+            EXPECT_NE(result.output.find("  damage at 10: " + std::string(one.lpszProblem) + "\n"), std::string::npos)
+                << result.output;
+        }
+    }
+}
+
+// The image size need not say that rows are padded.
+TEST_F(InspectPictures, PaddedRowsAreDamageWhateverTheImageSizeSays) {
+    const struct {
+        int nWidth;
+        int nHeight;
+        std::uint32_t nImageSize;
+        std::size_t nBytes;
+        bool bPadded;
+    } cases[] = {
+        {5, 3, 0, 48, true},
+        {5, 3, 0, 50, true},
+        {5, 3, 45, 48, true},
+        {27, 27, 2268, 2268, true},
+        {1, 3, 12, 12, true},
+        {5, 3, 0, 45, false},
+        {5, 3, 45, 45, false},
+        {5, 3, 45, 47, false},
+        {4, 3, 0, 36, false},
+        {127, 127, 0, 48768, true},
+        {127, 127, 48387, 48387, false},
+    };
+    for (const auto& one : cases) {
+        BmpFields fields;
+        fields.nWidth = one.nWidth;
+        fields.nHeight = one.nHeight;
+        fields.nImageSize = one.nImageSize;
+        Write("p.bmp", BmpFile(fields, Bytes(one.nBytes, 3)));
+        const ChildResult result = Run({"verify", "p.bmp"});
+        EXPECT_EQ(result.nExitCode, one.bPadded ? 1 : 0) << one.nWidth << " " << one.nBytes << result.output;
+        EXPECT_EQ(result.output.find("  damage at 34: rows are padded to ") != std::string::npos, one.bPadded)
+            << result.output;
+    }
+}
+
+// The inspector reads BMP files itself; what it calls good the library loads with the same pixels.
+TEST_F(InspectPictures, GoodBmpFilesAreThoseThatTheLibraryLoads) {
+    const TnRobotPtr<ITnRobotMemoryBlockPool> blocks = tn::MakeMemoryBlockPool();
+    const TnRobotPtr<ITnRobotSurfacePool> surfaces = tn::MakeSurfacePool(blocks.get());
+    for (int nWidth = 1; nWidth <= 9; ++nWidth) {
+        const std::size_t nRow = std::size_t{3} * static_cast<std::size_t>(nWidth);
+        Bytes pixels(nRow * 5);
+        for (std::size_t i = 0; i < pixels.size(); ++i) {
+            pixels[i] = static_cast<unsigned char>(7 * i);
+        }
+        Write("p.bmp", BmpFile24(nWidth, 5, FlipRows(pixels, nRow)));
+        EXPECT_EQ(Run({"verify", "p.bmp"}).nExitCode, 0) << nWidth;
+        EXPECT_EQ(Run({"convert", "-f", "p.bmp", "q.bmp"}).nExitCode, 0) << nWidth;
+        for (const char* lpszFile : {"p.bmp", "q.bmp"}) {
+            const auto surface = tn::LoadImage((m_directory / lpszFile).c_str(), surfaces.get());
+            ASSERT_TRUE(surface) << nWidth;
+            ITnRobotSurface::STnLockSurface lock{};
+            surface->LockSurface(lock);
+            EXPECT_EQ(Bytes(lock.pData, lock.pData + pixels.size()), pixels) << lpszFile << " " << nWidth;
+            surface->UnLockSurface();
+        }
+    }
+    Bytes cut = Bmp();
+    cut.pop_back();
+    Bytes turned = Bmp();
+    turned[25] = 0xFF;
+    Bytes wide = Bmp();
+    wide[20] = 1;
+    for (const Bytes& bytes : {cut, turned, wide}) {
+        Write("p.bmp", bytes);
+        EXPECT_EQ(Run({"verify", "p.bmp"}).nExitCode, 1);
+        EXPECT_FALSE(tn::LoadImage((m_directory / "p.bmp").c_str(), surfaces.get()));
+    }
+}
+
+// Neither for the verdict nor for the pixels.
+TEST_F(InspectPictures, ReadingNeedsNoTemporaryDirectory) {
+    Write("a.bmp", Bmp());
+    Write("b", Bmp(9));
+    Write("c.jpg", Jpeg());
+    const ChildResult result = RunChild({TNROBOT_INSPECT,
+                                         {"verify", "a.bmp", "b", "c.jpg"},
+                                         {{"TMPDIR", "/nowhere"}},
+                                         m_directory.Path().string(),
+                                         true});
+    EXPECT_EQ(result.output,
+              "a.bmp: good (BMP picture, 99 bytes)\nb: good (BMP picture, 99 bytes)\nc.jpg: good (JPEG "
+              "picture, " +
+                  std::to_string(Jpeg().size()) + " bytes)\n");
+    EXPECT_EQ(RunChild({TNROBOT_INSPECT, {"diff", "a.bmp", "b"}, {{"TMPDIR", "/nowhere"}}, m_directory.Path().string()})
+                  .output,
+              "~ 1 of 15 pixels differ, by at most 9 of 255\n");
+}
+
+// Such files are as they should be; it is the library that has no use for them.
+TEST_F(InspectPictures, JpegFilesThatTheLibraryDoesNotSupportAreGood) {
+    JpegRecipe recipe;
+    recipe.nComponents = 4;
+    recipe.eInput = JCS_CMYK;
+    const Bytes pixels(std::size_t{16} * 16 * 4, 80);
+    recipe.eStored = JCS_CMYK;
+    const Bytes cmyk = EncodePlain(recipe, pixels);
+    recipe.eStored = JCS_YCCK;
+    const Bytes ycck = EncodePlain(recipe, pixels);
+    recipe.nComponents = 2;
+    recipe.eInput = JCS_UNKNOWN;
+    recipe.eStored = JCS_UNKNOWN;
+    const Bytes two = EncodePlain(recipe, pixels);
+    // Frame headers of Jpeg() with other contents.
+    const auto frame = [](std::size_t nAt, unsigned char nValue) {
+        Bytes jpeg = Jpeg();
+        const Bytes marker = FromHex("FFC0");
+        const auto it = std::search(jpeg.begin(), jpeg.end(), marker.begin(), marker.end());
+        *(it + static_cast<std::ptrdiff_t>(nAt)) = nValue;
+        return jpeg;
+    };
+    Bytes lines = frame(6, 0);
+    const Bytes end = FromHex("FFDC00040003 FFD9");
+    lines.resize(lines.size() - 2);
+    lines += end;
+    const struct {
+        Bytes bytes;
+        std::string what;
+    } cases[] = {
+        {cmyk, "CMYK and YCCK pictures are"},      {ycck, "CMYK and YCCK pictures are"},
+        {two, "pictures of 2 components are"},     {frame(4, 12), "12 bits per sample are"},
+        {frame(1, 0xC3), "lossless pictures are"}, {lines, "a height behind the picture's lines is"},
+    };
+    for (const auto& one : cases) {
+        Write("p.jpg", one.bytes);
+        ExpectOutput({"verify", "p.jpg"}, 0,
+                     "p.jpg: good (JPEG picture, " + std::to_string(one.bytes.size()) + " bytes)\n  note at 0: " +
+                         one.what + " not supported by the library: only the segments were checked\n");
+        ExpectOutput({"diff", "p.jpg", "p.jpg"}, 0, "equal\n");
+        EXPECT_EQ(RunForErrors({"convert", "p.jpg", "p.bmp"}).output,
+                  "tnrobot-inspect: p.jpg: " + one.what +
+                      " not supported by the library: only the segments were checked\n"
+                      "tnrobot-inspect: p.jpg: is no picture that the library loads\n");
+        EXPECT_EQ(Run({"convert", "p.jpg", "p.bmp"}).nExitCode, 2);
+        EXPECT_FALSE(std::filesystem::exists(m_directory / "p.bmp"));
+        for (std::size_t nSize = 2; nSize < one.bytes.size(); nSize += 13) {
+            Write("p.jpg", Bytes(one.bytes.begin(), one.bytes.begin() + static_cast<std::ptrdiff_t>(nSize)));
+            EXPECT_EQ(Run({"verify", "p.jpg"}).nExitCode, 1) << one.what << " " << nSize;
+        }
+    }
+    // What no encoder writes stays damage, whatever libjpeg calls it.
+    for (const Bytes& damaged : {frame(4, 77), frame(6, 0), frame(9, 4)}) {
+        Write("p.jpg", damaged);
+        EXPECT_EQ(Run({"verify", "p.jpg"}).nExitCode, 1);
+    }
+}
+
+TEST_F(InspectPictures, MessagesOfLibjpegNameTheFile) {
+    const int nTooWide = 65504;
+    Write("p.bmp", BmpFile24(nTooWide, 1, Bytes(std::size_t{3} * nTooWide, 1)));
+    const ChildResult encoded = RunForErrors({"convert", "p.bmp", "p.jpg"});
+    EXPECT_EQ(encoded.output,
+              "tnrobot-inspect: p.jpg: cannot be written: Maximum supported image dimension is 65500 pixels\n");
+    EXPECT_EQ(encoded.nExitCode, 2);
+    Bytes jpeg = Jpeg();
+    jpeg[jpeg.size() - 8] = 0xFF;
+    jpeg[jpeg.size() - 7] = 0xD3;
+    Write("q.jpg", jpeg);
+    const ChildResult decoded = RunForErrors({"convert", "q.jpg", "q.bmp"});
+    EXPECT_EQ(decoded.output.rfind("tnrobot-inspect: q.jpg: the decoder says: ", 0), 0U) << decoded.output;
+    EXPECT_EQ(std::count(decoded.output.begin(), decoded.output.end(), '\n'), 1) << decoded.output;
+    EXPECT_EQ(decoded.nExitCode, 1);
 }
 
 // The decoder fills up what is missing; the inspector does not take that for a picture.

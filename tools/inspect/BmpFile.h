@@ -6,9 +6,12 @@
 #include <cstdint>
 
 #include "Bytes.h"
+#include "Picture.h"
 #include "Problems.h"
 
 struct BmpFile {
+    ByteRange file;
+    std::uint32_t nInfoSize = 0;  ///< of the second header
     std::uint32_t nFileSize = 0;
     std::uint32_t nDataOffset = 0;
     std::int32_t nWidth = 0;
@@ -22,5 +25,9 @@ struct BmpFile {
 
 /// Rows are expected as the library writes them: unpadded, bottom row first.
 BmpFile ParseBmp(ByteRange file);
+
+/// @param[in] bmp  not damaged, of 24 bits per pixel.
+/// @return its pixels, which stay those of the file.
+Picture PictureOf(const BmpFile& bmp);
 
 #endif  // TNROBOT_INSPECT_BMPFILE_H_

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
-#include <string>
+#include <string_view>
 #include <vector>
 
 using Bytes = std::vector<unsigned char>;
@@ -18,7 +18,7 @@ struct ByteRange {
     bool operator==(const ByteRange& other) const {
         return nSize == other.nSize && (nSize == 0 || std::memcmp(pData, other.pData, nSize) == 0);
     }
-    std::string Text() const { return {reinterpret_cast<const char*>(pData), nSize}; }
+    std::string_view View() const { return {reinterpret_cast<const char*>(pData), nSize}; }
 };
 
 inline ByteRange RangeOf(const Bytes& bytes) {

@@ -1,15 +1,11 @@
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cctype>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <limits>
-#include <system_error>
+#include <new>
 
 #include "Commands.h"
+#include "FileReplacement.h"
 
 namespace {
 
@@ -23,43 +19,19 @@ std::string EndingOf(const std::string& strPath) {
     return strEnding;
 }
 
-/// A file beside the one that is wanted, which it becomes when it is whole.
-class NewFile {
-public:
-    NewFile(const std::string& strPath, const std::string& strEnding) {
-        const std::filesystem::path directory = std::filesystem::path(strPath).parent_path();
-        m_strPath = (directory / (".tnrobot-inspect.XXXXXX" + strEnding)).string();
-        const int nFile = mkstemps(m_strPath.data(), static_cast<int>(strEnding.size()));
-        if (nFile < 0) {
-            throw UnreadableError("cannot be written: " + std::generic_category().message(errno));
-        }
-        // As any program would make a file, not as a private one.
-        const mode_t nMask = umask(0);
-        umask(nMask);
-        constexpr mode_t kEverybody = 0666;
-        fchmod(nFile, kEverybody & ~nMask);
-        close(nFile);
-    }
-    ~NewFile() {
-        if (!m_strPath.empty()) {
-            unlink(m_strPath.c_str());
-        }
-    }
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
+// A link that leads nowhere is there, too.
+bool IsThere(const std::string& strPath) {
+    struct stat status {};
+    return lstat(strPath.c_str(), &status) == 0;
+}
 
-    const std::string& Path() const { return m_strPath; }
-
-    void Become(const std::string& strPath) {
-        if (std::rename(m_strPath.c_str(), strPath.c_str()) != 0) {
-            throw UnreadableError("cannot be written: " + std::generic_category().message(errno));
-        }
-        m_strPath.clear();
+bool SamePixels(const Picture& a, const Picture& b) {
+    bool bSame = true;
+    for (int i = 0; bSame && i < a.nHeight; ++i) {
+        bSame = a.Row(i) == b.Row(i);
     }
-
-private:
-    std::string m_strPath;
-};
+    return bSame;
+}
 
 // The library does not say whether a file was written whole, so it is read again. A BMP file holds
 // every pixel as it was.
@@ -72,27 +44,37 @@ bool IsWhole(const std::string& strPath, const Picture& picture, PictureKind eKi
         const bool bSameSize =
             written.picture && written.picture->nWidth == picture.nWidth && written.picture->nHeight == picture.nHeight;
         return !written.IsDamaged() && bSameSize &&
-               (eKind == PictureKind::kJpeg || written.picture->pixels == picture.pixels);
+               (eKind == PictureKind::kJpeg || SamePixels(*written.picture, picture));
     } catch (const UnreadableError&) {
         return false;
     }
 }
 
-int Write(const Picture& picture, const std::string& strOutput) {
+void Write(const Picture& picture, const std::string& strOutput, FileReplacement::Existing eExisting) {
     const std::string strEnding = EndingOf(strOutput);
     const PictureKind eKind = strEnding == ".bmp" ? PictureKind::kBmp : PictureKind::kJpeg;
-    try {
-        NewFile file(strOutput, strEnding);
-        if (!EncodePicture(picture, file.Path(), eKind) || !IsWhole(file.Path(), picture, eKind)) {
-            Complain(strOutput + ": cannot be written");
-            return kTrouble;
-        }
-        file.Become(strOutput);
-        return kGood;
-    } catch (const UnreadableError& error) {
-        Complain(strOutput + ": " + error.what());
-        return kTrouble;
+    FileReplacement file(strOutput, strEnding, eExisting);
+    std::string strMessage;
+    if (!EncodePicture(picture, file.TemporaryPath(), eKind, strMessage)) {
+        throw ReplacementError(strMessage.empty() ? "the library does not encode the picture" : strMessage);
     }
+    if (!IsWhole(file.TemporaryPath(), picture, eKind)) {
+        throw ReplacementError("it does not come out whole");
+    }
+    file.Commit();
+}
+
+int WriteOrComplain(const Picture& picture, const std::string& strOutput, bool bForce) {
+    using Existing = FileReplacement::Existing;
+    try {
+        Write(picture, strOutput, bForce ? Existing::kReplaced : Existing::kRefused);
+        return kGood;
+    } catch (const ReplacementError& error) {
+        Complain(strOutput + ": cannot be written: " + error.what());
+    } catch (const std::bad_alloc&) {
+        Complain(strOutput + ": cannot be written: not enough memory");
+    }
+    return kTrouble;
 }
 
 }  // namespace
@@ -103,8 +85,7 @@ int Convert(const std::string& strInput, const std::string& strOutput, bool bFor
         Complain(strOutput + ": must end in .jpg or .bmp, which says what it is to be");
         return kTrouble;
     }
-    std::error_code ignored;
-    if (!bForce && std::filesystem::exists(strOutput, ignored)) {
+    if (!bForce && IsThere(strOutput)) {
         Complain(strOutput + ": is there already; --force replaces it");
         return kTrouble;
     }
@@ -119,5 +100,5 @@ int Convert(const std::string& strInput, const std::string& strOutput, bool bFor
         Complain(strInput + ": is no picture that the library loads");
         return kTrouble;
     }
-    return Write(*input.picture, strOutput);
+    return WriteOrComplain(*input.picture, strOutput, bForce);
 }

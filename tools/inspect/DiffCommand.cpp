@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <cstdlib>
-#include <map>
+#include <optional>
+#include <vector>
 
 #include "Commands.h"
 #include "Report.h"
+#include "Text.h"
 #include "Values.h"
 
 namespace {
@@ -18,7 +20,47 @@ public:
     void OnlySecond(const std::string& strText) { Line(m_style.Good("+ " + strText)); }
     void Changed(const std::string& strText) { Line("~ " + strText); }
 
+    /// An entry of one of the groups only.
+    void OnlyFirst(const std::string& strLabel, const Entry& entry) {
+        OneSided(m_style.BeginBad() + "- " + strLabel, entry);
+    }
+    void OnlySecond(const std::string& strLabel, const Entry& entry) {
+        OneSided(m_style.BeginGood() + "+ " + strLabel, entry);
+    }
+
+    /// Numbers may differ where their text form ends: then the bytes say it.
+    void Changed(const std::string& strLabel, const Entry& a, const Entry& b) {
+        const bool bBytes = a.nType == b.nType && SameText(ValueText(a), ValueText(b));
+        Print("~ " + strLabel);
+        PrintEntry(a, bBytes);
+        Print(" -> ");
+        PrintEntry(b, bBytes);
+        Line("");
+    }
+
 private:
+    static bool SameText(const ValueText& a, const ValueText& b) {
+        return a.IsHex() == b.IsHex() && a.Source() == b.Source();
+    }
+
+    // Values can be large: none is put together in memory.
+    static void PrintEntry(const Entry& entry, bool bBytes) {
+        const ValueText text(entry);
+        Print(TypeName(entry.nType) + " ");
+        ForEachPiece(text.Source(), [&text](std::string_view piece) { Print(Printable(text.Shown(piece))); });
+        if (bBytes) {
+            Print(" (");
+            ForEachPiece(entry.bytes.View(), [](std::string_view piece) { Print(HexDigits(piece)); });
+            Print(")");
+        }
+    }
+
+    void OneSided(const std::string& strBeginning, const Entry& entry) {
+        Print(strBeginning);
+        PrintEntry(entry, false);
+        Line(m_style.End());
+    }
+
     void Line(const std::string& strText) {
         Print(strText + "\n");
         m_bAny = true;
@@ -28,72 +70,98 @@ private:
     bool m_bAny = false;
 };
 
-std::string Described(const Entry& entry) {
-    return TypeName(entry.nType) + " " + Printable(ValueText(entry));
-}
-
 bool SameValue(const Entry& a, const Entry& b) {
     return a.nType == b.nType && a.bytes == b.bytes;
 }
 
-// Numbers may differ where their text form ends: then the bytes say it.
-std::string Change(const Entry& a, const Entry& b) {
-    std::string strFirst = Described(a);
-    std::string strSecond = Described(b);
-    if (strFirst == strSecond) {
-        strFirst += " (" + Hex(a.bytes) + ")";
-        strSecond += " (" + Hex(b.bytes) + ")";
-    }
-    return strFirst + " -> " + strSecond;
-}
+/// A group's entries by name; their order in the file has no meaning. Of entries with one name the
+/// first counts, as for the library.
+class SortedEntries {
+public:
+    SortedEntries(ByteRange file, const Group& group) : m_file(file), m_offsets(EntriesByName(file, group)) {}
 
-// The order of a group's entries has no meaning.
-std::map<std::string, const Entry*> ByName(const Group& group) {
-    std::map<std::string, const Entry*> entries;
-    for (const Entry& entry : group.entries) {
-        entries.emplace(entry.strName, &entry);
+    void Rewind() {
+        m_nNext = 0;
+        Read();
     }
-    return entries;
-}
 
-void Compare(const Group& a, const Group& b, const std::string& strPlace, Differences& differences) {
-    const auto first = ByName(a);
-    const auto second = ByName(b);
-    for (const auto& [strName, pEntry] : first) {
-        const auto it = second.find(strName);
-        const std::string strLabel = strPlace + Printable(strName) + ": ";
-        if (it == second.end()) {
-            differences.OnlyFirst(strLabel + Described(*pEntry));
-        } else if (!SameValue(*pEntry, *it->second)) {
-            differences.Changed(strLabel + Change(*pEntry, *it->second));
+    bool AtEnd() const { return m_nNext == m_offsets.size(); }
+    const Entry& Current() const { return m_entry; }
+    void Next() {
+        const std::string_view name = m_entry.name;
+        do {
+            ++m_nNext;
+            Read();
+        } while (!AtEnd() && m_entry.name == name);
+    }
+
+private:
+    void Read() {
+        if (!AtEnd()) {
+            m_entry = EntryAt(m_file, m_offsets[m_nNext]);
         }
     }
-    for (const auto& [strName, pEntry] : second) {
-        if (first.find(strName) == first.end()) {
-            differences.OnlySecond(strPlace + Printable(strName) + ": " + Described(*pEntry));
+
+    ByteRange m_file;
+    std::vector<std::size_t> m_offsets;
+    std::size_t m_nNext = 0;
+    Entry m_entry;
+};
+
+// Hands over each entry of one group together with that of the other group which has its name, null
+// where none has.
+template <typename Function>
+void ForEachPair(SortedEntries& entries, SortedEntries& others, Function function) {
+    for (entries.Rewind(), others.Rewind(); !entries.AtEnd(); entries.Next()) {
+        const Entry& entry = entries.Current();
+        while (!others.AtEnd() && others.Current().name < entry.name) {
+            others.Next();
         }
+        const bool bBoth = !others.AtEnd() && others.Current().name == entry.name;
+        function(entry, bBoth ? &others.Current() : nullptr);
     }
 }
 
-std::string GroupText(const GroupFile& file, std::size_t i) {
-    return "group " + std::to_string(i) + " of " + std::to_string(file.groups[i].entries.size()) + " entries";
+void Compare(SortedEntries a, SortedEntries b, const std::string& strPlace, Differences& differences) {
+    const auto label = [&strPlace](const Entry& entry) { return strPlace + Printable(entry.name) + ": "; };
+    ForEachPair(a, b, [&](const Entry& entry, const Entry* pOther) {
+        if (pOther == nullptr) {
+            differences.OnlyFirst(label(entry), entry);
+        } else if (!SameValue(entry, *pOther)) {
+            differences.Changed(label(entry), entry, *pOther);
+        }
+    });
+    ForEachPair(b, a, [&](const Entry& entry, const Entry* pOther) {
+        if (pOther == nullptr) {
+            differences.OnlySecond(label(entry), entry);
+        }
+    });
+}
+
+std::string GroupText(std::size_t i, const Group& group) {
+    return "group " + std::to_string(i) + " of " + std::to_string(group.nEntries) + " entries";
 }
 
 void Compare(const GroupFile& a, const GroupFile& b, Differences& differences) {
-    const bool bSeveral = std::max(a.groups.size(), b.groups.size()) > 1;
-    for (std::size_t i = 0; i < std::max(a.groups.size(), b.groups.size()); ++i) {
-        if (i >= b.groups.size()) {
-            differences.OnlyFirst(GroupText(a, i));
-        } else if (i >= a.groups.size()) {
-            differences.OnlySecond(GroupText(b, i));
+    const bool bSeveral = std::max(a.nGroups, b.nGroups) > 1;
+    std::optional<Group> first = GroupAt(a.file, 0);
+    std::optional<Group> second = GroupAt(b.file, 0);
+    for (std::size_t i = 0; first || second; ++i) {
+        if (!second) {
+            differences.OnlyFirst(GroupText(i, *first));
+        } else if (!first) {
+            differences.OnlySecond(GroupText(i, *second));
         } else {
-            Compare(a.groups[i], b.groups[i], bSeveral ? "group " + std::to_string(i) + ", " : "", differences);
+            Compare(SortedEntries(a.file, *first), SortedEntries(b.file, *second),
+                    bSeveral ? "group " + std::to_string(i) + ", " : "", differences);
         }
+        first = first ? GroupBehind(a.file, *first) : std::nullopt;
+        second = second ? GroupBehind(b.file, *second) : std::nullopt;
     }
 }
 
 std::string ClassOf(const ObjectTables& tables, const ObjectRow& row) {
-    return row.nClass < tables.classes.size() ? Printable(tables.classes[row.nClass].strIdentifier)
+    return row.nClass < tables.classes.size() ? Printable(tables.classes[row.nClass].identifier)
                                               : "class " + std::to_string(row.nClass);
 }
 
@@ -122,7 +190,7 @@ void Compare(const ObjectTables& a, const ObjectTables& b, Differences& differen
         }
     }
     const auto sameName = [](const ClassRow& first, const ClassRow& second) {
-        return first.strIdentifier == second.strIdentifier;
+        return first.identifier == second.identifier;
     };
     if (!std::equal(a.classes.begin(), a.classes.end(), b.classes.begin(), b.classes.end(), sameName)) {
         differences.Changed("class table: " + std::to_string(a.classes.size()) + " -> " +
@@ -135,25 +203,32 @@ std::string SizeText(const Picture& picture) {
     return std::to_string(picture.nWidth) + " x " + std::to_string(picture.nHeight) + " pixels";
 }
 
+// Counts the pixels that differ, and keeps the largest difference.
+void CompareRows(ByteRange a, ByteRange b, std::size_t& nPixels, int& nLargest) {
+    for (std::size_t i = 0; i < a.nSize; i += kBytesPerPixel) {
+        int nPixel = 0;
+        for (std::size_t j = i; j < i + kBytesPerPixel; ++j) {
+            nPixel = std::max(nPixel, std::abs(a.pData[j] - b.pData[j]));
+        }
+        nPixels += nPixel != 0 ? 1 : 0;
+        nLargest = std::max(nLargest, nPixel);
+    }
+}
+
 void Compare(const Picture& a, const Picture& b, Differences& differences) {
     if (a.nWidth != b.nWidth || a.nHeight != b.nHeight) {
         differences.Changed("size: " + SizeText(a) + " -> " + SizeText(b));
         return;
     }
-    constexpr std::size_t kBytesPerPixel = 3;
     std::size_t nPixels = 0;
     int nLargest = 0;
-    for (std::size_t i = 0; i < a.pixels.size(); i += kBytesPerPixel) {
-        int nPixel = 0;
-        for (std::size_t j = i; j < i + kBytesPerPixel; ++j) {
-            nPixel = std::max(nPixel, std::abs(a.pixels[j] - b.pixels[j]));
-        }
-        nPixels += nPixel != 0 ? 1 : 0;
-        nLargest = std::max(nLargest, nPixel);
+    for (int i = 0; i < a.nHeight; ++i) {
+        CompareRows(a.Row(i), b.Row(i), nPixels, nLargest);
     }
     if (nPixels != 0) {
-        differences.Changed(std::to_string(nPixels) + " of " + std::to_string(a.pixels.size() / kBytesPerPixel) +
-                            " pixels differ, by at most " + std::to_string(nLargest) + " of 255");
+        const std::size_t nAll = static_cast<std::size_t>(a.nWidth) * static_cast<std::size_t>(a.nHeight);
+        differences.Changed(std::to_string(nPixels) + " of " + std::to_string(nAll) + " pixels differ, by at most " +
+                            std::to_string(nLargest) + " of 255");
     }
 }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -67,7 +68,7 @@ private:
 
 Bytes ReadBytes(const std::string& strPath, const ReadOptions& options) {
     const InputFile file(strPath);
-    if (file.Size() / kMiB >= options.nMaxMemoryMiB) {
+    if (file.Size() > options.nMaxMemoryMiB * kMiB) {
         throw UnreadableError("larger than --max-memory, " + std::to_string(options.nMaxMemoryMiB) + " MiB");
     }
     Bytes bytes(file.Size());
@@ -85,87 +86,132 @@ Bytes ReadBytes(const std::string& strPath, const ReadOptions& options) {
     return bytes;
 }
 
-bool BeginsWith(const Bytes& bytes, unsigned char nFirst, unsigned char nSecond) {
-    return bytes.size() >= 2 && bytes[0] == nFirst && bytes[1] == nSecond;
-}
-
-// Groups and tables have no mark of their own: what can be read as one whole is one. Of damaged
-// files, tables are told by readable class identifiers, groups by their version.
-std::string Recognise(const Bytes& bytes) {
-    if (BeginsWith(bytes, 0xFF, 0xD8)) {
-        return "jpeg";
-    }
-    if (BeginsWith(bytes, 'B', 'M')) {
-        return "bmp";
-    }
-    const GroupFile groups = ParseGroups(RangeOf(bytes));
-    if (!groups.problems.IsDamaged()) {
-        return "group";
-    }
-    const ObjectTables tables = ParseObjectTables(RangeOf(bytes));
-    const bool bEmptyTables = bytes == Bytes(4, 0);
-    if (tables.bLooksRight || bEmptyTables) {
-        return "archive";
-    }
-    if (groups.bBegins) {
-        return "group";
-    }
-    throw UnreadableError(
-        "neither value groups, nor an archive with a map header, nor BMP, nor JPEG; --kind says what it should be");
-}
-
-// The surface is as large as the picture claims to be, so that claim is looked at first.
-void Decode(Document& document, PictureKind eKind, std::int64_t nWidth, std::int64_t nHeight,
-            const ReadOptions& options) {
+// The library makes a surface as large as the picture claims to be, so that claim is looked at first.
+void CheckMemory(std::int64_t nWidth, std::int64_t nHeight, const ReadOptions& options) {
     const std::int64_t nBytes = (3 * nWidth + 3) / 4 * 4 * nHeight;
-    if (nBytes / static_cast<std::int64_t>(kMiB) >= static_cast<std::int64_t>(options.nMaxMemoryMiB)) {
+    if (static_cast<std::uint64_t>(nBytes) > options.nMaxMemoryMiB * kMiB) {
         throw UnreadableError("a picture of " + std::to_string(nWidth) + " x " + std::to_string(nHeight) +
                               " pixels needs more than --max-memory, " + std::to_string(options.nMaxMemoryMiB) +
                               " MiB");
     }
-    std::string strError;
-    document.picture = DecodePicture(eKind, document.strPath, RangeOf(document.bytes), strError);
-    if (!document.picture) {
-        document.ProblemList().Damage(0, "the library does not decode the picture: " + strError);
-    } else if (!strError.empty()) {
-        document.ProblemList().Damage(0, "the decoder says: " + strError);
+}
+
+bool BeginsWith(const std::string& strText, const char* lpszBeginning) {
+    return strText.rfind(lpszBeginning, 0) == 0;
+}
+
+// libjpeg's messages for pictures that are as they should be, but nothing that it decodes.
+bool SaysUnsupported(const std::string& strMessage) {
+    return BeginsWith(strMessage, "Unsupported ") || BeginsWith(strMessage, "Sorry, ") ||
+           BeginsWith(strMessage, "CCIR601 sampling not implemented") ||
+           BeginsWith(strMessage, "Fractional sampling not implemented");
+}
+
+void NoteUnsupported(Problems& problems, const std::string& strWhat) {
+    problems.Note(0, strWhat + " not supported by the library: only the segments were checked");
+}
+
+void TakePicture(JpegFile& jpeg, Decoded decoded, Document& document) {
+    const std::string strUnsupported = Unsupported(jpeg);
+    if (BeginsWith(decoded.strMessage, "Insufficient memory")) {
+        throw UnreadableError("not enough memory to decode the picture");
     }
+    if (!decoded.picture && !strUnsupported.empty() && SaysUnsupported(decoded.strMessage)) {
+        NoteUnsupported(jpeg.problems, strUnsupported);
+    } else if (!decoded.picture) {
+        jpeg.problems.Damage(
+            0, "the library does not decode the picture: " +
+                   (decoded.strMessage.empty() ? "result " + std::to_string(decoded.nResult) : decoded.strMessage));
+    } else if (!decoded.strMessage.empty()) {
+        jpeg.problems.Damage(0, "the decoder says: " + decoded.strMessage);
+    }
+    document.picture = std::move(decoded.picture);
 }
 
 void TakeBmp(Document& document, const ReadOptions& options) {
     BmpFile bmp = ParseBmp(RangeOf(document.bytes));
     constexpr std::uint16_t kColourBits = 24;
-    const bool bDecode = !bmp.problems.IsDamaged() && bmp.nBitsPerPixel == kColourBits;
-    if (!bmp.problems.IsDamaged() && !bDecode) {
+    if (!bmp.problems.IsDamaged() && bmp.nBitsPerPixel == kColourBits) {
+        CheckMemory(bmp.nWidth, bmp.nHeight, options);
+        document.picture = PictureOf(bmp);
+    } else if (!bmp.problems.IsDamaged()) {
         bmp.problems.Note(0, "the library writes files of " + std::to_string(bmp.nBitsPerPixel) +
                                  " bits per pixel, but loads only those of 24");
     }
-    const std::int64_t nWidth = bmp.nWidth;
-    const std::int64_t nHeight = bmp.nHeight;
     document.content = std::move(bmp);
-    if (bDecode) {
-        Decode(document, PictureKind::kBmp, nWidth, nHeight, options);
-    }
 }
 
 void TakeJpeg(Document& document, const ReadOptions& options) {
     JpegFile jpeg = ParseJpeg(RangeOf(document.bytes));
-    const std::int64_t nWidth = jpeg.nWidth;
-    const std::int64_t nHeight = jpeg.nHeight;
-    const bool bDecode =
-        nWidth != 0 && nHeight != 0 && document.bytes.size() <= std::numeric_limits<unsigned int>::max();
+    const bool bHasSize = jpeg.nWidth != 0 && jpeg.nHeight != 0;
+    if (bHasSize && document.bytes.size() <= std::numeric_limits<unsigned int>::max()) {
+        CheckMemory(jpeg.nWidth, jpeg.nHeight, options);
+        TakePicture(jpeg, DecodeJpeg(RangeOf(document.bytes)), document);
+    } else if (!Unsupported(jpeg).empty()) {
+        NoteUnsupported(jpeg.problems, Unsupported(jpeg));
+    }
     document.content = std::move(jpeg);
-    if (bDecode) {
-        Decode(document, PictureKind::kJpeg, nWidth, nHeight, options);
+}
+
+void TakeGroups(Document& document, GroupFile groups) {
+    if (!groups.problems.IsDamaged()) {
+        CompareWithLibrary(groups);
+    }
+    document.content = std::move(groups);
+}
+
+void TakeTables(Document& document, ObjectTables tables) {
+    if (!tables.problems.IsDamaged()) {
+        CompareWithLibrary(RangeOf(document.bytes), tables);
+    }
+    document.content = std::move(tables);
+}
+
+// Groups and tables have no mark of their own: what can be read as one whole is one. Of damaged
+// files, tables are told by readable class identifiers, groups by their version.
+void TakeSaved(Document& document) {
+    GroupFile groups = ParseGroups(RangeOf(document.bytes));
+    if (!groups.problems.IsDamaged()) {
+        TakeGroups(document, std::move(groups));
+        return;
+    }
+    ObjectTables tables = ParseObjectTables(RangeOf(document.bytes));
+    const bool bEmptyTables = document.bytes == Bytes(4, 0);
+    if (tables.bLooksRight || bEmptyTables) {
+        TakeTables(document, std::move(tables));
+    } else if (groups.bBegins) {
+        TakeGroups(document, std::move(groups));
+    } else {
+        throw UnreadableError(
+            "neither value groups, nor an archive with a map header, nor BMP, nor JPEG; --kind says what it should be");
     }
 }
 
-template <typename Content>
-void TakeSaved(Document& document, Content content) {
-    if (!content.problems.IsDamaged()) {
-        CompareWithLibrary(RangeOf(document.bytes), content);
+bool Begins(const Bytes& bytes, unsigned char nFirst, unsigned char nSecond) {
+    return bytes.size() >= 2 && bytes[0] == nFirst && bytes[1] == nSecond;
+}
+
+// @return the kind of a file that has a mark of its own, else nothing.
+std::string MarkedKind(const Bytes& bytes) {
+    if (Begins(bytes, 0xFF, 0xD8)) {
+        return "jpeg";
     }
-    document.content = std::move(content);
+    return Begins(bytes, 'B', 'M') ? "bmp" : "";
+}
+
+void Take(Document& document, const ReadOptions& options) {
+    const std::string strKind = options.strKind.empty() ? MarkedKind(document.bytes) : options.strKind;
+    if (strKind == "group") {
+        TakeGroups(document, ParseGroups(RangeOf(document.bytes)));
+    } else if (strKind == "archive") {
+        TakeTables(document, ParseObjectTables(RangeOf(document.bytes)));
+    } else if (strKind == "bmp") {
+        TakeBmp(document, options);
+    } else if (strKind == "jpeg") {
+        TakeJpeg(document, options);
+    } else {
+        TakeSaved(document);
+    }
 }
 
 }  // namespace
@@ -186,17 +232,10 @@ Document ReadDocument(const std::string& strPath, const ReadOptions& options) tr
     if (document.bytes.empty()) {
         throw UnreadableError("empty");
     }
-    const std::string strKind = options.strKind.empty() ? Recognise(document.bytes) : options.strKind;
-    if (strKind == "group") {
-        TakeSaved(document, ParseGroups(RangeOf(document.bytes)));
-    } else if (strKind == "archive") {
-        TakeSaved(document, ParseObjectTables(RangeOf(document.bytes)));
-    } else if (strKind == "bmp") {
-        TakeBmp(document, options);
-    } else {
-        TakeJpeg(document, options);
-    }
+    Take(document, options);
     return document;
-} catch (const UnreadableError& error) {
+} catch (const std::bad_alloc&) {
+    throw UnreadableError(strPath + ": not enough memory");
+} catch (const std::exception& error) {
     throw UnreadableError(strPath + ": " + error.what());
 }

@@ -3,6 +3,7 @@
 #include "Commands.h"
 #include "Json.h"
 #include "Report.h"
+#include "Text.h"
 #include "Values.h"
 
 namespace {
@@ -16,43 +17,67 @@ std::string Number(std::size_t nNumber) {
 }
 
 // Texts are cut before they are escaped, so that an escape is never cut in two.
-std::string Shown(const std::string& strText, bool bFull) {
-    if (bFull || strText.size() <= kLongestValue) {
-        return Printable(strText);
+std::string Shown(std::string_view text) {
+    if (text.size() <= kLongestValue) {
+        return Printable(text);
     }
-    std::size_t nEnd = kLongestValue;
-    while (nEnd > 0 && (static_cast<unsigned char>(strText[nEnd]) & 0xC0U) == 0x80) {
-        --nEnd;
+    return Printable(text.substr(0, WholeCharacters(text, kLongestValue))) + "...";
+}
+
+// A text at a column's width at least.
+void PrintText(std::string_view text, std::size_t nWidth, bool bFull) {
+    if (!bFull || text.size() <= kLongestValue) {
+        Print(Padded(Shown(text), nWidth));
+        return;
     }
-    return Printable(strText.substr(0, nEnd)) + "...";
+    ForEachPiece(text, [](std::string_view piece) { Print(Printable(piece)); });
+}
+
+void PrintValue(const ValueText& text, bool bFull) {
+    if (bFull) {
+        ForEachPiece(text.Source(), [&text](std::string_view piece) { Print(Printable(text.Shown(piece))); });
+    } else {
+        // Enough to tell that there is more than is shown.
+        Print(Shown(text.Shown(text.Source().substr(0, 2 * kLongestValue))));
+    }
+    Print("\n");
+}
+
+std::size_t NameWidth(std::string_view name) {
+    return name.size() > kLongestValue ? kLongestValue : std::min(Printable(name).size(), kLongestValue);
+}
+
+void PrintTable(const GroupFile& file, const Group& group, const DumpOptions& options, const Style& style) {
+    std::size_t nNameWidth = 4;
+    ForEachEntry(file.file, group,
+                 [&nNameWidth](const Entry& entry) { nNameWidth = std::max(nNameWidth, NameWidth(entry.name)); });
+    Print(style.Weak("  " + Padded("offset", kNumberWidth) + Padded("type", kTypeWidth) +
+                     Padded("bytes", kNumberWidth) + Padded("name", nNameWidth) + "  value") +
+          "\n");
+    ForEachEntry(file.file, group, [&](const Entry& entry) {
+        Print("  " + Number(entry.nOffset) + Padded(TypeName(entry.nType), kTypeWidth) + Number(entry.bytes.nSize));
+        PrintText(entry.name, nNameWidth, options.bFull);
+        Print("  ");
+        PrintValue(ValueText(entry), options.bFull);
+    });
 }
 
 void PrintTable(const GroupFile& file, const DumpOptions& options, const Style& style) {
-    for (std::size_t i = 0; i < file.groups.size(); ++i) {
-        const Group& group = file.groups[i];
-        std::size_t nNameWidth = 4;
-        for (const Entry& entry : group.entries) {
-            nNameWidth = std::max(nNameWidth, std::min(Printable(entry.strName).size(), kLongestValue));
-        }
-        Print("group " + std::to_string(i) + " at " + std::to_string(group.nOffset) + ": " +
-              std::to_string(group.entries.size()) + " entries, " + std::to_string(group.nSize) + " bytes\n");
-        Print(style.Weak("  " + Padded("offset", kNumberWidth) + Padded("type", kTypeWidth) +
-                         Padded("bytes", kNumberWidth) + Padded("name", nNameWidth) + "  value") +
-              "\n");
-        for (const Entry& entry : group.entries) {
-            Print("  " + Number(entry.nOffset) + Padded(TypeName(entry.nType), kTypeWidth) + Number(entry.bytes.nSize) +
-                  Padded(Shown(entry.strName, options.bFull), nNameWidth) + "  " +
-                  Shown(ValueText(entry), options.bFull) + "\n");
-        }
-    }
+    std::size_t i = 0;
+    ForEachGroup(file.file, [&](const Group& group) {
+        Print("group " + std::to_string(i++) + " at " + std::to_string(group.nOffset) + ": " +
+              std::to_string(group.nEntries) + " entries, " + std::to_string(group.nSize) + " bytes\n");
+        PrintTable(file, group, options, style);
+    });
 }
 
 void PrintTable(const ObjectTables& tables, const DumpOptions& options, const Style& style) {
     Print("classes\n" +
           style.Weak("  " + Padded("offset", kNumberWidth) + Padded("class", kNumberWidth) + "identifier") + "\n");
     for (std::size_t i = 0; i < tables.classes.size(); ++i) {
-        Print("  " + Number(tables.classes[i].nOffset) + Number(i) +
-              Shown(tables.classes[i].strIdentifier, options.bFull) + "\n");
+        Print("  " + Number(tables.classes[i].nOffset) + Number(i));
+        PrintText(tables.classes[i].identifier, 0, options.bFull);
+        Print("\n");
     }
     Print("objects\n" +
           style.Weak("  " + Padded("offset", kNumberWidth) + Padded("object", kNumberWidth) +
@@ -83,9 +108,9 @@ void PrintTable(const BmpFile& bmp, const DumpOptions&, const Style&) {
 
 void PrintTable(const JpegFile& jpeg, const DumpOptions&, const Style& style) {
     Print(style.Weak("  " + Padded("offset", kNumberWidth) + Padded("bytes", kNumberWidth) + "segment") + "\n");
-    for (const Segment& segment : jpeg.segments) {
+    ForEachSegment(jpeg.file, [](const Segment& segment) {
         Print("  " + Number(segment.nOffset) + Number(segment.nSize) + MarkerName(segment.nMarker) + "\n");
-    }
+    });
 }
 
 void DumpTable(const Document& document, const DumpOptions& options, const Style& style) {
@@ -100,7 +125,7 @@ void DumpTable(const Document& document, const DumpOptions& options, const Style
 int Dump(const std::string& strPath, const DumpOptions& options, const Common& common) {
     const Document document = ReadDocument(strPath, common.reading);
     if (options.bJson) {
-        Print(DocumentJson(document).dump(2) + "\n");
+        PrintJson(document);
     } else {
         DumpTable(document, options, common.Colours());
     }

@@ -2,13 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <set>
 
 namespace {
 
 constexpr unsigned char kVersion = 1;
-constexpr std::int32_t kString = 10;
-constexpr std::int32_t kBlock = 11;
 
 struct Type {
     const char* lpszName;
@@ -35,71 +32,23 @@ bool IsType(std::int32_t nType) {
     return nType >= 0 && nType < static_cast<std::int32_t>(kTypes.size());
 }
 
-/// Takes one file apart; stops at the first damage that hides what follows.
-class GroupParser {
+/// Takes entries apart, and says what is wrong with them.
+class EntryParser {
 public:
-    explicit GroupParser(ByteRange file) : m_reader(file) {}
+    EntryParser(ByteReader& reader, Problems& problems) : m_reader(reader), m_problems(problems) {}
 
-    GroupFile Parse() {
-        do {
-            if (!ParseGroup()) {
-                break;
-            }
-        } while (m_reader.Left() != 0);
-        return std::move(m_result);
+    /// @return false when the entry is damaged so that nobody knows where the next one begins.
+    bool Parse(Entry& entry) {
+        entry.nOffset = m_reader.Position();
+        const bool bWhole = ParseName(entry) && ParseValue(entry);
+        entry.nEnd = m_reader.Position();
+        return bWhole;
     }
 
 private:
     bool Fail(std::size_t nOffset, std::string strText) {
-        m_result.problems.Damage(nOffset, std::move(strText));
+        m_problems.Damage(nOffset, std::move(strText));
         return false;
-    }
-
-    bool ParseGroup() {
-        const std::size_t nOffset = m_reader.Position();
-        unsigned char nVersion = 0;
-        if (!m_reader.Take(nVersion)) {
-            return Fail(nOffset, "the file ends where a group should begin");
-        }
-        if (nVersion != kVersion) {
-            const std::string strVersion = std::to_string(nVersion);
-            return Fail(nOffset, m_result.groups.empty() ? "group of version " + strVersion
-                                                         : "bytes behind the last group that are no group");
-        }
-        m_result.bBegins = true;
-        Group group;
-        group.nOffset = nOffset;
-        const bool bWhole = ParseEntries(group);
-        group.nSize = m_reader.Position() - nOffset;
-        m_result.groups.push_back(std::move(group));
-        return bWhole;
-    }
-
-    bool ParseEntries(Group& group) {
-        const std::size_t nOffset = m_reader.Position();
-        if (!m_reader.Take(group.nDeclared)) {
-            return Fail(nOffset, "the file ends within the entry count");
-        }
-        if (group.nDeclared < 0) {
-            m_result.problems.Damage(nOffset, "negative entry count " + std::to_string(group.nDeclared));
-        }
-        std::set<std::string> names;
-        for (std::int32_t i = 0; i < group.nDeclared; ++i) {
-            Entry entry;
-            entry.nOffset = m_reader.Position();
-            if (m_reader.Left() == 0) {
-                return Fail(entry.nOffset, "the file ends after " + std::to_string(i) + " of " +
-                                               std::to_string(group.nDeclared) + " entries");
-            }
-            if (!ParseName(entry) || !ParseValue(entry)) {
-                return false;
-            }
-            if (!names.insert(entry.strName).second) {
-                m_result.problems.Damage(entry.nOffset, "the name is there already: the library keeps the first value");
-            }
-            group.entries.push_back(std::move(entry));
-        }
-        return true;
     }
 
     bool ParseName(Entry& entry) {
@@ -115,10 +64,9 @@ private:
             return Fail(entry.nOffset, "a name of " + std::to_string(nCount) + " bytes, but only " +
                                            std::to_string(m_reader.Left()) + " are left");
         }
-        const std::string strText = characters.Text();
-        entry.strName = strText.substr(0, strText.find('\0'));
-        if (nCount != 0 && entry.strName.size() + 1 != strText.size()) {
-            m_result.problems.Damage(entry.nOffset, "the zero byte of a name is not its last one");
+        entry.name = characters.View().substr(0, characters.View().find('\0'));
+        if (nCount != 0 && entry.name.size() + 1 != characters.nSize) {
+            m_problems.Damage(entry.nOffset, "the zero byte of a name is not its last one");
         }
         return true;
     }
@@ -134,7 +82,7 @@ private:
             return Fail(entry.nValueOffset, "value of version " + std::to_string(nVersion));
         }
         if (nCount < 0) {
-            m_result.problems.Damage(entry.nValueOffset, "negative byte count " + std::to_string(nCount));
+            m_problems.Damage(entry.nValueOffset, "negative byte count " + std::to_string(nCount));
             nCount = 0;
         }
         if (!m_reader.Take(static_cast<std::size_t>(nCount), entry.bytes)) {
@@ -148,41 +96,180 @@ private:
     void CheckContent(Entry& entry) {
         if (!IsType(entry.nType)) {
             entry.bReadable = false;
-            m_result.problems.Damage(entry.nValueOffset, "there is no type " + std::to_string(entry.nType));
+            m_problems.Damage(entry.nValueOffset, "there is no type " + std::to_string(entry.nType));
             return;
         }
-        const bool bFixed = entry.nType != 0 && entry.nType != kString && entry.nType != kBlock;
+        const bool bFixed = entry.nType != 0 && entry.nType != kStringType && entry.nType != kBlockType;
         const std::size_t nExpected = kTypes[static_cast<std::size_t>(entry.nType)].nSize;
         if (bFixed && entry.bytes.nSize != nExpected) {
             entry.bReadable = false;
-            m_result.problems.Damage(entry.nValueOffset, std::to_string(entry.bytes.nSize) +
-                                                             " bytes in a value of type " + TypeName(entry.nType) +
-                                                             ", which has " + std::to_string(nExpected));
+            m_problems.Damage(entry.nValueOffset, std::to_string(entry.bytes.nSize) + " bytes in a value of type " +
+                                                      TypeName(entry.nType) + ", which has " +
+                                                      std::to_string(nExpected));
         }
-        if (entry.nType == kString) {
+        if (entry.nType == kStringType) {
             CheckText(entry);
         }
     }
 
     void CheckText(Entry& entry) {
-        const std::string strText = entry.bytes.Text();
-        const std::size_t nZero = strText.find('\0');
-        if (nZero == std::string::npos) {
+        const std::size_t nZero = entry.bytes.View().find('\0');
+        if (nZero == std::string_view::npos) {
             entry.bReadable = false;
-            m_result.problems.Damage(entry.nValueOffset, "a text without a zero byte at its end");
-        } else if (nZero + 1 != strText.size()) {
-            m_result.problems.Note(entry.nValueOffset, "a text with bytes behind its zero byte");
+            m_problems.Damage(entry.nValueOffset, "a text without a zero byte at its end");
+        } else if (nZero + 1 != entry.bytes.nSize) {
+            m_problems.Note(entry.nValueOffset, "a text with bytes behind its zero byte");
         }
     }
 
-    ByteReader m_reader;
-    GroupFile m_result;
+    ByteReader& m_reader;
+    Problems& m_problems;
 };
+
+// Goes through a group's entries up to the first that cannot be read.
+template <typename Function>
+void ParseEntries(ByteReader& reader, Group& group, Problems& problems, Function function) {
+    const std::size_t nCountOffset = reader.Position();
+    group.nEntries = 0;
+    group.bWhole = false;
+    if (!reader.Take(group.nDeclared)) {
+        problems.Damage(nCountOffset, "the file ends within the entry count");
+        return;
+    }
+    if (group.nDeclared < 0) {
+        problems.Damage(nCountOffset, "negative entry count " + std::to_string(group.nDeclared));
+    }
+    for (std::int32_t i = 0; i < group.nDeclared; ++i) {
+        if (reader.Left() == 0) {
+            problems.Damage(reader.Position(), "the file ends after " + std::to_string(i) + " of " +
+                                                   std::to_string(group.nDeclared) + " entries");
+            return;
+        }
+        Entry entry;
+        if (!EntryParser(reader, problems).Parse(entry)) {
+            return;
+        }
+        ++group.nEntries;
+        function(entry);
+    }
+    group.bWhole = true;
+}
+
+// Goes through the group at an offset, if one begins there.
+template <typename Function>
+std::optional<Group> ParseGroup(ByteRange file, std::size_t nOffset, Problems& problems, Function function) {
+    ByteReader reader(file, nOffset);
+    unsigned char nVersion = 0;
+    if (!reader.Take(nVersion)) {
+        problems.Damage(nOffset, "the file ends where a group should begin");
+        return std::nullopt;
+    }
+    if (nVersion != kVersion) {
+        problems.Damage(nOffset, nOffset == 0 ? "group of version " + std::to_string(nVersion)
+                                              : "bytes behind the last group that are no group");
+        return std::nullopt;
+    }
+    Group group;
+    group.nOffset = nOffset;
+    ParseEntries(reader, group, problems, function);
+    group.nSize = reader.Position() - nOffset;
+    return group;
+}
+
+// The name of the entry at an offset, without a look at its value: sorting asks for it often.
+std::string_view NameAt(ByteRange file, std::size_t nOffset) {
+    ByteReader reader(file, nOffset);
+    std::int32_t nCount = 0;
+    ByteRange characters;
+    reader.Take(nCount);
+    reader.Take(static_cast<std::size_t>(nCount), characters);
+    return characters.View().substr(0, characters.View().find('\0'));
+}
+
+// The offsets of entries whose name an entry before them has, in the order of the file.
+std::vector<std::size_t> Repeated(ByteRange file, const Group& group) {
+    const std::vector<std::size_t> sorted = EntriesByName(file, group);
+    std::vector<std::size_t> repeated;
+    for (std::size_t i = 1; i < sorted.size(); ++i) {
+        if (NameAt(file, sorted[i]) == NameAt(file, sorted[i - 1])) {
+            repeated.push_back(sorted[i]);
+        }
+    }
+    std::sort(repeated.begin(), repeated.end());
+    return repeated;
+}
+
+// Says what is wrong with a group, in the order of the file. @return the group, if one begins there.
+std::optional<Group> CheckGroup(ByteRange file, std::size_t nOffset, Problems& problems) {
+    const std::optional<Group> group = GroupAt(file, nOffset);
+    const bool bSeveral = group && group->nEntries > 1;
+    const std::vector<std::size_t> repeated = bSeveral ? Repeated(file, *group) : std::vector<std::size_t>();
+    std::size_t nNext = 0;
+    return ParseGroup(file, nOffset, problems, [&](const Entry& entry) {
+        if (nNext < repeated.size() && repeated[nNext] == entry.nOffset) {
+            problems.Damage(entry.nOffset, "the name is there already: the library keeps the first value");
+            ++nNext;
+        }
+    });
+}
 
 }  // namespace
 
 GroupFile ParseGroups(ByteRange file) {
-    return GroupParser(file).Parse();
+    GroupFile result;
+    result.file = file;
+    std::size_t nOffset = 0;
+    bool bGoesOn = true;
+    while (bGoesOn) {
+        const std::optional<Group> group = CheckGroup(file, nOffset, result.problems);
+        if (group) {
+            result.bBegins = true;
+            ++result.nGroups;
+            result.nEntries += group->nEntries;
+            nOffset += group->nSize;
+        }
+        bGoesOn = group && group->bWhole && nOffset < file.nSize;
+    }
+    return result;
+}
+
+std::optional<Group> GroupAt(ByteRange file, std::size_t nOffset) {
+    Problems ignored;
+    return ParseGroup(file, nOffset, ignored, [](const Entry&) {});
+}
+
+std::optional<Group> GroupBehind(ByteRange file, const Group& group) {
+    return group.bWhole ? GroupAt(file, group.nOffset + group.nSize) : std::nullopt;
+}
+
+void ForEachGroup(ByteRange file, const std::function<void(const Group&)>& function) {
+    for (std::optional<Group> group = GroupAt(file, 0); group; group = GroupBehind(file, *group)) {
+        function(*group);
+    }
+}
+
+void ForEachEntry(ByteRange file, const Group& group, const std::function<void(const Entry&)>& function) {
+    Problems ignored;
+    ParseGroup(file, group.nOffset, ignored, function);
+}
+
+Entry EntryAt(ByteRange file, std::size_t nOffset) {
+    Problems ignored;
+    ByteReader reader(file, nOffset);
+    Entry entry;
+    EntryParser(reader, ignored).Parse(entry);
+    return entry;
+}
+
+std::vector<std::size_t> EntriesByName(ByteRange file, const Group& group) {
+    std::vector<std::size_t> offsets;
+    offsets.reserve(group.nEntries);
+    ForEachEntry(file, group, [&offsets](const Entry& entry) { offsets.push_back(entry.nOffset); });
+    std::sort(offsets.begin(), offsets.end(), [file](std::size_t nFirst, std::size_t nSecond) {
+        const int nOrder = NameAt(file, nFirst).compare(NameAt(file, nSecond));
+        return nOrder != 0 ? nOrder < 0 : nFirst < nSecond;
+    });
+    return offsets;
 }
 
 std::string TypeName(std::int32_t nType) {

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "Report.h"
+#include "Text.h"
 
 int Info(const std::string& strPath, const Common& common) {
     constexpr std::size_t kNameWidth = 16;

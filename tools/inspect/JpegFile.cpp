@@ -1,5 +1,7 @@
 #include "JpegFile.h"
 
+#include <utility>
+
 namespace {
 
 enum Marker : unsigned char {
@@ -16,6 +18,7 @@ enum Marker : unsigned char {
     kEoi = 0xD9,
     kSos = 0xDA,
     kDqt = 0xDB,
+    kDnl = 0xDC,
     kDri = 0xDD,
     kApp0 = 0xE0,
     kApp15 = 0xEF,
@@ -31,28 +34,47 @@ bool IsRestart(unsigned char nMarker) {
     return nMarker >= kRst0 && nMarker <= kRst7;
 }
 
+constexpr unsigned char kUsualBits = 8;
+constexpr unsigned char kManyBits = 12;
+
+// Sequential and progressive, with either entropy coding.
+bool IsDecodedProcess(unsigned char nFrameMarker) {
+    constexpr unsigned char kSof2 = 0xC2;
+    constexpr unsigned char kSof9 = 0xC9;
+    constexpr unsigned char kSof10 = 0xCA;
+    return (nFrameMarker >= kSof0 && nFrameMarker <= kSof2) || nFrameMarker == kSof9 || nFrameMarker == kSof10;
+}
+
+/// Goes through the segments of a file.
 class JpegParser {
 public:
-    explicit JpegParser(ByteRange file) : m_file(file) {}
+    using Function = std::function<void(const Segment&)>;
+
+    JpegParser(ByteRange file, Function function) : m_file(file), m_function(std::move(function)) {
+        m_jpeg.file = file;
+    }
 
     JpegFile Parse() {
         if (m_file.nSize < 2 || m_file.pData[0] != kFill || m_file.pData[1] != kSoi) {
             m_jpeg.problems.Damage(0, "no start of image marker");
             return std::move(m_jpeg);
         }
-        m_jpeg.segments.push_back({0, kSoi, 2});
+        Found({0, kSoi, 2});
         m_nPosition = 2;
         bool bGoesOn = true;
         while (bGoesOn) {
             bGoesOn = ParseSegment();
         }
-        if (m_jpeg.nFrameMarker == kNoMarker) {
-            m_jpeg.problems.Damage(m_nPosition, "no frame header, so no size");
-        }
+        CheckSize();
         return std::move(m_jpeg);
     }
 
 private:
+    void Found(const Segment& segment) {
+        ++m_jpeg.nSegments;
+        m_function(segment);
+    }
+
     bool Fail(std::size_t nOffset, std::string strText) {
         m_jpeg.problems.Damage(nOffset, std::move(strText));
         return false;
@@ -72,7 +94,7 @@ private:
         }
         const unsigned char nMarker = m_file.pData[m_nPosition++];
         if (nMarker == kEoi) {
-            m_jpeg.segments.push_back({nOffset, nMarker, m_nPosition - nOffset});
+            Found({nOffset, nMarker, m_nPosition - nOffset});
             NoteRest();
             return false;
         }
@@ -94,11 +116,12 @@ private:
         if (IsFrame(nMarker)) {
             ParseFrame(nOffset, nMarker, {m_file.pData + m_nPosition + 2, nLength - 2});
         }
+        m_jpeg.bLinesFollow = m_jpeg.bLinesFollow || nMarker == kDnl;
         m_nPosition += nLength;
         if (nMarker == kSos) {
             SkipScan();
         }
-        m_jpeg.segments.push_back({nOffset, nMarker, m_nPosition - nOffset});
+        Found({nOffset, nMarker, m_nPosition - nOffset});
         return true;
     }
 
@@ -117,9 +140,20 @@ private:
         m_jpeg.nHeight = static_cast<std::uint16_t>(content.pData[1] << 8 | content.pData[2]);
         m_jpeg.nWidth = static_cast<std::uint16_t>(content.pData[3] << 8 | content.pData[4]);
         m_jpeg.nComponents = content.pData[5];
-        if (m_jpeg.nWidth == 0 || m_jpeg.nHeight == 0) {
+        m_nFrameOffset = nOffset;
+        constexpr std::size_t kComponentFields = 3;
+        if (content.nSize != kFrameFields + (kComponentFields * m_jpeg.nComponents)) {
             m_jpeg.problems.Damage(
-                nOffset, "no pixels: " + std::to_string(m_jpeg.nWidth) + " x " + std::to_string(m_jpeg.nHeight));
+                nOffset, "the frame header does not fit its " + std::to_string(m_jpeg.nComponents) + " components");
+        }
+    }
+
+    void CheckSize() {
+        if (m_jpeg.nFrameMarker == kNoMarker) {
+            m_jpeg.problems.Damage(m_nPosition, "no frame header, so no size");
+        } else if (m_jpeg.nWidth == 0 || (m_jpeg.nHeight == 0 && !m_jpeg.bLinesFollow)) {
+            m_jpeg.problems.Damage(
+                m_nFrameOffset, "no pixels: " + std::to_string(m_jpeg.nWidth) + " x " + std::to_string(m_jpeg.nHeight));
         }
     }
 
@@ -153,14 +187,44 @@ private:
     }
 
     ByteRange m_file;
+    Function m_function;
     std::size_t m_nPosition = 0;
+    std::size_t m_nFrameOffset = 0;
     JpegFile m_jpeg;
 };
 
 }  // namespace
 
 JpegFile ParseJpeg(ByteRange file) {
-    return JpegParser(file).Parse();
+    return JpegParser(file, [](const Segment&) {}).Parse();
+}
+
+void ForEachSegment(ByteRange file, const std::function<void(const Segment&)>& function) {
+    JpegParser(file, function).Parse();
+}
+
+std::string Unsupported(const JpegFile& jpeg) {
+    if (jpeg.problems.IsDamaged()) {
+        return {};
+    }
+    if (!IsDecodedProcess(jpeg.nFrameMarker)) {
+        return ProcessName(jpeg.nFrameMarker) + " pictures are";
+    }
+    if (jpeg.nBitsPerSample != kUsualBits) {
+        return jpeg.nBitsPerSample == kManyBits ? "12 bits per sample are" : "";
+    }
+    if (jpeg.nHeight == 0) {
+        return "a height behind the picture's lines is";
+    }
+    switch (jpeg.nComponents) {
+        case 1:
+        case 3:
+            return {};
+        case 4:
+            return "CMYK and YCCK pictures are";
+        default:
+            return "pictures of " + std::to_string(jpeg.nComponents) + " components are";
+    }
 }
 
 std::string MarkerName(unsigned char nMarker) {

@@ -3,87 +3,149 @@
 #include <array>
 #include <cstdio>
 
+#include "JsonWriter.h"
 #include "Report.h"
+#include "Values.h"
 
 namespace {
 
-Json EntryJson(const Entry& entry) {
-    Json json = {{"name", TextJson(entry.strName)},
-                 {"type", TypeName(entry.nType)},
-                 {"offset", entry.nOffset},
-                 {"bytes", entry.bytes.nSize},
-                 {"value", ValueJson(entry)}};
-    json["text"] = TextJson(ValueText(entry));
-    return json;
+// What is counted in a file fits 63 bits.
+template <typename Counted>
+std::int64_t Number(Counted nCounted) {
+    return static_cast<std::int64_t>(nCounted);
 }
 
-void Add(const GroupFile& file, Json& json) {
-    json["groups"] = Json::array();
-    for (const Group& group : file.groups) {
-        Json entries = Json::array();
-        for (const Entry& entry : group.entries) {
-            entries.push_back(EntryJson(entry));
-        }
-        json["groups"].push_back({{"offset", group.nOffset}, {"bytes", group.nSize}, {"declared", group.nDeclared}});
-        json["groups"].back()["entries"] = std::move(entries);
+void WriteText(JsonWriter& writer, std::string_view name, const ValueText& text) {
+    const std::string_view source = text.Source();
+    if (text.IsHex()) {
+        writer.Hex(name, {reinterpret_cast<const unsigned char*>(source.data()), source.size()});
+    } else {
+        writer.Text(name, source);
     }
 }
 
-void Add(const ObjectTables& tables, Json& json) {
-    json["classes"] = Json::array();
+void Write(JsonWriter& writer, const Entry& entry) {
+    const ValueText text(entry);
+    writer.BeginObject();
+    writer.Text("name", entry.name);
+    writer.Text("type", TypeName(entry.nType));
+    writer.Scalar("offset", Number(entry.nOffset));
+    writer.Scalar("bytes", Number(entry.bytes.nSize));
+    if (IsTextInJson(entry)) {
+        WriteText(writer, "value", text);
+    } else {
+        writer.Scalar("value", ScalarJson(entry));
+    }
+    WriteText(writer, "text", text);
+    writer.EndObject();
+}
+
+void Write(JsonWriter& writer, const GroupFile& groups) {
+    writer.Key("groups");
+    writer.BeginArray();
+    ForEachGroup(groups.file, [&](const Group& group) {
+        writer.BeginObject();
+        writer.Scalar("offset", Number(group.nOffset));
+        writer.Scalar("bytes", Number(group.nSize));
+        writer.Scalar("declared", Number(group.nDeclared));
+        writer.Key("entries");
+        writer.BeginArray();
+        ForEachEntry(groups.file, group, [&writer](const Entry& entry) { Write(writer, entry); });
+        writer.EndArray();
+        writer.EndObject();
+    });
+    writer.EndArray();
+}
+
+void Write(JsonWriter& writer, const ObjectTables& tables) {
+    writer.Key("classes");
+    writer.BeginArray();
     for (const ClassRow& row : tables.classes) {
-        json["classes"].push_back({{"offset", row.nOffset}, {"identifier", TextJson(row.strIdentifier)}});
+        writer.BeginObject();
+        writer.Scalar("offset", Number(row.nOffset));
+        writer.Text("identifier", row.identifier);
+        writer.EndObject();
     }
-    json["objects"] = Json::array();
+    writer.EndArray();
+    writer.Key("objects");
+    writer.BeginArray();
     for (const ObjectRow& row : tables.objects) {
-        json["objects"].push_back({{"offset", row.nOffset}, {"class", row.nClass}, {"identity", IdentityText(row)}});
+        writer.BeginObject();
+        writer.Scalar("offset", Number(row.nOffset));
+        writer.Scalar("class", Number(row.nClass));
+        writer.Text("identity", IdentityText(row));
+        writer.EndObject();
     }
-    json["objectData"] = {
-        {"offset", tables.nDataOffset}, {"bytes", tables.data.nSize}, {"notShown", std::string(kObjectsUnknown)}};
+    writer.EndArray();
+    writer.Key("objectData");
+    writer.BeginObject();
+    writer.Scalar("offset", Number(tables.nDataOffset));
+    writer.Scalar("bytes", Number(tables.data.nSize));
+    writer.Text("notShown", kObjectsUnknown);
+    writer.EndObject();
 }
 
-void Add(const BmpFile& bmp, Json& json) {
-    json["width"] = bmp.nWidth;
-    json["height"] = bmp.nHeight;
-    json["bitsPerPixel"] = bmp.nBitsPerPixel;
-    json["fileSize"] = bmp.nFileSize;
-    json["dataOffset"] = bmp.nDataOffset;
-    json["compression"] = bmp.nCompression;
-    json["imageSize"] = bmp.nImageSize;
-    json["colours"] = bmp.nColours;
+void Write(JsonWriter& writer, const BmpFile& bmp) {
+    writer.Scalar("width", Number(bmp.nWidth));
+    writer.Scalar("height", Number(bmp.nHeight));
+    writer.Scalar("bitsPerPixel", Number(bmp.nBitsPerPixel));
+    writer.Scalar("fileSize", Number(bmp.nFileSize));
+    writer.Scalar("dataOffset", Number(bmp.nDataOffset));
+    writer.Scalar("compression", Number(bmp.nCompression));
+    writer.Scalar("imageSize", Number(bmp.nImageSize));
+    writer.Scalar("colours", Number(bmp.nColours));
 }
 
-void Add(const JpegFile& jpeg, Json& json) {
-    json["width"] = jpeg.nWidth;
-    json["height"] = jpeg.nHeight;
-    json["components"] = jpeg.nComponents;
-    json["bitsPerSample"] = jpeg.nBitsPerSample;
-    json["coding"] = jpeg.nFrameMarker != 0 ? Json(ProcessName(jpeg.nFrameMarker)) : Json(nullptr);
-    json["segments"] = Json::array();
-    for (const Segment& segment : jpeg.segments) {
-        json["segments"].push_back(
-            {{"offset", segment.nOffset}, {"bytes", segment.nSize}, {"marker", MarkerName(segment.nMarker)}});
+void Write(JsonWriter& writer, const JpegFile& jpeg) {
+    writer.Scalar("width", Number(jpeg.nWidth));
+    writer.Scalar("height", Number(jpeg.nHeight));
+    writer.Scalar("components", Number(jpeg.nComponents));
+    writer.Scalar("bitsPerSample", Number(jpeg.nBitsPerSample));
+    if (jpeg.nFrameMarker != 0) {
+        writer.Text("coding", ProcessName(jpeg.nFrameMarker));
+    } else {
+        writer.Scalar("coding", nlohmann::json(nullptr));
+    }
+    writer.Key("segments");
+    writer.BeginArray();
+    ForEachSegment(jpeg.file, [&writer](const Segment& segment) {
+        writer.BeginObject();
+        writer.Scalar("offset", Number(segment.nOffset));
+        writer.Scalar("bytes", Number(segment.nSize));
+        writer.Text("marker", MarkerName(segment.nMarker));
+        writer.EndObject();
+    });
+    writer.EndArray();
+}
+
+void Write(JsonWriter& writer, const Problems& problems) {
+    writer.Key("problems");
+    writer.BeginArray();
+    for (const Problem& problem : problems.All()) {
+        writer.BeginObject();
+        writer.Text("severity", problem.bDamage ? "damage" : "note");
+        writer.Scalar("offset", Number(problem.nOffset));
+        writer.Text("text", problem.strText);
+        writer.EndObject();
+    }
+    writer.EndArray();
+    if (problems.More() != 0) {
+        writer.Scalar("moreProblems", Number(problems.More()));
     }
 }
 
 }  // namespace
 
-Json DocumentJson(const Document& document) {
-    Json json = {{"file", TextJson(document.strPath)},
-                 {"kind", document.KindName()},
-                 {"bytes", document.bytes.size()},
-                 {"damaged", document.IsDamaged()}};
-    json["problems"] = Json::array();
-    for (const Problem& problem : document.ProblemList().All()) {
-        json["problems"].push_back({{"severity", problem.bDamage ? "damage" : "note"},
-                                    {"offset", problem.nOffset},
-                                    {"text", TextJson(problem.strText)}});
-    }
-    if (document.ProblemList().More() != 0) {
-        json["moreProblems"] = document.ProblemList().More();
-    }
-    std::visit([&json](const auto& known) { Add(known, json); }, document.content);
-    return json;
+void PrintJson(const Document& document) {
+    JsonWriter writer;
+    writer.BeginObject();
+    writer.Text("file", document.strPath);
+    writer.Text("kind", document.KindName());
+    writer.Scalar("bytes", Number(document.bytes.size()));
+    writer.Scalar("damaged", nlohmann::json(document.IsDamaged()));
+    Write(writer, document.ProblemList());
+    std::visit([&writer](const auto& known) { Write(writer, known); }, document.content);
+    writer.EndObject();
 }
 
 std::string IdentityText(const ObjectRow& row) {

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "Document.h"
-#include "Values.h"
 
-/// @return everything that is known about a file. All texts in it are UTF-8.
-Json DocumentJson(const Document& document);
+/// Prints everything that is known about a file. What is wrong with it comes first; of a damaged
+/// file follows what could be read, so that the document is whole in any case.
+void PrintJson(const Document& document);
 
 /// @return an object's identity as hexadecimal number.
 std::string IdentityText(const ObjectRow& row);

@@ -12,34 +12,35 @@
 #include "Bytes.h"
 #include "Groups.h"
 #include "ObjectTables.h"
+#include "Picture.h"
 
 /// Makes a value of the library's from what a file stores.
-/// @return null for an entry that is not readable.
-TnRobotPtr<ITnRobotDataValue> MakeValue(const Entry& entry);
+/// @return null for an entry that is not readable, and for texts and blocks: they can be large, and
+///         their text forms lie in the file.
+TnRobotPtr<ITnRobotDataValue> MakeScalar(const Entry& entry);
 
-/// Lets the library load the groups, and adds damage where it does not find the same entries.
-void CompareWithLibrary(ByteRange file, GroupFile& groups);
+/// Lets the library load the groups, and adds damage where it does not find the same entries. Large
+/// groups are loaded part by part, so that the library holds few values at a time.
+void CompareWithLibrary(GroupFile& groups);
 
 /// Lets the library read the tables, and adds damage where it does not get as far.
 void CompareWithLibrary(ByteRange file, ObjectTables& tables);
 
-/// A picture's pixels: B, G, R, packed rows, top row first.
-struct Picture {
-    int nWidth = 0;
-    int nHeight = 0;
-    Bytes pixels;
+/// What the library made of a picture.
+struct Decoded {
+    std::optional<Picture> picture;
+    std::string strMessage;  ///< what the decoder said; empty when it was content
+    int nResult = 0;
 };
+
+/// Decodes a JPEG picture.
+Decoded DecodeJpeg(ByteRange file);
 
 enum class PictureKind { kBmp, kJpeg };
 
-/// Decodes a picture.
-/// @param[in]  strPath   where the bytes come from; BMP files are read from there.
-/// @param[out] strError  why there is no picture, or what the decoder complained about.
-std::optional<Picture> DecodePicture(PictureKind eKind, const std::string& strPath, ByteRange file,
-                                     std::string& strError);
-
 /// Saves a picture. @param[in] strPath  ends in .jpg or .bmp, in any case.
+/// @param[out] strMessage  what the encoder said; empty when it was content.
 /// @return whether the encoder took the picture; not whether the file was written.
-bool EncodePicture(const Picture& picture, const std::string& strPath, PictureKind eKind);
+bool EncodePicture(const Picture& picture, const std::string& strPath, PictureKind eKind, std::string& strMessage);
 
 #endif  // TNROBOT_INSPECT_LIBRARY_H_

@@ -1,12 +1,13 @@
 #include "ObjectTables.h"
 
 #include <algorithm>
+#include <string>
 
 namespace {
 
-bool IsReadable(const std::string& strIdentifier) {
-    return !strIdentifier.empty() &&
-           std::all_of(strIdentifier.begin(), strIdentifier.end(), [](char ch) { return ch > ' ' && ch < '\x7f'; });
+bool IsReadable(std::string_view identifier) {
+    return !identifier.empty() &&
+           std::all_of(identifier.begin(), identifier.end(), [](char ch) { return ch > ' ' && ch < '\x7f'; });
 }
 
 class TableParser {
@@ -17,7 +18,7 @@ public:
         const bool bWhole = ParseClasses() && ParseObjects();
         m_tables.bLooksRight =
             !m_tables.classes.empty() && std::all_of(m_tables.classes.begin(), m_tables.classes.end(),
-                                                     [](const ClassRow& row) { return IsReadable(row.strIdentifier); });
+                                                     [](const ClassRow& row) { return IsReadable(row.identifier); });
         m_tables.nDataOffset = m_reader.Position();
         if (bWhole) {
             CheckClassIndexes();
@@ -49,7 +50,7 @@ private:
                 return Fail(nOffset, "a class identifier of " + std::to_string(nLength) + " bytes, but only " +
                                          std::to_string(m_reader.Left()) + " are left");
             }
-            m_tables.classes.push_back({nOffset, characters.Text()});
+            m_tables.classes.push_back({nOffset, characters.View()});
         }
         return true;
     }

@@ -10,7 +10,7 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
+#include <string_view>
 #include <vector>
 
 #include "Bytes.h"
@@ -18,7 +18,7 @@
 
 struct ClassRow {
     std::size_t nOffset;
-    std::string strIdentifier;
+    std::string_view identifier;  ///< in the file
 };
 
 struct ObjectRow {

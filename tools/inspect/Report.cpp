@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Values.h"
+#include "Text.h"
 
 const char kObjectsUnknown[] = "only the program that has the classes can read the objects' own bytes";
 
@@ -13,11 +13,7 @@ std::string Size(std::int64_t nWidth, std::int64_t nHeight) {
 }
 
 Facts FactsOf(const GroupFile& file) {
-    std::size_t nEntries = 0;
-    for (const Group& group : file.groups) {
-        nEntries += group.entries.size();
-    }
-    return {{"groups", std::to_string(file.groups.size())}, {"entries", std::to_string(nEntries)}};
+    return {{"groups", std::to_string(file.nGroups)}, {"entries", std::to_string(file.nEntries)}};
 }
 
 std::string RecordText(const FirstRecord& record) {
@@ -51,7 +47,7 @@ Facts FactsOf(const JpegFile& jpeg) {
     return {{"size", Size(jpeg.nWidth, jpeg.nHeight)},
             {"components", std::to_string(jpeg.nComponents) + " of " + std::to_string(jpeg.nBitsPerSample) + " bits"},
             {"coding", strProcess},
-            {"segments", std::to_string(jpeg.segments.size())}};
+            {"segments", std::to_string(jpeg.nSegments)}};
 }
 
 }  // namespace

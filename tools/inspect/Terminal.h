@@ -1,5 +1,4 @@
-// What differs between a terminal and a file as output: colours and progress. And what of a file's
-// texts may be printed at all.
+// What differs between a terminal and a file as output: colours and progress.
 
 #ifndef TNROBOT_INSPECT_TERMINAL_H_
 #define TNROBOT_INSPECT_TERMINAL_H_
@@ -20,6 +19,11 @@ class Style {
 public:
     explicit Style(bool bColours) : m_bColours(bColours) {}
 
+    /// For texts that are printed piece by piece. End() closes both.
+    std::string BeginGood() const { return m_bColours ? "\x1b[32m" : ""; }
+    std::string BeginBad() const { return m_bColours ? "\x1b[31m" : ""; }
+    std::string End() const { return m_bColours ? "\x1b[0m" : ""; }
+
     std::string Good(const std::string& strText) const { return Wrap("32", strText); }
     std::string Bad(const std::string& strText) const { return Wrap("31", strText); }
     std::string Weak(const std::string& strText) const { return Wrap("2", strText); }
@@ -37,14 +41,8 @@ private:
 ///                       NO_COLOR is set.
 bool WantsColours(const std::string& strChoice);
 
-/// Replaces what could steer a terminal or is no UTF-8 by \n, \t or \xNN.
-std::string Printable(std::string_view text);
-
-/// @return whether a text is UTF-8 as a whole.
-bool IsUtf8(std::string_view text);
-
 /// Prints to the standard output.
-void Print(const std::string& strText);
+void Print(std::string_view text);
 
 /// Prints a message to the standard error output.
 void Complain(const std::string& strText);

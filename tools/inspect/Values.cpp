@@ -3,16 +3,17 @@
 #include <cmath>
 
 #include "Library.h"
-#include "Terminal.h"
 
 namespace {
+
+using Json = nlohmann::json;
 
 // JSON has no number for what is not finite.
 Json Number(double dValue) {
     return std::isfinite(dValue) ? Json(dValue) : Json(nullptr);
 }
 
-Json ReadAs(ITnRobotDataValue& value, const Entry& entry) {
+Json ReadScalar(ITnRobotDataValue& value) {
     switch (value.GetDataValueType()) {
         case DATA_TYPE_BOOL:
             return value.BoolData(nullptr);
@@ -34,39 +35,43 @@ Json ReadAs(ITnRobotDataValue& value, const Entry& entry) {
             return value.ULonglongData(nullptr);
         case DATA_TYPE_BYTE:
             return value.ByteData(nullptr);
-        case DATA_TYPE_STRING:
-        case DATA_TYPE_BLOCK:
-        case DATA_TYPE_CHAR:
-            return TextJson(ValueText(entry));
-        case DATA_TYPE_NONE:
-            break;
+        default:
+            return nullptr;
     }
-    return nullptr;
 }
 
 }  // namespace
 
-std::string Hex(ByteRange bytes) {
+std::string HexDigits(std::string_view bytes) {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string strText;
-    strText.reserve(2 * bytes.nSize);
-    for (std::size_t i = 0; i < bytes.nSize; ++i) {
-        strText += kDigits[bytes.pData[i] / 16];
-        strText += kDigits[bytes.pData[i] % 16];
+    strText.reserve(2 * bytes.size());
+    for (const char ch : bytes) {
+        strText += kDigits[static_cast<unsigned char>(ch) / 16];
+        strText += kDigits[static_cast<unsigned char>(ch) % 16];
     }
     return strText;
 }
 
-std::string ValueText(const Entry& entry) {
-    const TnRobotPtr<ITnRobotDataValue> value = MakeValue(entry);
-    return value ? value->Convert2String(nullptr) : Hex(entry.bytes);
+ValueText::ValueText(const Entry& entry) : m_stored(entry.bytes.View()) {
+    if (entry.bReadable && entry.nType == kStringType) {
+        m_stored = m_stored.substr(0, m_stored.find('\0'));
+        return;
+    }
+    const TnRobotPtr<ITnRobotDataValue> value = MakeScalar(entry);
+    m_bHex = !value;
+    m_bMade = static_cast<bool>(value);
+    if (value) {
+        m_strMade = value->Convert2String(nullptr);
+    }
 }
 
-Json ValueJson(const Entry& entry) {
-    const TnRobotPtr<ITnRobotDataValue> value = MakeValue(entry);
-    return value ? ReadAs(*value, entry) : Json(nullptr);
+nlohmann::json ScalarJson(const Entry& entry) {
+    const TnRobotPtr<ITnRobotDataValue> value = MakeScalar(entry);
+    return value ? ReadScalar(*value) : Json(nullptr);
 }
 
-Json TextJson(const std::string& strText) {
-    return IsUtf8(strText) ? strText : Printable(strText);
+bool IsTextInJson(const Entry& entry) {
+    constexpr std::int32_t kCharType = 12;
+    return entry.bReadable && (entry.nType == kStringType || entry.nType == kBlockType || entry.nType == kCharType);
 }

@@ -5,21 +5,39 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
 #include "Groups.h"
-
-using Json = nlohmann::ordered_json;
+#include "Text.h"
 
 /// @return bytes as lower-case hexadecimal digits.
-std::string Hex(ByteRange bytes);
+std::string HexDigits(std::string_view bytes);
 
-/// @return the library's text form of a value; the bytes in hexadecimal when it has none.
-std::string ValueText(const Entry& entry);
+/// The text form of a value, as the library makes it; the bytes in hexadecimal when it has none.
+/// Texts and blocks are not copied, whatever their size: their forms lie in the file.
+class ValueText {
+public:
+    explicit ValueText(const Entry& entry);
 
-/// @return the value as a JSON value of its kind; null when it is not readable or has no such form.
-Json ValueJson(const Entry& entry);
+    /// @return whether Source() is to be shown as hexadecimal digits, not as it is.
+    bool IsHex() const { return m_bHex; }
+    std::string_view Source() const { return m_bMade ? std::string_view(m_strMade) : m_stored; }
+    std::size_t Size() const { return m_bHex ? 2 * Source().size() : Source().size(); }
 
-/// @return a text as JSON; bytes that are no UTF-8 are escaped, JSON has no others.
-Json TextJson(const std::string& strText);
+    /// @return a piece of Source() as the form shows it.
+    std::string Shown(std::string_view piece) const { return m_bHex ? HexDigits(piece) : std::string(piece); }
+
+private:
+    bool m_bHex = false;
+    bool m_bMade = false;
+    std::string m_strMade;
+    std::string_view m_stored;
+};
+
+/// @return a number or truth value as JSON has it; null for what is not readable, is not finite, or is none.
+nlohmann::json ScalarJson(const Entry& entry);
+
+/// @return whether a value's JSON form is its text.
+bool IsTextInJson(const Entry& entry);
 
 #endif  // TNROBOT_INSPECT_VALUES_H_

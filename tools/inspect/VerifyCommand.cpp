@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <new>
 
 #include "Commands.h"
 #include "Report.h"
+#include "Text.h"
 
 namespace {
 
@@ -14,8 +16,10 @@ int VerifyOne(const std::string& strPath, const Common& common, const Style& sty
         return document.IsDamaged() ? kDiffers : kGood;
     } catch (const UnreadableError& error) {
         Complain(error.what());
-        return kTrouble;
+    } catch (const std::bad_alloc&) {
+        Complain(strPath + ": not enough memory");
     }
+    return kTrouble;
 }
 
 }  // namespace

@@ -1,12 +1,14 @@
 // tnrobot-inspect: shows, compares, checks and converts files of the library.
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "CommandLine.h"
 #include "Commands.h"
 
 namespace {
@@ -94,23 +96,25 @@ int Run(int nArguments, char** ppszArguments) {
     const CLI::App* pVerify = AddVerify(app, arguments);
     AddConvert(app, arguments);
     try {
-        app.parse(nArguments, ppszArguments);
+        ParseCommandLine(app, nArguments, ppszArguments);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kGood : kTrouble;
     }
+    const std::string strFirst = FileName(arguments.strFirst);
+    const std::string strSecond = FileName(arguments.strSecond);
     if (pInfo->parsed()) {
-        return Info(arguments.strFirst, arguments.common);
+        return Info(strFirst, arguments.common);
     }
     if (pDump->parsed()) {
-        return Dump(arguments.strFirst, arguments.dump, arguments.common);
+        return Dump(strFirst, arguments.dump, arguments.common);
     }
     if (pDiff->parsed()) {
-        return Diff(arguments.strFirst, arguments.strSecond, arguments.common);
+        return Diff(strFirst, strSecond, arguments.common);
     }
     if (pVerify->parsed()) {
-        return Verify(arguments.paths, arguments.common);
+        return Verify(FileNames(arguments.paths), arguments.common);
     }
-    return Convert(arguments.strFirst, arguments.strSecond, arguments.bForce, arguments.common);
+    return Convert(strFirst, strSecond, arguments.bForce, arguments.common);
 }
 
 int Guarded(int nArguments, char** ppszArguments) {
@@ -127,6 +131,8 @@ int Guarded(int nArguments, char** ppszArguments) {
 }  // namespace
 
 int main(int nArguments, char** ppszArguments) {
+    // A limit of file sizes is met as a full disk is: by writing that fails.
+    std::signal(SIGXFSZ, SIG_IGN);
     const int nResult = Guarded(nArguments, ppszArguments);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         Complain("the output cannot be written");
