@@ -373,7 +373,8 @@ TEST_F(ReplacedFile, AWriterThatIsKilledAtAnySystemCallLeavesAWholeFile) {
     // The calls that a process makes before its own code runs are the same ones each time: few of them
     // are of these kinds.
     const std::string strCalls =
-        "openat,write,writev,lseek,close,fchmod,fchown,fsync,?rename,?renameat,?renameat2,?unlink,?unlinkat,?newfstatat";
+        "openat,write,writev,lseek,close,fchmod,fchown,fsync,?rename,?renameat,?renameat2,?unlink,?unlinkat,?"
+        "newfstatat";
     for (int nCall = 1; !bEnded && nCall < 1000; ++nCall) {
         ASSERT_TRUE(Save("a", 1));
         const std::string strWhen = strCalls + ":signal=KILL:when=" + std::to_string(nCall);

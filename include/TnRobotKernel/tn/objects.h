@@ -25,12 +25,6 @@ namespace tn {
 
 namespace detail {
 
-// Is in an out-pointer that nobody has touched.
-class Untouched final : public CTnRobotObject {
-public:
-    STnRuntimeClass* GetRuntimeClass() override { return nullptr; }
-};
-
 // Takes over what an archive has read. In front of a reader's archive an object that nobody counts is
 // always a new one, for references to such objects are refused; elsewhere it may be somebody's already.
 inline TnRobotPtr<ITnUnknown> TakeCounted(CTnRobotObject* pObject, bool bOwned) {
@@ -48,13 +42,11 @@ inline std::error_code GuessReason(ITnRobotArchive& archive, bool bTouched) {
     return archive.Read(&chNothing, 0) < 0 ? std::error_code(errc::file_incomplete) : std::error_code();
 }
 
-// Reads an object of any counted type. Empty and without a reason for a null.
-inline TnRobotPtr<ITnUnknown> ReadCounted(ITnRobotArchive& archive, std::error_code& ec) {
-    Untouched untouched;
-    CTnRobotObject* pObject = &untouched;
-    const bool bRead = archive.ReadObject(&pObject) == 1;
+// What is left to do when an archive has read an object, or not. Not inlined, since objects read each other
+// thousands deep: those that wait must not keep room for it.
+[[gnu::noinline]] inline TnRobotPtr<ITnUnknown> EndReading(ITnRobotArchive& archive, bool bRead, bool bTouched,
+                                                           CTnRobotObject* pObject, std::error_code& ec) {
     const auto* pReason = dynamic_cast<const ReadingReason*>(&archive);
-    const bool bTouched = pObject != &untouched;
     TnRobotPtr<ITnUnknown> object = TakeCounted(bTouched ? pObject : nullptr, pReason != nullptr);
     if (bRead) {
         ec = object ? std::error_code() : errc::wrong_type;
@@ -62,6 +54,26 @@ inline TnRobotPtr<ITnUnknown> ReadCounted(ITnRobotArchive& archive, std::error_c
     }
     ec = pReason != nullptr ? pReason->LastReason() : GuessReason(archive, bTouched);
     return nullptr;  // an object that came with a failure is given back
+}
+
+// Reads an object of any counted type. Empty and without a reason for a null.
+inline TnRobotPtr<ITnUnknown> ReadCounted(ITnRobotArchive& archive, std::error_code& ec) {
+    CTnRobotObject* pObject = nullptr;
+    // No object lies there: a pointer that has not changed was not touched.
+    auto* const pUntouched = reinterpret_cast<CTnRobotObject*>(&pObject);
+    pObject = pUntouched;
+    const bool bRead = archive.ReadObject(&pObject) == 1;
+    return EndReading(archive, bRead, pObject != pUntouched, pObject, ec);
+}
+
+// Sees an object as another type.
+template <typename T>
+[[gnu::noinline]] TnRobotPtr<T> AsExpected(const TnRobotPtr<ITnUnknown>& object, std::error_code& ec) {
+    TnRobotPtr<T> expected = object.try_as<T>();
+    if (object && !expected) {
+        ec = errc::wrong_type;
+    }
+    return expected;
 }
 
 }  // namespace detail
@@ -86,12 +98,7 @@ inline TnRobotPtr<ITnUnknown> ReadCounted(ITnRobotArchive& archive, std::error_c
 /// @return the object; empty for a null and for every failure.
 template <typename T>
 TnRobotPtr<T> ReadObject(ITnRobotArchive& archive, std::error_code& ec) {
-    const TnRobotPtr<ITnUnknown> any = detail::ReadCounted(archive, ec);
-    TnRobotPtr<T> object = any.try_as<T>();
-    if (any && !object) {
-        ec = errc::wrong_type;
-    }
-    return object;
+    return detail::AsExpected<T>(detail::ReadCounted(archive, ec), ec);
 }
 
 /// Overload without the reason.

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,20 +25,26 @@ namespace tn::detail {
 //
 // Damage sticks: nothing behind it can be trusted, and nothing more is read. An object of an unexpected
 // type, a null and a reference to what is not there (yet) leave the next record where it belongs.
+//
+// Objects load within each other, 4,096 deep, on a stack of a few MiB: only ReadObject waits there for the
+// inner ones, and what else needs room is not inlined into it.
 class GraphReader final : public ForwardingArchive, public ReadingReason {
 public:
     using ForwardingArchive::ForwardingArchive;
 
     int ReadObject(CTnRobotObject** ppObject) override {
         const ObjectDepth::Step step(m_depth);
-        m_last = m_damage;
-        if (m_damage || ppObject == nullptr) {
-            return 0;
-        }
+        Record record;
         try {
-            return ReadRecord(ppObject) ? 1 : 0;
+            record = BeginRecord(ppObject);
+            if (record.pNew == nullptr) {
+                return record.nResult;
+            }
+            const bool bLoaded = dynamic_cast<ITnRobotSerialize&>(*record.pNew).Serialize(this) != 0;
+            return EndRecord(record, bLoaded, ppObject);
         } catch (...) {
             Damage(errc::object_refused);  // half of it is read
+            GiveBack(record.pNew);
             throw;
         }
     }
@@ -72,13 +77,14 @@ public:
     // Why nothing more can be read, if so.
     const std::error_code& DamageReason() const { return m_damage; }
 
-    bool Damage(std::error_code reason) {
+    [[gnu::noinline]] bool Damage(std::error_code reason) {
         if (!m_damage) {
             m_damage = reason;
         }
         m_last = m_damage;
         return false;
     }
+    [[gnu::noinline]] bool Damage(errc eReason) { return Damage(make_error_code(eReason)); }
 
     bool ReadTables() {
         std::uint16_t nClasses = 0;
@@ -101,17 +107,21 @@ private:
         CTnRobotObject* pObject = nullptr;  // held; null until it is loaded
     };
 
-    // An object on its way in. A counted one is released, for something that it has loaded may hold it.
-    struct GiveBack {
-        void operator()(CTnRobotObject* pObject) const {
-            if (auto* pCounted = dynamic_cast<ITnUnknown*>(pObject)) {
-                pCounted->Release();
-            } else {
-                delete pObject;
-            }
-        }
+    // An object record, as far as it has been read: the result, or a new object that has yet to load.
+    struct Record {
+        std::uint16_t nIndex = 0;
+        int nResult = 0;
+        CTnRobotObject* pNew = nullptr;
     };
-    using NewObject = std::unique_ptr<CTnRobotObject, GiveBack>;
+
+    // A counted object is released, for something that it has loaded may hold it.
+    [[gnu::noinline]] static void GiveBack(CTnRobotObject* pObject) {
+        if (auto* pCounted = dynamic_cast<ITnUnknown*>(pObject)) {
+            pCounted->Release();
+        } else {
+            delete pObject;
+        }
+    }
 
     template <typename T>
     bool Get(T& number) {
@@ -126,17 +136,39 @@ private:
         return ForwardingArchive::Read(&byPresent, sizeof(byPresent)) > 0 || Damage(errc::end_of_file);
     }
 
-    bool ReadRecord(CTnRobotObject** ppObject) {
+    [[gnu::noinline]] Record BeginRecord(CTnRobotObject** ppObject) {
+        Record record;
         std::uint8_t byPresent = 0;
         std::uint8_t byNew = 0;
-        std::uint16_t nIndex = 0;
-        if (!GetPresent(byPresent) || byPresent == 0 || !Get(byNew) || !Get(nIndex)) {
-            return false;
+        m_last = m_damage;
+        if (m_damage || ppObject == nullptr || !GetPresent(byPresent) || byPresent == 0 || !Get(byNew) ||
+            !Get(record.nIndex)) {
+            return record;
         }
-        if (nIndex >= m_objects.size()) {
-            return Damage(errc::file_damaged);
+        if (record.nIndex >= m_objects.size()) {
+            Damage(errc::file_damaged);
+        } else if (byNew == 0) {
+            record.nResult = Refer(m_objects[record.nIndex], ppObject) ? 1 : 0;
+        } else {
+            *ppObject = nullptr;
+            record.pNew = Create(m_objects[record.nIndex]);
         }
-        return byNew != 0 ? ReadContents(m_objects[nIndex], ppObject) : Refer(m_objects[nIndex], ppObject);
+        return record;
+    }
+
+    // Takes over an object whose contents have been read.
+    [[gnu::noinline]] int EndRecord(const Record& record, bool bLoaded, CTnRobotObject** ppObject) {
+        if (!bLoaded) {
+            Damage(errc::object_refused);
+        }
+        m_last = m_damage;  // that of the object, not of the last one within it
+        if (m_damage) {
+            GiveBack(record.pNew);
+            return 0;
+        }
+        m_objects[record.nIndex].pObject = m_held.Hold(*record.pNew) ? record.pNew : nullptr;
+        *ppObject = record.pNew;
+        return 1;
     }
 
     // A length from a file asks for no more memory than there are bytes, but for one step.
@@ -153,26 +185,19 @@ private:
         return bOk;
     }
 
-    bool ReadContents(Entry& entry, CTnRobotObject** ppObject) {
-        *ppObject = nullptr;
+    // An object that can load itself, or null.
+    CTnRobotObject* Create(const Entry& entry) {
         if (!m_depth.AllowsContents() || entry.nClass >= m_classes.size()) {
-            return Damage(m_depth.AllowsContents() ? errc::file_damaged : errc::too_deep);
+            Damage(m_depth.AllowsContents() ? errc::file_damaged : errc::too_deep);
+            return nullptr;
         }
-        NewObject object(CTnRobotObject::CreateObjectFromGUID(m_classes[entry.nClass].c_str()));
-        auto* pSerialize = dynamic_cast<ITnRobotSerialize*>(object.get());
-        if (pSerialize == nullptr) {
-            return Damage(object ? errc::not_serialisable : errc::class_not_registered);
+        CTnRobotObject* pObject = CTnRobotObject::CreateObjectFromGUID(m_classes[entry.nClass].c_str());
+        if (dynamic_cast<ITnRobotSerialize*>(pObject) != nullptr) {
+            return pObject;
         }
-        if (pSerialize->Serialize(this) == 0) {
-            Damage(errc::object_refused);
-        }
-        m_last = m_damage;  // that of the object, not of the last one within it
-        if (m_damage) {
-            return false;
-        }
-        entry.pObject = m_held.Hold(*object) ? object.get() : nullptr;
-        *ppObject = object.release();
-        return true;
+        Damage(pObject != nullptr ? errc::not_serialisable : errc::class_not_registered);
+        GiveBack(pObject);
+        return nullptr;
     }
 
     bool Refer(const Entry& entry, CTnRobotObject** ppObject) {

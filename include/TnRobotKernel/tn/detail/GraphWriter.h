@@ -20,21 +20,19 @@ namespace tn::detail {
 // write nor say why it failed. The records and tables are those of every archive.
 //
 // Once something has failed nothing more is written: what follows could not be read.
+//
+// Objects are written within each other, 4,096 deep, on a stack of a few MiB: only WriteObject waits there
+// for the inner ones, and what else needs room is not inlined into it.
 class GraphWriter final : public ForwardingArchive {
 public:
     using ForwardingArchive::ForwardingArchive;
 
     int WriteObject(CTnRobotObject* pObject) override {
         const ObjectDepth::Step step(m_depth);
-        if (m_reason) {
-            return 0;
-        }
-        if (pObject == nullptr) {
-            Put(std::uint8_t{0});
-            return 0;  // as every archive reports a null
-        }
+        int nResult = 0;
         try {
-            return WriteRecord(*pObject) ? 1 : 0;
+            ITnRobotSerialize* pNew = BeginRecord(pObject, nResult);
+            return pNew != nullptr ? EndRecord(pNew->Serialize(this) != 0) : nResult;
         } catch (...) {
             Fail(errc::object_refused);  // half of it is written
             throw;
@@ -73,35 +71,50 @@ private:
         return Write(&number, sizeof(number)) != 0 || Fail(std::make_error_code(std::errc::io_error));
     }
 
-    bool Fail(std::error_code reason) {
+    [[gnu::noinline]] bool Fail(std::error_code reason) {
         m_reason = reason;
         return false;
     }
+    [[gnu::noinline]] bool Fail(errc eReason) { return Fail(make_error_code(eReason)); }
 
-    bool WriteRecord(CTnRobotObject& object) {
-        const auto it = m_indexes.find(&object);
-        if (it == m_indexes.end()) {
-            return WriteContents(object);
+    // Writes a record up to the contents. @return what writes those; null when the record has none.
+    [[gnu::noinline]] ITnRobotSerialize* BeginRecord(CTnRobotObject* pObject, int& nResult) {
+        if (m_reason) {
+            return nullptr;
         }
-        return Put(std::uint8_t{1}) && Put(std::uint8_t{0}) && Put(it->second);
+        if (pObject == nullptr) {
+            Put(std::uint8_t{0});
+            return nullptr;  // as every archive reports a null
+        }
+        const auto it = m_indexes.find(pObject);
+        if (it == m_indexes.end()) {
+            return BeginContents(*pObject);
+        }
+        nResult = Put(std::uint8_t{1}) && Put(std::uint8_t{0}) && Put(it->second) ? 1 : 0;
+        return nullptr;
     }
 
-    bool WriteContents(CTnRobotObject& object) {
+    ITnRobotSerialize* BeginContents(CTnRobotObject& object) {
         auto* pSerialize = dynamic_cast<ITnRobotSerialize*>(&object);
         const STnRuntimeClass* pClass = object.GetRuntimeClass();
         if (pSerialize == nullptr || pClass == nullptr || pClass->m_lpszClassGuid == nullptr) {
-            return Fail(errc::not_serialisable);
+            Fail(errc::not_serialisable);
+            return nullptr;
         }
         if (!m_depth.AllowsContents() || m_objectClasses.size() >= kMostObjects) {
-            return Fail(m_depth.AllowsContents() ? errc::too_many_objects : errc::too_deep);
+            Fail(m_depth.AllowsContents() ? errc::too_many_objects : errc::too_deep);
+            return nullptr;
         }
-        if (!Put(std::uint8_t{1}) || !Put(std::uint8_t{1}) || !Put(AddObject(object, pClass->m_lpszClassGuid))) {
-            return false;
+        const bool bOk =
+            Put(std::uint8_t{1}) && Put(std::uint8_t{1}) && Put(AddObject(object, pClass->m_lpszClassGuid));
+        return bOk ? pSerialize : nullptr;
+    }
+
+    [[gnu::noinline]] int EndRecord(bool bWritten) {
+        if (!bWritten && !m_reason) {
+            Fail(errc::object_refused);
         }
-        if (pSerialize->Serialize(this) == 0 && !m_reason) {
-            return Fail(errc::object_refused);
-        }
-        return !m_reason;
+        return m_reason ? 0 : 1;
     }
 
     // An object that nobody counts cannot be held, so another one may have its address later: it is not
