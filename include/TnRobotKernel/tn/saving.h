@@ -62,8 +62,8 @@ private:
 class LoadingArchive final : public ForwardingArchive {
 public:
     // What is loaded tells where values are.
-    LoadingArchive(ITnRobotArchive& archive, ITnRobotSerialize& object)
-        : ForwardingArchive(archive),
+    LoadingArchive(ITnRobotArchive& archive, ITnRobotFile* pFile, ITnRobotSerialize& object)
+        : ForwardingArchive(archive, pFile),
           m_bGroup(dynamic_cast<ITnRobotDataValueGroup*>(&object) != nullptr),
           m_bInValue(dynamic_cast<ITnRobotDataValue*>(&object) != nullptr) {}
 
@@ -92,11 +92,19 @@ private:
     static constexpr std::size_t kCount = kType + sizeof(std::int32_t);
     static constexpr std::size_t kHead = kCount + sizeof(std::int32_t);
 
+    // The version and the numbers come one by one, and a copy of as many bytes as there are would be a
+    // call for each.
     void Follow(const unsigned char* pBytes, std::size_t nBytes) {
-        if (m_nRead < kHead) {
-            std::memcpy(m_head.data() + m_nRead, pBytes, std::min(nBytes, kHead - static_cast<std::size_t>(m_nRead)));
-        }
+        constexpr std::size_t kNumber = sizeof(std::int32_t);
+        const std::size_t nBefore = m_nRead;
         m_nRead += nBytes;
+        if (nBytes == 1 && nBefore < kHead) {
+            m_head[nBefore] = *pBytes;
+        } else if (nBytes == kNumber && nBefore <= kHead - kNumber) {
+            std::memcpy(m_head.data() + nBefore, pBytes, kNumber);
+        } else if (nBefore < kHead) {
+            std::copy_n(pBytes, std::min(nBytes, kHead - nBefore), m_head.data() + nBefore);
+        }
     }
 
     std::int32_t Number(std::size_t nPosition) const {
@@ -109,8 +117,8 @@ private:
     void EndValue() {
         if (m_bInValue) {
             const bool bHead = m_nRead >= kHead && Number(kType) >= DATA_TYPE_NONE && Number(kType) <= DATA_TYPE_BYTE;
-            m_bWhole = m_bWhole && bHead && Number(kCount) >= 0 &&
-                       m_nRead - kHead == static_cast<std::uint64_t>(Number(kCount));
+            m_bWhole =
+                m_bWhole && bHead && Number(kCount) >= 0 && m_nRead - kHead == static_cast<std::size_t>(Number(kCount));
         }
         m_bInValue = false;
         m_nRead = 0;
@@ -119,7 +127,7 @@ private:
     const bool m_bGroup;
     bool m_bInValue;
     bool m_bWhole = true;
-    std::uint64_t m_nRead = 0;  // bytes of the value
+    std::size_t m_nRead = 0;  // bytes of the value
     std::array<unsigned char, kHead> m_head{};
 };
 
@@ -154,7 +162,7 @@ inline std::error_code Save(const char* lpszPath, ITnRobotSerialize& object) {
     }
     const TnRobotPtr<ITnRobotArchive> archive = NewArchive();
     archive->Attach(&file.File(), true);
-    const auto saving = MakeObject<SavingArchive>(*archive);
+    const auto saving = MakeObject<SavingArchive>(*archive, &file.File());
     errno = 0;
     const bool bSaved = object.Serialize(saving.get()) == 1;
     if (saving->HasMetObject()) {
@@ -175,7 +183,7 @@ inline std::error_code Load(const char* lpszPath, ITnRobotSerialize& object) {
     }
     const TnRobotPtr<ITnRobotArchive> archive = NewArchive();
     archive->Attach(file.get(), false);
-    const auto loading = MakeObject<LoadingArchive>(*archive, object);
+    const auto loading = MakeObject<LoadingArchive>(*archive, file.get(), object);
     if (object.Serialize(loading.get()) != 1) {
         return file->GetPos() == -1 ? errc::file_incomplete : errc::object_refused;
     }
