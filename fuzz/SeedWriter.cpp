@@ -137,6 +137,16 @@ void WriteArchives(SeedWriter& seeds) {
                     null + null + null + ObjectRecord(true, 2) + SavedString("b") + ObjectRecord(false, 1) + null);
     seeds.Write("object_graph", "twice_the_same_root",
                 header + ObjectRecord(true, 0) + SavedString("a") + null + null + ObjectRecord(false, 0));
+    const std::string strStranger = "00000000-0000-0000-0000-00000000000b";
+    const std::string strUncounted = "00000000-0000-0000-0000-00000000000c";
+    const Bytes three = SavedMapHeader({strClass, strStranger, strUncounted}, {{1, 0}, {2, 1}, {3, 2}, {4, 0}});
+    seeds.Write("object_graph", "other_types",
+                three + ObjectRecord(true, 1) + ObjectRecord(false, 1) + ObjectRecord(true, 2) +
+                    ObjectRecord(false, 2) + ObjectRecord(true, 0) + SavedString("a") + ObjectRecord(true, 1) +
+                    ObjectRecord(false, 2));
+    seeds.Write("object_graph", "dropped",
+                three + ObjectRecord(true, 0) + SavedString("a") + null + null + ObjectRecord(true, 3) +
+                    SavedString("b") + null + ObjectRecord(false, 0) + ObjectRecord(false, 3) + ObjectRecord(false, 0));
 }
 
 // Every type once, in the order of their numbers.

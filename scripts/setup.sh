@@ -13,7 +13,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
 # What the logger and the inspector stand on.
 modules=(libspdlog-dev libcli11-dev nlohmann-json3-dev)
-tests=(libgtest-dev binutils libssl-dev abigail-tools "${modules[@]}")
+tests=(libgtest-dev binutils libssl-dev strace abigail-tools "${modules[@]}")
 packaging=(dpkg-dev file lintian debootstrap)
 benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
 checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git gcovr mandoc gdb

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -57,35 +58,6 @@ int Part::Load(ITnRobotArchive& archive) {
 }
 // [/serialize]
 
-// [files]
-// The tables are complete when the objects are written, but they are read first: so the objects go
-// to memory, and follow the tables in the file.
-bool Save(Part& root, const char* lpszPath) {
-    const auto memory = tn::MakeMemFile();
-    const auto archive = tn::MakeArchive();
-    if (!memory->OpenWriteFile(4096) || !archive->Attach(memory.get(), true) || archive->WriteObject(&root) != 1) {
-        return false;
-    }
-    long long nLength = memory->GetTotleLen();
-    std::vector<char> objects(static_cast<std::size_t>(nLength));
-    memory->GetMemData(objects.data(), nLength);
-
-    const auto file = tn::MakeFile();
-    archive->Detach();  // the archive keeps its tables
-    return file->Open(lpszPath, true) && archive->Attach(file.get(), true) && archive->WriteMapHeader() == 1 &&
-           archive->Write(objects.data(), nLength) == 1;
-}
-
-TnRobotPtr<Part> Load(const char* lpszPath) {
-    const auto file = tn::MakeFile();
-    const auto archive = tn::MakeArchive();
-    if (!file->Open(lpszPath, false) || !archive->Attach(file.get(), false) || archive->ReadMapHeader() != 1) {
-        return nullptr;
-    }
-    return tn::ReadObject<Part>(*archive);
-}
-// [/files]
-
 }  // namespace
 
 // [main]
@@ -96,8 +68,10 @@ int main() {
         cell->m_parts.push_back(tn::MakeObject<Part>(lpszName));
         cell->m_parts.back()->m_parts = {gripper};
     }
-    const auto loaded = Save(*cell, "cell.tnr") ? Load("cell.tnr") : nullptr;
+    std::error_code ec;
+    const auto loaded = tn::SaveGraph("cell.tnr", *cell, ec) ? tn::LoadGraph<Part>("cell.tnr", ec) : nullptr;
     if (!loaded || loaded->m_parts.size() != 2) {
+        std::fprintf(stderr, "cell.tnr: %s\n", ec.message().c_str());
         return 1;
     }
     for (const TnRobotPtr<Part>& arm : loaded->m_parts) {

@@ -39,6 +39,23 @@ const char* YesOrNo(bool bYes) {
     return bYes ? "yes" : "NO";
 }
 
+// All measurements as one object: what SaveTo saves as a whole or not at all.
+class Series final : public ITnRobotSerialize {
+public:
+    explicit Series(const std::vector<Measurement>& measurements) : m_measurements(measurements) {}
+
+    int Serialize(ITnRobotArchive* pArchive) override {
+        const bool bOk = std::all_of(m_measurements.begin(), m_measurements.end(), [pArchive](const Measurement& m) {
+            const auto group = tn::MakeValueDataGroup();
+            return Store(m, *group) && group->Serialize(pArchive) == 1;
+        });
+        return bOk ? 1 : 0;
+    }
+
+private:
+    const std::vector<Measurement>& m_measurements;
+};
+
 }  // namespace
 
 bool Measurement::operator==(const Measurement& other) const {
@@ -47,15 +64,8 @@ bool Measurement::operator==(const Measurement& other) const {
 }
 
 bool SaveMeasurements(const std::string& strPath, const std::vector<Measurement>& measurements) {
-    const TnRobotPtr<ITnRobotFile> file = OpenFile(strPath, true);
-    if (!file) {
-        return false;
-    }
-    const AttachedArchive archive(*file, true);
-    return std::all_of(measurements.begin(), measurements.end(), [&archive](const Measurement& measurement) {
-        const auto group = tn::MakeValueDataGroup();
-        return Store(measurement, *group) && group->Serialize(archive.Get()) == 1;
-    });
+    Series series(measurements);
+    return tn::SaveTo(strPath.c_str(), series);
 }
 
 std::vector<Measurement> LoadMeasurements(const std::string& strPath, std::size_t nCount) {

@@ -1,9 +1,10 @@
 #include "ObjectGraph.h"
 
-#include <cstdio>
-#include <utility>
+#include <TnRobotKernel/make.h>
 
-#include "Files.h"
+#include <cstdio>
+#include <system_error>
+#include <utility>
 
 namespace {
 
@@ -60,9 +61,10 @@ public:
             pArchive->WriteObject(m_spareTool.get());
             return nResult;
         }
+        std::error_code ec;
         m_tool = tn::ReadObject<CTool>(*pArchive);
-        m_spareTool = tn::ReadObject<CTool>(*pArchive);
-        return m_tool ? 1 : 0;
+        m_spareTool = tn::ReadObject<CTool>(*pArchive, ec);  // empty without a reason: there is none
+        return m_tool && !ec ? 1 : 0;
     }
 
 private:
@@ -77,45 +79,29 @@ const TN_REG_CLASS s_registerArm(&CArm::s_class);
 
 }  // namespace
 
-// The tables are complete only when the objects are written, and are read first: so the objects
-// go to memory, and follow the header in the file.
+// Two roots in one file, so the graph is written and read object by object.
 bool SaveGraph(const std::string& strDirectory) {
     const auto tool = tn::MakeObject<CTool>();
     tool->SetName(kSharedTool);
-    const TnRobotPtr<ITnRobotMemFile> objects = OpenMemory();
-    const TnRobotPtr<ITnRobotFile> file = OpenFile(strDirectory + "/graph.tnr", true);
-    if (!file) {
-        return false;
-    }
-    // The archive tells objects apart by address, so all of them live until it is done.
-    const AttachedArchive archive(*objects, true);
-    TnRobotPtr<CArm> arms[2];
-    for (int i = 0; i < 2; ++i) {
-        arms[i] = tn::MakeObject<CArm>();
-        arms[i]->SetName(kArms[i]);
-        arms[i]->SetTool(tool);
-        if (archive->WriteObject(arms[i].get()) == 0) {
+    tn::ObjectWriter writer;
+    for (const char* lpszName : kArms) {
+        const auto arm = tn::MakeObject<CArm>();
+        arm->SetName(lpszName);
+        arm->SetTool(tool);
+        if (!writer.Write(arm.get())) {
             return false;
         }
     }
-    archive->Detach();
-    archive->Attach(file.get(), true);
-    const std::vector<char> bytes = Content(*objects);
-    return archive->WriteMapHeader() == 1 && archive->Write(bytes.data(), static_cast<long long>(bytes.size())) == 1;
+    return writer.Save((strDirectory + "/graph.tnr").c_str());
 }
 
 bool CheckGraph(const std::string& strDirectory) {
-    const TnRobotPtr<ITnRobotFile> file = OpenFile(strDirectory + "/graph.tnr", false);
-    if (!file) {
-        return false;
-    }
-    const AttachedArchive archive(*file, false);
-    if (archive->ReadMapHeader() == 0) {
-        return false;
-    }
-    const TnRobotPtr<CArm> left = tn::ReadObject<CArm>(*archive.Get());
-    const TnRobotPtr<CArm> right = tn::ReadObject<CArm>(*archive.Get());
-    if (!left || !right) {
+    tn::ObjectReader reader((strDirectory + "/graph.tnr").c_str());
+    std::error_code ec;
+    const TnRobotPtr<CArm> left = reader.Read<CArm>(ec);
+    const TnRobotPtr<CArm> right = !ec ? reader.Read<CArm>(ec) : nullptr;
+    if (ec || !left || !right || !reader.Finish(ec)) {
+        std::fprintf(stderr, "graph.tnr: %s\n", ec ? ec.message().c_str() : "an arm is missing");
         return false;
     }
     const bool bNames = left->Name() == kArms[0] && right->Name() == kArms[1] && left->Tool()->Name() == kSharedTool;

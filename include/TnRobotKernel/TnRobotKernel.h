@@ -1,5 +1,5 @@
 /// @file
-/// The whole public interface of the library; ptr.h, make.h and opencv.h are included on their own.
+/// The whole public interface of the library; ptr.h, make.h, tn/ and opencv.h are included on their own.
 
 #ifndef TNROBOTKERNEL_TNROBOTKERNEL_H_
 #define TNROBOTKERNEL_TNROBOTKERNEL_H_

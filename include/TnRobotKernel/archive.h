@@ -19,7 +19,8 @@
 /// archive for each file that is loaded.
 ///
 /// Lifetime: holds a reference to the attached file, none to the objects it has seen. An object
-///           that later records refer to must stay alive until they have been read.
+///           that later records refer to must stay alive until they have been read; one that is gone
+///           counts as unread.
 /// Threads:  externally synchronised.
 class TN_ROBOT_API ITnRobotArchive : public ITnUnknown {
 public:
@@ -71,15 +72,17 @@ public:
     ///                     told apart by address. Null is written as such.
     /// @return 1 on success; 0 on failure, when detached, for a null object, for one without a class
     ///         identifier or that is not ITnRobotSerialize, beyond 65,535 objects or classes (nothing is written then),
-    ///         and for objects nested deeper than 4,096.
+    ///         and for contents nested deeper than 4,096: then nothing more is written, and the outermost
+    ///         call answers 0 whatever the objects in between make of it.
     virtual int WriteObject(CTnRobotObject* pObject) = 0;
 
     /// Reads an object or a reference to one that was read before.
     /// @param[out] ppObject  a new object is owned by the caller; a shared one has one more
     ///             reference when it is ITnUnknown. Untouched when the record cannot be read or
-    ///             stands for null; null when the object fails to load or was not read yet.
+    ///             stands for null; null when the object fails to load, was not read yet or is gone.
     /// @return 1 on success; 0 on failure, when detached, for a null ppObject and for an object that
-    ///         was written as null.
+    ///         was written as null. Contents nested deeper than 4,096 fail the outermost call, with nothing
+    ///         more read, whatever the objects in between make of it.
     virtual int ReadObject(CTnRobotObject** ppObject) = 0;
 
     /// Writes the class and object tables, which are complete when the last object is written.

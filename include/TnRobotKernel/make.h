@@ -10,7 +10,7 @@
 /// is thrown that the function below does not throw: std::bad_alloc, and std::system_error where a
 /// thread is made. The pointer that comes back owns one reference and releases it.
 ///
-/// SaveTo and LoadFrom keep an object in a file of its own, and answer whether that worked.
+/// Comes with tn/saving.h and tn/objects.h, which keep objects in files.
 ///
 /// Threads: MakeXxx are thread-safe, every other helper is as thread-safe as what it calls.
 
@@ -19,6 +19,8 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/objects.h"
+#include "TnRobotKernel/tn/saving.h"
 
 namespace tn {
 
@@ -219,63 +221,6 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 /// @return a detached archive.
 [[nodiscard]] inline TnRobotPtr<ITnRobotArchive> MakeArchive() {
     return detail::Create<ITnRobotArchive>(detail::kOneIsSuccess, TnCreateRobotArchive);
-}
-
-/// Reads an object, or one more reference to an object that was read before.
-///
-/// The archive keeps no reference, but later records may refer to any object that came before them:
-/// hold every object until the last is read, and read on after an object of another type only where
-/// the file is trusted.
-/// @tparam T  the type that is expected, derived from ITnUnknown.
-/// @param[in] archive  borrowed for the call.
-/// @return empty for a null, when the object cannot be read, and when it is not a T. One of another
-///         type is given back; one without a count is left as it is, since it may be somebody's already.
-template <typename T>
-[[nodiscard]] TnRobotPtr<T> ReadObject(ITnRobotArchive& archive) {
-    CTnRobotObject* pObject = nullptr;
-    const bool bRead = archive.ReadObject(&pObject) == detail::kOneIsSuccess;
-    TnRobotPtr<T> object = Adopt(dynamic_cast<ITnUnknown*>(pObject)).template try_as<T>();
-    detail::KeepIf(bRead, object);
-    return object;
-}
-
-namespace detail {
-
-// Saves or loads an object. A file that could not write all, or was asked for more than it has, has
-// no position any more: groups do not look at the single writes, and take short reads.
-inline bool Transfer(const char* lpszPath, ITnRobotSerialize& object, bool bStoring) {
-    const TnRobotPtr<ITnRobotFile> file = MakeFile();
-    const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
-    if (!file->Open(lpszPath, bStoring) || !archive->Attach(file.get(), bStoring) ||
-        object.Serialize(archive.get()) != kOneIsSuccess) {
-        return false;
-    }
-    archive->Flush();
-    return file->GetPos() != -1;
-}
-
-}  // namespace detail
-
-/// Saves an object, such as a value or a group, to a file of its own. The file is created, or
-/// overwritten.
-/// @param[in] lpszPath  path of a file that has positions: a pipe gives false.
-/// @param[in] object    borrowed for the call; its Serialize saves it.
-/// @return whether everything was handed to the system. False for a null path, when the file cannot be
-///         opened, for a result other than 1 of Serialize, and when a write fails, as on a full disk;
-///         the file may then hold a part.
-[[nodiscard]] inline bool SaveTo(const char* lpszPath, ITnRobotSerialize& object) {
-    return detail::Transfer(lpszPath, object, true);
-}
-
-/// Loads an object, such as a value or a group, from the beginning of a file. What follows it there is
-/// not looked at.
-/// @param[in] lpszPath  path of a file that has positions: a pipe gives false.
-/// @param[in] object    borrowed for the call; its Serialize loads it. A group keeps what it has.
-/// @return whether everything was there. False for a null path, when the file cannot be opened, for a
-///         result other than 1 of Serialize, and when more was read than the file has; the object then
-///         holds what was read until then, the last of it perhaps in part.
-[[nodiscard]] inline bool LoadFrom(const char* lpszPath, ITnRobotSerialize& object) {
-    return detail::Transfer(lpszPath, object, false);
 }
 
 // Images.

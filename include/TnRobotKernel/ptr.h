@@ -18,7 +18,7 @@
 /// @addtogroup pointer
 /// @{
 
-/// Helpers over the public interface, all of them inline: ptr.h, make.h and opencv.h.
+/// Helpers over the public interface, all of them inline: ptr.h, make.h, the headers in tn/ and opencv.h.
 namespace tn {
 
 /// Says that the pointer takes over a reference that the caller has.

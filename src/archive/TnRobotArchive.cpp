@@ -17,21 +17,35 @@ constexpr std::size_t kMaxEntries = 65535;
 // Deeper nesting would end in an exhausted stack.
 constexpr int kMaxDepth = 4096;
 
-class DepthGuard {
-public:
-    explicit DepthGuard(int& nDepth) : m_nDepth(nDepth) { ++m_nDepth; }
-    ~DepthGuard() { --m_nDepth; }
-    DepthGuard(const DepthGuard&) = delete;
-    DepthGuard& operator=(const DepthGuard&) = delete;
-    bool IsTooDeep() const { return m_nDepth > kMaxDepth; }
-
-private:
-    int& m_nDepth;
-};
-
 }  // namespace
 
 ITnRobotArchive::~ITnRobotArchive() = default;
+
+CTnRobotArchive::~CTnRobotArchive() {
+    StopWatching();
+}
+
+// Counts the objects being written or read within each other. Only contents nest: a null or a
+// reference is the same at every depth. What was too deep sticks until the outermost call is done,
+// since not every class looks at the results of its inner objects.
+class CTnRobotArchive::Nesting {
+public:
+    explicit Nesting(CTnRobotArchive& archive) : m_archive(archive) { ++m_archive.m_nDepth; }
+    Nesting(const Nesting&) = delete;
+    Nesting& operator=(const Nesting&) = delete;
+    ~Nesting() {
+        if (--m_archive.m_nDepth == 0) {
+            m_archive.m_bTooDeep = false;
+        }
+    }
+    bool AllowsContents() {
+        m_archive.m_bTooDeep = m_archive.m_bTooDeep || m_archive.m_nDepth > kMaxDepth;
+        return !m_archive.m_bTooDeep;
+    }
+
+private:
+    CTnRobotArchive& m_archive;
+};
 
 bool CTnRobotArchive::Attach(ITnRobotFile* pFile, bool bStoring) {
     if (pFile == nullptr || m_file) {
@@ -141,19 +155,29 @@ const char* CTnRobotArchive::ReadString(int& nLength, int* pError) {
 }
 
 int CTnRobotArchive::WriteObject(CTnRobotObject* pObject) {
-    const DepthGuard depth(m_nDepth);
-    if (!m_file || depth.IsTooDeep()) {
+    Nesting nesting(*this);
+    if (!m_file || m_bTooDeep) {
         return 0;
     }
     if (pObject == nullptr) {
         _WriteNumber(std::uint8_t{0});
         return 0;  // a null object is written, and reported as 0
     }
-    const auto it = m_objectIndexes.find(pObject);
-    if (it == m_objectIndexes.end()) {
-        return _WriteNewObject(pObject);
+    std::uint16_t nIndex = 0;
+    if (!_FindObject(pObject, nIndex)) {
+        return nesting.AllowsContents() ? _WriteNewObject(pObject) : 0;
     }
-    return _WriteNumber(std::uint8_t{1}) && _WriteNumber(std::uint8_t{0}) && _WriteNumber(it->second) ? 1 : 0;
+    return _WriteNumber(std::uint8_t{1}) && _WriteNumber(std::uint8_t{0}) && _WriteNumber(nIndex) ? 1 : 0;
+}
+
+// Objects are told apart by address alone: it may be that of one that is gone.
+bool CTnRobotArchive::_FindObject(const CTnRobotObject* pObject, std::uint16_t& nIndex) const {
+    const auto [first, last] = m_objectIndexes.equal_range(pObject);
+    if (first == last) {
+        return false;
+    }
+    nIndex = std::min_element(first, last, [](const auto& a, const auto& b) { return a.second < b.second; })->second;
+    return true;
 }
 
 // The object enters the tables before its contents are written, so that a ring of objects meets
@@ -170,7 +194,8 @@ int CTnRobotArchive::_WriteNewObject(CTnRobotObject* pObject) {
         return 0;
     }
     auto* pSerialize = dynamic_cast<ITnRobotSerialize*>(pObject);
-    return pSerialize != nullptr ? pSerialize->Serialize(this) : 0;
+    const int nResult = pSerialize != nullptr ? pSerialize->Serialize(this) : 0;
+    return m_bTooDeep ? 0 : nResult;
 }
 
 bool CTnRobotArchive::_HasRoomFor(const char* lpszGuid) const {
@@ -193,6 +218,8 @@ std::uint16_t CTnRobotArchive::_ClassIndex(const std::string& strGuid) {
 }
 
 std::uint16_t CTnRobotArchive::_AddObject(CTnRobotObject* pObject, std::uint16_t nClass) {
+    const auto lock = LockObjects();
+    Watch();
     const auto nIndex = static_cast<std::uint16_t>(m_objectTable.size());
     m_objectTable.push_back({0, pObject, nClass});
     m_objectIndexes.emplace(pObject, nIndex);
@@ -200,8 +227,8 @@ std::uint16_t CTnRobotArchive::_AddObject(CTnRobotObject* pObject, std::uint16_t
 }
 
 int CTnRobotArchive::ReadObject(CTnRobotObject** ppObject) {
-    const DepthGuard depth(m_nDepth);
-    if (!m_file || ppObject == nullptr || depth.IsTooDeep()) {
+    Nesting nesting(*this);
+    if (!m_file || ppObject == nullptr || m_bTooDeep) {
         return 0;
     }
     std::uint8_t byPresent = 0;
@@ -213,7 +240,11 @@ int CTnRobotArchive::ReadObject(CTnRobotObject** ppObject) {
     if (nIndex >= m_objectTable.size()) {
         return 0;
     }
-    return byNew != 0 ? _ReadNewObject(nIndex, ppObject) : _ReadSharedObject(nIndex, ppObject);
+    if (byNew == 0) {
+        return _ReadSharedObject(nIndex, ppObject);
+    }
+    *ppObject = nullptr;
+    return nesting.AllowsContents() ? _ReadNewObject(nIndex, ppObject) : 0;
 }
 
 // What was read within an object that fails to load may be gone with it, so it counts as unread
@@ -240,13 +271,12 @@ int CTnRobotArchive::_ReadNewObject(std::uint16_t nIndex, CTnRobotObject** ppObj
     const std::size_t nClass = m_objectTable[nIndex].m_nClass;
     const char* lpszGuid = nClass < m_classTable.size() ? m_classTable[nClass].c_str() : "";
     std::unique_ptr<CTnRobotObject> object(CTnRobotObject::CreateObjectFromGUID(lpszGuid));
-    *ppObject = nullptr;
     if (!object) {
         return 0;
     }
     UnreadOnFailure guard(*this);
     auto* pSerialize = dynamic_cast<ITnRobotSerialize*>(object.get());
-    if (pSerialize == nullptr || pSerialize->Serialize(this) == 0) {
+    if (pSerialize == nullptr || pSerialize->Serialize(this) == 0 || m_bTooDeep) {
         return 0;
     }
     _RecordObject(nIndex, object.get());
@@ -257,10 +287,13 @@ int CTnRobotArchive::_ReadNewObject(std::uint16_t nIndex, CTnRobotObject** ppObj
 
 // Every reader of a shared object owns a reference, where the object counts references.
 int CTnRobotArchive::_ReadSharedObject(std::uint16_t nIndex, CTnRobotObject** ppObject) {
-    CTnRobotObject* pObject = m_objectTable[nIndex].m_pObject;
+    auto lock = LockObjects();
+    const ObjectEntry& entry = m_objectTable[nIndex];
+    CTnRobotObject* pObject = entry.m_bGone ? nullptr : entry.m_pObject;
+    lock.unlock();
     *ppObject = pObject;
     if (pObject == nullptr) {
-        return 0;  // only a damaged file refers to an object that was not read before
+        return 0;  // not read before, which only a damaged file asks for, or dropped by its holders
     }
     if (auto* pUnknown = dynamic_cast<ITnUnknown*>(pObject)) {
         pUnknown->AddRef();
@@ -269,25 +302,36 @@ int CTnRobotArchive::_ReadSharedObject(std::uint16_t nIndex, CTnRobotObject** pp
 }
 
 void CTnRobotArchive::_RecordObject(std::uint16_t nIndex, CTnRobotObject* pObject) {
+    const auto lock = LockObjects();
+    Watch();
     m_readOrder.push_back(nIndex);
     _ForgetObject(nIndex);
-    m_objectTable[nIndex].m_pObject = pObject;
     m_objectIndexes.emplace(pObject, nIndex);
+    m_objectTable[nIndex].m_pObject = pObject;
 }
 
+// Under the lock of objects.
 void CTnRobotArchive::_ForgetObject(std::uint16_t nIndex) {
-    CTnRobotObject* pObject = std::exchange(m_objectTable[nIndex].m_pObject, nullptr);
-    const auto it = m_objectIndexes.find(pObject);
-    if (it != m_objectIndexes.end() && it->second == nIndex) {
+    ObjectEntry& entry = m_objectTable[nIndex];
+    const auto [first, last] = m_objectIndexes.equal_range(std::exchange(entry.m_pObject, nullptr));
+    const auto it = std::find_if(first, last, [nIndex](const auto& known) { return known.second == nIndex; });
+    if (it != last) {
         m_objectIndexes.erase(it);
     }
+    entry.m_bGone = false;
 }
 
 void CTnRobotArchive::_ForgetObjectsSince(std::size_t nMark) {
+    const auto lock = LockObjects();
     while (m_readOrder.size() > nMark) {
         _ForgetObject(m_readOrder.back());
         m_readOrder.pop_back();
     }
+}
+
+void CTnRobotArchive::ObjectGone(const CTnRobotObject* pObject) noexcept {
+    const auto [first, last] = m_objectIndexes.equal_range(pObject);
+    std::for_each(first, last, [this](const auto& known) { m_objectTable[known.second].m_bGone = true; });
 }
 
 int CTnRobotArchive::WriteMapHeader() {
@@ -356,6 +400,7 @@ bool CTnRobotArchive::_ReadObjectTable() {
         if (!_ReadNumber(nIdentity) || !_ReadNumber(nClass)) {
             return false;
         }
+        const auto lock = LockObjects();
         m_objectTable.push_back({nIdentity, nullptr, nClass});
     }
     return true;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "TnRobotKernel/archive.h"
+#include "core/TnObjectWatcher.h"
 #include "core/TnRef.h"
 #include "values/TnByteStorage.h"
 
@@ -19,12 +20,18 @@
 /// opaque number, which is never used as a pointer; the object itself is known once it has been
 /// read.
 ///
+/// An object that is destroyed, by whatever thread, counts as unread from then on: a file may refer
+/// to it once more. Its address stays in the table, for that is what writing compares.
+///
 /// Invariants: neither table outgrows 65,535 entries while objects are written; m_objectIndexes
-/// holds, for every known object, the first entry that stands for it.
+/// holds, for every known object, all entries that stand for it.
 ///
 /// Threads: externally synchronised.
-class CTnRobotArchive final : public ITnRobotArchive {
+class CTnRobotArchive final : public ITnRobotArchive, private tnrobot::ObjectWatcher {
 public:
+    CTnRobotArchive() = default;
+    ~CTnRobotArchive() override;
+
     bool Attach(ITnRobotFile* pFile, bool bStoring) override;
     bool IsStoring() const override;
     bool IsLoading() const override;
@@ -44,8 +51,10 @@ private:
         std::uint64_t m_nIdentity;  // of an entry that was read: the writer's pointer value
         CTnRobotObject* m_pObject;  // null until the object has been written or read
         std::uint16_t m_nClass;
+        bool m_bGone = false;  // the object was destroyed since
     };
 
+    class Nesting;
     class UnreadOnFailure;
 
     template <typename T>
@@ -55,6 +64,7 @@ private:
     bool _ReadBytes(tnrobot::ByteStorage& bytes, std::size_t nCount, std::size_t& nArrived);
 
     int _WriteNewObject(CTnRobotObject* pObject);
+    bool _FindObject(const CTnRobotObject* pObject, std::uint16_t& nIndex) const;
     bool _HasRoomFor(const char* lpszGuid) const;
     std::uint16_t _ClassIndex(const std::string& strGuid);
     std::uint16_t _AddObject(CTnRobotObject* pObject, std::uint16_t nClass);
@@ -68,16 +78,18 @@ private:
     void _ForgetObjectsSince(std::size_t nMark);
     bool _ReadClassTable();
     bool _ReadObjectTable();
+    void ObjectGone(const CTnRobotObject* pObject) noexcept override;
 
     tnrobot::Ref<ITnRobotFile> m_file;
     bool m_bStoring = false;
     tnrobot::ByteStorage m_text;  // that ReadString returned last
     std::vector<std::string> m_classTable;
-    std::vector<ObjectEntry> m_objectTable;
     std::unordered_map<std::string, std::uint16_t> m_classIndexes;
-    std::unordered_map<const CTnRobotObject*, std::uint16_t> m_objectIndexes;
+    std::vector<ObjectEntry> m_objectTable;  // guarded by the lock of objects once it has one, like the next
+    std::unordered_multimap<const CTnRobotObject*, std::uint16_t> m_objectIndexes;
     std::vector<std::uint16_t> m_readOrder;  // entries whose objects were read, in that order
     int m_nDepth = 0;                        // objects being written or read within each other
+    bool m_bTooDeep = false;                 // one of them was refused for its depth
 };
 
 #endif  // TNROBOTKERNEL_SRC_ARCHIVE_TNROBOTARCHIVE_H_

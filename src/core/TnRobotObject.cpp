@@ -2,6 +2,7 @@
 #include <mutex>
 
 #include "TnRobotKernel/core.h"
+#include "core/TnObjectWatcher.h"
 #include "core/TnRegistrations.h"
 
 // The root record has no creation function, so its identifier creates nothing.
@@ -81,7 +82,11 @@ const STnRuntimeClass* FindClass(const char* lpszGuid) {
 
 }  // namespace
 
-CTnRobotObject::~CTnRobotObject() = default;
+// Archives refer to objects that they do not hold.
+CTnRobotObject::~CTnRobotObject() {
+    tnrobot::ObjectWatcher::Tell(this);
+}
+
 ITnRobotSerialize::~ITnRobotSerialize() = default;
 
 CTnRobotObject* CTnRobotObject::CreateObjectFromGUID(const char* lpszGuid) {

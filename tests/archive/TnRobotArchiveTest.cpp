@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/Archives.h"
@@ -894,6 +895,98 @@ TEST_F(ArchiveReading, ARereadThatForgetsNeverHandsOutAnObjectThatIsGone) {
     EXPECT_EQ(pObject, nullptr);
 }
 
+// Whoever drops an object does not know that a file, perhaps a stranger's, refers to it once more.
+TEST_F(ArchiveReading, AReferenceToAnObjectThatIsGoneFailsWithNull) {
+    const char* const guids[] = {TestNode::kGuid, PlainObject::kGuid};
+    for (const char* lpszGuid : guids) {
+        SCOPED_TRACE(lpszGuid);
+        const Bytes contents = lpszGuid == TestNode::kGuid ? SavedNode(1, 0) : U8(1);
+        Channel channel = Loading(NodeHeader(1, lpszGuid) + ObjectRecord(true, 0) + contents + ObjectRecord(false, 0) +
+                                  ObjectRecord(true, 0) + contents + ObjectRecord(false, 0));
+        ASSERT_EQ(channel->ReadMapHeader(), 1);
+        CTnRobotObject* pObject = nullptr;
+        ASSERT_EQ(channel->ReadObject(&pObject), 1);
+        Object(pObject).reset();
+        EXPECT_EQ(channel->ReadObject(&pObject), 0);
+        EXPECT_EQ(pObject, nullptr);
+        ASSERT_EQ(channel->ReadObject(&pObject), 1) << "it can be read again";
+        const Object again(pObject);
+        ASSERT_EQ(channel->ReadObject(&pObject), 1);
+        EXPECT_EQ(pObject, again.get());
+        if (auto* pCounted = dynamic_cast<ITnUnknown*>(pObject)) {
+            pCounted->Release();
+        }
+    }
+}
+
+TEST_F(ArchiveReading, ObjectsMayGoOnAnyThreadWhileOthersAreRead) {
+    constexpr unsigned int kNodes = 2000;
+    Bytes bytes = NodeHeader(kNodes);
+    for (unsigned int i = 0; i < kNodes; ++i) {
+        bytes += ObjectRecord(true, i) + SavedNode(static_cast<int>(i), 0);
+    }
+    for (unsigned int i = 0; i < kNodes; ++i) {
+        bytes += ObjectRecord(false, i);
+    }
+    Channel channel = Loading(bytes);
+    ASSERT_EQ(channel->ReadMapHeader(), 1);
+    std::vector<Held<TestNode>> kept;
+    std::vector<Held<TestNode>> dropped;
+    for (unsigned int i = 0; i < kNodes; ++i) {
+        (i % 2 == 0 ? kept : dropped).push_back(ReadNode(*channel.Get()));
+        if (i == kNodes / 2) {
+            break;
+        }
+    }
+    std::thread other([&dropped] { dropped.clear(); });
+    for (unsigned int i = kNodes / 2 + 1; i < kNodes; ++i) {
+        kept.push_back(ReadNode(*channel.Get()));
+    }
+    other.join();
+    for (unsigned int i = 0; i < kNodes; ++i) {
+        CTnRobotObject* pObject = nullptr;
+        const int nExpected = i % 2 == 0 || i > kNodes / 2 ? 1 : 0;
+        ASSERT_EQ(channel->ReadObject(&pObject), nExpected) << i;
+        Hold(dynamic_cast<TestNode*>(pObject));
+    }
+}
+
+TEST_F(ArchiveReading, AnObjectThatWasWrittenAndIsGoneCannotBeReadByReference) {
+    Channel channel = Storing();
+    Held<TestNode> node = TestNode::Create(1);
+    ASSERT_EQ(channel->WriteObject(node.get()), 1);
+    const std::uint64_t nIdentity = IdentityOf(node.get());
+    node.reset();
+    channel.file->TakeNew();
+    ASSERT_EQ(channel->WriteMapHeader(), 1);
+    EXPECT_EQ(channel.file->TakeNew(), SavedMapHeader({TestNode::kGuid}, {{nIdentity, 0}})) << "as if it were there";
+    channel->Detach();
+    Held<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
+    ASSERT_TRUE(channel->Attach(file.get(), false));
+    CTnRobotObject* pObject = nullptr;
+    EXPECT_EQ(channel->ReadObject(&pObject), 0);
+    EXPECT_EQ(pObject, nullptr);
+}
+
+TEST_F(ArchiveReading, ObjectsThatTwoArchivesKnowMayGoWithEither) {
+    Held<TestNode> node = TestNode::Create(1);
+    Channel lasting = Storing();
+    ASSERT_EQ(lasting->WriteObject(node.get()), 1);
+    {
+        Channel passing = Storing();
+        ASSERT_EQ(passing->WriteObject(node.get()), 1);
+        Channel between = Storing();
+        ASSERT_EQ(between->WriteObject(node.get()), 1);
+        passing.archive.reset();
+    }
+    node.reset();
+    lasting->Detach();
+    Held<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
+    ASSERT_TRUE(lasting->Attach(file.get(), false));
+    CTnRobotObject* pObject = nullptr;
+    EXPECT_EQ(lasting->ReadObject(&pObject), 0);
+}
+
 TEST_F(ArchiveReading, ObjectsTravelThroughMemoryFiles) {
     Held<TestNode> node = TestNode::Create(7);
     node->Add(TestNode::Create(8).get());
@@ -1032,6 +1125,140 @@ TEST_F(ArchiveLimits, ReadingNestsFourThousandAndNinetySixDeep) {
     EXPECT_EQ(failing->ReadObject(&pObject), 0);
     EXPECT_EQ(pObject, nullptr);
     EXPECT_EQ(LiveObject::Count(), 0);
+}
+
+namespace {
+
+// A list as many classes save it: the next entry first, then what the entry itself has. Nobody looks
+// at the result of the next one, since the null at the end is reported as a failure.
+class ListEntry final : public ITnUnknown, public CTnRobotObject, public ITnRobotSerialize {
+public:
+    static constexpr const char* kGuid = "11111111-AAAA-4AAA-8AAA-0000000000A1";
+    static STnRuntimeClass s_class;
+
+    explicit ListEntry(int nPayload = 0) : m_nPayload(nPayload) {}
+    ~ListEntry() override {
+        if (m_pNext != nullptr) {
+            m_pNext->Release();
+        }
+    }
+
+    static Held<ListEntry> List(int nEntries) {
+        Held<ListEntry> head;
+        for (int i = 0; i < nEntries; ++i) {
+            auto* pEntry = new ListEntry(i);
+            pEntry->m_pNext = head.release();
+            head.reset(pEntry);
+        }
+        return head;
+    }
+
+    STnRuntimeClass* GetRuntimeClass() override { return &s_class; }
+    int Serialize(ITnRobotArchive* pArchive) override {
+        if (pArchive->IsStoring()) {
+            pArchive->WriteObject(m_pNext);
+            return pArchive->Write(&m_nPayload, sizeof(m_nPayload)) != 0 ? 1 : 0;
+        }
+        CTnRobotObject* pNext = nullptr;
+        pArchive->ReadObject(&pNext);
+        m_pNext = dynamic_cast<ListEntry*>(pNext);
+        return pArchive->Read(&m_nPayload, sizeof(m_nPayload)) == sizeof(m_nPayload) ? 1 : 0;
+    }
+
+    LiveObject m_live;
+    int m_nPayload;
+    ListEntry* m_pNext = nullptr;
+};
+
+STnRuntimeClass ListEntry::s_class = {ListEntry::kGuid, []() -> CTnRobotObject* { return new ListEntry; }, nullptr,
+                                      nullptr};
+const TN_REG_CLASS s_registerListEntry(&ListEntry::s_class);
+
+// What a list is saved as, tables included.
+Bytes SavedList(Channel& channel) {
+    const Bytes body = channel.file->TakeNew();
+    EXPECT_EQ(channel->WriteMapHeader(), 1);
+    return channel.file->TakeNew() + body;
+}
+
+}  // namespace
+
+TEST_F(ArchiveLimits, AListOfTheGreatestDepthKeepsItsLastNullAndItsPayloads) {
+    Channel storing = Storing();
+    ASSERT_EQ(storing->WriteObject(ListEntry::List(kDeepest).get()), 1);
+    const Bytes saved = SavedList(storing);
+    EXPECT_EQ(saved.size(), NodeHeader(kDeepest).size() + 8u * kDeepest + 1);
+
+    Channel loading = Loading(saved);
+    ASSERT_EQ(loading->ReadMapHeader(), 1);
+    CTnRobotObject* pObject = nullptr;
+    ASSERT_EQ(loading->ReadObject(&pObject), 1);
+    const Held<ListEntry> head = Hold(dynamic_cast<ListEntry*>(pObject));
+    int nExpected = kDeepest;
+    for (const ListEntry* p = head.get(); p != nullptr; p = p->m_pNext) {
+        ASSERT_EQ(p->m_nPayload, --nExpected);
+    }
+    EXPECT_EQ(nExpected, 0);
+    EXPECT_EQ(loading.file->Position(), saved.size());
+}
+
+TEST_F(ArchiveLimits, AReferenceIsWrittenAndReadAtTheGreatestDepth) {
+    Held<TestNode> shared = TestNode::Create(7);
+    Held<TestNode> chain = Chain(kDeepest);
+    TestNode* pLast = chain.get();
+    while (!pLast->Children().empty()) {
+        pLast = pLast->Children()[0];
+    }
+    pLast->Add(shared.get());
+    Channel storing = Storing();
+    ASSERT_EQ(storing->WriteObject(shared.get()), 1);
+    ASSERT_EQ(storing->WriteObject(chain.get()), 1);
+
+    Channel loading = Loading(SavedList(storing));
+    ASSERT_EQ(loading->ReadMapHeader(), 1);
+    const Held<TestNode> readShared = ReadNode(*loading.Get());
+    const Held<TestNode> readChain = ReadNode(*loading.Get());
+    ASSERT_NE(readChain, nullptr);
+    EXPECT_EQ(readShared->References(), 2);
+}
+
+// Classes that do not look at the results of their inner objects must not make a success of it.
+TEST_F(ArchiveLimits, WhatIsTooDeepFailsTheOutermostCallWhateverIsMadeOfIt) {
+    Channel storing = Storing();
+    EXPECT_EQ(storing->WriteObject(ListEntry::List(kDeepest + 1).get()), 0);
+    EXPECT_EQ(storing->WriteObject(ListEntry::List(1).get()), 1) << "the next call begins anew";
+
+    Bytes tolerant = NodeHeader(kDeepest + 2, TolerantNode::kGuid);
+    for (int i = 0; i < kDeepest + 1; ++i) {
+        tolerant += ObjectRecord(true, static_cast<unsigned int>(i)) + SavedNode(i, 1);
+    }
+    tolerant += U8(0) + ObjectRecord(true, kDeepest + 1) + SavedNode(77, 0);
+    Channel loading = Loading(tolerant);
+    ASSERT_EQ(loading->ReadMapHeader(), 1);
+    PlainObject untouched;
+    CTnRobotObject* pObject = &untouched;
+    EXPECT_EQ(loading->ReadObject(&pObject), 0);
+    EXPECT_EQ(pObject, nullptr);
+    EXPECT_EQ(LiveObject::Count(), 1) << "untouched";
+}
+
+TEST_F(ArchiveLimits, WhatWasReadWithinSomethingTooDeepCountsAsUnread) {
+    // The root tolerates: its first child loads, its second is too deep.
+    Bytes bytes = NodeHeader(kDeepest + 2, TolerantNode::kGuid) + ObjectRecord(true, 0) + SavedNode(0, 2) +
+                  ObjectRecord(true, 1) + SavedNode(1, 0);
+    for (int i = 2; i < kDeepest + 2; ++i) {
+        bytes += ObjectRecord(true, static_cast<unsigned int>(i)) + SavedNode(i, 1);
+    }
+    Channel loading = Loading(bytes);
+    ASSERT_EQ(loading->ReadMapHeader(), 1);
+    CTnRobotObject* pObject = nullptr;
+    EXPECT_EQ(loading->ReadObject(&pObject), 0);
+    EXPECT_EQ(LiveObject::Count(), 0);
+    loading->Detach();
+    Held<TestFile> reference = TestFile::Create(ObjectRecord(false, 1));
+    ASSERT_TRUE(loading->Attach(reference.get(), false));
+    EXPECT_EQ(loading->ReadObject(&pObject), 0);
+    EXPECT_EQ(pObject, nullptr);
 }
 
 TEST_F(ArchiveLimits, AFileThatNestsSixtyThousandDeepFails) {

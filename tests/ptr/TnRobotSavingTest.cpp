@@ -1,11 +1,10 @@
-// The helpers of make.h that keep objects in files and read them from archives.
+// SaveTo and LoadFrom: what they say of a file, and when.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <initializer_list>
-#include <memory>
 #include <string>
+#include <vector>
 
 #include "TnRobotKernel/make.h"
 #include "support/Archives.h"
@@ -33,34 +32,30 @@ void ExpectSettings(ITnRobotDataValueGroup& group) {
     EXPECT_EQ(group.IntData("frames", nullptr), 7);
 }
 
-// Objects in one file: the tables first, for they are read first.
-Bytes Saved(std::initializer_list<CTnRobotObject*> objects) {
-    const Channel channel = Storing();
-    for (CTnRobotObject* pObject : objects) {
-        channel->WriteObject(pObject);
-    }
-    const Bytes body = channel.file->TakeNew();
-    EXPECT_EQ(channel->WriteMapHeader(), 1);
-    return channel.file->TakeNew() + body;
+// A group with one entry, whose value is what is given.
+Bytes GroupOf(const std::string& strName, const Bytes& value) {
+    return U8(1) + U32(1) + SavedString(strName) + value;
 }
 
-// An archive that has read the tables.
-Channel Reading(std::initializer_list<CTnRobotObject*> objects) {
-    Channel channel = Loading(Saved(objects));
-    EXPECT_EQ(channel->ReadMapHeader(), 1);
-    return channel;
-}
+// Writes another object when it is saved, whatever comes of it.
+class Parent final : public ITnRobotSerialize {
+public:
+    explicit Parent(CTnRobotObject* pChild) : m_pChild(pChild) {}
+    int Serialize(ITnRobotArchive* pArchive) override {
+        pArchive->WriteString("parent");
+        pArchive->WriteObject(m_pChild);
+        return 1;
+    }
+
+private:
+    CTnRobotObject* m_pChild;
+};
 
 class Saving : public testing::Test {
 protected:
     std::string Path(const char* lpszName) const { return m_directory / lpszName; }
 
     const TempDirectory m_directory;
-};
-
-class ReadingObjects : public testing::Test {
-protected:
-    void TearDown() override { EXPECT_EQ(LiveObject::Count(), 0); }
 };
 
 }  // namespace
@@ -94,12 +89,106 @@ TEST_F(Saving, WhatTheFileHeldIsOverwritten) {
     EXPECT_EQ(ReadBytes(strPath), SavedFormOf(*Settings()));
 }
 
-TEST_F(Saving, WhatFollowsInTheFileIsNotLookedAt) {
+TEST_F(Saving, AFileWithMoreThanTheObjectIsFalse) {
     const std::string strPath = Path("longer.tnr");
-    WriteBytes(strPath, SavedFormOf(*Settings()) + FromText("more"));
+    for (const Bytes& more : {FromText("more"), U8(0), SavedFormOf(*Settings())}) {
+        WriteBytes(strPath, SavedFormOf(*Settings()) + more);
+        const Group loaded = tn::MakeValueDataGroup();
+        std::error_code ec;
+        EXPECT_FALSE(tn::LoadFrom(strPath.c_str(), *loaded, ec));
+        EXPECT_EQ(ec, tn::errc::file_has_more);
+        ExpectSettings(*loaded);
+    }
+}
+
+// The group itself answers 1: it does not look at what the loading of its values answers.
+TEST_F(Saving, AValueThatIsNotUnderstoodIsFalse) {
+    const std::string strPath = Path("damaged.tnr");
+    const Bytes good = SavedValue(DATA_TYPE_INT, BytesOf(7));
+    struct Case {
+        const char* lpszName;
+        Bytes file;
+        tn::errc eReason;
+    };
+    const Case cases[] = {
+        {"version", GroupOf("a", U8(2) + Bytes(good.begin() + 1, good.end())), tn::errc::file_has_more},
+        {"version, and the file ends", GroupOf("a", U8(2)), tn::errc::file_damaged},
+        {"version 0, and the file ends", GroupOf("a", U8(0)), tn::errc::file_damaged},
+        {"type", GroupOf("a", SavedValue(14, BytesOf(7))), tn::errc::file_damaged},
+        {"negative type", GroupOf("a", SavedValue(-1, BytesOf(7))), tn::errc::file_damaged},
+        {"negative count", GroupOf("a", U8(1) + U32(DATA_TYPE_INT) + U32(0x80000000)), tn::errc::file_damaged},
+        {"an entry between", U8(1) + U32(2) + SavedString("a") + U8(9) + SavedString("b") + good,
+         tn::errc::file_damaged},
+        {"no group", good, tn::errc::file_incomplete},
+    };
+    for (const Case& entry : cases) {
+        SCOPED_TRACE(entry.lpszName);
+        WriteBytes(strPath, entry.file);
+        std::error_code ec;
+        EXPECT_FALSE(tn::LoadFrom(strPath.c_str(), *tn::MakeValueDataGroup(), ec));
+        EXPECT_EQ(ec, entry.eReason) << ec.message();
+        EXPECT_FALSE(tn::LoadFrom(strPath.c_str(), *tn::MakeValueDataGroup()));
+    }
+    WriteBytes(strPath, U8(2) + Bytes(good.begin() + 1, good.end()));
+    EXPECT_FALSE(tn::LoadFrom(strPath.c_str(), *tn::MakeIntData(0)));
+    WriteBytes(strPath, SavedValue(99, BytesOf(7)));
+    EXPECT_FALSE(tn::LoadFrom(strPath.c_str(), *tn::MakeIntData(0)));
+    WriteBytes(strPath, good);
+    EXPECT_TRUE(tn::LoadFrom(strPath.c_str(), *tn::MakeIntData(0)));
+}
+
+TEST_F(Saving, EveryTypeComesBackNoneIncluded) {
+    const Group group = tn::MakeValueDataGroup();
+    for (int nType = DATA_TYPE_BOOL; nType <= DATA_TYPE_BYTE; ++nType) {
+        const auto value = tn::MakeIntData(0);
+        ASSERT_EQ(LoadFrom(*value, SavedValue(nType, Bytes(8, 1))), 1);
+        group->SetValue(std::to_string(nType).c_str(), value.get());
+    }
+    const auto none = tn::MakeIntData(0);
+    ASSERT_EQ(LoadFrom(*none, SavedValue(DATA_TYPE_NONE, {})), 1);
+    group->SetValue("none", none.get());
+    group->SetValue("empty text", "");
+    group->SetValue("empty block", "", 0U);
+    group->SetValue("two steps", std::string(3000000, 'x').c_str());
+    const std::string strPath = Path("types.tnr");
+    ASSERT_TRUE(tn::SaveTo(strPath.c_str(), *group));
     const Group loaded = tn::MakeValueDataGroup();
     ASSERT_TRUE(tn::LoadFrom(strPath.c_str(), *loaded));
-    ExpectSettings(*loaded);
+    EXPECT_EQ(SavedFormOf(*loaded).size(), SavedFormOf(*group).size());
+    EXPECT_TRUE(tn::LoadFrom(strPath.c_str(), *loaded)) << "what is there already makes no difference";
+}
+
+// A text in front of a small number looks like the beginning of an entry, but only groups have such.
+TEST_F(Saving, AnObjectOfOnesOwnMayHoldTextsAndBytesAsItLikes) {
+    class Own final : public ITnRobotSerialize {
+    public:
+        int Serialize(ITnRobotArchive* pArchive) override {
+            if (pArchive->IsStoring()) {
+                const unsigned char byZero = 0;
+                return pArchive->WriteString("flag") == 1 && pArchive->Write(&byZero, 1) == 1 ? 1 : 0;
+            }
+            int nLength = 0;
+            unsigned char byRead = 1;
+            return pArchive->ReadString(nLength, nullptr) != nullptr && pArchive->Read(&byRead, 1) == 1 ? 1 : 0;
+        }
+    } own;
+    const std::string strPath = Path("own.tnr");
+    ASSERT_TRUE(tn::SaveTo(strPath.c_str(), own));
+    EXPECT_TRUE(tn::LoadFrom(strPath.c_str(), own));
+}
+
+TEST_F(Saving, AnObjectThatWritesOthersIsFalseAndChangesNothing) {
+    const std::string strPath = m_directory.File("graph.tnr", "old");
+    EmptyObject child;
+    for (CTnRobotObject* pChild : {static_cast<CTnRobotObject*>(&child), static_cast<CTnRobotObject*>(nullptr)}) {
+        Parent parent(pChild);
+        std::error_code ec;
+        EXPECT_FALSE(tn::SaveTo(strPath.c_str(), parent, ec));
+        EXPECT_EQ(ec, tn::errc::needs_a_graph);
+        EXPECT_FALSE(tn::SaveTo(Path("new.tnr").c_str(), parent));
+    }
+    EXPECT_EQ(ReadBytes(strPath), FromText("old"));
+    EXPECT_EQ(m_directory.Names(), (std::vector<std::string>{"graph.tnr"}));
 }
 
 TEST_F(Saving, PathsThatCannotBeOpenedAreFalse) {
@@ -110,19 +199,15 @@ TEST_F(Saving, PathsThatCannotBeOpenedAreFalse) {
     }
     EXPECT_FALSE(tn::SaveTo(nullptr, *group));
     EXPECT_FALSE(tn::LoadFrom(nullptr, *group));
-    EXPECT_FALSE(tn::LoadFrom(Path("missing.tnr").c_str(), *group));
+    std::error_code ec;
+    EXPECT_FALSE(tn::LoadFrom(Path("missing.tnr").c_str(), *group, ec));
+    EXPECT_EQ(ec, std::errc::no_such_file_or_directory);
+    EXPECT_TRUE(tn::SaveTo(Path("there.tnr").c_str(), *group, ec));
+    EXPECT_FALSE(ec);
     ExpectSettings(*group);
 }
 
-// A group does not notice: what it writes waits in the file's buffer, and it looks at no write.
-TEST_F(Saving, AFullDiskIsFalse) {
-    EXPECT_FALSE(tn::SaveTo("/dev/full", *Settings()));
-    const Group large = tn::MakeValueDataGroup();
-    large->SetValue("text", std::string(1000000, 't').c_str());
-    EXPECT_FALSE(tn::SaveTo("/dev/full", *large));
-}
-
-TEST_F(Saving, APipeIsFalseForItHasNoPosition) {
+TEST_F(Saving, APipeIsFalseForItIsNoRegularFile) {
     int nEnds[2];
     ASSERT_EQ(pipe(nEnds), 0);
     EXPECT_FALSE(tn::SaveTo(("/dev/fd/" + std::to_string(nEnds[1])).c_str(), *Settings()));
@@ -147,60 +232,12 @@ TEST_F(Saving, AFileThatIsCutAnywhereIsFalse) {
 TEST_F(Saving, AnObjectThatFailsIsFalse) {
     const std::string strPath = Path("object.tnr");
     EmptyObject failing(&EmptyObject::s_class, 0);
-    EXPECT_FALSE(tn::SaveTo(strPath.c_str(), failing));
-    EXPECT_FALSE(tn::LoadFrom(strPath.c_str(), failing));
+    std::error_code ec;
+    EXPECT_FALSE(tn::SaveTo(strPath.c_str(), failing, ec));
+    EXPECT_EQ(ec, tn::errc::object_refused);
     EmptyObject working;
     EXPECT_TRUE(tn::SaveTo(strPath.c_str(), working));
     EXPECT_TRUE(tn::LoadFrom(strPath.c_str(), working));
-}
-
-TEST_F(ReadingObjects, EachReaderOfASharedObjectHasAReferenceOfItsOwn) {
-    const auto node = tn::MakeObject<TestNode>(5);
-    const Channel channel = Reading({node.get(), node.get()});
-    const auto first = tn::ReadObject<TestNode>(*channel.archive);
-    const auto again = tn::ReadObject<TestNode>(*channel.archive);
-    ASSERT_TRUE(first);
-    EXPECT_EQ(first->Number(), 5);
-    EXPECT_EQ(again, first);
-    EXPECT_EQ(first->References(), 2);
-}
-
-TEST_F(ReadingObjects, ABaseOfTheObjectWillDo) {
-    const auto node = tn::MakeObject<TolerantNode>(6);
-    const Channel channel = Reading({node.get()});
-    const TnRobotPtr<TestNode> read = tn::ReadObject<TestNode>(*channel.archive);
-    ASSERT_TRUE(read);
-    EXPECT_TRUE(read.try_as<TolerantNode>());
-}
-
-TEST_F(ReadingObjects, AnObjectOfAnotherTypeIsGivenBack) {
-    const auto node = tn::MakeObject<TestNode>(7);
-    const auto next = tn::MakeObject<TolerantNode>(8);
-    const Channel channel = Reading({node.get(), next.get()});
-    const int nLive = LiveObject::Count();
-    EXPECT_FALSE(tn::ReadObject<TolerantNode>(*channel.archive));
-    EXPECT_EQ(LiveObject::Count(), nLive);
-    const auto read = tn::ReadObject<TolerantNode>(*channel.archive);
-    ASSERT_TRUE(read) << "the archive goes on after it";
-    EXPECT_EQ(read->Number(), 8);
-}
-
-// It cannot be told whether it is new or belongs to an earlier reader, as it does here.
-TEST_F(ReadingObjects, AnObjectWithoutACountIsLeftAlone) {
-    PlainObject plain(9);
-    const Channel channel = Reading({&plain, &plain});
-    CTnRobotObject* pObject = nullptr;
-    ASSERT_EQ(channel->ReadObject(&pObject), 1);
-    const std::unique_ptr<CTnRobotObject> owner(pObject);
-    EXPECT_FALSE(tn::ReadObject<TestNode>(*channel.archive));
-    EXPECT_EQ(dynamic_cast<PlainObject&>(*owner).Value(), 9);
-}
-
-TEST_F(ReadingObjects, WhatCannotBeReadIsEmpty) {
-    const auto failing = tn::MakeObject<TestNode>(TestNode::kFailsToLoad);
-    const Channel channel = Reading({nullptr, failing.get()});
-    EXPECT_FALSE(tn::ReadObject<TestNode>(*channel.archive)) << "a null was written";
-    EXPECT_FALSE(tn::ReadObject<TestNode>(*channel.archive)) << "it fails to load";
-    EXPECT_FALSE(tn::ReadObject<TestNode>(*channel.archive)) << "the file ends here";
-    EXPECT_FALSE(tn::ReadObject<TestNode>(*tn::MakeArchive())) << "it has no file";
+    EXPECT_FALSE(tn::LoadFrom(strPath.c_str(), failing, ec));
+    EXPECT_EQ(ec, tn::errc::object_refused);
 }

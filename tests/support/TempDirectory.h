@@ -3,12 +3,14 @@
 #ifndef TNROBOTKERNEL_TESTS_SUPPORT_TEMPDIRECTORY_H_
 #define TNROBOTKERNEL_TESTS_SUPPORT_TEMPDIRECTORY_H_
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace tntest {
 
@@ -32,6 +34,16 @@ public:
     const std::filesystem::path& Path() const { return m_path; }
     /// @return the path of an entry, which need not exist.
     std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+
+    /// @return the names of all entries, hidden ones too, sorted.
+    std::vector<std::string> Names() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(m_path)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
 
     /// Makes a file. @return its path.
     std::string File(const std::string& name, const std::string& content = "x") const {

@@ -1,0 +1,180 @@
+/// @file
+/// Writes a file beside the one that it replaces. Used by tn/saving.h and tn/objects.h.
+
+#ifndef TNROBOTKERNEL_TN_DETAIL_REPLACEDFILE_H_
+#define TNROBOTKERNEL_TN_DETAIL_REPLACEDFILE_H_
+
+#include <sys/random.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include "TnRobotKernel/memory.h"
+#include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/detail/SavedPath.h"
+
+namespace tn::detail {
+
+// A file that becomes visible whole or not at all.
+//
+// It is written under a name of its own in the directory of the one that it replaces, and renamed when
+// all of it is on the disk. Whoever reads beside it has the old file or the new one, also when the writer
+// is killed; then alone the file with the other name is left behind.
+//
+// A file that exists gives its mode, and its owner and group as far as the system permits; until it has
+// them the new one is for its writer only. A new file has what umask and directory say from the start.
+class ReplacedFile {
+public:
+    ReplacedFile() = default;
+    ReplacedFile(const ReplacedFile&) = delete;
+    ReplacedFile& operator=(const ReplacedFile&) = delete;
+    ~ReplacedFile() {
+        if (m_nFile >= 0) {
+            m_file.reset();
+            close(m_nFile);
+            unlink(m_strName.c_str());
+        }
+        if (m_nDirectory >= 0) {
+            close(m_nDirectory);
+        }
+    }
+
+    // Finds the place and makes the file there.
+    std::error_code Open(const char* lpszPath) {
+        std::error_code reason = m_target.Find(lpszPath);
+        if (!reason) {
+            reason = OpenDirectory();
+        }
+        if (!reason) {
+            reason = Create();
+        }
+        if (reason) {
+            return reason;
+        }
+        // Neither a umask nor a directory's defaults may keep its own writer out.
+        struct stat status = {};
+        m_nMode = fstat(m_nFile, &status) == 0 ? status.st_mode : kOwnerOnly;
+        if (m_target.Exists() || (m_nMode & kOwnerOnly) != kOwnerOnly) {
+            fchmod(m_nFile, kOwnerOnly);
+        }
+        TnCreateRobotFile(m_file.put());
+        errno = 0;
+        return m_file->Open(m_strName.c_str(), true) ? std::error_code() : WriteError();
+    }
+
+    // The open file, borrowed.
+    ITnRobotFile& File() const { return *m_file; }
+
+    // Puts the file in its place. Whatever fails before that leaves the old one; where only the directory
+    // cannot be synchronised, the new one is there.
+    std::error_code Commit() {
+        errno = 0;
+        m_file->Flush();
+        if (m_file->GetPos() == -1) {
+            return WriteError();
+        }
+        m_file->Close();
+        std::error_code reason = TakeOverRights();
+        if (reason || fsync(m_nFile) != 0 || rename(m_strName.c_str(), m_target.Path().c_str()) != 0) {
+            return reason ? reason : SystemError();
+        }
+        close(m_nFile);
+        m_nFile = -1;
+        return SyncDirectory();
+    }
+
+    // Why the last write failed, as far as the system has said it.
+    static std::error_code WriteError() noexcept {
+        return errno != 0 ? SystemError() : std::make_error_code(std::errc::io_error);
+    }
+
+private:
+    static constexpr mode_t kOwnerOnly = 0600;
+    static constexpr mode_t kAnybody = 0666;  // less what umask takes away
+    static constexpr mode_t kModeBits = 07777;
+
+    std::error_code Create() {
+        constexpr int kMostTries = 100;
+        const mode_t nMode = m_target.Exists() ? kOwnerOnly : kAnybody;
+        for (int nTries = 0; nTries < kMostTries; ++nTries) {
+            m_strName = OtherName();
+            m_nFile = open(m_strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, nMode);
+            if (m_nFile >= 0 || errno != EEXIST) {
+                break;
+            }
+        }
+        return m_nFile >= 0 ? std::error_code() : SystemError();
+    }
+
+    // Hidden, with the file's own name in it where that is short enough, and never met twice.
+    std::string OtherName() const {
+        constexpr std::size_t kLongest = 200;
+        const std::string strDirectory = DirectoryOf(m_target.Path());
+        const std::string strName = m_target.Path().substr(strDirectory.size());
+        std::uint64_t nRandom = 0;
+        if (getrandom(&nRandom, sizeof(nRandom), GRND_NONBLOCK) != static_cast<ssize_t>(sizeof(nRandom))) {
+            timespec now = {};
+            clock_gettime(CLOCK_MONOTONIC, &now);
+            nRandom = static_cast<std::uint64_t>(now.tv_nsec) << 32U ^ reinterpret_cast<std::uintptr_t>(this) ^
+                      static_cast<std::uint64_t>(getpid());
+        }
+        char suffix[32];
+        std::snprintf(suffix, sizeof(suffix), ".%016llx.tmp", static_cast<unsigned long long>(nRandom));
+        return strDirectory + "." + (strName.size() <= kLongest ? strName : "saved") + suffix;
+    }
+
+    // The owner goes first, because a change of owner takes mode bits away.
+    std::error_code TakeOverRights() {
+        const mode_t nMode = m_target.Exists() ? TakeOverOwner() : m_nMode;
+        struct stat status = {};
+        const bool bHasMode = fstat(m_nFile, &status) == 0 && ((status.st_mode ^ nMode) & kModeBits) == 0;
+        return bHasMode || fchmod(m_nFile, nMode & kModeBits) == 0 ? std::error_code() : SystemError();
+    }
+
+    // @return the mode of the old file, without the rights that would pass to somebody else because an
+    // owner or a group could not be kept: a group then has what all others have.
+    mode_t TakeOverOwner() const {
+        const struct stat& old = m_target.Status();
+        struct stat now = {};
+        fstat(m_nFile, &now);
+        if ((now.st_uid != old.st_uid || now.st_gid != old.st_gid) && fchown(m_nFile, old.st_uid, old.st_gid) != 0 &&
+            fchown(m_nFile, static_cast<uid_t>(-1), old.st_gid) != 0) {
+            errno = 0;  // what is not permitted is looked at now
+        }
+        fstat(m_nFile, &now);
+        mode_t nMode = old.st_mode;
+        if (now.st_uid != old.st_uid) {
+            nMode &= ~mode_t{S_ISUID};
+        }
+        if (now.st_gid != old.st_gid) {
+            nMode &= ~mode_t{S_ISGID | S_IRWXG} | (nMode & S_IRWXO) << 3U;
+        }
+        return nMode;
+    }
+
+    // A directory that cannot be opened for reading has nothing better than the rename.
+    std::error_code OpenDirectory() {
+        const std::string strDirectory = DirectoryOf(m_target.Path());
+        m_nDirectory = open(strDirectory.empty() ? "." : strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        return m_nDirectory >= 0 || errno == EACCES ? std::error_code() : SystemError();
+    }
+
+    // Only then has the new name reached the disk; some file systems do not know such a thing.
+    std::error_code SyncDirectory() const {
+        const bool bOk = m_nDirectory < 0 || fsync(m_nDirectory) == 0 || errno == EINVAL || errno == ENOTSUP;
+        return bOk ? std::error_code() : SystemError();
+    }
+
+    SavedPath m_target;
+    std::string m_strName;  // under which it is written
+    int m_nFile = -1;       // of the same file; below 0 before it is made and when it is in its place
+    int m_nDirectory = -1;  // that the file is in; below 0 where it cannot be opened
+    mode_t m_nMode = 0;     // that a new file was made with
+    TnRobotPtr<ITnRobotFile> m_file;
+};
+
+}  // namespace tn::detail
+
+#endif  // TNROBOTKERNEL_TN_DETAIL_REPLACEDFILE_H_

@@ -1,0 +1,256 @@
+/// @file
+/// Keeps an object, such as a value or a group, in a file of its own: SaveTo and LoadFrom.
+///
+/// A file is replaced as a whole or not at all, and one that was not read as a whole counts as not loaded.
+/// Objects that write other objects are for tn/objects.h.
+///
+/// Threads: different files are independent. Several savers of one file leave that of the last one;
+///          loaders beside them have one or the other, whole.
+
+#ifndef TNROBOTKERNEL_TN_SAVING_H_
+#define TNROBOTKERNEL_TN_SAVING_H_
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+#include "TnRobotKernel/tn/detail/ForwardingArchive.h"
+#include "TnRobotKernel/tn/detail/ReplacedFile.h"
+#include "TnRobotKernel/tn/error.h"
+#include "TnRobotKernel/values.h"
+
+namespace tn {
+
+namespace detail {
+
+// Sees whether an object writes other objects, whose tables no file of SaveTo has, and why a write
+// fails, which only the system knows and only for a moment.
+class SavingArchive final : public ForwardingArchive {
+public:
+    using ForwardingArchive::ForwardingArchive;
+
+    long long Write(const void* pData, long long nCount) override {
+        const long long nResult = ForwardingArchive::Write(pData, nCount);
+        if (nResult == 0 && !m_writeError) {
+            m_writeError = ReplacedFile::WriteError();
+        }
+        return nResult;
+    }
+
+    int WriteObject(CTnRobotObject* /*pObject*/) override {
+        m_bMetObject = true;
+        return 0;
+    }
+    bool HasMetObject() const { return m_bMetObject; }
+
+    // Why the file failed, where it did.
+    std::error_code FileError(ITnRobotFile& file) const {
+        if (file.GetPos() != -1) {
+            return {};
+        }
+        return m_writeError ? m_writeError : std::make_error_code(std::errc::io_error);
+    }
+
+private:
+    bool m_bMetObject = false;
+    std::error_code m_writeError;
+};
+
+// Sees whether the values of a group are whole: a group does not look at what their loading answers. It
+// knows the saved form of a value, which is behind each name.
+class LoadingArchive final : public ForwardingArchive {
+public:
+    // What is loaded tells where values are.
+    LoadingArchive(ITnRobotArchive& archive, ITnRobotFile* pFile, ITnRobotSerialize& object)
+        : ForwardingArchive(archive, pFile),
+          m_bGroup(dynamic_cast<ITnRobotDataValueGroup*>(&object) != nullptr),
+          m_bInValue(dynamic_cast<ITnRobotDataValue*>(&object) != nullptr) {}
+
+    long long Read(void* pData, long long nCount) override {
+        const long long nRead = ForwardingArchive::Read(pData, nCount);
+        if (m_bInValue && nRead > 0) {
+            Follow(static_cast<const unsigned char*>(pData), static_cast<std::size_t>(nRead));
+        }
+        return nRead;
+    }
+
+    const char* ReadString(int& nLength, int* pError) override {
+        EndValue();
+        m_bInValue = m_bGroup;
+        return ForwardingArchive::ReadString(nLength, pError);
+    }
+
+    // Whether all values were whole; nothing is read any more.
+    bool AreValuesWhole() {
+        EndValue();
+        return m_bWhole;
+    }
+
+private:
+    static constexpr std::size_t kType = 1;  // behind the version
+    static constexpr std::size_t kCount = kType + sizeof(std::int32_t);
+    static constexpr std::size_t kHead = kCount + sizeof(std::int32_t);
+
+    // The version and the numbers come one by one, and a copy of as many bytes as there are would be a
+    // call for each.
+    void Follow(const unsigned char* pBytes, std::size_t nBytes) {
+        constexpr std::size_t kNumber = sizeof(std::int32_t);
+        const std::size_t nBefore = m_nRead;
+        m_nRead += nBytes;
+        if (nBytes == 1 && nBefore < kHead) {
+            m_head[nBefore] = *pBytes;
+        } else if (nBytes == kNumber && nBefore <= kHead - kNumber) {
+            std::memcpy(m_head.data() + nBefore, pBytes, kNumber);
+        } else if (nBefore < kHead) {
+            std::copy_n(pBytes, std::min(nBytes, kHead - nBefore), m_head.data() + nBefore);
+        }
+    }
+
+    std::int32_t Number(std::size_t nPosition) const {
+        std::int32_t nNumber = 0;
+        std::memcpy(&nNumber, m_head.data() + nPosition, sizeof(nNumber));
+        return nNumber;
+    }
+
+    // A value that is refused for its version is not read on, so its bytes are missing here.
+    void EndValue() {
+        if (m_bInValue) {
+            const bool bHead = m_nRead >= kHead && Number(kType) >= DATA_TYPE_NONE && Number(kType) <= DATA_TYPE_BYTE;
+            m_bWhole =
+                m_bWhole && bHead && Number(kCount) >= 0 && m_nRead - kHead == static_cast<std::size_t>(Number(kCount));
+        }
+        m_bInValue = false;
+        m_nRead = 0;
+    }
+
+    const bool m_bGroup;
+    bool m_bInValue;
+    bool m_bWhole = true;
+    std::size_t m_nRead = 0;  // bytes of the value
+    std::array<unsigned char, kHead> m_head{};
+};
+
+// Opens a file to read from its beginning, if it has bytes at all.
+inline std::error_code OpenToRead(const char* lpszPath, TnRobotPtr<ITnRobotFile>& file) {
+    if (lpszPath == nullptr) {
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    const std::error_code reason = CheckReadable(lpszPath);
+    if (reason) {
+        return reason;
+    }
+    TnCreateRobotFile(file.put());
+    errno = 0;
+    return file->Open(lpszPath, false) ? std::error_code() : ReplacedFile::WriteError();
+}
+
+// A file that was asked for more than it has has no position any more: groups and texts take short reads.
+inline std::error_code CheckReadToItsEnd(ITnRobotFile& file) {
+    if (file.GetPos() == -1) {
+        return errc::file_incomplete;
+    }
+    char chMore = 0;
+    return file.Read(&chMore, 1) > 0 ? std::error_code(errc::file_has_more) : std::error_code();
+}
+
+inline std::error_code Save(const char* lpszPath, ITnRobotSerialize& object) {
+    ReplacedFile file;
+    const std::error_code opened = file.Open(lpszPath);
+    if (opened) {
+        return opened;
+    }
+    const TnRobotPtr<ITnRobotArchive> archive = NewArchive();
+    archive->Attach(&file.File(), true);
+    const auto saving = MakeObject<SavingArchive>(*archive, &file.File());
+    errno = 0;
+    const bool bSaved = object.Serialize(saving.get()) == 1;
+    if (saving->HasMetObject()) {
+        return errc::needs_a_graph;
+    }
+    const std::error_code failed = saving->FileError(file.File());
+    if (failed || !bSaved) {
+        return failed ? failed : errc::object_refused;
+    }
+    return file.Commit();
+}
+
+inline std::error_code Load(const char* lpszPath, ITnRobotSerialize& object) {
+    TnRobotPtr<ITnRobotFile> file;
+    const std::error_code opened = OpenToRead(lpszPath, file);
+    if (opened) {
+        return opened;
+    }
+    const TnRobotPtr<ITnRobotArchive> archive = NewArchive();
+    archive->Attach(file.get(), false);
+    const auto loading = MakeObject<LoadingArchive>(*archive, file.get(), object);
+    if (object.Serialize(loading.get()) != 1) {
+        return file->GetPos() == -1 ? errc::file_incomplete : errc::object_refused;
+    }
+    const std::error_code reason = CheckReadToItsEnd(*file);
+    return reason || loading->AreValuesWhole() ? reason : errc::file_damaged;
+}
+
+}  // namespace detail
+
+/// @addtogroup saving
+/// @{
+
+/// Saves an object, such as a value or a group, to a file of its own, so that nothing is ever lost: the
+/// file is the old one or, when all of the new one has reached the disk, the new one.
+///
+/// The new file is written beside the old one and takes its place, with its mode and, where the system
+/// permits it, its owner. So the directory must be writable too, and hard links to the old file keep it.
+/// A symbolic link stays one: what it leads to is replaced, or made where it is missing.
+/// @param[in] lpszPath  path; the current directory counts during the call.
+/// @param[in] object    borrowed for the call; its Serialize saves it, and its exceptions pass through.
+/// @param[out] ec       why it was not saved; cleared on success.
+/// @return whether it was saved. Otherwise the old file is untouched and nothing else is left behind:
+///         for a null path; where file or directory may not be written; at once for what is not a regular
+///         file (directories, FIFOs, devices); for a result other than 1 of Serialize; when a write
+///         fails, as on a full disk; and with errc::needs_a_graph for an object that uses
+///         ITnRobotArchive::WriteObject, which SaveGraph saves. Only when the directory alone cannot be
+///         synchronised the new file is there already.
+inline bool SaveTo(const char* lpszPath, ITnRobotSerialize& object, std::error_code& ec) {
+    ec = detail::Save(lpszPath, object);
+    return !ec;
+}
+
+/// Overload without the reason.
+/// @param[in] lpszPath  path.
+/// @param[in] object    borrowed for the call.
+/// @return whether it was saved.
+[[nodiscard]] inline bool SaveTo(const char* lpszPath, ITnRobotSerialize& object) {
+    std::error_code ignored;
+    return SaveTo(lpszPath, object, ignored);
+}
+
+/// Loads an object, such as a value or a group, from a file of its own, and says whether all of the file
+/// was read and understood.
+/// @param[in] lpszPath  path of a regular file.
+/// @param[in] object    borrowed for the call; its Serialize loads it. A group keeps what it has.
+/// @param[out] ec       why it was not loaded; cleared on success.
+/// @return whether the file holds this object, whole, and nothing else. False for a null path; when the
+///         file cannot be opened or is not a regular one; for a result other than 1 of Serialize; for a
+///         file that ends early or goes on behind the object; and for a group or value in which a value
+///         cannot be read, though the group itself loads. The object then holds what was read until then,
+///         the last of it perhaps in part.
+inline bool LoadFrom(const char* lpszPath, ITnRobotSerialize& object, std::error_code& ec) {
+    ec = detail::Load(lpszPath, object);
+    return !ec;
+}
+
+/// Overload without the reason.
+/// @param[in] lpszPath  path of a regular file.
+/// @param[in] object    borrowed for the call.
+/// @return whether the file holds this object, whole, and nothing else.
+[[nodiscard]] inline bool LoadFrom(const char* lpszPath, ITnRobotSerialize& object) {
+    std::error_code ignored;
+    return LoadFrom(lpszPath, object, ignored);
+}
+
+/// @}
+
+}  // namespace tn
+
+#endif  // TNROBOTKERNEL_TN_SAVING_H_

@@ -1,0 +1,14 @@
+/// @file
+/// All that stands above the library's interfaces, in headers only: namespace tn and TnRobotPtr. opencv.h
+/// needs more than the library and is included on its own.
+
+#ifndef TNROBOTKERNEL_TN_TN_H_
+#define TNROBOTKERNEL_TN_TN_H_
+
+#include "TnRobotKernel/make.h"
+#include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/error.h"
+#include "TnRobotKernel/tn/objects.h"
+#include "TnRobotKernel/tn/saving.h"
+
+#endif  // TNROBOTKERNEL_TN_TN_H_

@@ -1,0 +1,75 @@
+#include "core/TnObjectWatcher.h"
+
+#include <pthread.h>
+
+#include <atomic>
+
+namespace tnrobot {
+
+namespace {
+
+std::mutex g_objects;                   // held while a watcher remembers or forgets objects
+ObjectWatcher* g_pWatchers = nullptr;   // guarded by g_objects
+std::atomic<unsigned int> g_nWatchers;  // how many there are; changed under g_objects
+
+void Lock() {
+    g_objects.lock();
+}
+
+void Unlock() {
+    g_objects.unlock();
+}
+
+// A child process has none of the parent's other threads, and so nobody who would unlock it there.
+void KeepUsableAfterFork() {
+    static const int s_nRegistered = pthread_atfork(Lock, Unlock, Unlock);
+    static_cast<void>(s_nRegistered);
+}
+
+}  // namespace
+
+// Most programs destroy objects while no archive refers to any: they must not meet at the lock. An
+// archive that begins to watch at the same moment does not know an object that is going already.
+void ObjectWatcher::Tell(const CTnRobotObject* pObject) noexcept {
+    if (g_nWatchers.load(std::memory_order_acquire) == 0) {
+        return;
+    }
+    const auto lock = LockObjects();
+    for (ObjectWatcher* p = g_pWatchers; p != nullptr; p = p->m_pNext) {
+        p->ObjectGone(pObject);
+    }
+}
+
+std::unique_lock<std::mutex> ObjectWatcher::LockObjects() {
+    KeepUsableAfterFork();
+    return std::unique_lock<std::mutex>(g_objects);
+}
+
+void ObjectWatcher::Watch() {
+    if (m_bWatches) {
+        return;
+    }
+    m_bWatches = true;
+    m_pNext = g_pWatchers;
+    m_ppThis = &g_pWatchers;
+    if (m_pNext != nullptr) {
+        m_pNext->m_ppThis = &m_pNext;
+    }
+    g_pWatchers = this;
+    g_nWatchers.fetch_add(1, std::memory_order_release);
+}
+
+void ObjectWatcher::StopWatching() {
+    if (!m_bWatches) {
+        return;
+    }
+    m_bWatches = false;
+    const auto lock = LockObjects();
+    *m_ppThis = m_pNext;
+    if (m_pNext != nullptr) {
+        m_pNext->m_ppThis = m_ppThis;
+    }
+    g_nWatchers.fetch_sub(1, std::memory_order_release);
+}
+
+}  // namespace tnrobot
