@@ -31,6 +31,13 @@ function(tnrobot_mark_shadow_stack target)
   endif()
 endfunction()
 
+# Tests are compiled without optimisation: what they test is, and compiling them is most of the time
+# of a build. A directory says set(TNROBOT_TEST_CODE ON) for its targets.
+define_property(TARGET PROPERTY TNROBOT_TEST_CODE INITIALIZE_FROM_VARIABLE TNROBOT_TEST_CODE
+  BRIEF_DOCS "Whether the target is a test")
+set(test_code $<BOOL:$<TARGET_PROPERTY:TNROBOT_TEST_CODE>>)
+target_compile_options(tnrobot_build_flags INTERFACE $<${test_code}:-O0>)
+
 target_compile_options(tnrobot_build_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   # The library must really leave the process when its last handle is closed; a unique symbol
@@ -62,7 +69,7 @@ else()
     tnrobot_protect(-mbranch-protection=standard)
   endif()
   # The checks need optimisation. Debian's compilers may define a lower level themselves.
-  set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+  set(optimised $<AND:$<CONFIG:Release,RelWithDebInfo,MinSizeRel>,$<NOT:${test_code}>>)
   target_compile_options(tnrobot_build_flags INTERFACE
     $<${optimised}:-U_FORTIFY_SOURCE> $<${optimised}:-D_FORTIFY_SOURCE=3>)
   target_link_options(tnrobot_build_flags INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)

@@ -1,42 +1,95 @@
 #!/usr/bin/env bash
-# Everything that must hold before a change lands, in the words a person would type.
+# Everything that must hold before a change lands, step by step; each is a command that a person can
+# type: scripts/ci.sh [--from STEP | --only STEP | --list]. Ends with how long each step took.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 export TNROBOT_CMAKE_ARGUMENTS="-DTNROBOT_WARNINGS_AS_ERRORS=ON"
 
-"$root/scripts/test.sh"
-"$root/scripts/setup.sh" all
-
-say "formatting"
-"$root/scripts/format.sh" --check
-"$root/scripts/sync_docs.py" --check
-"$root/scripts/docs.sh"
-
-say "the full load on tasks"
-TNROBOT_FULL_SOAK=1 "$root/build/release/tests/tnrobot_shared_tests" --gtest_brief=1 --gtest_filter='TaskPoolLoad.*'
-"$root/scripts/soak.sh" 0.5
-
-"$root/scripts/demo.sh"
-"$root/scripts/check_install.sh"
+# A clean system to install the packages in takes the superuser.
+packages="scripts/package.sh"
+examples="scripts/check_examples.sh"
 if [ "$(id -u)" -eq 0 ]; then
-    packages="$(mktemp -d)"
-    trap 'rm -rf "$packages"' EXIT
-    "$root/scripts/package.sh" --test --keep "$packages/system"
-    "$root/scripts/check_examples.sh" "$packages/system/usr"
-else
-    "$root/scripts/package.sh"
-    "$root/scripts/check_examples.sh"
+    system="$(mktemp -d)"
+    trap 'rm -rf "$system"' EXIT
+    packages+=" --test --keep $system/tree"
+    examples+=" $system/tree/usr"
 fi
-"$root/scripts/check_abi.sh"
 
-"$root/scripts/test.sh" asan
-"$root/scripts/test.sh" tsan
-"$root/scripts/soak.sh" 0.25 tsan
-"$root/scripts/coverage.sh"
+# NAME COMMAND, in this order: what fails most often comes first, what another step needs before it.
+steps=(
+    "test          scripts/test.sh"
+    "setup         scripts/setup.sh all"
+    "format        scripts/format.sh --check"
+    "sync-docs     scripts/sync_docs.py --check"
+    "load          env TNROBOT_FULL_SOAK=1 scripts/test.sh --only concurrency"
+    "soak          scripts/soak.sh 0.5"
+    "demo          scripts/demo.sh"
+    "install       scripts/check_install.sh"
+    "packages      $packages"
+    "examples      $examples"
+    "abi           scripts/check_abi.sh"
+    "asan          scripts/test.sh asan"
+    "tsan          scripts/test.sh tsan"
+    "soak-tsan     scripts/soak.sh 0.25 tsan"
+    "coverage      scripts/coverage.sh"
+    "tidy          scripts/tidy.sh"
+    "fuzz          scripts/fuzz.sh 10"
+    "bench         scripts/bench.sh --quick"
+    "instructions  scripts/check_instructions.sh"
+)
 
-build clang -DTNROBOT_WARNINGS_AS_ERRORS=ON
-"$root/scripts/tidy.sh"
+usage() {
+    echo "usage: $0 [--from STEP | --only STEP | --list]" >&2
+    exit 2
+}
 
-"$root/scripts/fuzz.sh" 10
-"$root/scripts/bench.sh" --quick
-"$root/scripts/check_instructions.sh"
+# select_steps MODE STEP: leaves the chosen ones in "steps".
+select_steps() {
+    local chosen=() each
+    for each in "${steps[@]}"; do
+        if [ "${each%% *}" = "$2" ] || { [ "$1" = --from ] && [ ${#chosen[@]} -gt 0 ]; }; then
+            chosen+=("$each")
+        fi
+    done
+    [ ${#chosen[@]} -gt 0 ] || { echo "no such step: $2; scripts/ci.sh --list names them" >&2; exit 2; }
+    steps=("${chosen[@]}")
+}
+
+names=()
+seconds=()
+print_table() {
+    local total=0 i
+    for i in "${seconds[@]}"; do total=$((total + i)); done
+    printf '\n%-14s %8s %6s\n' step seconds share
+    for i in "${!names[@]}"; do
+        printf '%-14s %8d %5d%%\n' "${names[$i]}" "${seconds[$i]}" "$((total > 0 ? seconds[i] * 100 / total : 0))"
+    done
+    printf '%-14s %8d\n' all "$total"
+}
+
+run_step() {
+    local name="$1" begun="$SECONDS" result=0
+    shift
+    say "step $name: $*"
+    "$@" || result=$?
+    names+=("$name")
+    seconds+=("$((SECONDS - begun))")
+    if [ "$result" -ne 0 ]; then
+        print_table
+        say "FAILED: $name; go on with scripts/ci.sh --from $name"
+        exit "$result"
+    fi
+}
+
+case "${1:-}" in
+    "") ;;
+    --from | --only) [ $# -eq 2 ] || usage; select_steps "$1" "$2" ;;
+    --list) printf '%s\n' "${steps[@]}"; exit ;;
+    *) usage ;;
+esac
+
+for each in "${steps[@]}"; do
+    # shellcheck disable=SC2086  # a step is words
+    run_step $each
+done
+print_table
 say "all checks passed"

@@ -14,11 +14,26 @@ quietly() {
     output="$("$@" 2>&1)" || { printf '%s\n' "$output"; return 1; }
 }
 
+# A compiler cache is used where there is one; headers that are compiled ahead need its leave.
+if command -v ccache >/dev/null; then
+    export CMAKE_CXX_COMPILER_LAUNCHER="${CMAKE_CXX_COMPILER_LAUNCHER-ccache}"
+    export CCACHE_SLOPPINESS="${CCACHE_SLOPPINESS-pch_defines,time_macros}"
+fi
+
+# compile PRESET [ARGUMENT...]: builds what is configured. A terminal sees how far it is, a file only
+# what goes wrong.
+compile() {
+    local preset="$1" show=quietly
+    shift
+    [ ! -t 1 ] || show=""
+    $show cmake --build --preset "$preset" -j "$jobs" "$@"
+}
+
 # build PRESET [CMAKE-ARGUMENT...]: configures and builds one preset.
 build() {
     local preset="$1"
     shift
     say "building: $preset"
     quietly cmake --preset "$preset" "$@"
-    cmake --build --preset "$preset" -j "$jobs"
+    compile "$preset"
 }

@@ -51,18 +51,16 @@ dictionary_of() {
     done
 }
 
-table=()
 print_table() {
     printf '\n%-20s %12s %10s\n' target executions per\ second
-    printf '%s\n' "${table[@]}"
+    cat "$fuzz/logs/"*.row 2>/dev/null || true
 }
 
 # record TARGET LOG MICROSECONDS: a line of the table. libFuzzer's own rate is 0 below a second.
 record() {
     local executions
     executions="$(sed -n 's/^stat::number_of_executed_units: *//p' "$2")"
-    table+=("$(printf '%-20s %12d %10d' "$1" "$executions" "$((executions * 1000000 / ($3 + 1)))")")
-    echo "${table[-1]}"
+    printf '%-20s %12d %10d\n' "$1" "$executions" "$((executions * 1000000 / ($3 + 1)))" >"$fuzz/logs/$1.row"
 }
 now() { echo "${EPOCHREALTIME/[.,]/}"; }
 
@@ -70,7 +68,7 @@ now() { echo "${EPOCHREALTIME/[.,]/}"; }
 fuzz() {
     local target="$1" corpus="$fuzz/corpus/$1" artifacts="$fuzz/artifacts/$1" log="$fuzz/logs/$1.log"
     mkdir -p "$corpus" "$artifacts" "$fuzz/logs"
-    local options=("${limit[@]}" -max_len="$(longest_input "$target")" -timeout=20 -rss_limit_mb=4096
+    local options=("$options_of_run" -max_len="$(longest_input "$target")" -timeout=20 -rss_limit_mb=4096
                    -close_fd_mask=2 -print_final_stats=1 -artifact_prefix="$artifacts/")
     local dictionary
     dictionary="$(dictionary_of "$target")"
@@ -80,14 +78,13 @@ fuzz() {
     if ! "$fuzz/fuzz/fuzz_$target" "${options[@]}" "$corpus" "$fuzz/fuzz/seeds/$target" \
             "fuzz/corpus/regressions/$target" >"$log" 2>&1; then
         tail -n 60 "$log"
-        print_table
         say "FAILED: $target"
         echo "log: $log"
         local input
         input="$(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)"
         echo "input: ${input:-none was written}"
         echo "Mend it, and keep the input in fuzz/corpus/regressions/$target under a name that says what it is."
-        exit 1
+        return 1
     fi
     record "$target" "$log" "$(($(now) - start))"
 }
@@ -97,7 +94,11 @@ build fuzz
 fuzz="$root/build/fuzz"
 "$fuzz/fuzz/write_fuzz_seeds" "$fuzz/fuzz/seeds"
 say "fuzzing: ${limit[*]}"
-for target in "${targets[@]}"; do
-    fuzz "$target"
-done
+rm -f "$fuzz/logs/"*.row
+# As many at a time as there are cores; after a finding no other begins.
+export fuzz options_of_run="${limit[*]}"
+export -f say now record longest_input dictionary_of fuzz
+result=0
+printf '%s\n' "${targets[@]}" | xargs -n 1 -P "$jobs" bash -c 'fuzz "$1" || exit 255' fuzz || result=1
 print_table
+exit "$result"

@@ -1,13 +1,67 @@
 #!/usr/bin/env bash
-# Builds the library and its tests and runs them: scripts/test.sh [PRESET], release by default.
-# asan and tsan are the same suite under the sanitizers, debug checks invariants.
+# Builds the library and its tests and runs them: scripts/test.sh [PRESET] [--only SUBSYSTEM], release
+# by default. asan and tsan are the same suite under the sanitizers, debug checks invariants.
+#   --only SUBSYSTEM  builds and runs what is in tests/SUBSYSTEM, for the time between two changes
+# Prints what fails, and at the end what was left out and why; everything is in
+# build/PRESET/Testing/Temporary/LastTest.log.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
-preset="${1:-release}"
+
+usage() {
+    sed -n '2,3s/^# //p' "$0" >&2
+    echo "subsystems: $(find tests -mindepth 2 -name '*Test.cpp' -printf '%h\n' | sort -u | sed 's|^tests/||' | xargs)" >&2
+    exit 2
+}
+
+preset=release
+only=""
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --only) [ -n "${2:-}" ] && [ -d "tests/$2" ] || usage; only="$2"; shift 2 ;;
+        -*) usage ;;
+        *) preset="$1"; shift ;;
+    esac
+done
 "$root/scripts/setup.sh" test
 
-build "$preset" ${TNROBOT_CMAKE_ARGUMENTS:-}
-say "testing: $preset"
+# Programs of a subsystem that are not part of the two large ones.
+targets_of() {
+    case "$1" in
+        abi | ptr | gdb | logger | tools) echo "tests/$1/all" ;;
+        failure) echo "tnrobot_shared_tests tnrobot_tests tnrobot_allocation_tests" ;;
+        *) echo "tnrobot_shared_tests tnrobot_tests" ;;
+    esac
+}
+
+# A case that could not be tried says why on the line behind the word.
+print_skipped() {
+    local skipped
+    skipped="$(grep -hA1 ': Skipped$' "build/$preset/Testing/Temporary/LastTest.log" | grep -vE ': Skipped$|^--$' | sort | uniq -c)"
+    [ -z "$skipped" ] || printf 'cases left out, and why:\n%s\n' "$skipped"
+}
+
+log="build/$preset/tests.txt"
+selection=()
+if [ -n "$only" ]; then
+    say "building: $preset, $only"
+    quietly cmake --preset "$preset" ${TNROBOT_CMAKE_ARGUMENTS:-}
+    # shellcheck disable=SC2046  # the targets are words
+    compile "$preset" --target $(targets_of "$only")
+    selection=(--label-regex "^$only\$")
+else
+    build "$preset" ${TNROBOT_CMAKE_ARGUMENTS:-}
+fi
+
+say "testing: $preset${only:+, $only}"
 export ASAN_OPTIONS="detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1:${ASAN_OPTIONS:-}"
 export UBSAN_OPTIONS="print_stacktrace=1:${UBSAN_OPTIONS:-}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:${TSAN_OPTIONS:-}"
-ctest --preset "$preset" -j "$jobs"
+result=0
+if [ -t 1 ]; then
+    ctest --preset "$preset" -j "$jobs" --no-tests=error --progress "${selection[@]}" || result=$?
+else
+    ctest --preset "$preset" -j "$jobs" --no-tests=error "${selection[@]}" >"$log" 2>&1 || result=$?
+    # What failed comes with its output, what passed is only counted.
+    if [ "$result" -eq 0 ]; then sed -n '/tests passed/p' "$log"; else grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ .* Passed )' "$log"; fi
+fi
+print_skipped
+exit "$result"
