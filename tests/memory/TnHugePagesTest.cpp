@@ -115,9 +115,9 @@ TEST_F(HugePages, AreAskedForInLargeBlocksOfAPool) {
 // The process's own switch: whatever memory asks for, its pages are ordinary ones.
 class WithoutHugePages {
 public:
-    WithoutHugePages() : m_nBefore(prctl(PR_GET_THP_DISABLE, 0UL, 0UL, 0UL, 0UL)) {
-        m_bOff = prctl(PR_SET_THP_DISABLE, 1UL, 0UL, 0UL, 0UL) == 0;
-    }
+    WithoutHugePages()
+        : m_nBefore(prctl(PR_GET_THP_DISABLE, 0UL, 0UL, 0UL, 0UL)),
+          m_bOff(prctl(PR_SET_THP_DISABLE, 1UL, 0UL, 0UL, 0UL) == 0) {}
     WithoutHugePages(const WithoutHugePages&) = delete;
     WithoutHugePages& operator=(const WithoutHugePages&) = delete;
     ~WithoutHugePages() { prctl(PR_SET_THP_DISABLE, m_nBefore > 0 ? 1UL : 0UL, 0UL, 0UL, 0UL); }
@@ -126,14 +126,14 @@ public:
 
 private:
     int m_nBefore;
-    bool m_bOff = false;
+    bool m_bOff;
 };
 
 // Pages of the huge page around the address that take up memory.
-std::ptrdiff_t ResidentAround(const unsigned char* pAddress) {
-    const auto nStart = reinterpret_cast<std::uintptr_t>(pAddress) / kHugePage * kHugePage;
+std::ptrdiff_t ResidentAround(unsigned char* pAddress) {
+    unsigned char* const pStart = pAddress - reinterpret_cast<std::uintptr_t>(pAddress) % kHugePage;
     std::array<unsigned char, kHugePage / kPage> pages{};
-    if (mincore(reinterpret_cast<void*>(nStart), kHugePage, pages.data()) != 0) {
+    if (mincore(pStart, kHugePage, pages.data()) != 0) {
         return -1;
     }
     return std::count_if(pages.begin(), pages.end(), [](unsigned char by) { return (by & 1U) != 0; });
