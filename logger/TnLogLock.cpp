@@ -68,8 +68,8 @@ void WatchForks() {
     static_cast<void>(bWatched);
 }
 
-// A thread may be writing to a console that nobody reads: it is not waited for much longer than a
-// disk takes.
+// The lock may be with a thread that writes to a console that nobody reads, or with this very one,
+// when the handler of a signal ends the process: it is not waited for much longer than a disk takes.
 bool LockAtEnd() {
     constexpr time_t kSeconds = 2;
     timespec until = {};

@@ -116,8 +116,12 @@ void ForkWhileThreadsLog(int nForks, long nLines) {
     std::vector<std::thread> threads;
     for (int nThread = 0; nThread < 4; ++nThread) {
         threads.emplace_back([&bStop, nLines] {
-            for (long nLine = 0; !bStop && nLine < nLines; ++nLine) {
-                Log(kLevel, "parent");
+            for (long nLine = 0; !bStop; ++nLine) {
+                if (nLine < nLines) {
+                    Log(kLevel, "parent");
+                } else {
+                    std::this_thread::yield();
+                }
             }
         });
     }

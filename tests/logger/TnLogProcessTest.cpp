@@ -101,6 +101,9 @@ TEST_F(LogProcess, ThreadsThatAreCancelledFinishTheirLine) {
 
 // The handler's exit finds the lock with the thread that it runs on.
 TEST_F(LogProcess, EndsWhenASignalEndsItInsideTheLogger) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer holds signals back";
+#endif
     const ChildResult result = Run({"init", "log:3:first", "interrupt"});
     EXPECT_EQ(result.output, "Init 0\n");
     EXPECT_EQ(result.nExitCode, 3);
