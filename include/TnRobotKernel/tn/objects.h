@@ -122,7 +122,7 @@ class ObjectWriter final {
 public:
     /// A writer without objects.
     ObjectWriter() {
-        constexpr long long kChunk = 64 * 1024;
+        constexpr long long kChunk = 65536;
         TnCreateRobotMemFile(m_memory.put());
         m_memory->OpenWriteFile(kChunk);
         const TnRobotPtr<ITnRobotArchive> archive = detail::NewArchive();
