@@ -16,9 +16,10 @@ ForkSafe* g_pNewest = nullptr;  // guarded by g_list
 
 }  // namespace
 
-ForkSafe::ForkSafe(std::mutex& mutex) : m_mutex(mutex), m_pOlder(nullptr) {
+ForkSafe::ForkSafe(std::mutex& mutex) : m_mutex(mutex) {
     std::lock_guard<std::mutex> lock(g_list);
-    m_pOlder = g_pNewest;
+    ForkSafe* const pOlder = g_pNewest;
+    m_pOlder = pOlder;
     (m_pOlder != nullptr ? m_pOlder->m_pNewer : g_pOldest) = this;
     g_pNewest = this;
 }

@@ -55,7 +55,7 @@ private:
     static void _UnlockAll();
 
     std::mutex& m_mutex;
-    ForkSafe* m_pOlder;  // guarded by the lock of the list, as is the next
+    ForkSafe* m_pOlder = nullptr;  // guarded by the lock of the list, as is the next
     ForkSafe* m_pNewer = nullptr;
 };
 
