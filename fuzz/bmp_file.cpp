@@ -2,6 +2,7 @@
 
 #include "PictureFile.h"
 #include "PicturePools.h"
+#include "Proportion.h"
 #include "support/BmpBytes.h"
 
 using namespace tnfuzz;
@@ -13,7 +14,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
 
     const PicturePools pools;
     ITnRobotSurface* pSurface = nullptr;
-    const int nResult = TnRobotImageUtils::LoadImage(s_strPath.c_str(), pools.Surfaces(), &pSurface);
+    int nResult = 0;
+    {
+        // A surface of 48 MiB for a few rows; beyond it up to four bytes of surface for one of the file.
+        const Proportion proportion(nSize, 49 * kMiB, 8);
+        nResult = TnRobotImageUtils::LoadImage(s_strPath.c_str(), pools.Surfaces(), &pSurface);
+    }
     const tntest::BmpAnswer expected = tntest::ExpectedBmp(Bytes(pData, pData + nSize), PicturePools::kLargestSurface);
     Require(nResult == expected.nResult, "the result is that of a plain reader");
     if (nResult == 0) {
