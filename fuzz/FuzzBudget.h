@@ -68,7 +68,20 @@ public:
 };
 #endif
 
-/// What one input may cost. A target makes one before it does anything else; its end is the check.
+/// What one input may cost.
+struct FuzzLimits {
+    long long m_nBytes = 1 << 20;      ///< of memory, whatever the input
+    long long m_nBytesPerByte = 1024;  ///< of memory beside, for each byte of input
+    double m_dSeconds = 1;             ///< of the processor's time
+    double m_dSecondsPerByte = 5e-5;
+};
+
+/// Pictures may take the time and memory of some that are large and compress well.
+constexpr FuzzLimits PictureLimits(long long nMiB, long long nBytesPerByte) {
+    return {nMiB << 20, nBytesPerByte, 10, 0};
+}
+
+/// Fails an input that costs more. A target makes one before it does anything else; its end is the check.
 ///
 /// The bounds leave room for sanitizers, for models and for several passes over the same input. What they
 /// stand against takes many times as much: a count that is believed, a search that meets all others.
@@ -79,14 +92,11 @@ public:
     FuzzBudget(const FuzzBudget&) = delete;
     FuzzBudget& operator=(const FuzzBudget&) = delete;
     ~FuzzBudget() {
-        constexpr double kSeconds = 1.0;
-        constexpr double kSecondsPerByte = 5e-5;
-        constexpr long long kBytes = 1 << 20;
-        constexpr long long kBytesPerByte = 1024;
         const double dSeconds = ThreadSeconds() - m_dStart;
-        Require(dSeconds <= kSeconds + kSecondsPerByte * static_cast<double>(m_nInput),
+        Require(dSeconds <= m_limits.m_dSeconds + m_limits.m_dSecondsPerByte * static_cast<double>(m_nInput),
                 "time is in proportion to the input");
-        Require(MemoryCount::Most(m_nBefore) <= kBytes + kBytesPerByte * static_cast<long long>(m_nInput),
+        Require(MemoryCount::Most(m_nBefore) <=
+                    m_limits.m_nBytes + m_limits.m_nBytesPerByte * static_cast<long long>(m_nInput),
                 "memory is in proportion to the input");
     }
 

@@ -11,14 +11,13 @@
 
 namespace tnfuzz {
 
-/// Memory comes exactly as large as it is asked for, and filled with a pattern. A picture may claim
-/// any size; large surfaces are refused, so that time goes into decoding.
+/// Memory comes exactly as large as it is asked for, and filled with a pattern. Nothing is refused, as
+/// a user's pool refuses nothing either: what a picture may claim is the library's business.
 class PicturePools {
 public:
-    static constexpr unsigned int kLargestSurface = 1U << 20;
+    static constexpr unsigned int kLargestSurface = 0xFFFFFFFFU;
 
     PicturePools() : m_blocks(tntest::TestBlockPool::Create()) {
-        m_blocks->LimitSize(kLargestSurface);
         ITnRobotSurfacePool* pSurfaces = nullptr;
         TnCreateRobotSurfacePool(m_blocks.get(), &pSurfaces);
         m_surfaces.reset(pSurfaces);

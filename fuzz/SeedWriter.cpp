@@ -78,6 +78,12 @@ void WriteJpegs(SeedWriter& seeds) {
     seeds.Write("jpeg_load", "restarts", EncodePlain(recipe, colour));
     recipe.bProgressive = true;
     seeds.Write("jpeg_load", "progressive", EncodePlain(recipe, colour));
+    recipe.bArithmetic = true;
+    seeds.Write("jpeg_load", "arithmetic_progressive", EncodePlain(recipe, colour));
+    recipe.bProgressive = false;
+    seeds.Write("jpeg_load", "arithmetic_restarts", EncodePlain(recipe, colour));
+    recipe.nRestartRows = 0;
+    seeds.Write("jpeg_load", "arithmetic", EncodePlain(recipe, colour));
     recipe = JpegRecipe{};
     recipe.nWidth = 7;
     recipe.nHeight = 9;

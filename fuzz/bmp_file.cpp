@@ -1,5 +1,6 @@
 // Loads a BMP picture from a file of untrusted bytes and compares with a reader of its own.
 
+#include "FuzzBudget.h"
 #include "PictureFile.h"
 #include "PicturePools.h"
 #include "support/BmpBytes.h"
@@ -13,7 +14,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
 
     const PicturePools pools;
     ITnRobotSurface* pSurface = nullptr;
-    const int nResult = TnRobotImageUtils::LoadImage(s_strPath.c_str(), pools.Surfaces(), &pSurface);
+    int nResult = 0;
+    {
+        // A surface of 48 MiB for a few rows; beyond it up to four bytes of surface for one of the file.
+        const FuzzBudget budget(nSize, PictureLimits(49, 8));
+        nResult = TnRobotImageUtils::LoadImage(s_strPath.c_str(), pools.Surfaces(), &pSurface);
+    }
     const tntest::BmpAnswer expected = tntest::ExpectedBmp(Bytes(pData, pData + nSize), PicturePools::kLargestSurface);
     Require(nResult == expected.nResult, "the result is that of a plain reader");
     if (nResult == 0) {

@@ -1,5 +1,6 @@
 // Reads a BMP picture from untrusted bytes in memory.
 
+#include "FuzzBudget.h"
 #include "FuzzInput.h"
 #include "image/TnBmpDecoder.h"
 
@@ -25,6 +26,7 @@ void ReadPixels(CTnBmpDecoder& decoder, ETnNLImageType eType, const Bytes& file)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
     const Bytes file(pData, pData + nSize);
+    const FuzzBudget budget(nSize, PictureLimits(1, 64));
     CTnBmpDecoder decoder;
     const bool bOpen = decoder.Open(file.data(), static_cast<unsigned int>(nSize));
     Require(!bOpen || nSize > 54, "headers alone are no picture");

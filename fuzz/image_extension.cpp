@@ -3,6 +3,7 @@
 #include <array>
 #include <cctype>
 
+#include "FuzzBudget.h"
 #include "PictureFile.h"
 #include "PicturePools.h"
 #include "support/BmpBytes.h"
@@ -101,6 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     // Names that are too short are taken as they are: nothing is made of them.
     const std::string strPath = strName.size() < 4 ? strName : s_directory.Path(strName);
     const Kind eKind = KindOf(strPath);
+    const FuzzBudget budget(nSize, PictureLimits(16, 1024));
     CheckSaving(strPath, eKind);
     CheckLoading(strPath, eKind);
     unlink(eKind == Kind::kJpeg || eKind == Kind::kBmp ? strPath.c_str() : "");

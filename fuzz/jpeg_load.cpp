@@ -1,5 +1,6 @@
 // Loads a JPEG picture from untrusted bytes.
 
+#include "FuzzBudget.h"
 #include "PicturePools.h"
 
 using namespace tnfuzz;
@@ -7,7 +8,14 @@ using namespace tnfuzz;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
     const PicturePools pools;
     ITnRobotSurface* pSurface = nullptr;
-    if (TnRobotImageUtils::LoadImage(pData, static_cast<unsigned int>(nSize), pools.Surfaces(), &pSurface) != 0) {
+    int nResult = 0;
+    {
+        // 64 Mi pixels that are not accounted for, of nine bytes each in a surface and as coefficients;
+        // and for each byte 512 pixels in the same way.
+        const FuzzBudget budget(nSize, PictureLimits(640, 8192));
+        nResult = TnRobotImageUtils::LoadImage(pData, static_cast<unsigned int>(nSize), pools.Surfaces(), &pSurface);
+    }
+    if (nResult != 0) {
         Require(pSurface == nullptr, "a failure leaves the out-pointer alone");
         return 0;
     }

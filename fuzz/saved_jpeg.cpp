@@ -1,5 +1,6 @@
 // Saves a record of any geometry as JPEG and loads it again.
 
+#include "FuzzBudget.h"
 #include "PicturePools.h"
 
 using namespace tnfuzz;
@@ -73,6 +74,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     pixels.shrink_to_fit();
     image.pData = pixels.data();
 
+    // The pixels are a few thousand, however few bytes they are made from.
+    const FuzzBudget budget(nSize, PictureLimits(16, 1024));
     const PicturePools pools;
     ITnRobotMemoryBlock* pBlock = nullptr;
     if (TnRobotImageUtils::SaveImage(image, pools.Blocks(), &pBlock) != 0) {

@@ -10,7 +10,7 @@ int main() {
     const auto blocks = tn::MakeMemoryBlockPool();
     const auto pool = tn::MakeSurfacePool(blocks.get());
     auto surface = tn::QuerySurface(*pool, {63, 48, 0, TN_IMAGE_BGR24, {0, 0}});
-    cv::Mat mat = tn::MatOver(surface);
+    cv::Mat mat = tn::MatOver(surface, pool);
     mat.setTo(cv::Scalar(10, 20, 30));
     mat(cv::Rect(8, 8, 16, 16)).setTo(cv::Scalar(200, 200, 200));
 

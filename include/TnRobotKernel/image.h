@@ -207,14 +207,26 @@ public:
     /// Loads a file as a B,G,R surface. The last four characters of the path choose the format,
     /// ".jpg" or ".bmp" in any case; the content is not looked at. Of BMP files only those with 24
     /// bits per pixel and unpadded rows are read.
+    ///
+    /// - Other programs pad the rows of a BMP whose width is no multiple of 4: such files are refused
+    ///   with -1, also when the header leaves their size open. A surface beyond 48 MiB needs all its
+    ///   rows in the file; what is missing from a smaller one is zero.
+    /// - A JPEG that was cut loads with 0; what is missing is grey, or with arithmetic coding
+    ///   anything. libjpeg prints a warning to the standard error output, as for any damage.
+    /// - EXIF orientation is not applied: a camera held upright gives a picture that lies.
+    /// - A JPEG of more than 64 Mi pixels, ten passes over so many, or 100 scans needs coded bytes in
+    ///   proportion (a bit for each block, a byte for 4,096 pixels of a pass), else the result is -2.
+    /// - Throws std::bad_alloc, its own and the pool's.
     /// @param[in]  lpszPath   path, borrowed for the call.
     /// @param[in]  pPool      borrowed for the call.
     /// @param[out] ppSurface  +1, caller releases; untouched on failure.
-    /// @return 0; -1 for null arguments, another kind of file, one that cannot be opened, or no
-    ///         surface; -2 when its pixels cannot be read.
+    /// @return 0; -1 for null arguments, another kind of file, one that cannot be opened or has padded
+    ///         rows, or no surface; -2 when its pixels cannot be read.
     static int LoadImage(const char* lpszPath, ITnRobotSurfacePool* pPool, ITnRobotSurface** ppSurface);
 
-    /// Loads a JPEG held in memory as a B,G,R surface.
+    /// Loads a JPEG held in memory as a B,G,R surface. All that is said above of JPEG files holds here:
+    /// cut ones load with 0, orientation is not applied, libjpeg prints warnings, and std::bad_alloc
+    /// may come out.
     /// @param[in]  pData      nLength bytes, borrowed for the call.
     /// @param[in]  nLength    bytes.
     /// @param[in]  pPool      borrowed for the call.
@@ -233,7 +245,16 @@ public:
 
     /// Saves an image as a file, replacing an old one. The last four characters of the path choose
     /// the format, ".jpg" (quality 95) or ".bmp" in any case; for any other ending nothing is
-    /// written. A BMP of format 1 or 2 carries a colour table of 64 MiB.
+    /// written.
+    ///
+    /// - A BMP has unpadded rows. A colour surface whose width is no multiple of 4 has padded ones:
+    ///   its BMP is a file that neither this library nor another program can read. A record with
+    ///   packed rows comes back with this library only.
+    /// - A BMP stores B,G,R. Format 1 is written as it lies: red and blue are exchanged.
+    /// - A BMP of format 1 or 2 carries a colour table of 64 MiB.
+    /// - A BMP holds all bytes of the record, counted from their end: a surface in a block larger than
+    ///   its rows makes a shifted one. JPEG goes by the surface's pitch.
+    /// - libjpeg prints its messages to the standard error output; std::bad_alloc may come out.
     /// @param[in] lpszPath  path, borrowed for the call.
     /// @param[in] pImage    borrowed for the call.
     /// @return 0, also for another ending and when the file cannot be opened or written; -1 for
@@ -247,7 +268,8 @@ public:
     /// @return as above; -1 for a null surface.
     static int SaveImage(const char* lpszPath, ITnRobotSurface* pSurface);
 
-    /// Saves an image as a JPEG of quality 95 in a new memory block.
+    /// Saves an image as a JPEG of quality 95 in a new memory block. libjpeg prints its messages to the
+    /// standard error output; std::bad_alloc may come out, its own and the pool's.
     /// @param[in]  image       borrowed for the call.
     /// @param[in]  pBlockPool  source of the block; borrowed for the call.
     /// @param[out] ppBlock     +1, caller releases; null when the pool has no block, untouched for

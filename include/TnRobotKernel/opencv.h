@@ -170,6 +170,18 @@ private:
     cv::Mat m_mat;
 };
 
+// Whether all bytes of all rows, at this pitch, are the matrix's own. Padding belongs to a surface, so
+// it must not be somebody else's pixels, nor lie behind the memory's end: rows have none, or the
+// matrix is the whole of memory whose size is known.
+inline bool HasFullRows(const cv::Mat& mat, std::size_t nPitch) {
+    if (mat.rows > 1 && mat.step[0] != nPitch) {
+        return false;
+    }
+    const bool bOwnsMemory = mat.u != nullptr && !mat.isSubmatrix() && mat.data == mat.u->data;
+    return static_cast<std::size_t>(mat.cols) * mat.elemSize() == nPitch ||
+           (bOwnsMemory && static_cast<std::size_t>(mat.rows) <= mat.u->size / nPitch);
+}
+
 // @return whether the matrix can be a picture of this format.
 inline bool IsPicture(const cv::Mat& mat, ETnNLImageType eType) {
     return mat.dims == 2 && !mat.empty() && CvTypeOf(eType) == mat.type();
@@ -177,20 +189,27 @@ inline bool IsPicture(const cv::Mat& mat, ETnNLImageType eType) {
 
 }  // namespace detail
 
+/// Says that a surface keeps its pixels without help: they come from a general block pool, from
+/// SurfaceOver, or from a pool that lives longer than every matrix over them.
+inline constexpr std::nullptr_t kSurfaceKeepsPixels = nullptr;
+
 /// A matrix over the surface's own pixels: nothing is copied, either sees what is written through
 /// the other, and the matrix's rows are the surface's, padding left out.
 ///
 /// The matrix, its copies and its regions share the surface: it stays locked and alive until the
 /// last of them goes, also when its surface pool and a general block pool go before. Pixels from a
-/// circular block pool go with that pool: pass it, or the surface pool, as keepAlive.
+/// circular block pool, or from a block pool of your own, go with that pool: the matrix would look at
+/// memory that is gone. So you always say who keeps the pixels.
 ///
 /// @param[in] surface    one reference is kept.
-/// @param[in] keepAlive  kept as long as the surface and released after it; may be empty.
+/// @param[in] keepAlive  what keeps the pixels: the surface pool, which holds its block pool, or the
+///                       block pool itself; kSurfaceKeepsPixels where nothing has to. Kept as long
+///                       as the surface and released after it.
 /// @return the matrix; empty for an empty pointer, a surface that cannot be locked or holds no
 ///         pixels, and 4:2:0 pixels. Throws std::bad_alloc.
 ///
 /// Threads: externally synchronised, like a matrix; the last one may go on any thread.
-[[nodiscard]] inline cv::Mat MatOver(TnRobotPtr<ITnRobotSurface> surface, TnRobotPtr<ITnUnknown> keepAlive = nullptr) {
+[[nodiscard]] inline cv::Mat MatOver(TnRobotPtr<ITnRobotSurface> surface, TnRobotPtr<ITnUnknown> keepAlive) {
     auto lease = std::make_unique<detail::SurfaceLease>(std::move(surface), std::move(keepAlive));
     if (!lease->IsMatrix()) {
         return {};
@@ -211,12 +230,17 @@ inline bool IsPicture(const cv::Mat& mat, ETnNLImageType eType) {
 /// memory for as long as it lives. A matrix over memory of somebody else's only borrows it.
 ///
 /// This works where the rows lie as a surface's do: at 3 x width rounded up to a multiple of 4 for
-/// three channels, at the plain row length otherwise. CopyToSurface takes every matrix.
+/// three channels, at the plain row length otherwise. Where that leaves padding behind each row, the
+/// matrix must be the whole of its own memory: the padding of a region is pixels of its neighbours,
+/// and of borrowed memory nobody can tell whether padding follows the last row. So regions and
+/// matrices over borrowed memory work with full rows only, which for three channels are those whose
+/// width is a multiple of 4. CopyToSurface takes every matrix.
 ///
 /// The surface belongs to no pool; its last Release destroys it. The origin position is (0, 0).
 /// @param[in] mat    two dimensions, elements of eType.
 /// @param[in] eType  what the elements mean.
-/// @return the surface; empty when the type does not fit the elements, and when the rows lie otherwise.
+/// @return the surface; empty when the type does not fit the elements, and when the rows are not full
+///         or lie otherwise.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> SurfaceOver(const cv::Mat& mat, ETnNLImageType eType) {
     if (!detail::IsPicture(mat, eType)) {
         return nullptr;
@@ -225,7 +249,7 @@ inline bool IsPicture(const cv::Mat& mat, ETnNLImageType eType) {
     auto pool = MakeSurfacePool(blocks.get());
     const ITnRobotSurface::STnSurfaceDesc desc{mat.cols, mat.rows, 0, eType, {0, 0}};
     TnRobotPtr<ITnRobotSurface> surface = QuerySurface(*pool, desc);
-    if (!surface || (mat.rows > 1 && mat.step[0] != static_cast<std::size_t>(desc.nPitch))) {
+    if (!surface || !detail::HasFullRows(mat, static_cast<std::size_t>(desc.nPitch))) {
         return nullptr;
     }
     // With two holders the surface keeps its pixels when its pool goes.
@@ -257,8 +281,7 @@ public:
     /// @param[in] surface    one reference is kept.
     /// @param[in] keepAlive  see MatOver.
     /// @return both, or an empty one where MatOver gives no matrix.
-    [[nodiscard]] static SurfaceMat View(const TnRobotPtr<ITnRobotSurface>& surface,
-                                         TnRobotPtr<ITnUnknown> keepAlive = nullptr) {
+    [[nodiscard]] static SurfaceMat View(const TnRobotPtr<ITnRobotSurface>& surface, TnRobotPtr<ITnUnknown> keepAlive) {
         return {surface, MatOver(surface, std::move(keepAlive))};
     }
 
@@ -282,7 +305,7 @@ public:
     /// @param[in] keepAlive  see MatOver.
     /// @return both, or an empty one when the pool has no such surface, and for 4:2:0.
     [[nodiscard]] static SurfaceMat Allocate(ITnRobotSurfacePool& pool, const cv::Size& size, ETnNLImageType eType,
-                                             TnRobotPtr<ITnUnknown> keepAlive = nullptr) {
+                                             TnRobotPtr<ITnUnknown> keepAlive) {
         const ITnRobotSurface::STnSurfaceDesc desc{size.width, size.height, 0, eType, {0, 0}};
         return CvTypeOf(eType) < 0 ? SurfaceMat() : View(QuerySurface(pool, desc), std::move(keepAlive));
     }
@@ -328,7 +351,7 @@ private:
     if (!detail::IsPicture(mat, eType)) {
         return nullptr;
     }
-    SurfaceMat target = SurfaceMat::Allocate(pool, mat.size(), eType);
+    SurfaceMat target = SurfaceMat::Allocate(pool, mat.size(), eType, kSurfaceKeepsPixels);
     if (!target) {
         return nullptr;
     }

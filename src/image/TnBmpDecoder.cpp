@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "image/TnImageGeometry.h"
+
 using tnrobot::STnBmpHeader;
 
 namespace {
@@ -12,11 +14,25 @@ std::int64_t RowLength(const STnBmpHeader& header) {
     return std::int64_t{header.BytesPerPixel()} * header.nWidth;
 }
 
+// Whether a file of 24 bits has its rows at multiples of 4 bytes, as most programs write them. Where
+// the header gives no image size, the bytes that are there tell: room for padded rows is taken as
+// such, because programs that leave the size open pad.
+bool HasPaddedRows(const STnBmpHeader& header, std::int64_t nFileLength) {
+    constexpr int kColourBytes = 3;
+    const std::int64_t nRow = RowLength(header);
+    const std::int64_t nPaddedRow = tnrobot::AlignTo4(nRow);
+    if (header.BytesPerPixel() != kColourBytes || nPaddedRow == nRow || header.nHeight < 1) {
+        return false;
+    }
+    const std::int64_t nPadded = nPaddedRow * header.nHeight;
+    return header.nImageSize != 0 ? header.nImageSize == nPadded : nFileLength - header.nDataOffset >= nPadded;
+}
+
 // Works out the image size where the header leaves it open.
-// @return the bytes of pixel data; 0 unless they are whole rows inside the file.
+// @return the bytes of pixel data; 0 unless they are whole unpadded rows inside the file.
 std::uint32_t PixelBytes(const STnBmpHeader& header, std::int64_t nFileLength) {
     const std::int64_t nRow = RowLength(header);
-    if (nRow <= 0 || nRow > nFileLength) {
+    if (nRow <= 0 || nRow > nFileLength || HasPaddedRows(header, nFileLength)) {
         return 0;
     }
     // The row fits the file, whose length fits 32 bits: the product cannot overflow.
@@ -88,6 +104,11 @@ bool CTnBmpDecoder::ReadHeader(int& nWidth, int& nHeight) const {
     nWidth = m_header.nWidth;
     nHeight = m_header.nHeight;
     return true;
+}
+
+bool CTnBmpDecoder::HasAllRows() const {
+    const std::int64_t nRow = RowLength(m_header);
+    return nRow > 0 && m_nDataSize / nRow >= m_header.nHeight;
 }
 
 bool CTnBmpDecoder::_HasFormat(ETnNLImageType eType) const {

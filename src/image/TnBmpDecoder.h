@@ -10,8 +10,8 @@
 #include "image/TnByteBuffer.h"
 #include "image/TnImageFile.h"
 
-/// Hands out the pixels of a BMP as they are stored; rows are taken as unpadded. Signature,
-/// planes, compression and header size are not looked at.
+/// Hands out the pixels of a BMP as they are stored; rows are unpadded. Signature, planes,
+/// compression and header size are not looked at.
 ///
 /// The pixels of a file stay in the file until ReadData puts them into their place: pictures are
 /// large, and a copy in between would cost as much as the reading. The file stays open as long.
@@ -19,7 +19,9 @@
 /// Threads: externally synchronised.
 class CTnBmpDecoder {
 public:
-    /// Opens a file. Its pixel data must be whole rows of whole bytes that lie inside the file.
+    /// Opens a file. Its pixel data must be whole rows of whole bytes that lie inside the file. Files
+    /// of 24 bits whose rows are padded to multiples of 4 bytes are refused: read without their
+    /// padding they would be garbage.
     /// @return whether the headers were read and the pixels are there; after a failure there are no
     ///         pixels.
     bool Open(const char* lpszPath);
@@ -40,6 +42,9 @@ public:
 
     /// @return bytes that ReadData copies; 0 without pixels.
     unsigned int GetDataSize() const { return m_nDataSize; }
+
+    /// @return whether there are pixels for every row of the header's height.
+    bool HasAllRows() const;
 
     /// Does nothing: the pixels live as long as the decoder.
     void Close();

@@ -7,11 +7,15 @@
 #include "image/TnImageFile.h"
 #include "image/TnImageGeometry.h"
 #include "image/TnJpegError.h"
+#include "image/TnJpegOutline.h"
+#include "image/TnJpegSource.h"
 
 struct STnJpegDecodeContext {
     jpeg_decompress_struct m_jpeg;
     STnJpegErrorManager m_errors;
     jpeg_progress_mgr m_progress;
+    tnrobot::STnArithmeticSource m_source;
+    tnrobot::STnJpegOutline m_outline;
     bool m_bSpent;  // whether the picture has been decoded or has failed to
 };
 
@@ -21,42 +25,76 @@ constexpr int kLibraryVersion = 62;
 constexpr int kMaxScans = 100;
 constexpr JDIMENSION kRowsAtOnce = 16;
 
-// Pictures up to this many pixels are decoded whatever their input looks like: even an empty one
-// costs little.
-constexpr std::int64_t kModestPixels = std::int64_t{16} * 1024 * 1024;
-constexpr std::int64_t kPixelsPerBlock = 64;
-constexpr std::int64_t kBitsPerByte = 8;
+// What a picture may cost that its coded bytes do not account for. A flat picture of any size takes
+// a few hundred bytes in arithmetic coding, so this much is decoded whatever the input looks like:
+// 64 Mi pixels (65000 x 1000 of a line camera, or 8192 x 8192), with six bytes of coefficients each
+// when there are several scans, and ten scans of them, as the usual script has. While a picture is
+// flat a pixel of a scan takes 0.7 to 1.6 ns, so that this is about half a second.
+constexpr std::int64_t kModestPixels = std::int64_t{64} * 1024 * 1024;
+constexpr std::int64_t kModestScanPixels = 10 * kModestPixels;
+constexpr std::int64_t kModestMemory = 6 * kModestPixels;
 
-// Coefficients of one block in memory, and how many bytes of them a byte of input can stand for.
-constexpr std::int64_t kBlockBytes = 128;
-constexpr std::int64_t kMaxExpansion = kBlockBytes * kBitsPerByte;
+// What a coded byte adds. Huffman codes have a bit for each block of 64 pixels at least, in the first
+// scan that it occurs in: 512 pixels, and 128 bytes of coefficients for each bit. A flat picture with
+// the usual script has 850 to 1,700 pixels of scans in a byte; scripts without refinement up to
+// 500 for each of their scans. A photograph has less than 100, at the lowest quality up to 2,000.
+constexpr std::int64_t kPixelsPerByte = 512;
+constexpr std::int64_t kScanPixelsPerByte = 4096;
+constexpr std::int64_t kMemoryPerByte = 1024;
 
-// Memory that libjpeg may always have, and what it can need for a pixel of a larger picture: 2 bytes
-// for each of at most 4 components, and as much again for incomplete blocks at the edges.
-constexpr std::int64_t kModestMemory = std::int64_t{48} * 1024 * 1024;
-constexpr std::int64_t kMaxBytesPerPixel = 16;
+// Bytes that an arithmetic decoder may take beyond its data, beside as many as there are. Each can
+// cost 1 to 2 microseconds. Complete pictures take up to 40; one of 12 million pixels that was cut to
+// a tenth takes 240,000 and has 110,000.
+constexpr std::int64_t kModestZeros = std::int64_t{256} * 1024;
 
-std::int64_t PixelCount(const jpeg_decompress_struct& jpeg) {
-    return std::int64_t{jpeg.image_width} * jpeg.image_height;
+// Restarts further apart than two rows of blocks: such pictures are hardly made, and up to 0.2
+// microseconds can go into each of their pixels.
+constexpr std::int64_t kModestRestarts = std::int64_t{4} * 1024 * 1024;
+constexpr std::int64_t kRestartPixelsPerByte = 64;
+
+std::int64_t RoundUp(std::int64_t n, std::int64_t nStep) {
+    return (n + nStep - 1) / nStep * nStep;
 }
 
-// Every block takes at least one bit in the first scan it occurs in.
-bool CanHoldPicture(const jpeg_decompress_struct& jpeg, std::int64_t nSourceLength) {
-    const std::int64_t nPixels = PixelCount(jpeg);
-    return nPixels <= kModestPixels || nPixels / (kPixelsPerBlock * kBitsPerByte) <= nSourceLength;
+// Pixels that are decoded: narrow pictures are mostly what fills their blocks up.
+std::int64_t PixelCount(const jpeg_decompress_struct& jpeg) {
+    return RoundUp(jpeg.image_width, std::int64_t{DCTSIZE} * jpeg.max_h_samp_factor) *
+           RoundUp(jpeg.image_height, std::int64_t{DCTSIZE} * jpeg.max_v_samp_factor);
+}
+
+// Arithmetic decoders start anew at each restart, and what follows a restart is not counted as taken
+// beyond the data.
+bool HasLongRestarts(const jpeg_decompress_struct& jpeg) {
+    const std::int64_t nUnits = RoundUp(jpeg.image_width, std::int64_t{DCTSIZE} * jpeg.max_h_samp_factor) /
+                                (std::int64_t{DCTSIZE} * jpeg.max_h_samp_factor);
+    return jpeg.arith_code != FALSE && jpeg.restart_interval > 2 * nUnits;
+}
+
+bool CanHoldScans(const STnJpegDecodeContext& context, std::int64_t nScans) {
+    const std::int64_t nBytes = context.m_outline.nEntropyBytes;
+    const std::int64_t nPixels = PixelCount(context.m_jpeg);
+    if (HasLongRestarts(context.m_jpeg) && nPixels * nScans > kModestRestarts + nBytes * kRestartPixelsPerByte) {
+        return false;
+    }
+    return nScans <= kMaxScans && nPixels <= kModestPixels + nBytes * kPixelsPerByte &&
+           nPixels * nScans <= kModestScanPixels + nBytes * kScanPixelsPerByte;
 }
 
 // For a picture of several scans libjpeg holds all coefficients at once; beyond this limit it
 // reports an error.
-long MemoryLimit(const jpeg_decompress_struct& jpeg, std::int64_t nSourceLength) {
-    const std::int64_t nPicture = PixelCount(jpeg) * kMaxBytesPerPixel;
-    const std::int64_t nInput = nSourceLength * kMaxExpansion;
-    return static_cast<long>(std::max(kModestMemory, std::min(nPicture, nInput)));
+long MemoryLimit(const STnJpegDecodeContext& context) {
+    return static_cast<long>(kModestMemory + context.m_outline.nEntropyBytes * kMemoryPerByte);
 }
 
-// Each scan goes over the whole picture, however little of the input it takes.
+std::int64_t ZeroLimit(const STnJpegDecodeContext& context) {
+    return kModestZeros + context.m_outline.nEntropyBytes;
+}
+
+// Each scan goes over the whole picture, however little of the input it takes. Their number is known
+// before, but broken input may look different to libjpeg.
 void StopAfterTooManyScans(jpeg_common_struct* pCommon) {
-    if (reinterpret_cast<jpeg_decompress_struct*>(pCommon)->input_scan_number > kMaxScans) {
+    const auto& context = *static_cast<const STnJpegDecodeContext*>(pCommon->client_data);
+    if (!CanHoldScans(context, context.m_jpeg.input_scan_number)) {
         tnrobot::JumpOutOfJpeg(pCommon);
     }
 }
@@ -69,9 +107,14 @@ bool StartDecoder(STnJpegDecodeContext& context, const unsigned char* pData, uns
     jpeg_CreateDecompress(&jpeg, kLibraryVersion, sizeof(jpeg));
     context.m_progress.progress_monitor = StopAfterTooManyScans;
     jpeg.progress = &context.m_progress;
+    jpeg.client_data = &context;
     jpeg_mem_src(&jpeg, pData, nLength);
     jpeg_read_header(&jpeg, TRUE);
-    jpeg.mem->max_memory_to_use = MemoryLimit(jpeg, nLength);
+    context.m_outline = tnrobot::OutlineJpeg(pData, pData + nLength);
+    jpeg.mem->max_memory_to_use = MemoryLimit(context);
+    if (jpeg.arith_code != FALSE) {
+        tnrobot::UseArithmeticSource(jpeg, context.m_source, ZeroLimit(context));
+    }
     return true;
 }
 
@@ -161,15 +204,19 @@ bool CTnJpegDecoder::ReadHeader(int& nWidth, int& nHeight) const {
     return true;
 }
 
+bool CTnJpegDecoder::CanHoldPicture() const {
+    return m_context && CanHoldScans(*m_context, m_context->m_outline.nScans);
+}
+
 bool CTnJpegDecoder::ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) {
     if (!m_context || m_context->m_bSpent || pBuffer == nullptr || !CanDecodeTo(eType)) {
         return false;
     }
-    jpeg_decompress_struct& jpeg = m_context->m_jpeg;
-    if (!CanHoldPicture(jpeg, m_nSourceLength)) {
+    if (!CanHoldPicture()) {
         return false;
     }
     m_context->m_bSpent = true;
+    jpeg_decompress_struct& jpeg = m_context->m_jpeg;
     const tnrobot::STnJpegFormat format = tnrobot::JpegFormat(eType);
     jpeg.err->error_exit = TnJpegErrorExit;
     jpeg.out_color_space = format.eColourSpace;

@@ -13,8 +13,8 @@ struct STnJpegDecodeContext;
 /// Decodes one JPEG for each Open. libjpeg prints its own message before an operation fails.
 ///
 /// Input that promises more than it can hold is refused instead of being met with memory and time:
-/// more than 100 scans, a large picture in less than one bit per 8 x 8 block, and coefficients of
-/// several scans out of proportion to the input.
+/// more than 100 scans, and a large picture, or many scans of it, whose coded bytes are too few for
+/// it. Comments and other segments do not count as coded.
 ///
 /// Threads: externally synchronised.
 class CTnJpegDecoder {
@@ -35,6 +35,10 @@ public:
 
     /// @return false when closed; the arguments are untouched then.
     bool ReadHeader(int& nWidth, int& nHeight) const;
+
+    /// Whether the input can be what its header says it is; nothing is decoded for that.
+    /// @return false when closed too, and ReadData fails then.
+    bool CanHoldPicture() const;
 
     /// Decodes the picture, top row first. Rows start at multiples of the row length rounded up to
     /// a multiple of 4; the bytes between them are left as they are. Works once for each Open.

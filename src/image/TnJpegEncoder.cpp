@@ -128,8 +128,11 @@ void DestroyEncoder(EncodeContext& context) {
 
 // @return bytes from one row to the next; 0 when the record does not hold its rows. Surfaces of
 // one-byte pixels are packed, so data that is too short for aligned rows is taken as such.
-std::int64_t RowPitch(const STnNLImageData& image, int nPixelSize) {
+std::int64_t RowPitch(const STnNLImageData& image, int nPixelSize, int nKnownPitch) {
     const std::int64_t nRow = std::int64_t{image.nWidth} * nPixelSize;
+    if (nKnownPitch >= nRow && tnrobot::STnRowLayout{image.nHeight, nRow, nKnownPitch}.FitsInto(image.nDataSize)) {
+        return nKnownPitch;
+    }
     const std::int64_t nAligned = tnrobot::AlignTo4(nRow);
     if (tnrobot::STnRowLayout{image.nHeight, nRow, nAligned}.FitsInto(image.nDataSize)) {
         return nAligned;
@@ -140,15 +143,15 @@ std::int64_t RowPitch(const STnNLImageData& image, int nPixelSize) {
 
 }  // namespace
 
-bool CTnJpegEncoder::Encode(const STnNLImageData& image) {
+bool CTnJpegEncoder::Encode(const STnNLImageData& image, int nPitch) {
     m_jpeg.clear();
     const tnrobot::STnJpegFormat format = tnrobot::JpegFormat(image.eImageType);
-    const std::int64_t nPitch = RowPitch(image, format.nComponents);
-    if (image.pData == nullptr || nPitch == 0) {
+    const std::int64_t nRowPitch = RowPitch(image, format.nComponents, nPitch);
+    if (image.pData == nullptr || nRowPitch == 0) {
         return false;
     }
     const Picture picture = {image.pData, static_cast<JDIMENSION>(image.nWidth), static_cast<JDIMENSION>(image.nHeight),
-                             static_cast<std::size_t>(nPitch), format};
+                             static_cast<std::size_t>(nRowPitch), format};
     EncodeContext context{};
     context.m_jpeg.err = tnrobot::InitJpegErrors(context.m_errors);
     InitDestination(context.m_destination, m_jpeg);

@@ -17,9 +17,11 @@ public:
     /// @param[in] image  format 1 to 7 or 9; rows start at multiples of the row length rounded up to
     ///                   a multiple of 4. Rows of one-byte pixels may also be packed, as surfaces
     ///                   hold them, when the data is too short to be anything else.
+    /// @param[in] nPitch  bytes from one row to the next where the caller knows. 0, and a pitch at
+    ///                   which the rows do not lie in the data, leave it to the record.
     /// @return false for another format, data that does not hold all rows, and a picture that
     ///         libjpeg refuses.
-    bool Encode(const STnNLImageData& image);
+    bool Encode(const STnNLImageData& image, int nPitch = 0);
 
     /// @param[out] nSize  bytes of the JPEG. @return the JPEG; borrowed until the next Encode.
     const unsigned char* GetEncodeData(unsigned int& nSize) const;

@@ -146,6 +146,12 @@ bool IsInside(const STnNLROIRect& region, const SurfaceDesc& desc) {
            region.right > region.left && region.top < region.bottom;
 }
 
+// @return bytes of such a surface; 0 when there cannot be one.
+std::int64_t SurfaceBytes(const SurfaceDesc& desc) {
+    int nPitch = 0;
+    return tnrobot::SurfacePitch(desc.eImageType, desc.nWidth, nPitch) ? tnrobot::SurfaceSize(nPitch, desc.nHeight) : 0;
+}
+
 // Files leave bytes of a surface uncovered: JPEG rows end before their padding, the rows of a BMP
 // may be fewer than its height says.
 void ClearUncovered(const CTnJpegDecoder& /*decoder*/, const PixelLock& pixels, const SurfaceDesc& desc) {
@@ -155,6 +161,25 @@ void ClearUncovered(const CTnJpegDecoder& /*decoder*/, const PixelLock& pixels, 
 
 void ClearUncovered(const CTnBmpDecoder& decoder, const PixelLock& pixels, const SurfaceDesc& /*desc*/) {
     pixels.ClearFrom(decoder.GetDataSize());
+}
+
+// Whether there is enough of a file for its picture: memory is asked for only then. What is not in a
+// BMP is zero, so a part of a modest picture will do.
+bool IsInProportion(const CTnJpegDecoder& decoder, std::int64_t /*nSurfaceSize*/) {
+    return decoder.CanHoldPicture();
+}
+
+bool IsInProportion(const CTnBmpDecoder& decoder, std::int64_t nSurfaceSize) {
+    constexpr std::int64_t kModestSurface = std::int64_t{48} * 1024 * 1024;
+    return nSurfaceSize <= kModestSurface || decoder.HasAllRows();
+}
+
+int OutOfProportion(const CTnJpegDecoder& /*decoder*/) {
+    return kNotDecoded;
+}
+
+int OutOfProportion(const CTnBmpDecoder& /*decoder*/) {
+    return kRefused;
 }
 
 // A picture that its decoder refuses is another failure than a file that cannot be read.
@@ -173,6 +198,11 @@ int ReadOpened(Decoder& decoder, ITnRobotSurfacePool* pPool, ITnRobotSurface** p
     desc.eImageType = TN_IMAGE_BGR24;
     if (!decoder.ReadHeader(desc.nWidth, desc.nHeight)) {
         return kRefused;
+    }
+    // Sizes that no surface can have are left to the pool, which has its own answer to them.
+    const std::int64_t nSurfaceSize = SurfaceBytes(desc);
+    if (nSurfaceSize != 0 && !IsInProportion(decoder, nSurfaceSize)) {
+        return OutOfProportion(decoder);
     }
     SurfaceRef surface = QuerySurface(pPool, desc);
     if (!surface) {
@@ -218,9 +248,10 @@ private:
     bool m_bTried = false;
 };
 
-int SaveJpeg(const char* lpszPath, const STnNLImageData& image) {
+// @param[in] nPitch  of the record's rows, 0 where only the record knows.
+int SaveJpeg(const char* lpszPath, const STnNLImageData& image, int nPitch) {
     CTnJpegEncoder encoder;
-    if (!encoder.Encode(image)) {
+    if (!encoder.Encode(image, nPitch)) {
         return kNotEncoded;
     }
     unsigned int nSize = 0;
@@ -401,34 +432,51 @@ int TnRobotImageUtils::LoadImage(ITnRobotMemoryBlock* pBlock, ITnRobotSurfacePoo
     return LoadImage(pData, nLength, pPool, ppSurface);
 }
 
-int TnRobotImageUtils::SaveImage(const char* lpszPath, const STnNLImageData* pImage) {
+namespace {
+
+int SaveFile(const char* lpszPath, const STnNLImageData& image, int nPitch) {
     FileKind eKind = FileKind::kOther;
-    if (pImage == nullptr || !QueryFileKind(lpszPath, eKind)) {
+    if (!QueryFileKind(lpszPath, eKind)) {
         return kRefused;
     }
     switch (eKind) {
         case FileKind::kJpeg:
-            return SaveJpeg(lpszPath, *pImage);
+            return SaveJpeg(lpszPath, image, nPitch);
         case FileKind::kBmp:
-            return SaveBmp(lpszPath, *pImage);
+            return SaveBmp(lpszPath, image);
         case FileKind::kOther:
             break;
     }
     return kOk;  // callers rely on it: nothing is written for other endings
 }
 
-int TnRobotImageUtils::SaveImage(const char* lpszPath, ITnRobotSurface* pSurface) {
-    STnNLImageData image{};
-    return pSurface != nullptr && Surface2NlImage(pSurface, image) == kOk ? SaveImage(lpszPath, &image) : kRefused;
+// The size of a surface's block does not tell its pitch: pools may hand out larger blocks.
+int PitchOf(ITnRobotSurface& surface) {
+    SurfaceDesc desc{};
+    surface.GetSurfaceDesc(desc);
+    return desc.nPitch;
 }
 
-int TnRobotImageUtils::SaveImage(const STnNLImageData& image, ITnRobotMemoryBlockPool* pBlockPool,
-                                 ITnRobotMemoryBlock** ppBlock) {
+}  // namespace
+
+int TnRobotImageUtils::SaveImage(const char* lpszPath, const STnNLImageData* pImage) {
+    return pImage != nullptr ? SaveFile(lpszPath, *pImage, 0) : kRefused;
+}
+
+int TnRobotImageUtils::SaveImage(const char* lpszPath, ITnRobotSurface* pSurface) {
+    STnNLImageData image{};
+    return Surface2NlImage(pSurface, image) == kOk ? SaveFile(lpszPath, image, PitchOf(*pSurface)) : kRefused;
+}
+
+namespace {
+
+int SaveBlock(const STnNLImageData& image, int nPitch, ITnRobotMemoryBlockPool* pBlockPool,
+              ITnRobotMemoryBlock** ppBlock) {
     if (pBlockPool == nullptr || ppBlock == nullptr) {
         return kRefused;
     }
     CTnJpegEncoder encoder;
-    if (!encoder.Encode(image)) {
+    if (!encoder.Encode(image, nPitch)) {
         return kNotEncoded;
     }
     unsigned int nSize = 0;
@@ -448,8 +496,16 @@ int TnRobotImageUtils::SaveImage(const STnNLImageData& image, ITnRobotMemoryBloc
     return kOk;
 }
 
+}  // namespace
+
+int TnRobotImageUtils::SaveImage(const STnNLImageData& image, ITnRobotMemoryBlockPool* pBlockPool,
+                                 ITnRobotMemoryBlock** ppBlock) {
+    return SaveBlock(image, 0, pBlockPool, ppBlock);
+}
+
 int TnRobotImageUtils::SaveImage(ITnRobotSurface* pSurface, ITnRobotMemoryBlockPool* pBlockPool,
                                  ITnRobotMemoryBlock** ppBlock) {
     STnNLImageData image{};
-    return Surface2NlImage(pSurface, image) == kOk ? SaveImage(image, pBlockPool, ppBlock) : kRefused;
+    return Surface2NlImage(pSurface, image) == kOk ? SaveBlock(image, PitchOf(*pSurface), pBlockPool, ppBlock)
+                                                   : kRefused;
 }

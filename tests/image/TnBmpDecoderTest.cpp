@@ -302,14 +302,55 @@ TEST_F(BmpDecoder, RefusesAFileWithoutWholeRows) {
     }
 }
 
+// As nearly all programs write them. With some sizes the padded bytes are by chance whole rows.
 TEST_F(BmpDecoder, RefusesPaddedRows) {
-    const Bytes row = Counting(15) + Bytes(1, 0);
-    EXPECT_FALSE(OpenFile(BmpFile24(5, 2, row + row)));
-    BmpFields f;
-    f.nWidth = 5;
-    f.nHeight = 15;
-    f.nImageSize = 16 * 15;  // as many bytes as 16 rows without padding
-    EXPECT_TRUE(OpenFile(BmpFile(f, Counting(16 * 15)))) << "only the image size tells";
+    const struct {
+        int nWidth;
+        int nHeight;
+    } sizes[] = {{5, 2}, {5, 15}, {27, 27}, {127, 127}, {255, 255}, {1, 3}, {2, 3}, {3, 3}, {1, 1}, {3, 9}, {2, 6}};
+    for (const auto& size : sizes) {
+        const std::size_t nPadded = static_cast<std::size_t>((size.nWidth * 3 + 3) / 4 * 4) * size.nHeight;
+        BmpFields f;
+        f.nWidth = size.nWidth;
+        f.nHeight = size.nHeight;
+        for (const std::size_t nSize : {std::size_t{0}, nPadded}) {
+            f.nImageSize = static_cast<std::uint32_t>(nSize);
+            EXPECT_FALSE(OpenFile(BmpFile(f, Counting(nPadded))))
+                << size.nWidth << " x " << size.nHeight << ", size " << nSize;
+        }
+        f.nImageSize = 0;
+        EXPECT_FALSE(OpenFile(BmpFile(f, Counting(nPadded + 2)))) << "two bytes more, as some programs add";
+    }
+}
+
+// Only colour rows are told apart, only by what padded ones would take.
+TEST_F(BmpDecoder, ReadsUnpaddedRowsOfAnyWidth) {
+    for (int nWidth = 1; nWidth <= 9; ++nWidth) {
+        for (int nHeight = 1; nHeight <= 9; ++nHeight) {
+            const std::size_t nRow = static_cast<std::size_t>(nWidth) * 3;
+            const std::size_t nSize = nRow * static_cast<std::size_t>(nHeight);
+            const Bytes pixels = Counting(nSize);
+            const std::size_t nRoom = (nRow + 3) / 4 * 4 * static_cast<std::size_t>(nHeight);
+            BmpFields f;
+            f.nWidth = nWidth;
+            f.nHeight = nHeight;
+            ASSERT_TRUE(OpenFile(BmpFile(f, pixels))) << nWidth << " x " << nHeight << ", size left open";
+            EXPECT_EQ(Read(TN_IMAGE_BGR24, nSize), FlipRows(pixels, nRow));
+            if (nRoom > nSize) {
+                EXPECT_TRUE(OpenFile(BmpFile(f, pixels + Bytes(nRoom - nSize - 1, 0xEE)))) << "some bytes behind it";
+            }
+            f.nImageSize = static_cast<std::uint32_t>(nSize);
+            ASSERT_TRUE(OpenFile(BmpFile(f, pixels))) << nWidth << " x " << nHeight;
+            EXPECT_EQ(Read(TN_IMAGE_BGR24, nSize), FlipRows(pixels, nRow));
+            EXPECT_TRUE(OpenFile(BmpFile(f, pixels + Bytes(100, 0xEE)))) << "bytes behind it";
+        }
+    }
+    BmpFields grey;
+    grey.nWidth = 3;
+    grey.nHeight = 3;
+    grey.nBitsPerPixel = 8;
+    grey.nImageSize = 12;
+    EXPECT_TRUE(OpenFile(BmpFile(grey, Counting(12)))) << "grey";
 }
 
 TEST_F(BmpDecoder, KeepsNoPixelsOfAnEarlierFileWhenTheNextIsCutShort) {

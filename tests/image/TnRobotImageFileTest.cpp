@@ -251,6 +251,33 @@ TEST_F(ImageFiles, ABmpThatFillsPartOfTheSurfaceLeavesZero) {
     EXPECT_EQ(SurfaceBytes(surface.get()), FlipRows(pixels, 12) + Bytes(98 * 12, 0));
 }
 
+TEST_F(ImageFiles, ABmpWithPaddedRowsIsRefused) {
+    for (const int nSize : {1, 2, 3, 5, 27, 127, 255}) {
+        const Bytes padded = Counting(Pitch24(nSize) * static_cast<std::size_t>(nSize));
+        BmpFields f;
+        f.nWidth = nSize;
+        f.nHeight = nSize;
+        EXPECT_EQ(Load("open.bmp", BmpFile(f, padded)), -1) << nSize << ", size left open";
+        f.nImageSize = static_cast<std::uint32_t>(padded.size());
+        EXPECT_EQ(Load("given.bmp", BmpFile(f, padded)), -1) << nSize;
+    }
+}
+
+// A camera's rows without padding, which no other program reads.
+TEST_F(ImageFiles, ABmpOfAPackedRecordComesBack) {
+    for (const int nSize : {1, 2, 3, 5, 27}) {
+        const Bytes packed = Noise(static_cast<std::size_t>(nSize * nSize) * 3, 21);
+        const STnNLImageData image = Record(TN_IMAGE_BGR24, nSize, nSize, packed);
+        const std::string path = m_directory / "packed.bmp";
+        ASSERT_EQ(Utils::SaveImage(path.c_str(), &image), 0);
+        Held<ITnRobotSurface> surface;
+        ASSERT_EQ(LoadPath(path, &surface), 0) << nSize;
+        Bytes loaded = SurfaceBytes(surface.get());
+        loaded.resize(packed.size());
+        EXPECT_EQ(loaded, packed) << nSize;
+    }
+}
+
 TEST_F(ImageFiles, ABmpWithMoreRowsThanItsHeightCannotBeRead) {
     BmpFields f;
     f.nWidth = 4;
@@ -524,6 +551,28 @@ TEST_F(ImageFiles, GreySurfacesOfAnyWidthSaveAsJpeg) {
         ITnRobotMemoryBlock* pBlock = nullptr;
         ASSERT_EQ(Utils::SaveImage(surface.get(), m_source.blocks.get(), &pBlock), 0);
         EXPECT_TRUE(BlockBytes(Hold(pBlock).get()) == EncodePlain(recipe, pixels)) << nWidth;
+    }
+}
+
+// Pools may hand out larger blocks than they are asked for: the size does not tell the pitch.
+TEST_F(ImageFiles, SurfacesInLargerBlocksSaveAsTheyAre) {
+    for (const ETnNLImageType eType : {TN_IMAGE_8BIT_3, TN_IMAGE_GRAY8, TN_IMAGE_BGR24, TN_IMAGE_BGRX32}) {
+        for (const int nWidth : {1, 5, 13, 16}) {
+            constexpr int kHeight = 9;
+            const int nRow = nWidth * (eType == TN_IMAGE_BGRX32 ? 4 : eType == TN_IMAGE_BGR24 ? 3 : 1);
+            const int nPitch = eType == TN_IMAGE_BGR24 ? (nRow + 3) / 4 * 4 : nRow;
+            const Bytes pixels = Noise(static_cast<std::size_t>(nPitch * kHeight), 22);
+            const auto exact = TestSurface::Create(Desc{nWidth, kHeight, nPitch, eType, {0, 0}}, pixels);
+            const auto large = TestSurface::Create(Desc{nWidth, kHeight, nPitch, eType, {0, 0}}, pixels + Bytes(4096));
+            const std::string path = m_directory / "a.jpg";
+            ITnRobotMemoryBlock* pBlock = nullptr;
+            ASSERT_EQ(Utils::SaveImage(exact.get(), m_source.blocks.get(), &pBlock), 0);
+            const Bytes expected = BlockBytes(Hold(pBlock).get());
+            ASSERT_EQ(Utils::SaveImage(large.get(), m_source.blocks.get(), &pBlock), 0);
+            EXPECT_TRUE(BlockBytes(Hold(pBlock).get()) == expected) << eType << ", width " << nWidth;
+            ASSERT_EQ(Utils::SaveImage(path.c_str(), large.get()), 0);
+            EXPECT_TRUE(ReadBytes(path) == expected) << eType << ", width " << nWidth << ", file";
+        }
     }
 }
 

@@ -167,6 +167,12 @@ std::vector<NamedJpeg> GoodJpegs() {
     recipe.nRestartRows = 0;
     recipe.bProgressive = true;
     jpegs.push_back({"progressive", EncodePlain(recipe, colour)});
+    recipe.bArithmetic = true;
+    jpegs.push_back({"arithmetic progressive", EncodePlain(recipe, colour)});
+    recipe.bProgressive = false;
+    jpegs.push_back({"arithmetic", EncodePlain(recipe, colour)});
+    recipe.nRestartRows = 1;
+    jpegs.push_back({"arithmetic with restarts", EncodePlain(recipe, colour)});
     return jpegs;
 }
 
@@ -404,6 +410,124 @@ TEST_F(HostileImages, AHugeSizeInASmallBaselineJpeg) {
     }
 }
 
+namespace {
+
+// One colour, and of the arithmetic ones less than 400 bytes whatever the size.
+Bytes FlatJpeg(int nWidth, int nHeight, bool bGrey, bool bArithmetic, bool bProgressive) {
+    JpegRecipe recipe;
+    recipe.nWidth = nWidth;
+    recipe.nHeight = nHeight;
+    recipe.nComponents = bGrey ? 1 : 3;
+    recipe.eInput = bGrey ? JCS_GRAYSCALE : JCS_EXT_BGR;
+    recipe.bArithmetic = bArithmetic;
+    recipe.bProgressive = bProgressive;
+    recipe.nSampling = 0;
+    const std::size_t nPixels = static_cast<std::size_t>(nWidth) * static_cast<std::size_t>(nHeight);
+    return EncodePlain(recipe, Bytes(nPixels * static_cast<std::size_t>(recipe.nComponents), 128));
+}
+
+}  // namespace
+
+// Few bytes are no reason to refuse a picture: there is no more to say of a flat one.
+TEST_F(HostileImages, FlatPicturesLoad) {
+    EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(6001, 5003, false, true, false)), 0);
+    EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(6001, 5003, true, true, true)), 0);
+    EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(65000, 1000, true, false, true)), 0);
+    EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(65000, 1000, false, true, true)), 0);
+}
+
+TEST_F(HostileImages, AHugeSizeInASmallJpegIsRefusedBeforeMemoryIsAskedFor) {
+    const QuietErrors quiet;
+    for (const NamedJpeg& good : GoodJpegs()) {
+        Bytes jpeg = good.jpeg;
+        PatchSize(jpeg, 30000, 30000);
+        SurfaceSource source;
+        source.blocks->Refuse();
+        ITnRobotSurface* pSurface = nullptr;
+        EXPECT_EQ(Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), source.pool.get(), &pSurface),
+                  -2)
+            << good.name;
+        EXPECT_TRUE(source.blocks->Requests().empty()) << good.name;
+    }
+}
+
+TEST_F(HostileImages, ManyScansOfAnArithmeticJpegAreRefusedAtOnce) {
+    const QuietErrors quiet;
+    const Bytes flat = FlatJpeg(4096, 4096, true, true, true);
+    EXPECT_EQ(LoadAsApplicationsDo(RepeatLastScan(flat, 20)), 0);
+    const Bytes jpeg = RepeatLastScan(flat, 100);
+    ASSERT_LT(jpeg.size(), 7000u);
+    const long long nGrowth =
+        PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), -2); }), 1.0); });
+    EXPECT_GE(nGrowth, 0);
+    EXPECT_LE(nGrowth, 16 * kMiB);
+}
+
+TEST_F(HostileImages, CommentsDoNotCountAsPixels) {
+    const QuietErrors quiet;
+    const Bytes jpeg = AddComments(EmptyProgressiveJpeg(11750, 11750, 70), 300000);
+    const long long nGrowth =
+        PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), -2); }), 1.0); });
+    EXPECT_GE(nGrowth, 0);
+    EXPECT_LE(nGrowth, 16 * kMiB);
+    const Bytes good = GoodJpegs()[0].jpeg;
+    CheckJpeg(LoadMemory(AddComments(good, 300000)), AddComments(good, 300000), "a good one with comments");
+}
+
+// An arithmetic decoder makes pixels for ever once its data has ended. Costly ones are not waited for.
+TEST_F(HostileImages, AnArithmeticJpegThatIsMostlyMissingEndsSoon) {
+    const QuietErrors quiet;
+    for (const std::size_t nBytes : {std::size_t{20}, std::size_t{200}, std::size_t{2000}}) {
+        JpegRecipe recipe;
+        recipe.nWidth = 256;
+        recipe.nHeight = 256;
+        recipe.bArithmetic = true;
+        recipe.nQuality = 100;
+        Bytes jpeg = CutFirstScan(EncodePlain(recipe, Noise(256 * 256 * 3, 23)), nBytes);
+        PatchSize(jpeg, 8000, 8000);
+        int nResult = 99;
+        EXPECT_LT(SecondsFor([&] { nResult = LoadAsApplicationsDo(jpeg); }), 5.0) << nBytes;
+        EXPECT_EQ(nResult, -2) << nBytes;
+    }
+}
+
+// Whatever a camera or a program makes of a picture loads, also when it was cut.
+TEST_F(HostileImages, EveryWayToCompressAPictureLoads) {
+    const QuietErrors quiet;
+    constexpr int kWidth = 301;
+    constexpr int kHeight = 203;
+    Bytes pixels = SmoothPicture(kWidth, kHeight, 3, kWidth * 3);
+    const Bytes noise = Noise(pixels.size(), 24);
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+        const bool bFlat = i / 3 % kWidth < 100;
+        pixels[i] = static_cast<unsigned char>(bFlat ? 200 : pixels[i] / 2 + noise[i] % 32);
+    }
+    for (const int nQuality : {1, 10, 50, 75, 95, 100}) {
+        for (int nWay = 0; nWay < 12; ++nWay) {
+            JpegRecipe recipe;
+            recipe.nWidth = kWidth;
+            recipe.nHeight = kHeight;
+            recipe.nQuality = nQuality;
+            recipe.nSampling = nWay % 2 == 0 ? 2 : 1;
+            recipe.bProgressive = nWay / 2 % 3 == 1;
+            recipe.nRestartRows = nWay / 2 % 3 == 2 ? 1 : 0;
+            recipe.bArithmetic = nWay >= 6;
+            recipe.bOptimised = !recipe.bArithmetic && nWay % 2 == 0;
+            const Bytes jpeg = EncodePlain(recipe, pixels);
+            const JpegPicture expected = DecodePlain(jpeg, JCS_EXT_BGR, 3);
+            const std::string what = "quality " + std::to_string(nQuality) + ", way " + std::to_string(nWay);
+            const std::size_t nRow = kWidth * 3;
+            const Bytes surface = Repitch(expected.pixels, nRow, nRow, Pitch24(kWidth), kHeight);
+            EXPECT_TRUE(LoadMemory(jpeg).surface == surface) << what;
+            EXPECT_TRUE(LoadMemory(AddFillBytes(jpeg)).surface == surface) << what << ", fill bytes";
+            for (const std::size_t nPercent : {10, 50, 90}) {
+                const Bytes cut(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(jpeg.size() * nPercent / 100));
+                CheckJpeg(LoadMemory(cut), cut, what + ", cut to " + std::to_string(nPercent));
+            }
+        }
+    }
+}
+
 // What decoding costs beside the surface.
 TEST_F(HostileImages, ABaselineJpegTakesTheSurfaceAndLittleMore) {
     constexpr int kWidth = 1920;
@@ -433,6 +557,38 @@ TEST_F(HostileImages, AHugeSizeInASmallBmp) {
         });
         EXPECT_GE(nGrowth, 0);
         EXPECT_LE(nGrowth, kMiB);
+    }
+}
+
+// Beyond a modest surface all rows must be there: what is not is zero, and nobody waits for that.
+TEST_F(HostileImages, AHugeBmpNeedsAllItsRows) {
+    const struct {
+        int nWidth;
+        int nHeight;
+        unsigned int nBits;
+        std::uint32_t nRowsThere;
+        int nResult;
+    } rows[] = {
+        {4, 350000000, 24, 1, -1},  // 66 bytes
+        {4, 4 << 20, 24, 2, 0},     // exactly 48 MiB
+        {4, (4 << 20) + 1, 24, 2, -1}, {1024, 16384, 24, 1, 0},     {1024, 16385, 24, 16384, -1},
+        {1024, 16385, 24, 16385, 0},   {1024, 16385, 8, 16384, -1},
+    };
+    for (const auto& row : rows) {
+        BmpFields f;
+        f.nWidth = row.nWidth;
+        f.nHeight = row.nHeight;
+        f.nBitsPerPixel = row.nBits;
+        f.nImageSize = row.nBits / 8 * static_cast<std::uint32_t>(row.nWidth) * row.nRowsThere;
+        WriteBytes(m_path, BmpFile(f, Bytes(f.nImageSize, 1)));
+        SurfaceSource source;
+        source.blocks->Refuse(row.nResult != 0);
+        ITnRobotSurface* pSurface = nullptr;
+        EXPECT_EQ(Utils::LoadImage(m_path.c_str(), source.pool.get(), &pSurface), row.nResult) << row.nHeight;
+        EXPECT_EQ(source.blocks->Requests().empty(), row.nResult != 0) << row.nHeight << ": memory is asked for";
+        if (pSurface != nullptr) {
+            pSurface->Release();
+        }
     }
 }
 

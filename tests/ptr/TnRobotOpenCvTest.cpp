@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <opencv2/core.hpp>
 #include <thread>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "support/TestBlocks.h"
@@ -102,7 +105,7 @@ TEST_F(OpenCv, AMatrixLiesOverTheSurfaceWhateverItsPitch) {
         for (int nWidth = 1; nWidth <= 5; ++nWidth) {
             SCOPED_TRACE(testing::Message() << "format " << entry.eType << ", width " << nWidth);
             const SurfacePtr surface = Surface(nWidth, 3, entry.eType);
-            cv::Mat mat = tn::MatOver(surface);
+            cv::Mat mat = tn::MatOver(surface, m_pool);
             const tntest::Lock pixels = Pixels(surface);
             ASSERT_EQ(mat.size(), cv::Size(nWidth, 3));
             EXPECT_EQ(mat.type(), entry.nCvType);
@@ -123,14 +126,14 @@ TEST_F(OpenCv, AMatrixLiesOverTheSurfaceWhateverItsPitch) {
 TEST_F(OpenCv, MatricesAndTheirRegionsKeepTheSurfaceAndItsPixels) {
     cv::Mat region;
     {
-        cv::Mat mat = tn::MatOver(Surface(5, 4, TN_IMAGE_BGR24));
+        cv::Mat mat = tn::MatOver(Surface(5, 4, TN_IMAGE_BGR24), tn::kSurfaceKeepsPixels);
         Fill(mat);
         const cv::Mat copy = mat;
         region = copy(cv::Rect(1, 1, 3, 2));
     }
     EXPECT_EQ(TestBlock::LiveCount(), 1);
     // Another surface does not get the pixels that are still looked at.
-    cv::Mat other = tn::MatOver(Surface(5, 4, TN_IMAGE_BGR24));
+    cv::Mat other = tn::MatOver(Surface(5, 4, TN_IMAGE_BGR24), tn::kSurfaceKeepsPixels);
     other.setTo(cv::Scalar::all(0));
     EXPECT_EQ(region.at<cv::Vec3b>(0, 0), cv::Vec3b(19, 20, 21));
     region.release();
@@ -141,7 +144,7 @@ TEST_F(OpenCv, MatricesAndTheirRegionsKeepTheSurfaceAndItsPixels) {
 TEST_F(OpenCv, TheSurfaceGoesBackToItsPoolWithTheLastMatrix) {
     SurfacePtr surface = Surface(4, 4, TN_IMAGE_GRAY8);
     const ITnRobotSurface* pFirst = surface.get();
-    cv::Mat mat = tn::MatOver(surface);
+    cv::Mat mat = tn::MatOver(surface, m_pool);
     surface.reset();
     EXPECT_NE(Surface(4, 4, TN_IMAGE_GRAY8), pFirst) << "it is in use";
     cv::Mat copy = mat;
@@ -152,7 +155,7 @@ TEST_F(OpenCv, TheSurfaceGoesBackToItsPoolWithTheLastMatrix) {
 }
 
 TEST_F(OpenCv, PixelsOutliveThePools) {
-    cv::Mat mat = tn::MatOver(Surface(5, 4, TN_IMAGE_BGR24));
+    cv::Mat mat = tn::MatOver(Surface(5, 4, TN_IMAGE_BGR24), tn::kSurfaceKeepsPixels);
     Fill(mat);
     const cv::Mat expected = mat.clone();
     m_pool.reset();
@@ -174,27 +177,41 @@ TEST_F(OpenCv, PixelsOfACircularPoolLiveAsLongAsThePoolIsKept) {
     EXPECT_EQ(kept.at<cv::Vec3b>(3, 4), cv::Vec3b(58, 59, 60));
 }
 
+// Whether a matrix can be had without a word on who keeps the pixels.
+template <typename Surface, typename = void>
+struct ViewsWithoutKeeper : std::false_type {};
+template <typename Surface>
+struct ViewsWithoutKeeper<Surface, std::void_t<decltype(tn::MatOver(std::declval<Surface>()))>> : std::true_type {};
+
+// Pixels can go before the surface does.
+TEST_F(OpenCv, TheCallerSaysWhoKeepsThePixels) {
+    EXPECT_FALSE(ViewsWithoutKeeper<SurfacePtr>::value);
+    const cv::Mat mat = tn::MatOver(Surface(4, 4, TN_IMAGE_GRAY8), m_pool);
+    EXPECT_FALSE(mat.empty());
+    EXPECT_EQ(m_pool.detach()->Release(), 1) << "the matrix holds the pool";
+}
+
 TEST_F(OpenCv, EveryLockIsPairedWithAnUnlockAtTheEnd) {
     const auto test = TestSurface::Create(Desc{4, 2, 12, TN_IMAGE_BGR24, {0, 0}}, Bytes(24));
     {
-        const cv::Mat mat = tn::MatOver(tn::Retain<ITnRobotSurface>(test.get()));
+        const cv::Mat mat = tn::MatOver(tn::Retain<ITnRobotSurface>(test.get()), tn::kSurfaceKeepsPixels);
         ASSERT_FALSE(mat.empty());
         const cv::Mat region = mat.colRange(1, 2);
         EXPECT_EQ(test->OpenLocks(), 1);
     }
     EXPECT_EQ(test->OpenLocks(), 0);
     test->RefuseLocks();
-    EXPECT_TRUE(tn::MatOver(tn::Retain<ITnRobotSurface>(test.get())).empty());
+    EXPECT_TRUE(tn::MatOver(tn::Retain<ITnRobotSurface>(test.get()), tn::kSurfaceKeepsPixels).empty());
     EXPECT_EQ(test->OpenLocks(), 0);
 }
 
 TEST_F(OpenCv, SurfacesThatAreNoMatrixGiveNone) {
-    EXPECT_TRUE(tn::MatOver(nullptr).empty());
-    EXPECT_TRUE(tn::MatOver(Surface(4, 4, TN_IMAGE_420)).empty());
+    EXPECT_TRUE(tn::MatOver(nullptr, tn::kSurfaceKeepsPixels).empty());
+    EXPECT_TRUE(tn::MatOver(Surface(4, 4, TN_IMAGE_420), tn::kSurfaceKeepsPixels).empty());
     // The pool hands its free surface out without pixels.
     SurfacePtr bare;
     ASSERT_EQ(m_pool->QuerySurface(Desc{}, bare.put()), 0);
-    EXPECT_TRUE(tn::MatOver(bare).empty());
+    EXPECT_TRUE(tn::MatOver(bare, tn::kSurfaceKeepsPixels).empty());
 
     const Desc descs[] = {
         {4, 3, 12, TN_IMAGE_BGR24, {0, 0}},  // one row more than there are bytes
@@ -207,7 +224,8 @@ TEST_F(OpenCv, SurfacesThatAreNoMatrixGiveNone) {
     };
     for (const Desc& desc : descs) {
         const auto test = TestSurface::Create(desc, Bytes(24));
-        EXPECT_TRUE(tn::MatOver(tn::Retain<ITnRobotSurface>(test.get())).empty()) << desc.nWidth << " " << desc.nPitch;
+        EXPECT_TRUE(tn::MatOver(tn::Retain<ITnRobotSurface>(test.get()), tn::kSurfaceKeepsPixels).empty())
+            << desc.nWidth << " " << desc.nPitch;
         EXPECT_EQ(test->OpenLocks(), 0);
     }
 }
@@ -215,7 +233,7 @@ TEST_F(OpenCv, SurfacesThatAreNoMatrixGiveNone) {
 TEST_F(OpenCv, AnAllocatedSurfaceIsFilledThroughItsMatrix) {
     cv::Mat source(3, 5, CV_8UC3);
     Fill(source);
-    SurfaceMat holder = SurfaceMat::Allocate(*m_pool, source.size(), TN_IMAGE_BGR24);
+    SurfaceMat holder = SurfaceMat::Allocate(*m_pool, source.size(), TN_IMAGE_BGR24, tn::kSurfaceKeepsPixels);
     ASSERT_TRUE(holder);
     cv::add(source, cv::Scalar::all(1), holder.Mat());
     EXPECT_TRUE(holder.Shares());
@@ -227,18 +245,18 @@ TEST_F(OpenCv, AnAllocatedSurfaceIsFilledThroughItsMatrix) {
     EXPECT_FALSE(holder.Shares());
     EXPECT_EQ(Pixels(holder.Surface()).pData, pixels.pData) << "the surface has kept its pixels";
 
-    EXPECT_FALSE(SurfaceMat::Allocate(*m_pool, {4, 4}, TN_IMAGE_420));
-    EXPECT_FALSE(SurfaceMat::Allocate(*m_pool, {0, 4}, TN_IMAGE_GRAY8));
+    EXPECT_FALSE(SurfaceMat::Allocate(*m_pool, {4, 4}, TN_IMAGE_420, tn::kSurfaceKeepsPixels));
+    EXPECT_FALSE(SurfaceMat::Allocate(*m_pool, {0, 4}, TN_IMAGE_GRAY8, tn::kSurfaceKeepsPixels));
     EXPECT_FALSE(SurfaceMat());
     EXPECT_FALSE(SurfaceMat().Shares());
 }
 
 TEST_F(OpenCv, ViewsHoldBothOrNothing) {
     const SurfacePtr surface = Surface(3, 3, TN_IMAGE_BGRX32);
-    const SurfaceMat view = SurfaceMat::View(surface);
+    const SurfaceMat view = SurfaceMat::View(surface, tn::kSurfaceKeepsPixels);
     EXPECT_TRUE(view && view.Shares());
     EXPECT_EQ(view.Surface(), surface);
-    const SurfaceMat none = SurfaceMat::View(Surface(4, 4, TN_IMAGE_420));
+    const SurfaceMat none = SurfaceMat::View(Surface(4, 4, TN_IMAGE_420), tn::kSurfaceKeepsPixels);
     EXPECT_FALSE(none);
     EXPECT_FALSE(none.Surface());
     EXPECT_TRUE(none.Mat().empty());
@@ -286,7 +304,7 @@ TEST_F(OpenCv, TheLibraryWorksOnASurfaceOverAMatrix) {
     Fill(mat);
     const SurfacePtr part = tn::ClipImage(m_pool.get(), tn::SurfaceOver(mat).get(), tn::RegionOf({2, 1, 3, 2}));
     ASSERT_TRUE(part);
-    EXPECT_TRUE(SameElements(tn::MatOver(part), mat(cv::Rect(2, 1, 3, 2))));
+    EXPECT_TRUE(SameElements(tn::MatOver(part, tn::kSurfaceKeepsPixels), mat(cv::Rect(2, 1, 3, 2))));
 }
 
 TEST_F(OpenCv, ChannelOrderIsTheCallersWord) {
@@ -298,21 +316,61 @@ TEST_F(OpenCv, ChannelOrderIsTheCallersWord) {
     EXPECT_EQ(Pixels(tn::CopyToSurface(rgb, *m_pool, TN_IMAGE_RGB24)).eImageType, TN_IMAGE_RGB24);
 }
 
-// Rows of 15 bytes at a distance of 16 are what a surface has.
-TEST_F(OpenCv, APaddedMatrixFitsWithItsLastRowsPaddingOnly) {
+// Nobody can tell whether padding follows the last of these rows.
+TEST_F(OpenCv, BorrowedMemoryNeedsFullRows) {
     std::vector<unsigned char> bytes(48, 9);
-    const cv::Mat padded(3, 5, CV_8UC3, bytes.data(), 16);
-    EXPECT_TRUE(SharesPixels(tn::SurfaceOver(padded), padded));
+    EXPECT_FALSE(tn::SurfaceOver(cv::Mat(3, 5, CV_8UC3, bytes.data(), 16)));
+    EXPECT_FALSE(tn::SurfaceOver(cv::Mat(1, 5, CV_8UC3, bytes.data())));
+    std::vector<unsigned char> large(9213, 9);
+    EXPECT_FALSE(tn::SurfaceOver(cv::Mat(48, 63, CV_8UC3, large.data(), 192))) << "three bytes short of 48 x 192";
+    const cv::Mat full(3, 4, CV_8UC3, bytes.data());
+    const SurfacePtr surface = tn::SurfaceOver(full);
+    EXPECT_TRUE(SharesPixels(surface, full));
+    EXPECT_EQ(Pixels(surface).nDataSize, 36U);
+}
 
-    cv::Mat wide(3, 16, CV_8UC1);
-    EXPECT_FALSE(tn::SurfaceOver(wide.colRange(0, 5))) << "grey rows are not padded";
-    EXPECT_TRUE(SharesPixels(tn::SurfaceOver(wide.rowRange(1, 3)), wide.rowRange(1, 3)));
+// Padding of a region is pixels of its neighbours.
+TEST_F(OpenCv, RegionsNeedFullRows) {
+    cv::Mat colour(3, 8, CV_8UC3);
+    EXPECT_FALSE(tn::SurfaceOver(colour.colRange(0, 7))) << "21 bytes at a distance of 24";
+    EXPECT_FALSE(tn::SurfaceOver(colour(cv::Rect(0, 0, 7, 1))));
+    EXPECT_FALSE(tn::SurfaceOver(colour(cv::Rect(1, 2, 7, 1))));
+    cv::Mat grey(3, 16, CV_8UC1);
+    EXPECT_FALSE(tn::SurfaceOver(grey.colRange(0, 5))) << "grey rows are not padded";
+    EXPECT_TRUE(SharesPixels(tn::SurfaceOver(grey.rowRange(1, 3)), grey.rowRange(1, 3)));
+    EXPECT_TRUE(SharesPixels(tn::SurfaceOver(colour.rowRange(1, 3)), colour.rowRange(1, 3)));
 
     cv::Mat narrow(1, 5, CV_8UC3);
     EXPECT_FALSE(tn::SurfaceOver(narrow)) << "one row of 15 bytes has no room for 16";
     cv::Mat roomy(1, 6, CV_8UC3);
-    EXPECT_TRUE(SharesPixels(tn::SurfaceOver(roomy.colRange(0, 5)), roomy));
-    EXPECT_FALSE(tn::SurfaceOver(roomy.colRange(1, 6)));
+    EXPECT_FALSE(tn::SurfaceOver(roomy.colRange(0, 5)));
+}
+
+TEST_F(OpenCv, WritingASurfaceOverARegionLeavesItsNeighboursAlone) {
+    for (int nWidth = 1; nWidth <= 8; ++nWidth) {
+        for (int nX = 0; nX + nWidth <= 8; ++nX) {
+            cv::Mat whole(4, 8, CV_8UC3, cv::Scalar::all(1));
+            const cv::Rect part(nX, 1, nWidth, 2);
+            const SurfacePtr surface = tn::SurfaceOver(whole(part));
+            if (surface) {
+                const tntest::Lock pixels = Pixels(surface);
+                std::fill_n(pixels.pData, pixels.nDataSize, static_cast<unsigned char>(2));
+            }
+            whole(part).setTo(cv::Scalar::all(1));
+            EXPECT_EQ(cv::norm(whole, cv::Mat(4, 8, CV_8UC3, cv::Scalar::all(1)), cv::NORM_INF), 0) << part;
+            EXPECT_EQ(static_cast<bool>(surface), nWidth == 8) << part;
+        }
+    }
+}
+
+// A matrix over a surface has the surface's padding too.
+TEST_F(OpenCv, AMatrixOverAWholeSurfaceIsASurfaceAgain) {
+    const cv::Mat mat = tn::MatOver(Surface(5, 3, TN_IMAGE_BGR24), m_pool);
+    const SurfacePtr again = tn::SurfaceOver(mat);
+    EXPECT_TRUE(SharesPixels(again, mat));
+    EXPECT_EQ(Pixels(again).nDataSize, 48U);
+    EXPECT_FALSE(tn::SurfaceOver(mat.rowRange(0, 2)));
+    EXPECT_FALSE(tn::SurfaceOver(mat.rowRange(1, 3)));
 }
 
 TEST_F(OpenCv, EveryMatrixCanBeCopied) {
@@ -323,7 +381,7 @@ TEST_F(OpenCv, EveryMatrixCanBeCopied) {
         const cv::Mat region = whole(cv::Rect(2, 1, nWidth, 3));
         const SurfacePtr surface = tn::CopyToSurface(region, *m_pool);
         ASSERT_TRUE(surface);
-        const cv::Mat view = tn::MatOver(surface);
+        const cv::Mat view = tn::MatOver(surface, m_pool);
         EXPECT_TRUE(SameElements(view, region));
         EXPECT_NE(view.data, region.data);
         const tntest::Lock pixels = Pixels(surface);
@@ -349,7 +407,7 @@ TEST_F(OpenCv, WhatIsNoPictureGivesNoSurface) {
 
 TEST_F(OpenCv, MatricesOfOneSurfaceAreDroppedOnEveryThread) {
     constexpr int kThreads = 8;
-    cv::Mat mat = tn::MatOver(Surface(16, 16, TN_IMAGE_BGR24));
+    cv::Mat mat = tn::MatOver(Surface(16, 16, TN_IMAGE_BGR24), tn::kSurfaceKeepsPixels);
     Fill(mat);
     std::vector<std::thread> threads;
     for (int n = 0; n < kThreads; ++n) {

@@ -85,6 +85,12 @@ inline BmpAnswer ExpectedBmp(const Bytes& file, std::uint32_t nLargestSurface) {
     if (nRow <= 0 || nRow > static_cast<std::int64_t>(file.size())) {
         return answer;
     }
+    // Rows at multiples of 4 bytes: what the size says, or what there is room for.
+    const std::int64_t nPadded = (nRow + 3) / 4 * 4 * answer.nHeight;
+    const std::int64_t nRoom = static_cast<std::int64_t>(file.size()) - nOffset;
+    if (nBytes == 3 && nRow % 4 != 0 && answer.nHeight > 0 && (nStored != 0 ? nStored == nPadded : nRoom >= nPadded)) {
+        return answer;
+    }
     const std::int64_t nImage = nStored != 0 ? nStored : nRow * answer.nHeight;
     const bool bWholeRows = nImage >= nRow && nImage % nRow == 0;
     if (!bWholeRows || nOffset + nImage > static_cast<std::int64_t>(file.size())) {
@@ -92,6 +98,10 @@ inline BmpAnswer ExpectedBmp(const Bytes& file, std::uint32_t nLargestSurface) {
     }
     const std::int64_t nPitch = (3LL * answer.nWidth + 3) / 4 * 4;
     if (answer.nHeight <= 0 || nPitch * answer.nHeight > nLargestSurface) {
+        return answer;
+    }
+    constexpr std::int64_t kModestSurface = 48 * 1024 * 1024;
+    if (nPitch * answer.nHeight > kModestSurface && nImage < nRow * answer.nHeight) {
         return answer;
     }
     answer.nResult = -2;

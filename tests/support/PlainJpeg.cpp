@@ -54,6 +54,8 @@ bool Compress(Encoding& e, const JpegRecipe& recipe, const unsigned char* pPixel
         e.info.comp_info[0].h_samp_factor = recipe.nSampling;
         e.info.comp_info[0].v_samp_factor = recipe.nSampling;
     }
+    e.info.arith_code = recipe.bArithmetic ? TRUE : FALSE;
+    e.info.optimize_coding = recipe.bOptimised ? TRUE : FALSE;
     e.info.restart_in_rows = static_cast<int>(recipe.nRestartRows);
     if (recipe.bProgressive) {
         jpeg_simple_progression(&e.info);
@@ -218,10 +220,89 @@ Bytes EmptyProgressiveJpeg(int nWidth, int nHeight, int nScans) {
     return jpeg + FromHex("FFD9");
 }
 
+namespace {
+
+struct Marker {
+    std::size_t nAt;
+    std::size_t nData;  // behind its segment
+    unsigned int nCode;
+};
+
+// Of a JPEG that is in order. Restarts are pixels here.
+std::vector<Marker> MarkersOf(const Bytes& jpeg) {
+    std::vector<Marker> markers;
+    for (std::size_t i = 0; i + 1 < jpeg.size();) {
+        const unsigned int nCode = jpeg[i + 1];
+        if (jpeg[i] != 0xFF || nCode == 0 || nCode == 0xFF || (nCode >= 0xD0 && nCode <= 0xD7)) {
+            ++i;
+            continue;
+        }
+        const bool bSegment = nCode != 0xD8 && nCode != 0xD9;
+        const std::size_t nLength = bSegment ? static_cast<std::size_t>(jpeg[i + 2]) << 8 | jpeg[i + 3] : 0;
+        markers.push_back({i, i + 2 + nLength, nCode});
+        i += 2 + nLength;
+    }
+    return markers;
+}
+
+Bytes Part(const Bytes& jpeg, std::size_t nFrom, std::size_t nTo) {
+    return Bytes(jpeg.begin() + static_cast<std::ptrdiff_t>(nFrom), jpeg.begin() + static_cast<std::ptrdiff_t>(nTo));
+}
+
+constexpr unsigned int kStartOfScan = 0xDA;
+
+}  // namespace
+
+Bytes RepeatLastScan(const Bytes& jpeg, int nScans) {
+    std::size_t nLast = 0;
+    std::size_t nEnd = 0;
+    for (const Marker& marker : MarkersOf(jpeg)) {
+        nLast = marker.nCode == kStartOfScan ? marker.nAt : nLast;
+        nScans -= marker.nCode == kStartOfScan ? 1 : 0;
+        nEnd = marker.nAt;
+    }
+    const Bytes scan = Part(jpeg, nLast, nEnd);
+    Bytes repeated = Part(jpeg, 0, nEnd);
+    for (int i = 0; i < nScans; ++i) {
+        repeated.insert(repeated.end(), scan.begin(), scan.end());
+    }
+    return repeated + FromHex("FFD9");
+}
+
+Bytes AddComments(const Bytes& jpeg, std::size_t nBytes) {
+    constexpr std::size_t kLargest = 65535;
+    Bytes comments;
+    while (comments.size() < nBytes) {
+        comments = comments + FromHex("FFFE FFFF") + Bytes(kLargest - 2, 'c');
+    }
+    return Part(jpeg, 0, 2) + comments + Part(jpeg, 2, jpeg.size());
+}
+
+Bytes AddFillBytes(const Bytes& jpeg) {
+    Bytes filled = Part(jpeg, 0, 2);
+    std::size_t nDone = 2;
+    for (const Marker& marker : MarkersOf(jpeg)) {
+        if (marker.nAt > 0) {
+            filled = filled + Part(jpeg, nDone, marker.nAt) + FromHex("FF");
+            nDone = marker.nAt;
+        }
+    }
+    return filled + Part(jpeg, nDone, jpeg.size());
+}
+
+Bytes CutFirstScan(const Bytes& jpeg, std::size_t nBytes) {
+    for (const Marker& marker : MarkersOf(jpeg)) {
+        if (marker.nCode == kStartOfScan) {
+            return Part(jpeg, 0, marker.nData + nBytes) + FromHex("FFD9");
+        }
+    }
+    throw std::invalid_argument("no scan");
+}
+
 void PatchSize(Bytes& jpeg, unsigned int nWidth, unsigned int nHeight) {
     for (std::size_t i = 2; i + 9 < jpeg.size();) {
         const unsigned int nMarker = jpeg[i + 1];
-        if (nMarker >= 0xC0 && nMarker <= 0xC2) {
+        if ((nMarker >= 0xC0 && nMarker <= 0xC2) || nMarker == 0xC9 || nMarker == 0xCA) {
             jpeg[i + 5] = static_cast<unsigned char>(nHeight >> 8);
             jpeg[i + 6] = static_cast<unsigned char>(nHeight & 0xFF);
             jpeg[i + 7] = static_cast<unsigned char>(nWidth >> 8);

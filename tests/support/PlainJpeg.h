@@ -28,6 +28,8 @@ struct JpegRecipe {
     int nSampling = 1;  ///< of the first component, in both directions; 0 leaves libjpeg's choice
     bool bProgressive = false;
     unsigned int nRestartRows = 0;
+    bool bArithmetic = false;
+    bool bOptimised = false;
 };
 
 Bytes EncodePlain(const JpegRecipe& recipe, const Bytes& pixels);
@@ -62,6 +64,18 @@ JpegFacts ReadFacts(const Bytes& jpeg);
 /// A progressive grey JPEG made by hand: its scans say "nothing but zeros" for every block, in a few
 /// hundred bytes each, whatever the size of the picture.
 Bytes EmptyProgressiveJpeg(int nWidth, int nHeight, int nScans);
+
+/// The same JPEG with its last scan repeated until there are so many.
+Bytes RepeatLastScan(const Bytes& jpeg, int nScans);
+
+/// The same JPEG with so many bytes of comments behind its start.
+Bytes AddComments(const Bytes& jpeg, std::size_t nBytes);
+
+/// The same JPEG with a byte of ones more before each marker, as the format allows.
+Bytes AddFillBytes(const Bytes& jpeg);
+
+/// The same JPEG with nothing but the first bytes of its first scan's pixels.
+Bytes CutFirstScan(const Bytes& jpeg, std::size_t nBytes);
 
 /// Replaces the size in a JPEG's frame header.
 void PatchSize(Bytes& jpeg, unsigned int nWidth, unsigned int nHeight);
