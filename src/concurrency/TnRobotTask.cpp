@@ -288,8 +288,12 @@ void CTnRobotTask::StopRun(unsigned long long nRun) {
     }
 }
 
-// The event is looked at in every step: a job might set it again.
+// The event is looked at in every step: a job might set it again. Without a worker nothing runs; a task
+// that could not be made whole has no event either.
 void CTnRobotTask::_StopLocked() {
+    if (!m_pWorker) {
+        return;
+    }
     tnrobot::PollUntil([this] {
         if (IsRunning()) {
             m_pRunEvent->ResetEvent();

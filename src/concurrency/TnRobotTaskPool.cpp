@@ -209,18 +209,16 @@ void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
 
 // The task-list mutex is only tried: while somebody works on the lists, the notices can wait for a
 // turn.
-void CTnRobotTaskPool::_TakeNotices(NotifyQueue& notices) {
+std::unique_ptr<CTnRobotTaskPool::NotifyQueue> CTnRobotTaskPool::_TakeNotices() {
     if (!m_bHasNotify.load()) {
-        return;
+        return nullptr;
     }
     std::unique_lock<std::mutex> lock(m_mutex, std::try_to_lock);
     if (!lock.owns_lock()) {
-        return;
+        return nullptr;
     }
     m_bHasNotify.store(false);
-    if (std::unique_ptr<NotifyQueue> queue{m_pNotifyQueue.exchange(nullptr)}) {
-        notices.swap(*queue);
-    }
+    return std::unique_ptr<NotifyQueue>(m_pNotifyQueue.exchange(nullptr));
 }
 
 // The run that a notice is about may be over long since, and its reference the last one to a task
@@ -236,15 +234,15 @@ void CTnRobotTaskPool::_Obey(STnStopNotice notice) {
 }
 
 void CTnRobotTaskPool::_OnThreadPoolWork() {
-    NotifyQueue notices;
+    std::unique_ptr<NotifyQueue> notices;
     while (!m_pExitEvent->WaitEvent(0)) {
-        if (notices.empty()) {
-            _TakeNotices(notices);
+        if (!notices || notices->empty()) {
+            notices = _TakeNotices();
             tnrobot::PollSleep();
             continue;
         }
-        STnStopNotice notice = std::move(notices.front());
-        notices.pop_front();
+        STnStopNotice notice = std::move(notices->front());
+        notices->pop_front();
         _Obey(std::move(notice));
     }
 }

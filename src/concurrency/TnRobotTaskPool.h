@@ -68,7 +68,7 @@ private:
     void _DropNotices();
     void _LetGoOfTasks();
     bool _AreAllIdle();
-    void _TakeNotices(NotifyQueue& notices);
+    std::unique_ptr<NotifyQueue> _TakeNotices();
     static void _Obey(STnStopNotice notice);
     void _OnThreadPoolWork();
     void _CheckInvariants() const;
