@@ -87,8 +87,8 @@ constexpr FuzzLimits PictureLimits(long long nMiB, long long nBytesPerByte) {
 /// stand against takes many times as much: a count that is believed, a search that meets all others.
 class FuzzBudget {
 public:
-    explicit FuzzBudget(std::size_t nInput)
-        : m_nInput(nInput), m_nBefore(MemoryCount::Restart()), m_dStart(ThreadSeconds()) {}
+    explicit FuzzBudget(std::size_t nInput, const FuzzLimits& limits = {})
+        : m_nInput(nInput), m_limits(limits), m_nBefore(MemoryCount::Restart()), m_dStart(ThreadSeconds()) {}
     FuzzBudget(const FuzzBudget&) = delete;
     FuzzBudget& operator=(const FuzzBudget&) = delete;
     ~FuzzBudget() {
@@ -109,6 +109,7 @@ private:
     }
 
     const std::size_t m_nInput;
+    const FuzzLimits m_limits;
     const long long m_nBefore;
     const double m_dStart;
 };
