@@ -92,11 +92,13 @@ CTnDescriptor CTnLogFile::_Open() const {
     return descriptor;
 }
 
+// A line without its end was torn when its writer ended; one of a writer that is there is only not whole
+// yet.
 void CTnLogFile::_Use(CTnDescriptor descriptor) {
     m_descriptor = std::move(descriptor);
     const struct stat status = _LookAgain();
     m_bRegular = S_ISREG(status.st_mode);
-    m_bInsideLine = m_bRegular && EndsInsideLine(m_strFile, status.st_size);
+    m_bInsideLine = m_bRegular && !IsOpenElsewhere(m_descriptor.Get()) && EndsInsideLine(m_strFile, status.st_size);
     if (m_bRegular) {
         TellPresence(m_descriptor.Get());
     }
