@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "TnRobotKernel/core.h"
 
@@ -49,11 +50,6 @@ bool PublishLogger() {
     return bStored;
 }
 
-void DestroyLogger() {
-    s_bPublished.store(false);
-    delete __atomic_exchange_n(&s_pLogger, nullptr, __ATOMIC_ACQ_REL);
-}
-
 // Says for as long as it lives that this thread is in the creation function.
 class InCreation {
 public:
@@ -87,10 +83,13 @@ bool OpenLoggerLibrary() {
     return true;
 }
 
-void CloseLoggerLibrary() {
-    if (s_hLogModel != nullptr) {
-        dlclose(s_hLogModel);
-        s_hLogModel = nullptr;
+// All is forgotten before the logger's destructor runs, which may call Init and Destroy itself.
+void CloseLogger() {
+    void* const hLibrary = std::exchange(s_hLogModel, nullptr);
+    s_bPublished.store(false);
+    delete __atomic_exchange_n(&s_pLogger, nullptr, __ATOMIC_ACQ_REL);
+    if (hLibrary != nullptr) {
+        dlclose(hLibrary);
     }
 }
 
@@ -151,9 +150,9 @@ void TnRobotLogUtils::Destroy() {
     if (nTimes == 0) {
         return;
     }
-    if (nTimes == 1) {
-        DestroyLogger();
-        CloseLoggerLibrary();
-    }
     s_nLogTimes.fetch_sub(1);
+    // The creation function may end an Init of its own: the one that has called it is still to count.
+    if (nTimes == 1 && s_nCreations == 0) {
+        CloseLogger();
+    }
 }

@@ -67,6 +67,7 @@ public:
 private:
     using Blocks = std::set<CTnRobotMemoryBlock*>;
 
+    CTnRobotMemoryBlock* _LendSpareBlock();
     void _AddSpareBlock();
     bool _LetGoOfSpareBlocks();
     static void _ClearFree(const CTnRobotMemoryBlock* pBlock);
@@ -107,17 +108,10 @@ void CTnRobotCircleMemBlockPool::Buffer::Rewind() {
 // The block gets its holder's reference under the lock: a block in use with one reference is one
 // that is coming back.
 CTnRobotMemoryBlock* CTnRobotCircleMemBlockPool::Buffer::Cut(unsigned int nSize) {
-    if (m_spareBlocks.Empty()) {
-        _AddSpareBlock();
-    }
-    CTnRobotMemoryBlock* pBlock = m_spareBlocks.Front();
-    m_spareBlocks.PopFront();
+    CTnRobotMemoryBlock* pBlock = _LendSpareBlock();
     m_spareNodes.back().value() = pBlock;
     m_blocksInUse.insert(std::move(m_spareNodes.back()));
     m_spareNodes.pop_back();
-    _ClearFree(pBlock);
-    pBlock->AddRef();
-    pBlock->NoteLent();
     pBlock->SetMemData(m_pCursor, nSize);
     OnCut(m_memory.get(), kBufferSize - m_nRoom, nSize, typeid(*pBlock));
     tnrobot::UnpoisonMemory(m_pCursor, nSize);
@@ -129,10 +123,29 @@ CTnRobotMemoryBlock* CTnRobotCircleMemBlockPool::Buffer::Cut(unsigned int nSize)
     return pBlock;
 }
 
+// A spare block that somebody took back while it was held may just be returned by its last holder:
+// the next one serves as well.
+CTnRobotMemoryBlock* CTnRobotCircleMemBlockPool::Buffer::_LendSpareBlock() {
+    for (std::size_t nLeft = m_spareBlocks.Size(); nLeft > 0; --nLeft) {
+        CTnRobotMemoryBlock* pBlock = m_spareBlocks.Front();
+        m_spareBlocks.PopFront();
+        _ClearFree(pBlock);
+        if (pBlock->Lend()) {
+            return pBlock;
+        }
+        m_spareBlocks.PushBack(pBlock);
+    }
+    _AddSpareBlock();
+    CTnRobotMemoryBlock* pNew = m_spareBlocks.Back();
+    m_spareBlocks.PopBack();
+    pNew->Lend();
+    return pNew;
+}
+
 // Makes room for one more block in every container, so that neither cutting nor taking back can
 // fail from here on; a failure in between leaves nothing behind but the room.
 void CTnRobotCircleMemBlockPool::Buffer::_AddSpareBlock() {
-    const std::size_t nBlocks = m_blocksInUse.size() + 1;
+    const std::size_t nBlocks = m_blocksInUse.size() + m_spareBlocks.Size() + 1;
     m_spareBlocks.Reserve(nBlocks);
     if (m_spareNodes.capacity() < nBlocks) {
         m_spareNodes.reserve(2 * nBlocks);

@@ -69,31 +69,34 @@ int CTnRobotFixedMemBlockPool::QueryBlock(ITnRobotMemoryBlock** ppBlock) {
     std::lock_guard<std::mutex> lock(m_mutex);
     ++m_nAnswered;
     CTnRobotMemoryBlock* pBlock = nullptr;
-    if (!m_freeBlocks.Empty()) {
+    do {
+        if (m_freeBlocks.Empty() && !_MakeBlock()) {
+            return 0;
+        }
         pBlock = m_freeBlocks.Front();
         m_freeBlocks.PopFront();
         pBlock->ShowContent();
-        if (pBlock->IsOf(this)) {
-            pBlock->NoteUnlisted();
-        }
-    } else {
-        pBlock = _MakeBlock();
-        if (pBlock == nullptr) {
-            return 0;
-        }
-    }
-    pBlock->AddRef();
-    if (pBlock->IsOf(this)) {
-        pBlock->NoteLent();
-    }
+    } while (!_Lend(pBlock));
     *ppBlock = pBlock;
     return 1;
 }
 
-// The new block is owned by a pointer until the set holds it, so a failed growth leaks nothing.
-CTnRobotMemoryBlock* CTnRobotFixedMemBlockPool::_MakeBlock() {
+// A block that somebody took back while it was held may just be returned by its last holder: it only
+// loses this place on the list, and gets the place of that return.
+bool CTnRobotFixedMemBlockPool::_Lend(CTnRobotMemoryBlock* pBlock) {
+    if (!pBlock->IsOf(this)) {
+        pBlock->AddRef();
+        return true;
+    }
+    pBlock->NoteUnlisted();
+    return pBlock->Lend();
+}
+
+// The new block is owned by a pointer until the set holds it, so a failed growth leaks nothing. It
+// becomes the first free one. @return false when there may be no more.
+bool CTnRobotFixedMemBlockPool::_MakeBlock() {
     if (m_allBlocks.size() >= m_nMaxCount) {
-        return nullptr;
+        return false;
     }
     m_freeBlocks.Reserve(m_allBlocks.size() + 1);
     auto block = std::make_unique<CTnRobotMemoryBlock>(CTnRobotMemoryBlock::kOwnsMemory, this);
@@ -101,7 +104,9 @@ CTnRobotMemoryBlock* CTnRobotFixedMemBlockPool::_MakeBlock() {
     block->SetMemData(pMemory, m_nBlockSize);
     tnrobot::AskForHugePages(pMemory, m_nBlockSize);
     m_allBlocks.insert(block.get());
-    return tnrobot::Watch(block.release());
+    block->NoteListed();
+    m_freeBlocks.PushFront(tnrobot::Watch(block.release()));
+    return true;
 }
 
 void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {

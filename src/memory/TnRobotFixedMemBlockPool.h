@@ -61,7 +61,8 @@ public:
 private:
     explicit CTnRobotFixedMemBlockPool(double dIdleSeconds) : m_dIdleSeconds(dIdleSeconds) {}
     int _Initialize(unsigned int nBlockSize, unsigned int nMaxCount);
-    CTnRobotMemoryBlock* _MakeBlock();
+    bool _MakeBlock();
+    bool _Lend(CTnRobotMemoryBlock* pBlock);
     void _FreeOldestBlock();
     void _LetGoOfAllBlocks();
     void _HideContent(CTnRobotMemoryBlock* pBlock) const;

@@ -63,8 +63,17 @@ public:
     // What the pool remembers of its block, under the pool's lock. RecoveryMemBuff is open to
     // everybody, so a block can come back while it is held, and lie on the free list more than once.
 
-    /// The block has got a holder, whose last Release will return it.
-    void NoteLent() { m_bLent = true; }
+    /// Adds a reference for a new holder, whose last Release will return the block.
+    /// @return false, with nothing changed, when an earlier last holder is just returning the block: two
+    ///         such returns under way could not be told apart, and the pool would not wait for both.
+    bool Lend() {
+        if (m_nRefCount.fetch_add(1) == 1 && m_bLent) {
+            m_nRefCount.fetch_sub(1);
+            return false;
+        }
+        m_bLent = true;
+        return true;
+    }
 
     /// The block came back. Was it by another hand than its last holder's, that return is still to come.
     void NoteReturned() {

@@ -227,6 +227,29 @@ TEST(LogUtils, TheInitOfACreatorThatFailsCounts) {
                      "destroyed\nloaded 0\n");
 }
 
+// The Init that has called the creation function does not count yet, but it is there.
+TEST(LogUtils, ACreatorMayEndTheInitThatItHasBegun) {
+    ExpectTranscript("inits_and_destroys", {"init", "log:1:a", "loaded", "destroy", "log:1:b", "loaded"},
+                     "inner Init 0\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [still there]\n"
+                     "Init 0\n"
+                     "IsLevelEnabled 1\nWriteLog 1 [a]\n"
+                     "loaded 1\n"
+                     "destroyed\nloaded 0\n");
+}
+
+// Its code must stay while its destructor runs.
+TEST(LogUtils, ALoggerMayCallDestroyInItsDestructor) {
+    ExpectTranscript("destroys_at_end", {"init", "destroy", "loaded", "init", "log:1:a", "destroy", "loaded"},
+                     "Init 0\ndestroyed\nand gone\nloaded 0\n"
+                     "Init 0\nIsLevelEnabled 1\nWriteLog 1 [a]\ndestroyed\nand gone\nloaded 0\n");
+}
+
+TEST(LogUtils, ALoggerMayCallInitInItsDestructor) {
+    ExpectTranscript("inits_at_end", {"init", "destroy", "loaded", "log:1:a"},
+                     "Init 0\ndestroyed\nand gone\nloaded 1\nIsLevelEnabled 1\nWriteLog 1 [a]\n");
+}
+
 // Without a logger in place each Init asks the creation function anew, but not for ever.
 TEST(LogUtils, ACreatorThatOnlyCallsInitComesToAnEnd) {
     const ChildResult result = Probe(LoggerDirectory("inits_first"), {"init", "log:1:a", "destroy", "loaded"});

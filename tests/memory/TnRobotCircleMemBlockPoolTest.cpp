@@ -611,3 +611,26 @@ TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroye
         releasing.join();
     }
 }
+
+// It is a spare one meanwhile, because it was taken back while it was held. Were it handed out, two last
+// releases could be under way at once, and the pool's end would wait for one of them only.
+TEST(CircleMemBlockPool, ABlockThatIsJustReturnedIsNotHandedOut) {
+    Pool pool = MakePool();
+    Block block = Query(pool, 100);
+    auto* const pReturned = dynamic_cast<CTnRobotMemoryBlock*>(block.Get());
+    TakeBack(pool, block);
+    // The first half of a last Release: the count has fallen, RecoveryMemBuff is still to be called.
+    pReturned->SetParent(nullptr);
+    EXPECT_EQ(block.Detach()->Release(), 1);
+    pReturned->SetParent(&Peer::Of(pool.Get()));
+    Block others[] = {Query(pool, 100), Query(pool, 100), Query(pool, 100)};
+    for (const Block& other : others) {
+        EXPECT_NE(other.Get(), pReturned);
+    }
+    Peer::Of(pool.Get()).RecoveryMemBuff(pReturned);
+    EXPECT_EQ(Query(pool, 100).Get(), pReturned);
+    for (Block& other : others) {
+        EXPECT_EQ(other.Detach()->Release(), 1);
+    }
+    EXPECT_EQ(pool.Detach()->Release(), 0);
+}

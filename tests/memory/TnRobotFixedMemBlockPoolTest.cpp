@@ -483,3 +483,43 @@ TEST(FixedMemBlockPool, AFreeBlockMayBeReleasedWhileThePoolSweepsAndGoes) {
         releasing.join();
     }
 }
+
+namespace {
+
+/// The first half of a last Release: the count has fallen, RecoveryMemBuff is still to be called.
+CTnRobotMemoryBlock* BeginLastRelease(CTnRobotFixedMemBlockPool& pool, HeldBlock block) {
+    auto* pBlock = dynamic_cast<CTnRobotMemoryBlock*>(block.release());
+    pBlock->SetParent(nullptr);
+    EXPECT_EQ(pBlock->Release(), 1);
+    pBlock->SetParent(&pool);
+    return pBlock;
+}
+
+}  // namespace
+
+// It lies on the free list meanwhile, because it was taken back while it was held. Were it handed out,
+// two last releases could be under way at once, and the pool's end would wait for one of them only.
+TEST(FixedMemBlockPool, ABlockThatIsJustReturnedIsNotHandedOut) {
+    FixedPool pool = MakeFixedPool(64, kNoLimit);
+    HeldBlock block = Query(*pool);
+    pool->RecoveryMemBuff(block.get());
+    CTnRobotMemoryBlock* const pReturned = BeginLastRelease(*pool, std::move(block));
+    const HeldBlock other = Query(*pool);
+    EXPECT_NE(other.get(), pReturned);
+    EXPECT_EQ(pool->GetCount(), 2U);
+    pool->RecoveryMemBuff(pReturned);
+    HeldBlock again = Query(*pool);
+    EXPECT_EQ(again.get(), pReturned);
+    EXPECT_EQ(again.release()->Release(), 1);
+    EXPECT_EQ(pool.release()->Release(), 0);
+}
+
+TEST(FixedMemBlockPool, ABlockThatIsJustReturnedCountsTowardsTheMaximum) {
+    const FixedPool pool = MakeFixedPool(64, 1);
+    HeldBlock block = Query(*pool);
+    pool->RecoveryMemBuff(block.get());
+    CTnRobotMemoryBlock* const pReturned = BeginLastRelease(*pool, std::move(block));
+    EXPECT_EQ(Query(*pool), nullptr);
+    pool->RecoveryMemBuff(pReturned);
+    EXPECT_EQ(Query(*pool).get(), pReturned);
+}

@@ -53,7 +53,9 @@ public:
 private:
     // The number of slots is a power of two, so that wrapping is a mask. A cache line of room stays
     // unused behind them: the ring of another pool may lie there, and another thread write to it.
-    void Grow(std::size_t nCount) {
+    // Out of line, so that the test for room, which comes with every element taken back, is all that
+    // callers carry.
+    [[gnu::noinline, gnu::cold]] void Grow(std::size_t nCount) {
         std::size_t nSlots = m_slots.empty() ? 8 : m_slots.size();
         while (nSlots < nCount) {
             nSlots *= 2;

@@ -3,7 +3,8 @@
 //   TNROBOT_LOGGER_RESULT            what the creation function answers
 //   TNROBOT_LOGGER_STORES            whether it makes a logger even so
 //   TNROBOT_LOGGER_AT_WORK           what the creation function does once its logger is in place:
-//                                    any of LogLine, InitAgain, CompareAddress
+//                                    any of LogLine, InitAgain, CompareAddress, DestroyAgain
+//   TNROBOT_LOGGER_AT_END            what the logger's destructor does
 //   TNROBOT_LOGGER_INITS_FIRST       the creation function calls Init before it has stored anything
 // With LOGGER_WORKS in the environment every variant makes a logger and answers 0.
 
@@ -24,9 +25,20 @@ namespace {
 // A level that is refused without a report, for those who ask in a loop.
 constexpr int kSilentLevel = -2;
 
+void AtEnd() {
+#ifdef TNROBOT_LOGGER_AT_END
+    TNROBOT_LOGGER_AT_END;
+    std::puts("and gone");
+    std::fflush(stdout);
+#endif
+}
+
 class CTnReportingLogger final : public ITnRobotLogger {
 public:
-    ~CTnReportingLogger() override { Report("destroyed\n"); }
+    ~CTnReportingLogger() override {
+        Report("destroyed\n");
+        AtEnd();
+    }
 
     void AddRef() override { Report("AddRef\n"); }
     int Release() override {
@@ -54,7 +66,7 @@ private:
 
 #ifdef TNROBOT_LOGGER_AT_WORK
 // A creation function may use the logging facade as soon as it has stored its logger.
-enum : unsigned int { LogLine = 1, InitAgain = 2, CompareAddress = 4 };
+enum : unsigned int { LogLine = 1, InitAgain = 2, CompareAddress = 4, DestroyAgain = 8 };
 
 ITnRobotLogger** g_ppStored = nullptr;  // where the first call was told to store
 
@@ -64,6 +76,10 @@ void UseTheFacade(unsigned int nSteps, ITnRobotLogger** ppLogger) {
     }
     if ((nSteps & InitAgain) != 0) {
         std::printf("inner Init %d\n", TnRobotLogUtils::Init());
+    }
+    if ((nSteps & DestroyAgain) != 0) {
+        TnRobotLogUtils::Destroy();
+        TnRobotLogUtils::PrintLog(1, "%s", "still there");
     }
     if ((nSteps & CompareAddress) != 0) {
         std::printf("same address %d\n", g_ppStored == nullptr || g_ppStored == ppLogger ? 1 : 0);
