@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
@@ -388,6 +389,22 @@ TEST_F(ReplacedFile, NamesOfAnyLengthAndPathsWithoutADirectoryWork) {
     EXPECT_TRUE(bSaved);
     EXPECT_EQ(NumberIn(Path("here")), 4);
     ExpectNames({"here", strLongest});
+}
+
+TEST_F(ReplacedFile, APathThatIsAsLongAsItMayBeWorks) {
+    constexpr std::size_t kLongestPath = PATH_MAX - 1;
+    constexpr std::size_t kStep = 100;
+    constexpr std::size_t kName = 40;
+    std::string strName = "d";
+    while (Path(strName).size() + 1 + kName < kLongestPath) {
+        ASSERT_EQ(mkdir(Path(strName).c_str(), 0777), 0);
+        const std::size_t nLeft = kLongestPath - Path(strName).size() - 1;
+        strName += '/' + std::string(nLeft <= kStep + kName ? nLeft : kStep, 'n');
+    }
+    ASSERT_EQ(Path(strName).size(), kLongestPath);
+    EXPECT_TRUE(Save(strName, 1));
+    EXPECT_TRUE(Save(strName, 2));
+    EXPECT_EQ(NumberIn(Path(strName)), 2);
 }
 
 TEST_F(ReplacedFile, ReadersBesideAWriterNeverFail) {

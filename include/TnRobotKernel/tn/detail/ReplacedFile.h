@@ -101,18 +101,22 @@ private:
     std::error_code Create() {
         constexpr int kMostTries = 100;
         const mode_t nMode = m_target.Exists() ? kOwnerOnly : kAnybody;
+        bool bNamed = true;
         for (int nTries = 0; nTries < kMostTries; ++nTries) {
-            m_strName = OtherName();
+            m_strName = OtherName(bNamed);
             m_nFile = open(m_strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, nMode);
-            if (m_nFile >= 0 || errno != EEXIST) {
+            const bool bTooLong = bNamed && m_nFile < 0 && errno == ENAMETOOLONG;
+            bNamed = bNamed && !bTooLong;
+            if (m_nFile >= 0 || (errno != EEXIST && !bTooLong)) {
                 break;
             }
         }
         return m_nFile >= 0 ? std::error_code() : SystemError();
     }
 
-    // Hidden, with the file's own name in it where that is short enough, and never met twice.
-    std::string OtherName() const {
+    // Hidden, with the file's own name in it if wanted and short enough, and never met twice. Some file
+    // systems take shorter names than others, and the whole path has a limit too.
+    std::string OtherName(bool bNamed) const {
         constexpr std::size_t kLongest = 200;
         const std::string strDirectory = DirectoryOf(m_target.Path());
         const std::string strName = m_target.Path().substr(strDirectory.size());
@@ -125,7 +129,7 @@ private:
         }
         char suffix[32];
         std::snprintf(suffix, sizeof(suffix), ".%016llx.tmp", static_cast<unsigned long long>(nRandom));
-        return strDirectory + "." + (strName.size() <= kLongest ? strName : "saved") + suffix;
+        return strDirectory + "." + (bNamed && strName.size() <= kLongest ? strName : "saved") + suffix;
     }
 
     // The owner goes first, because a change of owner takes mode bits away.
