@@ -306,8 +306,28 @@ void CTnRobotArchive::_RecordObject(std::uint16_t nIndex, CTnRobotObject* pObjec
     Watch();
     m_readOrder.push_back(nIndex);
     _ForgetObject(nIndex);
+    _KeepLowestGone(pObject);
     m_objectIndexes.emplace(pObject, nIndex);
     m_objectTable[nIndex].m_pObject = pObject;
+}
+
+// Under the lock of objects. Whoever drops each object before the next one is read gets all of them at
+// one address. What is gone tells nothing more than that address, for which the lowest entry stands: the
+// others would make every end of an object at that place a walk over all that were there before.
+void CTnRobotArchive::_KeepLowestGone(const CTnRobotObject* pObject) {
+    const auto [first, last] = m_objectIndexes.equal_range(pObject);
+    auto lowest = last;
+    for (auto it = first; it != last;) {
+        auto higher = it++;
+        if (m_objectTable[higher->second].m_bGone) {
+            if (lowest == last || higher->second < lowest->second) {
+                std::swap(lowest, higher);
+            }
+            if (higher != last) {
+                m_objectIndexes.erase(higher);
+            }
+        }
+    }
 }
 
 // Under the lock of objects.

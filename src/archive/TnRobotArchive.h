@@ -24,7 +24,8 @@
 /// to it once more. Its address stays in the table, for that is what writing compares.
 ///
 /// Invariants: neither table outgrows 65,535 entries while objects are written; m_objectIndexes
-/// holds, for every known object, all entries that stand for it.
+/// holds, for every known object, all entries that stand for it, but of those whose objects are gone
+/// only a few for one address.
 ///
 /// Threads: externally synchronised.
 class CTnRobotArchive final : public ITnRobotArchive, private tnrobot::ObjectWatcher {
@@ -74,6 +75,7 @@ private:
     int _ReadNewObject(std::uint16_t nIndex, CTnRobotObject** ppObject);
     int _ReadSharedObject(std::uint16_t nIndex, CTnRobotObject** ppObject);
     void _RecordObject(std::uint16_t nIndex, CTnRobotObject* pObject);
+    void _KeepLowestGone(const CTnRobotObject* pObject);
     void _ForgetObject(std::uint16_t nIndex);
     void _ForgetObjectsSince(std::size_t nMark);
     bool _ReadClassTable();

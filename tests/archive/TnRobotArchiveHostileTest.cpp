@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -39,6 +40,26 @@ struct Dispose {
         }
     }
 };
+
+// An object that is always at the same place; there is one at a time.
+class OnePlace final : public CTnRobotObject, public ITnRobotSerialize {
+public:
+    static STnRuntimeClass s_class;
+
+    static void* operator new(std::size_t /*nSize*/) { return s_place; }
+    static void operator delete(void* /*pPlace*/) {}
+    STnRuntimeClass* GetRuntimeClass() override { return &s_class; }
+    int Serialize(ITnRobotArchive* /*pArchive*/) override { return 1; }
+
+private:
+    alignas(std::max_align_t) static unsigned char s_place[64];
+};
+
+alignas(std::max_align_t) unsigned char OnePlace::s_place[64];
+STnRuntimeClass OnePlace::s_class = {"11111111-AAAA-4AAA-8AAA-0000000000B2",
+                                     []() -> CTnRobotObject* { return new OnePlace; }, nullptr, nullptr};
+static_assert(sizeof(OnePlace) <= 64);
+const TN_REG_CLASS s_registerOnePlace(&OnePlace::s_class);
 
 // Everything that a good file holds, in the order in which it is read.
 struct Loaded {
@@ -491,6 +512,30 @@ TEST(ArchiveHostile, FullTablesOfAFileStayWithinLimits) {
             EXPECT_EQ(pObject, nullptr);
         },
         "two full headers");
+}
+
+// Whoever is done with each object before the next one is read gets all of them at one address.
+TEST(ArchiveHostile, ManyObjectsThatAreDroppedAtOneAddressEnd) {
+    constexpr unsigned int kObjects = 65535;
+    Bytes file = SavedMapHeader({OnePlace::s_class.m_lpszClassGuid}, std::vector<SavedObject>(kObjects, {1, 0}));
+    for (unsigned int n = 0; n < 2 * kObjects; ++n) {
+        file += ObjectRecord(true, n % kObjects);
+    }
+    file += ObjectRecord(false, 0);
+    Channel channel = Loading(file);
+    ASSERT_EQ(channel->ReadMapHeader(), 1);
+    CTnRobotObject* pObject = nullptr;
+    unsigned int nRead = 0;
+    const double fSeconds = SecondsFor([&] {
+        while (nRead < 2 * kObjects && channel->ReadObject(&pObject) == 1) {
+            delete pObject;
+            ++nRead;
+        }
+    });
+    EXPECT_EQ(nRead, 2 * kObjects);
+    EXPECT_LT(fSeconds, kMostSeconds);
+    EXPECT_EQ(channel->ReadObject(&pObject), 0);
+    EXPECT_EQ(pObject, nullptr);
 }
 
 TEST(ArchiveHostile, TablesBeyondTheFormatAreNotWritten) {

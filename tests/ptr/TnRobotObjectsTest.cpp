@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "TnRobotKernel/make.h"
 #include "TnRobotKernel/tn/tn.h"
 #include "support/Archives.h"
 #include "support/FileBytes.h"
@@ -473,6 +474,27 @@ TEST_F(GraphReading, ATextThatIsCutIsNoSuccess) {
     std::error_code ec;
     EXPECT_FALSE(reader.Finish(ec));
     EXPECT_EQ(ec, tn::errc::file_incomplete);
+}
+
+// A memory file does not say that more was asked for than it has.
+TEST_F(GraphReading, ATextThatIsCutIsNoSuccessInAMemoryFileEither) {
+    tn::ObjectWriter writer;
+    ASSERT_EQ(writer.Archive().WriteString("a text that is cut"), 1);
+    ASSERT_TRUE(writer.Save(m_strPath.c_str()));
+    Bytes bytes = ReadBytes(m_strPath);
+    for (std::size_t nCut = 0; nCut < 20; ++nCut) {
+        const auto file = tn::MakeMemFile();
+        ASSERT_TRUE(file->OpenMemFile(bytes.data(), static_cast<long long>(bytes.size() - nCut), false));
+        tn::ObjectReader reader(*file);
+        int nLength = 0;
+        int nError = 7;
+        const char* lpszText = reader.Archive().ReadString(nLength, &nError);
+        EXPECT_EQ(nError, nCut == 0 ? 0 : -1) << nCut;
+        EXPECT_EQ(lpszText != nullptr, nCut == 0) << nCut;
+        std::error_code ec;
+        EXPECT_EQ(reader.Finish(ec), nCut == 0) << nCut;
+        EXPECT_TRUE(nCut == 0 || ec == tn::errc::file_incomplete) << nCut << ": " << ec.message();
+    }
 }
 
 TEST_F(GraphReading, AnyFileWillDo) {

@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
@@ -61,6 +64,27 @@ struct stat StatusOf(const std::string& strPath) {
 
 mode_t ModeOf(const std::string& strPath) {
     return StatusOf(strPath).st_mode & kModeBits;
+}
+
+// An entry of an access list as the system keeps it: for whom, which rights, and whose number.
+struct AccessEntry {
+    std::uint16_t nTag;
+    std::uint16_t nRights;
+    std::uint32_t nWho = 0xFFFFFFFFU;
+};
+
+constexpr char kAccessList[] = "system.posix_acl_access";
+
+std::string AccessList(const std::vector<AccessEntry>& entries) {
+    const std::uint32_t nVersion = 2;
+    std::string strList(reinterpret_cast<const char*>(&nVersion), sizeof(nVersion));
+    return strList.append(reinterpret_cast<const char*>(entries.data()), entries.size() * sizeof(AccessEntry));
+}
+
+std::string AccessListOf(const std::string& strPath) {
+    char list[512];
+    const ssize_t nList = getxattr(strPath.c_str(), kAccessList, list, sizeof(list));
+    return std::string(list, nList > 0 ? static_cast<std::size_t>(nList) : 0);
 }
 
 class Umask {
@@ -163,6 +187,47 @@ TEST_F(ReplacedFile, AGroupThatCannotStayPassesNoRightsOn) {
     ASSERT_EQ(AsNobody([this] { return Save("a", 2); }), 1);
     EXPECT_EQ(StatusOf(Path("a")).st_uid, kNobody);
     EXPECT_EQ(ModeOf(Path("a")), 0666U);
+    EXPECT_EQ(NumberIn(Path("a")), 2);
+}
+
+// Where a file has an access list, the rights of its group are in the list, and its mode shows the most
+// that anybody has.
+TEST_F(ReplacedFile, AccessListsStayAndAreNotTakenFromTheDirectory) {
+    ASSERT_TRUE(Save("a", 1));
+    const std::string strList = AccessList({{1, 6}, {2, 6, 12345}, {4, 0}, {16, 6}, {32, 0}});
+    if (setxattr(Path("a").c_str(), kAccessList, strList.data(), strList.size(), 0) != 0) {
+        GTEST_SKIP() << "the file system has no access lists";
+    }
+    ASSERT_TRUE(Save("a", 2));
+    EXPECT_EQ(AccessListOf(Path("a")), strList);
+    EXPECT_EQ(ModeOf(Path("a")), 0660U);
+
+    ASSERT_TRUE(Save("b", 1));
+    ASSERT_EQ(chmod(Path("b").c_str(), 0664), 0);
+    const std::string strDefault = AccessList({{1, 7}, {2, 7, 12345}, {4, 7}, {16, 7}, {32, 5}});
+    const std::string strDirectory = m_directory.Path();
+    ASSERT_EQ(setxattr(strDirectory.c_str(), "system.posix_acl_default", strDefault.data(), strDefault.size(), 0), 0);
+    ASSERT_TRUE(Save("b", 2));
+    EXPECT_EQ(AccessListOf(Path("b")), "");
+    EXPECT_EQ(ModeOf(Path("b")), 0664U);
+    ASSERT_TRUE(Save("c", 1));
+    EXPECT_NE(AccessListOf(Path("c")), "") << "a new file has what its directory gives";
+}
+
+// A list speaks of the old group, and its rights are not for the group that the new file happens to have.
+TEST_F(ReplacedFile, AnAccessListWhoseGroupCannotStayIsDropped) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become somebody else";
+    }
+    ASSERT_EQ(chmod(m_directory.Path().c_str(), 0777), 0);
+    ASSERT_TRUE(Save("a", 1));
+    const std::string strList = AccessList({{1, 6}, {2, 6, kNobody}, {4, 6}, {16, 6}, {32, 4}});
+    if (setxattr(Path("a").c_str(), kAccessList, strList.data(), strList.size(), 0) != 0) {
+        GTEST_SKIP() << "the file system has no access lists";
+    }
+    ASSERT_EQ(AsNobody([this] { return Save("a", 2); }), 1);
+    EXPECT_EQ(AccessListOf(Path("a")), "");
+    EXPECT_EQ(ModeOf(Path("a")), 0644U);
     EXPECT_EQ(NumberIn(Path("a")), 2);
 }
 
@@ -324,6 +389,22 @@ TEST_F(ReplacedFile, NamesOfAnyLengthAndPathsWithoutADirectoryWork) {
     EXPECT_TRUE(bSaved);
     EXPECT_EQ(NumberIn(Path("here")), 4);
     ExpectNames({"here", strLongest});
+}
+
+TEST_F(ReplacedFile, APathThatIsAsLongAsItMayBeWorks) {
+    constexpr std::size_t kLongestPath = PATH_MAX - 1;
+    constexpr std::size_t kStep = 100;
+    constexpr std::size_t kName = 40;
+    std::string strName = "d";
+    while (Path(strName).size() + 1 + kName < kLongestPath) {
+        ASSERT_EQ(mkdir(Path(strName).c_str(), 0777), 0);
+        const std::size_t nLeft = kLongestPath - Path(strName).size() - 1;
+        strName += '/' + std::string(nLeft <= kStep + kName ? nLeft : kStep, 'n');
+    }
+    ASSERT_EQ(Path(strName).size(), kLongestPath);
+    EXPECT_TRUE(Save(strName, 1));
+    EXPECT_TRUE(Save(strName, 2));
+    EXPECT_EQ(NumberIn(Path(strName)), 2);
 }
 
 TEST_F(ReplacedFile, ReadersBesideAWriterNeverFail) {

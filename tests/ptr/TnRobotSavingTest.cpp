@@ -9,6 +9,7 @@
 #include "TnRobotKernel/make.h"
 #include "support/Archives.h"
 #include "support/FileBytes.h"
+#include "support/ForeignValue.h"
 #include "support/TempDirectory.h"
 #include "support/TestObjects.h"
 
@@ -120,6 +121,10 @@ TEST_F(Saving, AValueThatIsNotUnderstoodIsFalse) {
         {"an entry between", U8(1) + U32(2) + SavedString("a") + U8(9) + SavedString("b") + good,
          tn::errc::file_damaged},
         {"no group", good, tn::errc::file_incomplete},
+        {"a count below 0", U8(1) + U32(0x80000000), tn::errc::file_damaged},
+        {"a name without its zero", U8(1) + U32(1) + U32(1) + FromText("a") + good, tn::errc::file_damaged},
+        {"a name with a zero inside", U8(1) + U32(1) + U32(4) + FromText("a") + U8(0) + FromText("b") + U8(0) + good,
+         tn::errc::file_damaged},
     };
     for (const Case& entry : cases) {
         SCOPED_TRACE(entry.lpszName);
@@ -175,6 +180,24 @@ TEST_F(Saving, AnObjectOfOnesOwnMayHoldTextsAndBytesAsItLikes) {
     const std::string strPath = Path("own.tnr");
     ASSERT_TRUE(tn::SaveTo(strPath.c_str(), own));
     EXPECT_TRUE(tn::LoadFrom(strPath.c_str(), own));
+}
+
+// Values that the library did not make are saved as their class likes it.
+TEST_F(Saving, AValueOfAnotherClassHasASavedFormOfItsOwn) {
+    class Own final : public ForeignValue {
+    public:
+        int Serialize(ITnRobotArchive* pArchive) override {
+            short nShort = 7;
+            return (pArchive->IsStoring() ? pArchive->Write(&nShort, 2) == 1 : pArchive->Read(&nShort, 2) == 2) ? 1 : 0;
+        }
+    };
+    const auto own = tn::MakeObject<Own>();
+    const std::string strPath = Path("own.tnr");
+    std::error_code ec;
+    ASSERT_TRUE(tn::SaveTo(strPath.c_str(), *own, ec)) << ec.message();
+    EXPECT_TRUE(tn::LoadFrom(strPath.c_str(), *own, ec)) << ec.message();
+    WriteBytes(strPath, U8(7));
+    EXPECT_FALSE(tn::LoadFrom(strPath.c_str(), *own));
 }
 
 TEST_F(Saving, AnObjectThatWritesOthersIsFalseAndChangesNothing) {

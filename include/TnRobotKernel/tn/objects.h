@@ -241,10 +241,6 @@ public:
     template <typename T>
     TnRobotPtr<T> Read(std::error_code& ec) {
         TnRobotPtr<T> object = ReadObject<T>(*m_reader, ec);
-        // A text that was cut short looks like one: only the file knows.
-        if (!m_reader->DamageReason() && m_file->GetPos() == -1) {
-            m_reader->Damage(errc::file_incomplete);
-        }
         if (m_reader->DamageReason()) {
             ec = m_reader->DamageReason();
             object.reset();

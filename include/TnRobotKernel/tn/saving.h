@@ -14,6 +14,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <typeinfo>
 
 #include "TnRobotKernel/tn/detail/ForwardingArchive.h"
 #include "TnRobotKernel/tn/detail/ReplacedFile.h"
@@ -57,33 +58,66 @@ private:
     std::error_code m_writeError;
 };
 
+// Whether an object is of the class of one that the library has made, or one could not be made without
+// its pool. Another class of the same interface has a saved form of its own.
+template <typename T>
+bool IsOfLibrary(const ITnRobotSerialize& object, const TnRobotPtr<T>& own) {
+    if (!own) {
+        return true;
+    }
+    const T& made = *own;
+    return typeid(object) == typeid(made);
+}
+
+inline bool IsGroupOfLibrary(const ITnRobotSerialize& object) {
+    TnRobotPtr<ITnRobotDataValueGroup> group;
+    if (dynamic_cast<const ITnRobotDataValueGroup*>(&object) == nullptr) {
+        return false;
+    }
+    TnCreateRobotValueDataGroup(group.put());
+    return IsOfLibrary(object, group);
+}
+
+inline bool IsValueOfLibrary(const ITnRobotSerialize& object) {
+    TnRobotPtr<ITnRobotDataValue> value;
+    if (dynamic_cast<const ITnRobotDataValue*>(&object) == nullptr) {
+        return false;
+    }
+    TnCreateRobotBoolData(false, value.put());
+    return IsOfLibrary(object, value);
+}
+
 // Sees whether the values of a group are whole: a group does not look at what their loading answers. It
-// knows the saved form of a value, which is behind each name.
+// knows the saved forms of a group and of a value, which is behind each name.
 class LoadingArchive final : public ForwardingArchive {
 public:
     // What is loaded tells where values are.
     LoadingArchive(ITnRobotArchive& archive, ITnRobotFile* pFile, ITnRobotSerialize& object)
         : ForwardingArchive(archive, pFile),
-          m_bGroup(dynamic_cast<ITnRobotDataValueGroup*>(&object) != nullptr),
-          m_bInValue(dynamic_cast<ITnRobotDataValue*>(&object) != nullptr) {}
+          m_bGroup(IsGroupOfLibrary(object)),
+          m_bInValue(!m_bGroup && IsValueOfLibrary(object)) {}
 
     long long Read(void* pData, long long nCount) override {
         const long long nRead = ForwardingArchive::Read(pData, nCount);
-        if (m_bInValue && nRead > 0) {
+        if ((m_bInValue || m_bGroup) && nRead > 0) {
             Follow(static_cast<const unsigned char*>(pData), static_cast<std::size_t>(nRead));
         }
         return nRead;
     }
 
     const char* ReadString(int& nLength, int* pError) override {
-        EndValue();
+        EndPart();
         m_bInValue = m_bGroup;
-        return ForwardingArchive::ReadString(nLength, pError);
+        const char* lpszText = ForwardingArchive::ReadString(nLength, pError);
+        if (m_bGroup && lpszText != nullptr) {
+            CheckName(lpszText, static_cast<std::size_t>(nLength));
+        }
+        return lpszText;
     }
 
-    // Whether all values were whole; nothing is read any more.
+    // Whether the group and all values were whole; nothing is read any more.
     bool AreValuesWhole() {
-        EndValue();
+        EndPart();
         return m_bWhole;
     }
 
@@ -113,9 +147,17 @@ private:
         return nNumber;
     }
 
-    // A value that is refused for its version is not read on, so its bytes are missing here.
-    void EndValue() {
-        if (m_bInValue) {
+    // A name has one zero, at its end. A group takes any, and drops what is behind the first one.
+    void CheckName(const char* lpszName, std::size_t nLength) {
+        m_bWhole = m_bWhole && nLength != 0 && std::memchr(lpszName, 0, nLength) == lpszName + nLength - 1;
+    }
+
+    // A value that is refused for its version is not read on, so its bytes are missing here. A group has
+    // its count where a value has its type, and takes one below 0 for nothing.
+    void EndPart() {
+        if (!m_bInValue && m_bGroup && m_nRead >= kCount) {
+            m_bWhole = m_bWhole && Number(kType) >= 0;
+        } else if (m_bInValue) {
             const bool bHead = m_nRead >= kHead && Number(kType) >= DATA_TYPE_NONE && Number(kType) <= DATA_TYPE_BYTE;
             m_bWhole =
                 m_bWhole && bHead && Number(kCount) >= 0 && m_nRead - kHead == static_cast<std::size_t>(Number(kCount));
@@ -127,7 +169,7 @@ private:
     const bool m_bGroup;
     bool m_bInValue;
     bool m_bWhole = true;
-    std::size_t m_nRead = 0;  // bytes of the value
+    std::size_t m_nRead = 0;  // bytes of the value, or of the group's beginning
     std::array<unsigned char, kHead> m_head{};
 };
 
@@ -199,9 +241,9 @@ inline std::error_code Load(const char* lpszPath, ITnRobotSerialize& object) {
 /// Saves an object, such as a value or a group, to a file of its own, so that nothing is ever lost: the
 /// file is the old one or, when all of the new one has reached the disk, the new one.
 ///
-/// The new file is written beside the old one and takes its place, with its mode and, where the system
-/// permits it, its owner. So the directory must be writable too, and hard links to the old file keep it.
-/// A symbolic link stays one: what it leads to is replaced, or made where it is missing.
+/// The new file is written beside the old one and takes its place, with its mode, its access list and,
+/// where the system permits it, its owner. So the directory must be writable too, and hard links to the old file keep
+/// it. A symbolic link stays one: what it leads to is replaced, or made where it is missing.
 /// @param[in] lpszPath  path; the current directory counts during the call.
 /// @param[in] object    borrowed for the call; its Serialize saves it, and its exceptions pass through.
 /// @param[out] ec       why it was not saved; cleared on success.

@@ -57,16 +57,16 @@ public:
         return nRead;
     }
 
+    // The archive behind takes a text that was cut short for one with zeros at its end.
     const char* ReadString(int& nLength, int* pError) override {
-        int nError = 0;
-        const char* lpszText = ForwardingArchive::ReadString(nLength, &nError);
-        if (nError != 0) {
-            Damage(errc::file_damaged);
-        }
+        std::int32_t nCount = 0;
+        const bool bOk = Get(nCount) && (nCount >= 0 || Damage(errc::file_damaged)) &&
+                         ReadBytes(m_text, static_cast<std::size_t>(nCount));
+        nLength = nCount;
         if (pError != nullptr) {
-            *pError = nError;
+            *pError = bOk ? 0 : -1;
         }
-        return lpszText;
+        return bOk && nCount != 0 ? m_text.c_str() : nullptr;
     }
 
     // The tables have been read once for all objects.
@@ -171,16 +171,21 @@ private:
         return 1;
     }
 
-    // A length from a file asks for no more memory than there are bytes, but for one step.
     bool ReadIdentifier(std::string& strClass) {
-        constexpr std::size_t kStep = 4096;
         std::uint32_t nLength = 0;
-        bool bOk = Get(nLength);
-        while (bOk && strClass.size() < nLength) {
-            const std::size_t nDone = strClass.size();
+        return Get(nLength) && ReadBytes(strClass, nLength);
+    }
+
+    // A length from a file asks for no more memory than there are bytes, but for one step.
+    bool ReadBytes(std::string& strBytes, std::size_t nLength) {
+        constexpr std::size_t kStep = 4096;
+        strBytes.clear();
+        bool bOk = true;
+        while (bOk && strBytes.size() < nLength) {
+            const std::size_t nDone = strBytes.size();
             const std::size_t nStep = std::min(nLength - nDone, std::max(kStep, nDone));
-            strClass.resize(nDone + nStep);
-            bOk = Read(strClass.data() + nDone, static_cast<long long>(nStep)) == static_cast<long long>(nStep);
+            strBytes.resize(nDone + nStep);
+            bOk = Read(strBytes.data() + nDone, static_cast<long long>(nStep)) == static_cast<long long>(nStep);
         }
         return bOk;
     }
@@ -212,6 +217,7 @@ private:
 
     ObjectDepth m_depth;
     HeldObjects m_held;
+    std::string m_text;  // that ReadString returned last
     std::vector<std::string> m_classes;
     std::vector<Entry> m_objects;
     std::error_code m_damage;

@@ -5,11 +5,13 @@
 #define TNROBOTKERNEL_TN_DETAIL_REPLACEDFILE_H_
 
 #include <sys/random.h>
+#include <sys/xattr.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "TnRobotKernel/memory.h"
 #include "TnRobotKernel/ptr.h"
@@ -23,8 +25,9 @@ namespace tn::detail {
 // all of it is on the disk. Whoever reads beside it has the old file or the new one, also when the writer
 // is killed; then alone the file with the other name is left behind.
 //
-// A file that exists gives its mode, and its owner and group as far as the system permits; until it has
-// them the new one is for its writer only. A new file has what umask and directory say from the start.
+// A file that exists gives its mode, its access list and, as far as the system permits it, its owner and
+// group; until it has them the new one is for its writer only. A new file has what umask and directory
+// say from the start.
 class ReplacedFile {
 public:
     ReplacedFile() = default;
@@ -98,18 +101,22 @@ private:
     std::error_code Create() {
         constexpr int kMostTries = 100;
         const mode_t nMode = m_target.Exists() ? kOwnerOnly : kAnybody;
+        bool bNamed = true;
         for (int nTries = 0; nTries < kMostTries; ++nTries) {
-            m_strName = OtherName();
+            m_strName = OtherName(bNamed);
             m_nFile = open(m_strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, nMode);
-            if (m_nFile >= 0 || errno != EEXIST) {
+            const bool bTooLong = bNamed && m_nFile < 0 && errno == ENAMETOOLONG;
+            bNamed = bNamed && !bTooLong;
+            if (m_nFile >= 0 || (errno != EEXIST && !bTooLong)) {
                 break;
             }
         }
         return m_nFile >= 0 ? std::error_code() : SystemError();
     }
 
-    // Hidden, with the file's own name in it where that is short enough, and never met twice.
-    std::string OtherName() const {
+    // Hidden, with the file's own name in it if wanted and short enough, and never met twice. Some file
+    // systems take shorter names than others, and the whole path has a limit too.
+    std::string OtherName(bool bNamed) const {
         constexpr std::size_t kLongest = 200;
         const std::string strDirectory = DirectoryOf(m_target.Path());
         const std::string strName = m_target.Path().substr(strDirectory.size());
@@ -122,7 +129,7 @@ private:
         }
         char suffix[32];
         std::snprintf(suffix, sizeof(suffix), ".%016llx.tmp", static_cast<unsigned long long>(nRandom));
-        return strDirectory + "." + (strName.size() <= kLongest ? strName : "saved") + suffix;
+        return strDirectory + "." + (bNamed && strName.size() <= kLongest ? strName : "saved") + suffix;
     }
 
     // The owner goes first, because a change of owner takes mode bits away.
@@ -149,9 +156,27 @@ private:
             nMode &= ~mode_t{S_ISUID};
         }
         if (now.st_gid != old.st_gid) {
-            nMode &= ~mode_t{S_ISGID | S_IRWXG} | (nMode & S_IRWXO) << 3U;
+            nMode &= ~mode_t{S_ISGID};
+        }
+        if (!TakeOverAccessList(now.st_gid == old.st_gid)) {
+            nMode &= ~mode_t{S_IRWXG} | (nMode & S_IRWXO) << 3U;
         }
         return nMode;
+    }
+
+    // A file with an access list shows as its group's rights the most that anybody in the list has. What
+    // the directory has given to a new file is not the old one's.
+    // @return whether the group's rights of the old mode may be the group's.
+    bool TakeOverAccessList(bool bHasGroup) const {
+        constexpr char kList[] = "system.posix_acl_access";
+        const ssize_t nList = getxattr(m_target.Path().c_str(), kList, nullptr, 0);
+        std::vector<char> list(nList > 0 ? static_cast<std::size_t>(nList) : 0);
+        if (list.empty() || !bHasGroup) {
+            fremovexattr(m_nFile, kList);
+            return bHasGroup;
+        }
+        return getxattr(m_target.Path().c_str(), kList, list.data(), list.size()) == nList &&
+               fsetxattr(m_nFile, kList, list.data(), list.size(), 0) == 0;
     }
 
     // A directory that cannot be opened for reading has nothing better than the rename.
