@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t kBufferSize = 4096;
 constexpr std::chrono::seconds kRotationInterval(1);
+constexpr std::chrono::seconds kLongestRotation(1);
 constexpr mode_t kMode = 0666;
 
 // Whoever has a log file open holds a shared lock of it. A file system that has no locks tells of
@@ -62,7 +63,8 @@ CTnLogFile::CTnLogFile(std::string strFile, STnLogLimits limits) : m_strFile(std
     if (!descriptor.IsOpen()) {
         throw spdlog::spdlog_ex("Failed opening file " + m_strFile + " for writing", errno);
     }
-    m_bShared = IsOpenElsewhere(descriptor.Get());
+    // A lock of a device means what its users have agreed on.
+    m_bShared = S_ISREG(StatusOf(descriptor.Get()).st_mode) && IsOpenElsewhere(descriptor.Get());
     _Use(std::move(descriptor));
 }
 
@@ -102,11 +104,11 @@ void CTnLogFile::_Use(CTnDescriptor descriptor) {
     }
 }
 
-// Other processes may have made the file longer, or removed it.
+// Other processes may have made the file longer, or removed it. Some file systems count no names.
 struct stat CTnLogFile::_LookAgain() {
     const struct stat status = StatusOf(m_descriptor.Get());
     m_nSize = static_cast<std::size_t>(status.st_size);
-    m_bGone = S_ISREG(status.st_mode) && status.st_nlink == 0;
+    m_bGone = S_ISREG(status.st_mode) && status.st_nlink == 0 && !_IsAtItsPath();
     return status;
 }
 
@@ -138,16 +140,34 @@ void CTnLogFile::flush_() {
     _WriteBuffer();
 }
 
+// Lines for a file that has no name any more would be lost without a word.
 void CTnLogFile::_MakeRoom(std::size_t nBytes) {
-    if (_HasRoomFor(nBytes) || Clock::now() < m_rotationTime) {
+    if (_HasRoomFor(nBytes) || (!m_bGone && Clock::now() < m_rotationTime)) {
         return;
     }
     const int nError = _Rotate(nBytes);
+    if (m_bGone) {
+        throw spdlog::spdlog_ex("Failed making " + m_strFile + " again", nError);
+    }
     if (nError == 0) {
         m_bCannotRotate = false;
         m_rotationTime = {};
         return;
     }
+    if (nError != EWOULDBLOCK || _HasWaitedLong()) {
+        _CannotRotate(nError);
+    }
+}
+
+// The process that rotates needs no longer: whoever has the lock then does not give it back.
+bool CTnLogFile::_HasWaitedLong() {
+    if (!std::exchange(m_bWaits, true)) {
+        m_waitingTime = Clock::now();
+    }
+    return Clock::now() - m_waitingTime > kLongestRotation;
+}
+
+void CTnLogFile::_CannotRotate(int nError) {
     m_rotationTime = Clock::now() + kRotationInterval;
     if (!std::exchange(m_bCannotRotate, true)) {
         m_strWarning = spdlog::spdlog_ex(m_strFile + " cannot be rotated and may grow beyond its limit", nError).what();
@@ -155,19 +175,23 @@ void CTnLogFile::_MakeRoom(std::size_t nBytes) {
 }
 
 // When another process is at it, the lines go to the file as it is, and the next one tries again.
+// A file that is gone is nobody's to rotate.
 int CTnLogFile::_Rotate(std::size_t nBytes) {
     bool bBusy = false;
     const CTnDescriptor lock = LockDirectory(m_strFile, bBusy);
     if (bBusy) {
-        return 0;
+        return m_bGone ? _OpenAnother() : EWOULDBLOCK;
     }
+    m_bWaits = false;
     if (!_IsAtItsPath()) {
         const int nError = _OpenAnother();
-        if (nError != 0 || _HasRoomFor(nBytes)) {
+        if (nError != 0) {
             return nError;
         }
     }
-    return _StartAnew();
+    // Before the lock was ours, another process may have emptied it.
+    _LookAgain();
+    return _HasRoomFor(nBytes) ? 0 : _StartAnew();
 }
 
 bool CTnLogFile::_IsAtItsPath() const {
