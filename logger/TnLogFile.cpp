@@ -45,11 +45,17 @@ bool EndsInsideLine(const std::string& strFile, off_t nSize) {
 }
 
 // One process at a time rotates in a directory. The lock goes with the descriptor. Where there are
-// no such locks, or the directory cannot be read, everybody may.
-CTnDescriptor LockDirectory(const std::string& strFile, bool& bBusy) {
+// no such locks, or the directory may not be read, everybody may; without a descriptor nobody, who
+// would undo what the one that has the lock does.
+CTnDescriptor LockDirectory(const std::string& strFile, int& nError) {
     const std::string strDirectory = std::filesystem::path(strFile).parent_path();
     CTnDescriptor directory(open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    bBusy = directory.IsOpen() && flock(directory.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    nError = 0;
+    if (!directory.IsOpen()) {
+        nError = errno == EACCES ? 0 : errno;
+    } else if (flock(directory.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        nError = EWOULDBLOCK;
+    }
     return directory;
 }
 
@@ -177,17 +183,17 @@ void CTnLogFile::_CannotRotate(int nError) {
 // When another process is at it, the lines go to the file as it is, and the next one tries again.
 // A file that is gone is nobody's to rotate.
 int CTnLogFile::_Rotate(std::size_t nBytes) {
-    bool bBusy = false;
-    const CTnDescriptor lock = LockDirectory(m_strFile, bBusy);
-    if (bBusy) {
-        return m_bGone ? _OpenAnother() : EWOULDBLOCK;
+    int nError = 0;
+    const CTnDescriptor lock = LockDirectory(m_strFile, nError);
+    if (nError != 0) {
+        return m_bGone ? _OpenAnother() : nError;
     }
     m_bWaits = false;
     if (!_IsAtItsPath()) {
-        const int nError = _OpenAnother();
-        if (nError != 0) {
-            return nError;
-        }
+        nError = _OpenAnother();
+    }
+    if (nError != 0) {
+        return nError;
     }
     // Before the lock was ours, another process may have emptied it.
     _LookAgain();

@@ -95,7 +95,7 @@ private:
 
 }  // namespace
 
-// Renaming works, and then there is no descriptor for the new file.
+// There is no descriptor for the directory's lock, nor for the new file.
 TEST_F(LogFile, LosesNothingWhenRotationCannotCreateTheFile) {
     if (!kWithoutDescriptors) {
         GTEST_SKIP() << kNeedsDescriptors;
