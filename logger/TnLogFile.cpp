@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t kBufferSize = 4096;
 constexpr std::chrono::seconds kRotationInterval(1);
+constexpr std::chrono::seconds kLongestRotation(1);
 constexpr mode_t kMode = 0666;
 
 // Whoever has a log file open holds a shared lock of it. A file system that has no locks tells of
@@ -44,11 +45,17 @@ bool EndsInsideLine(const std::string& strFile, off_t nSize) {
 }
 
 // One process at a time rotates in a directory. The lock goes with the descriptor. Where there are
-// no such locks, or the directory cannot be read, everybody may.
-CTnDescriptor LockDirectory(const std::string& strFile, bool& bBusy) {
+// no such locks, or the directory may not be read, everybody may; without a descriptor nobody, who
+// would undo what the one that has the lock does.
+CTnDescriptor LockDirectory(const std::string& strFile, int& nError) {
     const std::string strDirectory = std::filesystem::path(strFile).parent_path();
     CTnDescriptor directory(open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    bBusy = directory.IsOpen() && flock(directory.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    nError = 0;
+    if (!directory.IsOpen()) {
+        nError = errno == EACCES ? 0 : errno;
+    } else if (flock(directory.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        nError = EWOULDBLOCK;
+    }
     return directory;
 }
 
@@ -62,7 +69,8 @@ CTnLogFile::CTnLogFile(std::string strFile, STnLogLimits limits) : m_strFile(std
     if (!descriptor.IsOpen()) {
         throw spdlog::spdlog_ex("Failed opening file " + m_strFile + " for writing", errno);
     }
-    m_bShared = IsOpenElsewhere(descriptor.Get());
+    // A lock of a device means what its users have agreed on.
+    m_bShared = S_ISREG(StatusOf(descriptor.Get()).st_mode) && IsOpenElsewhere(descriptor.Get());
     _Use(std::move(descriptor));
 }
 
@@ -104,11 +112,11 @@ void CTnLogFile::_Use(CTnDescriptor descriptor) {
     }
 }
 
-// Other processes may have made the file longer, or removed it.
+// Other processes may have made the file longer, or removed it. Some file systems count no names.
 struct stat CTnLogFile::_LookAgain() {
     const struct stat status = StatusOf(m_descriptor.Get());
     m_nSize = static_cast<std::size_t>(status.st_size);
-    m_bGone = S_ISREG(status.st_mode) && status.st_nlink == 0;
+    m_bGone = S_ISREG(status.st_mode) && status.st_nlink == 0 && !_IsAtItsPath();
     return status;
 }
 
@@ -140,16 +148,34 @@ void CTnLogFile::flush_() {
     _WriteBuffer();
 }
 
+// Lines for a file that has no name any more would be lost without a word.
 void CTnLogFile::_MakeRoom(std::size_t nBytes) {
-    if (_HasRoomFor(nBytes) || Clock::now() < m_rotationTime) {
+    if (_HasRoomFor(nBytes) || (!m_bGone && Clock::now() < m_rotationTime)) {
         return;
     }
     const int nError = _Rotate(nBytes);
+    if (m_bGone) {
+        throw spdlog::spdlog_ex("Failed making " + m_strFile + " again", nError);
+    }
     if (nError == 0) {
         m_bCannotRotate = false;
         m_rotationTime = {};
         return;
     }
+    if (nError != EWOULDBLOCK || _HasWaitedLong()) {
+        _CannotRotate(nError);
+    }
+}
+
+// The process that rotates needs no longer: whoever has the lock then does not give it back.
+bool CTnLogFile::_HasWaitedLong() {
+    if (!std::exchange(m_bWaits, true)) {
+        m_waitingTime = Clock::now();
+    }
+    return Clock::now() - m_waitingTime > kLongestRotation;
+}
+
+void CTnLogFile::_CannotRotate(int nError) {
     m_rotationTime = Clock::now() + kRotationInterval;
     if (!std::exchange(m_bCannotRotate, true)) {
         m_strWarning = spdlog::spdlog_ex(m_strFile + " cannot be rotated and may grow beyond its limit", nError).what();
@@ -157,19 +183,23 @@ void CTnLogFile::_MakeRoom(std::size_t nBytes) {
 }
 
 // When another process is at it, the lines go to the file as it is, and the next one tries again.
+// A file that is gone is nobody's to rotate.
 int CTnLogFile::_Rotate(std::size_t nBytes) {
-    bool bBusy = false;
-    const CTnDescriptor lock = LockDirectory(m_strFile, bBusy);
-    if (bBusy) {
-        return 0;
+    int nError = 0;
+    const CTnDescriptor lock = LockDirectory(m_strFile, nError);
+    if (nError != 0) {
+        return m_bGone ? _OpenAnother() : nError;
     }
+    m_bWaits = false;
     if (!_IsAtItsPath()) {
-        const int nError = _OpenAnother();
-        if (nError != 0 || _HasRoomFor(nBytes)) {
-            return nError;
-        }
+        nError = _OpenAnother();
     }
-    return _StartAnew();
+    if (nError != 0) {
+        return nError;
+    }
+    // Before the lock was ours, another process may have emptied it.
+    _LookAgain();
+    return _HasRoomFor(nBytes) ? 0 : _StartAnew();
 }
 
 bool CTnLogFile::_IsAtItsPath() const {

@@ -27,8 +27,8 @@ struct STnLogLimits {
 /// another process has done so already.
 ///
 /// What cannot be rotated is not lost: the file grows beyond its limit, and rotation is tried again
-/// every second. Only a write that fails throws (spdlog::spdlog_ex); all lines that were waiting
-/// are lost then.
+/// every second. Only a write that fails throws (spdlog::spdlog_ex), or one to a file that somebody
+/// has removed and that cannot be made again; all lines that were waiting are lost then.
 ///
 /// Threads: externally synchronised.
 class CTnLogFile final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
@@ -63,6 +63,8 @@ private:
     struct stat _LookAgain();
     bool _IsAtItsPath() const;
     void _MakeRoom(std::size_t nBytes);
+    bool _HasWaitedLong();
+    void _CannotRotate(int nError);
     int _Rotate(std::size_t nBytes);
     int _StartAnew();
     int _OpenAnother();
@@ -82,6 +84,8 @@ private:
     unsigned long long m_nWaiting = 0;  // lines that have not reached the file
     bool m_bCannotRotate = false;
     Clock::time_point m_rotationTime;  // not before
+    bool m_bWaits = false;             // while somebody else has the directory's lock
+    Clock::time_point m_waitingTime;   // since when
     std::string m_strWarning;
 };
 

@@ -53,10 +53,11 @@ std::pair<std::uint32_t, std::size_t> Decode(std::string_view text) {
     return {0, 0};
 }
 
-// Controls, separators of lines and paragraphs, and what embeds, overrides or isolates directions.
+// Controls, separators of lines and paragraphs, and what marks, embeds, overrides or isolates
+// directions.
 bool IsUnfit(std::uint32_t nCharacter) {
-    return IsWithin(nCharacter, 0x80, 0x9f) || IsWithin(nCharacter, 0x2028, 0x202e) ||
-           IsWithin(nCharacter, 0x2066, 0x2069);
+    return IsWithin(nCharacter, 0x80, 0x9f) || nCharacter == 0x61c || IsWithin(nCharacter, 0x200e, 0x200f) ||
+           IsWithin(nCharacter, 0x2028, 0x202e) || IsWithin(nCharacter, 0x2066, 0x2069);
 }
 
 bool IsUnfitByte(char ch) {

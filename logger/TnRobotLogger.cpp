@@ -81,8 +81,12 @@ void CTnRobotLogger::WriteWhatWaits() noexcept {
     _Flush();
 }
 
-// The parent tells of the lines that it has lost.
+// The parent writes what still waits, after a failure that was not the file's, and tells of the lines
+// that it has lost.
 void CTnRobotLogger::StartAsChild() noexcept {
+    if (m_file) {
+        m_file->TakeLostLines();
+    }
     m_nLostLines = 0;
 }
 

@@ -18,6 +18,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -44,10 +45,19 @@ struct Step {
 };
 
 std::atomic<long> s_nLogged{0};
+std::atomic<bool> s_bNoMemory{false};
 
 void Log(int nLevel, const std::string& text) {
     ++s_nLogged;
     TnRobotLogUtils::PrintLog(nLevel, "%s", text.c_str());
+}
+
+// A text that cannot be logged as it is needs memory of its own.
+void LogWithoutMemory() {
+    const std::string controls(500, '\x01');
+    s_bNoMemory = true;
+    Log(kLevel, controls);
+    s_bNoMemory = false;
 }
 
 void Flood(int nThreads, int nLines) {
@@ -242,13 +252,19 @@ bool Run(const Step& step) {
         {"logged", [](const Step&) { std::printf("logged %ld\n", s_nLogged.load()); }},
         {"until", [](const Step& s) { LogUntil([&] { return Exists(s.text); }); }},
         {"untiltold", [](const Step& s) { LogUntil([&] { return Contains(s.text, "lines lost"); }); }},
+        {"untilstuck", [](const Step& s) { LogUntil([&] { return Contains(s.text, "cannot be rotated"); }); }},
         {"untilsaid", [](const Step& s) { LogUntil([&] { return Contains(s.text, "again"); }); }},
+        {"errors",
+         [](const Step& s) {
+             std::printf("errors %d\n", std::freopen(s.text.c_str(), "w", stderr) == nullptr ? 1 : 0);
+         }},
         {"cancel", [](const Step& s) { CancelThreads(s.number); }},
+        {"nomemory", [](const Step&) { LogWithoutMemory(); }},
         {"errno", PrintErrno},
         {"chdir", [](const Step& s) { std::printf("chdir %d\n", chdir(s.text.c_str())); }},
         {"chmod",
          [](const Step& s) { std::printf("chmod %d\n", chmod(s.text.c_str(), static_cast<mode_t>(s.number))); }},
-        {"remove", [](const Step& s) { std::printf("remove %d\n", unlink(s.text.c_str())); }},
+        {"remove", [](const Step& s) { std::printf("remove %d\n", std::remove(s.text.c_str())); }},
         {"nobody", [](const Step&) { BecomeNobody(); }},
         {"descriptors", [](const Step& s) { Limit(RLIMIT_NOFILE, s.number); }},
         {"filesize", [](const Step& s) { Limit(RLIMIT_FSIZE, s.number); }},
@@ -293,6 +309,23 @@ bool Run(const Step& step) {
 }
 
 }  // namespace
+
+// The logger library takes its memory from here, too.
+void* operator new(std::size_t nSize) {
+    void* const pMemory = s_bNoMemory ? nullptr : std::malloc(nSize);
+    if (pMemory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return pMemory;
+}
+
+void operator delete(void* pMemory) noexcept {
+    std::free(pMemory);
+}
+
+void operator delete(void* pMemory, std::size_t) noexcept {
+    std::free(pMemory);
+}
 
 int main(int nArguments, char** arguments) {
     std::signal(SIGXFSZ, SIG_IGN);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -94,7 +95,7 @@ private:
 
 }  // namespace
 
-// Renaming works, and then there is no descriptor for the new file.
+// There is no descriptor for the directory's lock, nor for the new file.
 TEST_F(LogFile, LosesNothingWhenRotationCannotCreateTheFile) {
     if (!kWithoutDescriptors) {
         GTEST_SKIP() << kNeedsDescriptors;
@@ -228,6 +229,30 @@ TEST_F(LogFile, IsMadeAgainWhenSomebodyRemovesIt) {
     EXPECT_EQ(Logged(), (Steps{"I kept", "W too"}));
 }
 
+// What goes to a file without a name is lost, and has to be counted.
+TEST_F(LogFile, IsMadeAgainWithItsDirectory) {
+    const std::string directory = m_directory.Directory("logs");
+    const std::string file = directory + "/robot.log";
+    const ChildResult result = Run({"init", "param:2:6", "log:3:gone", "remove::" + file, "remove::" + directory,
+                                    "flood:2:50", "untiltold::" + file, "log:2:kept", "logged", "destroy"},
+                                   {{"TNROBOT_LOG_FILE", file}});
+    ExpectAllCounted(WithoutTimes(FileLines(file)), Number(result.output, "logged ") - 1);
+}
+
+// Whoever has a lock of the directory may keep it.
+TEST_F(LogFile, SaysThatSomebodyKeepsItFromBeingRotated) {
+    const int nDirectory = open(m_directory.Path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(nDirectory, LOCK_SH), 0);
+    const std::string errors = m_directory / "errors";
+    Run({"init", "errors::" + errors, "param:3:1", "flood:1:200", "untilstuck::" + errors, "log:2:kept", "destroy"});
+    close(nDirectory);
+    const Steps lines = Logged();
+    ASSERT_GT(lines.size(), 201U);
+    EXPECT_EQ(Steps(lines.begin(), lines.begin() + 200), FloodOf(1, 200));
+    EXPECT_EQ(lines.back(), "I kept");
+    EXPECT_EQ(FileLines(errors).size(), 1U);
+}
+
 // Waiting for its reader would be for ever.
 TEST_F(LogFile, MayNotBeAFifo) {
     ASSERT_EQ(mkfifo(File().c_str(), 0600), 0);
@@ -260,6 +285,13 @@ TEST_F(LogFile, OfADeviceIsNotRotated) {
     ASSERT_EQ(stat("/dev/null", &status), 0);
     EXPECT_TRUE(S_ISCHR(status.st_mode));
     EXPECT_FALSE(std::filesystem::exists("/dev/null.1"));
+}
+
+// Locks of a device have meanings of their own.
+TEST_F(LogFile, OfADeviceIsNotLocked) {
+    const ChildResult result =
+        Run({"init", "start::init,log:2:line,destroy", "wait", "destroy"}, {{"TNROBOT_LOG_FILE", "/dev/zero"}}, true);
+    EXPECT_EQ(result.output, "Init 0\nInit 0\nother ended 0\n");
 }
 
 TEST_F(LogFile, HasNoMoreOldFilesThanWanted) {

@@ -62,6 +62,13 @@ TEST_F(LogProcess, AChildDoesNotTellOfTheLinesThatItsParentLost) {
               1);
 }
 
+// A failure that was not the file's leaves lines in the buffer, and the next look at the file is later.
+TEST_F(LogProcess, AChildDoesNotWriteWhatWaitsAfterAFailure) {
+    const ChildResult result = Run({"init", "log:2:waits", "nomemory", "child", "destroy"});
+    EXPECT_EQ(result.output, "Init 0\nchild ended 0\n");
+    EXPECT_EQ(Logged(), (Steps{"I waits", "W logger: lines lost: 1"}));
+}
+
 // Handlers that were there before the logger's run while it holds its lock.
 TEST_F(LogProcess, HandlersOfForkMayLog) {
     const ChildResult result = Run({"handlers", "init", "log:2:waits", "child:2:", "destroy"});

@@ -190,6 +190,7 @@ TEST_F(RobotLog, NoControlCharacterOfAnyFormArrives) {
         {"a\xe2\x80\xa8z", R"(a\xe2\x80\xa8z)"},
         {"a\xe2\x80\xaez", R"(a\xe2\x80\xaez)"},
         {"a\xe2\x81\xa6z", R"(a\xe2\x81\xa6z)"},
+        {"a\xe2\x80\x8e\xe2\x80\x8f\xd8\x9cz", R"(a\xe2\x80\x8e\xe2\x80\x8f\xd8\x9cz)"},
     };
     Steps steps = {"init"};
     Steps expected;

@@ -193,6 +193,22 @@ TEST_F(InspectPictures, PixelsWithinTheHeadersAreDamage) {
     }
 }
 
+TEST_F(InspectPictures, PixelsWithinAColourTableOfUnsaidSizeAreDamage) {
+    BmpFields fields;
+    fields.nWidth = 4;
+    fields.nHeight = 2;
+    fields.nBitsPerPixel = 8;
+    fields.nImageSize = 8;
+    Write("p.bmp", BmpFile(fields, Bytes(8, 1)));
+    const ChildResult result = Run({"verify", "p.bmp"});
+    EXPECT_EQ(result.nExitCode, 1);
+    EXPECT_NE(result.output.find("before the end of headers and colour table at 1078\n"), std::string::npos)
+        << result.output;
+    fields.nDataOffset = 54 + 1024;
+    Write("p.bmp", BmpFile(fields, Bytes(8, 1)));
+    EXPECT_EQ(Run({"verify", "p.bmp"}).nExitCode, 0);
+}
+
 // The image size need not say that rows are padded.
 TEST_F(InspectPictures, PaddedRowsAreDamageWhateverTheImageSizeSays) {
     const struct {

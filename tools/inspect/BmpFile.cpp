@@ -32,10 +32,13 @@ std::int64_t RowLength(const BmpFile& bmp) {
     return std::int64_t{bmp.nBitsPerPixel / 8} * bmp.nWidth;
 }
 
-// Where the headers and the colour table end.
+// Where the headers and the colour table end. A number of colours that is left open is as many as
+// 8 bits can tell; larger pixels need no table.
 std::int64_t EndOfHeaders(const BmpFile& bmp) {
     constexpr std::int64_t kColourBytes = 4;
-    return kFileHeader + std::int64_t{std::max(bmp.nInfoSize, kInfoHeader)} + (kColourBytes * bmp.nColours);
+    constexpr std::uint16_t kTableBits = 8;
+    const std::int64_t nColours = bmp.nColours == 0 && bmp.nBitsPerPixel == kTableBits ? 256 : bmp.nColours;
+    return kFileHeader + std::int64_t{std::max(bmp.nInfoSize, kInfoHeader)} + (kColourBytes * nColours);
 }
 
 void CheckHeaders(BmpFile& bmp) {
