@@ -216,6 +216,9 @@ public:
     /// - EXIF orientation is not applied: a camera held upright gives a picture that lies.
     /// - A JPEG of more than 64 Mi pixels, ten passes over so many, or 100 scans needs coded bytes in
     ///   proportion (a bit for each block, a byte for 4,096 pixels of a pass), else the result is -2.
+    ///   With arithmetic coding and restarts the bounds are narrower: ten passes over 16 Mi pixels, and
+    ///   where restarts are more than two rows of blocks apart 4 Mi pixels of all passes together, with
+    ///   a byte for each 64 beyond.
     /// - Throws std::bad_alloc, its own and the pool's.
     /// @param[in]  lpszPath   path, borrowed for the call.
     /// @param[in]  pPool      borrowed for the call.

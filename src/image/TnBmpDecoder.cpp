@@ -14,9 +14,10 @@ std::int64_t RowLength(const STnBmpHeader& header) {
     return std::int64_t{header.BytesPerPixel()} * header.nWidth;
 }
 
-// Whether a file of 24 bits has its rows at multiples of 4 bytes, as most programs write them. Where
-// the header gives no image size, the bytes that are there tell: room for padded rows is taken as
-// such, because programs that leave the size open pad.
+// Whether a file of 24 bits has its rows at multiples of 4 bytes, as most programs write them. The
+// header's image size tells, or the bytes that are there: some programs pad and store 3 x width x
+// height all the same. Where the header gives no size, more room is taken as padded rows too, because
+// programs that leave the size open pad.
 bool HasPaddedRows(const STnBmpHeader& header, std::int64_t nFileLength) {
     constexpr int kColourBytes = 3;
     const std::int64_t nRow = RowLength(header);
@@ -25,7 +26,8 @@ bool HasPaddedRows(const STnBmpHeader& header, std::int64_t nFileLength) {
         return false;
     }
     const std::int64_t nPadded = nPaddedRow * header.nHeight;
-    return header.nImageSize != 0 ? header.nImageSize == nPadded : nFileLength - header.nDataOffset >= nPadded;
+    const std::int64_t nRoom = nFileLength - header.nDataOffset;
+    return nRoom == nPadded || (header.nImageSize != 0 ? header.nImageSize == nPadded : nRoom > nPadded);
 }
 
 // Works out the image size where the header leaves it open.

@@ -47,6 +47,10 @@ constexpr std::int64_t kMemoryPerByte = 1024;
 // a tenth takes 240,000 and has 110,000.
 constexpr std::int64_t kModestZeros = std::int64_t{256} * 1024;
 
+// Restarts cost three bytes, and what is decoded between two of them can be anything: 8 ns for a pixel
+// of a scan, of which this leaves ten scans of 16 Mi pixels.
+constexpr std::int64_t kModestRestartedScanPixels = 10 * 16 * std::int64_t{1024} * 1024;
+
 // Restarts further apart than two rows of blocks: such pictures are hardly made, and up to 0.2
 // microseconds can go into each of their pixels.
 constexpr std::int64_t kModestRestarts = std::int64_t{4} * 1024 * 1024;
@@ -62,12 +66,23 @@ std::int64_t PixelCount(const jpeg_decompress_struct& jpeg) {
            RoundUp(jpeg.image_height, std::int64_t{DCTSIZE} * jpeg.max_v_samp_factor);
 }
 
+// What restarts are counted in: blocks of the only component of a scan, or groups of blocks of several.
+std::int64_t UnitsInRow(const jpeg_decompress_struct& jpeg) {
+    const bool bAlone = jpeg.comps_in_scan == 1;
+    const std::int64_t nSamples = std::int64_t{jpeg.image_width} * (bAlone ? jpeg.cur_comp_info[0]->h_samp_factor : 1);
+    const std::int64_t nUnit = std::int64_t{DCTSIZE} * jpeg.max_h_samp_factor;
+    return RoundUp(nSamples, nUnit) / nUnit;
+}
+
 // Arithmetic decoders start anew at each restart, and what follows a restart is not counted as taken
 // beyond the data.
 bool HasLongRestarts(const jpeg_decompress_struct& jpeg) {
-    const std::int64_t nUnits = RoundUp(jpeg.image_width, std::int64_t{DCTSIZE} * jpeg.max_h_samp_factor) /
-                                (std::int64_t{DCTSIZE} * jpeg.max_h_samp_factor);
-    return jpeg.arith_code != FALSE && jpeg.restart_interval > 2 * nUnits;
+    return jpeg.arith_code != FALSE && jpeg.restart_interval > 2 * UnitsInRow(jpeg);
+}
+
+std::int64_t ModestScanPixels(const jpeg_decompress_struct& jpeg) {
+    const bool bRestarts = jpeg.arith_code != FALSE && jpeg.restart_interval != 0;
+    return bRestarts ? kModestRestartedScanPixels : kModestScanPixels;
 }
 
 bool CanHoldScans(const STnJpegDecodeContext& context, std::int64_t nScans) {
@@ -77,7 +92,7 @@ bool CanHoldScans(const STnJpegDecodeContext& context, std::int64_t nScans) {
         return false;
     }
     return nScans <= kMaxScans && nPixels <= kModestPixels + nBytes * kPixelsPerByte &&
-           nPixels * nScans <= kModestScanPixels + nBytes * kScanPixelsPerByte;
+           nPixels * nScans <= ModestScanPixels(context.m_jpeg) + nBytes * kScanPixelsPerByte;
 }
 
 // For a picture of several scans libjpeg holds all coefficients at once; beyond this limit it

@@ -313,7 +313,8 @@ TEST_F(BmpDecoder, RefusesPaddedRows) {
         BmpFields f;
         f.nWidth = size.nWidth;
         f.nHeight = size.nHeight;
-        for (const std::size_t nSize : {std::size_t{0}, nPadded}) {
+        const std::size_t nUnpadded = static_cast<std::size_t>(size.nWidth) * 3 * size.nHeight;
+        for (const std::size_t nSize : {std::size_t{0}, nPadded, nUnpadded}) {
             f.nImageSize = static_cast<std::uint32_t>(nSize);
             EXPECT_FALSE(OpenFile(BmpFile(f, Counting(nPadded))))
                 << size.nWidth << " x " << size.nHeight << ", size " << nSize;

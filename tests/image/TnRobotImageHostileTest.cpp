@@ -413,7 +413,8 @@ TEST_F(HostileImages, AHugeSizeInASmallBaselineJpeg) {
 namespace {
 
 // One colour, and of the arithmetic ones less than 400 bytes whatever the size.
-Bytes FlatJpeg(int nWidth, int nHeight, bool bGrey, bool bArithmetic, bool bProgressive) {
+Bytes FlatJpeg(int nWidth, int nHeight, bool bGrey, bool bArithmetic, bool bProgressive,
+               unsigned int nRestartRows = 0) {
     JpegRecipe recipe;
     recipe.nWidth = nWidth;
     recipe.nHeight = nHeight;
@@ -421,6 +422,7 @@ Bytes FlatJpeg(int nWidth, int nHeight, bool bGrey, bool bArithmetic, bool bProg
     recipe.eInput = bGrey ? JCS_GRAYSCALE : JCS_EXT_BGR;
     recipe.bArithmetic = bArithmetic;
     recipe.bProgressive = bProgressive;
+    recipe.nRestartRows = nRestartRows;
     recipe.nSampling = 0;
     const std::size_t nPixels = static_cast<std::size_t>(nWidth) * static_cast<std::size_t>(nHeight);
     return EncodePlain(recipe, Bytes(nPixels * static_cast<std::size_t>(recipe.nComponents), 128));
@@ -434,6 +436,27 @@ TEST_F(HostileImages, FlatPicturesLoad) {
     EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(6001, 5003, true, true, true)), 0);
     EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(65000, 1000, true, false, true)), 0);
     EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(65000, 1000, false, true, true)), 0);
+}
+
+// Scans of one component count their restarts in its own blocks, of which a row has twice as many as
+// groups of blocks when colours are stored at half the width.
+TEST_F(HostileImages, FlatPicturesWithARestartInEachRowLoad) {
+    for (const unsigned int nRows : {1U, 2U}) {
+        EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(1030, 1030, false, true, true, nRows)), 0) << nRows;
+        EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(4096, 4096, false, true, true, nRows)), 0) << nRows;
+        EXPECT_EQ(LoadAsApplicationsDo(FlatJpeg(6001, 5003, false, true, false, nRows)), 0) << nRows;
+    }
+}
+
+// Each restart is a new chance to make costly pixels of three bytes: thirty scans took seconds.
+TEST_F(HostileImages, ManyScansOfAnArithmeticJpegWithRestartsAreRefusedAtOnce) {
+    const Bytes jpeg = RepeatLastScan(FlatJpeg(4096, 4096, true, true, true, 2), 30);
+    ASSERT_LT(jpeg.size(), 40000U);
+    SurfaceSource source;
+    source.blocks->Refuse();
+    ITnRobotSurface* pSurface = nullptr;
+    EXPECT_EQ(Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), source.pool.get(), &pSurface), -2);
+    EXPECT_TRUE(source.blocks->Requests().empty());
 }
 
 TEST_F(HostileImages, AHugeSizeInASmallJpegIsRefusedBeforeMemoryIsAskedFor) {

@@ -88,7 +88,8 @@ inline BmpAnswer ExpectedBmp(const Bytes& file, std::uint32_t nLargestSurface) {
     // Rows at multiples of 4 bytes: what the size says, or what there is room for.
     const std::int64_t nPadded = (nRow + 3) / 4 * 4 * answer.nHeight;
     const std::int64_t nRoom = static_cast<std::int64_t>(file.size()) - nOffset;
-    if (nBytes == 3 && nRow % 4 != 0 && answer.nHeight > 0 && (nStored != 0 ? nStored == nPadded : nRoom >= nPadded)) {
+    const bool bPadded = nStored == nPadded || nRoom == nPadded || (nStored == 0 && nRoom > nPadded);
+    if (nBytes == 3 && nRow % 4 != 0 && answer.nHeight > 0 && bPadded) {
         return answer;
     }
     const std::int64_t nImage = nStored != 0 ? nStored : nRow * answer.nHeight;
