@@ -40,7 +40,7 @@ private:
     std::condition_variable& _Here() {
         if (!m_home.IsHere()) {
             Forget(m_changed);
-            m_home = HomeProcess();
+            m_home.Settle();
         }
         return m_changed;
     }

@@ -8,13 +8,6 @@
 #include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
-namespace {
-
-// The task whose worker the current thread is.
-thread_local const CTnRobotTask* t_pWorkerOf = nullptr;
-
-}  // namespace
-
 ITnRobotTask::~ITnRobotTask() = default;
 ITnRobotTaskParent::~ITnRobotTaskParent() = default;
 
@@ -101,6 +94,30 @@ bool CTnRobotTask::_LeaveToWorker() {
     return true;
 }
 
+// Who has come to hold the task since ends its runs from then on, so what was left must not count: it
+// would hide that he is the last. With nobody there the run is asked to end in every turn: its job might
+// set the event again.
+void CTnRobotTask::_MindLeft() {
+    if (!_DropLeftIfHeld()) {
+        m_pRunEvent->ResetEvent();
+    }
+}
+
+// @return false, with nothing changed, when nobody holds the task.
+bool CTnRobotTask::_DropLeftIfHeld() {
+    std::lock_guard<std::mutex> lock(m_parentMutex);
+    const int nLeft = m_nLeft.load();
+    const int nUnheld = nLeft + (m_pParent.load() != nullptr ? 1 : 0);
+    int nReferences = m_nRefCount.load();
+    while (nReferences > nUnheld) {
+        if (m_nRefCount.compare_exchange_weak(nReferences, nReferences - nLeft)) {
+            m_nLeft.store(0);
+            return true;
+        }
+    }
+    return false;
+}
+
 // For the worker outside of a run. A lock that is taken is asked for again in the next turn: whoever
 // has it may wait for the worker. @return whether the task is destroyed.
 bool CTnRobotTask::_TakeBackLeft() {
@@ -147,7 +164,7 @@ void CTnRobotTask::ReleaseWithoutWaiting() {
 }
 
 bool CTnRobotTask::IsInherited() const {
-    return !m_home.IsHere() && !(m_pWorker && m_pWorker->IsHere());
+    return !m_home.IsHere();
 }
 
 // There is nobody to stop, and a lock may have been lost with the thread that held it.
@@ -172,10 +189,11 @@ void CTnRobotTask::SettleHere() {
     tnrobot::Forget(m_controlMutex);
     tnrobot::Forget(m_parentMutex);
     m_pWorker.reset();
+    m_workerThread.store({});
     m_state.store(TASK_NOT_STARTED);
     m_nLeft.store(0);
     m_bGoing.store(false);
-    m_home = tnrobot::HomeProcess();
+    m_home.Settle();
 }
 
 bool CTnRobotTask::AddRefWhileHeld() {
@@ -243,7 +261,9 @@ bool CTnRobotTask::Start() {
     return true;
 }
 
+// The task may be inherited. The worker must find it settled from the beginning.
 void CTnRobotTask::_StartWorker() {
+    m_home.Settle();
     m_state.store(TASK_STOPPED);
     try {
         m_pWorker = std::make_unique<tnrobot::Worker>([this] { _OnTaskWork(); });
@@ -307,7 +327,7 @@ bool CTnRobotTask::IsRunning() {
 }
 
 bool CTnRobotTask::_OnWorkerThread() const {
-    return t_pWorkerOf == this;
+    return m_workerThread.load() == std::this_thread::get_id();
 }
 
 // Nothing may be thrown out of the worker. @return whether there is nothing left to tell; without
@@ -330,10 +350,13 @@ bool CTnRobotTask::_NotifyParent() {
 // run and the first question to its runner the event is not looked at, so that every Start which
 // has returned true executes.
 void CTnRobotTask::_OnTaskWork() {
-    t_pWorkerOf = this;
+    m_workerThread.store(std::this_thread::get_id());
     bool bInited = false;
     bool bExecuted = false;
     while (m_bExit.load() == 0) {
+        if (m_nLeft.load() != 0) {
+            _MindLeft();
+        }
         if (!IsRunning()) {
             if (bInited) {
                 bInited = false;

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include "TnRobotKernel/concurrency.h"
 #include "concurrency/TnWorker.h"
@@ -22,7 +23,8 @@
 /// with references to its own task is nothing special.
 ///
 /// Whoever must not wait for the worker leaves its reference to it: the job, which is the worker,
-/// and the pool's thread, which has other tasks to stop. The worker gives it up after the run.
+/// and the pool's thread, which has other tasks to stop. The worker gives it up after the run, or at
+/// once when somebody holds the task again: he is then the one who stops it.
 ///
 /// Invariants: only the worker writes m_state once it exists, and m_nBegun. Callers change
 /// m_pRunEvent only under m_controlMutex, and keep the lock until the worker has answered through
@@ -112,6 +114,8 @@ private:
     int _ReleaseInherited();
     int _StopAndGiveBack();
     bool _LeaveToWorker();
+    void _MindLeft();
+    bool _DropLeftIfHeld();
     bool _TakeBackLeft();
     int _GiveUp(std::unique_lock<std::mutex> control, int nLeft);
     std::unique_lock<std::mutex> _LockParent();
@@ -130,6 +134,7 @@ private:
     std::atomic<ITnRobotTaskParent*> m_pParent{nullptr};  // changed under m_parentMutex
     std::atomic<int> m_nLeft{0};                          // changed under m_parentMutex; references left to the worker
     std::atomic<bool> m_bGoing{false};                    // the last holder lets go; reset under m_parentMutex
+    std::atomic<std::thread::id> m_workerThread{};        // the worker's; a child may be what was one before the fork
     tnrobot::HomeProcess m_home;
     bool m_bIdle = false;
 };

@@ -31,9 +31,11 @@ int CTnRobotThread::_Init() {
     return 1;
 }
 
-// A worker that destroys its own object cannot join itself.
+// A worker that destroys its own object cannot join itself. Its job, which may take its time to go, goes
+// before somebody else has to wait for that.
 CTnRobotThread::~CTnRobotThread() {
     if (_OnWorkerThread()) {
+        m_job.reset();
         tnrobot::Worker::Leave(std::move(m_pWorker));
     }
 }

@@ -3,6 +3,8 @@
 #include <pthread.h>
 
 #include "core/TnChecked.h"
+#include "core/TnObjectWatcher.h"
+#include "core/TnRegistrations.h"
 
 namespace tnrobot {
 
@@ -42,12 +44,14 @@ void ForkSafe::Install() {
     }
 }
 
-// The checks' locks come last: they are taken under all others.
+// The single locks come after those of the list, under which they may be taken, and the checks' last.
 void ForkSafe::_LockAll() {
     g_list.lock();
     for (ForkSafe* p = g_pOldest; p != nullptr; p = p->m_pNewer) {
         p->m_mutex.lock();
     }
+    LockRegistrationForFork();
+    ObjectWatcher::LockForFork();
     if constexpr (kChecked) {
         checked::LockForFork();
     }
@@ -57,6 +61,8 @@ void ForkSafe::_UnlockAll() {
     if constexpr (kChecked) {
         checked::UnlockAfterFork();
     }
+    ObjectWatcher::UnlockAfterFork();
+    UnlockRegistrationAfterFork();
     for (ForkSafe* p = g_pNewest; p != nullptr; p = p->m_pOlder) {
         p->m_mutex.unlock();
     }

@@ -14,16 +14,19 @@ namespace tnrobot {
 /// asking for the process's number: that is a call of the system, and numbers come again.
 extern std::atomic<unsigned int> g_nForks;
 
-/// The process in which something was made.
+/// The process in which something was made, or settled.
 class HomeProcess {
 public:
-    HomeProcess() : m_nForks(g_nForks.load(std::memory_order_relaxed)) {}
+    HomeProcess() { Settle(); }
 
     /// @return whether this is that process, and no child of it.
-    bool IsHere() const { return m_nForks == g_nForks.load(std::memory_order_relaxed); }
+    bool IsHere() const { return m_nForks.load(std::memory_order_relaxed) == g_nForks.load(std::memory_order_relaxed); }
+
+    /// Makes this process the one.
+    void Settle() { m_nForks.store(g_nForks.load(std::memory_order_relaxed), std::memory_order_relaxed); }
 
 private:
-    unsigned int m_nForks;
+    std::atomic<unsigned int> m_nForks{0};
 };
 
 /// Puts a fresh object into the place of one whose destructor would wait for threads that are not

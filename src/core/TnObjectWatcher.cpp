@@ -1,7 +1,5 @@
 #include "core/TnObjectWatcher.h"
 
-#include <pthread.h>
-
 #include <atomic>
 
 namespace tnrobot {
@@ -12,21 +10,15 @@ std::mutex g_objects;                   // held while a watcher remembers or for
 ObjectWatcher* g_pWatchers = nullptr;   // guarded by g_objects
 std::atomic<unsigned int> g_nWatchers;  // how many there are; changed under g_objects
 
-void Lock() {
+}  // namespace
+
+void ObjectWatcher::LockForFork() {
     g_objects.lock();
 }
 
-void Unlock() {
+void ObjectWatcher::UnlockAfterFork() {
     g_objects.unlock();
 }
-
-// A child process has none of the parent's other threads, and so nobody who would unlock it there.
-void KeepUsableAfterFork() {
-    static const int s_nRegistered = pthread_atfork(Lock, Unlock, Unlock);
-    static_cast<void>(s_nRegistered);
-}
-
-}  // namespace
 
 // Most programs destroy objects while no archive refers to any: they must not meet at the lock. An
 // archive that begins to watch at the same moment does not know an object that is going already.
@@ -41,7 +33,6 @@ void ObjectWatcher::Tell(const CTnRobotObject* pObject) noexcept {
 }
 
 std::unique_lock<std::mutex> ObjectWatcher::LockObjects() {
-    KeepUsableAfterFork();
     return std::unique_lock<std::mutex>(g_objects);
 }
 

@@ -27,6 +27,12 @@ public:
     /// Tells all watchers. Costs one look at a counter while there is none.
     static void Tell(const CTnRobotObject* pObject) noexcept;
 
+    /// Takes the lock, so that it is not lost in a child; called before a fork.
+    static void LockForFork();
+
+    /// Gives it back, in the parent and in the child.
+    static void UnlockAfterFork();
+
 protected:
     ObjectWatcher() = default;
     ~ObjectWatcher() = default;

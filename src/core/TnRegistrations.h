@@ -47,6 +47,12 @@ private:
     Registration* m_pNewest = nullptr;
 };
 
+/// Takes the lock of the registered classes, so that it is not lost in a child; called before a fork.
+void LockRegistrationForFork();
+
+/// Gives it back, in the parent and in the child.
+void UnlockRegistrationAfterFork();
+
 }  // namespace tnrobot
 
 #endif  // TNROBOTKERNEL_CORE_TNREGISTRATIONS_H_

@@ -82,6 +82,14 @@ const STnRuntimeClass* FindClass(const char* lpszGuid) {
 
 }  // namespace
 
+void tnrobot::LockRegistrationForFork() {
+    g_registration.lock();
+}
+
+void tnrobot::UnlockRegistrationAfterFork() {
+    g_registration.unlock();
+}
+
 // Archives refer to objects that they do not hold.
 CTnRobotObject::~CTnRobotObject() {
     tnrobot::ObjectWatcher::Tell(this);

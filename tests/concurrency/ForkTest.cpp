@@ -81,3 +81,15 @@ TEST(Fork, TheChildMayRunTasksOfThePool) {
     }
     EXPECT_EQ(ChildOf("pool-use"), kEndsWell);
 }
+
+// The child's only thread is what was the worker of the task that it gives back.
+TEST(Fork, TheChildOfAJobMayRunTasksOfThePool) {
+    if (!kChildMayStartThreads) {
+        GTEST_SKIP() << "ThreadSanitizer does not know threads that a child starts";
+    }
+    EXPECT_EQ(ChildOf("job-use"), kEndsWell);
+}
+
+TEST(Fork, ChildrenMayLookUpClassesWhateverTheParentsThreadsLookUp) {
+    EXPECT_EQ(ChildOf("classes-often"), "100 of 100\n");
+}

@@ -425,6 +425,55 @@ TEST_F(TaskOwnJob, MayReleaseTheLastReferenceToItsTask) {
     ExpectDistinctTasks(*pool, 1);
 }
 
+// A smart pointer that the job makes from a raw one after it, and hands out.
+TEST_F(TaskOwnJob, WhoComesToHoldItsTaskAfterTheLastReleaseEndsItsRuns) {
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    Gate gate;
+    const OpenAtEnd atEnd(gate);
+    ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).release();
+    bool bFirst = true;  // the job's own
+    runner->m_isStop = [] { return false; };
+    runner->m_onExecute = [&, pTask](ITnRobotEvent*) {
+        if (bFirst) {
+            bFirst = false;
+            EXPECT_EQ(pTask->Release(), 1);
+            pTask->AddRef();
+            gate.Pass();
+        }
+    };
+    ASSERT_TRUE(pTask->Start());
+    gate.AwaitArrival();
+    std::atomic<bool> bStarted{false};
+    Caller starter([&bStarted, pTask] { bStarted = pTask->Start(); });
+    EXPECT_TRUE(starter.AwaitBlocked());
+    gate.Open();
+    starter.Join();
+    EXPECT_TRUE(bStarted);
+    pTask->Release();
+    EXPECT_TRUE(Eventually([&pool] { return pool->GetTaskCount() == 1; }));
+    EXPECT_EQ(runner->Log().Count('I'), 2);
+    EXPECT_EQ(runner->Log().Count('C'), 2);
+}
+
+TEST_F(TaskOwnJob, ReleasedByItsJobATaskComesBackThoughTheJobSetsItsEventAgain) {
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).release();
+    bool bFirst = true;  // the job's own
+    runner->m_isStop = [] { return false; };
+    runner->m_onExecute = [&, pTask](ITnRobotEvent* pRunEvent) {
+        if (bFirst) {
+            bFirst = false;
+            EXPECT_EQ(pTask->Release(), 1);
+            pRunEvent->SetEvent();
+        }
+    };
+    ASSERT_TRUE(pTask->Start());
+    EXPECT_TRUE(Eventually([&pool] { return pool->GetTaskCount() == 1; }));
+    EXPECT_EQ(runner->Log().Count('C'), 1);
+}
+
 // The end of the pool waits for such a task, as for any that is on its way back.
 TEST_F(TaskOwnJob, TheEndOfThePoolWaitsForATaskThatItsJobHasReleased) {
     Held<ITnRobotTaskPool> pool = MakeTaskPool();

@@ -467,6 +467,38 @@ TEST_F(Thread, AJobMayReleaseTheLastReference) {
     }
 }
 
+// What a job leaves behind may even wait for another one's.
+TEST_F(Thread, AJobThatGoesWithItsOwnThreadKeepsNoOtherFromGoing) {
+    Gate goes;
+    Gate gone;
+    const OpenAtEnd atEnd(gone);
+    const auto releaseOwn = [](const std::shared_ptr<void>& token) {
+        const auto released = std::make_shared<Gate>();
+        ITnRobotThread* const pThread = MakeThread().release();
+        pThread->AddRef();
+        pThread->SetWorkJob([pThread, token, released](ITnRobotEvent*) {
+            released->Pass();
+            pThread->Release();
+        });
+        EXPECT_TRUE(pThread->Run());
+        EXPECT_EQ(pThread->Release(), 1);
+        released->Open();
+    };
+    releaseOwn(std::shared_ptr<void>(&goes, [&gone](Gate* pGoes) {
+        pGoes->Open();
+        gone.Pass();
+    }));
+    goes.Pass();
+    std::atomic<bool> bOtherGone{false};
+    releaseOwn(std::shared_ptr<void>(&bOtherGone, [&gone](std::atomic<bool>* pbGone) {
+        *pbGone = true;
+        gone.Open();
+    }));
+    EXPECT_TRUE(Eventually([&bOtherGone] { return bOtherGone.load(); }));
+    gone.Open();
+    EXPECT_TRUE(AwaitNewThreads(0));
+}
+
 TEST_F(ThreadDeathTest, StopBeforeTheFirstRunWaitsForEver) {
     EXPECT_EXIT(
         {

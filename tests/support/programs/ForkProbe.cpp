@@ -11,6 +11,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
@@ -114,29 +115,39 @@ void WhileAThreadHasTheValueLock(const std::function<void()>& inChild) {
     pHeld->Release();
 }
 
-void WhileThreadsUseValues() {
+// Both threads of the parent and children do it.
+void Often(void (*pfnUse)()) {
     constexpr int kForks = 100;
     std::atomic<bool> bEnd{false};
-    ITnRobotDataValue* pHeld = nullptr;
-    TnCreateRobotIntData(1, &pHeld);
     std::vector<std::thread> threads;
     for (int n = 0; n < 3; ++n) {
-        threads.emplace_back([&bEnd] {
+        threads.emplace_back([&bEnd, pfnUse] {
             while (!bEnd) {
-                UseValues();
+                pfnUse();
             }
         });
     }
     int nEnded = 0;
-    while (nEnded < kForks && InChild(UseValues) == "exit 0") {
+    while (nEnded < kForks && InChild(pfnUse) == "exit 0") {
         ++nEnded;
     }
     bEnd = true;
     for (std::thread& thread : threads) {
         thread.join();
     }
-    pHeld->Release();
     std::printf("%d of %d\n", nEnded, kForks);
+}
+
+void WhileThreadsUseValues() {
+    ITnRobotDataValue* pHeld = nullptr;
+    TnCreateRobotIntData(1, &pHeld);
+    Often(UseValues);
+    pHeld->Release();
+}
+
+// A class that is not there is looked for while nothing moves.
+void WhileThreadsLookUpClasses() {
+    Often([] { CHECK(CTnRobotObject::CreateObjectFromGUID("11111111-2222-3333-4444-555555555555") == nullptr); });
 }
 
 Held<ITnRobotThread> RunningThread() {
@@ -314,6 +325,51 @@ void UseThePool() {
     });
 }
 
+// Calls a function when it is executed for the first time.
+class CallingRunner final : public ITnRobotTaskRunner {
+public:
+    explicit CallingRunner(std::function<void()> call) : m_call(std::move(call)) {}
+    void Init() override {}
+    void Execute(ITnRobotEvent* /*pRunEvent*/) override {
+        if (const std::function<void()> call = std::exchange(m_call, nullptr)) {
+            call();
+            m_bCalled = true;
+        }
+    }
+    void ClearResource() override {}
+    bool IsStop() override { return false; }
+    void Copy(ITnRobotTaskRunner* /*pRunner*/) override {}
+    ITnRobotTaskRunner* Clone() override { return nullptr; }
+
+    bool AwaitCalled() const {
+        return Eventually([this] { return m_bCalled.load(); });
+    }
+
+private:
+    std::function<void()> m_call;
+    std::atomic<bool> m_bCalled{false};
+};
+
+void UseThePoolInAJobsChild() {
+    ITnRobotTaskPool* pPool = nullptr;
+    TnCreateRobotTaskPool(&pPool);
+    ITnRobotTask* pTask = nullptr;
+    const auto inChild = [&] {
+        CHECK(pTask->Release() == 1);
+        const Held<Runner> runner = Hold(new Runner(false));
+        const Held<ITnRobotTask> task = MakeTask(*pPool, *runner);
+        CHECK(task.get() == pTask);
+        CHECK(task->Start() && runner->AwaitExecuted());
+        task->Stop();
+        CHECK(!task->IsRunning());
+    };
+    const Held<CallingRunner> forks = Hold(new CallingRunner([&inChild] { ReportChild(inChild); }));
+    CHECK(pPool->CreateTask(forks.get(), &pTask) && pTask->Start());
+    CHECK(forks->AwaitCalled());
+    pTask->Release();
+    pPool->Release();
+}
+
 struct Scenario {
     const char* m_lpszName;
     void (*m_pfnRun)();
@@ -331,6 +387,8 @@ constexpr Scenario kScenarios[] = {
     {"tasks-release", ReleaseTasksAndTheirPool},
     {"pool-release", ReleaseThePoolBeforeItsTasks},
     {"pool-use", UseThePool},
+    {"job-use", UseThePoolInAJobsChild},
+    {"classes-often", WhileThreadsLookUpClasses},
 };
 
 }  // namespace
