@@ -78,6 +78,10 @@ HashKey NewKey() {
     return key;
 }
 
+// Made when the library is loaded: a static of the function's would be made under a lock, which a fork at
+// that moment leaves taken in the child.
+const HashKey g_processKey = NewKey();
+
 }  // namespace
 
 std::uint64_t KeyedHash(const HashKey& key, std::string_view text) {
@@ -98,8 +102,7 @@ std::uint64_t KeyedHash(const HashKey& key, std::string_view text) {
 }
 
 const HashKey& ProcessHashKey() {
-    static const HashKey s_key = NewKey();
-    return s_key;
+    return g_processKey;
 }
 
 }  // namespace tnrobot

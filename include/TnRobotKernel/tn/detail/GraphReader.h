@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TnRobotKernel/tn/detail/ForwardingArchive.h"
@@ -104,6 +105,7 @@ public:
 private:
     struct Entry {
         std::uint16_t nClass = 0;
+        bool bBegun = false;                // its contents have been met
         CTnRobotObject* pObject = nullptr;  // held; null until it is loaded
     };
 
@@ -151,7 +153,7 @@ private:
             record.nResult = Refer(m_objects[record.nIndex], ppObject) ? 1 : 0;
         } else {
             *ppObject = nullptr;
-            record.pNew = Create(m_objects[record.nIndex]);
+            record.pNew = Begin(m_objects[record.nIndex]);
         }
         return record;
     }
@@ -188,6 +190,16 @@ private:
             bOk = Read(strBytes.data() + nDone, static_cast<long long>(nStep)) == static_cast<long long>(nStep);
         }
         return bOk;
+    }
+
+    // Each number stands for one object: all of them are held, so that a file which makes one again and
+    // again would fill the memory.
+    CTnRobotObject* Begin(Entry& entry) {
+        if (std::exchange(entry.bBegun, true)) {
+            Damage(errc::file_damaged);
+            return nullptr;
+        }
+        return Create(entry);
     }
 
     // An object that can load itself, or null.
