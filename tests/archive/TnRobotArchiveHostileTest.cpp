@@ -303,7 +303,8 @@ TEST(ArchiveHostile, AbsurdCountsOfAText) {
 }
 
 TEST(ArchiveHostile, ALongTextThatWasCutShortCountsWhatArrived) {
-    for (std::size_t nThere : {kMiB - 1, kMiB, kMiB + 1, 2 * kMiB + 7, 5 * kMiB}) {
+    for (const long long nArrived : {kMiB - 1, kMiB, kMiB + 1, 2 * kMiB + 7, 5 * kMiB}) {
+        const auto nThere = static_cast<std::size_t>(nArrived);
         Channel channel = Loading(U32(6 * kMiB) + Bytes(nThere, 'x'));
         int nLength = 0;
         int nError = 77;

@@ -309,11 +309,11 @@ TEST_F(BmpDecoder, RefusesPaddedRows) {
         int nHeight;
     } sizes[] = {{5, 2}, {5, 15}, {27, 27}, {127, 127}, {255, 255}, {1, 3}, {2, 3}, {3, 3}, {1, 1}, {3, 9}, {2, 6}};
     for (const auto& size : sizes) {
-        const std::size_t nPadded = static_cast<std::size_t>((size.nWidth * 3 + 3) / 4 * 4) * size.nHeight;
+        const auto nPadded = static_cast<std::size_t>((size.nWidth * 3 + 3) / 4 * 4 * size.nHeight);
         BmpFields f;
         f.nWidth = size.nWidth;
         f.nHeight = size.nHeight;
-        const std::size_t nUnpadded = static_cast<std::size_t>(size.nWidth) * 3 * size.nHeight;
+        const auto nUnpadded = static_cast<std::size_t>(size.nWidth * 3 * size.nHeight);
         for (const std::size_t nSize : {std::size_t{0}, nPadded, nUnpadded}) {
             f.nImageSize = static_cast<std::uint32_t>(nSize);
             EXPECT_FALSE(OpenFile(BmpFile(f, Counting(nPadded))))

@@ -543,7 +543,7 @@ TEST_F(HostileImages, EveryWayToCompressAPictureLoads) {
             const Bytes surface = Repitch(expected.pixels, nRow, nRow, Pitch24(kWidth), kHeight);
             EXPECT_TRUE(LoadMemory(jpeg).surface == surface) << what;
             EXPECT_TRUE(LoadMemory(AddFillBytes(jpeg)).surface == surface) << what << ", fill bytes";
-            for (const std::size_t nPercent : {10, 50, 90}) {
+            for (const std::size_t nPercent : {10U, 50U, 90U}) {
                 const Bytes cut(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(jpeg.size() * nPercent / 100));
                 CheckJpeg(LoadMemory(cut), cut, what + ", cut to " + std::to_string(nPercent));
             }

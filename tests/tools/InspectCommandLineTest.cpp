@@ -150,10 +150,10 @@ TEST_F(InspectCommandLine, UnsuitableFilesAreTwo) {
 
 // A file may have just as many MiB as --max-memory says, and so may a picture's rows of 4096 bytes.
 TEST_F(InspectCommandLine, MaxMemoryIsWhatMayBeUsed) {
-    constexpr std::size_t kMiB = 1 << 20;
+    constexpr std::size_t kOneMiB = 1 << 20;
     const std::size_t nOthers = SavedGroup({{"a", SavedValue(11, {})}}).size();
-    Write("exact", SavedGroup({{"a", SavedValue(11, Bytes(kMiB - nOthers, 1))}}));
-    Write("more", SavedGroup({{"a", SavedValue(11, Bytes(kMiB - nOthers + 1, 1))}}));
+    Write("exact", SavedGroup({{"a", SavedValue(11, Bytes(kOneMiB - nOthers, 1))}}));
+    Write("more", SavedGroup({{"a", SavedValue(11, Bytes(kOneMiB - nOthers + 1, 1))}}));
     JpegRecipe recipe;
     recipe.nWidth = 1365;
     recipe.nHeight = 256;

@@ -57,7 +57,7 @@ const Bytes kMine = FromText("mine");
 
 TEST_F(InspectConversions, TheOldFilesModeStays) {
     Write("p.jpg", kMine);
-    for (const mode_t nMode : {0600, 0640, 0444, 0755, 0606}) {
+    for (const mode_t nMode : {0600U, 0640U, 0444U, 0755U, 0606U}) {
         ASSERT_EQ(chmod((m_directory / "p.jpg").c_str(), nMode), 0);
         EXPECT_EQ(Run({"convert", "-f", "p.bmp", "p.jpg"}).nExitCode, 0);
         EXPECT_EQ(ModeOf("p.jpg"), nMode);

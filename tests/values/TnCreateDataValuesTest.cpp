@@ -398,7 +398,9 @@ TEST(CreateDataValues, AStreamMayUseValuesWhileItIsRead) {
 
 TEST(CreateDataValues, AStreamThatThrowsLeavesThePoolAsItWas) {
     const FreshValuePool pool;
-    ITnRobotDataValue* const pFirst = IntValue(1).get();
+    Value first = IntValue(1);
+    const ITnRobotDataValue* const pFirst = first.get();
+    first.reset();
     const Value held = IntValue(2);
     const Value second = IntValue(3);
     EXPECT_EQ(held.get(), pFirst) << "one lies free at most";
