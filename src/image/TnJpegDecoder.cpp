@@ -49,7 +49,7 @@ constexpr std::int64_t kModestZeros = std::int64_t{256} * 1024;
 
 // Restarts cost three bytes, and what is decoded between two of them can be anything: 8 ns for a pixel
 // of a scan, of which this leaves ten scans of 16 Mi pixels.
-constexpr std::int64_t kModestRestartedScanPixels = 10 * 16 * std::int64_t{1024} * 1024;
+constexpr std::int64_t kModestRestartedScanPixels = std::int64_t{10} * 16 * 1024 * 1024;
 
 // Restarts further apart than two rows of blocks: such pictures are hardly made, and up to 0.2
 // microseconds can go into each of their pixels.
