@@ -1,9 +1,14 @@
 #!/usr/bin/env bash
 # Builds the library and its tests and runs them: scripts/test.sh [PRESET], release by default.
-# asan and tsan are the same suite under the sanitizers, debug checks invariants.
+# asan and tsan are the same suite under the sanitizers, debug checks invariants, arm64 runs in an
+# emulator.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 preset="${1:-release}"
-"$root/scripts/setup.sh" test
+if [ "$preset" = arm64 ]; then
+    "$root/scripts/setup.sh" arm64
+else
+    "$root/scripts/setup.sh" test
+fi
 
 build "$preset" ${TNROBOT_CMAKE_ARGUMENTS:-}
 say "testing: $preset"

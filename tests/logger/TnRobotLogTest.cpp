@@ -19,7 +19,9 @@
 #include "support/FileBytes.h"
 #include "support/TempDirectory.h"
 
+using tntest::ChildProgram;
 using tntest::ChildResult;
+using tntest::InShell;
 using tntest::RunChild;
 using tntest::TempDirectory;
 
@@ -86,9 +88,10 @@ protected:
         if (!bWithErrors) {
             return RunChild({TNROBOT_LOG_PROBE, steps, environment, m_directory.Path().string()});
         }
-        Steps arguments = {"-c", R"(exec "$0" "$@" 2>&1)", TNROBOT_LOG_PROBE};
-        arguments.insert(arguments.end(), steps.begin(), steps.end());
-        return RunChild({"/bin/sh", arguments, environment, m_directory.Path().string()});
+        ChildProgram program = InShell(R"(exec "$@" 2>&1)", TNROBOT_LOG_PROBE, steps);
+        program.environment = environment;
+        program.directory = m_directory.Path().string();
+        return RunChild(program);
     }
 
     /// @return the lines on the standard error output, without their times.
@@ -283,11 +286,10 @@ TEST_F(RobotLog, MissingDirectoriesAreMade) {
 }
 
 TEST_F(RobotLog, FileIsNamedAfterTheProgramWhenNothingElseIsSaid) {
-    const Steps arguments = {"-c", R"(unset TNROBOT_LOG_FILE; exec "$0" "$@")", TNROBOT_LOG_PROBE, "init",
-                             "log:2:here"};
-    const ChildResult result =
-        RunChild({"/bin/sh", arguments, {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY}}, m_directory.Path().string()});
-    EXPECT_EQ(result.output, "Init 0\n");
+    ChildProgram program = InShell(R"(unset TNROBOT_LOG_FILE; exec "$@")", TNROBOT_LOG_PROBE, {"init", "log:2:here"});
+    program.environment = {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY}};
+    program.directory = m_directory.Path().string();
+    EXPECT_EQ(RunChild(program).output, "Init 0\n");
     EXPECT_EQ(WithoutTimes(FileLines(m_directory / "tnrobot_log_probe.log")), Steps{"I here"});
 }
 
