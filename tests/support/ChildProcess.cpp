@@ -14,13 +14,15 @@ namespace {
 constexpr unsigned int kLongestRunSeconds = 120;
 constexpr int kCannotStart = 127;
 
+#ifdef TNROBOT_TEST_EMULATOR
+const std::vector<std::string> kEmulator = {TNROBOT_TEST_EMULATOR};
+#else
+const std::vector<std::string> kEmulator;
+#endif
+
 // A program of the tests and its arguments, the emulator's words before them if they need one.
 std::vector<std::string> WordsFor(const std::string& path, const std::vector<std::string>& arguments) {
-#ifdef TNROBOT_TEST_EMULATOR
-    std::vector<std::string> words = {TNROBOT_TEST_EMULATOR};
-#else
-    std::vector<std::string> words;
-#endif
+    std::vector<std::string> words = kEmulator;
     words.push_back(path);
     words.insert(words.end(), arguments.begin(), arguments.end());
     return words;
@@ -66,6 +68,10 @@ std::string ReadToEnd(int nInput) {
 }
 
 }  // namespace
+
+bool IsEmulated() {
+    return !kEmulator.empty();
+}
 
 void BecomeProgram(const std::string& path, const std::vector<std::string>& arguments) {
     std::vector<std::string> words = WordsFor(path, arguments);

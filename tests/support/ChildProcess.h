@@ -27,6 +27,9 @@ struct ChildProgram {
 /// A shell script in which "$@" is the program of the tests with its arguments.
 ChildProgram InShell(const std::string& script, const std::string& path, const std::vector<std::string>& arguments);
 
+/// @return whether the programs of the tests, this one too, run in an emulator.
+bool IsEmulated();
+
 /// Becomes a program of the tests, in a process of its own; where the tests run in an emulator, in
 /// one more of it. A program that cannot be started ends the process with exit code 127.
 [[noreturn]] void BecomeProgram(const std::string& path, const std::vector<std::string>& arguments);
