@@ -62,7 +62,9 @@ elseif(TNROBOT_COVERAGE)
 else()
   tnrobot_protect(-fstack-protector-strong)
   tnrobot_protect(-fstack-clash-protection)
-  # The compiler of one processor may accept, and ignore, the flag of the other.
+  # The compiler of one processor may accept, and ignore, the flag of the other. On arm64 the linker
+  # marks a library as protected throughout when the C runtime's start-up code is, which is not so
+  # everywhere; its own functions are protected in any case.
   if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
     tnrobot_protect(-fcf-protection=full)
   elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")

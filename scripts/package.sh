@@ -1,27 +1,41 @@
 #!/usr/bin/env bash
-# Makes the Debian packages, into build/packages, and looks them over with lintian. With --test they
-# are also installed in a clean system and used there: scripts/package.sh [--test [--keep DIRECTORY]],
-# see scripts/check_packages.sh.
+# Makes the Debian packages, into build/packages, and looks them over with lintian:
+# scripts/package.sh [--test [--keep DIRECTORY] | --arch ARCHITECTURE].
+#   --test  also installs them in a clean system and uses them there, see scripts/check_packages.sh
+#   --arch  makes them for another architecture than this machine's, into build/packages-arm64: arm64
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+usage() { echo "usage: $0 [--test [--keep DIRECTORY] | --arch ARCHITECTURE]" >&2; exit 2; }
+
+preset=packages
 case "${1:-}" in
     "" | --test) ;;
-    *) echo "usage: $0 [--test [--keep DIRECTORY]]" >&2; exit 2 ;;
+    --arch)
+        case "${2:-}" in
+            "$(dpkg --print-architecture)") ;;
+            arm64) preset=packages-arm64 ;;
+            *) usage ;;
+        esac
+        [ $# -eq 2 ] || usage
+        ;;
+    *) usage ;;
 esac
 "$root/scripts/setup.sh" package
+[ "$preset" = packages ] || "$root/scripts/setup.sh" arm64
 "$root/scripts/docs.sh"
 
-build packages
+build "$preset"
 say "packing"
+packages="$root/build/$preset"
 # The time of the change log, so that packing again gives the same bytes.
 SOURCE_DATE_EPOCH="$(dpkg-parsechangelog -l packaging/changelog -S Timestamp)"
 export SOURCE_DATE_EPOCH
-rm -f "$root"/build/packages/*.deb
-quietly cmake --build --preset packages --target package
-ls -1 "$root"/build/packages/*.deb
+rm -f "$packages"/*.deb
+quietly cmake --build --preset "$preset" --target package
+ls -1 "$packages"/*.deb
 
 say "lintian"
 # No bug of Debian's asks for these packages.
-lintian --allow-root --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs "$root"/build/packages/*.deb
+lintian --allow-root --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs "$packages"/*.deb
 
 if [ "${1:-}" = --test ]; then
     "$root/scripts/check_packages.sh" "${@:2}"

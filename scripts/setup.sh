@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing:
-# scripts/setup.sh [build|test|bench|coverage|docs|package|all].
+# scripts/setup.sh [build|test|bench|coverage|docs|package|arm64|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
 #   test      and the test framework               (enough for scripts/test.sh)
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
 #   coverage  the tests' and gcovr                 (enough for scripts/coverage.sh)
 #   docs      Doxygen and Graphviz                 (enough for scripts/docs.sh)
 #   package   or Debian's packaging programs       (enough for scripts/package.sh)
+#   arm64     or the cross compiler, an emulator, and the libraries of arm64, which go to
+#             build/arm64-sysroot                  (enough for scripts/test.sh arm64)
 #   all       and clang, its tools, all of them    (enough for scripts/ci.sh)
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -19,6 +21,7 @@ benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
 checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git gcovr mandoc gdb
         libopencv-core-dev)
 documents=(doxygen graphviz python3 git)
+cross=(g++-aarch64-linux-gnu binutils qemu-user debian-archive-keyring)
 # Only measured beside: benchmarks leave out what is missing, so whatever a system does not have is
 # passed over.
 peers=(libmimalloc-dev libjemalloc-dev libtbb-dev libcereal-dev libmsgpack-cxx-dev nlohmann-json3-dev
@@ -30,13 +33,14 @@ case "${1:-all}" in
     test) packages+=("${tests[@]}") ;;
     coverage) packages+=("${tests[@]}" gcovr) ;;
     docs) packages=("${documents[@]}") ;;
+    arm64) packages=(cmake ninja-build "${cross[@]}") ;;
     package) packages+=("${modules[@]}" "${packaging[@]}" "${documents[@]}") ;;
     bench) packages+=("${benchmarks[@]}"); optional=("${peers[@]}") ;;
     all)
         packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}" "${documents[@]}" "${packaging[@]}")
         optional=("${peers[@]}")
         ;;
-    *) echo "usage: $0 [build|test|bench|coverage|docs|package|all]" >&2; exit 2 ;;
+    *) echo "usage: $0 [build|test|bench|coverage|docs|package|arm64|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".
@@ -54,16 +58,24 @@ install() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$@"
 }
 
-select_missing "${packages[@]}" "${optional[@]}"
-[ ${#missing[@]} -eq 0 ] && exit 0
-say "installing: ${missing[*]}"
-"${as_root[@]}" apt-get update -q || true
-install "${missing[@]}" && exit 0
+install_missing() {
+    select_missing "${packages[@]}" "${optional[@]}"
+    [ ${#missing[@]} -ne 0 ] || return 0
+    say "installing: ${missing[*]}"
+    "${as_root[@]}" apt-get update -q || true
+    install "${missing[@]}" && return 0
 
-# Something cannot be installed: what is needed must be, the rest is tried one by one.
-select_missing "${packages[@]}"
-[ ${#missing[@]} -eq 0 ] || install "${missing[@]}"
-select_missing "${optional[@]}"
-for package in "${missing[@]}"; do
-    install "$package" || say "left out: $package cannot be installed"
-done
+    # Something cannot be installed: what is needed must be, the rest is tried one by one.
+    select_missing "${packages[@]}"
+    [ ${#missing[@]} -eq 0 ] || install "${missing[@]}"
+    select_missing "${optional[@]}"
+    local package
+    for package in "${missing[@]}"; do
+        install "$package" || say "left out: $package cannot be installed"
+    done
+}
+
+install_missing
+case "${1:-all}" in
+    arm64) "$root/scripts/fetch_sysroot.sh" ;;
+esac

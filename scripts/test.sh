@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the library and its tests and runs them: scripts/test.sh [PRESET] [--only SUBSYSTEM], release
-# by default. asan and tsan are the same suite under the sanitizers, debug checks invariants.
+# by default. asan and tsan are the same suite under the sanitizers, debug checks invariants, arm64 runs
+# in an emulator.
 #   --only SUBSYSTEM  builds and runs what is in tests/SUBSYSTEM, for the time between two changes
 # Prints what fails, and at the end what was left out and why; everything is in
 # build/PRESET/Testing/Temporary/LastTest.log.
@@ -21,7 +22,11 @@ while [ $# -gt 0 ]; do
         *) preset="$1"; shift ;;
     esac
 done
-"$root/scripts/setup.sh" test
+if [ "$preset" = arm64 ]; then
+    "$root/scripts/setup.sh" arm64
+else
+    "$root/scripts/setup.sh" test
+fi
 
 # Programs of a subsystem that are not part of the two large ones.
 targets_of() {

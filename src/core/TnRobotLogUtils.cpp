@@ -15,6 +15,7 @@ constexpr char kLoggerCreator[] = "TnCreateRobotLogger";
 constexpr int kLineSize = 1024;
 
 // Init and Destroy run on one thread; the logger and the count are read by every thread that logs.
+// Release and acquire suffice for the pointer: all that it publishes is the logger as it was made.
 void* s_hLogModel = nullptr;
 std::atomic<int> s_nLogTimes{0};
 

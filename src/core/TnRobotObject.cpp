@@ -43,6 +43,7 @@ void Unlink(STnRuntimeClass* pClass) {
 // anew around them. The caller holds g_registration.
 void ForgetClosedModules() {
     const unsigned long long nClosed = tnrobot::CountClosedModules();
+    // Relaxed suffices: it is written only under the lock that is held here.
     if (nClosed == g_nClosed.load(std::memory_order_relaxed)) {
         return;
     }
@@ -53,6 +54,7 @@ void ForgetClosedModules() {
         SetNext(p->m_pClass, p->m_pOlder != nullptr ? p->m_pOlder->m_pClass : pRoot);
     }
     g_pHeadClass.store(pNewest != nullptr ? pNewest->m_pClass : pRoot, std::memory_order_release);
+    // Last, with release: whoever acquires this number goes the new way around what was closed.
     g_nClosed.store(nClosed, std::memory_order_release);
 }
 
@@ -124,5 +126,6 @@ TN_REG_CLASS::TN_REG_CLASS(STnRuntimeClass* pClass) {
     }
     Unlink(pClass);
     SetNext(pClass, pHead);
+    // Release publishes the record's plain fields too: they were written before it came here.
     g_pHeadClass.store(pClass, std::memory_order_release);
 }

@@ -13,7 +13,8 @@ void ITnUnknown::AddRef() {
 }
 
 int ITnUnknown::Release() {
-    // The result comes from this one atomic operation: after it the object may be gone already.
+    // The result comes from this one atomic operation: after it the object may be gone already. Its
+    // order publishes the plain fields: the last holder sees all that the others wrote before.
     const int nBefore = m_nRefCount.fetch_sub(1);
     if (nBefore == 1) {
         tnrobot::Destroy(this);

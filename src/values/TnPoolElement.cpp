@@ -6,7 +6,8 @@ ITnPoolElement::~ITnPoolElement() = default;
 ITnElementAlloc::~ITnElementAlloc() = default;
 
 // The parent is read before the decrement: after it the element may be gone, unless this release
-// is the one that left the pool's reference alone.
+// is the one that left the pool's reference alone. It may be plain: it is cleared only after the
+// last holder's decrement, which every other holder's comes before.
 int ITnPoolElement::Release() {
     ITnPoolUnknown* pParent = m_pParent;
     const int nBefore = m_nRefCount.fetch_sub(1);

@@ -7,7 +7,8 @@
 
 namespace {
 
-// Set at load and cleared at unload, while any thread may read it.
+// Set at load and cleared at unload, while any thread may read it. Release and acquire suffice: all
+// that the pointer publishes is the pool as it was made.
 std::atomic<CTnRobotDataValuePool*> g_pDataValuePool{nullptr};
 
 }  // namespace

@@ -5,24 +5,20 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
 #include <functional>
 #include <vector>
 
 #include "TnRobotKernel/concurrency.h"
+#include "support/Slots.h"
 
 namespace {
 
-// What the C++ ABI makes of a pointer to a virtual member function: one more than the slot's
-// offset in bytes, and the offset of the base that the table belongs to.
+// Every operation here belongs to the first table of its interface.
 template <typename Interface, typename Result, typename... Args>
 std::ptrdiff_t SlotOf(Result (Interface::*pfn)(Args...)) {
-    std::ptrdiff_t address[2] = {};
-    static_assert(sizeof(pfn) == sizeof(address), "not the ABI that the numbers were taken from");
-    std::memcpy(address, &pfn, sizeof(address));
-    EXPECT_EQ(address[1], 0);
-    EXPECT_EQ((address[0] - 1) % 8, 0);
-    return (address[0] - 1) / 8;
+    const tntest::SlotAddress address = tntest::SlotOf(pfn);
+    EXPECT_EQ(address.nBaseOffset, 0);
+    return address.nSlot;
 }
 
 struct Row {

@@ -4,28 +4,21 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
 #include <type_traits>
 
 #include "TnRobotKernel/image.h"
+#include "support/Slots.h"
 
 namespace {
 
 using Desc = ITnRobotSurface::STnSurfaceDesc;
 using Lock = ITnRobotSurface::STnLockSurface;
 
-// A pointer to a virtual member function holds one more than the slot's offset in bytes.
 template <typename Member>
 std::ptrdiff_t SlotOf(Member pfn) {
-    struct {
-        std::ptrdiff_t nPointer;
-        std::ptrdiff_t nAdjustment;
-    } address = {};
-    static_assert(sizeof(pfn) == sizeof(address), "not the ABI that the numbers were taken from");
-    std::memcpy(&address, &pfn, sizeof(address));
-    EXPECT_EQ(address.nAdjustment, 0);
-    EXPECT_EQ(address.nPointer % 8, 1) << "not virtual";
-    return (address.nPointer - 1) / 8;
+    const tntest::SlotAddress address = tntest::SlotOf(pfn);
+    EXPECT_EQ(address.nBaseOffset, 0);
+    return address.nSlot;
 }
 
 }  // namespace

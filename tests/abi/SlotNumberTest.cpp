@@ -3,22 +3,17 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
+#include "support/Slots.h"
+
+using tntest::SlotAddress;
+using tntest::SlotOf;
 
 namespace {
-
-// What the C++ ABI makes of a pointer to a virtual member function: one more than the slot's
-// offset in bytes, and the offset of the base that the table belongs to.
-struct SlotAddress {
-    std::ptrdiff_t nPointer;
-    std::ptrdiff_t nAdjustment;
-};
 
 struct Row {
     const char* lpszOperation;
@@ -27,28 +22,20 @@ struct Row {
     int nBaseOffset = 0;
 };
 
-template <typename Member>
-SlotAddress AddressOf(Member pfn) {
-    SlotAddress address = {};
-    static_assert(sizeof(pfn) == sizeof(address), "not the ABI that the numbers were taken from");
-    std::memcpy(&address, &pfn, sizeof(address));
-    return address;
-}
-
 template <typename Interface, typename Result, typename... Args>
 SlotAddress Slot(Result (Interface::*pfn)(Args...)) {
-    return AddressOf(pfn);
+    return SlotOf(pfn);
 }
 
 template <typename Interface, typename Result, typename... Args>
 SlotAddress Slot(Result (Interface::*pfn)(Args...) const) {
-    return AddressOf(pfn);
+    return SlotOf(pfn);
 }
 
 void Check(const std::vector<Row>& rows) {
     for (const Row& row : rows) {
-        EXPECT_EQ(row.address.nPointer, 1 + 8 * row.nSlot) << row.lpszOperation;
-        EXPECT_EQ(row.address.nAdjustment, row.nBaseOffset) << row.lpszOperation;
+        EXPECT_EQ(row.address.nSlot, row.nSlot) << row.lpszOperation;
+        EXPECT_EQ(row.address.nBaseOffset, row.nBaseOffset) << row.lpszOperation;
     }
 }
 
@@ -65,7 +52,7 @@ void CheckCounted() {
 template <typename... Args>
 SlotAddress Setter() {
     using Signature = int (ITnRobotDataValueGroup::*)(const char*, Args...);
-    return AddressOf(static_cast<Signature>(&ITnRobotDataValueGroup::SetValue));
+    return SlotOf(static_cast<Signature>(&ITnRobotDataValueGroup::SetValue));
 }
 
 }  // namespace
@@ -152,8 +139,8 @@ TEST(SlotNumber, RecyclingPool) {
 TEST(SlotNumber, DataValue) {
     using Value = ITnRobotDataValue;
     Check({
-        {"ClearResource", AddressOf(static_cast<void (Value::*)()>(&Value::ClearResource)), 4},
-        {"SetParent", AddressOf(static_cast<void (Value::*)(ITnPoolUnknown*)>(&Value::SetParent)), 5},
+        {"ClearResource", SlotOf(static_cast<void (Value::*)()>(&Value::ClearResource)), 4},
+        {"SetParent", SlotOf(static_cast<void (Value::*)(ITnPoolUnknown*)>(&Value::SetParent)), 5},
         {"GetDataValueType", Slot<Value, ETnRobotDataValueType>(&Value::GetDataValueType), 6},
         {"BoolData", Slot<Value, bool, int*>(&Value::BoolData), 7},
         {"CharData", Slot<Value, char, int*>(&Value::CharData), 8},
@@ -171,7 +158,7 @@ TEST(SlotNumber, DataValue) {
         {"Convert2String", Slot<Value, const char*, unsigned int*>(&Value::Convert2String), 20},
         {"Copy", Slot<Value, void, Value*>(&Value::Copy), 21},
         {"Clone", Slot<Value, Value*>(&Value::Clone), 22},
-        {"Serialize", AddressOf(static_cast<int (Value::*)(ITnRobotArchive*)>(&Value::Serialize)), 2, 24},
+        {"Serialize", SlotOf(static_cast<int (Value::*)(ITnRobotArchive*)>(&Value::Serialize)), 2, 24},
     });
 }
 
@@ -214,7 +201,7 @@ TEST(SlotNumber, DataValueGroup) {
         {"BlockData", Slot<Group, const void*, const char*, unsigned int&, int*>(&Group::BlockData), 36},
         {"Copy", Slot<Group, void, Group*>(&Group::Copy), 37},
         {"Clone", Slot<Group, Group*>(&Group::Clone), 38},
-        {"Serialize", AddressOf(static_cast<int (Group::*)(ITnRobotArchive*)>(&Group::Serialize)), 2, 16},
+        {"Serialize", SlotOf(static_cast<int (Group::*)(ITnRobotArchive*)>(&Group::Serialize)), 2, 16},
     });
 }
 

@@ -16,8 +16,10 @@
 #include "support/ChildProcess.h"
 #include "support/FileBytes.h"
 
+using tntest::ChildProgram;
 using tntest::ChildResult;
 using tntest::FileLines;
+using tntest::InShell;
 using tntest::LinesOf;
 using tntest::RobotLog;
 using tntest::RunChild;
@@ -257,11 +259,10 @@ TEST_F(RobotLog, MissingDirectoriesAreMade) {
 }
 
 TEST_F(RobotLog, FileIsNamedAfterTheProgramWhenNothingElseIsSaid) {
-    const Steps arguments = {"-c", R"(unset TNROBOT_LOG_FILE; exec "$0" "$@")", TNROBOT_LOG_PROBE, "init",
-                             "log:2:here"};
-    const ChildResult result =
-        RunChild({"/bin/sh", arguments, {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY}}, m_directory.Path().string()});
-    EXPECT_EQ(result.output, "Init 0\n");
+    ChildProgram program = InShell(R"(unset TNROBOT_LOG_FILE; exec "$@")", TNROBOT_LOG_PROBE, {"init", "log:2:here"});
+    program.environment = {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY}};
+    program.directory = m_directory.Path().string();
+    EXPECT_EQ(RunChild(program).output, "Init 0\n");
     EXPECT_EQ(WithoutTimes(FileLines(m_directory / "tnrobot_log_probe.log")), Steps{"I here"});
 }
 

@@ -14,7 +14,31 @@ namespace {
 constexpr unsigned int kLongestRunSeconds = 120;
 constexpr int kCannotStart = 127;
 
-[[noreturn]] void BecomeProgram(const ChildProgram& program, int nOutput) {
+#ifdef TNROBOT_TEST_EMULATOR
+const std::vector<std::string> kEmulator = {TNROBOT_TEST_EMULATOR};
+#else
+const std::vector<std::string> kEmulator;
+#endif
+
+// A program of the tests and its arguments, the emulator's words before them if they need one.
+std::vector<std::string> WordsFor(const std::string& path, const std::vector<std::string>& arguments) {
+    std::vector<std::string> words = kEmulator;
+    words.push_back(path);
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+}
+
+[[noreturn]] void Execute(std::string program, std::vector<std::string> arguments) {
+    std::vector<char*> words = {program.data()};
+    for (std::string& argument : arguments) {
+        words.push_back(argument.data());
+    }
+    words.push_back(nullptr);
+    execvp(program.c_str(), words.data());
+    _exit(kCannotStart);
+}
+
+[[noreturn]] void Become(const ChildProgram& program, int nOutput) {
     // An expected abort leaves no core file behind.
     const rlimit noCore = {0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
@@ -28,14 +52,10 @@ constexpr int kCannotStart = 127;
     if (program.bWithErrors && dup2(nOutput, STDERR_FILENO) < 0) {
         _exit(kCannotStart);
     }
-    std::vector<char*> arguments;
-    arguments.push_back(const_cast<char*>(program.path.c_str()));
-    for (const std::string& argument : program.arguments) {
-        arguments.push_back(const_cast<char*>(argument.c_str()));
+    if (program.bOfSystem) {
+        Execute(program.path, program.arguments);
     }
-    arguments.push_back(nullptr);
-    execv(program.path.c_str(), arguments.data());
-    _exit(kCannotStart);
+    BecomeProgram(program.path, program.arguments);
 }
 
 std::string ReadToEnd(int nInput) {
@@ -49,6 +69,28 @@ std::string ReadToEnd(int nInput) {
 
 }  // namespace
 
+bool IsEmulated() {
+    return !kEmulator.empty();
+}
+
+void BecomeProgram(const std::string& path, const std::vector<std::string>& arguments) {
+    std::vector<std::string> words = WordsFor(path, arguments);
+    const std::string first = words.front();
+    words.erase(words.begin());
+    Execute(first, words);
+}
+
+ChildProgram InShell(const std::string& script, const std::string& path, const std::vector<std::string>& arguments) {
+    ChildProgram shell;
+    shell.path = "/bin/sh";
+    shell.arguments = {"-c", script, "sh"};
+    for (std::string& word : WordsFor(path, arguments)) {
+        shell.arguments.push_back(std::move(word));
+    }
+    shell.bOfSystem = true;
+    return shell;
+}
+
 ChildResult RunChild(const ChildProgram& program) {
     int ends[2];
     if (pipe(ends) != 0) {
@@ -60,7 +102,7 @@ ChildResult RunChild(const ChildProgram& program) {
     }
     if (child == 0) {
         close(ends[0]);
-        BecomeProgram(program, ends[1]);
+        Become(program, ends[1]);
     }
     close(ends[1]);
     ChildResult result;
@@ -78,3 +120,19 @@ ChildResult RunChild(const ChildProgram& program) {
 }
 
 }  // namespace tntest
+
+#ifdef TNROBOT_TEST_EMULATOR
+
+// GoogleTest starts the program itself anew for some tests that end a process; the linker leads its
+// call here.
+extern "C" int __wrap_execv(const char* lpszPath, char* const ppszWords[]);  // NOLINT(bugprone-reserved-identifier)
+
+int __wrap_execv(const char* lpszPath, char* const ppszWords[]) {  // NOLINT(bugprone-reserved-identifier)
+    std::vector<std::string> arguments;
+    for (char* const* ppszWord = ppszWords + 1; *ppszWord != nullptr; ++ppszWord) {
+        arguments.emplace_back(*ppszWord);
+    }
+    tntest::BecomeProgram(lpszPath, arguments);
+}
+
+#endif

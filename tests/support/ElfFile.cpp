@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
+
+#include "support/FileBytes.h"
 
 namespace tntest {
 
@@ -27,9 +27,7 @@ std::vector<Record> ElfFile::Records(std::uint64_t nOffset, std::uint64_t nBytes
     return records;
 }
 
-ElfFile::ElfFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    m_bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+ElfFile::ElfFile(const std::string& path) : m_bytes(ReadBytes(path)) {
     const auto header = At<Elf64_Ehdr>(0);
     if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64 ||
         header.e_phentsize != sizeof(Elf64_Phdr) || header.e_shentsize != sizeof(Elf64_Shdr)) {

@@ -28,6 +28,13 @@ void NameTheTest() {
                   pTest != nullptr ? pTest->test_suite_name() : "", pTest != nullptr ? pTest->name() : "");
 }
 
+// Where everything takes longer, as in an emulator, TNROBOT_TEST_PATIENCE says how many times longer.
+unsigned int WithPatience(unsigned int nSeconds) {
+    const char* lpszPatience = std::getenv("TNROBOT_TEST_PATIENCE");
+    const int nPatience = lpszPatience != nullptr ? std::atoi(lpszPatience) : 1;
+    return nPatience > 1 ? nSeconds * static_cast<unsigned int>(nPatience) : nSeconds;
+}
+
 }  // namespace
 
 Watchdog::Watchdog(unsigned int nSeconds) {
@@ -35,7 +42,7 @@ Watchdog::Watchdog(unsigned int nSeconds) {
     struct sigaction action = {};
     action.sa_handler = OnAlarm;
     sigaction(SIGALRM, &action, nullptr);
-    alarm(nSeconds);
+    alarm(WithPatience(nSeconds));
 }
 
 Watchdog::~Watchdog() {
@@ -43,7 +50,7 @@ Watchdog::~Watchdog() {
 }
 
 void Watchdog::Extend(unsigned int nSeconds) {
-    alarm(nSeconds);
+    alarm(WithPatience(nSeconds));
 }
 
 }  // namespace tntest

@@ -56,13 +56,8 @@ protected:
             alarm(kLongestRunSeconds);
             setenv("TERM", "xterm", 1);
             setenv("NO_COLOR", lpszNoColour, 1);
-            std::vector<char*> words = {const_cast<char*>(TNROBOT_INSPECT)};
-            for (const std::string& word : arguments) {
-                words.push_back(const_cast<char*>(word.c_str()));
-            }
-            words.push_back(nullptr);
             if (chdir(m_directory.Path().c_str()) == 0) {
-                execv(TNROBOT_INSPECT, words.data());
+                BecomeProgram(TNROBOT_INSPECT, arguments);
             }
             _exit(127);
         }
@@ -280,11 +275,9 @@ TEST_F(InspectCommandLine, KindIsForced) {
 
 TEST_F(InspectCommandLine, OutputThatCannotBeWrittenIsTwo) {
     Write("g", SavedGroup({}));
-    const ChildResult result = RunChild({"/bin/sh",
-                                         {"-c", R"("$0" info g >/dev/full 2>/dev/null; echo $?)", TNROBOT_INSPECT},
-                                         {},
-                                         m_directory.Path().string()});
-    EXPECT_EQ(result.output, "2\n");
+    ChildProgram program = InShell(R"("$@" >/dev/full 2>/dev/null; echo $?)", TNROBOT_INSPECT, {"info", "g"});
+    program.directory = m_directory.Path().string();
+    EXPECT_EQ(RunChild(program).output, "2\n");
 }
 
 TEST_F(InspectCommandLine, ColoursAreForTerminals) {
@@ -323,7 +316,8 @@ TEST_F(InspectCommandLine, CompletionKnowsCommandsOptionsAndFiles) {
         const std::string script =
             std::string(". '" TNROBOT_INSPECT_COMPLETION "'; COMP_WORDS=(tnrobot-inspect ") + expected.lpszWords +
             "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tnrobot_inspect; echo \"${COMPREPLY[*]}\"";
-        const ChildResult result = RunChild({"/bin/bash", {"-c", script}, {}, m_directory.Path().string()});
+        const ChildResult result =
+            RunChild({"/bin/bash", {"-c", script}, {}, m_directory.Path().string(), false, true});
         EXPECT_EQ(result.output, expected.lpszCompletions) << expected.lpszWords;
     }
 }

@@ -21,24 +21,29 @@ protected:
     void Write(const std::string& name, const Bytes& bytes) const { WriteBytes(m_directory / name, bytes); }
 
     /// Runs the program; its standard error output is kept apart and dropped.
-    ChildResult Run(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"-c", R"(exec "$0" "$@" 2>/dev/null)", TNROBOT_INSPECT});
-        return RunChild({"/bin/sh", arguments, {}, m_directory.Path().string()});
+    ChildResult Run(const std::vector<std::string>& arguments) const {
+        return RunInShell(R"(exec "$@" 2>/dev/null)", arguments);
     }
 
     /// Runs the program. @return what it wrote to its standard error output, and its exit code.
-    ChildResult RunForErrors(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"-c", R"(exec "$0" "$@" 2>&1 >/dev/null)", TNROBOT_INSPECT});
-        return RunChild({"/bin/sh", arguments, {}, m_directory.Path().string()});
+    ChildResult RunForErrors(const std::vector<std::string>& arguments) const {
+        return RunInShell(R"(exec "$@" 2>&1 >/dev/null)", arguments);
     }
 
-    void ExpectOutput(std::vector<std::string> arguments, int nExitCode, const std::string& output) const {
-        const ChildResult result = Run(std::move(arguments));
+    void ExpectOutput(const std::vector<std::string>& arguments, int nExitCode, const std::string& output) const {
+        const ChildResult result = Run(arguments);
         EXPECT_EQ(result.output, output);
         EXPECT_EQ(result.nExitCode, nExitCode);
     }
 
     const TempDirectory m_directory;
+
+private:
+    ChildResult RunInShell(const std::string& script, const std::vector<std::string>& arguments) const {
+        ChildProgram program = InShell(script, TNROBOT_INSPECT, arguments);
+        program.directory = m_directory.Path().string();
+        return RunChild(program);
+    }
 };
 
 /// A group as it is saved. @param[in] entries  names and saved values.
