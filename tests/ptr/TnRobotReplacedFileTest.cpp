@@ -471,3 +471,29 @@ TEST_F(ReplacedFile, AWriterThatIsKilledAtAnySystemCallLeavesAWholeFile) {
     EXPECT_GT(nOld, 10);
     EXPECT_GT(nNew, 1) << "it is killed after the rename too";
 }
+
+// Whatever the system refuses, what the program says is true and nothing else is left.
+TEST_F(ReplacedFile, ACallThatFailsLeavesAWholeFileAndNoOther) {
+    if (access(kStrace, X_OK) != 0) {
+        GTEST_SKIP() << kStrace << " is not installed";
+    }
+    if (Traced({"/bin/true"}).nExitCode != 0) {
+        GTEST_SKIP() << "processes may not be traced here";
+    }
+    int nRefused = 0;
+    for (const char* lpszCall : {"fsync", "fchmod", "fchown", "getrandom", "?rename", "?renameat", "?renameat2",
+                                 "fgetxattr", "fsetxattr", "flistxattr", "fremovexattr"}) {
+        for (int nCall = 1; nCall <= 3; ++nCall) {
+            ASSERT_TRUE(Save("a", 1));
+            ASSERT_EQ(chmod(Path("a").c_str(), 0640), 0);
+            const std::string strWhen = std::string(lpszCall) + ":error=EIO:when=" + std::to_string(nCall);
+            const ChildResult result = Traced({"-e", "inject=" + strWhen, TNROBOT_SAVE_PROBE, Path("a"), "2"});
+            const bool bSynchronised = lpszCall != std::string("fsync") || nCall != 2;
+            const int nExpected = result.nExitCode == 0 || !bSynchronised ? 2 : 1;
+            EXPECT_EQ(NumberIn(Path("a")), nExpected) << strWhen << ", ended with " << result.nExitCode;
+            ExpectNames({"a"});
+            nRefused += result.nExitCode == 1 ? 1 : 0;
+        }
+    }
+    EXPECT_GE(nRefused, 3) << "a file and its directory that cannot be synchronised, a file that cannot be renamed";
+}
