@@ -20,7 +20,7 @@ steps=(
     "setup         scripts/setup.sh all"
     "format        scripts/format.sh --check"
     "sync-docs     scripts/sync_docs.py --check"
-    "load          env TNROBOT_FULL_SOAK=1 scripts/test.sh --only concurrency"
+    "load          env TNROBOT_FULL_SOAK=1 build/release/tests/tnrobot_shared_tests --gtest_brief=1 --gtest_filter=TaskPoolLoad.*"
     "soak          scripts/soak.sh 0.5"
     "demo          scripts/demo.sh"
     "install       scripts/check_install.sh"

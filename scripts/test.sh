@@ -40,7 +40,7 @@ targets_of() {
 # A case that could not be tried says why on the line behind the word.
 print_skipped() {
     local skipped
-    skipped="$(grep -hA1 ': Skipped$' "build/$preset/Testing/Temporary/LastTest.log" | grep -vE ': Skipped$|^--$' | sort | uniq -c)"
+    skipped="$(grep -hA1 ': Skipped$' "build/$preset/Testing/Temporary/LastTest.log" | grep -vE ': Skipped$|^--$' | sort | uniq -c || true)" # there may be none
     [ -z "$skipped" ] || printf 'cases left out, and why:\n%s\n' "$skipped"
 }
 
@@ -66,7 +66,11 @@ if [ -t 1 ]; then
 else
     ctest --preset "$preset" -j "$jobs" --no-tests=error "${selection[@]}" >"$log" 2>&1 || result=$?
     # What failed comes with its output, what passed is only counted.
-    if [ "$result" -eq 0 ]; then sed -n '/tests passed/p' "$log"; else grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ .* Passed )' "$log"; fi
+    if [ "$result" -eq 0 ]; then
+        sed -n '/tests passed/p' "$log"
+    else
+        grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ .* Passed )' "$log"
+    fi
 fi
 print_skipped
 exit "$result"
