@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/Archives.h"
+#include "support/Sanitizers.h"
 #include "support/TestObjects.h"
 
 using namespace tntest;
@@ -31,6 +32,15 @@ using ArchiveWriting = Archive;
 using ArchiveReading = Archive;
 using ArchiveTables = Archive;
 using ArchiveLimits = Archive;
+
+class ArchiveDepth : public Archive {
+protected:
+    void SetUp() override {
+        if (kThreadSanitizer) {
+            GTEST_SKIP() << kKeepsEveryStack;
+        }
+    }
+};
 
 // The identity under which the archive saves an object.
 std::uint64_t IdentityOf(CTnRobotObject* pObject) {
@@ -1095,7 +1105,7 @@ TEST_F(ArchiveLimits, AClassThatDoesNotFitIsRefused) {
     EXPECT_EQ(file->TakeNew(), ObjectRecord(true, 0));
 }
 
-TEST_F(ArchiveLimits, WritingNestsFourThousandAndNinetySixDeep) {
+TEST_F(ArchiveDepth, WritingNestsFourThousandAndNinetySixDeep) {
     Held<TestNode> deepest = Chain(kDeepest);
     Channel channel = Storing();
     EXPECT_EQ(channel->WriteObject(deepest.get()), 1);
@@ -1109,7 +1119,7 @@ TEST_F(ArchiveLimits, WritingNestsFourThousandAndNinetySixDeep) {
     EXPECT_EQ(failing->WriteObject(shallow.get()), 1);
 }
 
-TEST_F(ArchiveLimits, ReadingNestsFourThousandAndNinetySixDeep) {
+TEST_F(ArchiveDepth, ReadingNestsFourThousandAndNinetySixDeep) {
     Channel channel = Loading(SavedChain(kDeepest));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     {
@@ -1183,7 +1193,7 @@ Bytes SavedList(Channel& channel) {
 
 }  // namespace
 
-TEST_F(ArchiveLimits, AListOfTheGreatestDepthKeepsItsLastNullAndItsPayloads) {
+TEST_F(ArchiveDepth, AListOfTheGreatestDepthKeepsItsLastNullAndItsPayloads) {
     Channel storing = Storing();
     ASSERT_EQ(storing->WriteObject(ListEntry::List(kDeepest).get()), 1);
     const Bytes saved = SavedList(storing);
@@ -1202,7 +1212,7 @@ TEST_F(ArchiveLimits, AListOfTheGreatestDepthKeepsItsLastNullAndItsPayloads) {
     EXPECT_EQ(loading.file->Position(), saved.size());
 }
 
-TEST_F(ArchiveLimits, AReferenceIsWrittenAndReadAtTheGreatestDepth) {
+TEST_F(ArchiveDepth, AReferenceIsWrittenAndReadAtTheGreatestDepth) {
     Held<TestNode> shared = TestNode::Create(7);
     Held<TestNode> chain = Chain(kDeepest);
     TestNode* pLast = chain.get();
@@ -1223,7 +1233,7 @@ TEST_F(ArchiveLimits, AReferenceIsWrittenAndReadAtTheGreatestDepth) {
 }
 
 // Classes that do not look at the results of their inner objects must not make a success of it.
-TEST_F(ArchiveLimits, WhatIsTooDeepFailsTheOutermostCallWhateverIsMadeOfIt) {
+TEST_F(ArchiveDepth, WhatIsTooDeepFailsTheOutermostCallWhateverIsMadeOfIt) {
     Channel storing = Storing();
     EXPECT_EQ(storing->WriteObject(ListEntry::List(kDeepest + 1).get()), 0);
     EXPECT_EQ(storing->WriteObject(ListEntry::List(1).get()), 1) << "the next call begins anew";
@@ -1242,7 +1252,7 @@ TEST_F(ArchiveLimits, WhatIsTooDeepFailsTheOutermostCallWhateverIsMadeOfIt) {
     EXPECT_EQ(LiveObject::Count(), 1) << "untouched";
 }
 
-TEST_F(ArchiveLimits, WhatWasReadWithinSomethingTooDeepCountsAsUnread) {
+TEST_F(ArchiveDepth, WhatWasReadWithinSomethingTooDeepCountsAsUnread) {
     // The root tolerates: its first child loads, its second is too deep.
     Bytes bytes = NodeHeader(kDeepest + 2, TolerantNode::kGuid) + ObjectRecord(true, 0) + SavedNode(0, 2) +
                   ObjectRecord(true, 1) + SavedNode(1, 0);
@@ -1261,7 +1271,7 @@ TEST_F(ArchiveLimits, WhatWasReadWithinSomethingTooDeepCountsAsUnread) {
     EXPECT_EQ(pObject, nullptr);
 }
 
-TEST_F(ArchiveLimits, AFileThatNestsSixtyThousandDeepFails) {
+TEST_F(ArchiveDepth, AFileThatNestsSixtyThousandDeepFails) {
     Channel channel = Loading(SavedChain(60000));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     CTnRobotObject* pObject = nullptr;

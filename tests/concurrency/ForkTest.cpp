@@ -6,6 +6,7 @@
 #include <string>
 
 #include "support/ChildProcess.h"
+#include "support/Sanitizers.h"
 
 namespace {
 
@@ -21,17 +22,7 @@ std::string ChildOf(const std::string& scenario) {
 }
 
 // ThreadSanitizer ends a child of several threads that starts one.
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kChildMayStartThreads = false;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-constexpr bool kChildMayStartThreads = false;
-#else
-constexpr bool kChildMayStartThreads = true;
-#endif
-#else
-constexpr bool kChildMayStartThreads = true;
-#endif
+constexpr bool kChildMayStartThreads = !tntest::kThreadSanitizer;
 
 constexpr char kEndsWell[] = "exit 0\n";
 

@@ -17,18 +17,9 @@
 #include "support/StartGate.h"
 #include "support/ThreadTest.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TNTEST_SANITIZER_HEAP 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TNTEST_SANITIZER_HEAP 1
-#endif
-#endif
-
-#ifdef TNTEST_SANITIZER_HEAP
-// The sanitizers' own count; not every compiler comes with the header that declares it.
-extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
-#endif
+// A sanitizer's own count of the heap; null without one. Not every compiler comes with the header that
+// declares it.
+extern "C" __attribute__((weak)) std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace {
 
@@ -45,12 +36,11 @@ bool IsFullSoak() {
 }
 
 long long HeapInUse() {
-#ifdef TNTEST_SANITIZER_HEAP
-    return static_cast<long long>(__sanitizer_get_current_allocated_bytes());
-#else
+    if (__sanitizer_get_current_allocated_bytes != nullptr) {
+        return static_cast<long long>(__sanitizer_get_current_allocated_bytes());
+    }
     const struct mallinfo2 info = mallinfo2();
     return static_cast<long long>(info.uordblks + info.hblkhd);
-#endif
 }
 
 Held<ITnRobotTaskPool> MakePool() {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "logger/RobotLog.h"
+#include "support/Sanitizers.h"
 
 using tntest::ChildResult;
 using tntest::FileLines;
@@ -98,9 +99,9 @@ TEST_F(LogProcess, LinesOfTheVeryLastMomentsAreKept) {
 }
 
 TEST_F(LogProcess, ThreadsThatAreCancelledFinishTheirLine) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "AddressSanitizer does not follow a thread that is cancelled";
-#endif
+    if (tntest::kAddressSanitizer) {
+        GTEST_SKIP() << "AddressSanitizer does not follow a thread that is cancelled";
+    }
     const ChildResult result = Run({"init", "param:2:6", "cancel:50", "destroy", "logged"});
     EXPECT_EQ(result.nExitCode, 0);
     const Steps lines = Logged();
@@ -110,9 +111,9 @@ TEST_F(LogProcess, ThreadsThatAreCancelledFinishTheirLine) {
 
 // The handler's exit finds the lock with the thread that it runs on.
 TEST_F(LogProcess, EndsWhenASignalEndsItInsideTheLogger) {
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "ThreadSanitizer holds signals back";
-#endif
+    if (tntest::kThreadSanitizer) {
+        GTEST_SKIP() << "ThreadSanitizer holds signals back";
+    }
     const ChildResult result = Run({"init", "log:3:first", "interrupt"});
     EXPECT_EQ(result.output, "Init 0\n");
     EXPECT_EQ(result.nExitCode, 3);

@@ -6,19 +6,9 @@
 #include <chrono>
 #include <functional>
 
-namespace tntest {
+#include "support/Sanitizers.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitizerOwnsMemory = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kSanitizerOwnsMemory = true;
-#else
-constexpr bool kSanitizerOwnsMemory = false;
-#endif
-#else
-constexpr bool kSanitizerOwnsMemory = false;
-#endif
+namespace tntest {
 
 constexpr long long kMiB = 1024 * 1024;
 

@@ -9,6 +9,7 @@
 
 #include "support/BmpBytes.h"
 #include "support/PlainJpeg.h"
+#include "support/Sanitizers.h"
 #include "tools/InspectProgram.h"
 #include "tools/ProgramUnderSignals.h"
 
@@ -121,9 +122,9 @@ TEST_F(InspectConversions, WhatIsNoRegularFileIsNotTouched) {
 TEST_F(InspectConversions, AFullDiskKeepsTheOldFile) {
     Write("p.jpg", kMine);
     std::string limited = R"(ulimit -f 0; exec "$0" "$@" 2>/dev/null)";
-#ifdef __SANITIZE_THREAD__
-    limited = "trap '' XFSZ; " + limited;  // the sanitizer writes a file of its own before the program begins
-#endif
+    if (kThreadSanitizer) {
+        limited = "trap '' XFSZ; " + limited;  // the sanitizer writes a file of its own before the program begins
+    }
     for (const char* lpszOutput : {"p.jpg", "new.jpg", "new.bmp"}) {
         const ChildResult result = RunChild({"/bin/sh",
                                              {"-c", limited, TNROBOT_INSPECT, "convert", "-f", "p.bmp", lpszOutput},

@@ -10,6 +10,7 @@
 
 #include "support/Archives.h"
 #include "support/Groups.h"
+#include "support/Sanitizers.h"
 #include "support/ValuePool.h"
 #include "support/Values.h"
 #include "values/TnRobotDataValue.h"
@@ -135,12 +136,7 @@ namespace {
 // Zeros that nobody has touched cost address space only. @return null when there is none, and under
 // ThreadSanitizer, which writes to all of them.
 Held<CTnRobotDataValue> ValueOfZeros(unsigned int nSize) {
-#ifdef __SANITIZE_THREAD__
-    constexpr bool kTouchesZeros = true;
-#else
-    constexpr bool kTouchesZeros = false;
-#endif
-    if (kTouchesZeros && nSize >= 0x80000000U) {
+    if (kThreadSanitizer && nSize >= 0x80000000U) {
         return nullptr;
     }
     Held<CTnRobotDataValue> value = ConstructedValue();
