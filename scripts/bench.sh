@@ -6,7 +6,7 @@
 # plots in docs/plots are written from them; an area measured alone replaces its own part.
 # --quick only shows that every case runs: short, printed, nothing kept. Missed targets are reported,
 # never an error: timings depend on the machine.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 areas=(memory values groups image concurrency utils ptr)
 area=""
@@ -74,7 +74,7 @@ for program in "$root"/build/bench/bench/"tnrobot_$area"*_bench; do
     fi
 done
 
-report=(python3 "$root/scripts/bench_report.py" --targets "$root/bench/targets.json")
+report=(python3 "$root/scripts/lib/bench_report.py" --targets "$root/bench/targets.json")
 if $quick; then
     "${report[@]}" --partial "$results"/*.json
     say "every case runs; the times of a quick run mean nothing"
@@ -90,5 +90,5 @@ for each in "${areas[@]}"; do
 done
 "${report[@]}" --output "$root/docs/performance.md" "$results"/*.json
 # Debian's own interpreter is the one that has Debian's matplotlib.
-/usr/bin/python3 "$root/scripts/bench_plots.py" "$root/docs/plots" "$results"/*.scaling.json
+/usr/bin/python3 "$root/scripts/lib/bench_plots.py" "$root/docs/plots" "$results"/*.scaling.json
 cat "$root/docs/performance.md"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Formats every source of ours; with --check only says whether something would change.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 "$root/scripts/setup.sh" all
 
 mode=(-i)

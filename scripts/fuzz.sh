@@ -5,7 +5,7 @@
 #   scripts/fuzz.sh --replay [TARGET...]         only the seeds, past findings and what was found here
 # Stops at the first finding and says where its input lies. What was found useful stays in
 # build/fuzz/corpus and is where the next run starts from.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 usage() {
     sed -n '3,5s/^#   //p' "$0" >&2

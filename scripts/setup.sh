@@ -10,7 +10,7 @@
 #   arm64     or the cross compiler, an emulator, and the libraries of arm64, which go to
 #             build/arm64-sysroot                  (enough for scripts/test.sh arm64)
 #   all       and clang, its tools, all of them    (enough for scripts/ci.sh)
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
 # What the logger and the inspector stand on.
@@ -77,5 +77,5 @@ install_missing() {
 
 install_missing
 case "${1:-all}" in
-    arm64) "$root/scripts/fetch_sysroot.sh" ;;
+    arm64) "$root/scripts/lib/fetch_sysroot.sh" ;;
 esac

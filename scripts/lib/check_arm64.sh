@@ -11,7 +11,7 @@ quietly cmake --preset arm64 ${TNROBOT_CMAKE_ARGUMENTS:-}
 cmake --build --preset arm64 -j "$jobs" --target tnrobot_shared_tests
 
 say "comparing exported names: arm64"
-"$root/scripts/check_exports.sh" "$root/build/arm64/src/libTnRobotKernel.so"
+"$root/scripts/lib/check_exports.sh" "$root/build/arm64/src/libTnRobotKernel.so"
 
 # Starting a program costs an emulator more than most tests do, so the tests are not started one by
 # one: each of a few processes runs its share.

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Unpacks Debian's arm64 packages that the library, its tests and its programs are built with into
-# build/arm64-sysroot: scripts/fetch_sysroot.sh. scripts/setup.sh arm64 calls it.
+# build/arm64-sysroot: scripts/lib/fetch_sysroot.sh. scripts/setup.sh arm64 calls it.
 #
 # They are fetched by an apt with a state of its own: this machine's packages stay what they are, and
 # root is not needed. What is there already is left as it is. TNROBOT_MIRROR names the mirror to

@@ -10,10 +10,11 @@ Lines stay where they are, so that warnings name the right one.
 """
 
 import os
+import pathlib
 import re
 import sys
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+ROOT = str(pathlib.Path(__file__).resolve().parents[2])
 LINK = re.compile(r"(?<!!)\[([^\]]+)\]\(([^)\s]+)\)")
 FENCE = re.compile(r"^\s*(```|~~~)(\w*)")
 HEADING = re.compile(r"^(#{1,4}) +(.*?) *$")

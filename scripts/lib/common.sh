@@ -1,8 +1,8 @@
-# Sourced by the other scripts: strict shell, the project's directory, one way to say things.
+# Sourced by every script: strict shell, the project's directory, one way to say things.
 # shellcheck shell=bash
 set -euo pipefail
 
-root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 jobs="${TNROBOT_JOBS:-$(nproc)}"
 cd "$root"
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the packages of scripts/package.sh in a clean Debian system below a directory of its own
-# and uses them there: scripts/check_packages.sh [--keep DIRECTORY]. Needs root, for chroot.
+# and uses them there: scripts/lib/check_packages.sh [--keep DIRECTORY]. Needs root, for chroot.
 #
 # --keep DIRECTORY leaves the system there, with the packages installed: DIRECTORY/usr is then a
 # prefix to build against. Without it the system goes away again.
@@ -65,17 +65,6 @@ use_library() {
     within sh -c 'c++ /tmp/consumer/main.cpp $(pkg-config --cflags --libs TnRobotKernel) -o /tmp/consumer/with-pkg-config'
     within /tmp/consumer/with-pkg-config
 
-    cat >"$system/tmp/consumer/logger.cpp" <<'SOURCE'
-#include <TnRobotKernel/TnRobotKernel.h>
-#include <TnRobotLog/TnRobotLog.h>
-
-int main() {
-    const int nResult = TnRobotLogUtils::Init();
-    TnRobotLogUtils::PrintLog(TN_LOG_WARNING, "the packaged logger writes");
-    TnRobotLogUtils::Destroy();
-    return nResult;
-}
-SOURCE
     # shellcheck disable=SC2016
     within sh -c 'c++ /tmp/consumer/logger.cpp $(pkg-config --cflags --libs TnRobotKernel) -o /tmp/consumer/logger'
     within env TNROBOT_LOG_FILE= /tmp/consumer/logger

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the guides' programs (examples/guide) against an installed library and compares what they
-# print: scripts/check_examples.sh [PREFIX]. Without a prefix the release build is installed first.
+# print: scripts/lib/check_examples.sh [PREFIX]. Without a prefix the release build is installed first.
 if [ $# -gt 0 ]; then
     prefix="$(realpath -- "$1")" # before the directory changes
 fi

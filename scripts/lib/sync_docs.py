@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Fills the documents' code blocks from the files that they show, so that nothing is typed twice.
 
-    scripts/sync_docs.py            rewrites README.md and docs/*.md
-    scripts/sync_docs.py --check    changes nothing, fails when a document is stale
+    scripts/docs.sh --sync            rewrites README.md and docs/*.md
+    scripts/docs.sh --sync --check    changes nothing, fails when a document is stale
 
 A marker stands alone on a line, and the fenced block right after it is filled (or made):
 
@@ -19,7 +19,7 @@ import re
 import sys
 import textwrap
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 LANGUAGES = {".cpp": "cpp", ".h": "cpp", "CMakeLists.txt": "cmake", ".sh": "sh"}
 INCLUDE = re.compile(r"<!-- include (\S+)(?: (\S+))? -->")
 REGION = re.compile(r"\s*(?://|#) \[(/?)([\w-]+)\]\s*$")
@@ -90,7 +90,7 @@ def main():
             failed = True
             continue
         if new != old and check:
-            print(f"{name} is stale: run scripts/sync_docs.py", file=sys.stderr)
+            print(f"{name} is stale: run scripts/docs.sh --sync", file=sys.stderr)
             failed = True
         elif new != old:
             path.write_text(new, encoding="utf-8")

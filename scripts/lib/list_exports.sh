@@ -3,7 +3,7 @@
 # abi/exports.txt. Names that the standard library's headers leave in every C++ library are not
 # ours and are left out.
 # Every name belongs to the version of src/TnRobotKernel.map; one that does not says so.
-# scripts/list_exports.sh LIBRARY
+# scripts/lib/list_exports.sh LIBRARY
 set -euo pipefail
 version=TNROBOTKERNEL_1.0
 nm -DC --defined-only "$1" | cut -d' ' -f3- | grep -vx "$version" |
