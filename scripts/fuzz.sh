@@ -21,7 +21,7 @@ case "${1:-}" in
     *) if is_number "${1:-}"; then limit=(-max_total_time="$1"); shift; fi ;;
 esac
 
-mapfile -t known < <(sed -n 's/^tnrobot_add_fuzz_target(\(.*\))$/\1/p' fuzz/CMakeLists.txt)
+mapfile -t known < <(sed -n 's/^tnrobot_add_fuzz_target(.*\/\(.*\))$/\1/p' fuzz/CMakeLists.txt)
 targets=("${known[@]}")
 [ $# -eq 0 ] || targets=("$@")
 for target in "${targets[@]}"; do

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
-#include "groups/MixedGroup.h"
+#include "values/MixedGroup.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <cctype>
 
 #include "FuzzBudget.h"
-#include "PictureFile.h"
-#include "PicturePools.h"
+#include "image/PictureFile.h"
+#include "image/PicturePools.h"
 #include "support/BmpBytes.h"
 
 using namespace tnfuzz;

@@ -1,7 +1,7 @@
 // The group that the save and load cases use.
 
-#ifndef TNROBOTKERNEL_BENCH_GROUPS_MIXEDGROUP_H_
-#define TNROBOTKERNEL_BENCH_GROUPS_MIXEDGROUP_H_
+#ifndef TNROBOTKERNEL_BENCH_VALUES_MIXEDGROUP_H_
+#define TNROBOTKERNEL_BENCH_VALUES_MIXEDGROUP_H_
 
 #include <string>
 #include <vector>
@@ -112,4 +112,4 @@ private:
 
 }  // namespace bench
 
-#endif  // TNROBOTKERNEL_BENCH_GROUPS_MIXEDGROUP_H_
+#endif  // TNROBOTKERNEL_BENCH_VALUES_MIXEDGROUP_H_

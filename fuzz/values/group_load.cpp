@@ -4,9 +4,9 @@
 #include <utility>
 #include <vector>
 
-#include "FuzzArchive.h"
 #include "FuzzBudget.h"
-#include "ValueReading.h"
+#include "archive/FuzzArchive.h"
+#include "values/ValueReading.h"
 
 using namespace tnfuzz;
 

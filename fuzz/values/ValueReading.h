@@ -1,7 +1,7 @@
 // Reads a value in every way that there is.
 
-#ifndef TNROBOTKERNEL_FUZZ_VALUEREADING_H_
-#define TNROBOTKERNEL_FUZZ_VALUEREADING_H_
+#ifndef TNROBOTKERNEL_FUZZ_VALUES_VALUEREADING_H_
+#define TNROBOTKERNEL_FUZZ_VALUES_VALUEREADING_H_
 
 #include <TnRobotKernel/TnRobotKernel.h>
 
@@ -51,4 +51,4 @@ inline void ReadEverything(ITnRobotDataValue& value) {
 
 }  // namespace tnfuzz
 
-#endif  // TNROBOTKERNEL_FUZZ_VALUEREADING_H_
+#endif  // TNROBOTKERNEL_FUZZ_VALUES_VALUEREADING_H_

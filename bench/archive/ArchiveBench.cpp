@@ -1,4 +1,4 @@
-// Saving groups to memory and to files, and loading them.
+// Saving groups to memory and to files, and loading them, beside other serialisers.
 
 #include <cmath>
 #include <cstddef>
@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
+#include "BenchSupport.h"
 #include "TempFiles.h"
-#include "groups/Formats.h"
-#include "groups/GroupCases.h"
+#include "archive/Formats.h"
 
 namespace {
 
@@ -249,21 +249,23 @@ void TellPeers(bench::Program& program) {
 
 }  // namespace
 
-void bench::RegisterArchiveCases(Program& program) {
+int main(int nArguments, char** ppszArguments) {
+    bench::Program program(nArguments, ppszArguments, "archive", "Archive");
     TellPeers(program);
-    ForEachFormat([](auto* pType) {
+    bench::ForEachFormat([](auto* pType) {
         using Format = std::remove_pointer_t<decltype(pType)>;
         RegisterInMemory<Format>(false);
         RegisterInMemory<Format>(true);
     });
-    RegisterArchiveScaling<OurFormat>(program);
+    RegisterArchiveScaling<bench::OurFormat>(program);
 #ifdef TNROBOT_BENCH_CEREAL
-    RegisterArchiveScaling<CerealMap>(program);
+    RegisterArchiveScaling<bench::CerealMap>(program);
 #endif
-    RegisterArchiveScaling<CopyOfBytes>(program);
+    RegisterArchiveScaling<bench::CopyOfBytes>(program);
     RegisterFileParty<OurFile>();
 #ifdef TNROBOT_BENCH_CEREAL
     RegisterFileParty<CerealFile>();
 #endif
     RegisterFileParty<OneCall>();
+    return program.Run();
 }

@@ -3,9 +3,9 @@
 #include <array>
 #include <map>
 
-#include "FuzzArchive.h"
 #include "FuzzBudget.h"
-#include "ValueReading.h"
+#include "archive/FuzzArchive.h"
+#include "values/ValueReading.h"
 
 using namespace tnfuzz;
 

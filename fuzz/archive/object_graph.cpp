@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "FuzzArchive.h"
+#include "archive/FuzzArchive.h"
 
 using namespace tnfuzz;
 

@@ -1,8 +1,8 @@
 // Loads a BMP picture from a file of untrusted bytes and compares with a reader of its own.
 
 #include "FuzzBudget.h"
-#include "PictureFile.h"
-#include "PicturePools.h"
+#include "image/PictureFile.h"
+#include "image/PicturePools.h"
 #include "support/BmpBytes.h"
 
 using namespace tnfuzz;

@@ -1,7 +1,7 @@
 // Saves a record of any geometry as JPEG and loads it again.
 
 #include "FuzzBudget.h"
-#include "PicturePools.h"
+#include "image/PicturePools.h"
 
 using namespace tnfuzz;
 

@@ -1,8 +1,8 @@
 // Loads a value, which may hold something already, from untrusted bytes.
 
-#include "FuzzArchive.h"
 #include "FuzzBudget.h"
-#include "ValueReading.h"
+#include "archive/FuzzArchive.h"
+#include "values/ValueReading.h"
 
 using namespace tnfuzz;
 

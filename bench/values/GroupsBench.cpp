@@ -1,12 +1,12 @@
-// Setting, reading, filling and copying groups.
+// Named groups of values beside other maps: setting, reading, filling and copying.
 
 #include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "groups/GroupCases.h"
-#include "groups/MixedGroup.h"
+#include "BenchSupport.h"
+#include "values/MixedGroup.h"
 #include "values/Variant.h"
 
 #ifdef TNROBOT_BENCH_JSON
@@ -159,10 +159,16 @@ void RegisterParty(const bench::Program& program) {
 
 }  // namespace
 
-void bench::RegisterContainerCases(Program& program) {
+int main(int nArguments, char** ppszArguments) {
+    bench::Program program(nArguments, ppszArguments, "values", "Groups");
     RegisterParty<OurGroup>(program);
     RegisterParty<SharedVariants>(program);
 #ifdef TNROBOT_BENCH_JSON
+    program.AddPeer("nlohmann::json " + std::to_string(NLOHMANN_JSON_VERSION_MAJOR) + "." +
+                    std::to_string(NLOHMANN_JSON_VERSION_MINOR) + "." + std::to_string(NLOHMANN_JSON_VERSION_PATCH));
     RegisterParty<JsonObject>(program);
+#else
+    program.AddAbsentPeer("nlohmann::json");
 #endif
+    return program.Run();
 }

@@ -1,7 +1,7 @@
 // Archives over memory: one that loads from the bytes of a fuzz input, one that stores.
 
-#ifndef TNROBOTKERNEL_FUZZ_FUZZARCHIVE_H_
-#define TNROBOTKERNEL_FUZZ_FUZZARCHIVE_H_
+#ifndef TNROBOTKERNEL_FUZZ_ARCHIVE_FUZZARCHIVE_H_
+#define TNROBOTKERNEL_FUZZ_ARCHIVE_FUZZARCHIVE_H_
 
 #include <TnRobotKernel/TnRobotKernel.h>
 
@@ -83,4 +83,4 @@ Bytes SavedForm(Object& object) {
 
 }  // namespace tnfuzz
 
-#endif  // TNROBOTKERNEL_FUZZ_FUZZARCHIVE_H_
+#endif  // TNROBOTKERNEL_FUZZ_ARCHIVE_FUZZARCHIVE_H_

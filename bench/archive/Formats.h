@@ -1,8 +1,8 @@
 // Serialisers, each a party: it holds named values in its own form, saves them to memory, and loads
 // them into a form that a program can use, which is thrown away.
 
-#ifndef TNROBOTKERNEL_BENCH_GROUPS_FORMATS_H_
-#define TNROBOTKERNEL_BENCH_GROUPS_FORMATS_H_
+#ifndef TNROBOTKERNEL_BENCH_ARCHIVE_FORMATS_H_
+#define TNROBOTKERNEL_BENCH_ARCHIVE_FORMATS_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "groups/Samples.h"
+#include "archive/Samples.h"
 
 #ifdef TNROBOT_BENCH_CEREAL
 #include <cereal/archives/binary.hpp>
@@ -269,4 +269,4 @@ void ForEachFormat(Function function) {
 
 }  // namespace bench
 
-#endif  // TNROBOTKERNEL_BENCH_GROUPS_FORMATS_H_
+#endif  // TNROBOTKERNEL_BENCH_ARCHIVE_FORMATS_H_

@@ -1,14 +1,14 @@
 // The same named values in the forms that the parties hold them in.
 
-#ifndef TNROBOTKERNEL_BENCH_GROUPS_SAMPLES_H_
-#define TNROBOTKERNEL_BENCH_GROUPS_SAMPLES_H_
+#ifndef TNROBOTKERNEL_BENCH_ARCHIVE_SAMPLES_H_
+#define TNROBOTKERNEL_BENCH_ARCHIVE_SAMPLES_H_
 
 #include <cstddef>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "groups/MixedGroup.h"
+#include "values/MixedGroup.h"
 #include "values/Variant.h"
 
 namespace bench {
@@ -30,4 +30,4 @@ Counted<ITnRobotDataValueGroup> GroupOfBlocks(std::size_t nBytes);
 
 }  // namespace bench
 
-#endif  // TNROBOTKERNEL_BENCH_GROUPS_SAMPLES_H_
+#endif  // TNROBOTKERNEL_BENCH_ARCHIVE_SAMPLES_H_

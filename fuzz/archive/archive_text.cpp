@@ -1,7 +1,7 @@
 // Reads texts from untrusted bytes and compares with the format as it is written down.
 
-#include "FuzzArchive.h"
 #include "FuzzBudget.h"
+#include "archive/FuzzArchive.h"
 #include "core/TnReadStep.h"
 
 using namespace tnfuzz;

@@ -1,6 +1,6 @@
 // Reads class and object tables from untrusted bytes; whole ones are written again as they were.
 
-#include "FuzzArchive.h"
+#include "archive/FuzzArchive.h"
 
 using namespace tnfuzz;
 

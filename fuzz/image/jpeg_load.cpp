@@ -1,7 +1,7 @@
 // Loads a JPEG picture from untrusted bytes.
 
 #include "FuzzBudget.h"
-#include "PicturePools.h"
+#include "image/PicturePools.h"
 
 using namespace tnfuzz;
 

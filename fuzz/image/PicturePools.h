@@ -1,7 +1,7 @@
 // The pools that pictures are loaded into, for fuzz targets.
 
-#ifndef TNROBOTKERNEL_FUZZ_PICTUREPOOLS_H_
-#define TNROBOTKERNEL_FUZZ_PICTUREPOOLS_H_
+#ifndef TNROBOTKERNEL_FUZZ_IMAGE_PICTUREPOOLS_H_
+#define TNROBOTKERNEL_FUZZ_IMAGE_PICTUREPOOLS_H_
 
 #include <TnRobotKernel/TnRobotKernel.h>
 
@@ -50,4 +50,4 @@ inline ITnRobotSurface::STnSurfaceDesc Description(ITnRobotSurface& surface) {
 
 }  // namespace tnfuzz
 
-#endif  // TNROBOTKERNEL_FUZZ_PICTUREPOOLS_H_
+#endif  // TNROBOTKERNEL_FUZZ_IMAGE_PICTUREPOOLS_H_

@@ -1,4 +1,4 @@
-#include "groups/Samples.h"
+#include "archive/Samples.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,7 +1,7 @@
 // A file in memory with a path of its own, for targets whose library operation takes a path.
 
-#ifndef TNROBOTKERNEL_FUZZ_PICTUREFILE_H_
-#define TNROBOTKERNEL_FUZZ_PICTUREFILE_H_
+#ifndef TNROBOTKERNEL_FUZZ_IMAGE_PICTUREFILE_H_
+#define TNROBOTKERNEL_FUZZ_IMAGE_PICTUREFILE_H_
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -50,4 +50,4 @@ inline void WriteWholeFile(const std::string& strPath, const std::uint8_t* pData
 
 }  // namespace tnfuzz
 
-#endif  // TNROBOTKERNEL_FUZZ_PICTUREFILE_H_
+#endif  // TNROBOTKERNEL_FUZZ_IMAGE_PICTUREFILE_H_
