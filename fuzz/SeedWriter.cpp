@@ -6,9 +6,9 @@
 #include <fstream>
 #include <string>
 
-#include "support/BmpBytes.h"
-#include "support/Bytes.h"
-#include "support/PlainJpeg.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/Bytes.h"
+#include "support/bytes/PlainJpeg.h"
 
 using namespace tntest;
 

@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "FuzzInput.h"
-#include "support/Held.h"
-#include "support/TestFile.h"
+#include "support/fakes/TestFile.h"
+#include "support/objects/Held.h"
 
 namespace tnfuzz {
 

@@ -6,8 +6,8 @@
 #include <TnRobotKernel/TnRobotKernel.h>
 
 #include "FuzzInput.h"
-#include "support/Held.h"
-#include "support/TestBlocks.h"
+#include "support/fakes/TestBlocks.h"
+#include "support/objects/Held.h"
 
 namespace tnfuzz {
 

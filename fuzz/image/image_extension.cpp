@@ -6,7 +6,7 @@
 #include "FuzzBudget.h"
 #include "image/PictureFile.h"
 #include "image/PicturePools.h"
-#include "support/BmpBytes.h"
+#include "support/bytes/BmpBytes.h"
 
 using namespace tnfuzz;
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "FuzzInput.h"
-#include "support/Held.h"
-#include "support/TestBlocks.h"
+#include "support/fakes/TestBlocks.h"
+#include "support/objects/Held.h"
 
 using namespace tnfuzz;
 

@@ -5,8 +5,8 @@
 #include <limits>
 
 #include "FuzzInput.h"
-#include "support/Held.h"
-#include "support/MemFileModels.h"
+#include "support/bytes/MemFileModels.h"
+#include "support/objects/Held.h"
 
 using namespace tnfuzz;
 using tntest::ChunkModel;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "TnRobotKernel/concurrency.h"
-#include "support/Slots.h"
+#include "support/bytes/Slots.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "support/ElfFile.h"
+#include "support/bytes/ElfFile.h"
 
 using tntest::ElfFile;
 

@@ -7,7 +7,7 @@
 #include <type_traits>
 
 #include "TnRobotKernel/image.h"
-#include "support/Slots.h"
+#include "support/bytes/Slots.h"
 
 namespace {
 

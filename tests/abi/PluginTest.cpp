@@ -10,8 +10,8 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "abi/plugin/Plugin.h"
-#include "support/ChildProcess.h"
-#include "support/Held.h"
+#include "support/objects/Held.h"
+#include "support/processes/ChildProcess.h"
 
 using tntest::Held;
 using tntest::Hold;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Slots.h"
+#include "support/bytes/Slots.h"
 
 using tntest::SlotAddress;
 using tntest::SlotOf;

@@ -16,11 +16,11 @@
 
 #include "TnRobotKernel/archive.h"
 #include "TnRobotKernel/values.h"
-#include "support/Archives.h"
-#include "support/Groups.h"
-#include "support/ResourceUse.h"
-#include "support/TestObjects.h"
-#include "support/Values.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Groups.h"
+#include "support/objects/Values.h"
+#include "support/processes/ResourceUse.h"
 
 using namespace tntest;
 

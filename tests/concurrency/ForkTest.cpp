@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "support/ChildProcess.h"
-#include "support/Sanitizers.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/Sanitizers.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "TnRobotKernel/core.h"
-#include "support/ThreadTest.h"
+#include "support/threads/ThreadTest.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/threads/ThreadTest.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
-#include "support/StartGate.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/ThreadTest.h"
 
 // A sanitizer's own count of the heap; null without one. Not every compiler comes with the header that
 // declares it.

@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/RecordingRunner.h"
-#include "support/SignalHold.h"
-#include "support/TaskPools.h"
-#include "support/ThreadTest.h"
+#include "support/fakes/RecordingRunner.h"
+#include "support/objects/Held.h"
+#include "support/objects/TaskPools.h"
+#include "support/threads/Gate.h"
+#include "support/threads/SignalHold.h"
+#include "support/threads/ThreadTest.h"
 
 namespace {
 

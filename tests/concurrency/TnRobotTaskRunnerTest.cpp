@@ -6,9 +6,9 @@
 #include <functional>
 #include <memory>
 
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/threads/Gate.h"
+#include "support/threads/ThreadTest.h"
 
 namespace {
 

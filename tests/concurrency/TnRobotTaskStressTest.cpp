@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
-#include "support/TaskPools.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/objects/TaskPools.h"
+#include "support/threads/ThreadTest.h"
 
 namespace {
 

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/RecordingRunner.h"
-#include "support/ThreadTest.h"
+#include "support/fakes/RecordingRunner.h"
+#include "support/objects/Held.h"
+#include "support/threads/Gate.h"
+#include "support/threads/ThreadTest.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/SignalHold.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/threads/Gate.h"
+#include "support/threads/SignalHold.h"
+#include "support/threads/ThreadTest.h"
 
 namespace {
 

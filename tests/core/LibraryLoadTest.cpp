@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "support/ChildProcess.h"
-#include "support/ResourceUse.h"
-#include "support/TempDirectory.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/ResourceUse.h"
+#include "support/processes/TempDirectory.h"
 
 using tntest::ChildResult;
 using tntest::RunChild;

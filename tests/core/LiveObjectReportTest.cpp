@@ -5,7 +5,7 @@
 #include <string>
 
 #include "core/TnSanitizer.h"
-#include "support/ChildProcess.h"
+#include "support/processes/ChildProcess.h"
 
 using tntest::ChildResult;
 using tntest::RunChild;

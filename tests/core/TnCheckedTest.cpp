@@ -9,8 +9,8 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "core/TnSanitizer.h"
-#include "support/Held.h"
-#include "support/Memory.h"
+#include "support/objects/Held.h"
+#include "support/objects/Memory.h"
 
 using tntest::DataOf;
 using tntest::Held;

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "support/ChildProcess.h"
-#include "support/TempDirectory.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/TempDirectory.h"
 
 using tntest::ChildResult;
 using tntest::RunChild;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "TnRobotKernel/core.h"
-#include "support/StartGate.h"
+#include "support/threads/StartGate.h"
 
 using tntest::StartGate;
 

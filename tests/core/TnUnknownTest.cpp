@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/StartGate.h"
+#include "support/threads/StartGate.h"
 
 using tntest::StartGate;
 

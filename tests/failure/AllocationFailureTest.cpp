@@ -11,8 +11,8 @@
 
 #include "core/TnSanitizer.h"
 #include "failure/AllocationScenario.h"
-#include "support/Gate.h"
-#include "support/TestObjects.h"
+#include "support/fakes/TestObjects.h"
+#include "support/threads/Gate.h"
 #include "values/TnByteStorage.h"
 
 namespace tntest {

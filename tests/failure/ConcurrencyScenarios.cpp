@@ -12,11 +12,11 @@
 #include "TnRobotKernel/values.h"
 #include "concurrency/TnRobotTaskPool.h"
 #include "failure/AllocationScenario.h"
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/Memory.h"
-#include "support/TestSurfaces.h"
-#include "support/ThreadProbe.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/Held.h"
+#include "support/objects/Memory.h"
+#include "support/threads/Gate.h"
+#include "support/threads/ThreadProbe.h"
 
 namespace tntest {
 

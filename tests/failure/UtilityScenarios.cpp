@@ -9,9 +9,9 @@
 #include "TnRobotKernel/utilities.h"
 #include "core/TnRobotDirectories.h"
 #include "failure/AllocationScenario.h"
-#include "support/Bytes.h"
-#include "support/FileBytes.h"
-#include "support/TempDirectory.h"
+#include "support/bytes/Bytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/processes/TempDirectory.h"
 
 namespace tntest {
 

@@ -4,8 +4,8 @@
 
 #include "image/TnBmpDecoder.h"
 #include "image/TnBmpEncoder.h"
-#include "support/BmpBytes.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/fakes/TestSurfaces.h"
 
 using namespace tntest;
 

@@ -5,8 +5,8 @@
 
 #include "image/TnJpegDecoder.h"
 #include "image/TnJpegEncoder.h"
-#include "support/PlainJpeg.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/fakes/TestSurfaces.h"
 
 using namespace tntest;
 

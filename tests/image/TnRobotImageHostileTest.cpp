@@ -10,12 +10,12 @@
 #include <random>
 
 #include "TnRobotKernel/image.h"
-#include "support/BmpBytes.h"
-#include "support/FileBytes.h"
-#include "support/PlainJpeg.h"
-#include "support/ResourceUse.h"
-#include "support/TempDirectory.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/processes/ResourceUse.h"
+#include "support/processes/TempDirectory.h"
 
 using namespace tntest;
 

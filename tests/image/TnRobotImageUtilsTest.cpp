@@ -6,7 +6,7 @@
 #include <climits>
 
 #include "TnRobotKernel/image.h"
-#include "support/TestSurfaces.h"
+#include "support/fakes/TestSurfaces.h"
 
 using namespace tntest;
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "TnRobotKernel/image.h"
-#include "support/StartGate.h"
-#include "support/TestSurfaces.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/threads/StartGate.h"
 
 using namespace tntest;
 

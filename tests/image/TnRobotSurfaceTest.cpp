@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "TnRobotKernel/image.h"
-#include "support/TestSurfaces.h"
+#include "support/fakes/TestSurfaces.h"
 
 using namespace tntest;
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "logger/RobotLog.h"
-#include "support/Sanitizers.h"
+#include "support/processes/Sanitizers.h"
 
 using tntest::ChildResult;
 using tntest::FileLines;

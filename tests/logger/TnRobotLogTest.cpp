@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "logger/RobotLog.h"
-#include "support/ChildProcess.h"
-#include "support/FileBytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/processes/ChildProcess.h"
 
 using tntest::ChildProgram;
 using tntest::ChildResult;

@@ -10,10 +10,10 @@
 
 #include "TnRobotKernel/image.h"
 #include "TnRobotKernel/memory.h"
-#include "support/Memory.h"
-#include "support/StartGate.h"
-#include "support/TestSurfaces.h"
-#include "support/ThreadTest.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/ThreadTest.h"
 
 using tntest::Bytes;
 using tntest::Counting;

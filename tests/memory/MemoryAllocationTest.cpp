@@ -9,10 +9,10 @@
 
 #include "memory/TnRobotFixedMemBlockPool.h"
 #include "memory/TnRobotRandomMemBlockPool.h"
-#include "support/FailingNew.h"
-#include "support/Files.h"
-#include "support/Memory.h"
-#include "support/TempDirectory.h"
+#include "support/fakes/FailingNew.h"
+#include "support/objects/Files.h"
+#include "support/objects/Memory.h"
+#include "support/processes/TempDirectory.h"
 
 using tntest::FailAllocationsAfter;
 using tntest::FailEveryAllocation;

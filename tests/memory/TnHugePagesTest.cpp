@@ -16,7 +16,7 @@
 #include <string>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Held.h"
+#include "support/objects/Held.h"
 
 namespace {
 

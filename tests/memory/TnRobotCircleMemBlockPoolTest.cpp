@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "core/TnRef.h"
-#include "support/StartGate.h"
-#include "support/Watchdog.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/Watchdog.h"
 
 // Takes the two steps of a request apart, to put other threads' steps in between.
 struct CircleMemBlockPoolPeer {

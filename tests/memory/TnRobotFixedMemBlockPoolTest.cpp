@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "support/Memory.h"
-#include "support/StartGate.h"
-#include "support/Watchdog.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/Watchdog.h"
 
 using tntest::DataOf;
 using tntest::FillPattern;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Memory.h"
+#include "support/objects/Memory.h"
 
 using tntest::Held;
 using tntest::HeldBlock;

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Files.h"
-#include "support/Held.h"
-#include "support/MemFileModels.h"
+#include "support/bytes/MemFileModels.h"
+#include "support/objects/Files.h"
+#include "support/objects/Held.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Files.h"
-#include "support/Held.h"
+#include "support/objects/Files.h"
+#include "support/objects/Held.h"
 
 using tntest::Held;
 using tntest::MakeMemFile;

@@ -5,7 +5,7 @@
 #include <chrono>
 
 #include "memory/TnRobotProtocolMemBlock.h"
-#include "support/Memory.h"
+#include "support/objects/Memory.h"
 
 using tntest::DataOf;
 using tntest::HeldBlock;

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Memory.h"
+#include "support/objects/Memory.h"
 
 using tntest::DataOf;
 using tntest::HeldBlock;

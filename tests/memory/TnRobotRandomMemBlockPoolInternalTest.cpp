@@ -10,8 +10,8 @@
 
 #include "memory/TnRobotMemoryBlock.h"
 #include "memory/TnRobotRandomMemBlockPool.h"
-#include "support/Memory.h"
-#include "support/StartGate.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
 
 using tntest::DataOf;
 using tntest::FillPattern;

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Memory.h"
-#include "support/StartGate.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
 
 using tntest::DataOf;
 using tntest::FillPattern;

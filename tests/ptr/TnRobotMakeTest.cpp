@@ -6,11 +6,11 @@
 #include <functional>
 #include <string>
 
-#include "support/TempDirectory.h"
-#include "support/TestBlocks.h"
-#include "support/TestSurfaces.h"
-#include "support/ThreadTest.h"
-#include "support/ValuePool.h"
+#include "support/fakes/TestBlocks.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/ValuePool.h"
+#include "support/processes/TempDirectory.h"
+#include "support/threads/ThreadTest.h"
 
 using tntest::Desc;
 using tntest::NoValuePool;

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "support/TestBlocks.h"
-#include "support/TestSurfaces.h"
+#include "support/fakes/TestBlocks.h"
+#include "support/fakes/TestSurfaces.h"
 
 using tn::SurfaceMat;
 using tntest::Bytes;

@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <fstream>
 
-#include "support/Descriptors.h"
-#include "support/ResourceUse.h"
-#include "support/ThreadProbe.h"
+#include "support/processes/Descriptors.h"
+#include "support/processes/ResourceUse.h"
+#include "support/threads/ThreadProbe.h"
 
 namespace tnsoak {
 

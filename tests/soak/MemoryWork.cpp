@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "soak/Workshop.h"
-#include "support/Bytes.h"
-#include "support/Memory.h"
+#include "support/bytes/Bytes.h"
+#include "support/objects/Memory.h"
 
 namespace tnsoak {
 

@@ -4,9 +4,9 @@
 #include <cstdlib>
 
 #include "soak/Workshop.h"
-#include "support/BmpBytes.h"
-#include "support/FileBytes.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/fakes/TestSurfaces.h"
 
 namespace tnsoak {
 

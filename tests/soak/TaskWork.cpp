@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "soak/Workshop.h"
-#include "support/TestObjects.h"
+#include "support/fakes/TestObjects.h"
 
 namespace tnsoak {
 

@@ -4,11 +4,11 @@
 #include <vector>
 
 #include "soak/Workshop.h"
-#include "support/Archives.h"
-#include "support/Files.h"
-#include "support/Groups.h"
-#include "support/TestObjects.h"
-#include "support/Values.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Files.h"
+#include "support/objects/Groups.h"
+#include "support/objects/Values.h"
 
 namespace tnsoak {
 

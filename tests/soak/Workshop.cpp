@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "support/Memory.h"
+#include "support/objects/Memory.h"
 
 namespace tnsoak {
 

@@ -17,9 +17,9 @@
 
 #include "soak/Levels.h"
 #include "soak/Workshop.h"
-#include "support/ResourceUse.h"
-#include "support/TempDirectory.h"
-#include "support/ThreadProbe.h"
+#include "support/processes/ResourceUse.h"
+#include "support/processes/TempDirectory.h"
+#include "support/threads/ThreadProbe.h"
 
 namespace {
 

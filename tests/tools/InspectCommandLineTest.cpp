@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "support/PlainJpeg.h"
-#include "support/ResourceUse.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/processes/ResourceUse.h"
 #include "tools/InspectProgram.h"
 
 using namespace tntest;

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "support/Values.h"
+#include "support/objects/Values.h"
 #include "tools/InspectProgram.h"
 
 using namespace tntest;

@@ -17,11 +17,11 @@
 #include <vector>
 
 #include "TnRobotKernel/values.h"
-#include "support/Archives.h"
-#include "support/StartGate.h"
-#include "support/ValuePool.h"
-#include "support/Values.h"
-#include "support/Watchdog.h"
+#include "support/objects/Archives.h"
+#include "support/objects/ValuePool.h"
+#include "support/objects/Values.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/Watchdog.h"
 
 using namespace tntest;
 

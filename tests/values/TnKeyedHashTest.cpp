@@ -6,7 +6,7 @@
 #include <set>
 #include <string>
 
-#include "support/CollidingNames.h"
+#include "support/bytes/CollidingNames.h"
 
 using tnrobot::HashKey;
 using tnrobot::KeyedHash;

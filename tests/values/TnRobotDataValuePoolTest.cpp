@@ -8,11 +8,11 @@
 #include <new>
 #include <string>
 
-#include "support/Archives.h"
-#include "support/Groups.h"
-#include "support/Sanitizers.h"
-#include "support/ValuePool.h"
-#include "support/Values.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Groups.h"
+#include "support/objects/ValuePool.h"
+#include "support/objects/Values.h"
+#include "support/processes/Sanitizers.h"
 #include "values/TnRobotDataValue.h"
 
 using namespace tntest;

@@ -9,10 +9,10 @@
 #include <string>
 
 #include "TnRobotKernel/values.h"
-#include "support/Archives.h"
-#include "support/ForeignValue.h"
-#include "support/ValuePool.h"
-#include "support/Values.h"
+#include "support/fakes/ForeignValue.h"
+#include "support/objects/Archives.h"
+#include "support/objects/ValuePool.h"
+#include "support/objects/Values.h"
 
 using namespace tntest;
 

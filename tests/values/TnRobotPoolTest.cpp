@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "TnRobotKernel/pool.h"
-#include "support/Held.h"
-#include "support/StartGate.h"
+#include "support/objects/Held.h"
+#include "support/threads/StartGate.h"
 
 namespace {
 

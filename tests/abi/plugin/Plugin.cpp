@@ -6,10 +6,10 @@
 #include <atomic>
 #include <stdexcept>
 
-#include "support/Archives.h"
-#include "support/TestBlocks.h"
-#include "support/TestFile.h"
-#include "support/TestObjects.h"
+#include "support/fakes/TestBlocks.h"
+#include "support/fakes/TestFile.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
 
 namespace {
 

@@ -1,0 +1,45 @@
+// A host that knows nothing of the library: opens a plug-in that brings it, has the plug-in work
+// and closes it again, as often as it is told, and reports on the standard output what is left.
+
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "abi/plugin/Plugin.h"
+#include "programs/OpenedLibrary.h"
+
+namespace {
+
+bool Visit(const char* lpszPlugin) {
+    void* pPlugin = dlopen(lpszPlugin, RTLD_NOW | RTLD_LOCAL);
+    if (pPlugin == nullptr) {
+        std::printf("%s\n", dlerror());
+        return false;
+    }
+    const auto getPlugin = tntest::Find<tntest::GetPluginFunction>(pPlugin, tntest::kGetPlugin);
+    if (getPlugin == nullptr) {
+        return false;
+    }
+    const tntest::PluginTable* pTable = getPlugin();
+    const bool bWorked = pTable->pfnRunAlone();
+    const int nAlive = pTable->pfnLiveObjects();
+    dlclose(pPlugin);
+    std::printf("worked %d alive %d plugin %d library %d\n", bWorked ? 1 : 0, nAlive,
+                tntest::IsMapped(lpszPlugin) ? 1 : 0, tntest::IsMapped("libTnRobotKernel") ? 1 : 0);
+    return true;
+}
+
+}  // namespace
+
+int main(int nArguments, char** arguments) {
+    if (nArguments != 3) {
+        return 2;
+    }
+    for (int n = std::atoi(arguments[2]); n > 0; --n) {
+        if (!Visit(arguments[1])) {
+            return 1;
+        }
+    }
+    return 0;
+}
