@@ -8,7 +8,7 @@
 
 #include "support/bytes/ElfFile.h"
 
-using tntest::ElfFile;
+using namespace tntest;
 
 namespace {
 

@@ -10,8 +10,7 @@
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "support/bytes/Slots.h"
 
-using tntest::SlotAddress;
-using tntest::SlotOf;
+using namespace tntest;
 
 namespace {
 

@@ -71,7 +71,7 @@ TEST_F(ArchiveLimits, SixtyFiveThousandFiveHundredAndThirtyFiveObjectsFit) {
 
     ASSERT_EQ(channel->WriteMapHeader(), 1);
     const Bytes header = channel.file->TakeNew();
-    EXPECT_EQ(header.size(), 2 + 4 + 36 + 2 + 10u * kMostObjects);
+    EXPECT_EQ(header.size(), 2 + 4 + 36 + 2 + 10U * kMostObjects);
     Channel loading = Loading(header + written);
     ASSERT_EQ(loading->ReadMapHeader(), 1);
     std::vector<Object> read;
@@ -105,7 +105,7 @@ TEST_F(ArchiveDepth, WritingNestsFourThousandAndNinetySixDeep) {
     Held<TestNode> deepest = Chain(kDeepest);
     Channel channel = Storing();
     EXPECT_EQ(channel->WriteObject(deepest.get()), 1);
-    EXPECT_EQ(channel.file->Content().size(), 12u * kDeepest);
+    EXPECT_EQ(channel.file->Content().size(), 12U * kDeepest);
 
     Held<TestNode> tooDeep = Chain(kDeepest + 1);
     Channel failing = Storing();
@@ -193,7 +193,7 @@ TEST_F(ArchiveDepth, AListOfTheGreatestDepthKeepsItsLastNullAndItsPayloads) {
     Channel storing = Storing();
     ASSERT_EQ(storing->WriteObject(ListEntry::List(kDeepest).get()), 1);
     const Bytes saved = SavedList(storing);
-    EXPECT_EQ(saved.size(), NodeHeader(kDeepest).size() + 8u * kDeepest + 1);
+    EXPECT_EQ(saved.size(), NodeHeader(kDeepest).size() + 8U * kDeepest + 1);
 
     Channel loading = Loading(saved);
     ASSERT_EQ(loading->ReadMapHeader(), 1);

@@ -79,7 +79,7 @@ TEST_F(ArchiveReading, GraphsKeepTheirShape) {
     ASSERT_EQ(loading->ReadMapHeader(), 1);
     Held<TestNode> root = ReadNode(*loading.Get());
     ASSERT_NE(root, nullptr);
-    ASSERT_EQ(root->Children().size(), 2u);
+    ASSERT_EQ(root->Children().size(), 2U);
     const TestNode* pLeft = root->Children()[0];
     const TestNode* pShared = root->Children()[1];
     EXPECT_EQ(pLeft->Number(), 2);
@@ -228,7 +228,7 @@ TEST_F(ArchiveReading, ARingComesBackOpen) {
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     Held<TestNode> first = ReadNode(*channel.Get());
     ASSERT_NE(first, nullptr);
-    ASSERT_EQ(first->Children().size(), 1u);
+    ASSERT_EQ(first->Children().size(), 1U);
     TestNode* pSecond = first->Children()[0];
     ASSERT_NE(pSecond, nullptr);
     EXPECT_EQ(pSecond->Number(), 2);
@@ -282,7 +282,7 @@ TEST_F(ArchiveReading, AFailureDeepInsideForgetsOnlyItsOwnBranch) {
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     Held<TestNode> root = ReadNode(*channel.Get());
     ASSERT_NE(root, nullptr);
-    ASSERT_EQ(root->Children().size(), 4u);
+    ASSERT_EQ(root->Children().size(), 4U);
     ASSERT_NE(root->Children()[0], nullptr);
     EXPECT_EQ(root->Children()[0]->Number(), 11);
     EXPECT_EQ(root->Children()[1], nullptr);
@@ -436,6 +436,6 @@ TEST_F(ArchiveReading, ObjectsTravelThroughMemoryFiles) {
     ASSERT_EQ(loading->ReadMapHeader(), 1);
     Held<TestNode> read = ReadNode(*loading.Get());
     ASSERT_NE(read, nullptr);
-    ASSERT_EQ(read->Children().size(), 1u);
+    ASSERT_EQ(read->Children().size(), 1U);
     EXPECT_EQ(read->Children()[0]->Number(), 8);
 }

@@ -248,7 +248,7 @@ TEST_F(ArchiveStrings, ATextWithoutItsZeroIsFollowedByOne) {
     int nError = 77;
     EXPECT_STREQ(channel->ReadString(nLength, &nError), "abc");
     EXPECT_EQ(nLength, 3);
-    EXPECT_EQ(channel.file->Position(), 7u);
+    EXPECT_EQ(channel.file->Position(), 7U);
 }
 
 TEST_F(ArchiveStrings, MayHoldZeros) {
@@ -433,7 +433,7 @@ TEST_F(ArchiveTables, AreEmptyAtFirst) {
     EXPECT_EQ(channel.file->Content(), FromHex("0000 0000"));
     Channel loading = Loading(FromHex("0000 0000"));
     EXPECT_EQ(loading->ReadMapHeader(), 1);
-    EXPECT_EQ(loading.file->Position(), 4u);
+    EXPECT_EQ(loading.file->Position(), 4U);
 }
 
 TEST_F(ArchiveTables, LiveAsLongAsTheArchive) {
@@ -501,7 +501,7 @@ TEST_F(ArchiveTables, WhatWasReadIsKnownWhenWriting) {
         std::memcpy(&nIdentity, header.data() + 2 + 4 + 36 + 2 + 10 * nEntry, sizeof(nIdentity));
         return nIdentity;
     };
-    ASSERT_EQ(header.size(), 2 + 4 + 36 + 2 + 10u * 3);
+    ASSERT_EQ(header.size(), 2 + 4 + 36 + 2 + 10U * 3);
     EXPECT_EQ(identity(0), 0xDEADBEEF00000000ULL) << "an object that was not read keeps the number it came with";
     EXPECT_EQ(identity(1), IdentityOf(node.get())) << "one that was read has its own in place of that number";
     EXPECT_EQ(identity(2), IdentityOf(fresh.get()));

@@ -9,14 +9,11 @@
 #include "TnRobotKernel/core.h"
 #include "support/threads/ThreadTest.h"
 
+using namespace tntest;
+
 namespace {
 
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Milliseconds;
-using tntest::StaysTrue;
-
-class Interrupt : public tntest::ThreadTest {};
+class Interrupt : public ThreadTest {};
 
 }  // namespace
 

@@ -15,25 +15,11 @@
 #include "support/threads/SignalHold.h"
 #include "support/threads/ThreadTest.h"
 
+using namespace tntest;
+
 namespace {
 
-using tntest::AwaitNotice;
-using tntest::AwaitStopped;
-using tntest::BusyPoolThread;
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Gate;
-using tntest::Held;
-using tntest::MakeTask;
-using tntest::MakeTaskPool;
-using tntest::Milliseconds;
-using tntest::OpenAtEnd;
-using tntest::RecordingRunner;
-using tntest::RunnerFor;
-using tntest::StaysTrue;
-using tntest::TaskReferences;
-
-class TaskOwnJob : public tntest::ThreadTest {
+class TaskOwnJob : public ThreadTest {
 protected:
     void TearDown() override {
         EXPECT_EQ(RecordingRunner::Alive(), 0);
@@ -154,7 +140,7 @@ TEST_F(TaskOwnJob, AStartDuringARunThatEndsItselfBeginsAnother) {
 
 // A starter that looks rarely must not miss a run that ends itself. Here it is held meanwhile.
 TEST_F(TaskOwnJob, StartReturnsAlsoWhenTheRunHasEndedItselfBeforeItLooks) {
-    tntest::SignalHold hold;
+    SignalHold hold;
     const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<RecordingRunner> runner = RecordingRunner::Create();
     std::atomic<pthread_t> starterThread{pthread_self()};

@@ -17,16 +17,13 @@
 #include "support/threads/StartGate.h"
 #include "support/threads/ThreadTest.h"
 
+using namespace tntest;
+
 // A sanitizer's own count of the heap; null without one. Not every compiler comes with the header that
 // declares it.
 extern "C" __attribute__((weak)) std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace {
-
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Held;
-using tntest::Watchdog;
 
 constexpr int kThreads = 4;
 
@@ -46,7 +43,7 @@ long long HeapInUse() {
 Held<ITnRobotTaskPool> MakePool() {
     ITnRobotTaskPool* pPool = nullptr;
     EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-    return tntest::Hold(pPool);
+    return Hold(pPool);
 }
 
 // Works once per run, as the standard runner does, and counts it.
@@ -97,13 +94,13 @@ private:
 };
 
 Held<OnceRunner> MakeRunner(bool bUntilStopped = false) {
-    return tntest::Hold(new OnceRunner(bUntilStopped));
+    return Hold(new OnceRunner(bUntilStopped));
 }
 
 Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
     ITnRobotTask* pTask = nullptr;
     EXPECT_TRUE(pool.CreateTask(pRunner, &pTask));
-    return tntest::Hold(pTask);
+    return Hold(pTask);
 }
 
 // The ways in which a run comes to its end.
@@ -131,7 +128,7 @@ void RunOnce(ITnRobotTaskPool& pool, Finish eFinish) {
     ASSERT_EQ(runner->Executed(), 1);
 }
 
-class TaskPoolLoad : public tntest::ThreadTest {};
+class TaskPoolLoad : public ThreadTest {};
 
 }  // namespace
 
@@ -144,10 +141,10 @@ TEST_F(TaskPoolLoad, RunsEveryJobOnceAndKeepsItsMemory) {
     // Every task has been started, so each has its thread.
     const auto allIdle = [&] { return static_cast<int>(pool->GetTaskCount()) == tasks(); };
 
-    tntest::StartGate warm(kThreads + 1);
-    tntest::StartGate measured(kThreads + 1);
-    tntest::StartGate finished(kThreads + 1);
-    tntest::StartGate done(kThreads + 1);
+    StartGate warm(kThreads + 1);
+    StartGate measured(kThreads + 1);
+    StartGate finished(kThreads + 1);
+    StartGate done(kThreads + 1);
     std::vector<Caller> callers;
     for (int nThread = 0; nThread < kThreads; ++nThread) {
         callers.emplace_back([&, nThread] {

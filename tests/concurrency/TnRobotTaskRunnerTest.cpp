@@ -10,36 +10,31 @@
 #include "support/threads/Gate.h"
 #include "support/threads/ThreadTest.h"
 
-namespace {
+using namespace tntest;
 
-using tntest::Eventually;
-using tntest::Gate;
-using tntest::Held;
-using tntest::Milliseconds;
-using tntest::OpenAtEnd;
-using tntest::StaysTrue;
+namespace {
 
 using Job = std::function<void(ITnRobotEvent*)>;
 
 Held<ITnRobotTaskRunner> MakeRunner(const Job& job) {
     ITnRobotTaskRunner* pRunner = nullptr;
     EXPECT_EQ(CTnRobotTaskRunner::CreateInstance(job, &pRunner), 1);
-    return tntest::Hold(pRunner);
+    return Hold(pRunner);
 }
 
-class TaskRunner : public tntest::ThreadTest {
+class TaskRunner : public ThreadTest {
 protected:
     static Held<ITnRobotTaskPool> MakePool() {
         ITnRobotTaskPool* pPool = nullptr;
         EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-        return tntest::Hold(pPool);
+        return Hold(pPool);
     }
 
     static Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, const Job& job) {
         const Held<ITnRobotTaskRunner> runner = MakeRunner(job);
         ITnRobotTask* pTask = nullptr;
         EXPECT_TRUE(pool.CreateTask(runner.get(), &pTask));
-        return tntest::Hold(pTask);
+        return Hold(pTask);
     }
 };
 
@@ -72,7 +67,7 @@ TEST_F(TaskRunner, IsDoneFromTheFirstExecuteUntilTheNextInit) {
     pRunner = runner.get();
     ITnRobotEvent* pEvent = nullptr;
     ASSERT_EQ(TnCreateRobotManualEvent(true, &pEvent), 1);
-    const Held<ITnRobotEvent> event = tntest::Hold(pEvent);
+    const Held<ITnRobotEvent> event = Hold(pEvent);
     for (int n = 0; n < 2; ++n) {
         runner->Init();
         EXPECT_FALSE(runner->IsStop());
@@ -104,7 +99,7 @@ TEST_F(TaskRunner, ACloneHasNoJob) {
     int nCalls = 0;
     const Held<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent*) { ++nCalls; });
     runner->Execute(nullptr);
-    Held<ITnRobotTaskRunner> clone = tntest::Hold(runner->Clone());
+    Held<ITnRobotTaskRunner> clone = Hold(runner->Clone());
     ASSERT_NE(clone, nullptr);
     EXPECT_NE(clone, runner);
     EXPECT_FALSE(clone->IsStop());
@@ -178,7 +173,7 @@ TEST_F(TaskRunner, OneRunnerMayServeManyTasks) {
     for (int n = 0; n < 4; ++n) {
         ITnRobotTask* pTask = nullptr;
         ASSERT_TRUE(pool->CreateTask(runner.get(), &pTask));
-        tasks.push_back(tntest::Hold(pTask));
+        tasks.push_back(Hold(pTask));
     }
     for (int n = 0; n < 4; ++n) {
         ASSERT_TRUE(tasks[static_cast<std::size_t>(n)]->Start());

@@ -7,8 +7,7 @@
 #include "core/TnSanitizer.h"
 #include "support/processes/ChildProcess.h"
 
-using tntest::ChildResult;
-using tntest::RunChild;
+using namespace tntest;
 
 namespace {
 

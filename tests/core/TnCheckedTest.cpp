@@ -12,10 +12,7 @@
 #include "support/objects/Held.h"
 #include "support/objects/Memory.h"
 
-using tntest::DataOf;
-using tntest::Held;
-using tntest::HeldPool;
-using tntest::Hold;
+using namespace tntest;
 
 namespace {
 
@@ -47,7 +44,7 @@ HeldPool MakeCirclePool() {
 }
 
 ITnRobotMemoryBlock* QueryBlock(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
-    return tntest::Query(pool, nSize).release();
+    return Query(pool, nSize).release();
 }
 
 ITnRobotDataValue* MakeText(const char* lpszText) {
@@ -58,7 +55,7 @@ ITnRobotDataValue* MakeText(const char* lpszText) {
 
 /// A surface and what it needs.
 struct SurfaceSource {
-    SurfaceSource() : m_blocks(tntest::MakePool()) {
+    SurfaceSource() : m_blocks(MakePool()) {
         ITnRobotSurfacePool* pPool = nullptr;
         TnCreateRobotSurfacePool(m_blocks.get(), &pPool);
         m_pool = Hold(pPool);
@@ -122,12 +119,11 @@ const STnHeapClass kHeapClasses[] = {
          TnCreateRobotManualEvent(false, &pEvent);
          return static_cast<ITnUnknown*>(pEvent);
      }},
-    {"CTnRobotProtocolMemBlock",
-     [] { return static_cast<ITnUnknown*>(tntest::MakeView(nullptr, nullptr, 0).release()); }},
+    {"CTnRobotProtocolMemBlock", [] { return static_cast<ITnUnknown*>(MakeView(nullptr, nullptr, 0).release()); }},
     {"CTnRobotMemDataStream",
      [] {
          ITnRobotMemDataStream* pStream = nullptr;
-         TnCreateRobotMemDataStream(tntest::MakePool().get(), &pStream);
+         TnCreateRobotMemDataStream(MakePool().get(), &pStream);
          return static_cast<ITnUnknown*>(pStream);
      }},
     {"CTnRobotSurfacePool", [] { return static_cast<ITnUnknown*>(SurfaceSource().m_pool.release()); }},
@@ -192,7 +188,7 @@ TEST_F(CheckedDeathTest, AWriteToADestroyedObject) {
 }
 
 TEST_F(CheckedDeathTest, AReleaseTooManyOfAFreeBlock) {
-    const HeldPool pools[] = {tntest::MakePool(), MakeCirclePool()};
+    const HeldPool pools[] = {MakePool(), MakeCirclePool()};
     for (const HeldPool& pool : pools) {
         EXPECT_DEATH(ReleaseTwice(QueryBlock(*pool, 10)), Stopped("CTnRobotMemoryBlock", "Release below zero"));
     }
@@ -208,7 +204,7 @@ TEST_F(CheckedDeathTest, AReleaseTooManyOfAFreeElement) {
 
 TEST_F(CheckedDeathTest, AnAddRefOfAFreeElement) {
     const char* const lpszWhat = "AddRef after its return to its pool";
-    const HeldPool blocks = tntest::MakePool();
+    const HeldPool blocks = MakePool();
     EXPECT_DEATH(UseReleased(QueryBlock(*blocks, 10)), Stopped("CTnRobotMemoryBlock", lpszWhat));
     EXPECT_DEATH(UseReleased(MakeText("text")), Stopped("CTnRobotDataValue", lpszWhat));
     const SurfaceSource surfaces;
@@ -219,7 +215,7 @@ TEST_F(CheckedDeathTest, AnAddRefOfAFreeElement) {
 
 TEST_F(CheckedDeathTest, AnyOtherCallOfAFreeElement) {
     const char* const lpszWhat = "used after its return to its pool";
-    const HeldPool blocks = tntest::MakePool();
+    const HeldPool blocks = MakePool();
     const auto useBlock = [&blocks] {
         ITnRobotMemoryBlock* pBlock = QueryBlock(*blocks, 10);
         pBlock->Release();
@@ -262,7 +258,7 @@ TEST_F(CheckedDeathTest, AReturnedValuePutIntoAGroup) {
 }
 
 TEST_F(CheckedDeathTest, AWriteToAReturnedBlock) {
-    const HeldPool pool = tntest::MakePool();
+    const HeldPool pool = MakePool();
     const auto use = [&pool](unsigned int nAt) {
         ITnRobotMemoryBlock* pBlock = QueryBlock(*pool, 32768);
         unsigned char* pData = DataOf(*pBlock);

@@ -14,9 +14,7 @@
 #include "support/processes/ChildProcess.h"
 #include "support/processes/TempDirectory.h"
 
-using tntest::ChildResult;
-using tntest::RunChild;
-using tntest::TempDirectory;
+using namespace tntest;
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "TnRobotKernel/core.h"
 #include "support/threads/StartGate.h"
 
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "support/threads/StartGate.h"
 
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

@@ -366,8 +366,8 @@ TEST_F(HostileImages, AHugeProgressiveJpegIsRefusedAtOnce) {
     const QuietErrors quiet;
     constexpr long long kSurface = 60000LL * 20000;
     const Bytes jpeg = EmptyProgressiveJpeg(20000, 20000, 70);
-    ASSERT_GT(jpeg.size(), 30000u);
-    ASSERT_LT(jpeg.size(), 50000u);
+    ASSERT_GT(jpeg.size(), 30000U);
+    ASSERT_LT(jpeg.size(), 50000U);
     const long long nGrowth =
         PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), -2); }), 5.0); });
     EXPECT_GE(nGrowth, 0);
@@ -479,7 +479,7 @@ TEST_F(HostileImages, ManyScansOfAnArithmeticJpegAreRefusedAtOnce) {
     const Bytes flat = FlatJpeg(4096, 4096, true, true, true);
     EXPECT_EQ(LoadAsApplicationsDo(RepeatLastScan(flat, 20)), 0);
     const Bytes jpeg = RepeatLastScan(flat, 100);
-    ASSERT_LT(jpeg.size(), 7000u);
+    ASSERT_LT(jpeg.size(), 7000U);
     const long long nGrowth =
         PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), -2); }), 1.0); });
     EXPECT_GE(nGrowth, 0);
@@ -656,30 +656,30 @@ TEST_F(HostileImages, NoOldBytesShowInASurface) {
 
     FillPool();
     ASSERT_EQ(Utils::LoadImage(m_path.c_str(), pPool, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "BMP";
+    EXPECT_EQ(CountOld(pSurface), 0U) << "BMP";
     FillPool();
     ASSERT_EQ(Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), pPool, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "JPEG";
+    EXPECT_EQ(CountOld(pSurface), 0U) << "JPEG";
     FillPool();
     {
         const QuietErrors quiet;
         ASSERT_EQ(Utils::LoadImage(cut.data(), static_cast<unsigned int>(cut.size()), pPool, &pSurface), 0);
     }
-    EXPECT_EQ(CountOld(pSurface), 0u) << "JPEG that is cut short";
+    EXPECT_EQ(CountOld(pSurface), 0U) << "JPEG that is cut short";
     FillPool();
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "record";
+    EXPECT_EQ(CountOld(pSurface), 0U) << "record";
     FillPool();
     const Bytes few(7, 1);
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, few), pPool, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "short record";
+    EXPECT_EQ(CountOld(pSurface), 0U) << "short record";
     FillPool();
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, &pSurface), 0);
     const auto picture = Hold(pSurface);
     FillPool();
     ASSERT_EQ(Utils::ClipImage(pPool, picture.get(), {1, 2, 1, 3}, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "region";
+    EXPECT_EQ(CountOld(pSurface), 0U) << "region";
     FillPool();
     ASSERT_EQ(Utils::PieceImage(pPool, picture.get(), picture.get(), &pSurface), 1);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "joined";
+    EXPECT_EQ(CountOld(pSurface), 0U) << "joined";
 }

@@ -50,7 +50,7 @@ TEST(NlImage2Surface, CopiesBytesAndDescription) {
         EXPECT_EQ(desc.oriPos.x, -5);
         EXPECT_EQ(desc.oriPos.y, 6);
         EXPECT_EQ(SurfaceBytes(pSurface), bytes);
-        EXPECT_EQ(surface.get()->QueryTimeStamp(), 0u);
+        EXPECT_EQ(surface.get()->QueryTimeStamp(), 0U);
     }
 }
 
@@ -148,7 +148,7 @@ TEST(NlImage2Surface, FailsWhenTheOnlySurfaceGetsNoPixels) {
     EXPECT_EQ(pSurface, Untouched());
     source.blocks->Refuse(false);
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 4, 4, bytes), source.pool.get(), &pSurface), 0);
-    EXPECT_EQ(Hold(pSurface)->QueryTimeStamp(), 0u) << "the surface went back to its pool before";
+    EXPECT_EQ(Hold(pSurface)->QueryTimeStamp(), 0U) << "the surface went back to its pool before";
 }
 
 TEST(NlImage2Surface, LocksInPairs) {
@@ -222,7 +222,7 @@ TEST(Surface2NlImage, LeavesTheRecordAloneWhenTheLockFails) {
     EXPECT_EQ(Utils::Surface2NlImage(surface.get(), image), 0);
     EXPECT_EQ(image.nWidth, 33);
     EXPECT_EQ(image.nHeight, 44);
-    EXPECT_EQ(image.nDataSize, 55u);
+    EXPECT_EQ(image.nDataSize, 55U);
     EXPECT_EQ(image.nBitsPerChannel, 66);
     EXPECT_EQ(surface->OpenLocks(), 0);
 }
@@ -236,7 +236,7 @@ TEST(Surface2NlImage, DescribesASurfaceWithoutPixelsAsEmpty) {
     image.nDataSize = 1;
     EXPECT_EQ(Utils::Surface2NlImage(surface.get(), image), 0);
     EXPECT_EQ(image.pData, nullptr);
-    EXPECT_EQ(image.nDataSize, 0u);
+    EXPECT_EQ(image.nDataSize, 0U);
 }
 
 // ---- regions
@@ -307,7 +307,7 @@ TEST(ClipImage, RefusesRegionsThatAreEmptyOrOutside) {
         EXPECT_EQ(Utils::ClipImage(source.pool.get(), picture.get(), row.region, &pSurface), -1) << row.lpszWhat;
         EXPECT_EQ(pSurface, Untouched()) << row.lpszWhat;
     }
-    EXPECT_EQ(source.blocks->Requests().size(), 1u);
+    EXPECT_EQ(source.blocks->Requests().size(), 1U);
 }
 
 TEST(ClipImage, RefusesOtherFormats) {

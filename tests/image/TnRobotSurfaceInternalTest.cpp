@@ -49,10 +49,10 @@ TEST(RobotSurfaceCreation, TakesTheDescriptionAsItIs) {
     EXPECT_EQ(got.eImageType, TN_IMAGE_420);
     EXPECT_EQ(got.oriPos.x, 5);
     EXPECT_EQ(got.oriPos.y, 6);
-    EXPECT_EQ(surface->QueryTimeStamp(), 0u);
+    EXPECT_EQ(surface->QueryTimeStamp(), 0U);
     Lock lock{};
     EXPECT_TRUE(surface->LockSurface(lock));
-    EXPECT_EQ(lock.nDataSize, 16u);
+    EXPECT_EQ(lock.nDataSize, 16U);
     EXPECT_EQ(lock.nPitch, 999);
     surface->UnLockSurface();
 }
@@ -69,7 +69,7 @@ TEST(RobotSurfaceClass, InitNeedsABlockAndChangesNothingWithoutOne) {
     const auto surface = MakeSurface(block.get(), MakeDesc(TN_IMAGE_GRAY8, 4, 4));
     EXPECT_FALSE(surface->_Init(nullptr, MakeDesc(TN_IMAGE_BGR24, 9, 9)));
     EXPECT_EQ(DescOf(surface.get()).nWidth, 4);
-    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 16u);
+    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 16U);
 }
 
 TEST(RobotSurfaceClass, InitReplacesDescriptionAndBlock) {
@@ -91,7 +91,7 @@ TEST(RobotSurfaceClass, ResetDataReplacesEverythingButTheTimeStamp) {
     surface->ResetData(MakeDesc(TN_IMAGE_BGR24, 5, 4, {1, 2}), second.get());
     EXPECT_EQ(first->References(), 1);
     EXPECT_EQ(second->References(), 2);
-    EXPECT_EQ(surface->QueryTimeStamp(), 5u);
+    EXPECT_EQ(surface->QueryTimeStamp(), 5U);
     EXPECT_EQ(DescOf(surface.get()).eImageType, TN_IMAGE_BGR24);
     EXPECT_EQ(surface->GetOriPos().x, 1);
     surface->ResetData(MakeDesc(TN_IMAGE_GRAY8, 1, 1), nullptr);
@@ -107,7 +107,7 @@ TEST(RobotSurfaceClass, ResetDataWithTheBlockItHolds) {
     block.reset();
     surface->ResetData(MakeDesc(TN_IMAGE_GRAY8, 2, 8), pBlock);
     EXPECT_EQ(pBlock->References(), 1);
-    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 16u);
+    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 16U);
 }
 
 TEST(RobotSurfaceClass, ClearingReleasesOnlyTheBlock) {
@@ -117,13 +117,13 @@ TEST(RobotSurfaceClass, ClearingReleasesOnlyTheBlock) {
     surface->ClearResource();
     surface->ClearResource();
     EXPECT_EQ(block->References(), 1);
-    EXPECT_EQ(surface->QueryTimeStamp(), 9u);
+    EXPECT_EQ(surface->QueryTimeStamp(), 9U);
     EXPECT_EQ(DescOf(surface.get()).nHeight, 4);
     EXPECT_EQ(surface->GetOriPos().x, 3);
 }
 
 TEST(RobotSurfaceClass, HasTheFieldsOfItsRecord) {
-    EXPECT_EQ(sizeof(CTnRobotSurface), 64u);
+    EXPECT_EQ(sizeof(CTnRobotSurface), 64U);
 }
 
 TEST(SurfaceAllocator, HoldsTheBlockPoolForItsLife) {
@@ -175,7 +175,7 @@ TEST(SurfaceAllocator, ReinitialisesASurfaceOrLeavesItAlone) {
     EXPECT_EQ(good.nPitch, 7);
     EXPECT_EQ(DescOf(surface.get()).nPitch, 7);
     EXPECT_EQ(surface->GetOriPos().x, 6);
-    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 28u);
+    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 28U);
 }
 
 TEST(SurfaceAllocator, GivesTheBlockBackWhenTheElementIsNoSurfaceOfThisLibrary) {

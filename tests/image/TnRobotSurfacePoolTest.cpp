@@ -166,7 +166,7 @@ TEST(SurfacePool, ReusesASurfaceForAnySizeAndFormat) {
     EXPECT_EQ(desc.eImageType, TN_IMAGE_GRAY8);
     EXPECT_EQ(desc.oriPos.x, 3);
     EXPECT_EQ(desc.oriPos.y, 4);
-    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 5000u);
+    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 5000U);
     EXPECT_EQ(source.blocks->Requests(), (std::vector<unsigned int>{48, 5000}));
 }
 
@@ -222,7 +222,7 @@ TEST(SurfacePool, HandsOutAFreeSurfaceWithoutPixelsForABadRequest) {
         Lock lock{};
         EXPECT_TRUE(pSurface->LockSurface(lock));
         EXPECT_EQ(lock.pData, nullptr);
-        EXPECT_EQ(lock.nDataSize, 0u);
+        EXPECT_EQ(lock.nDataSize, 0U);
         pSurface->UnLockSurface();
     }
 }
@@ -242,7 +242,7 @@ TEST(SurfacePool, ASurfaceWithoutPixelsRecoversWithTheNextValidRequest) {
     source.GetWithoutPixels().reset();
     const auto surface = source.Get(TN_IMAGE_GRAY8, 9, 9);
     ASSERT_NE(surface, nullptr);
-    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 81u);
+    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 81U);
 }
 
 TEST(SurfacePool, SurfacesOutliveIt) {
@@ -256,7 +256,7 @@ TEST(SurfacePool, SurfacesOutliveIt) {
     }
     EXPECT_TRUE(SurfaceBytes(one.get()).empty()) << "a surface with a single holder is cleared";
     EXPECT_EQ(DescOf(one.get()).nWidth, 4);
-    EXPECT_EQ(SurfaceBytes(shared.get()).size(), 16u) << "one with two holders is not";
+    EXPECT_EQ(SurfaceBytes(shared.get()).size(), 16U) << "one with two holders is not";
     EXPECT_EQ(shared->Release(), 1);
     EXPECT_EQ(shared.release()->Release(), 0);
     EXPECT_EQ(one.release()->Release(), 0);
@@ -275,7 +275,7 @@ TEST(SurfacePool, WorksOverTheGeneralBlockPool) {
     const auto surface = Hold(pSurface);
     Lock lock{};
     EXPECT_TRUE(surface->LockSurface(lock));
-    EXPECT_EQ(lock.nDataSize, 5760u * 1080u) << "the block says what was asked for, not its capacity";
+    EXPECT_EQ(lock.nDataSize, 5760U * 1080U) << "the block says what was asked for, not its capacity";
     lock.pData[lock.nDataSize - 1] = 1;
     surface->UnLockSurface();
 }

@@ -14,14 +14,7 @@
 #include "support/objects/Memory.h"
 #include "support/processes/TempDirectory.h"
 
-using tntest::FailAllocationsAfter;
-using tntest::FailEveryAllocation;
-using tntest::Held;
-using tntest::HeldBlock;
-using tntest::HeldPool;
-using tntest::LiveAllocations;
-using tntest::MakeMemFile;
-using tntest::Query;
+using namespace tntest;
 
 namespace {
 
@@ -37,13 +30,13 @@ HeldPool MakePoolIdleAfter(double dSeconds) {
 Held<CTnRobotFixedMemBlockPool> MakeFixedPool() {
     CTnRobotFixedMemBlockPool* pPool = nullptr;
     EXPECT_EQ(CTnRobotFixedMemBlockPool::CreateInstance(100, 0xFFFFFFFF, 0.0, &pPool), 1);
-    return tntest::Hold(pPool);
+    return Hold(pPool);
 }
 
 Held<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemDataStream* pStream = nullptr;
     EXPECT_EQ(TnCreateRobotMemDataStream(&pool, &pStream), 1);
-    return tntest::Hold(pStream);
+    return Hold(pStream);
 }
 
 template <typename Interface, typename Create>
@@ -101,7 +94,7 @@ TEST(MemoryAllocation, AFixedPoolGivesEverythingBack) {
     FailEveryAllocation([] {
         CTnRobotFixedMemBlockPool* pPool = nullptr;
         CTnRobotFixedMemBlockPool::CreateInstance(100, 2, 0.0, &pPool);
-        const auto pool = tntest::Hold(pPool);
+        const auto pool = Hold(pPool);
         HeldBlock blocks[2];
         for (HeldBlock& block : blocks) {
             ITnRobotMemoryBlock* pBlock = nullptr;
@@ -222,7 +215,7 @@ TEST(MemoryAllocation, AStreamGivesEverythingBack) {
         const HeldPool pool(pPool);
         ITnRobotMemDataStream* pStream = nullptr;
         TnCreateRobotMemDataStream(pPool, &pStream);
-        const auto stream = tntest::Hold(pStream);
+        const auto stream = Hold(pStream);
         stream->WriteData(bytes.data(), static_cast<unsigned int>(bytes.size()));
         ReadableBytes(*stream);
     });
@@ -273,10 +266,10 @@ TEST(MemoryAllocation, AMemoryFileThatCannotOpenStaysClosed) {
 }
 
 TEST(MemoryAllocation, ADiskFileThatCannotOpenLeaksNothing) {
-    const tntest::TempDirectory directory;
+    const TempDirectory directory;
     const std::string path = directory / "file";
     FailEveryAllocation([&] {
-        const auto file = tntest::MakeFile();
+        const auto file = MakeFile();
         if (!file->Open(path.c_str(), true)) {
             throw std::bad_alloc();
         }

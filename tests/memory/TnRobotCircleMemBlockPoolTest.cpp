@@ -19,6 +19,8 @@
 #include "support/threads/StartGate.h"
 #include "support/threads/Watchdog.h"
 
+using namespace tntest;
+
 // Takes the two steps of a request apart, to put other threads' steps in between.
 struct CircleMemBlockPoolPeer {
     using Pool = CTnRobotCircleMemBlockPool;
@@ -556,7 +558,7 @@ void TakeBack(const Pool& pool, const Block& block) {
 }  // namespace
 
 TEST(CircleMemBlockPool, ItsEndLeavesABlockTakenBackToItsHolders) {
-    const tntest::Watchdog watchdog(60);
+    const Watchdog watchdog(60);
     for (const int nHolders : {1, 2, 3}) {
         for (const bool bSpent : {false, true}) {
             Pool pool = MakePool();
@@ -589,7 +591,7 @@ TEST(CircleMemBlockPool, ABlockTakenBackStaysUsableWhenItsHoldersLetGo) {
 
 // The last holder lets go at the very moment when the pool looks at what it has taken back.
 TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroyed) {
-    const tntest::Watchdog watchdog(120);
+    const Watchdog watchdog(120);
     for (int nRun = 0; nRun < 300; ++nRun) {
         Pool pool = MakePool();
         std::vector<Block> blocks;
@@ -599,7 +601,7 @@ TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroye
         for (std::size_t n = 0; n < blocks.size(); n += 2) {
             TakeBack(pool, blocks[n]);
         }
-        tntest::StartGate gate(2);
+        StartGate gate(2);
         std::thread releasing([&] {
             gate.ArriveAndWait();
             for (Block& block : blocks) {

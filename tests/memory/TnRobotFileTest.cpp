@@ -12,9 +12,7 @@
 #include "support/objects/Held.h"
 #include "support/processes/TempDirectory.h"
 
-using tntest::Held;
-using tntest::MakeFile;
-using tntest::TempDirectory;
+using namespace tntest;
 
 namespace {
 

@@ -13,12 +13,9 @@
 #include "support/objects/Files.h"
 #include "support/objects/Held.h"
 
-namespace {
+using namespace tntest;
 
-using tntest::Bytes;
-using tntest::ChunkModel;
-using tntest::FlatModel;
-using tntest::MakeMemFile;
+namespace {
 
 class Script {
 public:

@@ -9,8 +9,7 @@
 #include "support/objects/Files.h"
 #include "support/objects/Held.h"
 
-using tntest::Held;
-using tntest::MakeMemFile;
+using namespace tntest;
 
 namespace {
 

@@ -10,9 +10,7 @@
 #include "support/objects/Memory.h"
 #include "support/threads/StartGate.h"
 
-using tntest::DataOf;
-using tntest::SizeOf;
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

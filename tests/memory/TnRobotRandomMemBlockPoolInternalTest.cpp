@@ -13,15 +13,7 @@
 #include "support/objects/Memory.h"
 #include "support/threads/StartGate.h"
 
-using tntest::DataOf;
-using tntest::FillPattern;
-using tntest::HasPattern;
-using tntest::HeldBlock;
-using tntest::HeldPool;
-using tntest::MakePool;
-using tntest::Query;
-using tntest::SizeOf;
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

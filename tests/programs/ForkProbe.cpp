@@ -18,9 +18,7 @@
 #include "support/objects/Held.h"
 #include "support/threads/ThreadProbe.h"
 
-using tntest::Eventually;
-using tntest::Held;
-using tntest::Hold;
+using namespace tntest;
 
 namespace {
 
@@ -36,13 +34,13 @@ std::atomic<int> g_nForking{0};
 void StopHere() {
     g_nStopsIn = 0;
     g_bStopped = true;
-    Eventually([] { return g_bForked || (g_nForking != 0 && tntest::IsBlocked(g_nForking)); });
+    Eventually([] { return g_bForked || (g_nForking != 0 && IsBlocked(g_nForking)); });
 }
 
 }  // namespace
 
 void* operator new(std::size_t nSize) {
-    if (g_nStopsIn != 0 && g_nStopsIn == tntest::ThisThreadNumber()) {
+    if (g_nStopsIn != 0 && g_nStopsIn == ThisThreadNumber()) {
         StopHere();
     }
     if (void* p = std::malloc(nSize)) {
@@ -75,7 +73,7 @@ void Check(bool bHolds, const char* lpszWhat) {
 // How the child ends that calls a function and exits as programs do.
 std::string InChild(const std::function<void()>& call) {
     std::fflush(stdout);
-    g_nForking = tntest::ThisThreadNumber();
+    g_nForking = ThisThreadNumber();
     const pid_t child = fork();
     if (child == 0) {
         alarm(kChildSeconds);
@@ -106,7 +104,7 @@ void WhileAThreadHasTheValueLock(const std::function<void()>& inChild) {
     ITnRobotDataValue* pHeld = nullptr;
     TnCreateRobotIntData(1, &pHeld);
     std::thread creator([] {
-        g_nStopsIn = tntest::ThisThreadNumber();
+        g_nStopsIn = ThisThreadNumber();
         UseValues();
     });
     Eventually([] { return g_bStopped.load(); });
@@ -179,10 +177,10 @@ void WhileAThreadWaits(const std::function<void()>& wait, const std::function<vo
                        const std::function<void()>& meanwhile) {
     std::atomic<int> nThread{0};
     std::thread waiter([&] {
-        nThread = tntest::ThisThreadNumber();
+        nThread = ThisThreadNumber();
         wait();
     });
-    Eventually([&nThread] { return nThread != 0 && tntest::IsBlocked(nThread); });
+    Eventually([&nThread] { return nThread != 0 && IsBlocked(nThread); });
     meanwhile();
     wake();
     waiter.join();

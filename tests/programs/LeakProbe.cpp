@@ -9,8 +9,7 @@
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "support/objects/Held.h"
 
-using tntest::Held;
-using tntest::Hold;
+using namespace tntest;
 
 namespace {
 

@@ -10,9 +10,7 @@
 #include "TnRobotKernel/values.h"
 #include "programs/OpenedLibrary.h"
 
-using tntest::CountEntries;
-using tntest::Find;
-using tntest::IsMapped;
+using namespace tntest;
 
 namespace {
 
@@ -27,7 +25,7 @@ bool IsLoaded(const char* lpszName) {
 }
 
 bool UseValue(void* pLibrary) {
-    ITnRobotDataValue* pValue = tntest::CreateInt(pLibrary, 5);
+    ITnRobotDataValue* pValue = CreateInt(pLibrary, 5);
     if (pValue == nullptr) {
         return false;
     }

@@ -9,6 +9,8 @@
 #include "abi/plugin/Plugin.h"
 #include "programs/OpenedLibrary.h"
 
+using namespace tntest;
+
 namespace {
 
 bool Visit(const char* lpszPlugin) {
@@ -17,16 +19,16 @@ bool Visit(const char* lpszPlugin) {
         std::printf("%s\n", dlerror());
         return false;
     }
-    const auto getPlugin = tntest::Find<tntest::GetPluginFunction>(pPlugin, tntest::kGetPlugin);
+    const auto getPlugin = Find<GetPluginFunction>(pPlugin, kGetPlugin);
     if (getPlugin == nullptr) {
         return false;
     }
-    const tntest::PluginTable* pTable = getPlugin();
+    const PluginTable* pTable = getPlugin();
     const bool bWorked = pTable->pfnRunAlone();
     const int nAlive = pTable->pfnLiveObjects();
     dlclose(pPlugin);
-    std::printf("worked %d alive %d plugin %d library %d\n", bWorked ? 1 : 0, nAlive,
-                tntest::IsMapped(lpszPlugin) ? 1 : 0, tntest::IsMapped("libTnRobotKernel") ? 1 : 0);
+    std::printf("worked %d alive %d plugin %d library %d\n", bWorked ? 1 : 0, nAlive, IsMapped(lpszPlugin) ? 1 : 0,
+                IsMapped("libTnRobotKernel") ? 1 : 0);
     return true;
 }
 

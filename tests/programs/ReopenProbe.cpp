@@ -10,6 +10,8 @@
 
 #include "programs/OpenedLibrary.h"
 
+using namespace tntest;
+
 namespace {
 
 // After these the loader and the allocator have the size that they keep.
@@ -34,8 +36,7 @@ long ResidentKiB() {
 }
 
 Holdings Now() {
-    return {tntest::CountMappings(""), tntest::CountEntries("/proc/self/fd"), tntest::CountEntries("/proc/self/task"),
-            ResidentKiB()};
+    return {CountMappings(""), CountEntries("/proc/self/fd"), CountEntries("/proc/self/task"), ResidentKiB()};
 }
 
 bool Visit(const char* lpszLibrary) {
@@ -44,12 +45,12 @@ bool Visit(const char* lpszLibrary) {
         std::printf("%s\n", dlerror());
         return false;
     }
-    ITnRobotDataValue* pValue = tntest::CreateInt(pLibrary, 5);
+    ITnRobotDataValue* pValue = CreateInt(pLibrary, 5);
     if (pValue == nullptr) {
         return false;
     }
     pValue->Release();
-    return dlclose(pLibrary) == 0 && !tntest::IsMapped("libTnRobotKernel");
+    return dlclose(pLibrary) == 0 && !IsMapped("libTnRobotKernel");
 }
 
 bool VisitOften(const char* lpszLibrary, int nTimes) {

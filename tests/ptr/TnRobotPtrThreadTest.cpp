@@ -8,8 +8,7 @@
 #include "ptr/PtrProbe.h"
 #include "support/threads/StartGate.h"
 
-using tntest::PtrProbe;
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

@@ -199,7 +199,7 @@ TEST(CreateDataValues, ABlockOfNoBytesHasNoData) {
         unsigned int nLength = 99;
         EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_BLOCK);
         EXPECT_EQ(value->BlockData(nLength, nullptr), nullptr);
-        EXPECT_EQ(nLength, 0u);
+        EXPECT_EQ(nLength, 0U);
         EXPECT_STREQ(value->Convert2String(nullptr), "");
     }
 }
@@ -249,7 +249,7 @@ TEST(CreateDataValues, AHeldValueOutlivesThePoolButIsCleared) {
     EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
     unsigned int nLength = 99;
     EXPECT_STREQ(value->Convert2String(&nLength), "");
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
     EXPECT_EQ(value.release()->Release(), 0);
 }
 
@@ -312,7 +312,7 @@ TEST(CreateDataValues, DoNotReadAnEmptyStream) {
     EXPECT_EQ(made.value->GetDataValueType(), DATA_TYPE_BLOCK);
     unsigned int nLength = 99;
     EXPECT_EQ(made.value->BlockData(nLength, nullptr), nullptr);
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
     EXPECT_EQ(stream->m_nBegun + stream->m_nRead + stream->m_nEnded, 0);
 }
 
@@ -324,7 +324,7 @@ TEST(CreateDataValues, ANullStreamGivesAnEmptyBlock) {
         EXPECT_EQ(made.value->GetDataValueType(), DATA_TYPE_BLOCK);
         unsigned int nLength = 99;
         EXPECT_EQ(made.value->BlockData(nLength, nullptr), nullptr);
-        EXPECT_EQ(nLength, 0u);
+        EXPECT_EQ(nLength, 0U);
         EXPECT_EQ(SavedFormOf(*made.value), SavedValue(DATA_TYPE_BLOCK, {}));
     }
 }

@@ -172,7 +172,7 @@ TEST(DataValueGroupLoading, ALoadedValueKeepsTheLengthEight) {
     const unsigned char* pBlock = static_cast<const unsigned char*>(group->BlockData("short", nBlock, &nError));
     ASSERT_NE(pBlock, nullptr);
     EXPECT_EQ(nError, 0);
-    ASSERT_EQ(nBlock, 8u);
+    ASSERT_EQ(nBlock, 8U);
     EXPECT_EQ(Bytes(pBlock, pBlock + 8), FromHex("AABB000000000000"));
     int nText = 0;
     EXPECT_EQ(ValueOf(*group, "long")->StringData(nText, nullptr), strLong);
@@ -226,7 +226,7 @@ TEST(DataValueGroupLoading, OfTwoEntriesWithOneNameTheFirstStays) {
               1);
     EXPECT_EQ(group->IntData("a", nullptr), 1);
     EXPECT_EQ(group->IntData("b", nullptr), 3);
-    EXPECT_EQ(EntriesOf(*group).size(), 2u);
+    EXPECT_EQ(EntriesOf(*group).size(), 2U);
 }
 
 TEST(DataValueGroupLoading, RefusesVersionsItDoesNotKnow) {
@@ -235,8 +235,8 @@ TEST(DataValueGroupLoading, RefusesVersionsItDoesNotKnow) {
         group->SetValue("a", 1);
         Channel channel = Loading(U8(nVersion) + U32(1) + SavedString("b") + SavedValue(DATA_TYPE_INT, BytesOf(5)));
         EXPECT_EQ(group->Serialize(channel.Get()), 0) << nVersion;
-        EXPECT_EQ(channel.file->Position(), 1u) << nVersion;
-        EXPECT_EQ(EntriesOf(*group).size(), 1u) << nVersion;
+        EXPECT_EQ(channel.file->Position(), 1U) << nVersion;
+        EXPECT_EQ(EntriesOf(*group).size(), 1U) << nVersion;
     }
 }
 
@@ -245,7 +245,7 @@ TEST(DataValueGroupLoading, ACountOfZeroOrLessAddsNothing) {
         Group group = NewGroup();
         Channel channel = Loading(U8(1) + U32(nCount) + SavedString("b") + SavedValue(DATA_TYPE_INT, BytesOf(5)));
         EXPECT_EQ(group->Serialize(channel.Get()), 1) << nCount;
-        EXPECT_EQ(channel.file->Position(), 5u) << nCount;
+        EXPECT_EQ(channel.file->Position(), 5U) << nCount;
         EXPECT_TRUE(EntriesOf(*group).empty());
     }
 }
@@ -266,7 +266,7 @@ TEST(DataValueGroupLoading, KeepsTheEntriesBeforeANameThatCannotBeRead) {
     EXPECT_EQ(LoadFrom(*group, promisesThree), 0);
     EXPECT_EQ(group->IntData("a", nullptr), 1);
     EXPECT_EQ(group->IntData("b", nullptr), 2);
-    EXPECT_EQ(EntriesOf(*group).size(), 2u);
+    EXPECT_EQ(EntriesOf(*group).size(), 2U);
 }
 
 TEST(DataValueGroupLoading, AnEntryWhoseValueDoesNotLoadIsThereAllTheSame) {

@@ -77,7 +77,7 @@ TEST(DataValueGroup, TypedSettersStoreTheirType) {
         ASSERT_NE(value, nullptr) << sample.lpszName;
         EXPECT_EQ(SavedFormOf(*value), SavedValue(sample.eType, sample.bytes)) << sample.lpszName;
     }
-    EXPECT_EQ(EntriesOf(*group).size(), 13u);
+    EXPECT_EQ(EntriesOf(*group).size(), 13U);
 }
 
 TEST(DataValueGroup, TypedGettersReadTheirTypeOnly) {
@@ -106,7 +106,7 @@ TEST(DataValueGroup, TypedGettersGiveTheStoredValue) {
     EXPECT_EQ(group->ByteData("byte", nullptr), 200);
     unsigned int nLength = 0;
     const unsigned char* pBlock = static_cast<const unsigned char*>(group->BlockData("block", nLength, nullptr));
-    ASSERT_EQ(nLength, 2u);
+    ASSERT_EQ(nLength, 2U);
     EXPECT_EQ(Bytes(pBlock, pBlock + nLength), FromHex("0AFF"));
 }
 
@@ -159,7 +159,7 @@ TEST(DataValueGroup, TypedSettersAcceptTheEmptyName) {
     EXPECT_FALSE(group->HasValue(""));
     EXPECT_EQ(group->RemoveValue(""), -1);
     EXPECT_EQ(group->SetValue("", IntValue(5).get()), -1);
-    EXPECT_EQ(EntriesOf(*group).size(), 1u);
+    EXPECT_EQ(EntriesOf(*group).size(), 1U);
     EXPECT_EQ(group->ClearAllValues(), 0);
     EXPECT_TRUE(EntriesOf(*group).empty());
 }
@@ -191,7 +191,7 @@ TEST(DataValueGroup, TypedOperationsThrowForANullName) {
     unsigned int nLength = 0;
     EXPECT_THROW(group->BlockData(nullptr, nLength, nullptr), std::logic_error);
     EXPECT_THROW(group->GetDataValueType(nullptr), std::logic_error);
-    EXPECT_EQ(EntriesOf(*group).size(), 13u);
+    EXPECT_EQ(EntriesOf(*group).size(), 13U);
 }
 
 TEST(DataValueGroup, AValueWhoseNameThrowsIsGivenBack) {
@@ -252,7 +252,7 @@ TEST(DataValueGroup, ReplacesAValueOfAnyTypeByOneOfAnyOther) {
             ASSERT_EQ(group->SetValue("name", first.create().get()), 0);
             ASSERT_EQ(group->SetValue("name", second.create().get()), 0);
             EXPECT_EQ(group->GetDataValueType("name"), second.eType);
-            EXPECT_EQ(EntriesOf(*group).size(), 1u);
+            EXPECT_EQ(EntriesOf(*group).size(), 1U);
         }
     }
 }
@@ -334,7 +334,7 @@ TEST(DataValueGroup, EnumerationAppendsToTheList) {
     group->SetValue("c", true);
     Names names = {{"x", DATA_TYPE_BLOCK}, {"y", DATA_TYPE_CHAR}};
     EXPECT_EQ(group->GetAllDataName(names), 5);
-    ASSERT_EQ(names.size(), 5u);
+    ASSERT_EQ(names.size(), 5U);
     EXPECT_EQ(names[0], (Names::value_type{"x", DATA_TYPE_BLOCK}));
     EXPECT_EQ(names[1], (Names::value_type{"y", DATA_TYPE_CHAR}));
     Names added(names.begin() + 2, names.end());

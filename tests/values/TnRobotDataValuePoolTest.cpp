@@ -39,7 +39,7 @@ TEST(DataValueObject, IsConstructedWithEightZeroBytes) {
     EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
     unsigned int nLength = 99;
     EXPECT_STREQ(value->Convert2String(&nLength), "");
-    EXPECT_EQ(nLength, 1u) << "it has a view, so the empty text counts its terminating zero";
+    EXPECT_EQ(nLength, 1U) << "it has a view, so the empty text counts its terminating zero";
     EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_NONE, Bytes(8)));
     EXPECT_EQ(value.release()->Release(), 0) << "one reference, no pool";
 }
@@ -85,7 +85,7 @@ TEST(DataValueObject, ResetFromBytesReplacesEverything) {
     value->ResetData(DATA_TYPE_BLOCK, nullptr, 0);
     unsigned int nLength = 99;
     EXPECT_EQ(value->BlockData(nLength, nullptr), nullptr);
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
     EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_BLOCK, {}));
 }
 
@@ -120,7 +120,7 @@ TEST(DataValueObject, ResetFromAStreamTakesItsBytes) {
     value->ResetData(DATA_TYPE_BLOCK, stream.get());
     unsigned int nLength = 99;
     EXPECT_EQ(value->BlockData(nLength, nullptr), nullptr);
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
 }
 
 TEST(DataValueObject, OutsideAnyPoolIsDestroyedByItsLastReference) {
@@ -216,7 +216,7 @@ TEST(DataValuePool, GivesAnEmptyValueOnRequest) {
         EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
         unsigned int nLength = 99;
         EXPECT_STREQ(value->Convert2String(&nLength), "");
-        EXPECT_EQ(nLength, 0u);
+        EXPECT_EQ(nLength, 0U);
         EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_NONE, {}));
     }
 }
