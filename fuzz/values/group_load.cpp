@@ -6,19 +6,15 @@
 
 #include "FuzzBudget.h"
 #include "archive/FuzzArchive.h"
+#include "support/objects/Groups.h"
 #include "values/ValueReading.h"
 
 using namespace tnfuzz;
 
 namespace {
 
-using Group = tntest::Held<ITnRobotDataValueGroup>;
-
-Group MakeGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    TnCreateRobotValueDataGroup(&pGroup);
-    return tntest::Hold(pGroup);
-}
+using tntest::Group;
+using tntest::NewGroup;
 
 // Each entry as it is saved. The order of entries is not specified, so whole files are not compared.
 std::map<std::string, Bytes> ReadEntries(ITnRobotDataValueGroup& group) {
@@ -43,7 +39,7 @@ std::map<std::string, Bytes> ReadEntries(ITnRobotDataValueGroup& group) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
     const FuzzBudget budget(nSize);
-    const Group group = MakeGroup();
+    const Group group = NewGroup();
     const LoadingArchive archive(Bytes(pData, pData + nSize));
     group->Serialize(archive.Get());
     const auto entries = ReadEntries(*group);
@@ -51,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     Require(ReadEntries(*clone) == entries, "a clone holds the same");
 
     const Bytes saved = SavedForm(*group);
-    const Group copy = MakeGroup();
+    const Group copy = NewGroup();
     const LoadingArchive again(saved);
     Require(copy->Serialize(again.Get()) == 1, "what was saved loads");
     Require(again.Position() == saved.size(), "to its last byte");

@@ -5,20 +5,16 @@
 
 #include "FuzzBudget.h"
 #include "archive/FuzzArchive.h"
+#include "support/objects/Groups.h"
 #include "values/ValueReading.h"
 
 using namespace tnfuzz;
 
 namespace {
 
-using Group = tntest::Held<ITnRobotDataValueGroup>;
+using tntest::Group;
+using tntest::NewGroup;
 using Entries = std::map<std::string, Bytes>;
-
-Group MakeGroup() {
-    ITnRobotDataValueGroup* pGroup = nullptr;
-    TnCreateRobotValueDataGroup(&pGroup);
-    return tntest::Hold(pGroup);
-}
 
 template <typename T>
 Bytes SetNumber(FuzzInput& input, ITnRobotDataValueGroup& group, const char* lpszName, int nType) {
@@ -127,7 +123,7 @@ void ReadAll(ITnRobotDataValueGroup& group, const Entries& entries) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
     const FuzzBudget budget(nSize);
     FuzzInput input(pData, nSize);
-    const Group group = MakeGroup();
+    const Group group = NewGroup();
     Entries entries;
     while (input.Left() != 0) {
         Step(input, *group, entries);
@@ -136,7 +132,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     const Bytes saved = SavedForm(*group);
     Require(Parse(saved) == entries, "a group is saved as it was filled");
 
-    const Group loaded = MakeGroup();
+    const Group loaded = NewGroup();
     const LoadingArchive archive(saved);
     Require(loaded->Serialize(archive.Get()) == 1, "what was saved loads");
     ReadAll(*loaded, entries);

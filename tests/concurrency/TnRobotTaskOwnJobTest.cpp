@@ -19,13 +19,7 @@ using namespace tntest;
 
 namespace {
 
-class TaskOwnJob : public ThreadTest {
-protected:
-    void TearDown() override {
-        EXPECT_EQ(RecordingRunner::Alive(), 0);
-        ThreadTest::TearDown();
-    }
-};
+class TaskOwnJob : public TaskPoolTest {};
 
 // A task whose job resets its own run event, which is how a job ends itself, and then works on until
 // the gate opens. Its later runs end themselves at once.

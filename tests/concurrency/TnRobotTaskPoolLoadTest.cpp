@@ -14,6 +14,7 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "support/objects/Held.h"
+#include "support/objects/TaskPools.h"
 #include "support/threads/StartGate.h"
 #include "support/threads/ThreadTest.h"
 
@@ -38,12 +39,6 @@ long long HeapInUse() {
     }
     const struct mallinfo2 info = mallinfo2();
     return static_cast<long long>(info.uordblks + info.hblkhd);
-}
-
-Held<ITnRobotTaskPool> MakePool() {
-    ITnRobotTaskPool* pPool = nullptr;
-    EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-    return Hold(pPool);
 }
 
 // Works once per run, as the standard runner does, and counts it.
@@ -97,12 +92,6 @@ Held<OnceRunner> MakeRunner(bool bUntilStopped = false) {
     return Hold(new OnceRunner(bUntilStopped));
 }
 
-Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
-    ITnRobotTask* pTask = nullptr;
-    EXPECT_TRUE(pool.CreateTask(pRunner, &pTask));
-    return Hold(pTask);
-}
-
 // The ways in which a run comes to its end.
 enum class Finish { kPoolStops, kCallerStops, kReleasedWhenDone, kReleasedAtOnce };
 
@@ -136,7 +125,7 @@ TEST_F(TaskPoolLoad, RunsEveryJobOnceAndKeepsItsMemory) {
     const int nCycles = IsFullSoak() ? 100000 : 2000;
     const int nWarmUp = nCycles / 10;
     Watchdog::Extend(IsFullSoak() ? 3600 : 280);
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const auto tasks = [this] { return NewThreads() - 1 - kThreads; };
     // Every task has been started, so each has its thread.
     const auto allIdle = [&] { return static_cast<int>(pool->GetTaskCount()) == tasks(); };
@@ -195,7 +184,7 @@ TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
                 for (int n = 0; n < kPools / kThreads; ++n) {
                     const Held<OnceRunner> runners[] = {MakeRunner(), MakeRunner(true), MakeRunner(), MakeRunner(),
                                                         MakeRunner()};
-                    Held<ITnRobotTaskPool> pool = MakePool();
+                    Held<ITnRobotTaskPool> pool = MakeTaskPool();
                     Held<ITnRobotTask> neverStarted = MakeTask(*pool, runners[0].get());
                     Held<ITnRobotTask> running = MakeTask(*pool, runners[1].get());
                     Held<ITnRobotTask> noticed = MakeTask(*pool, runners[2].get());
@@ -229,7 +218,7 @@ TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
 
 // Many callers share one pool, and each of them sees only its own tasks' work.
 TEST_F(TaskPoolLoad, ServesManyCallersAtOnce) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     std::vector<Caller> callers;
     for (int nCaller = 0; nCaller < 16; ++nCaller) {
         callers.emplace_back([&pool] {

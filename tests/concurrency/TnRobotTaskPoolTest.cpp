@@ -25,13 +25,7 @@ using Job = std::function<void(ITnRobotEvent*)>;
 
 constexpr int kPoolThread = 1;
 
-class TaskPool : public ThreadTest {
-protected:
-    void TearDown() override {
-        EXPECT_EQ(RecordingRunner::Alive(), 0);
-        ThreadTest::TearDown();
-    }
-};
+class TaskPool : public TaskPoolTest {};
 
 }  // namespace
 

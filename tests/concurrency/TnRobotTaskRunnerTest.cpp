@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "support/objects/Held.h"
+#include "support/objects/TaskPools.h"
 #include "support/threads/Gate.h"
 #include "support/threads/ThreadTest.h"
 
@@ -24,12 +25,6 @@ Held<ITnRobotTaskRunner> MakeRunner(const Job& job) {
 
 class TaskRunner : public ThreadTest {
 protected:
-    static Held<ITnRobotTaskPool> MakePool() {
-        ITnRobotTaskPool* pPool = nullptr;
-        EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-        return Hold(pPool);
-    }
-
     static Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, const Job& job) {
         const Held<ITnRobotTaskRunner> runner = MakeRunner(job);
         ITnRobotTask* pTask = nullptr;
@@ -110,7 +105,7 @@ TEST_F(TaskRunner, ACloneHasNoJob) {
 
 TEST_F(TaskRunner, ATaskCallsTheJobOncePerStart) {
     std::atomic<int> nCalls{0};
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) { ++nCalls; });
     for (int n = 1; n <= 10; ++n) {
         ASSERT_TRUE(task->Start());
@@ -123,7 +118,7 @@ TEST_F(TaskRunner, ATaskCallsTheJobOncePerStart) {
 // A job is run also when its stop comes at once: what was started has begun.
 TEST_F(TaskRunner, AStopRightAfterTheStartStillLetsTheJobRunOnce) {
     std::atomic<int> nCalls{0};
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) { ++nCalls; });
     for (int n = 1; n <= 200; ++n) {
         ASSERT_TRUE(task->Start());
@@ -135,7 +130,7 @@ TEST_F(TaskRunner, AStopRightAfterTheStartStillLetsTheJobRunOnce) {
 TEST_F(TaskRunner, TheJobSeesItsTaskBeingStopped) {
     std::atomic<bool> bRunning{false};
     std::atomic<bool> bSawStop{false};
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent* pRunEvent) {
         bRunning = pRunEvent->WaitEvent(0);
         bSawStop = Eventually([pRunEvent] { return !pRunEvent->WaitEvent(0); });
@@ -150,7 +145,7 @@ TEST_F(TaskRunner, TheJobSeesItsTaskBeingStopped) {
 TEST_F(TaskRunner, StartingARunningJobDoesNotRunItTwice) {
     std::atomic<int> nCalls{0};
     Gate gate;
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) {
         ++nCalls;
         gate.Pass();
@@ -167,7 +162,7 @@ TEST_F(TaskRunner, StartingARunningJobDoesNotRunItTwice) {
 
 TEST_F(TaskRunner, OneRunnerMayServeManyTasks) {
     std::atomic<int> nCalls{0};
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent*) { ++nCalls; });
     std::vector<Held<ITnRobotTask>> tasks;
     for (int n = 0; n < 4; ++n) {

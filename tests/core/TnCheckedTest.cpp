@@ -9,8 +9,10 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "core/TnSanitizer.h"
+#include "support/objects/Groups.h"
 #include "support/objects/Held.h"
 #include "support/objects/Memory.h"
+#include "support/objects/TaskPools.h"
 
 using namespace tntest;
 
@@ -35,12 +37,6 @@ std::string Stopped(const std::string& strClass, const std::string& strWhat) {
 /// What stops a use of memory that was hidden: AddressSanitizer at once, or the check later.
 std::string Written(const std::string& strClass) {
     return tnrobot::kHidesMemory ? "use-after-poison" : strClass + ": written to after its return to its pool";
-}
-
-HeldPool MakeCirclePool() {
-    ITnRobotMemoryBlockPool* pPool = nullptr;
-    TnCreateRobotCircleMemoryBlockPool(&pPool);
-    return HeldPool(pPool);
 }
 
 ITnRobotMemoryBlock* QueryBlock(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
@@ -75,18 +71,13 @@ struct SurfaceSource {
 
 /// A task and what it needs.
 struct TaskSource {
-    TaskSource() {
-        ITnRobotTaskPool* pPool = nullptr;
-        TnCreateRobotTaskPool(&pPool);
-        m_pool = Hold(pPool);
-    }
     ITnRobotTask* Query() const {
         ITnRobotTask* pTask = nullptr;
         m_pool->CreateTask(nullptr, &pTask);
         return pTask;
     }
 
-    Held<ITnRobotTaskPool> m_pool;
+    Held<ITnRobotTaskPool> m_pool = MakeTaskPool();
 };
 
 template <typename Interface>
@@ -166,8 +157,7 @@ TEST_F(CheckedDeathTest, AnyOtherCallOfADestroyedObject) {
 // The second base of an object has a table of its own.
 TEST_F(CheckedDeathTest, ACallOfADestroyedObjectThroughItsSecondBase) {
     const auto use = [] {
-        ITnRobotDataValueGroup* pGroup = nullptr;
-        TnCreateRobotValueDataGroup(&pGroup);
+        ITnRobotDataValueGroup* pGroup = NewGroup().release();
         ITnRobotSerialize* pSerialize = pGroup;
         pGroup->Release();
         pSerialize->Serialize(nullptr);
@@ -246,10 +236,7 @@ TEST_F(CheckedDeathTest, AnyOtherCallOfAFreeElement) {
 
 TEST_F(CheckedDeathTest, AReturnedValuePutIntoAGroup) {
     const auto use = [] {
-        Held<ITnRobotDataValueGroup> group;
-        ITnRobotDataValueGroup* pGroup = nullptr;
-        TnCreateRobotValueDataGroup(&pGroup);
-        group = Hold(pGroup);
+        const Group group = NewGroup();
         ITnRobotDataValue* pValue = MakeText("text");
         pValue->Release();
         group->SetValue("name", pValue);

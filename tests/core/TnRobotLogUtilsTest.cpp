@@ -34,9 +34,9 @@ void ExpectTranscript(const std::string& variant, const std::vector<std::string>
     EXPECT_EQ(result.nSignal, 0);
 }
 
-class LogUtilsSlotOrder : public ::testing::TestWithParam<const char*> {};
+class LogUtilsSlotOrder : public ::testing::TestWithParam<std::string> {};
 
-std::string VariantName(const ::testing::TestParamInfo<const char*>& variant) {
+std::string VariantName(const ::testing::TestParamInfo<std::string>& variant) {
     return variant.param;
 }
 
@@ -57,7 +57,7 @@ TEST_P(LogUtilsSlotOrder, ReachesTheLoggersOperations) {
                      "loaded 0\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(Loggers, LogUtilsSlotOrder, ::testing::Values("good", "foreign"), VariantName);
+INSTANTIATE_TEST_SUITE_P(Loggers, LogUtilsSlotOrder, ::testing::Values<std::string>("good", "foreign"), VariantName);
 
 TEST(LogUtils, LevelsAndParametersPassUntouched) {
     ExpectTranscript(

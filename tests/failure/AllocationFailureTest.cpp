@@ -109,7 +109,7 @@ long TryAndCompare(const AllocationCase& tried, Refuse eRefuse, long nFirst) {
 
 }  // namespace
 
-TEST_P(AllocationFailure, LeavesNothingBehindAndEverythingUsable) {
+TEST_P(AllocationFailure, LeavesNothingBehind) {
     ++g_totals.nScenarios;
     TryCase(GetParam(), Refuse::kOne, kNever);  // what is made once in a process comes first
     long nRefusedInAll = 0;

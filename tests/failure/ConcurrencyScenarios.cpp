@@ -15,6 +15,7 @@
 #include "support/fakes/TestSurfaces.h"
 #include "support/objects/Held.h"
 #include "support/objects/Memory.h"
+#include "support/objects/TaskPools.h"
 #include "support/threads/Gate.h"
 #include "support/threads/ThreadProbe.h"
 
@@ -57,12 +58,6 @@ private:
     std::atomic<int> m_nExecutions{0};
     std::atomic<int> m_nDoneAnswers{0};
 };
-
-Held<ITnRobotTaskPool> MakeTaskPool() {
-    ITnRobotTaskPool* pPool = nullptr;
-    EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-    return Hold(pPool);
-}
 
 class ThreadScenario : public AllocationScenario {
 public:

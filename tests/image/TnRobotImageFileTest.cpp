@@ -618,15 +618,18 @@ TEST_F(ImageFiles, ABmpOfAPaddedSurfaceIsSkewed) {
 
 TEST_F(ImageFiles, OtherFormatsSaveAsBmp) {
     const struct {
-        int nType;
+        ETnNLImageType eType;
         int nPitch;
         unsigned int nBits;
         std::uint32_t nEntries;
         std::size_t nRow;
-    } rows[] = {{3, 4, 8, 256, 4}, {7, 4, 8, 256, 4}, {9, 16, 32, 1, 16}, {8, 6, 0, 1, 0}};
+    } rows[] = {{TN_IMAGE_8BIT_3, 4, 8, 256, 4},
+                {TN_IMAGE_GRAY8, 4, 8, 256, 4},
+                {TN_IMAGE_BGRX32, 16, 32, 1, 16},
+                {TN_IMAGE_420, 6, 0, 1, 0}};
     for (const auto& row : rows) {
         const Bytes pixels = Counting(static_cast<std::size_t>(row.nPitch) * 2);
-        const auto surface = m_source.Filled(static_cast<ETnNLImageType>(row.nType), 4, 2, pixels);
+        const auto surface = m_source.Filled(row.eType, 4, 2, pixels);
         const std::string path = m_directory / "a.bmp";
         ASSERT_EQ(Utils::SaveImage(path.c_str(), surface.get()), 0);
         BmpFields f;
@@ -642,7 +645,7 @@ TEST_F(ImageFiles, OtherFormatsSaveAsBmp) {
             expected = expected + Bytes(4, static_cast<unsigned char>(i));
         }
         expected = expected + (row.nRow == 0 ? Bytes(pixels.size(), 0) : FlipRows(pixels, row.nRow));
-        EXPECT_EQ(ReadBytes(path), expected) << row.nType;
+        EXPECT_EQ(ReadBytes(path), expected) << row.eType;
     }
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "memory/IdlePools.h"
 #include "memory/TnRobotFixedMemBlockPool.h"
 #include "memory/TnRobotRandomMemBlockPool.h"
 #include "support/fakes/FailingNew.h"
@@ -20,12 +21,6 @@ namespace {
 
 constexpr unsigned int kUnit = 32768;
 constexpr unsigned int kMebibyte = 1048576;
-
-HeldPool MakePoolIdleAfter(double dSeconds) {
-    ITnRobotMemoryBlockPool* pPool = nullptr;
-    EXPECT_EQ(CTnRobotRandomMemBlockPool::CreateInstance(dSeconds, &pPool), 1);
-    return HeldPool(pPool);
-}
 
 Held<CTnRobotFixedMemBlockPool> MakeFixedPool() {
     CTnRobotFixedMemBlockPool* pPool = nullptr;
@@ -106,9 +101,7 @@ TEST(MemoryAllocation, AFixedPoolGivesEverythingBack) {
 
 TEST(MemoryAllocation, AGeneralPoolServesAgainAfterAFailure) {
     FailEveryAllocation([] {
-        ITnRobotMemoryBlockPool* pPool = nullptr;
-        TnCreateRobotMemoryBlockPool(&pPool);
-        const HeldPool pool(pPool);
+        const HeldPool pool = MakePool();
         for (const unsigned int nSize : {1U, 2 * kUnit, 3 * kUnit, 1U}) {
             Query(*pool, nSize);
         }
@@ -210,11 +203,9 @@ TEST(MemoryAllocation, AStreamKeepsWhatFoundRoom) {
 TEST(MemoryAllocation, AStreamGivesEverythingBack) {
     const std::vector<unsigned char> bytes(2 * kMebibyte + 5, 'x');
     FailEveryAllocation([&] {
-        ITnRobotMemoryBlockPool* pPool = nullptr;
-        TnCreateRobotMemoryBlockPool(&pPool);
-        const HeldPool pool(pPool);
+        const HeldPool pool = MakePool();
         ITnRobotMemDataStream* pStream = nullptr;
-        TnCreateRobotMemDataStream(pPool, &pStream);
+        TnCreateRobotMemDataStream(pool.get(), &pStream);
         const auto stream = Hold(pStream);
         stream->WriteData(bytes.data(), static_cast<unsigned int>(bytes.size()));
         ReadableBytes(*stream);

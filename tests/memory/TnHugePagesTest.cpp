@@ -17,6 +17,7 @@
 
 #include "TnRobotKernel/memory.h"
 #include "support/objects/Held.h"
+#include "support/objects/Memory.h"
 
 using namespace tntest;
 
@@ -111,9 +112,7 @@ TEST_F(LargeMapping, AskingForHugePagesLeavesTheErrorNumberAlone) {
 
 // The middle of the block, because its first bytes may lie before the first huge page.
 TEST_F(HugePages, AreAskedForInLargeBlocksOfAPool) {
-    ITnRobotMemoryBlockPool* pPool = nullptr;
-    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pPool), 1);
-    const auto pool = Hold(pPool);
+    const HeldPool pool = MakePool();
     ITnRobotMemoryBlock* pBlock = nullptr;
     ASSERT_EQ(pool->QueryMemBuff(12 * kHugePage, &pBlock), 1);
     const auto block = Hold(pBlock);

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "memory/IdlePools.h"
 #include "memory/TnRobotMemoryBlock.h"
 #include "memory/TnRobotRandomMemBlockPool.h"
 #include "support/objects/Memory.h"
@@ -18,12 +19,6 @@ using namespace tntest;
 namespace {
 
 constexpr unsigned int kUnit = 32768;
-
-HeldPool MakePoolIdleAfter(double dSeconds) {
-    ITnRobotMemoryBlockPool* pPool = nullptr;
-    EXPECT_EQ(CTnRobotRandomMemBlockPool::CreateInstance(dSeconds, &pPool), 1);
-    return HeldPool(pPool);
-}
 
 unsigned int CapacityOf(ITnRobotMemoryBlock& block) {
     return dynamic_cast<CTnRobotMemoryBlock&>(block).GetCapacity();

@@ -8,6 +8,7 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "support/objects/Held.h"
+#include "support/objects/Memory.h"
 
 using namespace tntest;
 
@@ -31,31 +32,21 @@ ITnRobotDataValue* MakeValue(int nValue) {
     return pValue;
 }
 
-ITnRobotMemoryBlockPool* MakePool() {
-    ITnRobotMemoryBlockPool* pPool = nullptr;
-    TnCreateRobotMemoryBlockPool(&pPool);
-    return pPool;
-}
-
-Held<ITnRobotMemoryBlock> Query(ITnRobotMemoryBlockPool& pool) {
-    ITnRobotMemoryBlock* pBlock = nullptr;
-    pool.QueryMemBuff(100, &pBlock);
-    return Hold(pBlock);
-}
+constexpr unsigned int kBlockBytes = 100;
 
 // A general pool with one block in use and one that lies free.
 void KeepAPool() {
-    ITnRobotMemoryBlockPool* pPool = MakePool();
-    Held<ITnRobotMemoryBlock> used = Query(*pPool);
-    Query(*pPool).reset();
+    ITnRobotMemoryBlockPool* pPool = MakePool().release();
+    Held<ITnRobotMemoryBlock> used = Query(*pPool, kBlockBytes);
+    Query(*pPool, kBlockBytes).reset();
     g_pKept[0] = pPool;
     g_pKept[1] = used.release();
 }
 
 // The pools go first, the objects that came from them later.
 void OutliveThePools() {
-    Held<ITnRobotMemoryBlockPool> pool = Hold(MakePool());
-    const Held<ITnRobotMemoryBlock> block = Query(*pool);
+    HeldPool pool = MakePool();
+    const Held<ITnRobotMemoryBlock> block = Query(*pool, kBlockBytes);
     ITnRobotSurfacePool* pSurfaces = nullptr;
     TnCreateRobotSurfacePool(pool.get(), &pSurfaces);
     ITnRobotSurface::STnSurfaceDesc desc{};

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "TnRobotKernel/core.h"
+#include "programs/LogFromThreads.h"
 
 namespace {
 
@@ -49,34 +50,18 @@ int CountHandles() {
 }
 
 void LogFromThreads() {
-    std::vector<std::thread> threads;
-    for (int nThread = 0; nThread < 4; ++nThread) {
-        threads.emplace_back([nThread] {
-            for (int nLine = 0; nLine < 100; ++nLine) {
-                TnRobotLogUtils::PrintLog(nThread, "thread %d line %d", nThread, nLine);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    tntest::LogFromThreads(4, 100, [](int nThread, int nLine) {
+        TnRobotLogUtils::PrintLog(nThread, "thread %d line %d", nThread, nLine);
+    });
 }
 
 // Many lines of one level that every logger keeps.
 constexpr int kFloodLevel = 2;
 
 void Flood(int nThreads, int nLines) {
-    std::vector<std::thread> threads;
-    for (int nThread = 0; nThread < nThreads; ++nThread) {
-        threads.emplace_back([nThread, nLines] {
-            for (int nLine = 0; nLine < nLines; ++nLine) {
-                TnRobotLogUtils::PrintLog(kFloodLevel, "thread %d line %d.", nThread, nLine);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    tntest::LogFromThreads(nThreads, nLines, [](int nThread, int nLine) {
+        TnRobotLogUtils::PrintLog(kFloodLevel, "thread %d line %d.", nThread, nLine);
+    });
 }
 
 // Lets threads run one round at a time; between two rounds all of them stand still.

@@ -18,6 +18,7 @@
 
 #include "TnRobotKernel/values.h"
 #include "support/objects/Archives.h"
+#include "support/objects/Memory.h"
 #include "support/objects/ValuePool.h"
 #include "support/objects/Values.h"
 #include "support/threads/StartGate.h"
@@ -273,9 +274,7 @@ TEST(CreateDataValues, ASecondShutDownDoesNothing) {
 }
 
 TEST(CreateDataValues, TakeAWholeStream) {
-    ITnRobotMemoryBlockPool* pPool = nullptr;
-    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pPool), 1);
-    Held<ITnRobotMemoryBlockPool> blocks(pPool);
+    const HeldPool blocks = MakePool();
     for (std::size_t nLength : {0U, 1U, 1048575U, 1048576U, 1048577U, 2500000U}) {
         ITnRobotMemDataStream* pStream = nullptr;
         ASSERT_EQ(TnCreateRobotMemDataStream(blocks.get(), &pStream), 1);

@@ -534,7 +534,7 @@ TEST(DataValueGroupWithoutPool, ValuesItHoldsAloneAreCleared) {
     int nError = 77;
     EXPECT_EQ(group->IntData("a", &nError), 0);
     EXPECT_EQ(nError, -1);
-    EXPECT_EQ(SavedFormOf(*group), U8(1) + U32(1) + SavedString("a") + SavedValue(0, {}));
+    EXPECT_EQ(SavedFormOf(*group), U8(1) + U32(1) + SavedString("a") + SavedValue(DATA_TYPE_NONE, {}));
 }
 
 TEST(DataValueGroupWithoutPool, CopiesHaveEntriesWithoutValues) {
@@ -561,7 +561,7 @@ TEST(DataValueGroupWithoutPool, CopiesHaveEntriesWithoutValues) {
         // A copy of a copy, and the saved form, have the entry too.
         Group second(pGroup->Clone());
         EXPECT_EQ(EntriesOf(*second), EntriesOf(*pGroup));
-        EXPECT_EQ(SavedFormOf(*pGroup), U8(1) + U32(1) + SavedString("a") + SavedValue(0, {}));
+        EXPECT_EQ(SavedFormOf(*pGroup), U8(1) + U32(1) + SavedString("a") + SavedValue(DATA_TYPE_NONE, {}));
     }
     TnRobotUtils::Init();
     EXPECT_EQ(clone->SetValue("a", 7), 0);

@@ -10,6 +10,7 @@
 
 #include "support/objects/Archives.h"
 #include "support/objects/Groups.h"
+#include "support/objects/Memory.h"
 #include "support/objects/ValuePool.h"
 #include "support/objects/Values.h"
 #include "support/processes/Sanitizers.h"
@@ -99,9 +100,7 @@ TEST(DataValueObject, ResetFromANullStreamChangesNothing) {
 }
 
 TEST(DataValueObject, ResetFromAStreamTakesItsBytes) {
-    ITnRobotMemoryBlockPool* pBlocks = nullptr;
-    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pBlocks), 1);
-    Held<ITnRobotMemoryBlockPool> blocks(pBlocks);
+    const HeldPool blocks = MakePool();
     ITnRobotMemDataStream* pStream = nullptr;
     ASSERT_EQ(TnCreateRobotMemDataStream(blocks.get(), &pStream), 1);
     Held<ITnRobotMemDataStream> stream(pStream);

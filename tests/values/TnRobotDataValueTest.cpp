@@ -204,7 +204,7 @@ TEST(DataValue, ClearedHoldsNothing) {
         EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE) << sample.lpszName;
         EXPECT_EQ(ReadAs(*value, sample.eType).nError, -1) << sample.lpszName;
         EXPECT_EQ(TextOf(*value), "") << sample.lpszName;
-        EXPECT_EQ(SavedFormOf(*value), SavedValue(0, {})) << sample.lpszName;
+        EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_NONE, {})) << sample.lpszName;
     }
 }
 
@@ -301,7 +301,7 @@ TEST(DataValue, AnEmptyValueCopies) {
     copy->Copy(source.get());
     EXPECT_EQ(copy->GetDataValueType(), DATA_TYPE_NONE);
     EXPECT_EQ(TextOf(*copy), "");
-    EXPECT_EQ(SavedFormOf(*copy), SavedValue(0, {}));
+    EXPECT_EQ(SavedFormOf(*copy), SavedValue(DATA_TYPE_NONE, {}));
 }
 
 TEST(DataValue, AnEmptyBlockCopies) {

@@ -19,6 +19,12 @@ inline HeldPool MakePool() {
     return HeldPool(pPool);
 }
 
+inline HeldPool MakeCirclePool() {
+    ITnRobotMemoryBlockPool* pPool = nullptr;
+    TnCreateRobotCircleMemoryBlockPool(&pPool);
+    return HeldPool(pPool);
+}
+
 /// @return null when the pool refuses.
 inline HeldBlock Query(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
     ITnRobotMemoryBlock* pBlock = nullptr;

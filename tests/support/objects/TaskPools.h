@@ -10,8 +10,18 @@
 #include "support/objects/Held.h"
 #include "support/threads/Gate.h"
 #include "support/threads/ThreadProbe.h"
+#include "support/threads/ThreadTest.h"
 
 namespace tntest {
+
+/// For tests whose runners are RecordingRunners: none may be left.
+class TaskPoolTest : public ThreadTest {
+protected:
+    void TearDown() override {
+        EXPECT_EQ(RecordingRunner::Alive(), 0);
+        ThreadTest::TearDown();
+    }
+};
 
 inline Held<ITnRobotTaskPool> MakeTaskPool() {
     ITnRobotTaskPool* pPool = nullptr;
