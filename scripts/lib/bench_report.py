@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Turns benchmark results into the tables of docs/performance.md.
+"""Turns benchmark results into a report of everything, and into the page docs/performance.md.
 
-    bench_report.py --targets bench/targets.json [--partial] [--output FILE] RESULT.json...
+    bench_report.py --targets bench/targets.json [--partial] [--output FILE] [--page FILE] RESULT.json...
 
 Each RESULT is what one program printed with --benchmark_format=json; several files with one title
 are parts of one section. Names follow Case/party[/parameter...]: the party "ours" is compared with
@@ -9,8 +9,9 @@ every other party of the same case and parameters. Times are medians of all repe
 is that of two medians. Cases whose names begin with "Scaling" end in a size; they are told by the
 time of one element.
 
-The output file is written as a whole; without one the report goes to standard output. A target whose
-case does not appear is an error, unless the results are said to be partial or its peer is missing.
+The report goes to the output file, or to standard output without one. The page holds what a person
+wants to read of it: the cases with a target, what was missed and why, and a few plots. A target whose case
+does not appear is an error, unless the results are said to be partial or its peer is missing.
 """
 
 import argparse
@@ -30,6 +31,12 @@ RUN_SETTINGS = re.compile(r"^(real_time|process_time|manual_time|(repeats|iterat
 FRAMEWORK_FIELDS = {
     "family_index", "per_family_instance_index", "repetitions", "repetition_index", "threads",
     "iterations", "real_time", "cpu_time", "bytes_per_second", "items_per_second",
+}
+# The plots that the page shows; bench_plots.py draws all of them beside the report.
+PAGE_PLOTS = {
+    "ScalingLiveBlocks": "Memory blocks: the more are alive, the more one costs to take and return.",
+    "ScalingGroupGet": "Groups: looking a name up among more and more of them.",
+    "ScalingArchiveLoad": "Archive: loading longer and longer values.",
 }
 # Counters of scaling cases, which have columns of their own.
 SCALING_FIELDS = {"elements", "peak_MiB"}
@@ -155,7 +162,7 @@ class Targets:
         self.unused = set(self.limits)
         self.missed = []
 
-    def cells(self, kind, case, name, value):
+    def cells(self, kind, case, name, value, cpu=None):
         """The two last cells of a row: the target, and whether it is met."""
         key = (kind, case, name)
         if key not in self.limits:
@@ -163,8 +170,11 @@ class Targets:
         self.unused.discard(key)
         limit = self.limits[key]
         if value > limit:
-            reason = f". {self.reasons[key]}" if self.reasons[key] else ""
-            self.missed.append(f"{case} ({name}): {number(value)}, at most {number(limit)}{reason}")
+            reason = self.reasons[key]
+            if not reason and cpu is not None and cpu <= limit:
+                reason = f"In the processor's own time it is {number(cpu)}."
+            reason = reason or "Not explained yet."
+            self.missed.append(f"{case} ({name}): {number(value)}, at most {number(limit)}. {reason}")
         return [f"≤ {number(limit)}", "yes" if value <= limit else "**no**"]
 
     def without_result(self, programs):
@@ -201,7 +211,7 @@ def ratio_rows(program, targets):
                          duration(program.median_time(case, peer)), number(ratio),
                          f"{number(min(ratios))} to {number(max(ratios))}" if len(ratios) > 1 else "",
                          number(cpu) if cpu is not None else ""]
-                        + targets.cells("ratios", case, peer, ratio))
+                        + targets.cells("ratios", case, peer, ratio, cpu))
     return rows
 
 
@@ -275,6 +285,11 @@ def cpu_model():
     return platform.machine()
 
 
+def machine(compilers):
+    return ", ".join([f"{cpu_model()} with {os.cpu_count()} cores", f"{platform.system()} {platform.release()}",
+                      " ".join(platform.libc_ver()), *sorted(compilers)])
+
+
 def machine_section(compilers):
     libc = " ".join(platform.libc_ver())
     return ["| | |", "| --- | --- |",
@@ -301,10 +316,66 @@ def load(paths):
     return programs, compilers
 
 
-def report(paths, targets, partial):
-    programs, compilers = load(paths)
+def target_cells(program, targets):
+    """{case: [ratio or counter with its target]} for what has a target, in the order of the program."""
+    cells = {}
+    for kind, case, name in targets.limits:
+        limit = targets.limits[kind, case, name]
+        if kind == "ratios" and (case, OURS) in program.times and (case, name) in program.times:
+            value, label = program.ratio(case, name), name
+        elif kind == "counters" and name in program.counters.get((case, OURS), {}):
+            value, label = statistics.median(program.counters[case, OURS][name]), name
+        elif kind == "scaling" and case in program.scaling_cases():
+            sizes = program.scaling_cases()[case]
+            value = growth([program.per_element(sized, OURS) / program.per_element(sized, name) for sized in sizes])
+            label = f"growth beside {name}"
+        else:
+            continue
+        shown = number(value) if value <= limit else f"**{number(value)}**"
+        cells.setdefault(case, []).append(f"{label} {shown} (≤ {number(limit)})")
+    order = {case: place for place, case in enumerate(program.cases())}
+    return dict(sorted(cells.items(), key=lambda item: order.get(item[0], len(order))))
+
+
+def page_rows(program, targets):
+    rows = []
+    for case, cells in target_cells(program, targets).items():
+        timed = any(kind == "ratios" and case == known for kind, known, _ in targets.limits)
+        rows.append([program.area, case, duration(program.median_time(case, OURS)) if timed else "", "; ".join(cells)])
+    return rows
+
+
+def page(programs, compilers, targets):
+    """What is kept: targets, ratios, what was missed and why, three plots."""
+    met = len(targets.limits) - len(targets.unused) - len(targets.missed)
     lines = ["# Performance", "",
-             "Written by `scripts/bench.sh`; do not edit. Each program measures our times beside those of",
+             "How fast the library is beside others that do the same, in the cases for which",
+             "`bench/targets.json` sets a target. Written by `scripts/bench.sh`, which leaves all else that it",
+             "measures (every case, repetitions, processor times, all plots) in `build/bench/report`.", "",
+             "A ratio is our time divided by the other's: below 1 we are faster. All parties of a case run in one",
+             "process and take turns, with a second thread alive; times are medians of one operation. Names that begin",
+             "with `floor` or `limit` are no products but what cannot be undercut: a hand-written program of the same",
+             "locks and copies, or what the system itself needs. Growth is how much more one element costs at most",
+             "than at some smaller size, as a ratio to the peer. Numbers in bold miss their target.", ""]
+    dates = sorted(program.date[:10] for program in programs.values())
+    peers = sorted({peer.strip() for program in programs.values()
+                    for peer in program.peers_present.split(";") if peer.strip()})
+    measured = " to ".join(sorted({dates[0], dates[-1]}))
+    lines += [f"{met} of {met + len(targets.missed)} targets are met. Measured {measured} on {machine(compilers)};",
+              f"beside {', '.join(peers)}.", ""]
+    lines += table(["Area", "Case", "Ours", "Ratio to others, or counter, and its target"],
+                   [row for program in programs.values() for row in page_rows(program, targets)])
+    lines += ["## What was missed, and why", ""]
+    lines += [f"- {text}" for text in targets.missed] or ["Nothing."]
+    lines += ["", "## How it grows", ""]
+    for case, text in PAGE_PLOTS.items():
+        lines += [f"![{text}](plots/{case}.svg)", ""]
+    return "\n".join(lines).rstrip("\n") + "\n"
+
+
+def report(programs, compilers, targets, partial):
+    lines = ["# Performance", "",
+             "Written by `scripts/bench.sh`. Each program measures our times beside those of",
              "peers in one process, all parties in turns, with a second thread alive; times are medians of one",
              "operation, with two threads the wall time divided by the operations of both. A ratio is our time",
              "divided by the other's, so smaller is better; \"Repetitions\" is the range it had in them, and \"CPU\"",
@@ -326,15 +397,22 @@ def main():
     parser = argparse.ArgumentParser(description="Writes a report of benchmark results.")
     parser.add_argument("--targets", required=True, help="JSON table of ratios and counters to reach")
     parser.add_argument("--partial", action="store_true", help="targets without a result are no error")
-    parser.add_argument("--output", help="file to write; standard output without it")
+    parser.add_argument("--output", help="where the report goes; standard output without it")
+    parser.add_argument("--page", help="where the page goes; none is written without it")
     parser.add_argument("results", nargs="+", help="JSON results of the benchmark programs")
     arguments = parser.parse_args()
     try:
-        text = report(arguments.results, Targets(arguments.targets), arguments.partial)
+        programs, compilers = load(arguments.results)
+        targets = Targets(arguments.targets)
+        text = report(programs, compilers, targets, arguments.partial)
+        short = page(programs, compilers, targets)
     except (ReportError, KeyError, json.JSONDecodeError) as error:
         print(f"bench_report: {error!r}" if isinstance(error, KeyError) else f"bench_report: {error}",
               file=sys.stderr)
         return 1
+    if arguments.page:
+        with open(arguments.page, "w", encoding="utf-8") as file:
+            file.write(short)
     if arguments.output:
         with open(arguments.output, "w", encoding="utf-8") as file:
             file.write(text)
