@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Looks for relative links that lead nowhere: check_links.py PATH...
 
-A .md file is read as Markdown, a directory as a site of HTML files. Headings and anchors count.
+A .md file is read as Markdown, a directory as a site of HTML files. Headings and anchors count. So do
+files of the repository that a text names without a link, like `src/CMakeLists.txt`.
 Links to other hosts are not followed.
 """
 
@@ -14,6 +15,7 @@ import urllib.parse
 import docs_markdown
 
 INLINE_CODE = re.compile(r"`[^`]*`")
+PATH = re.compile(r"`((?:abi|bench|cmake|docs|examples|fuzz|include|logger|packaging|scripts|src|tests|tools)/[\w./-]+)`")
 LINK = re.compile(r"\[(?:[^\]]*)\]\(([^)\s]+)\)")
 
 
@@ -38,6 +40,13 @@ def markdown_links(file):
     for number, line in markdown_lines(file):
         text = INLINE_CODE.sub("code", line)
         for match in LINK.finditer(text):
+            yield "%s:%d" % (file, number), match[1]
+
+
+def markdown_paths(file):
+    """Files and directories of the repository that the text names as code."""
+    for number, line in markdown_lines(file):
+        for match in PATH.finditer(line):
             yield "%s:%d" % (file, number), match[1]
 
 
@@ -86,6 +95,10 @@ class Checker:
     def check_markdown(self, file):
         for place, link in markdown_links(file):
             self.check(file, place, link)
+        for place, path in markdown_paths(file):
+            self.count += 1
+            if not os.path.exists(path):
+                self.broken.append("%s: %s is not there" % (place, path))
 
     def check_site(self, directory):
         for folder, _, names in os.walk(directory):
