@@ -118,6 +118,7 @@ private:
     bool _DropLeftIfHeld();
     bool _TakeBackLeft();
     int _GiveUp(std::unique_lock<std::mutex> control, int nLeft);
+    int _FollowFall(int nBefore, ITnRobotTaskParent* pParent);
     std::unique_lock<std::mutex> _LockParent();
     bool _NotifyParent();
     void _OnTaskWork();

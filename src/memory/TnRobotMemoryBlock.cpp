@@ -3,6 +3,7 @@
 #include <typeinfo>
 
 #include "core/TnChecked.h"
+#include "core/TnCounting.h"
 
 ITnRobotMemoryBlock::~ITnRobotMemoryBlock() = default;
 ITnRobotMemoryBlockParent::~ITnRobotMemoryBlockParent() = default;
@@ -23,20 +24,14 @@ CTnRobotMemoryBlock::~CTnRobotMemoryBlock() {
 // pool lets the block go in between, the count has changed, the exchange fails and both are read
 // again.
 int CTnRobotMemoryBlock::Release() {
-    int nBefore = m_nRefCount.load();
+    int nBefore = 0;
     ITnRobotMemoryBlockParent* pParent = nullptr;
-    do {
+    tnrobot::ChangeCountIf(m_nRefCount, -1, nBefore, [&](int /*nCount*/) {
         pParent = m_pParent.load();
-    } while (!m_nRefCount.compare_exchange_weak(nBefore, nBefore - 1));
-    if (nBefore == 2 && pParent != nullptr) {
-        pParent->RecoveryMemBuff(this);
-    } else if (nBefore <= 1) {
-        tnrobot::CheckRelease(this, nBefore);
-        if (nBefore == 1) {
-            tnrobot::Destroy(this);
-        }
-    }
-    return nBefore - 1;
+        return true;
+    });
+    return tnrobot::FollowFall(this, nBefore, pParent,
+                               [this](ITnRobotMemoryBlockParent& parent) { parent.RecoveryMemBuff(this); });
 }
 
 // The extra reference keeps every holder from taking the count from 2 to 1 while the parent is

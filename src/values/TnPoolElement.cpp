@@ -1,5 +1,6 @@
 #include "TnRobotKernel/pool.h"
 #include "core/TnChecked.h"
+#include "core/TnCounting.h"
 
 ITnPoolUnknown::~ITnPoolUnknown() = default;
 ITnPoolElement::~ITnPoolElement() = default;
@@ -10,19 +11,12 @@ ITnElementAlloc::~ITnElementAlloc() = default;
 // last holder's decrement, which every other holder's comes before.
 int ITnPoolElement::Release() {
     ITnPoolUnknown* pParent = m_pParent;
-    const int nBefore = m_nRefCount.fetch_sub(1);
-    if (nBefore == 2 && pParent != nullptr) {
+    return tnrobot::FollowFall(this, m_nRefCount.fetch_sub(1), pParent, [this](ITnPoolUnknown& parent) {
         if constexpr (tnrobot::kChecked) {
-            tnrobot::checked::SetFree(this, pParent);
+            tnrobot::checked::SetFree(this, &parent);
         }
-        pParent->RecoveryResource(this);
-    } else if (nBefore <= 1) {
-        tnrobot::CheckRelease(this, nBefore);
-        if (nBefore == 1) {
-            tnrobot::Destroy(this);
-        }
-    }
-    return nBefore - 1;
+        parent.RecoveryResource(this);
+    });
 }
 
 // Losing the parent is the last thing that happens to an element before it lies free, getting one
