@@ -1,5 +1,6 @@
 #include "values/TnRobotDataValuePool.h"
 
+#include <atomic>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -12,6 +13,10 @@ namespace {
 
 // What is copied while the pool is locked is copied at everybody's cost.
 constexpr unsigned int kMostCopiedLocked = 4096;
+
+// Set at load and cleared at unload, while any thread may read it. Release and acquire suffice: all
+// that the pointer publishes is the pool as it was made.
+std::atomic<CTnRobotDataValuePool*> g_pDataValuePool{nullptr};
 
 void Initialise(CTnRobotDataValue& value, const STnDataValueParam& param) {
     if (param.m_pStream != nullptr) {
@@ -44,6 +49,20 @@ void CTnRobotDataValueEleAlloc::SetElementParam(ITnPoolElement* pElement, void* 
         }
         Initialise(value, *static_cast<const STnDataValueParam*>(pParam));
     }
+}
+
+CTnRobotDataValuePool* TnQueryDataValuePool() {
+    return g_pDataValuePool.load(std::memory_order_acquire);
+}
+
+void CTnRobotDataValuePool::MakeProcessWide() {
+    if (TnQueryDataValuePool() == nullptr) {
+        g_pDataValuePool.store(tnrobot::Watch(new CTnRobotDataValuePool), std::memory_order_release);
+    }
+}
+
+void CTnRobotDataValuePool::DestroyProcessWide() {
+    delete g_pDataValuePool.exchange(nullptr, std::memory_order_acq_rel);
 }
 
 CTnRobotDataValuePool::CTnRobotDataValuePool() {

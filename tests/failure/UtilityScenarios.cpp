@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "TnRobotKernel/utilities.h"
-#include "core/TnRobotDirectories.h"
 #include "failure/AllocationScenario.h"
 #include "support/Bytes.h"
 #include "support/FileBytes.h"
 #include "support/TempDirectory.h"
+#include "utils/TnRobotDirectories.h"
 
 namespace tntest {
 
