@@ -17,14 +17,15 @@ import tempfile
 
 # A folder and those that it may use. No folder may be used by one that stands above it.
 LAYERS = {
-    "core": [],
-    "memory": ["core"],
-    "values": ["core", "memory"],
-    "archive": ["core", "memory", "values"],
-    "image": ["core", "memory", "values"],
-    "concurrency": ["core"],
-    "utils": ["core"],
-    "library": ["core", "memory", "values", "archive", "image", "concurrency", "utils"],
+    "checked": [],
+    "core": ["checked"],
+    "memory": ["checked", "core"],
+    "values": ["checked", "core", "memory"],
+    "archive": ["checked", "core", "memory", "values"],
+    "image": ["checked", "core", "memory", "values"],
+    "concurrency": ["checked", "core"],
+    "utils": ["checked", "core"],
+    "library": ["checked", "core", "memory", "values", "archive", "image", "concurrency", "utils"],
 }
 
 # What owns a name, in nm's letters: code, data, read-only data and zeros. Weak ones (inline functions,

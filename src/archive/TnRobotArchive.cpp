@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnReadStep.h"
 
 namespace {

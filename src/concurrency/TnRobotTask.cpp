@@ -3,9 +3,9 @@
 #include <new>
 #include <utility>
 
+#include "checked/TnChecked.h"
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotManualEvent.h"
-#include "core/TnChecked.h"
 #include "core/TnCounting.h"
 #include "core/TnCreateInstance.h"
 
@@ -221,7 +221,7 @@ bool CTnRobotTask::BindRunner(ITnRobotTaskRunner* pRunner) {
 // waits for the job: it is told that nothing was started. So is who has inherited a task: its worker
 // is not here. Everybody else lets a run whose event is reset come to its end first, whoever reset it.
 bool CTnRobotTask::Start() {
-    tnrobot::CheckInUse(this, m_nRefCount);
+    tnrobot::CheckUsed(this, m_nRefCount);
     if (IsInherited() && m_pWorker) {
         return false;
     }

@@ -4,9 +4,9 @@
 #include <memory>
 #include <utility>
 
+#include "checked/TnChecked.h"
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotTaskRunner.h"
-#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotTaskPool::~ITnRobotTaskPool() = default;
@@ -107,9 +107,7 @@ CTnRobotTask* CTnRobotTaskPool::_TakeTask() {
     }
     m_idleTasks.PopFront();
     pTask->SetIdle(false);
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::ClearFree(pTask);
-    }
+    tnrobot::NoteTaken(pTask);
     _SetIdleCount();
     return pTask;
 }
@@ -148,17 +146,13 @@ void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
     m_idleTasks.Reserve(m_idleTasks.Size() + 1);  // only a stranger's task finds no room
     m_idleTasks.PushBack(pPooled);
     pPooled->SetIdle(true);
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::SetFree(pPooled, this);
-    }
+    tnrobot::NoteFreed(pPooled, this);
     _SetIdleCount();
 }
 
 void CTnRobotTaskPool::_SetIdleCount() {
     m_nIdleTasks.store(static_cast<unsigned int>(m_idleTasks.Size()));
-    if constexpr (tnrobot::kChecked) {
-        _CheckInvariants();
-    }
+    tnrobot::IfChecked([this] { _CheckInvariants(); });
 }
 
 // The notification queue while a notice is added to it. It goes back whatever happens, since the

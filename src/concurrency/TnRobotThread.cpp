@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "checked/TnChecked.h"
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotManualEvent.h"
-#include "core/TnChecked.h"
 #include "core/TnCounting.h"
 #include "core/TnCreateInstance.h"
 

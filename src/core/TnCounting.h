@@ -5,7 +5,7 @@
 
 #include <atomic>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 
 namespace tnrobot {
 

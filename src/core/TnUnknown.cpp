@@ -1,11 +1,9 @@
 #include "TnRobotKernel/core.h"
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCounting.h"
 
 ITnUnknown::~ITnUnknown() {
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::Leave(this);
-    }
+    tnrobot::Unwatch(this);
 }
 
 void ITnUnknown::AddRef() {

@@ -6,8 +6,8 @@
 #include <ios>
 
 #include "TnRobotKernel/utilities.h"
+#include "checked/TnChecked.h"
 #include "concurrency/TnWorker.h"
-#include "core/TnChecked.h"
 #include "core/TnFork.h"
 #include "utils/TnRobotDirectories.h"
 #include "values/TnRobotDataValuePool.h"
@@ -34,10 +34,7 @@ void library_init() {
 void library_cleanup() {
     tnrobot::Worker::JoinLast();
     TnRobotUtils::Destroy();
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::ReportLiveObjects();
-        tnrobot::checked::EmptyQuarantine();
-    }
+    tnrobot::EndChecks();
 }
 
 struct LibraryHooks {

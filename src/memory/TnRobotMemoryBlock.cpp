@@ -1,8 +1,6 @@
 #include "memory/TnRobotMemoryBlock.h"
 
-#include <typeinfo>
-
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCounting.h"
 
 ITnRobotMemoryBlock::~ITnRobotMemoryBlock() = default;
@@ -61,7 +59,7 @@ bool CTnRobotMemoryBlock::LetGo() {
 }
 
 unsigned char* CTnRobotMemoryBlock::QueryMemory(unsigned int& nSize) {
-    tnrobot::CheckInUse(this, m_nRefCount);
+    tnrobot::CheckUsed(this, m_nRefCount);
     nSize = m_nUsedSize;
     return m_pData;
 }
@@ -102,22 +100,4 @@ void CTnRobotMemoryBlock::UpdateRecoveryTime() {
 
 CTnRobotMemoryBlock::TimePoint CTnRobotMemoryBlock::GetRecoveryTime() const {
     return m_recoveryTime;
-}
-
-const unsigned char* CTnRobotMemoryBlock::HideContent(const ITnUnknown* pPool) {
-    if constexpr (tnrobot::kChecked) {
-        if (m_nRefCount.load() == 1 && tnrobot::checked::SetFree(this, pPool)) {
-            tnrobot::checked::HideMemory(m_pData, m_nCapacity);
-            return m_pData;
-        }
-    }
-    return nullptr;
-}
-
-void CTnRobotMemoryBlock::ShowContent() {
-    if constexpr (tnrobot::kChecked) {
-        if (tnrobot::checked::ClearFree(this)) {
-            tnrobot::checked::ShowMemory(m_pData, m_nCapacity, typeid(*this));
-        }
-    }
 }

@@ -1,5 +1,7 @@
+#include <utility>
+
 #include "TnRobotKernel/pool.h"
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCounting.h"
 
 ITnPoolUnknown::~ITnPoolUnknown() = default;
@@ -11,24 +13,17 @@ ITnElementAlloc::~ITnElementAlloc() = default;
 // last holder's decrement, which every other holder's comes before.
 int ITnPoolElement::Release() {
     ITnPoolUnknown* pParent = m_pParent;
-    return tnrobot::FollowFall(this, m_nRefCount.fetch_sub(1), pParent, [this](ITnPoolUnknown& parent) {
-        if constexpr (tnrobot::kChecked) {
-            tnrobot::checked::SetFree(this, &parent);
-        }
-        parent.RecoveryResource(this);
-    });
+    return tnrobot::FollowFall(this, m_nRefCount.fetch_sub(1), pParent,
+                               [this](ITnPoolUnknown& parent) { parent.RecoveryResource(this); });
 }
 
 // Losing the parent is the last thing that happens to an element before it lies free, getting one
-// the last before it is in use. What the pool itself looks at in between stays in sight.
+// the last before it is in use. What the pool itself looks at meanwhile stays in sight.
 void ITnPoolElement::SetParent(ITnPoolUnknown* pParent) {
-    m_pParent = pParent;
-    if constexpr (tnrobot::kChecked) {
-        if (pParent == nullptr) {
-            tnrobot::checked::HideBody(this, sizeof(ITnPoolElement));
-        } else {
-            tnrobot::checked::ShowBody(this);
-            tnrobot::checked::ClearFree(this);
-        }
+    const ITnPoolUnknown* const pBefore = std::exchange(m_pParent, pParent);
+    if (pParent != nullptr) {
+        tnrobot::NoteTaken(this);
+    } else if (pBefore != nullptr) {
+        tnrobot::NoteFreed(this, m_nRefCount, pBefore, sizeof(ITnPoolElement));
     }
 }

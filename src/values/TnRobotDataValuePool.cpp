@@ -6,7 +6,7 @@
 #include <new>
 #include <typeinfo>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "values/TnRobotDataValue.h"
 
 namespace {
@@ -41,11 +41,8 @@ void CTnRobotDataValueEleAlloc::SetElementParam(ITnPoolElement* pElement, void* 
     // The class is final, so comparing the type says as much as a checked cast and costs less.
     if (pParam != nullptr && pElement != nullptr && typeid(*pElement) == typeid(CTnRobotDataValue)) {
         auto& value = static_cast<CTnRobotDataValue&>(*pElement);
-        if constexpr (tnrobot::kChecked) {
-            if (tnrobot::checked::IsFree(&value)) {
-                tnrobot::checked::ShowBody(&value);
-                value.CheckIdleInvariants();
-            }
+        if (tnrobot::NoteTaken(&value)) {
+            value.CheckIdleInvariants();
         }
         Initialise(value, *static_cast<const STnDataValueParam*>(pParam));
     }
