@@ -97,7 +97,7 @@ public:
     bool IsIdle() const { return m_bIdle; }
 
 private:
-    enum ETnTaskState : int {
+    enum TaskState : int {
         TASK_STOPPED = 0,      ///< the worker is not in the runner
         TASK_RUNNING = 1,      ///< it is, from before Init until after ClearResource
         TASK_NOT_STARTED = 2,  ///< there is no worker yet, or no more

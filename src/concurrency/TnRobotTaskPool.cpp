@@ -190,7 +190,7 @@ void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
         return;
     }
     const QueueLoan queue(*this);
-    STnStopNotice& notice = queue->emplace_back();
+    StopNotice& notice = queue->emplace_back();
     auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask);
     if (pPooled == nullptr) {
         notice.m_task = tnrobot::Ref<ITnRobotTask>::Share(pTask);
@@ -217,7 +217,7 @@ std::unique_ptr<CTnRobotTaskPool::NotifyQueue> CTnRobotTaskPool::_TakeNotices() 
 
 // The run that a notice is about may be over long since, and its reference the last one to a task
 // that runs again: then the worker gives the task back, because others wait to be stopped here.
-void CTnRobotTaskPool::_Obey(STnStopNotice notice) {
+void CTnRobotTaskPool::_Obey(StopNotice notice) {
     if (auto* pPooled = dynamic_cast<CTnRobotTask*>(notice.m_task.Get())) {
         pPooled->StopRun(notice.m_nRun);
         notice.m_task.Detach();
@@ -235,7 +235,7 @@ void CTnRobotTaskPool::_OnThreadPoolWork() {
             tnrobot::PollSleep();
             continue;
         }
-        STnStopNotice notice = std::move(notices->front());
+        StopNotice notice = std::move(notices->front());
         notices->pop_front();
         _Obey(std::move(notice));
     }

@@ -156,7 +156,7 @@ bool CTnRobotThread::_AwaitAnswer(Answer answer) const {
     return bAnswered;
 }
 
-void CTnRobotThread::_PollState(ETnThreadState eState) const {
+void CTnRobotThread::_PollState(ThreadState eState) const {
     tnrobot::PollUntil([this, eState] { return m_state.load() == eState; });
 }
 
