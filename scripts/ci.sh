@@ -27,6 +27,7 @@ steps=(
     "packages      $packages"
     "examples      $examples"
     "abi           scripts/check_abi.sh"
+    "layers        scripts/lib/check_layers.py src build/abi/src/CMakeFiles/tnrobot_objects.dir"
     "asan          scripts/test.sh asan"
     "tsan          scripts/test.sh tsan"
     "soak-tsan     scripts/soak.sh 0.25 tsan"

@@ -28,7 +28,7 @@ void ObjectWatcher::Tell(const CTnRobotObject* pObject) noexcept {
     }
     const auto lock = LockObjects();
     for (ObjectWatcher* p = g_pWatchers; p != nullptr; p = p->m_pNext) {
-        p->ObjectGone(pObject);
+        p->_ObjectGone(pObject);
     }
 }
 
