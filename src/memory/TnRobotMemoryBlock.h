@@ -57,6 +57,8 @@ public:
     /// @return false, with nothing changed, when the last holder is just returning the block.
     bool LetGo();
 
+    // Relaxed suffices: the pool is not looked into. It has set itself as the parent before any of its
+    // lists has the block, and clears it under its own lock; another pool's block never names this one.
     bool IsOf(const ITnRobotMemoryBlockParent* pParent) const {
         return m_pParent.load(std::memory_order_relaxed) == pParent;
     }
