@@ -1,6 +1,6 @@
 // What the benchmark programs share.
 //
-// Names follow one pattern, by which scripts/bench_report.py pairs them:
+// Names follow one pattern, by which scripts/lib/bench_report.py pairs them:
 //   Case/party[/parameter...]
 // The party "ours" is compared with every other party of the same case and parameters. Parties whose
 // names begin with "floor" or "limit" are no products but what cannot be undercut: a hand-written

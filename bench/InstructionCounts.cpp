@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "BenchSupport.h"
-#include "groups/MixedGroup.h"
 #include "utils/TnBase64.h"
+#include "values/MixedGroup.h"
 
 namespace {
 

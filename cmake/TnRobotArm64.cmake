@@ -1,5 +1,5 @@
 # Builds for arm64 on another processor, with Debian's cross compiler and the packages that
-# scripts/fetch_sysroot.sh has unpacked. Programs of the tests run in qemu's user emulation.
+# scripts/lib/fetch_sysroot.sh has unpacked. Programs of the tests run in qemu's user emulation.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

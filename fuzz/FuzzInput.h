@@ -12,7 +12,7 @@
 #include <cstring>
 #include <string>
 
-#include "support/Bytes.h"
+#include "support/bytes/Bytes.h"
 
 namespace tnfuzz {
 

@@ -6,9 +6,10 @@
 #include <fstream>
 #include <string>
 
-#include "support/BmpBytes.h"
-#include "support/Bytes.h"
-#include "support/PlainJpeg.h"
+#include "TnRobotKernel/values.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/Bytes.h"
+#include "support/bytes/PlainJpeg.h"
 
 using namespace tntest;
 
@@ -157,20 +158,20 @@ void WriteArchives(SeedWriter& seeds) {
 
 // Every type once, in the order of their numbers.
 std::vector<Bytes> ValuesOfAllTypes() {
-    return {SavedValue(0, Bytes(8)),
-            SavedValue(1, U8(1)),
-            SavedValue(2, BytesOf<short>(-2)),
-            SavedValue(3, U16(3)),
-            SavedValue(4, BytesOf(-4)),
-            SavedValue(5, U32(5)),
-            SavedValue(6, BytesOf(6.5F)),
-            SavedValue(7, BytesOf(1e308)),
-            SavedValue(8, BytesOf(-8LL)),
-            SavedValue(9, U64(~0ULL)),
-            SavedValue(10, FromText("text") + U8(0)),
-            SavedValue(11, Ramp(20)),
-            SavedValue(12, FromHex("63 00")),
-            SavedValue(13, U8(13))};
+    return {SavedValue(DATA_TYPE_NONE, Bytes(8)),
+            SavedValue(DATA_TYPE_BOOL, U8(1)),
+            SavedValue(DATA_TYPE_SHORT, BytesOf<short>(-2)),
+            SavedValue(DATA_TYPE_USHORT, U16(3)),
+            SavedValue(DATA_TYPE_INT, BytesOf(-4)),
+            SavedValue(DATA_TYPE_UINT, U32(5)),
+            SavedValue(DATA_TYPE_FLOAT, BytesOf(6.5F)),
+            SavedValue(DATA_TYPE_DOUBLE, BytesOf(1e308)),
+            SavedValue(DATA_TYPE_LONGLONG, BytesOf(-8LL)),
+            SavedValue(DATA_TYPE_ULONGLONG, U64(~0ULL)),
+            SavedValue(DATA_TYPE_STRING, FromText("text") + U8(0)),
+            SavedValue(DATA_TYPE_BLOCK, Ramp(20)),
+            SavedValue(DATA_TYPE_CHAR, FromHex("63 00")),
+            SavedValue(DATA_TYPE_BYTE, U8(13))};
 }
 
 void WriteValues(SeedWriter& seeds) {

@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # Measures the library beside its peers: scripts/bench.sh [AREA] [--quick], where an area is memory,
-# values, groups, image, concurrency, utils or ptr, and all of them without one.
+# values, archive, image, concurrency, utils or ptr, and all of them without one.
 #
-# Results are kept in build/bench/results. As soon as every area has some, docs/performance.md and the
-# plots in docs/plots are written from them; an area measured alone replaces its own part.
+# Results are kept in build/bench/results. As soon as every area has some, the whole report and its plots
+# are written to build/bench/report, and what is worth keeping of it to docs/performance.md and docs/plots;
+# an area measured alone replaces its own part.
 # --quick only shows that every case runs: short, printed, nothing kept. Missed targets are reported,
 # never an error: timings depend on the machine.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
-areas=(memory values groups image concurrency utils ptr)
+areas=(memory values archive image concurrency utils ptr)
 area=""
 quick=false
 for argument in "$@"; do
@@ -74,21 +75,29 @@ for program in "$root"/build/bench/bench/"tnrobot_$area"*_bench; do
     fi
 done
 
-report=(python3 "$root/scripts/bench_report.py" --targets "$root/bench/targets.json")
+report=(python3 "$root/scripts/lib/bench_report.py" --targets "$root/bench/targets.json")
 if $quick; then
     "${report[@]}" --partial "$results"/*.json
     say "every case runs; the times of a quick run mean nothing"
     exit
 fi
 
+# Only those of today's areas: others may be left from earlier.
+measured=()
 for each in "${areas[@]}"; do
     if [ ! -f "$results/$each.json" ]; then
         say "not written: $each has not been measured yet, so docs/performance.md stays as it is"
         "${report[@]}" --partial "$results"/*.json
         exit
     fi
+    measured+=("$results/$each"*.json)
 done
-"${report[@]}" --output "$root/docs/performance.md" "$results"/*.json
+whole="$root/build/bench/report"
+mkdir -p "$whole"
+"${report[@]}" --output "$whole/performance.md" --page "$root/docs/performance.md" "${measured[@]}"
 # Debian's own interpreter is the one that has Debian's matplotlib.
-/usr/bin/python3 "$root/scripts/bench_plots.py" "$root/docs/plots" "$results"/*.scaling.json
-cat "$root/docs/performance.md"
+/usr/bin/python3 "$root/scripts/lib/bench_plots.py" "$whole/plots" "$results"/*.scaling.json
+for plot in "$root"/docs/plots/*.svg; do
+    cp "$whole/plots/$(basename "$plot")" "$plot"
+done
+cat "$whole/performance.md"

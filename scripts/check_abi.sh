@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Compares the binary interface of the library (slots, records, enumerators, names) with
 # abi/TnRobotKernel.abi, which describes what has shipped: scripts/check_abi.sh [--update|--self-test].
-#   --update     writes the description anew, for an addition that is meant
+#   --update     writes the description and abi/exports.txt anew, for an addition that is meant
 #   --self-test  shows on a small sample that every kind of change is noticed
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 description="$root/abi/TnRobotKernel.abi"
 directory="$(mktemp -d)"
@@ -37,8 +37,7 @@ The library exports names that abi/TnRobotKernel.abi does not know. When they ar
     new version in src/TnRobotKernel.map that inherits from the last one;
   - never add a slot to an interface that has shipped, a field to a record, or a second function
     of a name whose address somebody may take.
-Then run scripts/check_abi.sh --update and scripts/check_exports.sh LIBRARY --update, and commit
-both files with the reason.
+Then run scripts/check_abi.sh --update, and commit what it has written with the reason.
 TEXT
             ;;
         *) cat >&2 <<'TEXT'
@@ -102,6 +101,7 @@ say "comparing the binary interface"
 describe "$root/build/abi/src/libTnRobotKernel.so" "$root/include" "$directory/now.abi"
 if [ "${1:-}" = --update ]; then
     cp "$directory/now.abi" "$description"
+    "$root/scripts/lib/check_exports.sh" "$root/build/abi/src/libTnRobotKernel.so" --update
 else
     check "$directory/now.abi"
 fi

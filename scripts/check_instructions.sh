@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Compares the instructions of hot calls with bench/instructions.json, where 10 % more is a failure:
 # scripts/check_instructions.sh [--update]. --update writes the table; say in the commit why it grew.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 case "${1:-}" in
     "" | --update) ;;
@@ -19,4 +19,4 @@ GLIBC_TUNABLES="glibc.cpu.hwcaps=-AVX512VL,-AVX512BW,-AVX512F,-AVX2,-AVX,-ERMS,-
     valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$directory/counts" \
     "$root/build/bench/bench/tnrobot_instruction_counts" >"$directory/log" 2>&1 ||
     { cat "$directory/log" >&2; exit 1; }
-python3 "$root/scripts/instruction_table.py" "$root/bench/instructions.json" "$directory" "$@"
+python3 "$root/scripts/lib/instruction_table.py" "$root/bench/instructions.json" "$directory" "$@"

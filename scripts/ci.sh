@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Everything that must hold before a change lands, step by step; each is a command that a person can
 # type: scripts/ci.sh [--from STEP | --only STEP | --list]. Ends with how long each step took.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 export TNROBOT_CMAKE_ARGUMENTS="-DTNROBOT_WARNINGS_AS_ERRORS=ON"
 
 # A clean system to install the packages in takes the superuser.
 packages="scripts/package.sh"
-examples="scripts/check_examples.sh"
+examples="scripts/lib/check_examples.sh"
 if [ "$(id -u)" -eq 0 ]; then
     system="$(mktemp -d)"
     trap 'rm -rf "$system"' EXIT
@@ -19,7 +19,7 @@ steps=(
     "test          scripts/test.sh"
     "setup         scripts/setup.sh all"
     "format        scripts/format.sh --check"
-    "sync-docs     scripts/sync_docs.py --check"
+    "sync-docs     scripts/docs.sh --sync --check"
     "load          env TNROBOT_FULL_SOAK=1 build/release/tests/tnrobot_shared_tests --gtest_brief=1 --gtest_filter=TaskPoolLoad.*"
     "soak          scripts/soak.sh 0.5"
     "demo          scripts/demo.sh"
@@ -27,6 +27,7 @@ steps=(
     "packages      $packages"
     "examples      $examples"
     "abi           scripts/check_abi.sh"
+    "layers        scripts/lib/check_layers.py src build/abi/src/CMakeFiles/tnrobot_objects.dir"
     "asan          scripts/test.sh asan"
     "tsan          scripts/test.sh tsan"
     "soak-tsan     scripts/soak.sh 0.25 tsan"

@@ -3,7 +3,7 @@
 # Fails below 97 % of lines or 90 % of branches, and lists the lines that no test reaches.
 # Branches that only an exception takes (the compiler makes two of every call) are not counted;
 # the tests of failing allocations take them.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 "$root/scripts/setup.sh" coverage
 
 build coverage ${TNROBOT_CMAKE_ARGUMENTS:-}

@@ -6,7 +6,7 @@ pictures=()
 for picture in "$@"; do
     pictures+=("$(realpath -- "$picture")") # before the directory changes
 done
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 # What an earlier run has left is removed, unless it is what this one is to look at.
 output="build/demo/pictures"

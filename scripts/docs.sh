@@ -1,7 +1,14 @@
 #!/usr/bin/env bash
 # Builds the documentation as a site, build/docs/html: the headers' comments, README.md, docs/*.md.
 # Whatever lacks a comment, an owner or a thread rule is an error, and so is a link to nowhere.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+# scripts/docs.sh [--sync [--check]]
+#   --sync  only fills the documents' code blocks from the examples; with --check only says which are stale
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
+case "${1:-}" in
+    "") ;;
+    --sync) exec "$root/scripts/lib/sync_docs.py" "${@:2}" ;;
+    *) echo "usage: $0 [--sync [--check]]" >&2; exit 2 ;;
+esac
 "$root/scripts/setup.sh" docs
 
 export PYTHONDONTWRITEBYTECODE=1  # the checks import each other; leave nothing beside them
@@ -23,7 +30,7 @@ mkdir -p "$root/build/docs"
 done
 
 say "checking comments and links"
-scripts/check_api_comments.py "$root/build/docs/xml"
+scripts/lib/check_api_comments.py "$root/build/docs/xml"
 mapfile -t pages < <(git ls-files --cached --others --exclude-standard '*.md')
-scripts/check_links.py "${pages[@]}" "$html"
+scripts/lib/check_links.py "${pages[@]}" "$html"
 say "the site begins at build/docs/html/index.html"

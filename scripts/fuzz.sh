@@ -5,7 +5,7 @@
 #   scripts/fuzz.sh --replay [TARGET...]         only the seeds, past findings and what was found here
 # Stops at the first finding and says where its input lies. What was found useful stays in
 # build/fuzz/corpus and is where the next run starts from.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 usage() {
     sed -n '3,5s/^#   //p' "$0" >&2
@@ -21,7 +21,7 @@ case "${1:-}" in
     *) if is_number "${1:-}"; then limit=(-max_total_time="$1"); shift; fi ;;
 esac
 
-mapfile -t known < <(sed -n 's/^tnrobot_add_fuzz_target(\(.*\))$/\1/p' fuzz/CMakeLists.txt)
+mapfile -t known < <(sed -n 's/^tnrobot_add_fuzz_target(.*\/\(.*\))$/\1/p' fuzz/CMakeLists.txt)
 targets=("${known[@]}")
 [ $# -eq 0 ] || targets=("$@")
 for target in "${targets[@]}"; do
@@ -89,7 +89,7 @@ fuzz() {
     record "$target" "$log" "$(($(now) - start))"
 }
 
-"$root/scripts/setup.sh" all
+"$root/scripts/setup.sh" checks
 build fuzz
 fuzz="$root/build/fuzz"
 "$fuzz/fuzz/write_fuzz_seeds" "$fuzz/fuzz/seeds"

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Makes the Debian packages, into build/packages, and looks them over with lintian:
 # scripts/package.sh [--test [--keep DIRECTORY] | --arch ARCHITECTURE].
-#   --test  also installs them in a clean system and uses them there, see scripts/check_packages.sh
+#   --test  also installs them in a clean system and uses them there, see scripts/lib/check_packages.sh
 #   --arch  makes them for another architecture than this machine's, into build/packages-arm64: arm64
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 usage() { echo "usage: $0 [--test [--keep DIRECTORY] | --arch ARCHITECTURE]" >&2; exit 2; }
 
 preset=packages
@@ -38,5 +38,5 @@ say "lintian"
 lintian --allow-root --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs "$packages"/*.deb
 
 if [ "${1:-}" = --test ]; then
-    "$root/scripts/check_packages.sh" "${@:2}"
+    "$root/scripts/lib/check_packages.sh" "${@:2}"
 fi

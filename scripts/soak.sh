@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Uses the whole library from four threads for some minutes and watches that memory, descriptors and
 # threads stay level: scripts/soak.sh [MINUTES] [PRESET], 1 and release by default; 0.25 will do.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 minutes="${1:-1}"
 preset="${2:-release}"
 "$root/scripts/setup.sh" test

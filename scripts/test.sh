@@ -5,7 +5,7 @@
 #   --only SUBSYSTEM  builds and runs what is in tests/SUBSYSTEM, for the time between two changes
 # Prints what fails, and at the end what was left out and why; everything is in
 # build/PRESET/Testing/Temporary/LastTest.log.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
 usage() {
     sed -n '2,3s/^# //p' "$0" >&2

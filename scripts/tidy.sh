@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs clang-tidy over the library, the logger, the tools, the examples and the fuzz targets, warnings as errors.
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
-"$root/scripts/setup.sh" all
+source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
+"$root/scripts/setup.sh" checks
 [ -f "$root/build/clang/compile_commands.json" ] || build clang ${TNROBOT_CMAKE_ARGUMENTS:-}
 
 say "clang-tidy"

@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "BenchSupport.h"
-#include "groups/MixedGroup.h"
+#include "values/MixedGroup.h"
 
 namespace {
 
-std::atomic<long long> g_nHeapCalls{0};
+std::atomic<long long> g_nHeapCalls{0};  // relaxed: only the number counts, of calls by the measuring thread
 
 template <typename Function>
 Function* NextDefinition(const char* lpszName) {

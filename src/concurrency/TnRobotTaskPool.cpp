@@ -4,9 +4,9 @@
 #include <memory>
 #include <utility>
 
+#include "checked/TnChecked.h"
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotTaskRunner.h"
-#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotTaskPool::~ITnRobotTaskPool() = default;
@@ -107,9 +107,7 @@ CTnRobotTask* CTnRobotTaskPool::_TakeTask() {
     }
     m_idleTasks.PopFront();
     pTask->SetIdle(false);
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::ClearFree(pTask);
-    }
+    tnrobot::NoteTaken(pTask);
     _SetIdleCount();
     return pTask;
 }
@@ -148,17 +146,13 @@ void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
     m_idleTasks.Reserve(m_idleTasks.Size() + 1);  // only a stranger's task finds no room
     m_idleTasks.PushBack(pPooled);
     pPooled->SetIdle(true);
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::SetFree(pPooled, this);
-    }
+    tnrobot::NoteFreed(pPooled, this);
     _SetIdleCount();
 }
 
 void CTnRobotTaskPool::_SetIdleCount() {
     m_nIdleTasks.store(static_cast<unsigned int>(m_idleTasks.Size()));
-    if constexpr (tnrobot::kChecked) {
-        _CheckInvariants();
-    }
+    tnrobot::IfChecked([this] { _CheckInvariants(); });
 }
 
 // The notification queue while a notice is added to it. It goes back whatever happens, since the
@@ -196,7 +190,7 @@ void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
         return;
     }
     const QueueLoan queue(*this);
-    STnStopNotice& notice = queue->emplace_back();
+    StopNotice& notice = queue->emplace_back();
     auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask);
     if (pPooled == nullptr) {
         notice.m_task = tnrobot::Ref<ITnRobotTask>::Share(pTask);
@@ -223,7 +217,7 @@ std::unique_ptr<CTnRobotTaskPool::NotifyQueue> CTnRobotTaskPool::_TakeNotices() 
 
 // The run that a notice is about may be over long since, and its reference the last one to a task
 // that runs again: then the worker gives the task back, because others wait to be stopped here.
-void CTnRobotTaskPool::_Obey(STnStopNotice notice) {
+void CTnRobotTaskPool::_Obey(StopNotice notice) {
     if (auto* pPooled = dynamic_cast<CTnRobotTask*>(notice.m_task.Get())) {
         pPooled->StopRun(notice.m_nRun);
         notice.m_task.Detach();
@@ -241,7 +235,7 @@ void CTnRobotTaskPool::_OnThreadPoolWork() {
             tnrobot::PollSleep();
             continue;
         }
-        STnStopNotice notice = std::move(notices->front());
+        StopNotice notice = std::move(notices->front());
         notices->pop_front();
         _Obey(std::move(notice));
     }

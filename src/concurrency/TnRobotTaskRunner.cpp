@@ -1,6 +1,6 @@
 #include "concurrency/TnRobotTaskRunner.h"
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotTaskRunner::~ITnRobotTaskRunner() = default;

@@ -48,7 +48,7 @@ public:
 private:
     using Job = std::function<void(ITnRobotEvent*)>;
 
-    enum ETnThreadState : int {
+    enum ThreadState : int {
         THREAD_CREATED = 0,  ///< no pass has run
         THREAD_RUNNING = 1,  ///< passes run
         THREAD_PAUSED = 2,   ///< the stop event was seen after a pass
@@ -63,7 +63,7 @@ private:
     int _Drop();
     template <typename Answer>
     bool _AwaitAnswer(Answer answer) const;
-    void _PollState(ETnThreadState eState) const;
+    void _PollState(ThreadState eState) const;
     void _OnThreadWorkLoop();
 
     std::mutex m_controlMutex;

@@ -3,7 +3,7 @@
 #ifndef TNROBOTKERNEL_SRC_CORE_TNCREATEINSTANCE_H_
 #define TNROBOTKERNEL_SRC_CORE_TNCREATEINSTANCE_H_
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnRef.h"
 
 namespace tnrobot {

@@ -59,7 +59,7 @@ private:
     std::size_t m_nFileRow = 0;      // bytes of its rows, of which the data size is a multiple
     tnrobot::ByteBuffer m_pixels;    // in file order
     unsigned int m_nDataSize = 0;
-    tnrobot::STnBmpHeader m_header{};
+    tnrobot::BmpHeader m_header{};
     bool m_bHasHeader = false;
 };
 

@@ -14,8 +14,8 @@ struct STnJpegDecodeContext {
     jpeg_decompress_struct m_jpeg;
     STnJpegErrorManager m_errors;
     jpeg_progress_mgr m_progress;
-    tnrobot::STnArithmeticSource m_source;
-    tnrobot::STnJpegOutline m_outline;
+    tnrobot::ArithmeticSource m_source;
+    tnrobot::JpegOutline m_outline;
     bool m_bSpent;  // whether the picture has been decoded or has failed to
 };
 
@@ -86,7 +86,7 @@ std::int64_t ModestScanPixels(const jpeg_decompress_struct& jpeg) {
 }
 
 bool CanHoldScans(const STnJpegDecodeContext& context, std::int64_t nScans) {
-    const std::int64_t nBytes = context.m_outline.nEntropyBytes;
+    const std::int64_t nBytes = context.m_outline.m_nEntropyBytes;
     const std::int64_t nPixels = PixelCount(context.m_jpeg);
     if (HasLongRestarts(context.m_jpeg) && nPixels * nScans > kModestRestarts + nBytes * kRestartPixelsPerByte) {
         return false;
@@ -98,11 +98,11 @@ bool CanHoldScans(const STnJpegDecodeContext& context, std::int64_t nScans) {
 // For a picture of several scans libjpeg holds all coefficients at once; beyond this limit it
 // reports an error.
 long MemoryLimit(const STnJpegDecodeContext& context) {
-    return static_cast<long>(kModestMemory + context.m_outline.nEntropyBytes * kMemoryPerByte);
+    return static_cast<long>(kModestMemory + context.m_outline.m_nEntropyBytes * kMemoryPerByte);
 }
 
 std::int64_t ZeroLimit(const STnJpegDecodeContext& context) {
-    return kModestZeros + context.m_outline.nEntropyBytes;
+    return kModestZeros + context.m_outline.m_nEntropyBytes;
 }
 
 // Each scan goes over the whole picture, however little of the input it takes. Their number is known
@@ -220,7 +220,7 @@ bool CTnJpegDecoder::ReadHeader(int& nWidth, int& nHeight) const {
 }
 
 bool CTnJpegDecoder::CanHoldPicture() const {
-    return m_context && CanHoldScans(*m_context, m_context->m_outline.nScans);
+    return m_context && CanHoldScans(*m_context, m_context->m_outline.m_nScans);
 }
 
 bool CTnJpegDecoder::ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) {
@@ -232,9 +232,9 @@ bool CTnJpegDecoder::ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsi
     }
     m_context->m_bSpent = true;
     jpeg_decompress_struct& jpeg = m_context->m_jpeg;
-    const tnrobot::STnJpegFormat format = tnrobot::JpegFormat(eType);
+    const tnrobot::JpegFormat format = tnrobot::JpegFormatOf(eType);
     jpeg.err->error_exit = TnJpegErrorExit;
-    jpeg.out_color_space = format.eColourSpace;
+    jpeg.out_color_space = format.m_eColourSpace;
     return DecodePicture(*m_context, pBuffer, nSize);
 }
 

@@ -14,7 +14,7 @@
 #include "memory/TnQueryBlock.h"
 
 using tnrobot::Ref;
-using tnrobot::STnRowLayout;
+using tnrobot::RowLayout;
 
 namespace {
 
@@ -22,7 +22,7 @@ using SurfaceRef = Ref<ITnRobotSurface>;
 using SurfaceDesc = ITnRobotSurface::STnSurfaceDesc;
 using SurfaceLock = ITnRobotSurface::STnLockSurface;
 
-enum ETnImageResult : int {
+enum ImageResult : int {
     kOk = 0,
     kRefused = -1,
     kNotDecoded = -2,
@@ -54,24 +54,24 @@ public:
     const SurfaceLock* operator->() const { return &m_lock; }
 
     // Rows of this surface, of which the first nRowLength bytes count.
-    STnRowLayout Rows(std::int64_t nRows, std::int64_t nRowLength) const { return {nRows, nRowLength, m_lock.nPitch}; }
+    RowLayout Rows(std::int64_t nRows, std::int64_t nRowLength) const { return {nRows, nRowLength, m_lock.nPitch}; }
 
     // @return whether such rows, nSkip bytes into the memory, lie in the surface.
-    bool Holds(const STnRowLayout& rows, std::int64_t nSkip = 0) const {
+    bool Holds(const RowLayout& rows, std::int64_t nSkip = 0) const {
         return m_lock.pData != nullptr && nSkip >= 0 && rows.FitsInto(std::int64_t{m_lock.nDataSize} - nSkip);
     }
 
     // Zeroes what lies behind each row and behind the last one: recycled memory still shows what was
     // there before. The rows must lie in the surface.
-    void ClearBehind(const STnRowLayout& rows) const {
+    void ClearBehind(const RowLayout& rows) const {
         if (m_lock.pData == nullptr) {
             return;
         }
-        const std::int64_t nGap = rows.nPitch - rows.nRowLength;
-        for (std::int64_t nRow = 0; nGap > 0 && nRow + 1 < rows.nRows; ++nRow) {
-            std::memset(m_lock.pData + nRow * rows.nPitch + rows.nRowLength, 0, static_cast<std::size_t>(nGap));
+        const std::int64_t nGap = rows.m_nPitch - rows.m_nRowLength;
+        for (std::int64_t nRow = 0; nGap > 0 && nRow + 1 < rows.m_nRows; ++nRow) {
+            std::memset(m_lock.pData + nRow * rows.m_nPitch + rows.m_nRowLength, 0, static_cast<std::size_t>(nGap));
         }
-        ClearFrom((rows.nRows - 1) * rows.nPitch + rows.nRowLength);
+        ClearFrom((rows.m_nRows - 1) * rows.m_nPitch + rows.m_nRowLength);
     }
 
     // Zeroes the surface from an offset on.
@@ -123,11 +123,11 @@ bool QueryFileKind(const char* lpszPath, FileKind& eKind) {
 }
 
 void CopyRows(unsigned char* pTarget, std::int64_t nTargetPitch, const unsigned char* pSource,
-              const STnRowLayout& source) {
-    for (std::int64_t nRow = 0; nRow < source.nRows; ++nRow) {
-        std::memcpy(pTarget, pSource, static_cast<std::size_t>(source.nRowLength));
+              const RowLayout& source) {
+    for (std::int64_t nRow = 0; nRow < source.m_nRows; ++nRow) {
+        std::memcpy(pTarget, pSource, static_cast<std::size_t>(source.m_nRowLength));
         pTarget += nTargetPitch;
-        pSource += source.nPitch;
+        pSource += source.m_nPitch;
     }
 }
 
@@ -338,8 +338,8 @@ int TnRobotImageUtils::ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pS
     desc.nWidth = region.right - region.left;
     desc.nHeight = region.bottom - region.top;
     const PixelLock source(pSource);
-    const STnRowLayout rows = source.Rows(desc.nHeight, desc.nWidth * nPixel);
-    const std::int64_t nSkip = rows.nPitch * region.top + nPixel * region.left;
+    const RowLayout rows = source.Rows(desc.nHeight, desc.nWidth * nPixel);
+    const std::int64_t nSkip = rows.m_nPitch * region.top + nPixel * region.left;
     if (!source.Holds(rows, nSkip)) {
         return kRefused;
     }
@@ -351,7 +351,7 @@ int TnRobotImageUtils::ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pS
     }
     {
         const PixelLock target(surface.Get());
-        const STnRowLayout targetRows = target.Rows(rows.nRows, rows.nRowLength);
+        const RowLayout targetRows = target.Rows(rows.m_nRows, rows.m_nRowLength);
         if (!target.Holds(targetRows)) {
             return kOk;
         }
@@ -372,8 +372,8 @@ int TnRobotImageUtils::PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* p
     const PixelLock second(pSecond);
     // The first image's rows decide how much of both is copied. Callers rely on it: do not "fix".
     const std::int64_t nRow = std::int64_t{first->nWidth} * PiecePixelSize(first->eImageType);
-    const STnRowLayout firstRows = first.Rows(first->nHeight, nRow);
-    const STnRowLayout secondRows = second.Rows(first->nHeight, nRow);
+    const RowLayout firstRows = first.Rows(first->nHeight, nRow);
+    const RowLayout secondRows = second.Rows(first->nHeight, nRow);
     const std::int64_t nWidth = std::int64_t{first->nWidth} + second->nWidth;
     const bool bFits = first.Holds(firstRows) && second.Holds(secondRows);
     if (pPool == nullptr || !bFits || nWidth > std::numeric_limits<int>::max()) {
@@ -387,14 +387,14 @@ int TnRobotImageUtils::PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* p
     }
     {
         const PixelLock target(surface.Get());
-        const STnRowLayout targetRows = target.Rows(firstRows.nRows, 2 * nRow);
+        const RowLayout targetRows = target.Rows(firstRows.m_nRows, 2 * nRow);
         if (!target.Holds(targetRows)) {
             return kNotPieced;
         }
-        for (std::int64_t i = 0; i < firstRows.nRows; ++i) {
-            unsigned char* pTarget = target->pData + i * targetRows.nPitch;
-            std::memcpy(pTarget, first->pData + i * firstRows.nPitch, static_cast<std::size_t>(nRow));
-            std::memcpy(pTarget + nRow, second->pData + i * secondRows.nPitch, static_cast<std::size_t>(nRow));
+        for (std::int64_t i = 0; i < firstRows.m_nRows; ++i) {
+            unsigned char* pTarget = target->pData + i * targetRows.m_nPitch;
+            std::memcpy(pTarget, first->pData + i * firstRows.m_nPitch, static_cast<std::size_t>(nRow));
+            std::memcpy(pTarget + nRow, second->pData + i * secondRows.m_nPitch, static_cast<std::size_t>(nRow));
         }
         target.ClearBehind(targetRows);
     }

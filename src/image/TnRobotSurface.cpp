@@ -1,6 +1,6 @@
 #include "image/TnRobotSurface.h"
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotSurface::~ITnRobotSurface() = default;
@@ -75,7 +75,7 @@ void CTnRobotSurface::SetTimeStamp(unsigned long long nTimeStamp) {
 }
 
 void CTnRobotSurface::_CheckInUse() const {
-    tnrobot::CheckInUse(this, m_nRefCount);
+    tnrobot::CheckUsed(this, m_nRefCount);
 }
 
 void CTnRobotSurface::CheckIdleInvariants() const {

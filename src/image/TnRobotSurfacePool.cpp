@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "image/TnImageGeometry.h"
 #include "image/TnRobotSurface.h"
@@ -50,11 +50,8 @@ bool CTnRobotSurfaceEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppElem
 // callers rely on getting it.
 void CTnRobotSurfaceEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pParam) {
     auto* pSurface = dynamic_cast<CTnRobotSurface*>(pElement);
-    if constexpr (tnrobot::kChecked) {
-        if (pSurface != nullptr && tnrobot::checked::IsFree(pSurface)) {
-            tnrobot::checked::ShowBody(pSurface);
-            pSurface->CheckIdleInvariants();
-        }
+    if (pSurface != nullptr && tnrobot::NoteTaken(pSurface)) {
+        pSurface->CheckIdleInvariants();
     }
     const auto* pDesc = static_cast<const ITnRobotSurface::STnSurfaceDesc*>(pParam);
     const Ref<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);

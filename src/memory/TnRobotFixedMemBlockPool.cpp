@@ -3,7 +3,7 @@
 #include <memory>
 #include <typeinfo>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "core/TnIdleTime.h"
 #include "memory/TnHugePages.h"
@@ -123,21 +123,12 @@ void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
     m_freeBlocks.Reserve(m_freeBlocks.Size() + 1);  // only a stranger's block, or one twice, finds no room
     if (bOwn) {
         pPooled->NoteListed();
+        pPooled->HideContent(this);
     }
     pPooled->UpdateRecoveryTime();
-    _HideContent(pPooled);
     m_freeBlocks.PushFront(pPooled);
     if (m_bClosing) {
         m_returned.notify_all();
-    }
-}
-
-// A stranger's block may be in use elsewhere.
-void CTnRobotFixedMemBlockPool::_HideContent(CTnRobotMemoryBlock* pBlock) const {
-    if constexpr (tnrobot::kChecked) {
-        if (m_allBlocks.count(pBlock) != 0) {
-            pBlock->HideContent(this);
-        }
     }
 }
 
@@ -151,9 +142,7 @@ void CTnRobotFixedMemBlockPool::FreeUnuseMemory() {
         }
         _FreeOldestBlock();
     }
-    if constexpr (tnrobot::kChecked) {
-        _CheckInvariants();
-    }
+    tnrobot::IfChecked([this] { _CheckInvariants(); });
 }
 
 // RecoveryMemBuff takes any block, also a stranger's, one twice and one that is held. Only what the

@@ -65,7 +65,6 @@ private:
     bool _Lend(CTnRobotMemoryBlock* pBlock);
     void _FreeOldestBlock();
     void _LetGoOfAllBlocks();
-    void _HideContent(CTnRobotMemoryBlock* pBlock) const;
     void _CheckInvariants() const;
 
     unsigned int m_nBlockSize = 0;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "memory/TnQueryBlock.h"
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "TnRobotKernel/archive.h"
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnFormat.h"
 #include "core/TnReadStep.h"
 #include "core/TnRef.h"
@@ -102,7 +102,7 @@ void CTnRobotDataValue::ClearResource() {
 }
 
 void CTnRobotDataValue::_CheckInUse() const {
-    tnrobot::CheckInUse(this, m_nRefCount);
+    tnrobot::CheckUsed(this, m_nRefCount);
 }
 
 void CTnRobotDataValue::_CheckInvariants() const {

@@ -8,7 +8,7 @@
 #include <typeinfo>
 
 #include "TnRobotKernel/archive.h"
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "values/TnRobotDataValue.h"
 #include "values/TnRobotDataValuePool.h"
 

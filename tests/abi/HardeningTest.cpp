@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "support/ElfFile.h"
+#include "support/bytes/ElfFile.h"
 
-using tntest::ElfFile;
+using namespace tntest;
 
 namespace {
 

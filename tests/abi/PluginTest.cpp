@@ -10,12 +10,10 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "abi/plugin/Plugin.h"
-#include "support/ChildProcess.h"
-#include "support/Held.h"
+#include "support/objects/Held.h"
+#include "support/processes/ChildProcess.h"
 
-using tntest::Held;
-using tntest::Hold;
-using tntest::PluginTable;
+using namespace tntest;
 
 namespace {
 
@@ -68,7 +66,7 @@ protected:
     void Open() {
         m_pHandle = dlopen(TNROBOT_TEST_PLUGIN, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(m_pHandle, nullptr) << dlerror();
-        const auto pfnGet = reinterpret_cast<tntest::GetPluginFunction>(dlsym(m_pHandle, tntest::kGetPlugin));
+        const auto pfnGet = reinterpret_cast<GetPluginFunction>(dlsym(m_pHandle, kGetPlugin));
         ASSERT_NE(pfnGet, nullptr);
         m_pTable = pfnGet();
     }
@@ -262,13 +260,13 @@ TEST_F(Border, AnArchiveCreatesObjectsOfAPluginsRegisteredClass) {
     ASSERT_EQ(archive->ReadMapHeader(), 1);
     CTnRobotObject* pLoaded = nullptr;
     ASSERT_EQ(archive->ReadObject(&pLoaded), 1);
-    ASSERT_STREQ(pLoaded->GetRuntimeClass()->m_lpszClassGuid, tntest::kPluginNodeGuid);
+    ASSERT_STREQ(pLoaded->GetRuntimeClass()->m_lpszClassGuid, kPluginNodeGuid);
     EXPECT_EQ(Plugin().pfnNumberOf(pLoaded), 77);
     EXPECT_EQ(RootOf(pLoaded)->Release(), 0);
 }
 
 TEST_F(Border, AnArchiveDestroysAnObjectOfAPluginThatFailsToLoad) {
-    const auto file = SavedNode(tntest::kNodeThatFailsToLoad);
+    const auto file = SavedNode(kNodeThatFailsToLoad);
     const auto archive = Made(TnCreateRobotArchive);
     archive->Attach(file.get(), false);
     ASSERT_EQ(archive->ReadMapHeader(), 1);
@@ -293,7 +291,7 @@ TEST_F(Border, APluginCatchesWhatTheLibraryThrows) {
 
 // Nothing but the plug-in uses the library here, so both leave when the plug-in is closed.
 TEST(PluginOfAForeignHost, LeavesTogetherWithTheLibrary) {
-    const tntest::ChildResult result = tntest::RunChild({TNROBOT_PLUGIN_PROBE, {TNROBOT_TEST_PLUGIN, "3"}, {}, {}});
+    const ChildResult result = RunChild({TNROBOT_PLUGIN_PROBE, {TNROBOT_TEST_PLUGIN, "3"}, {}, {}});
     const std::string visit = "worked 1 alive 0 plugin 0 library 0\n";
     EXPECT_EQ(result.output, visit + visit + visit);
     EXPECT_EQ(result.nExitCode, 0);
@@ -306,19 +304,19 @@ TEST_F(Border, AClassOfAClosedPluginIsForgottenAndTheOthersAreFound) {
     Register<kFirst>();
     Open();
     Register<kSecond>();
-    EXPECT_TRUE(IsCreated(tntest::kPluginNodeGuid));
+    EXPECT_TRUE(IsCreated(kPluginNodeGuid));
     Close();
     ASSERT_EQ(dlopen(TNROBOT_TEST_PLUGIN, RTLD_LAZY | RTLD_NOLOAD), nullptr) << "it is still there";
-    EXPECT_FALSE(IsCreated(tntest::kPluginNodeGuid));
+    EXPECT_FALSE(IsCreated(kPluginNodeGuid));
     EXPECT_TRUE(IsCreated(kFirst));
     EXPECT_TRUE(IsCreated(kSecond));
 
     Open();
-    EXPECT_TRUE(IsCreated(tntest::kPluginNodeGuid));
+    EXPECT_TRUE(IsCreated(kPluginNodeGuid));
     Close();
     // The first to meet the gap is a registration.
     Register<kThird>();
-    EXPECT_FALSE(IsCreated(tntest::kPluginNodeGuid));
+    EXPECT_FALSE(IsCreated(kPluginNodeGuid));
     EXPECT_TRUE(IsCreated(kFirst));
     EXPECT_TRUE(IsCreated(kSecond));
     EXPECT_TRUE(IsCreated(kThird));
@@ -327,8 +325,8 @@ TEST_F(Border, AClassOfAClosedPluginIsForgottenAndTheOthersAreFound) {
 TEST_F(Border, APluginComesAndGoesWithItsClasses) {
     for (int n = 0; n < 100; ++n) {
         Close();
-        ASSERT_FALSE(IsCreated(tntest::kPluginNodeGuid));
+        ASSERT_FALSE(IsCreated(kPluginNodeGuid));
         Open();
-        ASSERT_TRUE(IsCreated(tntest::kPluginNodeGuid));
+        ASSERT_TRUE(IsCreated(kPluginNodeGuid));
     }
 }

@@ -36,12 +36,12 @@ public:
 }  // namespace
 
 TEST(RecordLayout, RuntimeClassHasFourPointers) {
-    EXPECT_EQ(sizeof(STnRuntimeClass), 32u);
-    EXPECT_EQ(alignof(STnRuntimeClass), 8u);
-    EXPECT_EQ(offsetof(STnRuntimeClass, m_lpszClassGuid), 0u);
-    EXPECT_EQ(offsetof(STnRuntimeClass, m_pfnCreateObject), 8u);
-    EXPECT_EQ(offsetof(STnRuntimeClass, m_pReserved), 16u);
-    EXPECT_EQ(offsetof(STnRuntimeClass, m_pNext), 24u);
+    EXPECT_EQ(sizeof(STnRuntimeClass), 32U);
+    EXPECT_EQ(alignof(STnRuntimeClass), 8U);
+    EXPECT_EQ(offsetof(STnRuntimeClass, m_lpszClassGuid), 0U);
+    EXPECT_EQ(offsetof(STnRuntimeClass, m_pfnCreateObject), 8U);
+    EXPECT_EQ(offsetof(STnRuntimeClass, m_pReserved), 16U);
+    EXPECT_EQ(offsetof(STnRuntimeClass, m_pNext), 24U);
 }
 
 TEST(RecordLayout, RuntimeClassIsInitialisedByPosition) {
@@ -111,8 +111,8 @@ TEST(RecordLayout, FirstBasesLieAtTheStartAndSecondOnesBehind) {
 }
 
 TEST(RecordLayout, EnumerationsAreFourBytesAndKeepTheirNumbers) {
-    EXPECT_EQ(sizeof(ETnRobotDataValueType), 4u);
-    EXPECT_EQ(sizeof(ITnRobotFile::ETnSeekDirect), 4u);
+    EXPECT_EQ(sizeof(ETnRobotDataValueType), 4U);
+    EXPECT_EQ(sizeof(ITnRobotFile::ETnSeekDirect), 4U);
     const struct {
         int nValue;
         int nExpected;

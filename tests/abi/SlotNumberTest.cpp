@@ -8,10 +8,9 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Slots.h"
+#include "support/bytes/Slots.h"
 
-using tntest::SlotAddress;
-using tntest::SlotOf;
+using namespace tntest;
 
 namespace {
 

@@ -16,11 +16,11 @@
 
 #include "TnRobotKernel/archive.h"
 #include "TnRobotKernel/values.h"
-#include "support/Archives.h"
-#include "support/Groups.h"
-#include "support/ResourceUse.h"
-#include "support/TestObjects.h"
-#include "support/Values.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Groups.h"
+#include "support/objects/Values.h"
+#include "support/processes/ResourceUse.h"
 
 using namespace tntest;
 
@@ -211,7 +211,7 @@ TEST(ArchiveHostile, TheGoodFileItselfLoadsWhole) {
     Loaded loaded = LoadEverything(channel);
     EXPECT_EQ(loaded.nHeader, 1);
     EXPECT_EQ(loaded.objectResults, (std::vector<int>{1, 1, 1, 0}));
-    EXPECT_EQ(loaded.objects.size(), 3u);
+    EXPECT_EQ(loaded.objects.size(), 3U);
     EXPECT_EQ(loaded.nGroup, 1);
     EXPECT_EQ(loaded.nValue, 1);
     EXPECT_EQ(loaded.nTextError, 0);
@@ -499,9 +499,9 @@ TEST(ArchiveHostile, AbsurdTableSizes) {
 
 TEST(ArchiveHostile, FullTablesOfAFileStayWithinLimits) {
     Bytes header = U16(65535);
-    header.resize(header.size() + 4u * 65535);  // empty identifiers
+    header.resize(header.size() + 4U * 65535);  // empty identifiers
     header = header + U16(65535);
-    header.resize(header.size() + 10u * 65535);
+    header.resize(header.size() + 10U * 65535);
     SurviveWithinLimits(
         [&] {
             Channel channel = Loading(header + header + ObjectRecord(true, 65534) + ObjectRecord(false, 0));
@@ -542,7 +542,7 @@ TEST(ArchiveHostile, ManyObjectsThatAreDroppedAtOneAddressEnd) {
 TEST(ArchiveHostile, TablesBeyondTheFormatAreNotWritten) {
     // Two headers together hold more entries than the counts of one can tell.
     Bytes header = U16(0) + U16(40000);
-    header.resize(header.size() + 10u * 40000);
+    header.resize(header.size() + 10U * 40000);
     Channel channel = Loading(header + header);
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     ASSERT_EQ(channel->ReadMapHeader(), 1);
@@ -651,7 +651,7 @@ TEST(ArchiveHostile, EveryFailingWriteEndsWithADocumentedResult) {
 
 TEST(ArchiveHostile, EveryChangeOfADeepGraphStaysWithinLimits) {
     constexpr int kNodes = 300;
-    Bytes file = U16(1) + U32(36) + FromText(TolerantNode::kGuid) + U16(kNodes) + Bytes(10u * kNodes);
+    Bytes file = U16(1) + U32(36) + FromText(TolerantNode::kGuid) + U16(kNodes) + Bytes(10U * kNodes);
     for (int i = 0; i < kNodes; ++i) {
         file += ObjectRecord(true, static_cast<unsigned int>(i)) + SavedNode(i, i + 1 < kNodes ? 1 : 0);
     }

@@ -5,24 +5,26 @@
 
 #include <string>
 
-#include "support/ChildProcess.h"
-#include "support/Sanitizers.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/Sanitizers.h"
+
+using namespace tntest;
 
 namespace {
 
 // To the sanitizers, what stays behind with the parent's threads is lost.
 std::string ChildOf(const std::string& scenario) {
-    const tntest::ChildResult result = tntest::RunChild(
-        {TNROBOT_FORK_PROBE,
-         {scenario},
-         {{"ASAN_OPTIONS", "detect_leaks=0"}, {"TSAN_OPTIONS", "report_thread_leaks=0:atexit_sleep_ms=0"}},
-         ""});
+    const ChildResult result =
+        RunChild({TNROBOT_FORK_PROBE,
+                  {scenario},
+                  {{"ASAN_OPTIONS", "detect_leaks=0"}, {"TSAN_OPTIONS", "report_thread_leaks=0:atexit_sleep_ms=0"}},
+                  ""});
     EXPECT_EQ(result.nExitCode, 0) << result.output;
     return result.output;
 }
 
 // ThreadSanitizer ends a child of several threads that starts one.
-constexpr bool kChildMayStartThreads = !tntest::kThreadSanitizer;
+constexpr bool kChildMayStartThreads = !kThreadSanitizer;
 
 constexpr char kEndsWell[] = "exit 0\n";
 

@@ -7,16 +7,12 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Held;
-using tntest::Milliseconds;
-using tntest::StaysTrue;
 
 // The clock measures with the wall clock, so the tests do too.
 using WallClock = std::chrono::system_clock;
@@ -30,7 +26,7 @@ double WallMillisecondsSince(WallClock::time_point start) {
 Held<ITnRobotAlarmClock> MakeClock() {
     ITnRobotAlarmClock* pClock = nullptr;
     EXPECT_EQ(TnCreateRobotAlarmClock(&pClock), 1);
-    return tntest::Hold(pClock);
+    return Hold(pClock);
 }
 
 // The flag starts as the opposite of what is expected, so that it must have been written.
@@ -51,7 +47,7 @@ bool IsRunningWithinItsLimit(ITnRobotAlarmClock& clock) {
     return !clock.IsTimeOut(bStopped) && !bStopped;
 }
 
-class AlarmClock : public tntest::ThreadTest {};
+class AlarmClock : public ThreadTest {};
 
 }  // namespace
 
@@ -136,12 +132,12 @@ TEST_F(AlarmClock, StoppingEndsEveryWait) {
         EXPECT_TRUE(waiter.AwaitBlocked());
     }
     EXPECT_TRUE(StaysTrue([&waiters] { return !waiters[0].Returned(); }, Milliseconds(50)));
-    const tntest::Clock::time_point start = tntest::Clock::now();
+    const Clock::time_point start = Clock::now();
     clock->StopRecord();
     for (Caller& waiter : waiters) {
         waiter.Join();
     }
-    EXPECT_LT(tntest::MillisecondsSince(start), 10000.0);
+    EXPECT_LT(MillisecondsSince(start), 10000.0);
     EXPECT_EQ(nStopped, 4);
 }
 

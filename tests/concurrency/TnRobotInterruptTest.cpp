@@ -7,16 +7,13 @@
 #include <vector>
 
 #include "TnRobotKernel/core.h"
-#include "support/ThreadTest.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
 
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Milliseconds;
-using tntest::StaysTrue;
-
-class Interrupt : public tntest::ThreadTest {};
+class Interrupt : public ThreadTest {};
 
 }  // namespace
 

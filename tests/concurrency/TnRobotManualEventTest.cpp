@@ -5,27 +5,22 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::Caller;
-using tntest::Clock;
-using tntest::Eventually;
-using tntest::Held;
-using tntest::Milliseconds;
-using tntest::StaysTrue;
 
 constexpr unsigned int kForEver = UINT_MAX;
 
 Held<ITnRobotEvent> MakeEvent(bool bSignalled) {
     ITnRobotEvent* pEvent = nullptr;
     EXPECT_EQ(TnCreateRobotManualEvent(bSignalled, &pEvent), 1);
-    return tntest::Hold(pEvent);
+    return Hold(pEvent);
 }
 
-class ManualEvent : public tntest::ThreadTest {};
+class ManualEvent : public ThreadTest {};
 
 }  // namespace
 
@@ -74,7 +69,7 @@ TEST_F(ManualEvent, AskingDoesNotBlock) {
         ASSERT_FALSE(event->WaitEvent(0));
     }
     // A thousand waits of a millisecond each would be over it.
-    EXPECT_LT(tntest::MillisecondsSince(start), 1000.0);
+    EXPECT_LT(MillisecondsSince(start), 1000.0);
 }
 
 TEST_F(ManualEvent, AWaitForAnEventThatNobodySetsTakesItsTime) {
@@ -82,7 +77,7 @@ TEST_F(ManualEvent, AWaitForAnEventThatNobodySetsTakesItsTime) {
     for (const unsigned int nMs : {1U, 50U, 200U}) {
         const Clock::time_point start = Clock::now();
         EXPECT_FALSE(event->WaitEvent(nMs));
-        const double fPassed = tntest::MillisecondsSince(start);
+        const double fPassed = MillisecondsSince(start);
         EXPECT_GE(fPassed, nMs);
         EXPECT_LT(fPassed, nMs + 10000.0);
     }

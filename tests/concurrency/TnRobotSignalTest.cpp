@@ -5,16 +5,12 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::Caller;
-using tntest::Clock;
-using tntest::Held;
-using tntest::Milliseconds;
-using tntest::StaysTrue;
 
 constexpr unsigned int kForEver = UINT_MAX;
 constexpr unsigned int kSignalled = 1;
@@ -30,7 +26,7 @@ constexpr Operation kClear = &ITnRobotSignal::ClearResource;
 Held<ITnRobotSignal> MakeSignal() {
     ITnRobotSignal* pSignal = nullptr;
     EXPECT_EQ(TnCreateRobotSignal(&pSignal), 1);
-    return tntest::Hold(pSignal);
+    return Hold(pSignal);
 }
 
 // Waiters blocked on one signal, and what their waits returned.
@@ -69,7 +65,7 @@ private:
     std::vector<Caller> m_callers;
 };
 
-class Signal : public tntest::ThreadTest {};
+class Signal : public ThreadTest {};
 
 }  // namespace
 
@@ -132,7 +128,7 @@ TEST_F(Signal, AskingAnArmedOneDoesNotBlock) {
     for (int n = 0; n < 1000; ++n) {
         ASSERT_EQ(signal->Wait(0), kArmed);
     }
-    EXPECT_LT(tntest::MillisecondsSince(start), 1000.0);
+    EXPECT_LT(MillisecondsSince(start), 1000.0);
 }
 
 TEST_F(Signal, AWaitThatNobodyEndsTakesItsTime) {
@@ -140,7 +136,7 @@ TEST_F(Signal, AWaitThatNobodyEndsTakesItsTime) {
     for (const unsigned int nMs : {1U, 100U, 200U}) {
         const Clock::time_point start = Clock::now();
         EXPECT_EQ(signal->Wait(nMs), kArmed);
-        const double fPassed = tntest::MillisecondsSince(start);
+        const double fPassed = MillisecondsSince(start);
         EXPECT_GE(fPassed, nMs);
         EXPECT_LT(fPassed, nMs + 10000.0);
     }

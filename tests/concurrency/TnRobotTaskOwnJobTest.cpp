@@ -8,38 +8,18 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/RecordingRunner.h"
-#include "support/SignalHold.h"
-#include "support/TaskPools.h"
-#include "support/ThreadTest.h"
+#include "support/fakes/RecordingRunner.h"
+#include "support/objects/Held.h"
+#include "support/objects/TaskPools.h"
+#include "support/threads/Gate.h"
+#include "support/threads/SignalHold.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
 
-using tntest::AwaitNotice;
-using tntest::AwaitStopped;
-using tntest::BusyPoolThread;
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Gate;
-using tntest::Held;
-using tntest::MakeTask;
-using tntest::MakeTaskPool;
-using tntest::Milliseconds;
-using tntest::OpenAtEnd;
-using tntest::RecordingRunner;
-using tntest::RunnerFor;
-using tntest::StaysTrue;
-using tntest::TaskReferences;
-
-class TaskOwnJob : public tntest::ThreadTest {
-protected:
-    void TearDown() override {
-        EXPECT_EQ(RecordingRunner::Alive(), 0);
-        ThreadTest::TearDown();
-    }
-};
+class TaskOwnJob : public TaskPoolTest {};
 
 // A task whose job resets its own run event, which is how a job ends itself, and then works on until
 // the gate opens. Its later runs end themselves at once.
@@ -154,7 +134,7 @@ TEST_F(TaskOwnJob, AStartDuringARunThatEndsItselfBeginsAnother) {
 
 // A starter that looks rarely must not miss a run that ends itself. Here it is held meanwhile.
 TEST_F(TaskOwnJob, StartReturnsAlsoWhenTheRunHasEndedItselfBeforeItLooks) {
-    tntest::SignalHold hold;
+    SignalHold hold;
     const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<RecordingRunner> runner = RecordingRunner::Create();
     std::atomic<pthread_t> starterThread{pthread_self()};

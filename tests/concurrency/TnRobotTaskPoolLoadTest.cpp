@@ -13,20 +13,18 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
-#include "support/StartGate.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/objects/TaskPools.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 // A sanitizer's own count of the heap; null without one. Not every compiler comes with the header that
 // declares it.
 extern "C" __attribute__((weak)) std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace {
-
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Held;
-using tntest::Watchdog;
 
 constexpr int kThreads = 4;
 
@@ -41,12 +39,6 @@ long long HeapInUse() {
     }
     const struct mallinfo2 info = mallinfo2();
     return static_cast<long long>(info.uordblks + info.hblkhd);
-}
-
-Held<ITnRobotTaskPool> MakePool() {
-    ITnRobotTaskPool* pPool = nullptr;
-    EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-    return tntest::Hold(pPool);
 }
 
 // Works once per run, as the standard runner does, and counts it.
@@ -97,13 +89,7 @@ private:
 };
 
 Held<OnceRunner> MakeRunner(bool bUntilStopped = false) {
-    return tntest::Hold(new OnceRunner(bUntilStopped));
-}
-
-Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
-    ITnRobotTask* pTask = nullptr;
-    EXPECT_TRUE(pool.CreateTask(pRunner, &pTask));
-    return tntest::Hold(pTask);
+    return Hold(new OnceRunner(bUntilStopped));
 }
 
 // The ways in which a run comes to its end.
@@ -131,7 +117,7 @@ void RunOnce(ITnRobotTaskPool& pool, Finish eFinish) {
     ASSERT_EQ(runner->Executed(), 1);
 }
 
-class TaskPoolLoad : public tntest::ThreadTest {};
+class TaskPoolLoad : public ThreadTest {};
 
 }  // namespace
 
@@ -139,15 +125,15 @@ TEST_F(TaskPoolLoad, RunsEveryJobOnceAndKeepsItsMemory) {
     const int nCycles = IsFullSoak() ? 100000 : 2000;
     const int nWarmUp = nCycles / 10;
     Watchdog::Extend(IsFullSoak() ? 3600 : 280);
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const auto tasks = [this] { return NewThreads() - 1 - kThreads; };
     // Every task has been started, so each has its thread.
     const auto allIdle = [&] { return static_cast<int>(pool->GetTaskCount()) == tasks(); };
 
-    tntest::StartGate warm(kThreads + 1);
-    tntest::StartGate measured(kThreads + 1);
-    tntest::StartGate finished(kThreads + 1);
-    tntest::StartGate done(kThreads + 1);
+    StartGate warm(kThreads + 1);
+    StartGate measured(kThreads + 1);
+    StartGate finished(kThreads + 1);
+    StartGate done(kThreads + 1);
     std::vector<Caller> callers;
     for (int nThread = 0; nThread < kThreads; ++nThread) {
         callers.emplace_back([&, nThread] {
@@ -198,7 +184,7 @@ TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
                 for (int n = 0; n < kPools / kThreads; ++n) {
                     const Held<OnceRunner> runners[] = {MakeRunner(), MakeRunner(true), MakeRunner(), MakeRunner(),
                                                         MakeRunner()};
-                    Held<ITnRobotTaskPool> pool = MakePool();
+                    Held<ITnRobotTaskPool> pool = MakeTaskPool();
                     Held<ITnRobotTask> neverStarted = MakeTask(*pool, runners[0].get());
                     Held<ITnRobotTask> running = MakeTask(*pool, runners[1].get());
                     Held<ITnRobotTask> noticed = MakeTask(*pool, runners[2].get());
@@ -232,7 +218,7 @@ TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
 
 // Many callers share one pool, and each of them sees only its own tasks' work.
 TEST_F(TaskPoolLoad, ServesManyCallersAtOnce) {
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     std::vector<Caller> callers;
     for (int nCaller = 0; nCaller < 16; ++nCaller) {
         callers.emplace_back([&pool] {

@@ -10,42 +10,22 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/RecordingRunner.h"
-#include "support/SignalHold.h"
-#include "support/TaskPools.h"
-#include "support/ThreadTest.h"
+#include "support/fakes/RecordingRunner.h"
+#include "support/objects/Held.h"
+#include "support/objects/TaskPools.h"
+#include "support/threads/Gate.h"
+#include "support/threads/SignalHold.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::AwaitNotice;
-using tntest::AwaitStopped;
-using tntest::BusyPoolThread;
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Gate;
-using tntest::Held;
-using tntest::MakeTask;
-using tntest::MakeTaskPool;
-using tntest::Milliseconds;
-using tntest::OpenAtEnd;
-using tntest::RecordingRunner;
-using tntest::RunnerFor;
-using tntest::StaysTrue;
-using tntest::TaskReferences;
 
 using Job = std::function<void(ITnRobotEvent*)>;
 
 constexpr int kPoolThread = 1;
 
-class TaskPool : public tntest::ThreadTest {
-protected:
-    void TearDown() override {
-        EXPECT_EQ(RecordingRunner::Alive(), 0);
-        ThreadTest::TearDown();
-    }
-};
+class TaskPool : public TaskPoolTest {};
 
 }  // namespace
 
@@ -350,7 +330,7 @@ private:
 
 TEST_F(TaskPool, IgnoresWhatIsNoTaskOfItsOwn) {
     std::atomic<bool> bDestroyed{false};
-    const Held<ITnRobotTask> foreign = tntest::Hold(new ForeignTask(bDestroyed));
+    const Held<ITnRobotTask> foreign = Hold(new ForeignTask(bDestroyed));
     const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     ASSERT_TRUE(foreign->Start());
     ParentOf(*pool).RecoveryTask(nullptr);
@@ -363,7 +343,7 @@ TEST_F(TaskPool, IgnoresWhatIsNoTaskOfItsOwn) {
 
 TEST_F(TaskPool, StopsAnyTaskThatItIsToldIsDone) {
     std::atomic<bool> bDestroyed{false};
-    Held<ITnRobotTask> foreign = tntest::Hold(new ForeignTask(bDestroyed));
+    Held<ITnRobotTask> foreign = Hold(new ForeignTask(bDestroyed));
     const Held<RecordingRunner> runner = RecordingRunner::Create();
     runner->m_isStop = [] { return false; };
     const Held<ITnRobotTaskPool> pool = MakeTaskPool();
@@ -468,7 +448,7 @@ TEST_F(TaskPool, ANoticeOfAnEarlierRunDoesNotStopALaterOne) {
 // A starter that looks rarely, because the machine is busy, must not miss a short run and then
 // wait for one that never comes. Here it is held while the whole run passes.
 TEST_F(TaskPool, StartReturnsAlsoWhenTheRunIsOverBeforeItLooks) {
-    tntest::SignalHold hold;
+    SignalHold hold;
     const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<RecordingRunner> runner = RunnerFor(1);
     const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());

@@ -6,40 +6,30 @@
 #include <functional>
 #include <memory>
 
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/objects/TaskPools.h"
+#include "support/threads/Gate.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::Eventually;
-using tntest::Gate;
-using tntest::Held;
-using tntest::Milliseconds;
-using tntest::OpenAtEnd;
-using tntest::StaysTrue;
 
 using Job = std::function<void(ITnRobotEvent*)>;
 
 Held<ITnRobotTaskRunner> MakeRunner(const Job& job) {
     ITnRobotTaskRunner* pRunner = nullptr;
     EXPECT_EQ(CTnRobotTaskRunner::CreateInstance(job, &pRunner), 1);
-    return tntest::Hold(pRunner);
+    return Hold(pRunner);
 }
 
-class TaskRunner : public tntest::ThreadTest {
+class TaskRunner : public ThreadTest {
 protected:
-    static Held<ITnRobotTaskPool> MakePool() {
-        ITnRobotTaskPool* pPool = nullptr;
-        EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-        return tntest::Hold(pPool);
-    }
-
     static Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, const Job& job) {
         const Held<ITnRobotTaskRunner> runner = MakeRunner(job);
         ITnRobotTask* pTask = nullptr;
         EXPECT_TRUE(pool.CreateTask(runner.get(), &pTask));
-        return tntest::Hold(pTask);
+        return Hold(pTask);
     }
 };
 
@@ -72,7 +62,7 @@ TEST_F(TaskRunner, IsDoneFromTheFirstExecuteUntilTheNextInit) {
     pRunner = runner.get();
     ITnRobotEvent* pEvent = nullptr;
     ASSERT_EQ(TnCreateRobotManualEvent(true, &pEvent), 1);
-    const Held<ITnRobotEvent> event = tntest::Hold(pEvent);
+    const Held<ITnRobotEvent> event = Hold(pEvent);
     for (int n = 0; n < 2; ++n) {
         runner->Init();
         EXPECT_FALSE(runner->IsStop());
@@ -104,7 +94,7 @@ TEST_F(TaskRunner, ACloneHasNoJob) {
     int nCalls = 0;
     const Held<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent*) { ++nCalls; });
     runner->Execute(nullptr);
-    Held<ITnRobotTaskRunner> clone = tntest::Hold(runner->Clone());
+    Held<ITnRobotTaskRunner> clone = Hold(runner->Clone());
     ASSERT_NE(clone, nullptr);
     EXPECT_NE(clone, runner);
     EXPECT_FALSE(clone->IsStop());
@@ -115,7 +105,7 @@ TEST_F(TaskRunner, ACloneHasNoJob) {
 
 TEST_F(TaskRunner, ATaskCallsTheJobOncePerStart) {
     std::atomic<int> nCalls{0};
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) { ++nCalls; });
     for (int n = 1; n <= 10; ++n) {
         ASSERT_TRUE(task->Start());
@@ -128,7 +118,7 @@ TEST_F(TaskRunner, ATaskCallsTheJobOncePerStart) {
 // A job is run also when its stop comes at once: what was started has begun.
 TEST_F(TaskRunner, AStopRightAfterTheStartStillLetsTheJobRunOnce) {
     std::atomic<int> nCalls{0};
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) { ++nCalls; });
     for (int n = 1; n <= 200; ++n) {
         ASSERT_TRUE(task->Start());
@@ -140,7 +130,7 @@ TEST_F(TaskRunner, AStopRightAfterTheStartStillLetsTheJobRunOnce) {
 TEST_F(TaskRunner, TheJobSeesItsTaskBeingStopped) {
     std::atomic<bool> bRunning{false};
     std::atomic<bool> bSawStop{false};
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent* pRunEvent) {
         bRunning = pRunEvent->WaitEvent(0);
         bSawStop = Eventually([pRunEvent] { return !pRunEvent->WaitEvent(0); });
@@ -155,7 +145,7 @@ TEST_F(TaskRunner, TheJobSeesItsTaskBeingStopped) {
 TEST_F(TaskRunner, StartingARunningJobDoesNotRunItTwice) {
     std::atomic<int> nCalls{0};
     Gate gate;
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) {
         ++nCalls;
         gate.Pass();
@@ -172,13 +162,13 @@ TEST_F(TaskRunner, StartingARunningJobDoesNotRunItTwice) {
 
 TEST_F(TaskRunner, OneRunnerMayServeManyTasks) {
     std::atomic<int> nCalls{0};
-    const Held<ITnRobotTaskPool> pool = MakePool();
+    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
     const Held<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent*) { ++nCalls; });
     std::vector<Held<ITnRobotTask>> tasks;
     for (int n = 0; n < 4; ++n) {
         ITnRobotTask* pTask = nullptr;
         ASSERT_TRUE(pool->CreateTask(runner.get(), &pTask));
-        tasks.push_back(tntest::Hold(pTask));
+        tasks.push_back(Hold(pTask));
     }
     for (int n = 0; n < 4; ++n) {
         ASSERT_TRUE(tasks[static_cast<std::size_t>(n)]->Start());

@@ -12,17 +12,13 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
-#include "support/TaskPools.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/objects/TaskPools.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Held;
-using tntest::Hold;
-using tntest::MakeTaskPool;
 
 constexpr unsigned int kSeed = 20210;
 constexpr int kCallers = 4;
@@ -173,7 +169,7 @@ void ActAsCaller(ITnRobotTaskPool& pool, Keep& keep, unsigned int nSeed) {
     Random random(nSeed);
     for (int n = Steps(); n > 0; --n) {
         const Held<ActingRunner> runner = Hold(new ActingRunner(DrawSeed(random), keep));
-        Held<ITnRobotTask> task = tntest::MakeTask(pool, runner.get());
+        Held<ITnRobotTask> task = MakeTask(pool, runner.get());
         runner->SetTask(task.get());
         for (int nRun = Draw(random, 4); nRun >= 0; --nRun) {
             ASSERT_TRUE(task->Start());
@@ -188,12 +184,12 @@ void ActAsCaller(ITnRobotTaskPool& pool, Keep& keep, unsigned int nSeed) {
     }
 }
 
-class TaskStress : public tntest::ThreadTest {};
+class TaskStress : public ThreadTest {};
 
 }  // namespace
 
 TEST_F(TaskStress, CallersAndJobsThatActOnTheirOwnTasksKeepOutOfEachOthersWay) {
-    tntest::Watchdog::Extend(280);
+    Watchdog::Extend(280);
     {
         std::array<Keep, kCallers> keeps;  // some of it outlives the pool
         const Held<ITnRobotTaskPool> pool = MakeTaskPool();

@@ -6,22 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/RecordingRunner.h"
-#include "support/ThreadTest.h"
+#include "support/fakes/RecordingRunner.h"
+#include "support/objects/Held.h"
+#include "support/threads/Gate.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::Caller;
-using tntest::CallLog;
-using tntest::Eventually;
-using tntest::Gate;
-using tntest::Held;
-using tntest::Milliseconds;
-using tntest::OpenAtEnd;
-using tntest::RecordingRunner;
-using tntest::StaysTrue;
 
 // Stands for a pool; writes down what it hears into a runner's log.
 class RecordingParent final : public ITnRobotTaskParent {
@@ -30,12 +22,12 @@ public:
 
     void RecoveryTask(ITnRobotTask* pTask) override {
         m_pTask = pTask;
-        m_nThread = tntest::ThisThreadNumber();
+        m_nThread = ThisThreadNumber();
         m_log.Add('R');
     }
     void OnNotifyStop(ITnRobotTask* pTask) override {
         m_pTask = pTask;
-        m_nThread = tntest::ThisThreadNumber();
+        m_nThread = ThisThreadNumber();
         m_log.Add('N');
     }
 
@@ -49,12 +41,12 @@ private:
 };
 
 // A task with one reference, the pool's, which the fixture has.
-class Task : public tntest::ThreadTest {
+class Task : public ThreadTest {
 protected:
     Held<CTnRobotTask> MakeTask() {
         CTnRobotTask* pTask = nullptr;
         EXPECT_EQ(CTnRobotTask::CreateInstance(&m_parent, &pTask), 1);
-        return tntest::Hold(pTask);
+        return Hold(pTask);
     }
 
     Held<CTnRobotTask> MakeTask(ITnRobotTaskRunner* pRunner) {
@@ -99,7 +91,7 @@ TEST_F(Task, GoesBackToItsParentWhenOneReferenceIsLeft) {
     EXPECT_EQ(task->Release(), 1);
     EXPECT_EQ(Calls(), "R");
     EXPECT_EQ(m_parent.LatestTask(), task.get());
-    EXPECT_EQ(m_parent.LatestThread(), tntest::ThisThreadNumber());
+    EXPECT_EQ(m_parent.LatestThread(), ThisThreadNumber());
     EXPECT_EQ(task.release()->Release(), 0);
     EXPECT_EQ(Calls(), "R");
 }
@@ -175,7 +167,7 @@ TEST_F(Task, KeepsItsOneThreadFromTheFirstStartToItsEnd) {
         EXPECT_FALSE(task->IsRunning());
         EXPECT_EQ(NewThreads(), 1);
     }
-    EXPECT_NE(nThread, tntest::ThisThreadNumber());
+    EXPECT_NE(nThread, ThisThreadNumber());
     task.reset();
     EXPECT_TRUE(AwaitNewThreads(0));
 }
@@ -187,7 +179,7 @@ TEST_F(Task, CallsItsRunnerInOrder) {
         RecordingParent parent(runner->Log());
         CTnRobotTask* pTask = nullptr;
         ASSERT_EQ(CTnRobotTask::CreateInstance(&parent, &pTask), 1);
-        const Held<CTnRobotTask> task = tntest::Hold(pTask);
+        const Held<CTnRobotTask> task = Hold(pTask);
         runner->RunTimes(nTimes);
         task->BindRunner(runner.get());
         std::string expected;

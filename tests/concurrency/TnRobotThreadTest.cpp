@@ -10,28 +10,21 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/SignalHold.h"
-#include "support/ThreadTest.h"
+#include "support/objects/Held.h"
+#include "support/threads/Gate.h"
+#include "support/threads/SignalHold.h"
+#include "support/threads/ThreadTest.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::Caller;
-using tntest::Clock;
-using tntest::Eventually;
-using tntest::Gate;
-using tntest::Held;
-using tntest::Milliseconds;
-using tntest::OpenAtEnd;
-using tntest::StaysTrue;
 
 using Job = std::function<void(ITnRobotEvent*)>;
 
 Held<ITnRobotThread> MakeThread() {
     ITnRobotThread* pThread = nullptr;
     EXPECT_EQ(TnCreateRobotThread(&pThread), 1);
-    return tntest::Hold(pThread);
+    return Hold(pThread);
 }
 
 // Declared before the thread object in each test, so that it outlives the job.
@@ -50,7 +43,7 @@ private:
     std::atomic<int> m_nPasses{0};
 };
 
-class Thread : public tntest::ThreadTest {};
+class Thread : public ThreadTest {};
 
 // Waits that never end can only be seen in a process of its own, which leaves without them.
 class ThreadDeathTest : public testing::Test {
@@ -98,7 +91,7 @@ TEST_F(Thread, CallsItsJobOverAndOverOnOneThreadOfItsOwn) {
     std::atomic<bool> bOther{false};
     const Held<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob([&](ITnRobotEvent* pEvent) {
-        const int nThis = tntest::ThisThreadNumber();
+        const int nThis = ThisThreadNumber();
         bOther = bOther || (nThread != 0 && nThread != nThis);
         nThread = nThis;
         passes.AsJob()(pEvent);
@@ -112,7 +105,7 @@ TEST_F(Thread, CallsItsJobOverAndOverOnOneThreadOfItsOwn) {
     EXPECT_EQ(NewThreads(), 1);
     thread->Stop();
     EXPECT_FALSE(bOther);
-    EXPECT_NE(nThread, tntest::ThisThreadNumber());
+    EXPECT_NE(nThread, ThisThreadNumber());
 }
 
 // Between two passes the worker gives both of its events a millisecond.
@@ -123,7 +116,7 @@ TEST_F(Thread, DoesNotSpinBetweenPasses) {
     const Clock::time_point start = Clock::now();
     ASSERT_TRUE(thread->Run());
     EXPECT_TRUE(passes.AwaitMore(20));
-    EXPECT_GT(tntest::MillisecondsSince(start), 20.0);
+    EXPECT_GT(MillisecondsSince(start), 20.0);
 }
 
 TEST_F(Thread, EveryRunAndStopCallsTheJobAtLeastOnce) {
@@ -367,7 +360,7 @@ TEST_F(Thread, AStopBeforeTheFirstRunLetsOthersRunIt) {
 
 // A runner that looks rarely must not miss a pass whose job pauses its thread. Here it is held meanwhile.
 TEST_F(Thread, RunReturnsAlsoWhenTheJobHasPausedItselfBeforeItLooks) {
-    tntest::SignalHold hold;
+    SignalHold hold;
     std::atomic<int> nPasses{0};
     std::atomic<pthread_t> callerThread{pthread_self()};
     const Held<ITnRobotThread> thread = MakeThread();

@@ -8,13 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "support/ChildProcess.h"
-#include "support/ResourceUse.h"
-#include "support/TempDirectory.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/ResourceUse.h"
+#include "support/processes/TempDirectory.h"
 
-using tntest::ChildResult;
-using tntest::RunChild;
-using tntest::TempDirectory;
+using namespace tntest;
 
 namespace {
 
@@ -66,14 +64,14 @@ TEST(LibraryLoad, AThousandVisitsLeaveNothingBehind) {
         << result.output;
     EXPECT_EQ(nDescriptors, 0);
     EXPECT_EQ(nThreads, 0);
-    if (!tntest::kSanitizerOwnsMemory) {
+    if (!kSanitizerOwnsMemory) {
         EXPECT_EQ(nMappings, 0);
     }
-    if (tntest::IsEmulated()) {
+    if (IsEmulated()) {
         GTEST_SKIP()
             << "what stays in memory is not asked: an emulator keeps its translation of each visit's code there";
     }
-    if (!tntest::kSanitizerOwnsMemory) {
+    if (!kSanitizerOwnsMemory) {
         EXPECT_LE(nKiB, 64) << "what the system maps of other libraries at once; 64 bytes for a visit";
     }
 }

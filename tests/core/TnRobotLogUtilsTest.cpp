@@ -11,12 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "support/ChildProcess.h"
-#include "support/TempDirectory.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/TempDirectory.h"
 
-using tntest::ChildResult;
-using tntest::RunChild;
-using tntest::TempDirectory;
+using namespace tntest;
 
 namespace {
 
@@ -36,9 +34,9 @@ void ExpectTranscript(const std::string& variant, const std::vector<std::string>
     EXPECT_EQ(result.nSignal, 0);
 }
 
-class LogUtilsSlotOrder : public ::testing::TestWithParam<const char*> {};
+class LogUtilsSlotOrder : public ::testing::TestWithParam<std::string> {};
 
-std::string VariantName(const ::testing::TestParamInfo<const char*>& variant) {
+std::string VariantName(const ::testing::TestParamInfo<std::string>& variant) {
     return variant.param;
 }
 
@@ -59,7 +57,7 @@ TEST_P(LogUtilsSlotOrder, ReachesTheLoggersOperations) {
                      "loaded 0\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(Loggers, LogUtilsSlotOrder, ::testing::Values("good", "foreign"), VariantName);
+INSTANTIATE_TEST_SUITE_P(Loggers, LogUtilsSlotOrder, ::testing::Values<std::string>("good", "foreign"), VariantName);
 
 TEST(LogUtils, LevelsAndParametersPassUntouched) {
     ExpectTranscript(

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "TnRobotKernel/core.h"
-#include "support/StartGate.h"
+#include "support/threads/StartGate.h"
 
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

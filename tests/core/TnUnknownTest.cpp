@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/StartGate.h"
+#include "support/threads/StartGate.h"
 
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

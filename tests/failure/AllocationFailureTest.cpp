@@ -9,10 +9,10 @@
 #include <system_error>
 #include <thread>
 
-#include "core/TnSanitizer.h"
+#include "checked/TnSanitizer.h"
 #include "failure/AllocationScenario.h"
-#include "support/Gate.h"
-#include "support/TestObjects.h"
+#include "support/fakes/TestObjects.h"
+#include "support/threads/Gate.h"
 #include "values/TnByteStorage.h"
 
 namespace tntest {
@@ -109,7 +109,7 @@ long TryAndCompare(const AllocationCase& tried, Refuse eRefuse, long nFirst) {
 
 }  // namespace
 
-TEST_P(AllocationFailure, LeavesNothingBehindAndEverythingUsable) {
+TEST_P(AllocationFailure, LeavesNothingBehind) {
     ++g_totals.nScenarios;
     TryCase(GetParam(), Refuse::kOne, kNever);  // what is made once in a process comes first
     long nRefusedInAll = 0;

@@ -11,9 +11,9 @@
 #include <string>
 #include <utility>
 
-#include "support/FailingNew.h"
-#include "support/ThreadTest.h"
-#include "support/ValuePool.h"
+#include "support/fakes/FailingNew.h"
+#include "support/objects/ValuePool.h"
+#include "support/threads/ThreadTest.h"
 
 namespace tntest {
 

@@ -3,9 +3,9 @@
 #include <string>
 
 #include "failure/AllocationScenario.h"
-#include "support/Archives.h"
-#include "support/Files.h"
-#include "support/TestObjects.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Files.h"
 
 namespace tntest {
 

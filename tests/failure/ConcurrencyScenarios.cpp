@@ -12,11 +12,12 @@
 #include "TnRobotKernel/values.h"
 #include "concurrency/TnRobotTaskPool.h"
 #include "failure/AllocationScenario.h"
-#include "support/Gate.h"
-#include "support/Held.h"
-#include "support/Memory.h"
-#include "support/TestSurfaces.h"
-#include "support/ThreadProbe.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/Held.h"
+#include "support/objects/Memory.h"
+#include "support/objects/TaskPools.h"
+#include "support/threads/Gate.h"
+#include "support/threads/ThreadProbe.h"
 
 namespace tntest {
 
@@ -57,12 +58,6 @@ private:
     std::atomic<int> m_nExecutions{0};
     std::atomic<int> m_nDoneAnswers{0};
 };
-
-Held<ITnRobotTaskPool> MakeTaskPool() {
-    ITnRobotTaskPool* pPool = nullptr;
-    EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-    return Hold(pPool);
-}
 
 class ThreadScenario : public AllocationScenario {
 public:

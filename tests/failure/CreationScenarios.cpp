@@ -4,8 +4,8 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "failure/AllocationScenario.h"
-#include "support/Memory.h"
-#include "support/TestObjects.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Memory.h"
 
 namespace tntest {
 

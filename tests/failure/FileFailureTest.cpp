@@ -11,12 +11,12 @@
 #include "TnRobotKernel/archive.h"
 #include "TnRobotKernel/memory.h"
 #include "TnRobotKernel/values.h"
-#include "support/Archives.h"
-#include "support/EveryFault.h"
-#include "support/Groups.h"
-#include "support/Memory.h"
-#include "support/TestObjects.h"
-#include "support/Values.h"
+#include "support/fakes/EveryFault.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Groups.h"
+#include "support/objects/Memory.h"
+#include "support/objects/Values.h"
 
 using namespace tntest;
 

@@ -8,12 +8,12 @@
 #include "image/TnBmpDecoder.h"
 #include "image/TnBmpEncoder.h"
 #include "image/TnJpegDecoder.h"
-#include "support/BmpBytes.h"
-#include "support/FileBytes.h"
-#include "support/Memory.h"
-#include "support/PlainJpeg.h"
-#include "support/TempDirectory.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/Memory.h"
+#include "support/processes/TempDirectory.h"
 
 namespace tntest {
 

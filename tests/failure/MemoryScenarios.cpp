@@ -7,11 +7,11 @@
 #include "failure/AllocationScenario.h"
 #include "memory/TnRobotCircleMemBlockPool.h"
 #include "memory/TnRobotFixedMemBlockPool.h"
-#include "support/Bytes.h"
-#include "support/FileBytes.h"
-#include "support/Files.h"
-#include "support/Memory.h"
-#include "support/TempDirectory.h"
+#include "support/bytes/Bytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/objects/Files.h"
+#include "support/objects/Memory.h"
+#include "support/processes/TempDirectory.h"
 
 namespace tntest {
 

@@ -14,15 +14,15 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Archives.h"
-#include "support/EveryFault.h"
-#include "support/FileBytes.h"
-#include "support/Files.h"
-#include "support/Groups.h"
-#include "support/Limits.h"
-#include "support/TempDirectory.h"
-#include "support/TestSurfaces.h"
-#include "support/Values.h"
+#include "support/bytes/FileBytes.h"
+#include "support/fakes/EveryFault.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Files.h"
+#include "support/objects/Groups.h"
+#include "support/objects/Values.h"
+#include "support/processes/Limits.h"
+#include "support/processes/TempDirectory.h"
 
 using namespace tntest;
 

@@ -5,8 +5,8 @@
 
 #include "TnRobotKernel/make.h"
 #include "failure/AllocationScenario.h"
-#include "support/TempDirectory.h"
-#include "support/TestObjects.h"
+#include "support/fakes/TestObjects.h"
+#include "support/processes/TempDirectory.h"
 
 namespace tntest {
 

@@ -8,11 +8,11 @@
 #include "TnRobotKernel/pool.h"
 #include "TnRobotKernel/utilities.h"
 #include "failure/AllocationScenario.h"
-#include "support/Archives.h"
-#include "support/Files.h"
-#include "support/Groups.h"
-#include "support/Memory.h"
-#include "support/Values.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Files.h"
+#include "support/objects/Groups.h"
+#include "support/objects/Memory.h"
+#include "support/objects/Values.h"
 
 namespace tntest {
 

@@ -6,9 +6,9 @@
 #include <fstream>
 
 #include "image/TnBmpDecoder.h"
-#include "support/BmpBytes.h"
-#include "support/TempDirectory.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/processes/TempDirectory.h"
 
 using namespace tntest;
 

@@ -4,8 +4,8 @@
 
 #include "image/TnBmpDecoder.h"
 #include "image/TnBmpEncoder.h"
-#include "support/BmpBytes.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/fakes/TestSurfaces.h"
 
 using namespace tntest;
 
@@ -56,12 +56,12 @@ TEST(BmpEncoder, HoldsNothingAtFirst) {
     CTnBmpEncoder encoder;
     unsigned int nSize = 99;
     encoder.GetEncodeData(nSize);
-    EXPECT_EQ(nSize, 0u);
+    EXPECT_EQ(nSize, 0U);
 }
 
 TEST(BmpEncoder, WritesGreyByteByByte) {
     const Bytes file = Encode(2, 2, 1, FromHex("01 02 03 04"));
-    ASSERT_EQ(file.size(), 1082u);
+    ASSERT_EQ(file.size(), 1082U);
     EXPECT_EQ(Bytes(file.begin(), file.begin() + 54), FromHex("42 4D"
                                                               "3A 04 00 00"  // 1082
                                                               "00 00 00 00"
@@ -83,7 +83,7 @@ TEST(BmpEncoder, WritesGreyByteByByte) {
 
 TEST(BmpEncoder, WritesFourBytesPerPixelWithOneTableEntry) {
     const Bytes file = Encode(2, 2, 4, Counting(16));
-    ASSERT_EQ(file.size(), 74u);
+    ASSERT_EQ(file.size(), 74U);
     EXPECT_EQ(file, HeaderOf(2, 2, 4, 1, 16) + Bytes(4, 0) + FlipRows(Counting(16), 8));
 }
 
@@ -92,7 +92,7 @@ TEST(BmpEncoder, WritesThreeBytesPerPixelBehindATableOf64MiB) {
     constexpr std::uint32_t kEntries = 1U << 24;
     const Bytes pixels = Counting(5 * 3 * 3);
     const Bytes file = Encode(5, 3, 3, pixels);
-    ASSERT_EQ(file.size(), 54u + 4 * kEntries + 45u);
+    ASSERT_EQ(file.size(), 54U + 4 * kEntries + 45U);
     EXPECT_EQ(Bytes(file.begin(), file.begin() + 54), HeaderOf(5, 3, 3, kEntries, 45));
     EXPECT_EQ(Bytes(file.begin() + 10, file.begin() + 14), FromHex("36 00 00 04"));
     EXPECT_EQ(Bytes(file.begin() + 28, file.begin() + 30), FromHex("18 00"));
@@ -101,7 +101,7 @@ TEST(BmpEncoder, WritesThreeBytesPerPixelBehindATableOf64MiB) {
     for (std::size_t i = 0; i < 4 * std::size_t{kEntries}; ++i) {
         nWrong += file[54 + i] == static_cast<unsigned char>(i / 4) ? 0 : 1;
     }
-    EXPECT_EQ(nWrong, 0u);
+    EXPECT_EQ(nWrong, 0U);
     EXPECT_EQ(Bytes(file.begin() + 54 + 4 * std::ptrdiff_t{kEntries}, file.end()), FlipRows(pixels, 15));
 }
 
@@ -246,5 +246,5 @@ TEST(BmpEncoder, RefusesAFileBeyond32Bits) {
     EXPECT_FALSE(encoder.Encode(image));
     unsigned int nSize = 99;
     encoder.GetEncodeData(nSize);
-    EXPECT_EQ(nSize, 0u);
+    EXPECT_EQ(nSize, 0U);
 }

@@ -4,9 +4,9 @@
 #include <memory>
 
 #include "image/TnJpegDecoder.h"
-#include "support/PlainJpeg.h"
-#include "support/TempDirectory.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/processes/TempDirectory.h"
 
 using namespace tntest;
 

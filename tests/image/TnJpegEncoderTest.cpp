@@ -5,8 +5,8 @@
 
 #include "image/TnJpegDecoder.h"
 #include "image/TnJpegEncoder.h"
-#include "support/PlainJpeg.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/fakes/TestSurfaces.h"
 
 using namespace tntest;
 
@@ -72,7 +72,7 @@ TEST(JpegEncoder, HoldsNothingAtFirst) {
     CTnJpegEncoder encoder;
     unsigned int nSize = 99;
     encoder.GetEncodeData(nSize);
-    EXPECT_EQ(nSize, 0u);
+    EXPECT_EQ(nSize, 0U);
 }
 
 // Bit for bit what plain libjpeg calls with quality 95, baseline tables and an unsubsampled first
@@ -114,7 +114,7 @@ TEST(JpegEncoder, ColourHasThreeUnsampledComponentsOfQuality95) {
         EXPECT_TRUE(facts.bJfif);
         EXPECT_FALSE(facts.bProgressive);
         EXPECT_FALSE(facts.bArithmetic);
-        ASSERT_EQ(facts.sampling.size(), 3u);
+        ASSERT_EQ(facts.sampling.size(), 3U);
         for (std::size_t c = 0; c < 3; ++c) {
             EXPECT_EQ(facts.sampling[c], (std::array<int, 2>{1, 1})) << c;
             for (std::size_t i = 0; i < 64; ++i) {
@@ -131,7 +131,7 @@ TEST(JpegEncoder, OneByteFormatsGiveGrey) {
         }
         const JpegFacts facts = ReadFacts(Encode(format.eType, 32, 8, SmoothPicture(32, 8, 1, 32)));
         EXPECT_EQ(facts.eStored, JCS_GRAYSCALE);
-        ASSERT_EQ(facts.sampling.size(), 1u);
+        ASSERT_EQ(facts.sampling.size(), 1U);
         EXPECT_EQ(facts.sampling[0], (std::array<int, 2>{1, 1}));
         for (std::size_t i = 0; i < 64; ++i) {
             EXPECT_EQ(facts.quantisers[0][i], kLuminance[i]) << i;
@@ -223,7 +223,7 @@ TEST(JpegEncoder, StreamsThatEndWithAPieceComeOutWhole) {
         const Bytes pixels = Noise(static_cast<std::size_t>(recipe.nWidth) * 8, nSeed);
         EXPECT_TRUE(Encode(TN_IMAGE_GRAY8, recipe.nWidth, 8, pixels) == expected) << expected.size() << " bytes";
     }
-    EXPECT_GT(nExact, 0u) << "no stream is exactly a piece long";
+    EXPECT_GT(nExact, 0U) << "no stream is exactly a piece long";
 }
 
 // A surface of one byte per pixel has packed rows; its record must encode as what it shows.
@@ -306,7 +306,7 @@ TEST(JpegEncoder, ReplacesTheStreamBeforeAndWorksAfterAFailure) {
     EXPECT_FALSE(encoder.Encode(Record(TN_IMAGE_NONE, 4, 4, small)));
     unsigned int nSize = 99;
     encoder.GetEncodeData(nSize);
-    EXPECT_EQ(nSize, 0u) << "a refused picture leaves nothing of the one before";
+    EXPECT_EQ(nSize, 0U) << "a refused picture leaves nothing of the one before";
     ASSERT_TRUE(encoder.Encode(Record(TN_IMAGE_BGR24, 4, 4, small)));
     const unsigned char* pJpeg = encoder.GetEncodeData(nSize);
     EXPECT_TRUE(Bytes(pJpeg, pJpeg + nSize) == Encode(TN_IMAGE_BGR24, 4, 4, small));

@@ -9,11 +9,11 @@
 #include <filesystem>
 
 #include "TnRobotKernel/image.h"
-#include "support/BmpBytes.h"
-#include "support/FileBytes.h"
-#include "support/PlainJpeg.h"
-#include "support/TempDirectory.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/processes/TempDirectory.h"
 
 using namespace tntest;
 
@@ -450,7 +450,7 @@ TEST_F(ImageFiles, TheEndingChoosesTheEncoder) {
     }
     for (const char* lpszName : {"a.bmp", "a.BMP", "a.bMp", ".bmp"}) {
         ASSERT_EQ(Utils::SaveImage((m_directory / lpszName).c_str(), &image), 0);
-        EXPECT_EQ(ReadBytes(m_directory / lpszName).size(), 1078u + 16u) << lpszName;
+        EXPECT_EQ(ReadBytes(m_directory / lpszName).size(), 1078U + 16U) << lpszName;
     }
     // Nothing is written, and that is a success.
     for (const char* lpszName : {"a.png", "a.jpeg", "ajpg", "abmp", "a.bmp ", "four"}) {
@@ -598,7 +598,7 @@ TEST_F(ImageFiles, AColourBmpComesBackAsItWas) {
     for (std::size_t i = 0; i < kTable; ++i) {
         nWrong += file[54 + i] == static_cast<unsigned char>(i / 4) ? 0 : 1;
     }
-    EXPECT_EQ(nWrong, 0u);
+    EXPECT_EQ(nWrong, 0U);
     EXPECT_EQ(Bytes(file.end() - 120, file.end()), FlipRows(pixels, 24));
     Held<ITnRobotSurface> loaded;
     ASSERT_EQ(LoadPath(path, &loaded), 0);
@@ -612,21 +612,24 @@ TEST_F(ImageFiles, ABmpOfAPaddedSurfaceIsSkewed) {
     const std::string path = m_directory / "a.bmp";
     ASSERT_EQ(Utils::SaveImage(path.c_str(), surface.get()), 0);
     const Bytes file = ReadBytes(path);
-    ASSERT_EQ(file.size(), 54u + (4U << 24) + 32u);
+    ASSERT_EQ(file.size(), 54U + (4U << 24) + 32U);
     EXPECT_EQ(Bytes(file.end() - 32, file.end()), Counting(15, 18) + Counting(15, 3) + Bytes(2, 0));
 }
 
 TEST_F(ImageFiles, OtherFormatsSaveAsBmp) {
     const struct {
-        int nType;
+        ETnNLImageType eType;
         int nPitch;
         unsigned int nBits;
         std::uint32_t nEntries;
         std::size_t nRow;
-    } rows[] = {{3, 4, 8, 256, 4}, {7, 4, 8, 256, 4}, {9, 16, 32, 1, 16}, {8, 6, 0, 1, 0}};
+    } rows[] = {{TN_IMAGE_8BIT_3, 4, 8, 256, 4},
+                {TN_IMAGE_GRAY8, 4, 8, 256, 4},
+                {TN_IMAGE_BGRX32, 16, 32, 1, 16},
+                {TN_IMAGE_420, 6, 0, 1, 0}};
     for (const auto& row : rows) {
         const Bytes pixels = Counting(static_cast<std::size_t>(row.nPitch) * 2);
-        const auto surface = m_source.Filled(static_cast<ETnNLImageType>(row.nType), 4, 2, pixels);
+        const auto surface = m_source.Filled(row.eType, 4, 2, pixels);
         const std::string path = m_directory / "a.bmp";
         ASSERT_EQ(Utils::SaveImage(path.c_str(), surface.get()), 0);
         BmpFields f;
@@ -642,7 +645,7 @@ TEST_F(ImageFiles, OtherFormatsSaveAsBmp) {
             expected = expected + Bytes(4, static_cast<unsigned char>(i));
         }
         expected = expected + (row.nRow == 0 ? Bytes(pixels.size(), 0) : FlipRows(pixels, row.nRow));
-        EXPECT_EQ(ReadBytes(path), expected) << row.nType;
+        EXPECT_EQ(ReadBytes(path), expected) << row.eType;
     }
 }
 
@@ -666,7 +669,7 @@ TEST_F(ImageFiles, ASurfaceWithoutPixelsSavesNothingOfOthers) {
     const auto surface = m_source.GetWithoutPixels();
     EXPECT_EQ(Utils::SaveImage((m_directory / "a.jpg").c_str(), surface.get()), -6);
     EXPECT_EQ(Utils::SaveImage((m_directory / "a.bmp").c_str(), surface.get()), 0);
-    EXPECT_EQ(ReadBytes(m_directory / "a.bmp").size(), 54u + (4U << 24)) << "headers and table, no pixels";
+    EXPECT_EQ(ReadBytes(m_directory / "a.bmp").size(), 54U + (4U << 24)) << "headers and table, no pixels";
 }
 
 // ---- saving to memory
@@ -685,7 +688,7 @@ TEST_F(ImageFiles, SavingToABlockNeedsItsArguments) {
     EXPECT_EQ(Utils::SaveImage(static_cast<ITnRobotSurface*>(nullptr), m_source.blocks.get(), &pBlock), -1);
     EXPECT_EQ(Utils::SaveImage(bad, m_source.blocks.get(), &pBlock), -6);
     EXPECT_EQ(pBlock, UntouchedBlock());
-    EXPECT_EQ(m_source.blocks->Requests().size(), 1u) << "only the surface's own";
+    EXPECT_EQ(m_source.blocks->Requests().size(), 1U) << "only the surface's own";
 }
 
 TEST_F(ImageFiles, SavingToABlockAsksForExactlyTheJpegsBytes) {
@@ -693,10 +696,10 @@ TEST_F(ImageFiles, SavingToABlockAsksForExactlyTheJpegsBytes) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     ASSERT_EQ(Utils::SaveImage(Record(TN_IMAGE_BGR24, 64, 64, pixels), m_source.blocks.get(), &pBlock), 0);
     const auto block = Hold(pBlock);
-    ASSERT_EQ(m_source.blocks->Requests().size(), 1u);
+    ASSERT_EQ(m_source.blocks->Requests().size(), 1U);
     const Bytes jpeg = BlockBytes(pBlock);
     EXPECT_EQ(m_source.blocks->Requests()[0], jpeg.size());
-    EXPECT_GT(jpeg.size(), 8192u);
+    EXPECT_GT(jpeg.size(), 8192U);
     EXPECT_EQ(Bytes(jpeg.end() - 2, jpeg.end()), FromHex("FF D9"));
     Held<ITnRobotSurface> surface;
     EXPECT_EQ(LoadMemory(jpeg, &surface), 0);

@@ -10,12 +10,13 @@
 #include <random>
 
 #include "TnRobotKernel/image.h"
-#include "support/BmpBytes.h"
-#include "support/FileBytes.h"
-#include "support/PlainJpeg.h"
-#include "support/ResourceUse.h"
-#include "support/TempDirectory.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/Memory.h"
+#include "support/processes/ResourceUse.h"
+#include "support/processes/TempDirectory.h"
 
 using namespace tntest;
 
@@ -345,11 +346,9 @@ namespace {
 
 // Loads over the general block pool, as applications do.
 int LoadAsApplicationsDo(const Bytes& jpeg) {
-    ITnRobotMemoryBlockPool* pBlocks = nullptr;
-    TnCreateRobotMemoryBlockPool(&pBlocks);
-    const auto blocks = Hold(pBlocks);
+    const HeldPool blocks = MakePool();
     ITnRobotSurfacePool* pPool = nullptr;
-    TnCreateRobotSurfacePool(pBlocks, &pPool);
+    TnCreateRobotSurfacePool(blocks.get(), &pPool);
     const auto pool = Hold(pPool);
     ITnRobotSurface* pSurface = nullptr;
     const int nResult = Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), pPool, &pSurface);
@@ -366,8 +365,8 @@ TEST_F(HostileImages, AHugeProgressiveJpegIsRefusedAtOnce) {
     const QuietErrors quiet;
     constexpr long long kSurface = 60000LL * 20000;
     const Bytes jpeg = EmptyProgressiveJpeg(20000, 20000, 70);
-    ASSERT_GT(jpeg.size(), 30000u);
-    ASSERT_LT(jpeg.size(), 50000u);
+    ASSERT_GT(jpeg.size(), 30000U);
+    ASSERT_LT(jpeg.size(), 50000U);
     const long long nGrowth =
         PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), -2); }), 5.0); });
     EXPECT_GE(nGrowth, 0);
@@ -479,7 +478,7 @@ TEST_F(HostileImages, ManyScansOfAnArithmeticJpegAreRefusedAtOnce) {
     const Bytes flat = FlatJpeg(4096, 4096, true, true, true);
     EXPECT_EQ(LoadAsApplicationsDo(RepeatLastScan(flat, 20)), 0);
     const Bytes jpeg = RepeatLastScan(flat, 100);
-    ASSERT_LT(jpeg.size(), 7000u);
+    ASSERT_LT(jpeg.size(), 7000U);
     const long long nGrowth =
         PeakGrowth([&] { EXPECT_LT(SecondsFor([&] { EXPECT_EQ(LoadAsApplicationsDo(jpeg), -2); }), 1.0); });
     EXPECT_GE(nGrowth, 0);
@@ -615,71 +614,78 @@ TEST_F(HostileImages, AHugeBmpNeedsAllItsRows) {
     }
 }
 
-// Surfaces come from memory full of an old picture: none of it may show.
-TEST_F(HostileImages, NoOldBytesShowInASurface) {
-    ITnRobotMemoryBlockPool* pBlocks = nullptr;
-    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pBlocks), 1);
-    const auto blocks = Hold(pBlocks);
-    ITnRobotSurfacePool* pPool = nullptr;
-    ASSERT_EQ(TnCreateRobotSurfacePool(pBlocks, &pPool), 1);
-    const auto pool = Hold(pPool);
-    constexpr unsigned char kOld = 0xDB;
-    const auto FillPool = [&] {
-        std::vector<Held<ITnRobotMemoryBlock>> held;
-        for (int i = 0; i < 4; ++i) {
-            ITnRobotMemoryBlock* pBlock = nullptr;
-            ASSERT_EQ(pBlocks->QueryMemBuff(32768, &pBlock), 1);
-            held.push_back(Hold(pBlock));
-            unsigned int nSize = 0;
-            std::fill_n(pBlock->QueryMemory(nSize), 32768, kOld);
-        }
-    };
-    const auto CountOld = [&](ITnRobotSurface* pSurface) {
-        std::size_t nOld = 0;
-        for (const unsigned char by : SurfaceBytes(Hold(pSurface).get())) {
-            nOld += by == kOld ? 1 : 0;
-        }
-        return nOld;
-    };
-    const Bytes dark(16 * 3, 1);  // a picture without the old byte
+namespace {
+
+constexpr unsigned char kOld = 0xDB;
+
+// Leaves the pool's free blocks full of an old picture.
+void FillWithAnOldPicture(ITnRobotMemoryBlockPool& pool) {
+    std::vector<HeldBlock> held;
+    for (int i = 0; i < 4; ++i) {
+        held.push_back(Query(pool, 32768));
+        ASSERT_NE(held.back(), nullptr);
+        std::fill_n(DataOf(*held.back()), 32768, kOld);
+    }
+}
+
+// A BMP of 5 x 50 pixels that holds two of its rows.
+Bytes ShortBmp() {
     BmpFields f;
     f.nWidth = 5;
     f.nHeight = 50;
     f.nImageSize = 30;
-    WriteBytes(m_path, BmpFile(f, Bytes(30, 1)));
+    return BmpFile(f, Bytes(30, 1));
+}
+
+Bytes SmallJpeg() {
     JpegRecipe recipe;
     recipe.nWidth = 5;
     recipe.nHeight = 3;
-    const Bytes jpeg = EncodePlain(recipe, Bytes(45, 1));
-    const Bytes cut(jpeg.begin(), jpeg.end() - 8);
-    ITnRobotSurface* pSurface = nullptr;
+    return EncodePlain(recipe, Bytes(45, 1));
+}
 
-    FillPool();
-    ASSERT_EQ(Utils::LoadImage(m_path.c_str(), pPool, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "BMP";
-    FillPool();
-    ASSERT_EQ(Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), pPool, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "JPEG";
-    FillPool();
-    {
-        const QuietErrors quiet;
-        ASSERT_EQ(Utils::LoadImage(cut.data(), static_cast<unsigned int>(cut.size()), pPool, &pSurface), 0);
-    }
-    EXPECT_EQ(CountOld(pSurface), 0u) << "JPEG that is cut short";
-    FillPool();
-    ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "record";
-    FillPool();
+}  // namespace
+
+// Surfaces come from memory full of an old picture: none of it may show.
+TEST_F(HostileImages, NoOldBytesShowInASurface) {
+    const HeldPool blocks = MakePool();
+    ITnRobotSurfacePool* pPool = nullptr;
+    ASSERT_EQ(TnCreateRobotSurfacePool(blocks.get(), &pPool), 1);
+    const auto pool = Hold(pPool);
+    WriteBytes(m_path, ShortBmp());
+    const Bytes jpeg = SmallJpeg();
+    const Bytes dark(16 * 3, 1);  // a picture without the old byte
     const Bytes few(7, 1);
-    ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, few), pPool, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "short record";
-    FillPool();
-    ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, &pSurface), 0);
-    const auto picture = Hold(pSurface);
-    FillPool();
-    ASSERT_EQ(Utils::ClipImage(pPool, picture.get(), {1, 2, 1, 3}, &pSurface), 0);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "region";
-    FillPool();
-    ASSERT_EQ(Utils::PieceImage(pPool, picture.get(), picture.get(), &pSurface), 1);
-    EXPECT_EQ(CountOld(pSurface), 0u) << "joined";
+    ITnRobotSurface* pPicture = nullptr;
+    ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, &pPicture), 0);
+    const auto picture = Hold(pPicture);
+    const auto load = [&](std::size_t nBytes, ITnRobotSurface** ppSurface) {
+        const QuietErrors quiet;
+        return Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(nBytes), pPool, ppSurface);
+    };
+    const struct {
+        const char* lpszWhat;
+        std::function<int(ITnRobotSurface**)> make;
+        int nResult;
+    } acts[] = {
+        {"BMP", [&](auto pp) { return Utils::LoadImage(m_path.c_str(), pPool, pp); }, 0},
+        {"JPEG", [&](auto pp) { return load(jpeg.size(), pp); }, 0},
+        {"JPEG that is cut short", [&](auto pp) { return load(jpeg.size() - 8, pp); }, 0},
+        {"record", [&](auto pp) { return Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, pp); }, 0},
+        {"short record", [&](auto pp) { return Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, few), pPool, pp); },
+         0},
+        {"region",
+         [&](auto pp) {
+             return Utils::ClipImage(pPool, picture.get(), {1, 2, 1, 3}, pp);
+         },
+         0},
+        {"joined", [&](auto pp) { return Utils::PieceImage(pPool, picture.get(), picture.get(), pp); }, 1},
+    };
+    for (const auto& act : acts) {
+        ASSERT_NO_FATAL_FAILURE(FillWithAnOldPicture(*blocks));
+        ITnRobotSurface* pSurface = nullptr;
+        ASSERT_EQ(act.make(&pSurface), act.nResult) << act.lpszWhat;
+        const Bytes bytes = SurfaceBytes(Hold(pSurface).get());
+        EXPECT_EQ(std::count(bytes.begin(), bytes.end(), kOld), 0) << act.lpszWhat;
+    }
 }

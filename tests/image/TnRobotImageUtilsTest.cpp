@@ -6,7 +6,7 @@
 #include <climits>
 
 #include "TnRobotKernel/image.h"
-#include "support/TestSurfaces.h"
+#include "support/fakes/TestSurfaces.h"
 
 using namespace tntest;
 
@@ -30,27 +30,28 @@ ITnRobotSurface* Untouched() {
 
 TEST(NlImage2Surface, CopiesBytesAndDescription) {
     const struct {
-        int nType;
+        ETnNLImageType eType;
         int nWidth;
         int nPitch;
-    } rows[] = {{2, 4, 12}, {2, 5, 16}, {3, 5, 5}, {4, 5, 5}, {5, 5, 5}, {6, 5, 5}, {7, 5, 5}, {9, 5, 20}};
+    } rows[] = {{TN_IMAGE_BGR24, 4, 12}, {TN_IMAGE_BGR24, 5, 16}, {TN_IMAGE_8BIT_3, 5, 5}, {TN_IMAGE_8BIT_4, 5, 5},
+                {TN_IMAGE_8BIT_5, 5, 5}, {TN_IMAGE_8BIT_6, 5, 5}, {TN_IMAGE_GRAY8, 5, 5},  {TN_IMAGE_BGRX32, 5, 20}};
     SurfaceSource source;
     for (const auto& row : rows) {
         const Bytes bytes = Counting(static_cast<std::size_t>(row.nPitch) * 3);
-        STnNLImageData image = Record(Type(row.nType), row.nWidth, 3, bytes);
+        STnNLImageData image = Record(row.eType, row.nWidth, 3, bytes);
         image.oriPos = {-5, 6};
         ITnRobotSurface* pSurface = nullptr;
-        ASSERT_EQ(Utils::NlImage2Surface(image, source.pool.get(), &pSurface), 0) << row.nType;
+        ASSERT_EQ(Utils::NlImage2Surface(image, source.pool.get(), &pSurface), 0) << row.eType;
         const auto surface = Hold(pSurface);
         const Desc desc = DescOf(pSurface);
         EXPECT_EQ(desc.nWidth, row.nWidth);
         EXPECT_EQ(desc.nHeight, 3);
         EXPECT_EQ(desc.nPitch, row.nPitch);
-        EXPECT_EQ(desc.eImageType, Type(row.nType));
+        EXPECT_EQ(desc.eImageType, row.eType);
         EXPECT_EQ(desc.oriPos.x, -5);
         EXPECT_EQ(desc.oriPos.y, 6);
         EXPECT_EQ(SurfaceBytes(pSurface), bytes);
-        EXPECT_EQ(surface.get()->QueryTimeStamp(), 0u);
+        EXPECT_EQ(surface.get()->QueryTimeStamp(), 0U);
     }
 }
 
@@ -148,7 +149,7 @@ TEST(NlImage2Surface, FailsWhenTheOnlySurfaceGetsNoPixels) {
     EXPECT_EQ(pSurface, Untouched());
     source.blocks->Refuse(false);
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 4, 4, bytes), source.pool.get(), &pSurface), 0);
-    EXPECT_EQ(Hold(pSurface)->QueryTimeStamp(), 0u) << "the surface went back to its pool before";
+    EXPECT_EQ(Hold(pSurface)->QueryTimeStamp(), 0U) << "the surface went back to its pool before";
 }
 
 TEST(NlImage2Surface, LocksInPairs) {
@@ -166,13 +167,15 @@ TEST(NlImage2Surface, LocksInPairs) {
 
 TEST(Surface2NlImage, DescribesTheSurfacesOwnMemory) {
     const struct {
-        int nType;
+        ETnNLImageType eType;
         int nPitch;
         unsigned int nChannels;
-    } rows[] = {{1, 16, 3}, {2, 16, 3}, {3, 5, 1}, {4, 5, 1}, {5, 5, 1}, {6, 5, 1}, {7, 5, 1}, {8, 7, 200}, {9, 20, 4}};
+    } rows[] = {{TN_IMAGE_RGB24, 16, 3}, {TN_IMAGE_BGR24, 16, 3}, {TN_IMAGE_8BIT_3, 5, 1},
+                {TN_IMAGE_8BIT_4, 5, 1}, {TN_IMAGE_8BIT_5, 5, 1}, {TN_IMAGE_8BIT_6, 5, 1},
+                {TN_IMAGE_GRAY8, 5, 1},  {TN_IMAGE_420, 7, 200},  {TN_IMAGE_BGRX32, 20, 4}};
     SurfaceSource source;
     for (const auto& row : rows) {
-        const auto surface = source.Get(Type(row.nType), 5, 3, {21, -22});
+        const auto surface = source.Get(row.eType, 5, 3, {21, -22});
         STnNLImageData image{};
         image.nChannels = 200;  // stays for a format without whole bytes
         image.nBitsPerChannel = 99;
@@ -184,11 +187,11 @@ TEST(Surface2NlImage, DescribesTheSurfacesOwnMemory) {
         EXPECT_EQ(image.nDataSize, static_cast<unsigned int>(row.nPitch * 3));
         EXPECT_EQ(image.nWidth, 5);
         EXPECT_EQ(image.nHeight, 3);
-        EXPECT_EQ(image.eImageType, Type(row.nType));
+        EXPECT_EQ(image.eImageType, row.eType);
         EXPECT_EQ(image.oriPos.x, 21);
         EXPECT_EQ(image.oriPos.y, -22);
         EXPECT_EQ(image.nBitsPerChannel, 8);
-        EXPECT_EQ(image.nChannels, row.nChannels) << row.nType;
+        EXPECT_EQ(image.nChannels, row.nChannels) << row.eType;
         surface->AddRef();
         EXPECT_EQ(surface->Release(), 2) << "no reference is kept beside the holder's and the pool's";
     }
@@ -222,7 +225,7 @@ TEST(Surface2NlImage, LeavesTheRecordAloneWhenTheLockFails) {
     EXPECT_EQ(Utils::Surface2NlImage(surface.get(), image), 0);
     EXPECT_EQ(image.nWidth, 33);
     EXPECT_EQ(image.nHeight, 44);
-    EXPECT_EQ(image.nDataSize, 55u);
+    EXPECT_EQ(image.nDataSize, 55U);
     EXPECT_EQ(image.nBitsPerChannel, 66);
     EXPECT_EQ(surface->OpenLocks(), 0);
 }
@@ -236,7 +239,7 @@ TEST(Surface2NlImage, DescribesASurfaceWithoutPixelsAsEmpty) {
     image.nDataSize = 1;
     EXPECT_EQ(Utils::Surface2NlImage(surface.get(), image), 0);
     EXPECT_EQ(image.pData, nullptr);
-    EXPECT_EQ(image.nDataSize, 0u);
+    EXPECT_EQ(image.nDataSize, 0U);
 }
 
 // ---- regions
@@ -244,9 +247,9 @@ TEST(Surface2NlImage, DescribesASurfaceWithoutPixelsAsEmpty) {
 TEST(ClipImage, CopiesTheRegion) {
     // left, right, top, bottom
     const STnNLROIRect regions[] = {{0, 9, 0, 5}, {1, 4, 2, 4}, {8, 9, 4, 5}, {0, 1, 0, 5}, {3, 9, 0, 1}, {2, 7, 1, 5}};
-    for (int nType = 1; nType <= 7; ++nType) {
-        const int nBytes = nType <= 2 ? 3 : 1;
-        const int nPitch = nType <= 2 ? 28 : 9;
+    for (int nType = TN_IMAGE_RGB24; nType <= TN_IMAGE_GRAY8; ++nType) {
+        const int nBytes = nType <= TN_IMAGE_BGR24 ? 3 : 1;
+        const int nPitch = nType <= TN_IMAGE_BGR24 ? 28 : 9;
         SurfaceSource source;
         const Bytes pixels = Noise(static_cast<std::size_t>(nPitch * 5), 1);
         const auto picture = source.Filled(Type(nType), 9, 5, pixels);
@@ -307,15 +310,15 @@ TEST(ClipImage, RefusesRegionsThatAreEmptyOrOutside) {
         EXPECT_EQ(Utils::ClipImage(source.pool.get(), picture.get(), row.region, &pSurface), -1) << row.lpszWhat;
         EXPECT_EQ(pSurface, Untouched()) << row.lpszWhat;
     }
-    EXPECT_EQ(source.blocks->Requests().size(), 1u);
+    EXPECT_EQ(source.blocks->Requests().size(), 1U);
 }
 
 TEST(ClipImage, RefusesOtherFormats) {
     SurfaceSource source;
-    for (const int nType : {8, 9}) {
-        const auto picture = source.Get(Type(nType), 8, 8);
+    for (const ETnNLImageType eType : {TN_IMAGE_420, TN_IMAGE_BGRX32}) {
+        const auto picture = source.Get(eType, 8, 8);
         ITnRobotSurface* pSurface = Untouched();
-        EXPECT_EQ(Utils::ClipImage(source.pool.get(), picture.get(), {0, 4, 0, 4}, &pSurface), -1) << nType;
+        EXPECT_EQ(Utils::ClipImage(source.pool.get(), picture.get(), {0, 4, 0, 4}, &pSurface), -1) << eType;
         EXPECT_EQ(pSurface, Untouched());
     }
     for (const int nType : {-1, 0, 10}) {
@@ -396,14 +399,14 @@ TEST(ClipImage, RefusesNull) {
 namespace {
 
 struct Piece {
-    int nType;
+    ETnNLImageType eType;
     int nWidth;
     int nHeight;
 };
 
 // What joining must give, worked out byte by byte.
 Bytes Joined(const Piece& first, const Bytes& a, int nFirstPitch, const Bytes& b, int nSecondPitch, int nPitch) {
-    const int nRow = first.nWidth * (first.nType == 1 || first.nType == 2 ? 3 : 1);
+    const int nRow = first.nWidth * (first.eType == TN_IMAGE_RGB24 || first.eType == TN_IMAGE_BGR24 ? 3 : 1);
     Bytes target(static_cast<std::size_t>(nPitch * first.nHeight), 0);
     for (int y = 0; y < first.nHeight; ++y) {
         for (int i = 0; i < nRow; ++i) {
@@ -442,28 +445,30 @@ TEST(PieceImage, JoinsEveryFormat) {
         Piece second;
         const char* lpszWhat;
     } rows[] = {
-        {{1, 4, 2}, {1, 4, 2}, "R,G,B"},
-        {{2, 5, 3}, {2, 5, 3}, "padded rows"},
-        {{2, 1, 1}, {2, 1, 1}, "single pixels"},
-        {{3, 5, 3}, {3, 5, 3}, "one byte"},
-        {{7, 1, 9}, {7, 1, 9}, "one column"},
-        {{8, 8, 4}, {8, 8, 4}, "4:2:0: as many bytes as pixels of each row"},
-        {{9, 5, 3}, {9, 5, 3}, "32 bits: a quarter of each row"},
-        {{1, 4, 2}, {2, 4, 2}, "the second format wins"},
-        {{2, 4, 2}, {1, 4, 2}, "the second format wins"},
-        {{7, 4, 2}, {3, 4, 2}, "one byte each"},
-        {{7, 4, 2}, {2, 4, 2}, "grey and colour: a third of the second's row"},
-        {{7, 4, 2}, {9, 4, 2}, "grey and 32 bits"},
-        {{2, 4, 2}, {9, 4, 2}, "colour and 32 bits"},
-        {{2, 4, 1}, {7, 40, 1}, "colour into a grey target that is wide enough for the bytes"},
-        {{2, 4, 2}, {2, 6, 2}, "the second one wider: its right part is missing"},
-        {{2, 4, 2}, {2, 4, 5}, "the second one higher: its lower part is missing"},
-        {{7, 4, 2}, {7, 400, 200}, "the second one much larger"},
+        {{TN_IMAGE_RGB24, 4, 2}, {TN_IMAGE_RGB24, 4, 2}, "R,G,B"},
+        {{TN_IMAGE_BGR24, 5, 3}, {TN_IMAGE_BGR24, 5, 3}, "padded rows"},
+        {{TN_IMAGE_BGR24, 1, 1}, {TN_IMAGE_BGR24, 1, 1}, "single pixels"},
+        {{TN_IMAGE_8BIT_3, 5, 3}, {TN_IMAGE_8BIT_3, 5, 3}, "one byte"},
+        {{TN_IMAGE_GRAY8, 1, 9}, {TN_IMAGE_GRAY8, 1, 9}, "one column"},
+        {{TN_IMAGE_420, 8, 4}, {TN_IMAGE_420, 8, 4}, "4:2:0: as many bytes as pixels of each row"},
+        {{TN_IMAGE_BGRX32, 5, 3}, {TN_IMAGE_BGRX32, 5, 3}, "32 bits: a quarter of each row"},
+        {{TN_IMAGE_RGB24, 4, 2}, {TN_IMAGE_BGR24, 4, 2}, "the second format wins"},
+        {{TN_IMAGE_BGR24, 4, 2}, {TN_IMAGE_RGB24, 4, 2}, "the second format wins"},
+        {{TN_IMAGE_GRAY8, 4, 2}, {TN_IMAGE_8BIT_3, 4, 2}, "one byte each"},
+        {{TN_IMAGE_GRAY8, 4, 2}, {TN_IMAGE_BGR24, 4, 2}, "grey and colour: a third of the second's row"},
+        {{TN_IMAGE_GRAY8, 4, 2}, {TN_IMAGE_BGRX32, 4, 2}, "grey and 32 bits"},
+        {{TN_IMAGE_BGR24, 4, 2}, {TN_IMAGE_BGRX32, 4, 2}, "colour and 32 bits"},
+        {{TN_IMAGE_BGR24, 4, 1},
+         {TN_IMAGE_GRAY8, 40, 1},
+         "colour into a grey target that is wide enough for the bytes"},
+        {{TN_IMAGE_BGR24, 4, 2}, {TN_IMAGE_BGR24, 6, 2}, "the second one wider: its right part is missing"},
+        {{TN_IMAGE_BGR24, 4, 2}, {TN_IMAGE_BGR24, 4, 5}, "the second one higher: its lower part is missing"},
+        {{TN_IMAGE_GRAY8, 4, 2}, {TN_IMAGE_GRAY8, 400, 200}, "the second one much larger"},
     };
     for (const auto& row : rows) {
         SurfaceSource source;
-        const auto first = source.Get(Type(row.first.nType), row.first.nWidth, row.first.nHeight);
-        const auto second = source.Get(Type(row.second.nType), row.second.nWidth, row.second.nHeight);
+        const auto first = source.Get(row.first.eType, row.first.nWidth, row.first.nHeight);
+        const auto second = source.Get(row.second.eType, row.second.nWidth, row.second.nHeight);
         ASSERT_NE(first, nullptr);
         ASSERT_NE(second, nullptr);
         for (ITnRobotSurface* pSource : {first.get(), second.get()}) {
@@ -479,7 +484,7 @@ TEST(PieceImage, JoinsEveryFormat) {
         const Desc desc = DescOf(pSurface);
         EXPECT_EQ(desc.nWidth, row.first.nWidth + row.second.nWidth) << row.lpszWhat;
         EXPECT_EQ(desc.nHeight, row.first.nHeight) << row.lpszWhat;
-        EXPECT_EQ(desc.eImageType, Type(row.second.nType)) << row.lpszWhat;
+        EXPECT_EQ(desc.eImageType, row.second.eType) << row.lpszWhat;
         EXPECT_EQ(SurfaceBytes(pSurface), Joined(row.first, SurfaceBytes(first.get()), DescOf(first.get()).nPitch,
                                                  SurfaceBytes(second.get()), DescOf(second.get()).nPitch, desc.nPitch))
             << row.lpszWhat;
@@ -500,15 +505,15 @@ TEST(PieceImage, RefusesPicturesThatDoNotFitTogether) {
         Piece second;
         const char* lpszWhat;
     } rows[] = {
-        {{2, 4, 2}, {2, 4, 1}, "the second one lower"},
-        {{2, 6, 2}, {2, 4, 2}, "the second one narrower"},
-        {{2, 4, 2}, {7, 4, 2}, "colour into a grey target"},
-        {{9, 4, 2}, {8, 1, 2}, "a second one of a single byte"},
+        {{TN_IMAGE_BGR24, 4, 2}, {TN_IMAGE_BGR24, 4, 1}, "the second one lower"},
+        {{TN_IMAGE_BGR24, 6, 2}, {TN_IMAGE_BGR24, 4, 2}, "the second one narrower"},
+        {{TN_IMAGE_BGR24, 4, 2}, {TN_IMAGE_GRAY8, 4, 2}, "colour into a grey target"},
+        {{TN_IMAGE_BGRX32, 4, 2}, {TN_IMAGE_420, 1, 2}, "a second one of a single byte"},
     };
     for (const auto& row : rows) {
         SurfaceSource source;
-        const auto first = source.Get(Type(row.first.nType), row.first.nWidth, row.first.nHeight);
-        const auto second = source.Get(Type(row.second.nType), row.second.nWidth, row.second.nHeight);
+        const auto first = source.Get(row.first.eType, row.first.nWidth, row.first.nHeight);
+        const auto second = source.Get(row.second.eType, row.second.nWidth, row.second.nHeight);
         ASSERT_NE(first, nullptr);
         ASSERT_NE(second, nullptr);
         ITnRobotSurface* pSurface = Untouched();

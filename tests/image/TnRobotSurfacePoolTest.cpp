@@ -5,8 +5,9 @@
 #include <vector>
 
 #include "TnRobotKernel/image.h"
-#include "support/StartGate.h"
-#include "support/TestSurfaces.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
 
 using namespace tntest;
 
@@ -49,28 +50,31 @@ TEST(SurfacePoolCreation, WorksWithoutABlockPoolButHandsOutNothing) {
 
 TEST(SurfacePool, PitchFollowsFromFormatAndWidth) {
     const struct {
-        int nType;
+        ETnNLImageType eType;
         int nWidth;
         int nPitch;
     } rows[] = {
-        {1, 1, 4},  {1, 2, 8},  {1, 3, 12}, {1, 4, 12},    {1, 5, 16},      {1, 6, 20},      {2, 1, 4},
-        {2, 4, 12}, {2, 5, 16}, {2, 7, 24}, {2, 8, 24},    {3, 1, 1},       {3, 5, 5},       {4, 5, 5},
-        {5, 6, 6},  {6, 7, 7},  {7, 5, 5},  {7, 13, 13},   {8, 2, 3},       {8, 4, 6},       {8, 5, 7},
-        {8, 7, 10}, {9, 1, 4},  {9, 5, 20}, {8, 640, 960}, {2, 1920, 5760}, {9, 1921, 7684},
+        {TN_IMAGE_RGB24, 1, 4},   {TN_IMAGE_RGB24, 2, 8},       {TN_IMAGE_RGB24, 3, 12},       {TN_IMAGE_RGB24, 4, 12},
+        {TN_IMAGE_RGB24, 5, 16},  {TN_IMAGE_RGB24, 6, 20},      {TN_IMAGE_BGR24, 1, 4},        {TN_IMAGE_BGR24, 4, 12},
+        {TN_IMAGE_BGR24, 5, 16},  {TN_IMAGE_BGR24, 7, 24},      {TN_IMAGE_BGR24, 8, 24},       {TN_IMAGE_8BIT_3, 1, 1},
+        {TN_IMAGE_8BIT_3, 5, 5},  {TN_IMAGE_8BIT_4, 5, 5},      {TN_IMAGE_8BIT_5, 6, 6},       {TN_IMAGE_8BIT_6, 7, 7},
+        {TN_IMAGE_GRAY8, 5, 5},   {TN_IMAGE_GRAY8, 13, 13},     {TN_IMAGE_420, 2, 3},          {TN_IMAGE_420, 4, 6},
+        {TN_IMAGE_420, 5, 7},     {TN_IMAGE_420, 7, 10},        {TN_IMAGE_BGRX32, 1, 4},       {TN_IMAGE_BGRX32, 5, 20},
+        {TN_IMAGE_420, 640, 960}, {TN_IMAGE_BGR24, 1920, 5760}, {TN_IMAGE_BGRX32, 1921, 7684},
     };
     SurfaceSource source;
     for (const auto& row : rows) {
         constexpr int kHeight = 3;
-        const Desc desc = MakeDesc(Type(row.nType), row.nWidth, kHeight, {8, 9});
+        const Desc desc = MakeDesc(row.eType, row.nWidth, kHeight, {8, 9});
         ITnRobotSurface* pSurface = nullptr;
-        ASSERT_EQ(source.pool->QuerySurface(desc, &pSurface), 0) << row.nType << " " << row.nWidth;
+        ASSERT_EQ(source.pool->QuerySurface(desc, &pSurface), 0) << row.eType << " " << row.nWidth;
         const auto surface = Hold(pSurface);
         EXPECT_EQ(desc.nPitch, row.nPitch) << "the caller's own description";
         const Desc got = DescOf(pSurface);
-        EXPECT_EQ(got.nPitch, row.nPitch) << row.nType << " " << row.nWidth;
+        EXPECT_EQ(got.nPitch, row.nPitch) << row.eType << " " << row.nWidth;
         EXPECT_EQ(got.nWidth, row.nWidth);
         EXPECT_EQ(got.nHeight, kHeight);
-        EXPECT_EQ(got.eImageType, Type(row.nType));
+        EXPECT_EQ(got.eImageType, row.eType);
         EXPECT_EQ(got.oriPos.x, 8);
         EXPECT_EQ(got.oriPos.y, 9);
         EXPECT_EQ(source.blocks->Requests().back(), static_cast<unsigned int>(row.nPitch * kHeight));
@@ -81,34 +85,34 @@ TEST(SurfacePool, PitchFollowsFromFormatAndWidth) {
 TEST(SurfacePool, RefusesWhatCannotBeMetWhileNothingIsFree) {
     const struct {
         const char* lpszWhat;
-        int nType;
+        ETnNLImageType eType;
         int nWidth;
         int nHeight;
     } rows[] = {
-        {"no format", 0, 4, 4},
-        {"unknown format", 10, 4, 4},
-        {"negative format", -1, 4, 4},
-        {"large format", INT_MAX, 4, 4},
-        {"no columns", 2, 0, 4},
-        {"no rows", 2, 4, 0},
-        {"half a pixel", 8, 0, 4},
-        {"negative width", 2, -4, 4},
-        {"negative height", 7, 4, -4},
-        {"both negative", 7, -4, -4},
-        {"pitch beyond 31 bits", 9, 0x20000000, 1},
-        {"pitch that wraps to 12", 2, 0x55555559, 1},
-        {"pitch that wraps to 4", 9, 0x40000001, 1},
-        {"size that wraps to 0", 7, 0x10000, 0x10000},
-        {"size that wraps to 64 KiB", 7, 0x10000, 0x10001},
-        {"size that wraps to 12", 2, 0x40000004, 0x40000001},
-        {"largest of everything", 9, INT_MAX, INT_MAX},
-        {"smallest of everything", 9, INT_MIN, INT_MIN},
+        {"no format", TN_IMAGE_NONE, 4, 4},
+        {"unknown format", Type(10), 4, 4},
+        {"negative format", Type(-1), 4, 4},
+        {"large format", Type(INT_MAX), 4, 4},
+        {"no columns", TN_IMAGE_BGR24, 0, 4},
+        {"no rows", TN_IMAGE_BGR24, 4, 0},
+        {"half a pixel", TN_IMAGE_420, 0, 4},
+        {"negative width", TN_IMAGE_BGR24, -4, 4},
+        {"negative height", TN_IMAGE_GRAY8, 4, -4},
+        {"both negative", TN_IMAGE_GRAY8, -4, -4},
+        {"pitch beyond 31 bits", TN_IMAGE_BGRX32, 0x20000000, 1},
+        {"pitch that wraps to 12", TN_IMAGE_BGR24, 0x55555559, 1},
+        {"pitch that wraps to 4", TN_IMAGE_BGRX32, 0x40000001, 1},
+        {"size that wraps to 0", TN_IMAGE_GRAY8, 0x10000, 0x10000},
+        {"size that wraps to 64 KiB", TN_IMAGE_GRAY8, 0x10000, 0x10001},
+        {"size that wraps to 12", TN_IMAGE_BGR24, 0x40000004, 0x40000001},
+        {"largest of everything", TN_IMAGE_BGRX32, INT_MAX, INT_MAX},
+        {"smallest of everything", TN_IMAGE_BGRX32, INT_MIN, INT_MIN},
     };
     SurfaceSource source;
     ITnRobotSurface* const pMarker = reinterpret_cast<ITnRobotSurface*>(&source);
     for (const auto& row : rows) {
         ITnRobotSurface* pSurface = pMarker;
-        EXPECT_EQ(source.pool->QuerySurface(MakeDesc(Type(row.nType), row.nWidth, row.nHeight), &pSurface), -1)
+        EXPECT_EQ(source.pool->QuerySurface(MakeDesc(row.eType, row.nWidth, row.nHeight), &pSurface), -1)
             << row.lpszWhat;
         EXPECT_EQ(pSurface, pMarker) << row.lpszWhat << ": untouched on failure";
     }
@@ -166,7 +170,7 @@ TEST(SurfacePool, ReusesASurfaceForAnySizeAndFormat) {
     EXPECT_EQ(desc.eImageType, TN_IMAGE_GRAY8);
     EXPECT_EQ(desc.oriPos.x, 3);
     EXPECT_EQ(desc.oriPos.y, 4);
-    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 5000u);
+    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 5000U);
     EXPECT_EQ(source.blocks->Requests(), (std::vector<unsigned int>{48, 5000}));
 }
 
@@ -199,17 +203,23 @@ TEST(SurfacePool, AsksForANewBlockOfTheExactSizeEveryTime) {
 // A free surface is handed out whatever was asked: callers rely on valid descriptions only.
 TEST(SurfacePool, HandsOutAFreeSurfaceWithoutPixelsForABadRequest) {
     const struct {
-        int nType;
+        ETnNLImageType eType;
         int nWidth;
         int nHeight;
-    } rows[] = {{0, 4, 4}, {10, 4, 4}, {2, 0, 4}, {2, 4, 0}, {2, -4, 4}, {7, 0x10000, 0x10000}, {9, INT_MAX, INT_MAX}};
+    } rows[] = {{TN_IMAGE_NONE, 4, 4},
+                {Type(10), 4, 4},
+                {TN_IMAGE_BGR24, 0, 4},
+                {TN_IMAGE_BGR24, 4, 0},
+                {TN_IMAGE_BGR24, -4, 4},
+                {TN_IMAGE_GRAY8, 0x10000, 0x10000},
+                {TN_IMAGE_BGRX32, INT_MAX, INT_MAX}};
     for (const auto& row : rows) {
         SurfaceSource source;
         auto surface = source.Get(TN_IMAGE_BGR24, 5, 6, {7, 8});
         ITnRobotSurface* pFirst = surface.get();
         surface.reset();
         ITnRobotSurface* pSurface = nullptr;
-        ASSERT_EQ(source.pool->QuerySurface(MakeDesc(Type(row.nType), row.nWidth, row.nHeight), &pSurface), 0);
+        ASSERT_EQ(source.pool->QuerySurface(MakeDesc(row.eType, row.nWidth, row.nHeight), &pSurface), 0);
         surface = Hold(pSurface);
         EXPECT_EQ(pSurface, pFirst);
         const Desc desc = DescOf(pSurface);
@@ -222,7 +232,7 @@ TEST(SurfacePool, HandsOutAFreeSurfaceWithoutPixelsForABadRequest) {
         Lock lock{};
         EXPECT_TRUE(pSurface->LockSurface(lock));
         EXPECT_EQ(lock.pData, nullptr);
-        EXPECT_EQ(lock.nDataSize, 0u);
+        EXPECT_EQ(lock.nDataSize, 0U);
         pSurface->UnLockSurface();
     }
 }
@@ -242,7 +252,7 @@ TEST(SurfacePool, ASurfaceWithoutPixelsRecoversWithTheNextValidRequest) {
     source.GetWithoutPixels().reset();
     const auto surface = source.Get(TN_IMAGE_GRAY8, 9, 9);
     ASSERT_NE(surface, nullptr);
-    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 81u);
+    EXPECT_EQ(SurfaceBytes(surface.get()).size(), 81U);
 }
 
 TEST(SurfacePool, SurfacesOutliveIt) {
@@ -256,7 +266,7 @@ TEST(SurfacePool, SurfacesOutliveIt) {
     }
     EXPECT_TRUE(SurfaceBytes(one.get()).empty()) << "a surface with a single holder is cleared";
     EXPECT_EQ(DescOf(one.get()).nWidth, 4);
-    EXPECT_EQ(SurfaceBytes(shared.get()).size(), 16u) << "one with two holders is not";
+    EXPECT_EQ(SurfaceBytes(shared.get()).size(), 16U) << "one with two holders is not";
     EXPECT_EQ(shared->Release(), 1);
     EXPECT_EQ(shared.release()->Release(), 0);
     EXPECT_EQ(one.release()->Release(), 0);
@@ -264,18 +274,16 @@ TEST(SurfacePool, SurfacesOutliveIt) {
 }
 
 TEST(SurfacePool, WorksOverTheGeneralBlockPool) {
-    ITnRobotMemoryBlockPool* pBlocks = nullptr;
-    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pBlocks), 1);
-    const auto blocks = Hold(pBlocks);
+    const HeldPool blocks = MakePool();
     ITnRobotSurfacePool* pPool = nullptr;
-    ASSERT_EQ(TnCreateRobotSurfacePool(pBlocks, &pPool), 1);
+    ASSERT_EQ(TnCreateRobotSurfacePool(blocks.get(), &pPool), 1);
     const auto pool = Hold(pPool);
     ITnRobotSurface* pSurface = nullptr;
     ASSERT_EQ(pool->QuerySurface(MakeDesc(TN_IMAGE_BGR24, 1920, 1080), &pSurface), 0);
     const auto surface = Hold(pSurface);
     Lock lock{};
     EXPECT_TRUE(surface->LockSurface(lock));
-    EXPECT_EQ(lock.nDataSize, 5760u * 1080u) << "the block says what was asked for, not its capacity";
+    EXPECT_EQ(lock.nDataSize, 5760U * 1080U) << "the block says what was asked for, not its capacity";
     lock.pData[lock.nDataSize - 1] = 1;
     surface->UnLockSurface();
 }
@@ -283,11 +291,9 @@ TEST(SurfacePool, WorksOverTheGeneralBlockPool) {
 TEST(SurfacePool, ServesSeveralThreads) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 500;
-    ITnRobotMemoryBlockPool* pBlocks = nullptr;
-    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pBlocks), 1);
-    const auto blocks = Hold(pBlocks);
+    const HeldPool blocks = MakePool();
     ITnRobotSurfacePool* pPool = nullptr;
-    ASSERT_EQ(TnCreateRobotSurfacePool(pBlocks, &pPool), 1);
+    ASSERT_EQ(TnCreateRobotSurfacePool(blocks.get(), &pPool), 1);
     const auto pool = Hold(pPool);
     std::atomic<int> nWrong{0};
     std::vector<std::thread> threads;

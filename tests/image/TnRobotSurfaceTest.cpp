@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "TnRobotKernel/image.h"
-#include "support/TestSurfaces.h"
+#include "support/fakes/TestSurfaces.h"
 
 using namespace tntest;
 
@@ -16,7 +16,7 @@ TEST(RobotSurface, LocksWithItsDescriptionAndMemory) {
     EXPECT_EQ(lock.nPitch, 16);
     EXPECT_EQ(lock.eImageType, TN_IMAGE_BGR24);
     ASSERT_NE(lock.pData, nullptr);
-    EXPECT_EQ(lock.nDataSize, 48u);
+    EXPECT_EQ(lock.nDataSize, 48U);
     surface->UnLockSurface();
 }
 
@@ -66,7 +66,7 @@ TEST(RobotSurface, ResettingTheOriginChangesNothingElse) {
 TEST(RobotSurface, KeepsItsTimeStamp) {
     SurfaceSource source;
     const auto surface = source.Get(TN_IMAGE_GRAY8, 1, 1);
-    EXPECT_EQ(surface->QueryTimeStamp(), 0u);
+    EXPECT_EQ(surface->QueryTimeStamp(), 0U);
     surface->SetTimeStamp(0xFEDCBA9876543210ULL);
     EXPECT_EQ(surface->QueryTimeStamp(), 0xFEDCBA9876543210ULL);
 }
@@ -80,7 +80,7 @@ TEST(RobotSurface, KeepsItsTimeStampThroughThePool) {
     surface.reset();
     surface = source.Get(TN_IMAGE_BGR24, 2, 2);
     EXPECT_EQ(surface.get(), pBefore);
-    EXPECT_EQ(surface->QueryTimeStamp(), 77u);
+    EXPECT_EQ(surface->QueryTimeStamp(), 77U);
 }
 
 TEST(RobotSurface, IsHeldByItsPoolToo) {
@@ -113,7 +113,7 @@ TEST(RobotSurface, WithoutMemoryLocksWithNothing) {
     lock.nDataSize = 99;
     EXPECT_TRUE(surface->LockSurface(lock));
     EXPECT_EQ(lock.pData, nullptr);
-    EXPECT_EQ(lock.nDataSize, 0u);
+    EXPECT_EQ(lock.nDataSize, 0U);
     EXPECT_EQ(lock.nWidth, 4);
     EXPECT_EQ(lock.nHeight, 2);
     surface->UnLockSurface();

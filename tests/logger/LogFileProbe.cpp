@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "TnRobotKernel/core.h"
+#include "programs/LogFromThreads.h"
 
 namespace {
 
@@ -61,17 +62,9 @@ void LogWithoutMemory() {
 }
 
 void Flood(int nThreads, int nLines) {
-    std::vector<std::thread> threads;
-    for (int nThread = 0; nThread < nThreads; ++nThread) {
-        threads.emplace_back([nThread, nLines] {
-            for (int nLine = 0; nLine < nLines; ++nLine) {
-                Log(kLevel, "thread " + std::to_string(nThread) + " line " + std::to_string(nLine) + ".");
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    tntest::LogFromThreads(nThreads, nLines, [](int nThread, int nLine) {
+        Log(kLevel, "thread " + std::to_string(nThread) + " line " + std::to_string(nLine) + ".");
+    });
 }
 
 bool Contains(const std::string& path, const std::string& text) {

@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "support/ChildProcess.h"
-#include "support/FileBytes.h"
-#include "support/TempDirectory.h"
+#include "support/bytes/FileBytes.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/TempDirectory.h"
 
 namespace tntest {
 

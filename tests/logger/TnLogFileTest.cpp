@@ -19,15 +19,11 @@
 
 #include "logger/RobotLog.h"
 
-using tntest::ChildResult;
-using tntest::FileLines;
-using tntest::Steps;
-using tntest::WithoutTime;
-using tntest::WithoutTimes;
+using namespace tntest;
 
 namespace {
 
-class LogFile : public tntest::RobotLog {
+class LogFile : public RobotLog {
 protected:
     LogFile() { m_probe = TNROBOT_LOG_FILE_PROBE; }
 };
@@ -150,8 +146,8 @@ TEST_F(LogFile, IsKeptAndContinuedInADirectoryThatCannotBeWritten) {
 // One of the old files cannot be replaced; the others must not go one by one with each try.
 TEST_F(LogFile, KeepsItsOldFilesWhileOneIsInTheWay) {
     std::filesystem::create_directories(OldFile(3) + "/full");
-    tntest::WriteBytes(OldFile(1), tntest::FromText("one\n"));
-    tntest::WriteBytes(OldFile(2), tntest::FromText("two\n"));
+    WriteBytes(OldFile(1), FromText("one\n"));
+    WriteBytes(OldFile(2), FromText("two\n"));
     Run({"init", "param:3:1", "param:4:3", "flood:1:200", "param:4:3", "flood:1:200", "destroy"});
     EXPECT_EQ(FileLines(OldFile(1)), Steps{"one"});
     EXPECT_EQ(FileLines(OldFile(2)), Steps{"two"});
@@ -160,15 +156,15 @@ TEST_F(LogFile, KeepsItsOldFilesWhileOneIsInTheWay) {
 
 TEST_F(LogFile, StaysWhereItIsWhenTheProgramMoves) {
     const std::string elsewhere = m_directory.Directory("elsewhere");
-    const tntest::Bytes stranger = tntest::FromText("of somebody else\n");
+    const Bytes stranger = FromText("of somebody else\n");
     for (const char* lpszName : {"/robot.log", "/robot.1.log"}) {
-        tntest::WriteBytes(elsewhere + lpszName, stranger);
+        WriteBytes(elsewhere + lpszName, stranger);
     }
     Run({"init", "chdir::elsewhere", "param:3:1", "param:4:1000", "flood:1:200", "destroy"},
         {{"TNROBOT_LOG_FILE", "robot.log"}});
     EXPECT_EQ(LoggedInAll(), FloodOf(1, 200));
-    EXPECT_EQ(tntest::ReadBytes(elsewhere + "/robot.log"), stranger);
-    EXPECT_EQ(tntest::ReadBytes(elsewhere + "/robot.1.log"), stranger);
+    EXPECT_EQ(ReadBytes(elsewhere + "/robot.log"), stranger);
+    EXPECT_EQ(ReadBytes(elsewhere + "/robot.1.log"), stranger);
     EXPECT_FALSE(std::filesystem::exists(elsewhere + "/robot.2.log"));
 }
 
@@ -177,11 +173,10 @@ TEST_F(LogFile, IsNotOpenedByARelativePathInADirectoryThatIsGone) {
     const ChildResult result = Run({"chdir::gone", "remove::nothing", "init"}, {{"TNROBOT_LOG_FILE", "../robot.log"}});
     EXPECT_EQ(result.output, "chdir 0\nremove -1\nInit 0\n");
     const Steps arguments = {"-c", R"(cd gone && rmdir ../gone && exec "$0" init)", m_probe};
-    const ChildResult without =
-        tntest::RunChild({"/bin/sh",
-                          arguments,
-                          {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY}, {"TNROBOT_LOG_FILE", "x.log"}},
-                          m_directory.Path().string()});
+    const ChildResult without = RunChild({"/bin/sh",
+                                          arguments,
+                                          {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY}, {"TNROBOT_LOG_FILE", "x.log"}},
+                                          m_directory.Path().string()});
     EXPECT_EQ(without.output, "Init 2\n");
 }
 
@@ -206,7 +201,7 @@ TEST_F(LogFile, CountsEveryLineThatAFullFileSystemTakes) {
     if (!mounted.IsMounted()) {
         GTEST_SKIP() << "no file system of our own may be mounted";
     }
-    tntest::WriteBytes(disk + "/other", tntest::Bytes(40000));
+    WriteBytes(disk + "/other", Bytes(40000));
     const std::string file = disk + "/robot.log";
     const ChildResult result =
         Run({"init", "flood:4:500", "remove::" + disk + "/other", "untiltold::" + file, "destroy", "logged"},
@@ -216,7 +211,7 @@ TEST_F(LogFile, CountsEveryLineThatAFullFileSystemTakes) {
 }
 
 TEST_F(LogFile, StartsALineOfItsOwnBehindATornOne) {
-    tntest::WriteBytes(File(), tntest::FromText("torn"));
+    WriteBytes(File(), FromText("torn"));
     Run({"init", "log:2:whole", "destroy"});
     const Steps lines = FileLines(File());
     ASSERT_EQ(lines.size(), 2U);
@@ -296,9 +291,9 @@ TEST_F(LogFile, OfADeviceIsNotLocked) {
 
 TEST_F(LogFile, HasNoMoreOldFilesThanWanted) {
     for (int nNumber = 1; nNumber <= 8; ++nNumber) {
-        tntest::WriteBytes(OldFile(nNumber), tntest::FromText("old\n"));
+        WriteBytes(OldFile(nNumber), FromText("old\n"));
     }
-    tntest::WriteBytes(OldFile(10), tntest::FromText("of somebody else\n"));
+    WriteBytes(OldFile(10), FromText("of somebody else\n"));
     Run({"init", "param:4:6", "log:2:six", "destroy"});
     EXPECT_TRUE(std::filesystem::exists(OldFile(6)));
     EXPECT_FALSE(std::filesystem::exists(OldFile(7)));
@@ -315,7 +310,7 @@ TEST_F(LogFile, HasNoMoreOldFilesThanWanted) {
 // Their number is what it is at first until the program sets it, which it may do last.
 TEST_F(LogFile, KeepsAllOldFilesUntilTheirNumberIsSet) {
     for (int nNumber = 1; nNumber <= 8; ++nNumber) {
-        tntest::WriteBytes(OldFile(nNumber), tntest::FromText("old\n"));
+        WriteBytes(OldFile(nNumber), FromText("old\n"));
     }
     Run({"init", "param:3:1", "param:4:20", "flood:1:100", "destroy"});
     for (int nNumber = 1; nNumber <= 9; ++nNumber) {

@@ -6,15 +6,13 @@
 #include <string>
 
 #include "logger/RobotLog.h"
-#include "support/Sanitizers.h"
+#include "support/processes/Sanitizers.h"
 
-using tntest::ChildResult;
-using tntest::FileLines;
-using tntest::Steps;
+using namespace tntest;
 
 namespace {
 
-class LogProcess : public tntest::RobotLog {
+class LogProcess : public RobotLog {
 protected:
     LogProcess() { m_probe = TNROBOT_LOG_FILE_PROBE; }
 };
@@ -99,7 +97,7 @@ TEST_F(LogProcess, LinesOfTheVeryLastMomentsAreKept) {
 }
 
 TEST_F(LogProcess, ThreadsThatAreCancelledFinishTheirLine) {
-    if (tntest::kAddressSanitizer) {
+    if (kAddressSanitizer) {
         GTEST_SKIP() << "AddressSanitizer does not follow a thread that is cancelled";
     }
     const ChildResult result = Run({"init", "param:2:6", "cancel:50", "destroy", "logged"});
@@ -111,7 +109,7 @@ TEST_F(LogProcess, ThreadsThatAreCancelledFinishTheirLine) {
 
 // The handler's exit finds the lock with the thread that it runs on.
 TEST_F(LogProcess, EndsWhenASignalEndsItInsideTheLogger) {
-    if (tntest::kThreadSanitizer) {
+    if (kThreadSanitizer) {
         GTEST_SKIP() << "ThreadSanitizer holds signals back";
     }
     const ChildResult result = Run({"init", "log:3:first", "interrupt"});

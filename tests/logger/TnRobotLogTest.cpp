@@ -13,19 +13,10 @@
 #include <vector>
 
 #include "logger/RobotLog.h"
-#include "support/ChildProcess.h"
-#include "support/FileBytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/processes/ChildProcess.h"
 
-using tntest::ChildProgram;
-using tntest::ChildResult;
-using tntest::FileLines;
-using tntest::InShell;
-using tntest::LinesOf;
-using tntest::RobotLog;
-using tntest::RunChild;
-using tntest::Steps;
-using tntest::WithoutTime;
-using tntest::WithoutTimes;
+using namespace tntest;
 
 namespace {
 
@@ -209,7 +200,7 @@ TEST_F(RobotLog, NoControlCharacterOfAnyFormArrives) {
 }
 
 TEST_F(RobotLog, NoPathBringsAControlCharacterToTheConsole) {
-    tntest::WriteBytes(File(), {});
+    WriteBytes(File(), {});
     const auto console = Console({"init"}, {{"TNROBOT_LOG_FILE", File() + "/\x1b[31m\xc2\x9b"}});
     ASSERT_EQ(console.size(), 2U);
     EXPECT_NE(console[0].find(R"(\x1b[31m\xc2\x9b)"), std::string::npos) << console[0];
@@ -273,7 +264,7 @@ TEST_F(RobotLog, AnEmptyFileNameMeansConsoleOnly) {
 }
 
 TEST_F(RobotLog, AFileThatCannotBeOpenedIsADocumentedFailure) {
-    tntest::WriteBytes(File(), {});
+    WriteBytes(File(), {});
     const std::string path = File() + "/below_a_file.log";
     const ChildResult result =
         Run({"init", "log:5:lost", "param:1:0", "destroy", "loaded"}, {{"TNROBOT_LOG_FILE", path}});

@@ -10,26 +10,12 @@
 
 #include "TnRobotKernel/image.h"
 #include "TnRobotKernel/memory.h"
-#include "support/Memory.h"
-#include "support/StartGate.h"
-#include "support/TestSurfaces.h"
-#include "support/ThreadTest.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/ThreadTest.h"
 
-using tntest::Bytes;
-using tntest::Counting;
-using tntest::DescOf;
-using tntest::Held;
-using tntest::HeldBlock;
-using tntest::Hold;
-using tntest::MakeDesc;
-using tntest::Record;
-using tntest::SizeOf;
-using tntest::StartGate;
-using tntest::SurfaceBytes;
-using tntest::SurfaceSource;
-using tntest::TestBlock;
-using tntest::TestBlockPool;
-using tntest::ThreadTest;
+using namespace tntest;
 
 namespace {
 
@@ -205,7 +191,7 @@ public:
 
 private:
     static bool HasPixels(ITnRobotSurface* pSurface, int nHeight) {
-        tntest::Lock lock{};
+        Lock lock{};
         pSurface->LockSurface(lock);
         pSurface->UnLockSurface();
         return lock.pData != nullptr && lock.nHeight == nHeight &&

@@ -7,43 +7,31 @@
 #include <string>
 #include <vector>
 
+#include "memory/IdlePools.h"
 #include "memory/TnRobotFixedMemBlockPool.h"
 #include "memory/TnRobotRandomMemBlockPool.h"
-#include "support/FailingNew.h"
-#include "support/Files.h"
-#include "support/Memory.h"
-#include "support/TempDirectory.h"
+#include "support/fakes/FailingNew.h"
+#include "support/objects/Files.h"
+#include "support/objects/Memory.h"
+#include "support/processes/TempDirectory.h"
 
-using tntest::FailAllocationsAfter;
-using tntest::FailEveryAllocation;
-using tntest::Held;
-using tntest::HeldBlock;
-using tntest::HeldPool;
-using tntest::LiveAllocations;
-using tntest::MakeMemFile;
-using tntest::Query;
+using namespace tntest;
 
 namespace {
 
 constexpr unsigned int kUnit = 32768;
 constexpr unsigned int kMebibyte = 1048576;
 
-HeldPool MakePoolIdleAfter(double dSeconds) {
-    ITnRobotMemoryBlockPool* pPool = nullptr;
-    EXPECT_EQ(CTnRobotRandomMemBlockPool::CreateInstance(dSeconds, &pPool), 1);
-    return HeldPool(pPool);
-}
-
 Held<CTnRobotFixedMemBlockPool> MakeFixedPool() {
     CTnRobotFixedMemBlockPool* pPool = nullptr;
     EXPECT_EQ(CTnRobotFixedMemBlockPool::CreateInstance(100, 0xFFFFFFFF, 0.0, &pPool), 1);
-    return tntest::Hold(pPool);
+    return Hold(pPool);
 }
 
 Held<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemDataStream* pStream = nullptr;
     EXPECT_EQ(TnCreateRobotMemDataStream(&pool, &pStream), 1);
-    return tntest::Hold(pStream);
+    return Hold(pStream);
 }
 
 template <typename Interface, typename Create>
@@ -101,7 +89,7 @@ TEST(MemoryAllocation, AFixedPoolGivesEverythingBack) {
     FailEveryAllocation([] {
         CTnRobotFixedMemBlockPool* pPool = nullptr;
         CTnRobotFixedMemBlockPool::CreateInstance(100, 2, 0.0, &pPool);
-        const auto pool = tntest::Hold(pPool);
+        const auto pool = Hold(pPool);
         HeldBlock blocks[2];
         for (HeldBlock& block : blocks) {
             ITnRobotMemoryBlock* pBlock = nullptr;
@@ -113,9 +101,7 @@ TEST(MemoryAllocation, AFixedPoolGivesEverythingBack) {
 
 TEST(MemoryAllocation, AGeneralPoolServesAgainAfterAFailure) {
     FailEveryAllocation([] {
-        ITnRobotMemoryBlockPool* pPool = nullptr;
-        TnCreateRobotMemoryBlockPool(&pPool);
-        const HeldPool pool(pPool);
+        const HeldPool pool = MakePool();
         for (const unsigned int nSize : {1U, 2 * kUnit, 3 * kUnit, 1U}) {
             Query(*pool, nSize);
         }
@@ -217,12 +203,10 @@ TEST(MemoryAllocation, AStreamKeepsWhatFoundRoom) {
 TEST(MemoryAllocation, AStreamGivesEverythingBack) {
     const std::vector<unsigned char> bytes(2 * kMebibyte + 5, 'x');
     FailEveryAllocation([&] {
-        ITnRobotMemoryBlockPool* pPool = nullptr;
-        TnCreateRobotMemoryBlockPool(&pPool);
-        const HeldPool pool(pPool);
+        const HeldPool pool = MakePool();
         ITnRobotMemDataStream* pStream = nullptr;
-        TnCreateRobotMemDataStream(pPool, &pStream);
-        const auto stream = tntest::Hold(pStream);
+        TnCreateRobotMemDataStream(pool.get(), &pStream);
+        const auto stream = Hold(pStream);
         stream->WriteData(bytes.data(), static_cast<unsigned int>(bytes.size()));
         ReadableBytes(*stream);
     });
@@ -273,10 +257,10 @@ TEST(MemoryAllocation, AMemoryFileThatCannotOpenStaysClosed) {
 }
 
 TEST(MemoryAllocation, ADiskFileThatCannotOpenLeaksNothing) {
-    const tntest::TempDirectory directory;
+    const TempDirectory directory;
     const std::string path = directory / "file";
     FailEveryAllocation([&] {
-        const auto file = tntest::MakeFile();
+        const auto file = MakeFile();
         if (!file->Open(path.c_str(), true)) {
             throw std::bad_alloc();
         }

@@ -16,8 +16,10 @@
 #include <vector>
 
 #include "core/TnRef.h"
-#include "support/StartGate.h"
-#include "support/Watchdog.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/Watchdog.h"
+
+using namespace tntest;
 
 // Takes the two steps of a request apart, to put other threads' steps in between.
 struct CircleMemBlockPoolPeer {
@@ -40,7 +42,7 @@ using Block = tnrobot::Ref<ITnRobotMemoryBlock>;
 constexpr unsigned int kMiB = 1024 * 1024;
 constexpr unsigned int kBuffer = 25165824;
 
-Pool MakePool() {
+Pool MakeCirclePool() {
     Pool pool;
     EXPECT_EQ(TnCreateRobotCircleMemoryBlockPool(pool.Receive()), 1);
     return pool;
@@ -71,7 +73,7 @@ unsigned char* End(const Block& block) {
 }  // namespace
 
 TEST(CircleMemBlockPool, ServesUpToAWholeBuffer) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     const Block whole = Query(pool, kBuffer);
     EXPECT_EQ(Size(whole), kBuffer);
     Start(whole)[0] = 1;
@@ -79,7 +81,7 @@ TEST(CircleMemBlockPool, ServesUpToAWholeBuffer) {
 }
 
 TEST(CircleMemBlockPool, RefusesMoreThanABuffer) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     const Block block = Query(pool, 16);
     for (const unsigned int nSize : {kBuffer + 1, 0x80000000U, 0xFFFFFFFFU}) {
         ITnRobotMemoryBlock* pUntouched = block.Get();
@@ -89,12 +91,12 @@ TEST(CircleMemBlockPool, RefusesMoreThanABuffer) {
 }
 
 TEST(CircleMemBlockPool, RefusesANullPointer) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     EXPECT_EQ(pool->QueryMemBuff(16, nullptr), 0);
 }
 
 TEST(CircleMemBlockPool, ServesEmptyBlocks) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     const Block first = Query(pool, 0);
     const Block second = Query(pool, 5);
     const Block third = Query(pool, 0);
@@ -104,7 +106,7 @@ TEST(CircleMemBlockPool, ServesEmptyBlocks) {
 }
 
 TEST(CircleMemBlockPool, CutsBlocksOneBehindTheOtherWithoutAlignment) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     std::vector<Block> blocks;
     for (const unsigned int nSize : {3U, 5U, 1U, 4096U, 7U, 65536U, 1U}) {
         blocks.push_back(Query(pool, nSize));
@@ -121,7 +123,7 @@ TEST(CircleMemBlockPool, CutsBlocksOneBehindTheOtherWithoutAlignment) {
 }
 
 TEST(CircleMemBlockPool, ABlockGoesBackWithItsHoldersLastReference) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     Block block = Query(pool, 100);
     block->AddRef();
     EXPECT_EQ(block->Release(), 2);
@@ -129,7 +131,7 @@ TEST(CircleMemBlockPool, ABlockGoesBackWithItsHoldersLastReference) {
 }
 
 TEST(CircleMemBlockPool, AFullBufferInUseIsSpent) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     const Block first = Query(pool, 8 * kMiB);
     const Block second = Query(pool, 8 * kMiB);
     const Block third = Query(pool, 8 * kMiB);
@@ -142,7 +144,7 @@ TEST(CircleMemBlockPool, AFullBufferInUseIsSpent) {
 }
 
 TEST(CircleMemBlockPool, AReadyBufferIsNotRewoundBetweenRequests) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     Block block = Query(pool, 1000);
     const unsigned char* pEnd = End(block);
     block.Reset();
@@ -150,7 +152,7 @@ TEST(CircleMemBlockPool, AReadyBufferIsNotRewoundBetweenRequests) {
 }
 
 TEST(CircleMemBlockPool, AReadyBufferTooFullButUnusedStartsOver) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     Block block = Query(pool, 8 * kMiB);
     const unsigned char* pStart = Start(block);
     block.Reset();
@@ -159,7 +161,7 @@ TEST(CircleMemBlockPool, AReadyBufferTooFullButUnusedStartsOver) {
 }
 
 TEST(CircleMemBlockPool, ASpentBufferBecomesTheLastReadyOneWithItsLastBlock) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     std::array<Block, 3> blocks;
     for (Block& block : blocks) {
         block = Query(pool, 8 * kMiB);
@@ -176,7 +178,7 @@ TEST(CircleMemBlockPool, ASpentBufferBecomesTheLastReadyOneWithItsLastBlock) {
 }
 
 TEST(CircleMemBlockPool, ASpentBufferStaysSpentWhileABlockIsHeld) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     Block first = Query(pool, 8 * kMiB);
     const Block held = Query(pool, 8 * kMiB);
     std::vector<Block> others = {Query(pool, kBuffer), Query(pool, kBuffer), Query(pool, kBuffer)};
@@ -188,7 +190,7 @@ TEST(CircleMemBlockPool, ASpentBufferStaysSpentWhileABlockIsHeld) {
 }
 
 TEST(CircleMemBlockPool, GrowsByBuffersWithoutLimit) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     std::vector<Block> blocks;
     for (int i = 0; i < 9; ++i) {
         blocks.push_back(Query(pool, kBuffer));
@@ -200,7 +202,7 @@ TEST(CircleMemBlockPool, GrowsByBuffersWithoutLimit) {
 }
 
 TEST(CircleMemBlockPool, ReusesBlockObjectsInTheOrderOfTheirReturn) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     Block a = Query(pool, 10);
     Block b = Query(pool, 20);
     Block c = Query(pool, 30);
@@ -219,7 +221,7 @@ TEST(CircleMemBlockPool, ReusesBlockObjectsInTheOrderOfTheirReturn) {
 }
 
 TEST(CircleMemBlockPool, FreeUnuseMemoryChangesNothing) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     const Block held = Query(pool, 1000);
     const unsigned char* pEnd = nullptr;
     {
@@ -233,7 +235,7 @@ TEST(CircleMemBlockPool, FreeUnuseMemoryChangesNothing) {
 }
 
 TEST(CircleMemBlockPool, BlocksHeldLongerThanThePoolAreFreedByTheirLastRelease) {
-    Pool pool = MakePool();
+    Pool pool = MakeCirclePool();
     Block held = Query(pool, 1000);
     Block shared = Query(pool, 1000);
     const Block sharedAgain = shared;
@@ -246,15 +248,15 @@ TEST(CircleMemBlockPool, BlocksHeldLongerThanThePoolAreFreedByTheirLastRelease) 
 }
 
 TEST(CircleMemBlockPool, BothBasesLeadToTheSameObject) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     auto* pParent = dynamic_cast<ITnRobotMemoryBlockParent*>(pool.Get());
     ASSERT_NE(pParent, nullptr);
     EXPECT_EQ(dynamic_cast<ITnRobotMemoryBlockPool*>(pParent), pool.Get());
 }
 
 TEST(CircleMemBlockPool, TakesBackOnlyItsOwnBlocksInUse) {
-    const Pool pool = MakePool();
-    const Pool otherPool = MakePool();
+    const Pool pool = MakeCirclePool();
+    const Pool otherPool = MakeCirclePool();
     auto* pParent = dynamic_cast<ITnRobotMemoryBlockParent*>(pool.Get());
     pParent->RecoveryMemBuff(nullptr);
 
@@ -283,7 +285,7 @@ TEST(CircleMemBlockPool, TakesBackOnlyItsOwnBlocksInUse) {
 
 // The documented answer: callers set their pointer to null before and test it afterwards.
 TEST(CircleMemBlockPool, ARequestThatLosesItsBufferToAnotherAnswersOneWithoutABlock) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     const Block full = Query(pool, 20 * kMiB);
     Peer::Buffer& chosen = Peer::Choose(pool.Get(), 4 * kMiB);
     const Block other = Query(pool, 1 * kMiB);
@@ -295,7 +297,7 @@ TEST(CircleMemBlockPool, ARequestThatLosesItsBufferToAnotherAnswersOneWithoutABl
 }
 
 TEST(CircleMemBlockPool, ARequestUsesTheBufferThatItHasChosen) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     const Block first = Query(pool, 20 * kMiB);
     Peer::Buffer& chosen = Peer::Choose(pool.Get(), 1 * kMiB);
     const Block elsewhere = Query(pool, 8 * kMiB);  // makes the chosen one spent
@@ -306,7 +308,7 @@ TEST(CircleMemBlockPool, ARequestUsesTheBufferThatItHasChosen) {
 }
 
 TEST(CircleMemBlockPool, ABufferRewoundAfterItWasChosenIsCutFromItsStart) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     Block first = Query(pool, 20 * kMiB);
     unsigned char* const pStart = Start(first);
     Peer::Buffer& chosen = Peer::Choose(pool.Get(), 4 * kMiB);
@@ -322,7 +324,7 @@ TEST(CircleMemBlockPool, ABufferRewoundAfterItWasChosenIsCutFromItsStart) {
 }
 
 TEST(CircleMemBlockPool, ALateBlockKeepsASpentBufferSpent) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     Block first = Query(pool, 20 * kMiB);
     unsigned char* const pStart = Start(first);
     Peer::Buffer& chosen = Peer::Choose(pool.Get(), 1 * kMiB);
@@ -353,7 +355,7 @@ std::size_t ResidentPages(const Block& block) {
 }
 
 std::size_t ResidentPagesOfANewPool() {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     std::vector<Block> blocks;
     std::size_t nPages = 0;
     for (int i = 0; i < 4; ++i) {
@@ -458,7 +460,7 @@ private:
 }  // namespace
 
 TEST(CircleMemBlockPool, BlocksOfFourThreadsNeverOverlap) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     std::atomic<ITnRobotMemoryBlock*> exchange(nullptr);
     std::vector<Holder> holders;
     for (unsigned int i = 0; i < 4; ++i) {
@@ -489,7 +491,7 @@ TEST(CircleMemBlockPool, BlocksOfFourThreadsNeverOverlap) {
 // while the pool goes.
 TEST(CircleMemBlockPool, BlocksMayBeReleasedWhileThePoolIsBeingDestroyed) {
     for (int nRun = 0; nRun < 300; ++nRun) {
-        Pool pool = MakePool();
+        Pool pool = MakeCirclePool();
         std::array<std::vector<Block>, 2> held;
         for (const unsigned int nSize : {13 * kMiB, 1000U, 20 * kMiB, 13 * kMiB, 1000U, 1000U}) {
             held[0].push_back(Query(pool, nSize));
@@ -518,7 +520,7 @@ TEST(CircleMemBlockPool, BlocksMayBeReleasedWhileThePoolIsBeingDestroyed) {
 }
 
 TEST(CircleMemBlockPool, ARequestMayRunWhileTheLastBlockOfASpentBufferComesBack) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     for (int nRun = 0; nRun < 2000; ++nRun) {
         Block first = Query(pool, 20 * kMiB);
         const Block second = Query(pool, 20 * kMiB);  // makes the buffer of the first spent
@@ -556,10 +558,10 @@ void TakeBack(const Pool& pool, const Block& block) {
 }  // namespace
 
 TEST(CircleMemBlockPool, ItsEndLeavesABlockTakenBackToItsHolders) {
-    const tntest::Watchdog watchdog(60);
+    const Watchdog watchdog(60);
     for (const int nHolders : {1, 2, 3}) {
         for (const bool bSpent : {false, true}) {
-            Pool pool = MakePool();
+            Pool pool = MakeCirclePool();
             Block block = Query(pool, 13 * kMiB);
             const Block neighbour = Query(pool, 100);
             const Block nextBuffer = bSpent ? Query(pool, 20 * kMiB) : Block();
@@ -577,7 +579,7 @@ TEST(CircleMemBlockPool, ItsEndLeavesABlockTakenBackToItsHolders) {
 }
 
 TEST(CircleMemBlockPool, ABlockTakenBackStaysUsableWhenItsHoldersLetGo) {
-    const Pool pool = MakePool();
+    const Pool pool = MakeCirclePool();
     Block block = Query(pool, 100);
     const ITnRobotMemoryBlock* const pBlock = block.Get();
     Block second = block;
@@ -589,9 +591,9 @@ TEST(CircleMemBlockPool, ABlockTakenBackStaysUsableWhenItsHoldersLetGo) {
 
 // The last holder lets go at the very moment when the pool looks at what it has taken back.
 TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroyed) {
-    const tntest::Watchdog watchdog(120);
+    const Watchdog watchdog(120);
     for (int nRun = 0; nRun < 300; ++nRun) {
-        Pool pool = MakePool();
+        Pool pool = MakeCirclePool();
         std::vector<Block> blocks;
         for (int n = 0; n < 8; ++n) {
             blocks.push_back(Query(pool, 100));
@@ -599,7 +601,7 @@ TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroye
         for (std::size_t n = 0; n < blocks.size(); n += 2) {
             TakeBack(pool, blocks[n]);
         }
-        tntest::StartGate gate(2);
+        StartGate gate(2);
         std::thread releasing([&] {
             gate.ArriveAndWait();
             for (Block& block : blocks) {
@@ -615,7 +617,7 @@ TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroye
 // It is a spare one meanwhile, because it was taken back while it was held. Were it handed out, two last
 // releases could be under way at once, and the pool's end would wait for one of them only.
 TEST(CircleMemBlockPool, ABlockThatIsJustReturnedIsNotHandedOut) {
-    Pool pool = MakePool();
+    Pool pool = MakeCirclePool();
     Block block = Query(pool, 100);
     auto* const pReturned = dynamic_cast<CTnRobotMemoryBlock*>(block.Get());
     TakeBack(pool, block);

@@ -8,13 +8,11 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Files.h"
-#include "support/Held.h"
-#include "support/TempDirectory.h"
+#include "support/objects/Files.h"
+#include "support/objects/Held.h"
+#include "support/processes/TempDirectory.h"
 
-using tntest::Held;
-using tntest::MakeFile;
-using tntest::TempDirectory;
+using namespace tntest;
 
 namespace {
 

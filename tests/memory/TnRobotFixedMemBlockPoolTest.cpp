@@ -9,17 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "support/Memory.h"
-#include "support/StartGate.h"
-#include "support/Watchdog.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/Watchdog.h"
 
-using tntest::DataOf;
-using tntest::FillPattern;
-using tntest::HasPattern;
-using tntest::HeldBlock;
-using tntest::MakeView;
-using tntest::SizeOf;
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 
@@ -27,7 +21,7 @@ constexpr unsigned int kNoLimit = 0xFFFFFFFF;
 constexpr double kNeverIdle = 3600.0;
 constexpr double kAlwaysIdle = 0.0;
 
-using FixedPool = tntest::Held<CTnRobotFixedMemBlockPool>;
+using FixedPool = Held<CTnRobotFixedMemBlockPool>;
 using Clock = std::chrono::system_clock;
 
 FixedPool MakeFixedPool(unsigned int nBlockSize, unsigned int nMaxCount, double dIdleSeconds = kNeverIdle) {
@@ -398,7 +392,7 @@ void ExpectLeftToItsHolders(HeldBlock block, const HeldOnTheFreeList& way) {
 
 // Releasing such a block under the pool's own lock would return it to the pool.
 TEST(FixedMemBlockPool, ItsEndLeavesAFreeBlockThatIsHeldToItsHolders) {
-    const tntest::Watchdog watchdog(kHangsAfter);
+    const Watchdog watchdog(kHangsAfter);
     for (const HeldOnTheFreeList& way : kHeldOnTheFreeList) {
         FixedPool pool = MakeFixedPool(1000, kNoLimit);
         HeldBlock block = way.take(*pool);
@@ -409,7 +403,7 @@ TEST(FixedMemBlockPool, ItsEndLeavesAFreeBlockThatIsHeldToItsHolders) {
 }
 
 TEST(FixedMemBlockPool, TheSweepLeavesAFreeBlockThatIsHeldToItsHolders) {
-    const tntest::Watchdog watchdog(kHangsAfter);
+    const Watchdog watchdog(kHangsAfter);
     for (const HeldOnTheFreeList& way : kHeldOnTheFreeList) {
         const FixedPool pool = MakeFixedPool(1000, kNoLimit, kAlwaysIdle);
         HeldBlock block = way.take(*pool);
@@ -439,7 +433,7 @@ TEST(FixedMemBlockPool, ABlockReturnedTwiceIsFreedOnce) {
 
 // The free list holds it twice, so two callers get it: nothing is checked there.
 TEST(FixedMemBlockPool, ABlockReturnedTwiceIsHandedOutTwice) {
-    const tntest::Watchdog watchdog(kHangsAfter);
+    const Watchdog watchdog(kHangsAfter);
     FixedPool pool = MakeFixedPool(1000, kNoLimit);
     HeldBlock block = Query(*pool);
     ITnRobotMemoryBlock* const pBlock = block.get();
@@ -456,7 +450,7 @@ TEST(FixedMemBlockPool, ABlockReturnedTwiceIsHandedOutTwice) {
 
 // The last holder lets go at the very moment when the pool, or its sweep, looks at the block.
 TEST(FixedMemBlockPool, AFreeBlockMayBeReleasedWhileThePoolSweepsAndGoes) {
-    const tntest::Watchdog watchdog(2 * kHangsAfter);
+    const Watchdog watchdog(2 * kHangsAfter);
     for (unsigned int nRound = 0; nRound < 400; ++nRound) {
         FixedPool pool = MakeFixedPool(64, kNoLimit, kAlwaysIdle);
         std::vector<HeldBlock> blocks;

@@ -8,13 +8,9 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Memory.h"
+#include "support/objects/Memory.h"
 
-using tntest::Held;
-using tntest::HeldBlock;
-using tntest::HeldPool;
-using tntest::MakePool;
-using tntest::MakeView;
+using namespace tntest;
 
 namespace {
 
@@ -434,7 +430,7 @@ TEST_F(RiggedStream, ItsEndGivesTheBlocksBackInAFixedOrder) {
     std::vector<HeldBlock> again;
     std::vector<ITnRobotMemoryBlock*> order;
     for (int n = 0; n < 4; ++n) {
-        again.push_back(tntest::Query(*source, kBlockSize));
+        again.push_back(Query(*source, kBlockSize));
         order.push_back(again.back().get());
     }
     EXPECT_EQ(order, (std::vector<ITnRobotMemoryBlock*>{pRead, given[1], given[0], given[2]}));

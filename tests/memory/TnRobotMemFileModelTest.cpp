@@ -9,16 +9,13 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Files.h"
-#include "support/Held.h"
-#include "support/MemFileModels.h"
+#include "support/bytes/MemFileModels.h"
+#include "support/objects/Files.h"
+#include "support/objects/Held.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::Bytes;
-using tntest::ChunkModel;
-using tntest::FlatModel;
-using tntest::MakeMemFile;
 
 class Script {
 public:

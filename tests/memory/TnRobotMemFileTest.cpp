@@ -6,11 +6,10 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Files.h"
-#include "support/Held.h"
+#include "support/objects/Files.h"
+#include "support/objects/Held.h"
 
-using tntest::Held;
-using tntest::MakeMemFile;
+using namespace tntest;
 
 namespace {
 

@@ -7,12 +7,10 @@
 #include <thread>
 #include <vector>
 
-#include "support/Memory.h"
-#include "support/StartGate.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
 
-using tntest::DataOf;
-using tntest::SizeOf;
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

@@ -5,24 +5,19 @@
 #include <chrono>
 
 #include "memory/TnRobotProtocolMemBlock.h"
-#include "support/Memory.h"
+#include "support/objects/Memory.h"
 
-using tntest::DataOf;
-using tntest::HeldBlock;
-using tntest::HeldPool;
-using tntest::MakePool;
-using tntest::Query;
-using tntest::SizeOf;
+using namespace tntest;
 
 namespace {
 
 using Clock = std::chrono::system_clock;
 
-tntest::Held<CTnRobotProtocolMemBlock> MakeProtocolBlock(ITnRobotMemoryBlock* pParent, unsigned char* pData,
-                                                         unsigned int nSize) {
+Held<CTnRobotProtocolMemBlock> MakeProtocolBlock(ITnRobotMemoryBlock* pParent, unsigned char* pData,
+                                                 unsigned int nSize) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     EXPECT_EQ(CTnRobotProtocolMemBlock::CreateInstance(pParent, pData, nSize, &pBlock), 1);
-    return tntest::Hold(dynamic_cast<CTnRobotProtocolMemBlock*>(pBlock));
+    return Hold(dynamic_cast<CTnRobotProtocolMemBlock*>(pBlock));
 }
 
 }  // namespace

@@ -3,15 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Memory.h"
+#include "support/objects/Memory.h"
 
-using tntest::DataOf;
-using tntest::HeldBlock;
-using tntest::HeldPool;
-using tntest::MakePool;
-using tntest::MakeView;
-using tntest::Query;
-using tntest::SizeOf;
+using namespace tntest;
 
 TEST(CustomMemBlock, WithoutAParentViewsTheCallersMemory) {
     unsigned char bytes[] = {1, 2, 3, 4};

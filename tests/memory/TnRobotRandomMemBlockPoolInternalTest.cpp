@@ -8,30 +8,17 @@
 #include <thread>
 #include <vector>
 
+#include "memory/IdlePools.h"
 #include "memory/TnRobotMemoryBlock.h"
 #include "memory/TnRobotRandomMemBlockPool.h"
-#include "support/Memory.h"
-#include "support/StartGate.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
 
-using tntest::DataOf;
-using tntest::FillPattern;
-using tntest::HasPattern;
-using tntest::HeldBlock;
-using tntest::HeldPool;
-using tntest::MakePool;
-using tntest::Query;
-using tntest::SizeOf;
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 
 constexpr unsigned int kUnit = 32768;
-
-HeldPool MakePoolIdleAfter(double dSeconds) {
-    ITnRobotMemoryBlockPool* pPool = nullptr;
-    EXPECT_EQ(CTnRobotRandomMemBlockPool::CreateInstance(dSeconds, &pPool), 1);
-    return HeldPool(pPool);
-}
 
 unsigned int CapacityOf(ITnRobotMemoryBlock& block) {
     return dynamic_cast<CTnRobotMemoryBlock&>(block).GetCapacity();

@@ -8,18 +8,10 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Memory.h"
-#include "support/StartGate.h"
+#include "support/objects/Memory.h"
+#include "support/threads/StartGate.h"
 
-using tntest::DataOf;
-using tntest::FillPattern;
-using tntest::HasPattern;
-using tntest::HeldBlock;
-using tntest::HeldPool;
-using tntest::MakePool;
-using tntest::Query;
-using tntest::SizeOf;
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

@@ -6,17 +6,13 @@
 #include <functional>
 #include <string>
 
-#include "support/TempDirectory.h"
-#include "support/TestBlocks.h"
-#include "support/TestSurfaces.h"
-#include "support/ThreadTest.h"
-#include "support/ValuePool.h"
+#include "support/fakes/TestBlocks.h"
+#include "support/fakes/TestSurfaces.h"
+#include "support/objects/ValuePool.h"
+#include "support/processes/TempDirectory.h"
+#include "support/threads/ThreadTest.h"
 
-using tntest::Desc;
-using tntest::NoValuePool;
-using tntest::TestBlock;
-using tntest::TestBlockPool;
-using tntest::TestSurfacePool;
+using namespace tntest;
 
 namespace {
 
@@ -115,7 +111,7 @@ TEST(Make, GroupsGiveTheirValuesAndCopies) {
 }
 
 TEST(Make, FilesArchiveAndStreamsWorkTogether) {
-    const tntest::TempDirectory directory;
+    const TempDirectory directory;
     const std::string strPath = directory / "group.bin";
     {
         const auto group = tn::MakeValueDataGroup();
@@ -245,7 +241,7 @@ TEST_F(MakeImages, PicturesAreSavedAndLoaded) {
     image.pData = nullptr;
     EXPECT_FALSE(tn::SaveImage(image, m_blocks.get()));
 
-    const tntest::TempDirectory directory;
+    const TempDirectory directory;
     const std::string strPath = directory / "picture.jpg";
     ASSERT_EQ(TnRobotImageUtils::SaveImage(strPath.c_str(), picture.get()), 0);
     EXPECT_TRUE(tn::LoadImage(strPath.c_str(), m_pool.get()));
@@ -261,7 +257,7 @@ TEST(Make, EventsSignalsAndClocks) {
     EXPECT_TRUE(bStopped);
 }
 
-using MakeThreads = tntest::ThreadTest;
+using MakeThreads = ThreadTest;
 
 TEST_F(MakeThreads, ThreadsEndWithTheirPointer) {
     const auto called = tn::MakeManualEvent(false);

@@ -14,12 +14,12 @@
 
 #include "TnRobotKernel/make.h"
 #include "TnRobotKernel/tn/tn.h"
-#include "support/Archives.h"
-#include "support/FileBytes.h"
-#include "support/Limits.h"
-#include "support/Sanitizers.h"
-#include "support/TempDirectory.h"
-#include "support/TestObjects.h"
+#include "support/bytes/FileBytes.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+#include "support/processes/Limits.h"
+#include "support/processes/Sanitizers.h"
+#include "support/processes/TempDirectory.h"
 
 using namespace tntest;
 

@@ -9,15 +9,12 @@
 #include <utility>
 #include <vector>
 
-#include "support/TestBlocks.h"
-#include "support/TestSurfaces.h"
+#include "support/fakes/TestBlocks.h"
+#include "support/fakes/TestSurfaces.h"
+
+using namespace tntest;
 
 using tn::SurfaceMat;
-using tntest::Bytes;
-using tntest::Desc;
-using tntest::TestBlock;
-using tntest::TestBlockPool;
-using tntest::TestSurface;
 using SurfacePtr = TnRobotPtr<ITnRobotSurface>;
 
 namespace {
@@ -49,8 +46,8 @@ protected:
     TnRobotPtr<ITnRobotSurfacePool> m_pool = tn::MakeSurfacePool(m_blocks.get());
 };
 
-tntest::Lock Pixels(const SurfacePtr& surface) {
-    tntest::Lock lock{};
+Lock Pixels(const SurfacePtr& surface) {
+    Lock lock{};
     surface->LockSurface(lock);
     surface->UnLockSurface();
     return lock;
@@ -106,7 +103,7 @@ TEST_F(OpenCv, AMatrixLiesOverTheSurfaceWhateverItsPitch) {
             SCOPED_TRACE(testing::Message() << "format " << entry.eType << ", width " << nWidth);
             const SurfacePtr surface = Surface(nWidth, 3, entry.eType);
             cv::Mat mat = tn::MatOver(surface, m_pool);
-            const tntest::Lock pixels = Pixels(surface);
+            const Lock pixels = Pixels(surface);
             ASSERT_EQ(mat.size(), cv::Size(nWidth, 3));
             EXPECT_EQ(mat.type(), entry.nCvType);
             EXPECT_EQ(mat.data, pixels.pData);
@@ -237,7 +234,7 @@ TEST_F(OpenCv, AnAllocatedSurfaceIsFilledThroughItsMatrix) {
     ASSERT_TRUE(holder);
     cv::add(source, cv::Scalar::all(1), holder.Mat());
     EXPECT_TRUE(holder.Shares());
-    const tntest::Lock pixels = Pixels(holder.Surface());
+    const Lock pixels = Pixels(holder.Surface());
     EXPECT_EQ(pixels.pData[0], 2);
     EXPECT_EQ(pixels.pData[16], 17) << "the second row begins at the pitch";
 
@@ -293,7 +290,7 @@ TEST_F(OpenCv, TheSurfaceKeepsTheMatrixsMemory) {
         surface = tn::SurfaceOver(mat);
     }
     ASSERT_TRUE(surface);
-    const tntest::Lock pixels = Pixels(surface);
+    const Lock pixels = Pixels(surface);
     EXPECT_EQ(pixels.pData[0], 1);
     EXPECT_EQ(pixels.pData[35], 36);
     EXPECT_EQ(surface.detach()->Release(), 0) << "it belongs to no pool";
@@ -353,7 +350,7 @@ TEST_F(OpenCv, WritingASurfaceOverARegionLeavesItsNeighboursAlone) {
             const cv::Rect part(nX, 1, nWidth, 2);
             const SurfacePtr surface = tn::SurfaceOver(whole(part));
             if (surface) {
-                const tntest::Lock pixels = Pixels(surface);
+                const Lock pixels = Pixels(surface);
                 std::fill_n(pixels.pData, pixels.nDataSize, static_cast<unsigned char>(2));
             }
             whole(part).setTo(cv::Scalar::all(1));
@@ -384,7 +381,7 @@ TEST_F(OpenCv, EveryMatrixCanBeCopied) {
         const cv::Mat view = tn::MatOver(surface, m_pool);
         EXPECT_TRUE(SameElements(view, region));
         EXPECT_NE(view.data, region.data);
-        const tntest::Lock pixels = Pixels(surface);
+        const Lock pixels = Pixels(surface);
         for (int nY = 0; nY < 3; ++nY) {
             for (int nX = nWidth * 3; nX < pixels.nPitch; ++nX) {
                 ASSERT_EQ(pixels.pData[nY * pixels.nPitch + nX], 0) << "padding of row " << nY;

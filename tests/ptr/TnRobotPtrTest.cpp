@@ -12,11 +12,7 @@
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "ptr/PtrProbe.h"
 
-using tntest::ITnPtrProbe;
-using tntest::PooledPtrProbe;
-using tntest::PooledPtrProbeAlloc;
-using tntest::PtrProbe;
-using tntest::RolePtrProbe;
+using namespace tntest;
 
 namespace {
 

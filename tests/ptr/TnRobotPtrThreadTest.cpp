@@ -6,10 +6,9 @@
 #include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/values.h"
 #include "ptr/PtrProbe.h"
-#include "support/StartGate.h"
+#include "support/threads/StartGate.h"
 
-using tntest::PtrProbe;
-using tntest::StartGate;
+using namespace tntest;
 
 namespace {
 

@@ -21,12 +21,12 @@
 #include <vector>
 
 #include "TnRobotKernel/make.h"
-#include "support/ChildProcess.h"
-#include "support/Descriptors.h"
-#include "support/FileBytes.h"
-#include "support/Limits.h"
-#include "support/TempDirectory.h"
-#include "support/Watchdog.h"
+#include "support/bytes/FileBytes.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/Descriptors.h"
+#include "support/processes/Limits.h"
+#include "support/processes/TempDirectory.h"
+#include "support/threads/Watchdog.h"
 
 using namespace tntest;
 

@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "TnRobotKernel/make.h"
-#include "support/Archives.h"
-#include "support/FileBytes.h"
-#include "support/ForeignValue.h"
-#include "support/TempDirectory.h"
-#include "support/TestObjects.h"
+#include "support/bytes/FileBytes.h"
+#include "support/fakes/ForeignValue.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+#include "support/processes/TempDirectory.h"
 
 using namespace tntest;
 

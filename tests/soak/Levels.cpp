@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <fstream>
 
-#include "support/Descriptors.h"
-#include "support/ResourceUse.h"
-#include "support/ThreadProbe.h"
+#include "support/processes/Descriptors.h"
+#include "support/processes/ResourceUse.h"
+#include "support/threads/ThreadProbe.h"
+
+using namespace tntest;
 
 namespace tnsoak {
 
@@ -56,12 +58,12 @@ std::string GrowthOf(const std::vector<Level>& levels, const char* lpszName, lon
 }  // namespace
 
 Level TakeLevel(double dShare) {
-    return {dShare, ResidentKiB(), HeapKiB(), tntest::CountDescriptors(), tntest::CountThreads()};
+    return {dShare, ResidentKiB(), HeapKiB(), CountDescriptors(), CountThreads()};
 }
 
 // A sanitizer keeps freed memory and books of its own: how much the process takes says nothing then.
 std::string Growth(const std::vector<Level>& levels) {
-    if (tntest::kSanitizerOwnsMemory) {
+    if (kSanitizerOwnsMemory) {
         return {};
     }
     return GrowthOf(levels, "resident memory", &Level::nResidentKiB) + GrowthOf(levels, "heap", &Level::nHeapKiB);

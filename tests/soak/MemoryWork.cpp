@@ -4,8 +4,10 @@
 #include <vector>
 
 #include "soak/Workshop.h"
-#include "support/Bytes.h"
-#include "support/Memory.h"
+#include "support/bytes/Bytes.h"
+#include "support/objects/Memory.h"
+
+using namespace tntest;
 
 namespace tnsoak {
 
@@ -16,7 +18,7 @@ constexpr unsigned int kMostHeld = 6;
 // Takes some blocks, fills them all, and only then looks whether they still are what they were.
 void UsePool(Worker& worker, ITnRobotMemoryBlockPool& pool, unsigned int nLargest) {
     struct Taken {
-        tntest::HeldBlock block;
+        HeldBlock block;
         unsigned int nSize;
         unsigned int nSeed;
     };
@@ -24,18 +26,18 @@ void UsePool(Worker& worker, ITnRobotMemoryBlockPool& pool, unsigned int nLarges
     const unsigned int nBlocks = worker.Size(1, kMostHeld);
     while (taken.size() < nBlocks) {
         const unsigned int nSize = worker.Size(1, nLargest);
-        tntest::HeldBlock block = tntest::Query(pool, nSize);
+        HeldBlock block = Query(pool, nSize);
         if (block == nullptr) {
             continue;  // another thread was faster: the pool says so, and is asked again
         }
         const unsigned int nSeed = worker.Size(0, 255);
-        Require(tntest::SizeOf(*block) == nSize, "a block has another size than asked");
-        tntest::FillPattern(*block, nSeed);
+        Require(SizeOf(*block) == nSize, "a block has another size than asked");
+        FillPattern(*block, nSeed);
         taken.push_back({std::move(block), nSize, nSeed});
     }
     std::shuffle(taken.begin(), taken.end(), worker.random);
     for (const Taken& one : taken) {
-        Require(tntest::HasPattern(*one.block, one.nSeed), "a block's content has changed");
+        Require(HasPattern(*one.block, one.nSeed), "a block's content has changed");
     }
 }
 
@@ -43,7 +45,7 @@ void UseStream(Worker& worker) {
     ITnRobotMemDataStream* pStream = nullptr;
     Require(TnCreateRobotMemDataStream(worker.shop.blocks.get(), &pStream) == 1, "no stream");
     const Held<ITnRobotMemDataStream> stream(pStream);
-    tntest::Bytes written(worker.Size(1, 1500000));
+    Bytes written(worker.Size(1, 1500000));
     for (std::size_t n = 0; n < written.size(); ++n) {
         written[n] = static_cast<unsigned char>(n * 13 + (n >> 9));
     }

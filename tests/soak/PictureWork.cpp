@@ -4,15 +4,16 @@
 #include <cstdlib>
 
 #include "soak/Workshop.h"
-#include "support/BmpBytes.h"
-#include "support/FileBytes.h"
-#include "support/TestSurfaces.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/fakes/TestSurfaces.h"
+
+using namespace tntest;
 
 namespace tnsoak {
 
 namespace {
 
-using tntest::Bytes;
 using Utils = TnRobotImageUtils;
 using Surface = Held<ITnRobotSurface>;
 
@@ -25,22 +26,22 @@ int RandomSide(Worker& worker) {
 
 Bytes RandomPixels(Worker& worker, int nWidth, int nHeight, int nBytesPerPixel) {
     const auto nSize = static_cast<std::size_t>(nWidth * nHeight * nBytesPerPixel);
-    return tntest::Counting(nSize, worker.Size(1, 250));
+    return Counting(nSize, worker.Size(1, 250));
 }
 
 Surface MakeSurface(Worker& worker, ETnNLImageType eType, int nWidth, int nHeight, const Bytes& pixels) {
     ITnRobotSurface* pSurface = nullptr;
-    const STnNLImageData record = tntest::Record(eType, nWidth, nHeight, pixels);
+    const STnNLImageData record = Record(eType, nWidth, nHeight, pixels);
     Require(Utils::NlImage2Surface(record, worker.shop.surfaces.get(), &pSurface) == 0, "no surface");
     Surface surface(pSurface);
-    Require(tntest::SurfaceBytes(surface.get()) == pixels, "a surface differs from its record");
+    Require(SurfaceBytes(surface.get()) == pixels, "a surface differs from its record");
     return surface;
 }
 
 // Two halves of a picture, joined again, are the picture.
 void ClipAndJoin(Worker& worker, ITnRobotSurface* pWhole) {
     ITnRobotSurfacePool* pPool = worker.shop.surfaces.get();
-    const tntest::Desc desc = tntest::DescOf(pWhole);
+    const Desc desc = DescOf(pWhole);
     const int nHalf = desc.nWidth / 2;
     ITnRobotSurface* pLeft = nullptr;
     ITnRobotSurface* pRight = nullptr;
@@ -52,7 +53,7 @@ void ClipAndJoin(Worker& worker, ITnRobotSurface* pWhole) {
     const Surface right(pRight);
     Require(Utils::PieceImage(pPool, left.get(), right.get(), &pJoined) == 1, "the halves are not joined");
     const Surface joined(pJoined);
-    Require(tntest::SurfaceBytes(joined.get()) == tntest::SurfaceBytes(pWhole), "the joined picture differs");
+    Require(SurfaceBytes(joined.get()) == SurfaceBytes(pWhole), "the joined picture differs");
 }
 
 Surface LoadFrom(Worker& worker, const std::string& path) {
@@ -80,28 +81,28 @@ void UseBmp(Worker& worker) {
     const std::string path = worker.Path("picture.bmp");
     const Surface saved = MakeSurface(worker, TN_IMAGE_GRAY8, nWidth, nHeight, grey);
     Require(Utils::SaveImage(path.c_str(), saved.get()) == 0, "a BMP is not saved");
-    const Bytes file = tntest::ReadBytes(path);
+    const Bytes file = ReadBytes(path);
     Require(file.size() > grey.size(), "a BMP is too short");
     const Bytes rows(file.end() - static_cast<std::ptrdiff_t>(grey.size()), file.end());
-    Require(tntest::FlipRows(rows, static_cast<std::size_t>(nWidth)) == grey, "a BMP has other pixels");
+    Require(FlipRows(rows, static_cast<std::size_t>(nWidth)) == grey, "a BMP has other pixels");
 
     const Bytes colour = RandomPixels(worker, nWidth, nHeight, kBytesPerPixel);
     const auto nRow = static_cast<std::size_t>(nWidth * kBytesPerPixel);
-    tntest::WriteBytes(path, tntest::BmpFile24(nWidth, nHeight, tntest::FlipRows(colour, nRow)));
+    WriteBytes(path, BmpFile24(nWidth, nHeight, FlipRows(colour, nRow)));
     const Surface loaded = LoadFrom(worker, path);
-    Require(tntest::SurfaceBytes(loaded.get()) == colour, "a loaded BMP has other pixels");
+    Require(SurfaceBytes(loaded.get()) == colour, "a loaded BMP has other pixels");
     ClipAndJoin(worker, loaded.get());
 }
 
 void UseJpeg(Worker& worker) {
     const int nWidth = RandomSide(worker);
     const int nHeight = RandomSide(worker);
-    const Bytes pixels = tntest::SmoothPicture(nWidth, nHeight, kBytesPerPixel, nWidth * kBytesPerPixel);
+    const Bytes pixels = SmoothPicture(nWidth, nHeight, kBytesPerPixel, nWidth * kBytesPerPixel);
     const Surface saved = MakeSurface(worker, TN_IMAGE_BGR24, nWidth, nHeight, pixels);
     const std::string path = worker.Path("picture.jpg");
     Require(Utils::SaveImage(path.c_str(), saved.get()) == 0, "a JPEG is not saved");
     const Surface loaded = LoadFrom(worker, path);
-    RequireAlike(tntest::SurfaceBytes(loaded.get()), pixels);
+    RequireAlike(SurfaceBytes(loaded.get()), pixels);
 
     ITnRobotMemoryBlock* pBlock = nullptr;
     Require(Utils::SaveImage(saved.get(), worker.shop.blocks.get(), &pBlock) == 0, "no JPEG in memory");
@@ -109,7 +110,7 @@ void UseJpeg(Worker& worker) {
     ITnRobotSurface* pSurface = nullptr;
     Require(Utils::LoadImage(block.get(), worker.shop.surfaces.get(), &pSurface) == 0, "a JPEG in memory is refused");
     const Surface fromMemory(pSurface);
-    Require(tntest::SurfaceBytes(fromMemory.get()) == tntest::SurfaceBytes(loaded.get()), "disk and memory differ");
+    Require(SurfaceBytes(fromMemory.get()) == SurfaceBytes(loaded.get()), "disk and memory differ");
     ClipAndJoin(worker, fromMemory.get());
 }
 

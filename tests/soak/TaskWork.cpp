@@ -6,7 +6,9 @@
 #include <mutex>
 
 #include "soak/Workshop.h"
-#include "support/TestObjects.h"
+#include "support/fakes/TestObjects.h"
+
+using namespace tntest;
 
 namespace tnsoak {
 
@@ -42,7 +44,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_bCleared = false;  // guarded by m_mutex
-    tntest::LiveObject m_live;
+    LiveObject m_live;
 };
 
 enum Ending { kByItself, kStopped, kReleased, kEndings };
@@ -50,7 +52,7 @@ enum Ending { kByItself, kStopped, kReleased, kEndings };
 }  // namespace
 
 void UseTasks(Worker& worker) {
-    const Held<AddingRunner> runner = tntest::Hold(new AddingRunner(worker.Number(1, 50)));
+    const Held<AddingRunner> runner = Hold(new AddingRunner(worker.Number(1, 50)));
     ITnRobotTask* pTask = nullptr;
     Require(worker.shop.tasks->CreateTask(runner.get(), &pTask), "no task");
     Held<ITnRobotTask> task(pTask);
@@ -85,7 +87,7 @@ void UseThread(Worker& worker) {
 }
 
 int LiveObjects() {
-    return tntest::LiveObject::Count();
+    return LiveObject::Count();
 }
 
 }  // namespace tnsoak

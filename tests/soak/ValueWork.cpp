@@ -4,28 +4,20 @@
 #include <vector>
 
 #include "soak/Workshop.h"
-#include "support/Archives.h"
-#include "support/Files.h"
-#include "support/Groups.h"
-#include "support/TestObjects.h"
-#include "support/Values.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Files.h"
+#include "support/objects/Groups.h"
+#include "support/objects/Values.h"
+
+using namespace tntest;
 
 namespace tnsoak {
 
 namespace {
 
-using tntest::Bytes;
-using tntest::Group;
-using tntest::MakeFile;
-using tntest::MakeMemFile;
-using tntest::NewGroup;
-using tntest::operator+;
-using tntest::TestNode;
-using tntest::Value;
-using tntest::ValueSample;
-
 const std::vector<ValueSample>& Samples() {
-    static const std::vector<ValueSample> s_samples = tntest::ValueSamples();
+    static const std::vector<ValueSample> s_samples = ValueSamples();
     return s_samples;
 }
 
@@ -62,7 +54,7 @@ void RequireSameEntries(ITnRobotDataValueGroup& left, ITnRobotDataValueGroup& ri
         const Value leftValue(pLeft);
         Require(right.GetValue(strName.c_str(), &pRight) == 0, "an entry was not loaded");
         const Value rightValue(pRight);
-        Require(tntest::SavedFormOf(*leftValue) == tntest::SavedFormOf(*rightValue), "an entry has changed");
+        Require(SavedFormOf(*leftValue) == SavedFormOf(*rightValue), "an entry has changed");
     }
 }
 
@@ -108,7 +100,7 @@ void ArchiveObjects(Worker& worker) {
     Bytes saved;
     {
         const Held<TestNode> chain = MakeChain(nNodes);
-        const Held<ITnRobotArchive> archive = tntest::MakeArchive();
+        const Held<ITnRobotArchive> archive = MakeArchive();
         int nResult = 0;
         const Bytes body = Archived(*archive, [&] { nResult = archive->WriteObject(chain.get()); });
         saved = Archived(*archive, [&] { nResult += archive->WriteMapHeader(); }) + body;
@@ -116,11 +108,11 @@ void ArchiveObjects(Worker& worker) {
     }
     const Held<ITnRobotMemFile> file = MakeMemFile();
     Require(file->OpenMemFile(saved.data(), static_cast<long long>(saved.size()), false), "no file over memory");
-    const Held<ITnRobotArchive> archive = tntest::MakeArchive();
+    const Held<ITnRobotArchive> archive = MakeArchive();
     Require(archive->Attach(file.get(), false) && archive->ReadMapHeader() == 1, "the header was not read");
     CTnRobotObject* pObject = nullptr;
     Require(archive->ReadObject(&pObject) == 1, "the objects were not read");
-    const Held<TestNode> loaded = tntest::Hold(dynamic_cast<TestNode*>(pObject));
+    const Held<TestNode> loaded = Hold(dynamic_cast<TestNode*>(pObject));
     Require(loaded != nullptr, "another object was read");
     RequireChain(*loaded, nNodes);
 }
@@ -128,7 +120,7 @@ void ArchiveObjects(Worker& worker) {
 void TransferGroup(ITnRobotDataValueGroup& group, const std::string& path, bool bStoring) {
     const Held<ITnRobotFile> file = MakeFile();
     Require(file->Open(path.c_str(), bStoring), "the file cannot be opened");
-    const Held<ITnRobotArchive> archive = tntest::MakeArchive();
+    const Held<ITnRobotArchive> archive = MakeArchive();
     Require(archive->Attach(file.get(), bStoring), "the file is refused");
     Require(group.Serialize(archive.get()) == 1, "the group was not transferred");
     archive->Flush();
@@ -149,17 +141,17 @@ void ArchiveGroupOnDisk(Worker& worker) {
 void UseValues(Worker& worker) {
     const ValueSample& sample = Samples()[static_cast<std::size_t>(worker.Number(0, 12))];
     const Value value = sample.create();
-    const tntest::Reading reading = tntest::ReadAs(*value, sample.eType);
+    const Reading reading = ReadAs(*value, sample.eType);
     Require(reading.nError == 0, "a value has another type");
     Require(value->Convert2String(nullptr) == sample.strText, "a value has another text");
     const Value clone(value->Clone());
-    Require(clone != nullptr && tntest::SavedFormOf(*clone) == tntest::SavedFormOf(*value), "a copy differs");
+    Require(clone != nullptr && SavedFormOf(*clone) == SavedFormOf(*value), "a copy differs");
     const Bytes block(worker.Size(1, 5000), static_cast<unsigned char>(worker.Number(0, 255)));
-    const Value blockValue = tntest::BlockValue(block);
-    Require(tntest::ReadAs(*blockValue, DATA_TYPE_BLOCK).bytes == block, "a block's bytes have changed");
-    const Value loaded = tntest::IntValue(worker.Number(0, 1000));
-    Require(tntest::LoadFrom(*loaded, tntest::SavedFormOf(*blockValue)) == 1, "a value was not loaded");
-    Require(tntest::SavedFormOf(*loaded) == tntest::SavedFormOf(*blockValue), "a loaded value differs");
+    const Value blockValue = BlockValue(block);
+    Require(ReadAs(*blockValue, DATA_TYPE_BLOCK).bytes == block, "a block's bytes have changed");
+    const Value loaded = IntValue(worker.Number(0, 1000));
+    Require(LoadFrom(*loaded, SavedFormOf(*blockValue)) == 1, "a value was not loaded");
+    Require(SavedFormOf(*loaded) == SavedFormOf(*blockValue), "a loaded value differs");
 }
 
 void UseGroups(Worker& worker) {
@@ -167,7 +159,7 @@ void UseGroups(Worker& worker) {
     const Group clone(group->Clone());
     RequireSameEntries(*group, *clone);
     const Group loaded = NewGroup();
-    Require(tntest::LoadFrom(*loaded, tntest::SavedFormOf(*group)) == 1, "a group was not loaded");
+    Require(LoadFrom(*loaded, SavedFormOf(*group)) == 1, "a group was not loaded");
     RequireSameEntries(*group, *loaded);
     int nError = -1;
     Require(group->IntData("n0", &nError) == 0 && nError == 0, "a number has changed");

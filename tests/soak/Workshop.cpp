@@ -2,7 +2,9 @@
 
 #include <vector>
 
-#include "support/Memory.h"
+#include "support/objects/Memory.h"
+
+using namespace tntest;
 
 namespace tnsoak {
 
@@ -16,7 +18,7 @@ template <typename T, typename Create>
 Held<T> Made(Create create) {
     T* pNew = nullptr;
     Require(create(&pNew) == 1 && pNew != nullptr, "nothing was created");
-    return tntest::Hold(pNew);
+    return Hold(pNew);
 }
 
 template <typename T>
@@ -39,14 +41,14 @@ Workshop::Workshop(const std::filesystem::path& where)
 // The circular pool goes round all of its buffers sooner or later. It does so now, so that their
 // memory is there from the start and is not taken for growth.
 void Workshop::TouchWholeCircle() {
-    std::vector<tntest::HeldBlock> held;
+    std::vector<HeldBlock> held;
     for (unsigned int n = 0; n < kCircleBuffers * kPerBuffer; ++n) {
-        held.push_back(tntest::Query(*circle, kLargeBlock));
+        held.push_back(Query(*circle, kLargeBlock));
         Require(held.back() != nullptr, "the circular pool has no block");
-        tntest::FillPattern(*held.back(), n);
+        FillPattern(*held.back(), n);
     }
     for (unsigned int n = 0; n < held.size(); ++n) {
-        Require(tntest::HasPattern(*held[n], n), "blocks of the circular pool overlap");
+        Require(HasPattern(*held[n], n), "blocks of the circular pool overlap");
     }
 }
 

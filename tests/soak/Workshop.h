@@ -11,7 +11,7 @@
 #include <string>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
+#include "support/objects/Held.h"
 
 namespace tnsoak {
 

@@ -17,9 +17,11 @@
 
 #include "soak/Levels.h"
 #include "soak/Workshop.h"
-#include "support/ResourceUse.h"
-#include "support/TempDirectory.h"
-#include "support/ThreadProbe.h"
+#include "support/processes/ResourceUse.h"
+#include "support/processes/TempDirectory.h"
+#include "support/threads/ThreadProbe.h"
+
+using namespace tntest;
 
 namespace {
 
@@ -134,7 +136,7 @@ std::string LeftBehind(const Level& before) {
         return now.nDescriptors == before.nDescriptors && now.nThreads == before.nThreads;
     };
     // A thread that has been joined leaves the system's list a moment later.
-    if (tntest::Eventually(isBack, tntest::Milliseconds(10000)) && LiveObjects() == 0) {
+    if (Eventually(isBack, Milliseconds(10000)) && LiveObjects() == 0) {
         return {};
     }
     const Level now = TakeLevel(1);
@@ -144,7 +146,7 @@ std::string LeftBehind(const Level& before) {
 }
 
 std::string Run(Seconds length) {
-    const tntest::TempDirectory directory;
+    const TempDirectory directory;
     std::thread([] {}).join();  // a sanitizer starts threads of its own together with the first one
     const Level before = TakeLevel(0);
     Workshop shop(directory.Path());
@@ -190,7 +192,7 @@ int main(int nArguments, char** ppArguments) {
         std::fprintf(stderr, "%s", strFailures.c_str());
         return 1;
     }
-    const char* lpszLevel = tntest::kSanitizerOwnsMemory ? "files and threads" : "memory, files and threads";
+    const char* lpszLevel = kSanitizerOwnsMemory ? "files and threads" : "memory, files and threads";
     std::printf("every content was right; %s stayed level\n", lpszLevel);
     return 0;
 }

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "support/PlainJpeg.h"
-#include "support/ResourceUse.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/processes/ResourceUse.h"
 #include "tools/InspectProgram.h"
 
 using namespace tntest;
@@ -32,7 +32,7 @@ Bytes LargeGroup(std::size_t nSize) {
     Bytes entries;
     std::uint32_t nCount = 0;
     while (entries.size() < nSize) {
-        entries += SavedString(std::to_string(nCount++)) + SavedValue(13, U8(7));
+        entries += SavedString(std::to_string(nCount++)) + SavedValue(DATA_TYPE_BYTE, U8(7));
     }
     return U8(1) + U32(nCount) + entries;
 }
@@ -146,9 +146,9 @@ TEST_F(InspectCommandLine, UnsuitableFilesAreTwo) {
 // A file may have just as many MiB as --max-memory says, and so may a picture's rows of 4096 bytes.
 TEST_F(InspectCommandLine, MaxMemoryIsWhatMayBeUsed) {
     constexpr std::size_t kOneMiB = 1 << 20;
-    const std::size_t nOthers = SavedGroup({{"a", SavedValue(11, {})}}).size();
-    Write("exact", SavedGroup({{"a", SavedValue(11, Bytes(kOneMiB - nOthers, 1))}}));
-    Write("more", SavedGroup({{"a", SavedValue(11, Bytes(kOneMiB - nOthers + 1, 1))}}));
+    const std::size_t nOthers = SavedGroup({{"a", SavedValue(DATA_TYPE_BLOCK, {})}}).size();
+    Write("exact", SavedGroup({{"a", SavedValue(DATA_TYPE_BLOCK, Bytes(kOneMiB - nOthers, 1))}}));
+    Write("more", SavedGroup({{"a", SavedValue(DATA_TYPE_BLOCK, Bytes(kOneMiB - nOthers + 1, 1))}}));
     JpegRecipe recipe;
     recipe.nWidth = 1365;
     recipe.nHeight = 256;
@@ -232,9 +232,9 @@ TEST_F(InspectCommandLine, MemoryDoesNotGrowWithTheNumberOfThings) {
     Write("segments", LargeJpeg(nSize));
     Write("entries", LargeGroup(nSize));
     Write("groups", LargeFileOfGroups(nSize));
-    Write("text", SavedGroup({{"a", SavedValue(10, Bytes(nSize, 'x') + U8(0))}}));
-    Write("block", SavedGroup({{"a", SavedValue(11, Bytes(nSize, 0xFF))}}));
-    Write("no_text", SavedGroup({{"a", SavedValue(10, Bytes(nSize, 0xFF) + U8(0))}}));
+    Write("text", SavedGroup({{"a", SavedValue(DATA_TYPE_STRING, Bytes(nSize, 'x') + U8(0))}}));
+    Write("block", SavedGroup({{"a", SavedValue(DATA_TYPE_BLOCK, Bytes(nSize, 0xFF))}}));
+    Write("no_text", SavedGroup({{"a", SavedValue(DATA_TYPE_STRING, Bytes(nSize, 0xFF) + U8(0))}}));
     const std::string limited = R"(ulimit -v 98304; exec "$0" "$@" >/dev/null)";
     for (const char* lpszFile : {"segments", "entries", "groups", "text", "block", "no_text"}) {
         for (const std::vector<std::string>& command : {std::vector<std::string>{"info"},

@@ -7,9 +7,9 @@
 #include <filesystem>
 #include <string>
 
-#include "support/BmpBytes.h"
-#include "support/PlainJpeg.h"
-#include "support/Sanitizers.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/PlainJpeg.h"
+#include "support/processes/Sanitizers.h"
 #include "tools/InspectProgram.h"
 #include "tools/ProgramUnderSignals.h"
 

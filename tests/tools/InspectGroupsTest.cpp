@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "support/Values.h"
+#include "support/objects/Values.h"
 #include "tools/InspectProgram.h"
 
 using namespace tntest;
@@ -84,7 +84,7 @@ TEST_F(InspectGroups, EveryTypeHasTheLibrarysText) {
     for (const ValueSample& sample : ValueSamples()) {
         entries.emplace_back(sample.lpszName, SavedValue(sample.eType, sample.bytes));
     }
-    entries.emplace_back("none", SavedValue(0, Bytes(8, 0)));
+    entries.emplace_back("none", SavedValue(DATA_TYPE_NONE, Bytes(8, 0)));
     Write("g.tnr", SavedGroup(entries));
     const ChildResult result = Run({"dump", "g.tnr"});
     EXPECT_EQ(result.nExitCode, 0);
@@ -104,11 +104,11 @@ TEST_F(InspectGroups, EveryTypeHasTheLibrarysText) {
 
 TEST_F(InspectGroups, NumbersKeepTheirKindInJson) {
     const double dNotANumber = std::numeric_limits<double>::quiet_NaN();
-    Write("g.tnr", SavedGroup({{"b", SavedValue(1, FromHex("01"))},
-                               {"d", SavedValue(7, BytesOf(0.1))},
-                               {"n", SavedValue(7, BytesOf(dNotANumber))},
-                               {"u", SavedValue(9, Bytes(8, 0xFF))},
-                               {"x", SavedValue(11, FromHex("0AFF"))}}));
+    Write("g.tnr", SavedGroup({{"b", SavedValue(DATA_TYPE_BOOL, FromHex("01"))},
+                               {"d", SavedValue(DATA_TYPE_DOUBLE, BytesOf(0.1))},
+                               {"n", SavedValue(DATA_TYPE_DOUBLE, BytesOf(dNotANumber))},
+                               {"u", SavedValue(DATA_TYPE_ULONGLONG, Bytes(8, 0xFF))},
+                               {"x", SavedValue(DATA_TYPE_BLOCK, FromHex("0AFF"))}}));
     const ChildResult result = Run({"dump", "--json", "g.tnr"});
     EXPECT_EQ(result.nExitCode, 0);
     for (const char* lpszExpected : {R"("value": true,)", R"("value": 0.1,)", R"("value": null,)",
@@ -169,7 +169,7 @@ TEST_F(InspectGroups, JsonTellsABytesEscapeFromTheSameText) {
     Write("g.tnr", SavedGroup({{"byte", SavedText("\xff")},
                                {"text", SavedText("\\xff")},
                                {"n\xff", SavedInt(1)},
-                               {"char", SavedValue(12, FromHex("E900"))}}));
+                               {"char", SavedValue(DATA_TYPE_CHAR, FromHex("E900"))}}));
     const auto entries = nlohmann::json::parse(Run({"dump", "--json", "g.tnr"}).output)["groups"][0]["entries"];
     EXPECT_EQ(entries[0]["value"], "\\xff");
     EXPECT_EQ(entries[0]["valueHex"], "ff");
@@ -271,7 +271,8 @@ TEST_F(InspectGroups, JsonOfAFileThatIsDamagedMidwayIsWhole) {
 TEST_F(InspectGroups, LargeGroupsAreCheckedAsAWhole) {
     std::vector<std::pair<std::string, Bytes>> entries;
     for (int i = 0; i < 10000; ++i) {
-        entries.emplace_back("n" + std::to_string(i), i == 5000 ? SavedValue(11, Bytes(2 << 20, 1)) : SavedInt(i));
+        entries.emplace_back("n" + std::to_string(i),
+                             i == 5000 ? SavedValue(DATA_TYPE_BLOCK, Bytes(2 << 20, 1)) : SavedInt(i));
     }
     Write("g.tnr", SavedGroup(entries));
     EXPECT_EQ(Run({"verify", "g.tnr"}).nExitCode, 0);
@@ -300,6 +301,10 @@ struct DamagedGroup {
     std::string problem;  ///< the line that tells of it
 };
 
+void PrintTo(const DamagedGroup& damaged, std::ostream* pStream) {
+    *pStream << damaged.lpszName;
+}
+
 class InspectDamagedGroups : public InspectProgram, public ::testing::WithParamInterface<DamagedGroup> {};
 
 TEST_P(InspectDamagedGroups, IsSaid) {
@@ -325,11 +330,11 @@ INSTANTIATE_TEST_SUITE_P(
         DamagedGroup{"value_version", SavedGroup({{"a", FromHex("07 04000000 04000000 00000000")}}),
                      "11: value of version 7"},
         DamagedGroup{"value_type", SavedGroup({{"a", SavedValue(14, FromHex("00"))}}), "11: there is no type 14"},
-        DamagedGroup{"value_size", SavedGroup({{"a", SavedValue(4, FromHex("0000"))}}),
+        DamagedGroup{"value_size", SavedGroup({{"a", SavedValue(DATA_TYPE_INT, FromHex("0000"))}}),
                      "11: 2 bytes in a value of type INT, which has 4"},
         DamagedGroup{"value_count", SavedGroup({{"a", FromHex("01 0B000000 FFFFFF7F 00")}}),
                      "11: a value of 2147483647 bytes, but only 1 are left"},
-        DamagedGroup{"open_text", SavedGroup({{"a", SavedValue(10, FromText("abc"))}}),
+        DamagedGroup{"open_text", SavedGroup({{"a", SavedValue(DATA_TYPE_STRING, FromText("abc"))}}),
                      "11: a text without a zero byte at its end"},
         DamagedGroup{"twice", SavedGroup({{"a", SavedInt(1)}, {"a", SavedInt(2)}}),
                      "24: the name is there already: the library keeps the first value"},
@@ -364,12 +369,12 @@ TEST_F(InspectGroups, DiffNamesWhatWasAddedRemovedAndChanged) {
                                {"kept", SavedInt(2)},
                                {"n", SavedInt(3)},
                                {"t", SavedInt(4)},
-                               {"z", SavedValue(7, BytesOf(1.0))}}));
+                               {"z", SavedValue(DATA_TYPE_DOUBLE, BytesOf(1.0))}}));
     Write("b.tnr", SavedGroup({{"kept", SavedInt(2)},
                                {"n", SavedInt(33)},
                                {"new", SavedText("x")},
                                {"t", SavedText("4")},
-                               {"z", SavedValue(7, BytesOf(1.0000000000000002))}}));
+                               {"z", SavedValue(DATA_TYPE_DOUBLE, BytesOf(1.0000000000000002))}}));
     ExpectOutput({"diff", "a.tnr", "b.tnr"}, 1,
                  "- gone: INT 1\n"
                  "~ n: INT 3 -> INT 33\n"

@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <string>
 
-#include "support/BmpBytes.h"
-#include "support/PlainJpeg.h"
+#include "support/bytes/BmpBytes.h"
+#include "support/bytes/PlainJpeg.h"
 #include "tools/InspectProgram.h"
 
 using namespace tntest;

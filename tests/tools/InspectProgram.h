@@ -9,10 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "support/Bytes.h"
-#include "support/ChildProcess.h"
-#include "support/FileBytes.h"
-#include "support/TempDirectory.h"
+#include "TnRobotKernel/values.h"
+#include "support/bytes/Bytes.h"
+#include "support/bytes/FileBytes.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/TempDirectory.h"
 
 namespace tntest {
 
@@ -56,11 +57,11 @@ inline Bytes SavedGroup(const std::vector<std::pair<std::string, Bytes>>& entrie
 }
 
 inline Bytes SavedInt(int nValue) {
-    return SavedValue(4, BytesOf(nValue));
+    return SavedValue(DATA_TYPE_INT, BytesOf(nValue));
 }
 
 inline Bytes SavedText(const std::string& text) {
-    return SavedValue(10, FromText(text) + U8(0));
+    return SavedValue(DATA_TYPE_STRING, FromText(text) + U8(0));
 }
 
 }  // namespace tntest

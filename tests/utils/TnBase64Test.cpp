@@ -21,6 +21,10 @@ struct Implementation {
     std::size_t (*decode)(const char*, std::size_t, unsigned char*);
 };
 
+void PrintTo(const Implementation& implementation, std::ostream* pStream) {
+    *pStream << implementation.lpszName;
+}
+
 const Implementation kPortable = {"portable", tnrobot::EncodeBase64, tnrobot::DecodeBase64};
 const Implementation kFast =
     tnrobot::HasAvx2() ? Implementation{"avx2", tnrobot::EncodeBase64Avx2, tnrobot::DecodeBase64Avx2} : kPortable;

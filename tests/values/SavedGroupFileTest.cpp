@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Archives.h"
-#include "support/FileBytes.h"
-#include "support/Files.h"
-#include "support/Groups.h"
-#include "support/TempDirectory.h"
+#include "support/bytes/FileBytes.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Files.h"
+#include "support/objects/Groups.h"
+#include "support/processes/TempDirectory.h"
 
 using namespace tntest;
 

@@ -17,11 +17,12 @@
 #include <vector>
 
 #include "TnRobotKernel/values.h"
-#include "support/Archives.h"
-#include "support/StartGate.h"
-#include "support/ValuePool.h"
-#include "support/Values.h"
-#include "support/Watchdog.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Memory.h"
+#include "support/objects/ValuePool.h"
+#include "support/objects/Values.h"
+#include "support/threads/StartGate.h"
+#include "support/threads/Watchdog.h"
 
 using namespace tntest;
 
@@ -199,7 +200,7 @@ TEST(CreateDataValues, ABlockOfNoBytesHasNoData) {
         unsigned int nLength = 99;
         EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_BLOCK);
         EXPECT_EQ(value->BlockData(nLength, nullptr), nullptr);
-        EXPECT_EQ(nLength, 0u);
+        EXPECT_EQ(nLength, 0U);
         EXPECT_STREQ(value->Convert2String(nullptr), "");
     }
 }
@@ -249,7 +250,7 @@ TEST(CreateDataValues, AHeldValueOutlivesThePoolButIsCleared) {
     EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
     unsigned int nLength = 99;
     EXPECT_STREQ(value->Convert2String(&nLength), "");
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
     EXPECT_EQ(value.release()->Release(), 0);
 }
 
@@ -273,9 +274,7 @@ TEST(CreateDataValues, ASecondShutDownDoesNothing) {
 }
 
 TEST(CreateDataValues, TakeAWholeStream) {
-    ITnRobotMemoryBlockPool* pPool = nullptr;
-    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pPool), 1);
-    Held<ITnRobotMemoryBlockPool> blocks(pPool);
+    const HeldPool blocks = MakePool();
     for (std::size_t nLength : {0U, 1U, 1048575U, 1048576U, 1048577U, 2500000U}) {
         ITnRobotMemDataStream* pStream = nullptr;
         ASSERT_EQ(TnCreateRobotMemDataStream(blocks.get(), &pStream), 1);
@@ -312,7 +311,7 @@ TEST(CreateDataValues, DoNotReadAnEmptyStream) {
     EXPECT_EQ(made.value->GetDataValueType(), DATA_TYPE_BLOCK);
     unsigned int nLength = 99;
     EXPECT_EQ(made.value->BlockData(nLength, nullptr), nullptr);
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
     EXPECT_EQ(stream->m_nBegun + stream->m_nRead + stream->m_nEnded, 0);
 }
 
@@ -324,7 +323,7 @@ TEST(CreateDataValues, ANullStreamGivesAnEmptyBlock) {
         EXPECT_EQ(made.value->GetDataValueType(), DATA_TYPE_BLOCK);
         unsigned int nLength = 99;
         EXPECT_EQ(made.value->BlockData(nLength, nullptr), nullptr);
-        EXPECT_EQ(nLength, 0u);
+        EXPECT_EQ(nLength, 0U);
         EXPECT_EQ(SavedFormOf(*made.value), SavedValue(DATA_TYPE_BLOCK, {}));
     }
 }

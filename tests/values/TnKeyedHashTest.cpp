@@ -6,7 +6,9 @@
 #include <set>
 #include <string>
 
-#include "support/CollidingNames.h"
+#include "support/bytes/CollidingNames.h"
+
+using namespace tntest;
 
 using tnrobot::HashKey;
 using tnrobot::KeyedHash;
@@ -57,7 +59,7 @@ TEST(KeyedHash, TheKeyOfTheProcessStaysAndIsNotTheSimplestOne) {
 }
 
 TEST(KeyedHash, TellsNamesApartThatTheStandardHashDoesNot) {
-    tntest::CollidingNames names(1);
+    CollidingNames names(1);
     std::set<std::uint64_t> hashes;
     constexpr std::size_t kNames = 1000;
     for (std::size_t i = 0; i < kNames; ++i) {

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "support/CollidingNames.h"
-#include "support/ResourceUse.h"
-#include "support/Values.h"
+#include "support/bytes/CollidingNames.h"
+#include "support/objects/Values.h"
+#include "support/processes/ResourceUse.h"
 
 using namespace tntest;
 using tnrobot::NamedValues;

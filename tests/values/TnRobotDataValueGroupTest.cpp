@@ -12,33 +12,17 @@
 #include <vector>
 
 #include "TnRobotKernel/values.h"
-#include "support/Archives.h"
-#include "support/Files.h"
-#include "support/ForeignValue.h"
-#include "support/Groups.h"
-#include "support/ValuePool.h"
-#include "support/Values.h"
+#include "support/fakes/ForeignValue.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Files.h"
+#include "support/objects/Groups.h"
+#include "support/objects/ValuePool.h"
+#include "support/objects/Values.h"
+#include "values/GroupTest.h"
 
 using namespace tntest;
 
 namespace {
-
-using Names = std::vector<std::pair<std::string, ETnRobotDataValueType>>;
-
-// All entries as the enumeration gives them, sorted.
-std::map<std::string, ETnRobotDataValueType> EntriesOf(ITnRobotDataValueGroup& group) {
-    Names names;
-    const int nCount = group.GetAllDataName(names);
-    EXPECT_EQ(nCount, static_cast<int>(names.size()));
-    const std::map<std::string, ETnRobotDataValueType> entries(names.begin(), names.end());
-    EXPECT_EQ(entries.size(), names.size()) << "names are unique";
-    return entries;
-}
-
-Value ValueOf(ITnRobotDataValueGroup& group, const char* lpszName) {
-    ITnRobotDataValue* pValue = nullptr;
-    return Value(group.GetValue(lpszName, &pValue) == 0 ? pValue : nullptr);
-}
 
 // The value under a name, which the group goes on holding.
 ITnRobotDataValue* BorrowedFrom(ITnRobotDataValueGroup& group, const char* lpszName) {
@@ -47,25 +31,6 @@ ITnRobotDataValue* BorrowedFrom(ITnRobotDataValueGroup& group, const char* lpszN
         pValue->Release();
     }
     return pValue;
-}
-
-// A group with one entry of each type under the type's name, made with the typed setters.
-Group GroupOfEverything() {
-    Group group = NewGroup();
-    EXPECT_EQ(group->SetValue("bool", true), 0);
-    EXPECT_EQ(group->SetValue("short", short{-2}), 0);
-    EXPECT_EQ(group->SetValue("ushort", static_cast<unsigned short>(65534)), 0);
-    EXPECT_EQ(group->SetValue("int", -305419896), 0);
-    EXPECT_EQ(group->SetValue("uint", 0xFEDCBA98U), 0);
-    EXPECT_EQ(group->SetValue("float", -1.5F), 0);
-    EXPECT_EQ(group->SetValue("double", 0.1), 0);
-    EXPECT_EQ(group->SetValue("longlong", -2LL), 0);
-    EXPECT_EQ(group->SetValue("ulonglong", 0x0102030405060708ULL), 0);
-    EXPECT_EQ(group->SetValue("string", "ab"), 0);
-    EXPECT_EQ(group->SetValue("block", static_cast<const void*>("\x0A\xFF"), 2U), 0);
-    EXPECT_EQ(group->SetValue("char", 'x'), 0);
-    EXPECT_EQ(group->SetValue("byte", static_cast<unsigned char>(200)), 0);
-    return group;
 }
 
 // Calls every typed setter with a name of the caller's choosing.
@@ -85,50 +50,6 @@ std::vector<int> SetOneOfEach(ITnRobotDataValueGroup& group, const char* lpszNam
         group.SetValue(lpszName, "x"),
         group.SetValue(lpszName, static_cast<const void*>("x"), 1U),
     };
-}
-
-// The outcome of one of the group's typed getters.
-struct Got {
-    int nError;
-    bool bZero;
-};
-
-std::vector<std::pair<ETnRobotDataValueType, Got>> GetAsEachType(ITnRobotDataValueGroup& group, const char* lpszName) {
-    std::vector<std::pair<ETnRobotDataValueType, Got>> all;
-    int nError = 77;
-    const auto add = [&](ETnRobotDataValueType eType, bool bZero) {
-        all.push_back({eType, {nError, bZero}});
-        nError = 77;
-    };
-    bool bZero = !group.BoolData(lpszName, &nError);
-    add(DATA_TYPE_BOOL, bZero);
-    bZero = group.CharData(lpszName, &nError) == 0;
-    add(DATA_TYPE_CHAR, bZero);
-    bZero = group.ByteData(lpszName, &nError) == 0;
-    add(DATA_TYPE_BYTE, bZero);
-    bZero = group.ShortData(lpszName, &nError) == 0;
-    add(DATA_TYPE_SHORT, bZero);
-    bZero = group.UShortData(lpszName, &nError) == 0;
-    add(DATA_TYPE_USHORT, bZero);
-    bZero = group.IntData(lpszName, &nError) == 0;
-    add(DATA_TYPE_INT, bZero);
-    bZero = group.UintData(lpszName, &nError) == 0;
-    add(DATA_TYPE_UINT, bZero);
-    bZero = group.FloatData(lpszName, &nError) == 0;
-    add(DATA_TYPE_FLOAT, bZero);
-    bZero = group.DoubleData(lpszName, &nError) == 0;
-    add(DATA_TYPE_DOUBLE, bZero);
-    bZero = group.LonglongData(lpszName, &nError) == 0;
-    add(DATA_TYPE_LONGLONG, bZero);
-    bZero = group.ULonglongData(lpszName, &nError) == 0;
-    add(DATA_TYPE_ULONGLONG, bZero);
-    bZero = group.StringData(lpszName, &nError) == nullptr;
-    add(DATA_TYPE_STRING, bZero);
-    unsigned int nLength = 4711;
-    bZero = group.BlockData(lpszName, nLength, &nError) == nullptr;
-    EXPECT_EQ(nLength == 4711, bZero) << "the length is written with the bytes only";
-    add(DATA_TYPE_BLOCK, bZero);
-    return all;
 }
 
 }  // namespace
@@ -156,7 +77,7 @@ TEST(DataValueGroup, TypedSettersStoreTheirType) {
         ASSERT_NE(value, nullptr) << sample.lpszName;
         EXPECT_EQ(SavedFormOf(*value), SavedValue(sample.eType, sample.bytes)) << sample.lpszName;
     }
-    EXPECT_EQ(EntriesOf(*group).size(), 13u);
+    EXPECT_EQ(EntriesOf(*group).size(), 13U);
 }
 
 TEST(DataValueGroup, TypedGettersReadTheirTypeOnly) {
@@ -185,7 +106,7 @@ TEST(DataValueGroup, TypedGettersGiveTheStoredValue) {
     EXPECT_EQ(group->ByteData("byte", nullptr), 200);
     unsigned int nLength = 0;
     const unsigned char* pBlock = static_cast<const unsigned char*>(group->BlockData("block", nLength, nullptr));
-    ASSERT_EQ(nLength, 2u);
+    ASSERT_EQ(nLength, 2U);
     EXPECT_EQ(Bytes(pBlock, pBlock + nLength), FromHex("0AFF"));
 }
 
@@ -238,7 +159,7 @@ TEST(DataValueGroup, TypedSettersAcceptTheEmptyName) {
     EXPECT_FALSE(group->HasValue(""));
     EXPECT_EQ(group->RemoveValue(""), -1);
     EXPECT_EQ(group->SetValue("", IntValue(5).get()), -1);
-    EXPECT_EQ(EntriesOf(*group).size(), 1u);
+    EXPECT_EQ(EntriesOf(*group).size(), 1U);
     EXPECT_EQ(group->ClearAllValues(), 0);
     EXPECT_TRUE(EntriesOf(*group).empty());
 }
@@ -270,7 +191,7 @@ TEST(DataValueGroup, TypedOperationsThrowForANullName) {
     unsigned int nLength = 0;
     EXPECT_THROW(group->BlockData(nullptr, nLength, nullptr), std::logic_error);
     EXPECT_THROW(group->GetDataValueType(nullptr), std::logic_error);
-    EXPECT_EQ(EntriesOf(*group).size(), 13u);
+    EXPECT_EQ(EntriesOf(*group).size(), 13U);
 }
 
 TEST(DataValueGroup, AValueWhoseNameThrowsIsGivenBack) {
@@ -331,7 +252,7 @@ TEST(DataValueGroup, ReplacesAValueOfAnyTypeByOneOfAnyOther) {
             ASSERT_EQ(group->SetValue("name", first.create().get()), 0);
             ASSERT_EQ(group->SetValue("name", second.create().get()), 0);
             EXPECT_EQ(group->GetDataValueType("name"), second.eType);
-            EXPECT_EQ(EntriesOf(*group).size(), 1u);
+            EXPECT_EQ(EntriesOf(*group).size(), 1U);
         }
     }
 }
@@ -413,7 +334,7 @@ TEST(DataValueGroup, EnumerationAppendsToTheList) {
     group->SetValue("c", true);
     Names names = {{"x", DATA_TYPE_BLOCK}, {"y", DATA_TYPE_CHAR}};
     EXPECT_EQ(group->GetAllDataName(names), 5);
-    ASSERT_EQ(names.size(), 5u);
+    ASSERT_EQ(names.size(), 5U);
     EXPECT_EQ(names[0], (Names::value_type{"x", DATA_TYPE_BLOCK}));
     EXPECT_EQ(names[1], (Names::value_type{"y", DATA_TYPE_CHAR}));
     Names added(names.begin() + 2, names.end());
@@ -458,33 +379,6 @@ TEST(DataValueGroup, AValueThatGoesMayUseTheGroup) {
         c.letGo(*group);
         EXPECT_EQ(EntriesOf(*group).size(), c.nLeft);
         EXPECT_EQ(group->IntData("farewell 19", nullptr), 19);
-    }
-}
-
-namespace {
-
-// An application's own value that saves itself as an INT one, and says something of its own about it.
-class SavableValue final : public ForeignValue {
-public:
-    explicit SavableValue(int nAnswer) : m_nAnswer(nAnswer) {}
-
-    int Serialize(ITnRobotArchive* pArchive) override {
-        const Bytes saved = SavedValue(DATA_TYPE_INT, BytesOf(4711));
-        pArchive->Write(saved.data(), static_cast<long long>(saved.size()));
-        return m_nAnswer;
-    }
-
-private:
-    const int m_nAnswer;
-};
-
-}  // namespace
-
-TEST(DataValueGroupSaving, AnApplicationsOwnValueIsSavedInItsPlaceWhateverItAnswers) {
-    for (int nAnswer : {0, 1}) {
-        Group group = NewGroup();
-        group->SetValue("own", Hold<ITnRobotDataValue>(new SavableValue(nAnswer)).get());
-        EXPECT_EQ(SavedFormOf(*group), U8(1) + U32(1) + SavedString("own") + SavedValue(DATA_TYPE_INT, BytesOf(4711)));
     }
 }
 
@@ -640,7 +534,7 @@ TEST(DataValueGroupWithoutPool, ValuesItHoldsAloneAreCleared) {
     int nError = 77;
     EXPECT_EQ(group->IntData("a", &nError), 0);
     EXPECT_EQ(nError, -1);
-    EXPECT_EQ(SavedFormOf(*group), U8(1) + U32(1) + SavedString("a") + SavedValue(0, {}));
+    EXPECT_EQ(SavedFormOf(*group), U8(1) + U32(1) + SavedString("a") + SavedValue(DATA_TYPE_NONE, {}));
 }
 
 TEST(DataValueGroupWithoutPool, CopiesHaveEntriesWithoutValues) {
@@ -667,304 +561,11 @@ TEST(DataValueGroupWithoutPool, CopiesHaveEntriesWithoutValues) {
         // A copy of a copy, and the saved form, have the entry too.
         Group second(pGroup->Clone());
         EXPECT_EQ(EntriesOf(*second), EntriesOf(*pGroup));
-        EXPECT_EQ(SavedFormOf(*pGroup), U8(1) + U32(1) + SavedString("a") + SavedValue(0, {}));
+        EXPECT_EQ(SavedFormOf(*pGroup), U8(1) + U32(1) + SavedString("a") + SavedValue(DATA_TYPE_NONE, {}));
     }
     TnRobotUtils::Init();
     EXPECT_EQ(clone->SetValue("a", 7), 0);
     EXPECT_EQ(clone->IntData("a", nullptr), 7);
     EXPECT_EQ(copy->RemoveValue("a"), 0);
     EXPECT_TRUE(EntriesOf(*copy).empty());
-}
-
-namespace {
-
-// The entries of a saved group by name, taken apart independently of the library.
-std::map<std::string, Bytes> ParseSavedGroup(const Bytes& saved) {
-    std::map<std::string, Bytes> entries;
-    std::size_t nPosition = 0;
-    const auto number = [&](auto value) {
-        std::memcpy(&value, saved.data() + nPosition, sizeof(value));
-        nPosition += sizeof(value);
-        return value;
-    };
-    EXPECT_EQ(number(std::uint8_t{}), 1);
-    const std::int32_t nEntries = number(std::int32_t{});
-    for (std::int32_t i = 0; i < nEntries; ++i) {
-        const std::uint32_t nName = number(std::uint32_t{});
-        std::string strName(reinterpret_cast<const char*>(saved.data()) + nPosition, nName);
-        nPosition += nName;
-        if (nName != 0) {
-            EXPECT_EQ(strName.back(), '\0');
-            strName.pop_back();
-        }
-        const std::size_t nStart = nPosition;
-        nPosition += 5;
-        nPosition += number(std::uint32_t{});
-        entries[strName] = Bytes(saved.begin() + static_cast<std::ptrdiff_t>(nStart),
-                                 saved.begin() + static_cast<std::ptrdiff_t>(nPosition));
-    }
-    EXPECT_EQ(nPosition, saved.size()) << "nothing follows the last entry";
-    return entries;
-}
-
-Bytes SavedGroup(const std::vector<std::pair<std::string, Bytes>>& entries) {
-    Bytes bytes = U8(1) + U32(static_cast<std::uint32_t>(entries.size()));
-    for (const auto& [strName, saved] : entries) {
-        bytes = bytes + SavedString(strName) + saved;
-    }
-    return bytes;
-}
-
-}  // namespace
-
-TEST(DataValueGroupSaving, AnEmptyGroupIsVersionAndCount) {
-    EXPECT_EQ(SavedFormOf(*NewGroup()), FromHex("01 00000000"));
-}
-
-TEST(DataValueGroupSaving, AnEntryIsItsNameAndItsValue) {
-    Group group = NewGroup();
-    group->SetValue("ab", 5);
-    EXPECT_EQ(SavedFormOf(*group), FromHex("01 01000000"
-                                           "03000000 616200"
-                                           "01 04000000 04000000 05000000"));
-}
-
-TEST(DataValueGroupSaving, TheEmptyNameIsACountOfZero) {
-    Group group = NewGroup();
-    group->SetValue("", true);
-    EXPECT_EQ(SavedFormOf(*group), FromHex("01 01000000"
-                                           "00000000"
-                                           "01 01000000 01000000 01"));
-}
-
-TEST(DataValueGroupSaving, WritesEveryEntryOnce) {
-    std::map<std::string, Bytes> expected;
-    for (const ValueSample& sample : ValueSamples()) {
-        expected[sample.lpszName] = SavedValue(sample.eType, sample.bytes);
-    }
-    EXPECT_EQ(ParseSavedGroup(SavedFormOf(*GroupOfEverything())), expected);
-}
-
-TEST(DataValueGroupSaving, FollowsTheOrderOfTheEnumeration) {
-    Group group = GroupOfEverything();
-    Names names;
-    group->GetAllDataName(names);
-    Bytes expected = U8(1) + U32(static_cast<std::uint32_t>(names.size()));
-    for (const auto& [strName, eType] : names) {
-        expected = expected + SavedString(strName) + SavedFormOf(*ValueOf(*group, strName.c_str()));
-    }
-    EXPECT_EQ(SavedFormOf(*group), expected);
-}
-
-TEST(DataValueGroupSaving, SucceedsWithoutAFileAndWhateverItsWritesAnswer) {
-    Group group = NewGroup();
-    group->SetValue("ab", 5);
-    Held<ITnRobotArchive> detached = MakeArchive();
-    EXPECT_EQ(group->Serialize(detached.get()), 1);
-    for (int nCall = 1; nCall <= 8; ++nCall) {
-        for (bool bFromThenOn : {false, true}) {
-            Channel channel = Storing();
-            channel.file->FailWrite(nCall, bFromThenOn);
-            EXPECT_EQ(group->Serialize(channel.Get()), 1) << nCall;
-        }
-    }
-}
-
-TEST(DataValueGroupLoading, RestoresNamesTypesAndBytes) {
-    const Bytes saved = SavedFormOf(*GroupOfEverything());
-    Group group = NewGroup();
-    Channel channel = Loading(saved);
-    ASSERT_EQ(group->Serialize(channel.Get()), 1);
-    EXPECT_EQ(channel.file->Position(), saved.size());
-    EXPECT_EQ(EntriesOf(*group), EntriesOf(*GroupOfEverything()));
-    EXPECT_EQ(ParseSavedGroup(SavedFormOf(*group)), ParseSavedGroup(saved));
-    // Scalars and short texts read as before.
-    for (const ValueSample& sample : ValueSamples()) {
-        for (const auto& [eType, got] : GetAsEachType(*group, sample.lpszName)) {
-            EXPECT_EQ(got.nError, eType == sample.eType ? 0 : -1) << sample.lpszName << " as " << eType;
-        }
-    }
-    EXPECT_EQ(group->IntData("int", nullptr), -305419896);
-    EXPECT_EQ(group->DoubleData("double", nullptr), 0.1);
-    EXPECT_STREQ(group->StringData("string", nullptr), "ab");
-}
-
-TEST(DataValueGroupLoading, ALoadedValueKeepsTheLengthEight) {
-    Group group = NewGroup();
-    const std::string strLong = "a text of more than eight characters";
-    ASSERT_EQ(LoadFrom(*group, SavedGroup({{"short", SavedValue(DATA_TYPE_BLOCK, FromHex("AABB"))},
-                                           {"long", SavedValue(DATA_TYPE_STRING, FromText(strLong) + U8(0))}})),
-              1);
-    unsigned int nBlock = 0;
-    int nError = 77;
-    const unsigned char* pBlock = static_cast<const unsigned char*>(group->BlockData("short", nBlock, &nError));
-    ASSERT_NE(pBlock, nullptr);
-    EXPECT_EQ(nError, 0);
-    ASSERT_EQ(nBlock, 8u);
-    EXPECT_EQ(Bytes(pBlock, pBlock + 8), FromHex("AABB000000000000"));
-    int nText = 0;
-    EXPECT_EQ(ValueOf(*group, "long")->StringData(nText, nullptr), strLong);
-    EXPECT_EQ(nText, 8);
-    EXPECT_EQ(group->StringData("long", nullptr), strLong);
-}
-
-TEST(DataValueGroupLoading, ALoadedValueIsNotPooled) {
-    const FreshValuePool pool;
-    Group group = NewGroup();
-    ASSERT_EQ(LoadFrom(*group, SavedGroup({{"a", SavedValue(DATA_TYPE_INT, BytesOf(5))}})), 1);
-    Value value = ValueOf(*group, "a");
-    EXPECT_EQ(group->RemoveValue("a"), 0);
-    EXPECT_EQ(value->IntData(nullptr), 5) << "nothing clears it";
-    EXPECT_EQ(value.release()->Release(), 0) << "it is destroyed, not recycled";
-}
-
-TEST(DataValueGroupLoading, AddsToWhatIsThereAndKeepsExistingEntries) {
-    const FreshValuePool pool;
-    Group group = NewGroup();
-    group->SetValue("a", 1);
-    group->SetValue("b", 2);
-    const Value existing = ValueOf(*group, "a");
-    ASSERT_EQ(LoadFrom(*group, SavedGroup({{"a", SavedValue(DATA_TYPE_STRING, FromText("x") + U8(0))},
-                                           {"c", SavedValue(DATA_TYPE_INT, BytesOf(3))}})),
-              1);
-    EXPECT_EQ(EntriesOf(*group), (std::map<std::string, ETnRobotDataValueType>{
-                                     {"a", DATA_TYPE_INT}, {"b", DATA_TYPE_INT}, {"c", DATA_TYPE_INT}}));
-    EXPECT_EQ(ValueOf(*group, "a").get(), existing.get());
-    EXPECT_EQ(group->IntData("a", nullptr), 1);
-    EXPECT_EQ(group->IntData("c", nullptr), 3);
-}
-
-TEST(DataValueGroupLoading, ASecondLoadOfTheSameFileChangesNothing) {
-    Group source = NewGroup();
-    source->SetValue("a", 1);
-    source->SetValue("b", "text");
-    source->SetValue("c", 2.5);
-    const Bytes saved = SavedFormOf(*source);
-    Group group = NewGroup();
-    ASSERT_EQ(LoadFrom(*group, saved), 1);
-    ASSERT_EQ(LoadFrom(*group, saved), 1);
-    EXPECT_EQ(EntriesOf(*group), EntriesOf(*source));
-}
-
-TEST(DataValueGroupLoading, OfTwoEntriesWithOneNameTheFirstStays) {
-    Group group = NewGroup();
-    ASSERT_EQ(LoadFrom(*group, SavedGroup({{"a", SavedValue(DATA_TYPE_INT, BytesOf(1))},
-                                           {"a", SavedValue(DATA_TYPE_INT, BytesOf(2))},
-                                           {"b", SavedValue(DATA_TYPE_INT, BytesOf(3))}})),
-              1);
-    EXPECT_EQ(group->IntData("a", nullptr), 1);
-    EXPECT_EQ(group->IntData("b", nullptr), 3);
-    EXPECT_EQ(EntriesOf(*group).size(), 2u);
-}
-
-TEST(DataValueGroupLoading, RefusesVersionsItDoesNotKnow) {
-    for (unsigned int nVersion : {0U, 2U, 200U, 255U}) {
-        Group group = NewGroup();
-        group->SetValue("a", 1);
-        Channel channel = Loading(U8(nVersion) + U32(1) + SavedString("b") + SavedValue(DATA_TYPE_INT, BytesOf(5)));
-        EXPECT_EQ(group->Serialize(channel.Get()), 0) << nVersion;
-        EXPECT_EQ(channel.file->Position(), 1u) << nVersion;
-        EXPECT_EQ(EntriesOf(*group).size(), 1u) << nVersion;
-    }
-}
-
-TEST(DataValueGroupLoading, ACountOfZeroOrLessAddsNothing) {
-    for (std::uint32_t nCount : {0U, 0xFFFFFFFFU, 0x80000000U}) {
-        Group group = NewGroup();
-        Channel channel = Loading(U8(1) + U32(nCount) + SavedString("b") + SavedValue(DATA_TYPE_INT, BytesOf(5)));
-        EXPECT_EQ(group->Serialize(channel.Get()), 1) << nCount;
-        EXPECT_EQ(channel.file->Position(), 5u) << nCount;
-        EXPECT_TRUE(EntriesOf(*group).empty());
-    }
-}
-
-TEST(DataValueGroupLoading, FailsWithoutACompleteCount) {
-    for (std::size_t nBytes = 0; nBytes <= 4; ++nBytes) {
-        Bytes bytes = FromHex("01 00000000");
-        bytes.resize(nBytes);
-        EXPECT_EQ(LoadFrom(*NewGroup(), bytes), 0) << nBytes;
-    }
-}
-
-TEST(DataValueGroupLoading, KeepsTheEntriesBeforeANameThatCannotBeRead) {
-    Group group = NewGroup();
-    const Bytes two =
-        SavedGroup({{"a", SavedValue(DATA_TYPE_INT, BytesOf(1))}, {"b", SavedValue(DATA_TYPE_INT, BytesOf(2))}});
-    const Bytes promisesThree = U8(1) + U32(3) + Bytes(two.begin() + 5, two.end());
-    EXPECT_EQ(LoadFrom(*group, promisesThree), 0);
-    EXPECT_EQ(group->IntData("a", nullptr), 1);
-    EXPECT_EQ(group->IntData("b", nullptr), 2);
-    EXPECT_EQ(EntriesOf(*group).size(), 2u);
-}
-
-TEST(DataValueGroupLoading, AnEntryWhoseValueDoesNotLoadIsThereAllTheSame) {
-    Group group = NewGroup();
-    EXPECT_EQ(LoadFrom(*group, U8(1) + U32(1) + SavedString("a") + U8(2)), 1) << "the value's result is not checked";
-    EXPECT_EQ(EntriesOf(*group), (std::map<std::string, ETnRobotDataValueType>{{"a", DATA_TYPE_NONE}}));
-    EXPECT_EQ(SavedFormOf(*ValueOf(*group, "a")), SavedValue(DATA_TYPE_NONE, Bytes(8))) << "as constructed";
-    // Its second entry starts where the refused value left off.
-    Group second = NewGroup();
-    EXPECT_EQ(LoadFrom(*second, U8(1) + U32(2) + SavedString("a") + U8(2) + SavedString("b") +
-                                    SavedValue(DATA_TYPE_INT, BytesOf(5))),
-              1);
-    EXPECT_EQ(second->GetDataValueType("a"), DATA_TYPE_NONE);
-    EXPECT_EQ(second->IntData("b", nullptr), 5);
-}
-
-TEST(DataValueGroupLoading, ANameEndsWithItsCountEvenWithoutAZero) {
-    Group group = NewGroup();
-    const Bytes value = SavedValue(DATA_TYPE_INT, BytesOf(5));
-    ASSERT_EQ(LoadFrom(*group, U8(1) + U32(3) + U32(3) + FromText("abc") + value + U32(1) + FromText("z") + value +
-                                   U32(5) + FromText("q") + U8(0) + FromText("rst") + value),
-              1);
-    EXPECT_EQ(EntriesOf(*group), (std::map<std::string, ETnRobotDataValueType>{
-                                     {"abc", DATA_TYPE_INT}, {"z", DATA_TYPE_INT}, {"q", DATA_TYPE_INT}}));
-}
-
-TEST(DataValueGroupLoading, ANameThatIsOnlyAZeroIsTheEmptyName) {
-    Group group = NewGroup();
-    ASSERT_EQ(LoadFrom(*group, U8(1) + U32(1) + U32(1) + U8(0) + SavedValue(DATA_TYPE_INT, BytesOf(5))), 1);
-    EXPECT_EQ(group->IntData("", nullptr), 5);
-}
-
-TEST(DataValueGroupLoading, ClonesOfLoadedGroupsReadTheSame) {
-    Group group = NewGroup();
-    ASSERT_EQ(LoadFrom(*group, SavedFormOf(*GroupOfEverything())), 1);
-    Group clone(group->Clone());
-    EXPECT_EQ(EntriesOf(*clone), EntriesOf(*group));
-    EXPECT_EQ(ParseSavedGroup(SavedFormOf(*clone)), ParseSavedGroup(SavedFormOf(*group)));
-    EXPECT_STREQ(clone->StringData("string", nullptr), "ab");
-    EXPECT_EQ(clone->ULonglongData("ulonglong", nullptr), 0x0102030405060708ULL);
-}
-
-TEST(DataValueGroupLoading, WorksWithoutAPool) {
-    const FreshValuePool pool;
-    Group group = NewGroup();
-    const Bytes saved = SavedGroup({{"a", SavedValue(DATA_TYPE_INT, BytesOf(5))}});
-    TnRobotUtils::Destroy();
-    ASSERT_EQ(LoadFrom(*group, saved), 1);
-    EXPECT_EQ(group->IntData("a", nullptr), 5);
-}
-
-TEST(DataValueGroupLoading, GoesThroughADiskFile) {
-    const std::string strPath = ::testing::TempDir() + "group" + std::to_string(getpid()) + ".bin";
-    {
-        Held<ITnRobotFile> file = MakeFile();
-        ASSERT_TRUE(file->Open(strPath.c_str(), true));
-        Held<ITnRobotArchive> archive = MakeArchive();
-        ASSERT_TRUE(archive->Attach(file.get(), true));
-        EXPECT_EQ(GroupOfEverything()->Serialize(archive.get()), 1);
-        archive->Flush();
-        archive->Detach();
-        EXPECT_TRUE(file->Close());
-    }
-    Held<ITnRobotFile> file = MakeFile();
-    ASSERT_TRUE(file->Open(strPath.c_str(), false));
-    Held<ITnRobotArchive> archive = MakeArchive();
-    ASSERT_TRUE(archive->Attach(file.get(), false));
-    Group group = NewGroup();
-    EXPECT_EQ(group->Serialize(archive.get()), 1);
-    EXPECT_EQ(EntriesOf(*group), EntriesOf(*GroupOfEverything()));
-    EXPECT_EQ(ParseSavedGroup(SavedFormOf(*group)), ParseSavedGroup(SavedFormOf(*GroupOfEverything())));
-    std::remove(strPath.c_str());
 }

@@ -8,11 +8,12 @@
 #include <new>
 #include <string>
 
-#include "support/Archives.h"
-#include "support/Groups.h"
-#include "support/Sanitizers.h"
-#include "support/ValuePool.h"
-#include "support/Values.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Groups.h"
+#include "support/objects/Memory.h"
+#include "support/objects/ValuePool.h"
+#include "support/objects/Values.h"
+#include "support/processes/Sanitizers.h"
 #include "values/TnRobotDataValue.h"
 
 using namespace tntest;
@@ -39,7 +40,7 @@ TEST(DataValueObject, IsConstructedWithEightZeroBytes) {
     EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
     unsigned int nLength = 99;
     EXPECT_STREQ(value->Convert2String(&nLength), "");
-    EXPECT_EQ(nLength, 1u) << "it has a view, so the empty text counts its terminating zero";
+    EXPECT_EQ(nLength, 1U) << "it has a view, so the empty text counts its terminating zero";
     EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_NONE, Bytes(8)));
     EXPECT_EQ(value.release()->Release(), 0) << "one reference, no pool";
 }
@@ -85,7 +86,7 @@ TEST(DataValueObject, ResetFromBytesReplacesEverything) {
     value->ResetData(DATA_TYPE_BLOCK, nullptr, 0);
     unsigned int nLength = 99;
     EXPECT_EQ(value->BlockData(nLength, nullptr), nullptr);
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
     EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_BLOCK, {}));
 }
 
@@ -99,9 +100,7 @@ TEST(DataValueObject, ResetFromANullStreamChangesNothing) {
 }
 
 TEST(DataValueObject, ResetFromAStreamTakesItsBytes) {
-    ITnRobotMemoryBlockPool* pBlocks = nullptr;
-    ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pBlocks), 1);
-    Held<ITnRobotMemoryBlockPool> blocks(pBlocks);
+    const HeldPool blocks = MakePool();
     ITnRobotMemDataStream* pStream = nullptr;
     ASSERT_EQ(TnCreateRobotMemDataStream(blocks.get(), &pStream), 1);
     Held<ITnRobotMemDataStream> stream(pStream);
@@ -120,7 +119,7 @@ TEST(DataValueObject, ResetFromAStreamTakesItsBytes) {
     value->ResetData(DATA_TYPE_BLOCK, stream.get());
     unsigned int nLength = 99;
     EXPECT_EQ(value->BlockData(nLength, nullptr), nullptr);
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
 }
 
 TEST(DataValueObject, OutsideAnyPoolIsDestroyedByItsLastReference) {
@@ -216,7 +215,7 @@ TEST(DataValuePool, GivesAnEmptyValueOnRequest) {
         EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
         unsigned int nLength = 99;
         EXPECT_STREQ(value->Convert2String(&nLength), "");
-        EXPECT_EQ(nLength, 0u);
+        EXPECT_EQ(nLength, 0U);
         EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_NONE, {}));
     }
 }

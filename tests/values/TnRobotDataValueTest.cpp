@@ -9,10 +9,10 @@
 #include <string>
 
 #include "TnRobotKernel/values.h"
-#include "support/Archives.h"
-#include "support/ForeignValue.h"
-#include "support/ValuePool.h"
-#include "support/Values.h"
+#include "support/fakes/ForeignValue.h"
+#include "support/objects/Archives.h"
+#include "support/objects/ValuePool.h"
+#include "support/objects/Values.h"
 
 using namespace tntest;
 
@@ -87,7 +87,7 @@ TEST(DataValue, AFailedPointerReaderDoesNotWriteTheLength) {
     EXPECT_EQ(nText, 4711);
     unsigned int nBlock = 4712;
     EXPECT_EQ(value->BlockData(nBlock, &nError), nullptr);
-    EXPECT_EQ(nBlock, 4712u);
+    EXPECT_EQ(nBlock, 4712U);
 }
 
 TEST(DataValue, ConvertsToText) {
@@ -157,7 +157,7 @@ TEST(DataValue, TheTextOfAZeroCharacterIsEmpty) {
     Value value = Made(TnCreateRobotCharData, '\0');
     unsigned int nLength = 0;
     EXPECT_STREQ(value->Convert2String(&nLength), "");
-    EXPECT_EQ(nLength, 1u);
+    EXPECT_EQ(nLength, 1U);
 }
 
 TEST(DataValue, ALongBlockConvertsWhole) {
@@ -172,7 +172,7 @@ TEST(DataValue, ALongBlockConvertsWhole) {
     Value value = BlockValue(bytes);
     unsigned int nLength = 0;
     EXPECT_EQ(value->Convert2String(&nLength), strExpected);
-    EXPECT_EQ(nLength, 200001u);
+    EXPECT_EQ(nLength, 200001U);
 }
 
 TEST(DataValue, WithoutDataConvertsToLengthZero) {
@@ -180,7 +180,7 @@ TEST(DataValue, WithoutDataConvertsToLengthZero) {
     for (Value& value : values) {
         unsigned int nLength = 99;
         EXPECT_STREQ(value->Convert2String(&nLength), "");
-        EXPECT_EQ(nLength, 0u);
+        EXPECT_EQ(nLength, 0U);
         EXPECT_STREQ(value->Convert2String(nullptr), "");
     }
 }
@@ -193,7 +193,7 @@ TEST(DataValue, AnEmptyBlockReadsAsNullWithoutError) {
     unsigned int nLength = 99;
     EXPECT_EQ(value->BlockData(nLength, &nError), nullptr);
     EXPECT_EQ(nError, 0);
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
 }
 
 TEST(DataValue, ClearedHoldsNothing) {
@@ -204,7 +204,7 @@ TEST(DataValue, ClearedHoldsNothing) {
         EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE) << sample.lpszName;
         EXPECT_EQ(ReadAs(*value, sample.eType).nError, -1) << sample.lpszName;
         EXPECT_EQ(TextOf(*value), "") << sample.lpszName;
-        EXPECT_EQ(SavedFormOf(*value), SavedValue(0, {})) << sample.lpszName;
+        EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_NONE, {})) << sample.lpszName;
     }
 }
 
@@ -258,7 +258,7 @@ TEST(DataValue, CopyingAnEmptyValueOntoItselfLeavesItWithoutData) {
     value->Copy(value.get());
     unsigned int nLength = 99;
     EXPECT_STREQ(value->Convert2String(&nLength), "");
-    EXPECT_EQ(nLength, 0u);
+    EXPECT_EQ(nLength, 0U);
     EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
 }
 
@@ -301,7 +301,7 @@ TEST(DataValue, AnEmptyValueCopies) {
     copy->Copy(source.get());
     EXPECT_EQ(copy->GetDataValueType(), DATA_TYPE_NONE);
     EXPECT_EQ(TextOf(*copy), "");
-    EXPECT_EQ(SavedFormOf(*copy), SavedValue(0, {}));
+    EXPECT_EQ(SavedFormOf(*copy), SavedValue(DATA_TYPE_NONE, {}));
 }
 
 TEST(DataValue, AnEmptyBlockCopies) {
@@ -426,7 +426,7 @@ TEST(DataValueLoading, KeepsTheRecordedLengthOfALongerValue) {
     const void* pData = value->BlockData(nLength, &nError);
     ASSERT_NE(pData, nullptr);
     EXPECT_EQ(nError, 0);
-    EXPECT_EQ(nLength, 11u);
+    EXPECT_EQ(nLength, 11U);
     EXPECT_EQ(BlockOf(*value), FromHex("AABB") + Bytes(9)) << "the length reaches into zeros, not into old bytes";
     EXPECT_EQ(TextOf(*value), "aabb000000000000000000");
 }
@@ -438,7 +438,7 @@ TEST(DataValueLoading, KeepsTheTextThatWasAskedForBefore) {
     EXPECT_EQ(value->IntData(nullptr), 9);
     unsigned int nLength = 0;
     EXPECT_STREQ(value->Convert2String(&nLength), "5");
-    EXPECT_EQ(nLength, 2u);
+    EXPECT_EQ(nLength, 2U);
     // A copy takes the old text along.
     Value copy = Value(value->Clone());
     EXPECT_EQ(copy->IntData(nullptr), 9);
@@ -485,7 +485,7 @@ TEST(DataValueLoading, AnEightByteNumberFitsAOneByteValue) {
     // And one that is cut short in the file does not reach beyond the value's memory.
     Value cut = BoolValue(true);
     ASSERT_EQ(LoadFrom(*cut, SavedValue(DATA_TYPE_ULONGLONG, FromHex("FF"))), 1);
-    EXPECT_EQ(cut->ULonglongData(nullptr), 255u);
+    EXPECT_EQ(cut->ULonglongData(nullptr), 255U);
 }
 
 TEST(DataValueLoading, ATextWithoutItsZeroStillEnds) {
@@ -538,7 +538,7 @@ TEST(DataValueLoading, AValueWithoutViewKeepsIt) {
         }
         unsigned int nLength = 99;
         EXPECT_STREQ(value->Convert2String(&nLength), "") << sample.lpszName;
-        EXPECT_EQ(nLength, 0u) << sample.lpszName;
+        EXPECT_EQ(nLength, 0U) << sample.lpszName;
         EXPECT_EQ(SavedFormOf(*value), SavedValue(sample.eType, sample.bytes)) << sample.lpszName;
     }
 }
@@ -557,7 +557,7 @@ TEST(DataValueLoading, RefusesVersionsItDoesNotKnowAndChangesNothing) {
         Value value = IntValue(5);
         Channel channel = Loading(U8(nVersion) + U32(DATA_TYPE_BOOL) + U32(1) + U8(1));
         EXPECT_EQ(value->Serialize(channel.Get()), 0) << nVersion;
-        EXPECT_EQ(channel.file->Position(), 1u) << nVersion;
+        EXPECT_EQ(channel.file->Position(), 1U) << nVersion;
         EXPECT_EQ(value->IntData(nullptr), 5) << nVersion;
         EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_INT, BytesOf(5))) << nVersion;
     }
@@ -605,10 +605,10 @@ TEST(DataValueLoading, ACountOfZeroOrLessBringsNoBytes) {
         Value value = IntValue(5);
         Channel channel = Loading(U8(1) + U32(DATA_TYPE_UINT) + U32(nCount) + FromHex("AABBCCDD"));
         EXPECT_EQ(value->Serialize(channel.Get()), 1) << nCount;
-        EXPECT_EQ(channel.file->Position(), 9u) << nCount;
+        EXPECT_EQ(channel.file->Position(), 9U) << nCount;
         EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_UINT);
         EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_UINT, {})) << nCount;
-        EXPECT_EQ(value->UintData(nullptr), 0u) << nCount;
+        EXPECT_EQ(value->UintData(nullptr), 0U) << nCount;
     }
 }
 
@@ -620,7 +620,7 @@ TEST(DataValueLoading, AnUnknownTypeNumberIsKept) {
         EXPECT_EQ(ReadAs(*value, DATA_TYPE_INT).nError, -1);
         unsigned int nLength = 99;
         EXPECT_STREQ(value->Convert2String(&nLength), "");
-        EXPECT_EQ(nLength, 1u);
+        EXPECT_EQ(nLength, 1U);
         EXPECT_EQ(SavedFormOf(*value), SavedValue(nType, FromHex("01020304")));
     }
 }
@@ -659,7 +659,7 @@ TEST(DataValueLoading, ALargeBlockMakesTheRoundTrip) {
     unsigned int nLength = 0;
     const void* pData = value->BlockData(nLength, nullptr);
     ASSERT_NE(pData, nullptr);
-    EXPECT_EQ(nLength, 4u);
+    EXPECT_EQ(nLength, 4U);
     EXPECT_EQ(std::memcmp(pData, bytes.data(), bytes.size()), 0) << "the view is that of the whole storage";
     EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_BLOCK, bytes));
 }

@@ -9,14 +9,12 @@
 #include <vector>
 
 #include "TnRobotKernel/pool.h"
-#include "support/Held.h"
-#include "support/StartGate.h"
+#include "support/objects/Held.h"
+#include "support/threads/StartGate.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::Held;
-using tntest::Hold;
-using tntest::StartGate;
 
 // The interface that the pool is asked for.
 class IWidget : public ITnPoolElement {
@@ -623,10 +621,10 @@ TEST(PoolElement, ComesBackExactlyAtTheFallFromTwoToOne) {
     EXPECT_EQ(widget->Release(), 2);
     EXPECT_TRUE(parent->m_returned.empty());
     EXPECT_EQ(widget->Release(), 1);
-    ASSERT_EQ(parent->m_returned.size(), 1u);
+    ASSERT_EQ(parent->m_returned.size(), 1U);
     EXPECT_EQ(parent->m_returned[0], widget.get());
     EXPECT_EQ(widget.release()->Release(), 0);
-    EXPECT_EQ(parent->m_returned.size(), 1u);
+    EXPECT_EQ(parent->m_returned.size(), 1U);
 }
 
 TEST_F(RecyclingPool, ThreadsNeverShareAnElement) {

@@ -8,12 +8,12 @@
 #include "TnRobotKernel/archive.h"
 #include "TnRobotKernel/utilities.h"
 #include "TnRobotKernel/values.h"
-#include "support/Archives.h"
-#include "support/FailingNew.h"
-#include "support/Groups.h"
-#include "support/TestObjects.h"
-#include "support/ValuePool.h"
-#include "support/Values.h"
+#include "support/fakes/FailingNew.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+#include "support/objects/Groups.h"
+#include "support/objects/ValuePool.h"
+#include "support/objects/Values.h"
 
 using namespace tntest;
 

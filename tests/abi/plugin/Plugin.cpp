@@ -6,15 +6,14 @@
 #include <atomic>
 #include <stdexcept>
 
-#include "support/Archives.h"
-#include "support/TestBlocks.h"
-#include "support/TestFile.h"
-#include "support/TestObjects.h"
+#include "support/fakes/TestBlocks.h"
+#include "support/fakes/TestFile.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
+
+using namespace tntest;
 
 namespace {
-
-using tntest::TestNode;
-using tntest::operator+;
 
 class PluginElement final : public ITnPoolElement {
 public:
@@ -50,8 +49,7 @@ int NumberOf(CTnRobotObject* pNode) {
 }
 
 int LiveObjects() {
-    return tntest::TestFile::LiveCount() + tntest::TestBlock::LiveCount() + tntest::LiveObject::Count() +
-           PluginElement::LiveCount();
+    return TestFile::LiveCount() + TestBlock::LiveCount() + LiveObject::Count() + PluginElement::LiveCount();
 }
 
 ITnRobotDataValueGroup* CreateGroup() {
@@ -63,7 +61,7 @@ ITnRobotDataValueGroup* CreateGroup() {
 }
 
 bool CatchesWhatTheLibraryThrows() {
-    const auto group = tntest::Hold(CreateGroup());
+    const auto group = Hold(CreateGroup());
     try {
         group->GetDataValueType(nullptr);
     } catch (const std::logic_error&) {
@@ -74,17 +72,17 @@ bool CatchesWhatTheLibraryThrows() {
 }
 
 // Tables first, as a reader needs them.
-tntest::Bytes Saved(CTnRobotObject* pObject) {
-    const tntest::Channel objects = tntest::Storing();
+Bytes Saved(CTnRobotObject* pObject) {
+    const Channel objects = Storing();
     objects->WriteObject(pObject);
-    const tntest::Bytes records = objects.file->TakeNew();
+    const Bytes records = objects.file->TakeNew();
     objects->WriteMapHeader();
     return objects.file->TakeNew() + records;
 }
 
 bool RunAlone() {
     const auto node = TestNode::Create(7);
-    const tntest::Channel loading = tntest::Loading(Saved(node.get()));
+    const Channel loading = Loading(Saved(node.get()));
     CTnRobotObject* pLoaded = nullptr;
     if (loading->ReadMapHeader() != 1 || loading->ReadObject(&pLoaded) != 1) {
         return false;
@@ -94,9 +92,9 @@ bool RunAlone() {
     return nNumber == 7;
 }
 
-const tntest::PluginTable s_table = {
-    []() -> ITnRobotFile* { return new tntest::TestFile; },
-    []() -> ITnRobotMemoryBlockPool* { return new tntest::TestBlockPool; },
+const PluginTable s_table = {
+    []() -> ITnRobotFile* { return new TestFile; },
+    []() -> ITnRobotMemoryBlockPool* { return new TestBlockPool; },
     []() -> ITnElementAlloc* { return new PluginElementAlloc; },
     [](int nNumber) -> CTnRobotObject* { return new TestNode(nNumber); },
     NumberOf,
@@ -119,6 +117,6 @@ const tntest::PluginTable s_table = {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) const tntest::PluginTable* TnGetTestPlugin() {
+extern "C" __attribute__((visibility("default"))) const PluginTable* TnGetTestPlugin() {
     return &s_table;
 }
