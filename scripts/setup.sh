@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing:
-# scripts/setup.sh [build|test|bench|coverage|docs|package|checks|arm64|all].
+# scripts/setup.sh [build|test|asan|bench|coverage|docs|package|checks|arm64|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
 #   test      and the test framework               (enough for scripts/test.sh)
+#   asan      and clang                            (enough for scripts/test.sh asan)
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
 #   coverage  the tests' and gcovr                 (enough for scripts/coverage.sh)
 #   docs      Doxygen and Graphviz                 (enough for scripts/docs.sh)
@@ -20,8 +21,8 @@ modules=(libspdlog-dev libcli11-dev nlohmann-json3-dev)
 tests=(libgtest-dev binutils libssl-dev strace abigail-tools "${modules[@]}")
 packaging=(dpkg-dev file lintian debootstrap)
 benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
-checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git gcovr mandoc gdb
-        libopencv-core-dev)
+sanitizing=(clang libclang-rt-14-dev)
+checks=("${sanitizing[@]}" clang-format clang-tidy pkg-config git gcovr mandoc gdb libopencv-core-dev)
 documents=(doxygen graphviz python3 git)
 cross=(g++-aarch64-linux-gnu binutils qemu-user debian-archive-keyring)
 # Only measured beside: benchmarks leave out what is missing, so whatever a system does not have is
@@ -33,6 +34,7 @@ optional=()
 case "$wanted" in
     build) ;;
     test) packages+=("${tests[@]}") ;;
+    asan) packages+=("${tests[@]}" "${sanitizing[@]}") ;;
     coverage) packages+=("${tests[@]}" gcovr) ;;
     docs) packages=("${documents[@]}") ;;
     arm64) packages=(cmake ninja-build "${cross[@]}") ;;
@@ -43,7 +45,7 @@ case "$wanted" in
         [ "$wanted" = checks ] || packages+=("${cross[@]}")
         optional=("${peers[@]}")
         ;;
-    *) echo "usage: $0 [build|test|bench|coverage|docs|package|checks|arm64|all]" >&2; exit 2 ;;
+    *) echo "usage: $0 [build|test|asan|bench|coverage|docs|package|checks|arm64|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".

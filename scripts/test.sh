@@ -22,11 +22,10 @@ while [ $# -gt 0 ]; do
         *) preset="$1"; shift ;;
     esac
 done
-if [ "$preset" = arm64 ]; then
-    "$root/scripts/setup.sh" arm64
-else
-    "$root/scripts/setup.sh" test
-fi
+case "$preset" in
+    arm64 | asan) "$root/scripts/setup.sh" "$preset" ;;
+    *) "$root/scripts/setup.sh" test ;;
+esac
 
 # Programs of a subsystem that are not part of the two large ones.
 targets_of() {

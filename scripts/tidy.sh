@@ -2,7 +2,7 @@
 # Runs clang-tidy over the library, the logger, the tools, the examples and the fuzz targets, warnings as errors.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 "$root/scripts/setup.sh" checks
-[ -f "$root/build/clang/compile_commands.json" ] || build clang ${TNROBOT_CMAKE_ARGUMENTS:-}
+quietly cmake --preset clang
 
 say "clang-tidy"
 git ls-files -z --cached --others --exclude-standard 'src/*.cpp' 'logger/*.cpp' 'tools/*.cpp' 'examples/*.cpp' 'fuzz/*.cpp' |
