@@ -1,5 +1,6 @@
 // The command line of tnrobot-inspect, and how it treats terminals and unsuitable files.
 
+#include <fcntl.h>
 #include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -44,6 +45,17 @@ Bytes LargeFileOfGroups(std::size_t nSize) {
     }
     return groups;
 }
+
+// A chroot or a container may have no /dev/pts.
+bool GivesTerminals() {
+    const int nTerminal = posix_openpt(O_RDWR | O_NOCTTY);
+    const bool bGiven = nTerminal >= 0 && grantpt(nTerminal) == 0 && unlockpt(nTerminal) == 0 &&
+                        ptsname(nTerminal) != nullptr && access(ptsname(nTerminal), F_OK) == 0;
+    close(nTerminal);
+    return bGiven;
+}
+
+constexpr const char* kNoTerminal = "no terminal is to be had here (/dev/pts)";
 
 class InspectCommandLine : public InspectProgram {
 protected:
@@ -281,6 +293,9 @@ TEST_F(InspectCommandLine, OutputThatCannotBeWrittenIsTwo) {
 }
 
 TEST_F(InspectCommandLine, ColoursAreForTerminals) {
+    if (!GivesTerminals()) {
+        GTEST_SKIP() << kNoTerminal;
+    }
     Write("g", SavedGroup({}));
     EXPECT_NE(RunOnTerminal({"verify", "g"}, "").find("\x1b[32mgood\x1b[0m"), std::string::npos);
     EXPECT_EQ(RunOnTerminal({"verify", "g"}, "1"), "g: good (value groups, 5 bytes)\r\n");
@@ -290,6 +305,9 @@ TEST_F(InspectCommandLine, ColoursAreForTerminals) {
 }
 
 TEST_F(InspectCommandLine, LongReadingShowsProgressOnATerminalOnly) {
+    if (!GivesTerminals()) {
+        GTEST_SKIP() << kNoTerminal;
+    }
     Write("large.bmp", FromText("BM") + Bytes(20 << 20, 0));
     const std::string text = RunOnTerminal({"verify", "large.bmp"}, "1");
     EXPECT_NE(text.find("\rreading large.bmp 49 %"), std::string::npos);
