@@ -17,7 +17,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <new>
 #include <sstream>
 #include <string>
@@ -26,24 +25,14 @@
 
 #include "TnRobotKernel/core.h"
 #include "programs/LogFromThreads.h"
+#include "programs/Steps.h"
+
+using namespace tntest;
 
 namespace {
 
 constexpr int kLevel = 2;  // reaches the file, through its buffer
 constexpr unsigned int kLongestSeconds = 20;
-
-struct Step {
-    explicit Step(const std::string& step) : verb(step.substr(0, step.find(':'))) {
-        const std::string rest = step.substr(std::min(step.size(), verb.size() + 1));
-        number = std::atoi(rest.c_str());
-        const std::size_t nColon = rest.find(':');
-        text = nColon == std::string::npos ? "" : rest.substr(nColon + 1);
-    }
-
-    std::string verb;
-    int number = 0;
-    std::string text;
-};
 
 std::atomic<long> s_nLogged{0};
 std::atomic<bool> s_bNoMemory{false};
@@ -62,7 +51,7 @@ void LogWithoutMemory() {
 }
 
 void Flood(int nThreads, int nLines) {
-    tntest::LogFromThreads(nThreads, nLines, [](int nThread, int nLine) {
+    LogFromThreads(nThreads, nLines, [](int nThread, int nLine) {
         Log(kLevel, "thread " + std::to_string(nThread) + " line " + std::to_string(nLine) + ".");
     });
 }
@@ -235,8 +224,8 @@ void PrintErrno(const Step& step) {
 
 std::vector<pid_t> s_others;
 
-bool Run(const Step& step) {
-    const std::map<std::string, void (*)(const Step&)> verbs = {
+Verbs AllVerbs() {
+    return {
         {"init", [](const Step&) { std::printf("Init %d\n", TnRobotLogUtils::Init()); }},
         {"destroy", [](const Step&) { TnRobotLogUtils::Destroy(); }},
         {"param", [](const Step& s) { TnRobotLogUtils::SetLogParam(s.number, std::atoi(s.text.c_str())); }},
@@ -292,13 +281,6 @@ bool Run(const Step& step) {
          }},
         {"interrupt", [](const Step&) { ExitInsideTheLogger(); }},
     };
-    const auto it = verbs.find(step.verb);
-    if (it == verbs.end()) {
-        return false;
-    }
-    it->second(step);
-    std::fflush(stdout);
-    return true;
 }
 
 }  // namespace
@@ -322,10 +304,5 @@ void operator delete(void* pMemory, std::size_t) noexcept {
 
 int main(int nArguments, char** arguments) {
     std::signal(SIGXFSZ, SIG_IGN);
-    for (int n = 1; n < nArguments; ++n) {
-        if (!Run(Step(arguments[n]))) {
-            return 2;
-        }
-    }
-    return 0;
+    return RunSteps(AllVerbs(), nArguments, arguments);
 }
