@@ -11,6 +11,7 @@
 
 #include "TnRobotKernel/image.h"
 #include "support/BmpBytes.h"
+#include "support/ChildProcess.h"
 #include "support/FileBytes.h"
 #include "support/PlainJpeg.h"
 #include "support/ResourceUse.h"
@@ -239,7 +240,7 @@ TEST_F(HostileImages, EveryPrefixOfABmpWithAFittingHeader) {
 
 TEST_F(HostileImages, SingleByteChangesOfABmp) {
     const Bytes good = GoodBmp();
-    ForSingleByteChanges(good, kChanges, 7, [this](const Bytes& changed, const std::string& what) {
+    ForSingleByteChanges(good, RandomTries(kChanges), 7, [this](const Bytes& changed, const std::string& what) {
         CheckBmp(LoadFile(changed), changed, what);
     });
 }
@@ -247,7 +248,7 @@ TEST_F(HostileImages, SingleByteChangesOfABmp) {
 // Only the headers, where a change matters; several at once.
 TEST_F(HostileImages, ManyByteChangesOfABmpHeader) {
     std::mt19937 random(8);
-    for (int i = 0; i < kChanges && !HasFailure(); ++i) {
+    for (int i = 0; i < RandomTries(kChanges) && !HasFailure(); ++i) {
         Bytes changed = GoodBmp();
         std::string what;
         for (unsigned int n = 1 + random() % 4; n > 0; --n) {
@@ -279,9 +280,10 @@ TEST_F(HostileImages, EveryPrefixOfAJpeg) {
 TEST_F(HostileImages, SingleByteChangesOfAJpeg) {
     const QuietErrors quiet;
     for (const NamedJpeg& good : GoodJpegs()) {
-        ForSingleByteChanges(good.jpeg, kChanges, 9, [this, &good](const Bytes& changed, const std::string& what) {
-            CheckJpeg(LoadMemory(changed), changed, good.name + ", " + what);
-        });
+        ForSingleByteChanges(good.jpeg, RandomTries(kChanges), 9,
+                             [this, &good](const Bytes& changed, const std::string& what) {
+                                 CheckJpeg(LoadMemory(changed), changed, good.name + ", " + what);
+                             });
     }
 }
 
@@ -331,7 +333,7 @@ TEST_F(HostileImages, TenThousandBadJpegsLeaveNothingBehind) {
     };
     LoadBad(100);
     const std::size_t nHeld = mallinfo2().uordblks;
-    LoadBad(10000);
+    LoadBad(RandomTries(10000));
     // The pool of blocks notes every request, so not quite nothing.
     EXPECT_LE(mallinfo2().uordblks, nHeld + 256 * 1024);
     EXPECT_EQ(TestBlock::LiveCount(), 0);
