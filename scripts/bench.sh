@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures the library beside its peers: scripts/bench.sh [AREA] [--quick], where an area is memory,
-# values, groups, image, concurrency, utils or ptr, and all of them without one.
+# values, groups, image, concurrency, work, utils or ptr, and all of them without one.
 #
 # Results are kept in build/bench/results. As soon as every area has some, docs/performance.md and the
 # plots in docs/plots are written from them; an area measured alone replaces its own part.
@@ -8,7 +8,7 @@
 # never an error: timings depend on the machine.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-areas=(memory values groups image concurrency utils ptr)
+areas=(memory values groups image concurrency work utils ptr)
 area=""
 quick=false
 for argument in "$@"; do

@@ -52,7 +52,8 @@ public:
             return std::make_error_code(std::errc::operation_canceled);
         }
         m_items.emplace_back(std::forward<Source>(item));
-        if (m_nSleeping > 0) {
+        if (m_nToWake > 0) {
+            --m_nToWake;
             // Who is woken with the lock held would only wait for it. Without it this may be the last to go.
             const auto keep = this->shared_from_this();
             lock.unlock();
@@ -169,8 +170,10 @@ private:
     bool AwaitItem(std::unique_lock<std::mutex>& lock) {
         while (m_items.empty() && !m_bClosed) {
             ++m_nSleeping;
+            ++m_nToWake;
             m_filled.wait(lock);
             --m_nSleeping;
+            m_nToWake = std::min(m_nToWake, m_nSleeping);  // one that woke for no reason was not woken
         }
         return !m_items.empty();
     }
@@ -213,7 +216,8 @@ private:
     std::deque<Item> m_items;                // guarded by m_mutex, as all below
     std::vector<std::thread::id> m_workers;  // those that have begun
     std::size_t m_nAtWork = 0;
-    unsigned int m_nSleeping = 0;
+    unsigned int m_nSleeping = 0;  // workers that wait for an item
+    unsigned int m_nToWake = 0;    // those of them that nobody has woken yet
     unsigned int m_nPushing = 0;
     unsigned int m_nWaiting = 0;
     bool m_bClosed = false;
