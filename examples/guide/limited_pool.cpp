@@ -6,7 +6,7 @@
 #include <chrono>
 #include <cstdio>
 
-using std::chrono_literals::operator""ms;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -35,6 +35,9 @@ int main() {
     options.wait = 5ms;     // a request without room waits so long for a block to come back
     options.nUnit = 32768;  // what a block of the general pool takes at least
     const auto pool = tn::MakeLimitedPool(tn::MakeMemoryBlockPool(), options);
+    if (!pool) {
+        return 1;
+    }
 
     const auto frame = tn::QueryMemBuff(*pool, 40 * kMiB);
     Ask(*pool, 24 * kMiB);

@@ -11,7 +11,7 @@
 #include <stdexcept>
 #include <vector>
 
-using std::chrono_literals::operator""ms;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -97,9 +97,15 @@ void ShowQueue(ITnRobotTaskPool& pool) {
 }  // namespace
 
 int main() {
-    const auto pool = tn::MakeTaskPool();
-    ShowLoop(*pool);
-    ShowLimit(*pool);
-    ShowRun(*pool);
-    ShowQueue(*pool);
+    try {
+        const auto pool = tn::MakeTaskPool();
+        ShowLoop(*pool);
+        ShowLimit(*pool);
+        ShowRun(*pool);
+        ShowQueue(*pool);
+        return 0;
+    } catch (const std::exception& error) {  // such as a system without threads
+        std::printf("%s\n", error.what());
+        return 1;
+    }
 }

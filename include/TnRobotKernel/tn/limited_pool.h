@@ -105,7 +105,7 @@ private:
         if (m_wait <= std::chrono::milliseconds::zero()) {
             return false;
         }
-        const Queue::iterator me = m_waiting.emplace(m_waiting.end());
+        const auto me = m_waiting.emplace(m_waiting.end());
         const bool bRoom =
             WaitUntil(*me, lock, After(m_wait), [this, me, nBytes] { return me == m_waiting.begin() && Fits(nBytes); });
         m_waiting.erase(me);
@@ -260,7 +260,10 @@ private:
 /// @return the pool; empty for an empty source.
 [[nodiscard]] inline TnRobotPtr<LimitedPool> MakeLimitedPool(TnRobotPtr<ITnRobotMemoryBlockPool> source,
                                                              const LimitedPoolOptions& options) {
-    return source ? MakeObject<LimitedPool>(std::move(source), options) : nullptr;
+    if (!source) {
+        return nullptr;
+    }
+    return MakeObject<LimitedPool>(std::move(source), options);
 }
 
 /// Writes counters into a value group, as ulonglong values under the names "live blocks", "live bytes", "high

@@ -75,6 +75,10 @@ public:
         return IsOverLocked();
     }
 
+    // For the child of a fork: locks may be lost, and the end of a condition variable waits for waiters that
+    // are not here.
+    void KeepItself(std::shared_ptr<RunState> self) noexcept { m_self = std::move(self); }
+
     std::error_code Wait(Clock::time_point end) {
         std::unique_lock<std::mutex> lock(m_mutex);
         if (m_eStage == Stage::kRunning && m_thread == std::this_thread::get_id()) {
@@ -116,6 +120,7 @@ private:
     Stage m_eStage = Stage::kWaiting;               // guarded by m_mutex
     std::thread::id m_thread;                       // guarded by m_mutex
     std::exception_ptr m_failure;                   // guarded by m_mutex
+    std::shared_ptr<RunState> m_self;               // of one that is never destroyed
 };
 
 }  // namespace detail
@@ -179,8 +184,7 @@ public:
             return;
         }
         if (!m_home.IsHere()) {
-            // Its locks may be lost, and a condition variable waits for waiters that are not here.
-            static_cast<void>(new std::shared_ptr<detail::RunState>(std::move(m_state)));
+            m_state->KeepItself(m_state);
             return;
         }
         m_state->Cancel();

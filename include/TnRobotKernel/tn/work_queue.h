@@ -185,10 +185,12 @@ private:
         m_tasks.clear();
     }
 
-    // Locks may be lost, and a condition variable waits for waiters that are not here: nothing is touched.
-    void Abandon() {
-        static_cast<void>(new std::shared_ptr<State>(std::move(m_state)));
-        static_cast<void>(new std::vector<TnRobotPtr<ITnRobotTask>>(std::move(m_tasks)));
+    // Of what the parent's threads have been at nothing is touched.
+    void Abandon() noexcept {
+        for (TnRobotPtr<ITnRobotTask>& task : m_tasks) {
+            static_cast<void>(task.detach());
+        }
+        m_state->KeepItself(m_state);
     }
 
     const detail::Home m_home;

@@ -143,6 +143,10 @@ public:
     // Before the workers begin, so that counting them cannot fail.
     void ReserveWorkers(unsigned int nWorkers) { m_workers.reserve(nWorkers); }
 
+    // For the child of a fork: locks may be lost, and the end of a condition variable waits for waiters that
+    // are not here.
+    void KeepItself(std::shared_ptr<QueueState> self) noexcept { m_self = std::move(self); }
+
 private:
     bool IsWorker() const {
         return std::find(m_workers.begin(), m_workers.end(), std::this_thread::get_id()) != m_workers.end();
@@ -223,7 +227,8 @@ private:
     bool m_bClosed = false;
     bool m_bDropped = false;
     unsigned long long m_nFailures = 0;
-    std::exception_ptr m_failure;  // not delivered yet
+    std::exception_ptr m_failure;        // not delivered yet
+    std::shared_ptr<QueueState> m_self;  // of one that is never destroyed
 };
 
 }  // namespace tn::detail
