@@ -36,7 +36,7 @@ fi
 # Programs of a subsystem that are not part of the two large ones.
 targets_of() {
     case "$1" in
-        abi | ptr | gdb | logger | tools) echo "tests/$1/all" ;;
+        abi | ptr | tn | gdb | logger | tools) echo "tests/$1/all" ;;
         failure) echo "tnrobot_shared_tests tnrobot_tests tnrobot_allocation_tests" ;;
         *) echo "tnrobot_shared_tests tnrobot_tests" ;;
     esac
