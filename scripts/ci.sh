@@ -31,6 +31,7 @@ steps=(
     "soak          scripts/soak.sh 0.5"
     "demo          scripts/demo.sh"
     "install       scripts/check_install.sh"
+    "arm64         scripts/test.sh arm64 --public"
     "packages      $packages"
     "examples      $examples"
     "abi           scripts/check_abi.sh"

@@ -13,14 +13,13 @@ ITnRobotTask::~ITnRobotTask() = default;
 ITnRobotTaskParent::~ITnRobotTaskParent() = default;
 
 int CTnRobotTask::CreateInstance(ITnRobotTaskParent* pParent, CTnRobotTask** ppTask) {
-    return tnrobot::FinishInstance(new CTnRobotTask, ppTask,
-                                   [pParent](CTnRobotTask& task) { return task._Init(pParent) != 0; });
+    return tnrobot::FinishInstance(new CTnRobotTask, ppTask, &CTnRobotTask::_Init, pParent);
 }
 
-int CTnRobotTask::_Init(ITnRobotTaskParent* pParent) {
+bool CTnRobotTask::_Init(ITnRobotTaskParent* pParent) {
     CTnRobotManualEvent::CreateInstance(false, m_pRunEvent.Receive());
     m_pParent.store(pParent);
-    return m_pRunEvent && pParent != nullptr ? 1 : 0;
+    return m_pRunEvent && pParent != nullptr;
 }
 
 // The worker destroys a task whose last reference was left to it. It cannot join itself; the runner,

@@ -104,7 +104,7 @@ private:
     };
 
     CTnRobotTask() = default;
-    int _Init(ITnRobotTaskParent* pParent);
+    bool _Init(ITnRobotTaskParent* pParent);
     void _StartWorker();
     void _BeginRun();
     void _StopLocked();

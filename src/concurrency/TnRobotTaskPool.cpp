@@ -8,6 +8,7 @@
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotTaskRunner.h"
 #include "core/TnCreateInstance.h"
+#include "core/TnExactCast.h"
 
 ITnRobotTaskPool::~ITnRobotTaskPool() = default;
 
@@ -15,16 +16,15 @@ int CTnRobotTaskPool::CreateInstance(ITnRobotTaskPool** ppPool) {
     if (ppPool == nullptr) {
         return 0;
     }
-    return tnrobot::FinishInstance(new CTnRobotTaskPool, ppPool,
-                                   [](CTnRobotTaskPool& pool) { return pool._Init() != 0; });
+    return tnrobot::FinishInstance(new CTnRobotTaskPool, ppPool, &CTnRobotTaskPool::_Init);
 }
 
-int CTnRobotTaskPool::_Init() {
+bool CTnRobotTaskPool::_Init() {
     if (TnCreateRobotManualEvent(false, m_pExitEvent.Receive()) == 0) {
-        return 0;
+        return false;
     }
     m_pThread = std::make_unique<tnrobot::Worker>([this] { _OnThreadPoolWork(); });
-    return 1;
+    return true;
 }
 
 CTnRobotTaskPool::~CTnRobotTaskPool() {
@@ -131,7 +131,7 @@ unsigned int CTnRobotTaskPool::GetTaskCount() {
 // is released. A job that calls this for its own task has it stopped; idle the task becomes when its
 // holder releases it.
 void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
-    auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask);
+    auto* pPooled = tnrobot::ExactCast<CTnRobotTask>(pTask);
     if (pPooled == nullptr) {
         return;
     }
@@ -191,7 +191,7 @@ void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
     }
     const QueueLoan queue(*this);
     StopNotice& notice = queue->emplace_back();
-    auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask);
+    auto* pPooled = tnrobot::ExactCast<CTnRobotTask>(pTask);
     if (pPooled == nullptr) {
         notice.m_task = tnrobot::Ref<ITnRobotTask>::Share(pTask);
     } else if (pPooled->AddRefWhileHeld()) {
@@ -218,7 +218,7 @@ std::unique_ptr<CTnRobotTaskPool::NotifyQueue> CTnRobotTaskPool::_TakeNotices() 
 // The run that a notice is about may be over long since, and its reference the last one to a task
 // that runs again: then the worker gives the task back, because others wait to be stopped here.
 void CTnRobotTaskPool::_Obey(StopNotice notice) {
-    if (auto* pPooled = dynamic_cast<CTnRobotTask*>(notice.m_task.Get())) {
+    if (auto* pPooled = tnrobot::ExactCast<CTnRobotTask>(notice.m_task.Get())) {
         pPooled->StopRun(notice.m_nRun);
         notice.m_task.Detach();
         pPooled->ReleaseWithoutWaiting();

@@ -61,7 +61,7 @@ private:
     class QueueLoan;
 
     CTnRobotTaskPool() = default;
-    int _Init();
+    bool _Init();
     CTnRobotTask* _TakeTask();
     CTnRobotTask* _MakeTask();
     void _SetIdleCount();

@@ -20,16 +20,15 @@ thread_local const CTnRobotThread* t_pWorkerOf = nullptr;
 ITnRobotThread::~ITnRobotThread() = default;
 
 int CTnRobotThread::CreateInstance(ITnRobotThread** ppThread) {
-    return tnrobot::FinishInstance(new CTnRobotThread, ppThread,
-                                   [](CTnRobotThread& thread) { return thread._Init() != 0; });
+    return tnrobot::FinishInstance(new CTnRobotThread, ppThread, &CTnRobotThread::_Init);
 }
 
 CTnRobotThread::CTnRobotThread() : m_job(std::make_shared<const Job>()) {}
 
-int CTnRobotThread::_Init() {
+bool CTnRobotThread::_Init() {
     CTnRobotManualEvent::CreateInstance(false, m_pStopEvent.Receive());
     CTnRobotManualEvent::CreateInstance(false, m_pExitEvent.Receive());
-    return 1;
+    return true;
 }
 
 // A worker that destroys its own object cannot join itself. Its job, which may take its time to go, goes

@@ -56,7 +56,7 @@ private:
     };
 
     CTnRobotThread();
-    int _Init();
+    bool _Init();
     std::shared_ptr<const Job> _Job();
     bool _OnWorkerThread() const;
     bool _IsRunning();

@@ -7,6 +7,8 @@
 #include "image/TnImageGeometry.h"
 
 using tnrobot::BmpHeader;
+using tnrobot::PictureReading;
+using tnrobot::Reading;
 
 namespace {
 
@@ -108,9 +110,14 @@ bool CTnBmpDecoder::ReadHeader(int& nWidth, int& nHeight) const {
     return true;
 }
 
-bool CTnBmpDecoder::HasAllRows() const {
+bool CTnBmpDecoder::_HasAllRows() const {
     const std::int64_t nRow = RowLength(m_header);
     return nRow > 0 && m_nDataSize / nRow >= m_header.m_nHeight;
+}
+
+Reading CTnBmpDecoder::CanFill(std::int64_t nSurfaceSize) const {
+    constexpr std::int64_t kModestSurface = std::int64_t{48} * 1024 * 1024;
+    return nSurfaceSize <= kModestSurface || _HasAllRows() ? Reading::kDone : Reading::kUnreadable;
 }
 
 bool CTnBmpDecoder::_HasFormat(ETnNLImageType eType) const {
@@ -118,17 +125,20 @@ bool CTnBmpDecoder::_HasFormat(ETnNLImageType eType) const {
     return (eType == TN_IMAGE_BGR24 && nBytes == 3) || (eType == TN_IMAGE_GRAY8 && nBytes == 1);
 }
 
-bool CTnBmpDecoder::ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) {
-    if (m_nDataSize == 0 || !_HasFormat(eType) || pBuffer == nullptr || nSize < m_nDataSize) {
-        return false;
+PictureReading CTnBmpDecoder::Read(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) {
+    if (m_nDataSize == 0) {
+        return {Reading::kUnreadable, {}};
+    }
+    if (!_HasFormat(eType) || pBuffer == nullptr || nSize < m_nDataSize) {
+        return {Reading::kUndecodable, {}};
     }
     if (!m_file.IsOpen()) {
         std::memcpy(pBuffer, m_pixels.Data(), m_pixels.Size());
     } else if (!m_file.ReadRowsReversed(m_nFileOffset, pBuffer, m_nFileRow, m_nDataSize / m_nFileRow)) {
         _DropPixels();
-        return false;
+        return {Reading::kUnreadable, {}};
     }
-    return true;
+    return {Reading::kDone, {1, m_nDataSize, m_nDataSize}};
 }
 
 void CTnBmpDecoder::Close() {}

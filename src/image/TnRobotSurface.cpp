@@ -11,8 +11,7 @@ bool CTnRobotSurface::CreateInstance(ITnRobotMemoryBlock* pBlock, const STnSurfa
     if (ppSurface == nullptr) {
         return false;
     }
-    return tnrobot::FinishInstance(new CTnRobotSurface, ppSurface,
-                                   [&](CTnRobotSurface& surface) { return surface._Init(pBlock, desc); }) != 0;
+    return tnrobot::FinishInstance(new CTnRobotSurface, ppSurface, &CTnRobotSurface::_Init, pBlock, desc) != 0;
 }
 
 bool CTnRobotSurface::_Init(ITnRobotMemoryBlock* pBlock, const STnSurfaceDesc& desc) {

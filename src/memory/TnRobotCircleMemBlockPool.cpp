@@ -11,19 +11,12 @@
 #include "checked/TnHiddenRanges.h"
 #include "checked/TnSanitizer.h"
 #include "core/TnCreateInstance.h"
+#include "core/TnExactCast.h"
 #include "memory/TnHugePages.h"
 
 namespace {
 
 constexpr int kInitialBuffers = 4;
-
-// The class is final, so comparing the type says as much as a checked cast and costs less.
-CTnRobotMemoryBlock* PooledBlock(ITnRobotMemoryBlock* pBlock) {
-    if (pBlock == nullptr || typeid(*pBlock) != typeid(CTnRobotMemoryBlock)) {
-        return nullptr;
-    }
-    return static_cast<CTnRobotMemoryBlock*>(pBlock);
-}
 
 }  // namespace
 
@@ -207,8 +200,7 @@ void CTnRobotCircleMemBlockPool::Buffer::_CheckInvariants() const {
 CTnRobotCircleMemBlockPool::CTnRobotCircleMemBlockPool() = default;
 
 int CTnRobotCircleMemBlockPool::CreateInstance(ITnRobotMemoryBlockPool** ppPool) {
-    return tnrobot::FinishInstance(new CTnRobotCircleMemBlockPool, ppPool,
-                                   [](CTnRobotCircleMemBlockPool& pool) { return pool._Init(); });
+    return tnrobot::FinishInstance(new CTnRobotCircleMemBlockPool, ppPool, &CTnRobotCircleMemBlockPool::_Init);
 }
 
 bool CTnRobotCircleMemBlockPool::_Init() {
@@ -278,7 +270,7 @@ int CTnRobotCircleMemBlockPool::_CutBlock(Buffer& buffer, unsigned int nSize, IT
 }
 
 void CTnRobotCircleMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
-    CTnRobotMemoryBlock* pPooled = PooledBlock(pBlock);
+    auto* pPooled = tnrobot::ExactCast<CTnRobotMemoryBlock>(pBlock);
     auto* pBuffer = pPooled != nullptr ? static_cast<Buffer*>(pPooled->GetOwnerPtr()) : nullptr;
     if (pBuffer == nullptr || !pBuffer->IsOf(this)) {
         return;

@@ -60,7 +60,7 @@ public:
 
 private:
     explicit CTnRobotFixedMemBlockPool(double dIdleSeconds) : m_dIdleSeconds(dIdleSeconds) {}
-    int _Initialize(unsigned int nBlockSize, unsigned int nMaxCount);
+    bool _Initialize(unsigned int nBlockSize, unsigned int nMaxCount);
     bool _MakeBlock();
     bool _Lend(CTnRobotMemoryBlock* pBlock);
     void _FreeOldestBlock();

@@ -4,9 +4,9 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <typeinfo>
 
 #include "checked/TnChecked.h"
+#include "core/TnExactCast.h"
 #include "values/TnRobotDataValue.h"
 
 namespace {
@@ -38,14 +38,14 @@ bool CTnRobotDataValueEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppEl
 }
 
 void CTnRobotDataValueEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pParam) {
-    // The class is final, so comparing the type says as much as a checked cast and costs less.
-    if (pParam != nullptr && pElement != nullptr && typeid(*pElement) == typeid(CTnRobotDataValue)) {
-        auto& value = static_cast<CTnRobotDataValue&>(*pElement);
-        if (tnrobot::NoteTaken(&value)) {
-            value.CheckIdleInvariants();
-        }
-        Initialise(value, *static_cast<const STnDataValueParam*>(pParam));
+    auto* pValue = pParam != nullptr ? tnrobot::ExactCast<CTnRobotDataValue>(pElement) : nullptr;
+    if (pValue == nullptr) {
+        return;
     }
+    if (tnrobot::NoteTaken(pValue)) {
+        pValue->CheckIdleInvariants();
+    }
+    Initialise(*pValue, *static_cast<const STnDataValueParam*>(pParam));
 }
 
 CTnRobotDataValuePool* TnQueryDataValuePool() {

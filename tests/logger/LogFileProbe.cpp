@@ -15,9 +15,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <new>
 #include <sstream>
 #include <string>
@@ -26,24 +26,15 @@
 
 #include "TnRobotKernel/core.h"
 #include "programs/LogFromThreads.h"
+#include "programs/Steps.h"
+#include "support/processes/ChildProcess.h"
+
+using namespace tntest;
 
 namespace {
 
 constexpr int kLevel = 2;  // reaches the file, through its buffer
 constexpr unsigned int kLongestSeconds = 20;
-
-struct Step {
-    explicit Step(const std::string& step) : verb(step.substr(0, step.find(':'))) {
-        const std::string rest = step.substr(std::min(step.size(), verb.size() + 1));
-        number = std::atoi(rest.c_str());
-        const std::size_t nColon = rest.find(':');
-        text = nColon == std::string::npos ? "" : rest.substr(nColon + 1);
-    }
-
-    std::string verb;
-    int number = 0;
-    std::string text;
-};
 
 std::atomic<long> s_nLogged{0};
 std::atomic<bool> s_bNoMemory{false};
@@ -62,7 +53,7 @@ void LogWithoutMemory() {
 }
 
 void Flood(int nThreads, int nLines) {
-    tntest::LogFromThreads(nThreads, nLines, [](int nThread, int nLine) {
+    LogFromThreads(nThreads, nLines, [](int nThread, int nLine) {
         Log(kLevel, "thread " + std::to_string(nThread) + " line " + std::to_string(nLine) + ".");
     });
 }
@@ -167,18 +158,12 @@ void CancelThreads(int nThreads) {
 
 pid_t StartAnother(const std::string& steps) {
     return Fork([&steps] {
-        std::vector<std::string> arguments = {"another"};
+        std::vector<std::string> arguments;
         std::istringstream stream(steps);
         for (std::string step; std::getline(stream, step, ',');) {
             arguments.push_back(step);
         }
-        std::vector<char*> pointers;
-        for (std::string& argument : arguments) {
-            pointers.push_back(argument.data());
-        }
-        pointers.push_back(nullptr);
-        execv("/proc/self/exe", pointers.data());
-        _exit(127);
+        tntest::BecomeProgram(std::filesystem::read_symlink("/proc/self/exe"), arguments);
     });
 }
 
@@ -235,8 +220,8 @@ void PrintErrno(const Step& step) {
 
 std::vector<pid_t> s_others;
 
-bool Run(const Step& step) {
-    const std::map<std::string, void (*)(const Step&)> verbs = {
+Verbs AllVerbs() {
+    return {
         {"init", [](const Step&) { std::printf("Init %d\n", TnRobotLogUtils::Init()); }},
         {"destroy", [](const Step&) { TnRobotLogUtils::Destroy(); }},
         {"param", [](const Step& s) { TnRobotLogUtils::SetLogParam(s.number, std::atoi(s.text.c_str())); }},
@@ -292,13 +277,6 @@ bool Run(const Step& step) {
          }},
         {"interrupt", [](const Step&) { ExitInsideTheLogger(); }},
     };
-    const auto it = verbs.find(step.verb);
-    if (it == verbs.end()) {
-        return false;
-    }
-    it->second(step);
-    std::fflush(stdout);
-    return true;
 }
 
 }  // namespace
@@ -322,10 +300,5 @@ void operator delete(void* pMemory, std::size_t) noexcept {
 
 int main(int nArguments, char** arguments) {
     std::signal(SIGXFSZ, SIG_IGN);
-    for (int n = 1; n < nArguments; ++n) {
-        if (!Run(Step(arguments[n]))) {
-            return 2;
-        }
-    }
-    return 0;
+    return RunSteps(AllVerbs(), nArguments, arguments);
 }

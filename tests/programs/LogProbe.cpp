@@ -4,12 +4,10 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -17,6 +15,9 @@
 
 #include "TnRobotKernel/core.h"
 #include "programs/LogFromThreads.h"
+#include "programs/Steps.h"
+
+using namespace tntest;
 
 namespace {
 
@@ -49,8 +50,8 @@ int CountHandles() {
     return nHandles;
 }
 
-void LogFromThreads() {
-    tntest::LogFromThreads(4, 100, [](int nThread, int nLine) {
+void LogAtEveryLevel() {
+    LogFromThreads(4, 100, [](int nThread, int nLine) {
         TnRobotLogUtils::PrintLog(nThread, "thread %d line %d", nThread, nLine);
     });
 }
@@ -59,7 +60,7 @@ void LogFromThreads() {
 constexpr int kFloodLevel = 2;
 
 void Flood(int nThreads, int nLines) {
-    tntest::LogFromThreads(nThreads, nLines, [](int nThread, int nLine) {
+    LogFromThreads(nThreads, nLines, [](int nThread, int nLine) {
         TnRobotLogUtils::PrintLog(kFloodLevel, "thread %d line %d.", nThread, nLine);
     });
 }
@@ -148,20 +149,6 @@ void InitWhileLogging() {
     second.join();
 }
 
-/// "verb" or "verb:number" or "verb:number:text".
-struct SStep {
-    explicit SStep(const std::string& text) : verb(text.substr(0, text.find(':'))) {
-        const std::string rest = text.substr(std::min(text.size(), verb.size() + 1));
-        number = std::atoi(rest.c_str());
-        const std::size_t nColon = rest.find(':');
-        argument = nColon == std::string::npos ? "" : rest.substr(nColon + 1);
-    }
-
-    std::string verb;
-    int number = 0;
-    std::string argument;
-};
-
 void PrintCounting(int nLevel) {
     int nCharacters = -1;
     TnRobotLogUtils::PrintLog(nLevel, "abc%n", &nCharacters);
@@ -173,45 +160,33 @@ bool Relink(const std::string& target) {
     return unlink(link.c_str()) == 0 && symlink(target.c_str(), link.c_str()) == 0;
 }
 
-bool Run(const SStep& step) {
-    const std::map<std::string, void (*)(const SStep&)> verbs = {
-        {"init", [](const SStep&) { std::printf("Init %d\n", TnRobotLogUtils::Init()); }},
-        {"destroy", [](const SStep&) { TnRobotLogUtils::Destroy(); }},
-        {"param", [](const SStep& s) { TnRobotLogUtils::SetLogParam(s.number, std::atoi(s.argument.c_str())); }},
-        {"log", [](const SStep& s) { TnRobotLogUtils::PrintLog(s.number, "%s", s.argument.c_str()); }},
+Verbs AllVerbs() {
+    return {
+        {"init", [](const Step&) { std::printf("Init %d\n", TnRobotLogUtils::Init()); }},
+        {"destroy", [](const Step&) { TnRobotLogUtils::Destroy(); }},
+        {"param", [](const Step& s) { TnRobotLogUtils::SetLogParam(s.number, std::atoi(s.text.c_str())); }},
+        {"log", [](const Step& s) { TnRobotLogUtils::PrintLog(s.number, "%s", s.text.c_str()); }},
         {"format",
-         [](const SStep& s) { TnRobotLogUtils::PrintLog(s.number, "%d|%s|%.2f|%c|%%|%5lld", -1, "t", 1.5, 'x', 7LL); }},
+         [](const Step& s) { TnRobotLogUtils::PrintLog(s.number, "%d|%s|%.2f|%c|%%|%5lld", -1, "t", 1.5, 'x', 7LL); }},
         {"fill",
-         [](const SStep& s) {
-             const std::string text(static_cast<std::size_t>(std::atoi(s.argument.c_str())), 'x');
+         [](const Step& s) {
+             const std::string text(static_cast<std::size_t>(std::atoi(s.text.c_str())), 'x');
              TnRobotLogUtils::PrintLog(s.number, "%s", text.c_str());
          }},
-        {"count", [](const SStep& s) { PrintCounting(s.number); }},
-        {"loaded", [](const SStep&) { std::printf("loaded %d\n", IsLoaded() ? 1 : 0); }},
-        {"handles", [](const SStep&) { std::printf("handles %d\n", CountHandles()); }},
-        {"works", [](const SStep&) { setenv("LOGGER_WORKS", "1", 1); }},
-        {"relink", [](const SStep& s) { std::printf("relinked %d\n", Relink(s.argument) ? 1 : 0); }},
-        {"threads", [](const SStep&) { LogFromThreads(); }},
-        {"race", [](const SStep&) { InitWhileLogging(); }},
-        {"flood", [](const SStep& s) { Flood(s.number, std::atoi(s.argument.c_str())); }},
-        {"reload", [](const SStep& s) { ReloadUnderThreads(s.number, std::atoi(s.argument.c_str())); }},
+        {"count", [](const Step& s) { PrintCounting(s.number); }},
+        {"loaded", [](const Step&) { std::printf("loaded %d\n", IsLoaded() ? 1 : 0); }},
+        {"handles", [](const Step&) { std::printf("handles %d\n", CountHandles()); }},
+        {"works", [](const Step&) { setenv("LOGGER_WORKS", "1", 1); }},
+        {"relink", [](const Step& s) { std::printf("relinked %d\n", Relink(s.text) ? 1 : 0); }},
+        {"threads", [](const Step&) { LogAtEveryLevel(); }},
+        {"race", [](const Step&) { InitWhileLogging(); }},
+        {"flood", [](const Step& s) { Flood(s.number, std::atoi(s.text.c_str())); }},
+        {"reload", [](const Step& s) { ReloadUnderThreads(s.number, std::atoi(s.text.c_str())); }},
     };
-    const auto it = verbs.find(step.verb);
-    if (it == verbs.end()) {
-        return false;
-    }
-    it->second(step);
-    std::fflush(stdout);
-    return true;
 }
 
 }  // namespace
 
 int main(int nArguments, char** arguments) {
-    for (int n = 1; n < nArguments; ++n) {
-        if (!Run(SStep(arguments[n]))) {
-            return 2;
-        }
-    }
-    return 0;
+    return RunSteps(AllVerbs(), nArguments, arguments);
 }

@@ -18,6 +18,33 @@ Bytes SmallGroup() {
     return SavedGroup({{"a", SavedInt(5)}, {"text", SavedText("hi")}});
 }
 
+// A group with one entry of type INT, as `dump --json` prints it.
+std::string JsonGroup(int nOffset, int nBytes, int nDeclared, const std::string& name, int nValue) {
+    const std::string value = std::to_string(nValue);
+    return R"(    {
+      "offset": )" +
+           std::to_string(nOffset) + R"(,
+      "bytes": )" +
+           std::to_string(nBytes) + R"(,
+      "declared": )" +
+           std::to_string(nDeclared) + R"(,
+      "entries": [
+        {
+          "name": ")" +
+           name + R"(",
+          "type": "INT",
+          "offset": )" +
+           std::to_string(nOffset + 5) + R"(,
+          "bytes": 4,
+          "value": )" +
+           value + R"(,
+          "text": ")" +
+           value + R"("
+        }
+      ]
+    })";
+}
+
 }  // namespace
 
 TEST_F(InspectGroups, InfoCounts) {
@@ -59,21 +86,7 @@ TEST_F(InspectGroups, JsonHoldsTheSame) {
   "damaged": false,
   "problems": [],
   "groups": [
-    {
-      "offset": 0,
-      "bytes": 24,
-      "declared": 1,
-      "entries": [
-        {
-          "name": "a",
-          "type": "INT",
-          "offset": 5,
-          "bytes": 4,
-          "value": 5,
-          "text": "5"
-        }
-      ]
-    }
+)" + JsonGroup(0, 24, 1, "a", 5) + R"(
   ]
 }
 )");
@@ -224,36 +237,8 @@ TEST_F(InspectGroups, JsonOfAFileThatIsDamagedMidwayIsWhole) {
     }
   ],
   "groups": [
-    {
-      "offset": 0,
-      "bytes": 24,
-      "declared": 1,
-      "entries": [
-        {
-          "name": "a",
-          "type": "INT",
-          "offset": 5,
-          "bytes": 4,
-          "value": 1,
-          "text": "1"
-        }
-      ]
-    },
-    {
-      "offset": 24,
-      "bytes": 39,
-      "declared": 2,
-      "entries": [
-        {
-          "name": "b",
-          "type": "INT",
-          "offset": 29,
-          "bytes": 4,
-          "value": 2,
-          "text": "2"
-        }
-      ]
-    }
+)" + JsonGroup(0, 24, 1, "a", 1) + R"(,
+)" + JsonGroup(24, 39, 2, "b", 2) + R"(
   ]
 }
 )");

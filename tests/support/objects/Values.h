@@ -96,46 +96,26 @@ inline Reading ReadAs(ITnRobotDataValue& value, ETnRobotDataValueType eType) {
             const bool bResult = value.BoolData(&nError);
             return {nError, !bResult, U8(bResult ? 1 : 0)};
         }
-        case DATA_TYPE_CHAR: {
-            const char chResult = value.CharData(&nError);
-            return scalar(chResult);
-        }
-        case DATA_TYPE_BYTE: {
-            const unsigned char byResult = value.ByteData(&nError);
-            return scalar(byResult);
-        }
-        case DATA_TYPE_SHORT: {
-            const short nResult = value.ShortData(&nError);
-            return scalar(nResult);
-        }
-        case DATA_TYPE_USHORT: {
-            const unsigned short nResult = value.UShortData(&nError);
-            return scalar(nResult);
-        }
-        case DATA_TYPE_INT: {
-            const int nResult = value.IntData(&nError);
-            return scalar(nResult);
-        }
-        case DATA_TYPE_UINT: {
-            const unsigned int nResult = value.UintData(&nError);
-            return scalar(nResult);
-        }
-        case DATA_TYPE_FLOAT: {
-            const float fResult = value.FloatData(&nError);
-            return scalar(fResult);
-        }
-        case DATA_TYPE_DOUBLE: {
-            const double dResult = value.DoubleData(&nError);
-            return scalar(dResult);
-        }
-        case DATA_TYPE_LONGLONG: {
-            const long long nResult = value.LonglongData(&nError);
-            return scalar(nResult);
-        }
-        case DATA_TYPE_ULONGLONG: {
-            const unsigned long long nResult = value.ULonglongData(&nError);
-            return scalar(nResult);
-        }
+        case DATA_TYPE_CHAR:
+            return scalar(value.CharData(&nError));
+        case DATA_TYPE_BYTE:
+            return scalar(value.ByteData(&nError));
+        case DATA_TYPE_SHORT:
+            return scalar(value.ShortData(&nError));
+        case DATA_TYPE_USHORT:
+            return scalar(value.UShortData(&nError));
+        case DATA_TYPE_INT:
+            return scalar(value.IntData(&nError));
+        case DATA_TYPE_UINT:
+            return scalar(value.UintData(&nError));
+        case DATA_TYPE_FLOAT:
+            return scalar(value.FloatData(&nError));
+        case DATA_TYPE_DOUBLE:
+            return scalar(value.DoubleData(&nError));
+        case DATA_TYPE_LONGLONG:
+            return scalar(value.LonglongData(&nError));
+        case DATA_TYPE_ULONGLONG:
+            return scalar(value.ULonglongData(&nError));
         case DATA_TYPE_STRING: {
             int nLength = 0;
             const char* lpszResult = value.StringData(nLength, &nError);
