@@ -57,7 +57,7 @@ TEST_P(Base64Implementation, EncodesEveryLengthAndDecodesItBack) {
     }
 }
 
-TEST_P(Base64Implementation, DecodesEveryCharacterAtEveryPlaceByTheFormulas) {
+TEST_P(Base64Implementation, DecodesEveryCharacterAtEveryPlace) {
     for (int ch = 0; ch < 256; ++ch) {
         for (std::size_t nPlace = 0; nPlace < 64; ++nPlace) {
             std::string strText(64, 'A');
