@@ -6,7 +6,7 @@
 #include <TnRobotKernel/TnRobotKernel.h>
 
 #include "FuzzInput.h"
-#include "support/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/TestBlocks.h"
 
 namespace tnfuzz {
@@ -20,18 +20,18 @@ public:
     PicturePools() : m_blocks(tntest::TestBlockPool::Create()) {
         ITnRobotSurfacePool* pSurfaces = nullptr;
         TnCreateRobotSurfacePool(m_blocks.get(), &pSurfaces);
-        m_surfaces.reset(pSurfaces);
+        m_surfaces.attach(pSurfaces);
     }
 
     ITnRobotMemoryBlockPool* Blocks() const { return m_blocks.get(); }
     ITnRobotSurfacePool* Surfaces() const { return m_surfaces.get(); }
 
 private:
-    tntest::Held<tntest::TestBlockPool> m_blocks;
-    tntest::Held<ITnRobotSurfacePool> m_surfaces;
+    TnRobotPtr<tntest::TestBlockPool> m_blocks;
+    TnRobotPtr<ITnRobotSurfacePool> m_surfaces;
 };
 
-using Surface = tntest::Held<ITnRobotSurface>;
+using Surface = TnRobotPtr<ITnRobotSurface>;
 
 /// @return a surface's pixels, all bytes of its memory.
 inline Bytes Pixels(ITnRobotSurface& surface) {

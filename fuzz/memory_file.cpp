@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "FuzzInput.h"
-#include "support/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/MemFileModels.h"
 
 using namespace tnfuzz;
@@ -16,12 +16,12 @@ namespace {
 
 constexpr long long kMostBytes = 40;  // of one operation
 
-using MemFile = tntest::Held<ITnRobotMemFile>;
+using MemFile = TnRobotPtr<ITnRobotMemFile>;
 
 MemFile MakeFile() {
     ITnRobotMemFile* pFile = nullptr;
     TnCreateRobotMemFile(&pFile);
-    return tntest::Hold(pFile);
+    return tn::Adopt(pFile);
 }
 
 long long SumSaturated(long long a, long long b) {

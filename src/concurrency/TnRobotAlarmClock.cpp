@@ -25,7 +25,7 @@ int CTnRobotAlarmClock::CreateInstance(ITnRobotAlarmClock** ppClock) {
 }
 
 int CTnRobotAlarmClock::_Init() {
-    return CTnRobotManualEvent::CreateInstance(true, m_pStopEvent.Receive());
+    return CTnRobotManualEvent::CreateInstance(true, m_pStopEvent.put());
 }
 
 // The event comes last: a thread that sees the clock running finds the times of this start.

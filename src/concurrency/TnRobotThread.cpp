@@ -26,8 +26,8 @@ int CTnRobotThread::CreateInstance(ITnRobotThread** ppThread) {
 CTnRobotThread::CTnRobotThread() : m_job(std::make_shared<const Job>()) {}
 
 int CTnRobotThread::_Init() {
-    CTnRobotManualEvent::CreateInstance(false, m_pStopEvent.Receive());
-    CTnRobotManualEvent::CreateInstance(false, m_pExitEvent.Receive());
+    CTnRobotManualEvent::CreateInstance(false, m_pStopEvent.put());
+    CTnRobotManualEvent::CreateInstance(false, m_pExitEvent.put());
     return 1;
 }
 
@@ -183,7 +183,7 @@ void CTnRobotThread::_OnThreadWorkLoop() {
             m_state.store(THREAD_RUNNING);
             m_nBegins.fetch_add(1);
         }
-        (*_Job())(m_pStopEvent.Get());
+        (*_Job())(m_pStopEvent.get());
         bRunning = true;
     }
     const bool bDestroy = m_bDestroy;

@@ -3,8 +3,8 @@
 #ifndef TNROBOTKERNEL_SRC_CORE_TNCREATEINSTANCE_H_
 #define TNROBOTKERNEL_SRC_CORE_TNCREATEINSTANCE_H_
 
+#include "TnRobotKernel/ptr.h"
 #include "core/TnChecked.h"
-#include "core/TnRef.h"
 
 namespace tnrobot {
 
@@ -15,12 +15,12 @@ namespace tnrobot {
 /// @return 1 on success, 0 on failure, which has destroyed the object.
 template <typename Class, typename Interface, typename Init>
 int FinishInstance(Class* pNew, Interface** ppOut, Init init) {
-    Ref<Class> object = Ref<Class>::Adopt(Watch(pNew));
+    TnRobotPtr<Class> object = tn::Adopt(Watch(pNew));
     if (!init(*pNew)) {
         *ppOut = nullptr;
         return 0;
     }
-    *ppOut = object.Detach();
+    *ppOut = object.detach();
     return 1;
 }
 

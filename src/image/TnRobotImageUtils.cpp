@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "TnRobotKernel/image.h"
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 #include "image/TnBmpDecoder.h"
 #include "image/TnBmpEncoder.h"
 #include "image/TnImageGeometry.h"
@@ -13,12 +13,11 @@
 #include "image/TnJpegEncoder.h"
 #include "memory/TnQueryBlock.h"
 
-using tnrobot::Ref;
 using tnrobot::STnRowLayout;
 
 namespace {
 
-using SurfaceRef = Ref<ITnRobotSurface>;
+using SurfaceRef = TnRobotPtr<ITnRobotSurface>;
 using SurfaceDesc = ITnRobotSurface::STnSurfaceDesc;
 using SurfaceLock = ITnRobotSurface::STnLockSurface;
 
@@ -89,9 +88,9 @@ private:
 
 SurfaceRef QuerySurface(ITnRobotSurfacePool* pPool, const SurfaceDesc& desc, int& nResult) {
     SurfaceRef surface;
-    nResult = pPool->QuerySurface(desc, surface.Receive());
+    nResult = pPool->QuerySurface(desc, surface.put());
     if (nResult != 0) {
-        surface.Reset();
+        surface.reset();
     }
     return surface;
 }
@@ -209,13 +208,13 @@ int ReadOpened(Decoder& decoder, ITnRobotSurfacePool* pPool, ITnRobotSurface** p
         return kRefused;
     }
     {
-        const PixelLock pixels(surface.Get());
+        const PixelLock pixels(surface.get());
         if (!decoder.ReadData(TN_IMAGE_BGR24, pixels->pData, pixels->nDataSize)) {
             return ReadFailure(decoder);
         }
         ClearUncovered(decoder, pixels, desc);
     }
-    *ppSurface = surface.Detach();
+    *ppSurface = surface.detach();
     return kOk;
 }
 
@@ -292,14 +291,14 @@ int TnRobotImageUtils::NlImage2Surface(const STnNLImageData& image, ITnRobotSurf
         return nResult != 0 ? nResult : kRefused;
     }
     {
-        const PixelLock pixels(surface.Get());
+        const PixelLock pixels(surface.get());
         if (image.nDataSize > pixels->nDataSize) {
             return kRefused;
         }
         std::memcpy(pixels->pData, image.pData, image.nDataSize);
         pixels.ClearFrom(image.nDataSize);
     }
-    *ppSurface = surface.Detach();
+    *ppSurface = surface.detach();
     return kOk;
 }
 
@@ -350,7 +349,7 @@ int TnRobotImageUtils::ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pS
         return kOk;
     }
     {
-        const PixelLock target(surface.Get());
+        const PixelLock target(surface.get());
         const STnRowLayout targetRows = target.Rows(rows.nRows, rows.nRowLength);
         if (!target.Holds(targetRows)) {
             return kOk;
@@ -358,7 +357,7 @@ int TnRobotImageUtils::ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pS
         CopyRows(target->pData, target->nPitch, source->pData + nSkip, rows);
         target.ClearBehind(targetRows);
     }
-    *ppSurface = surface.Detach();
+    *ppSurface = surface.detach();
     return kOk;
 }
 
@@ -386,7 +385,7 @@ int TnRobotImageUtils::PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* p
         return kNotPieced;
     }
     {
-        const PixelLock target(surface.Get());
+        const PixelLock target(surface.get());
         const STnRowLayout targetRows = target.Rows(firstRows.nRows, 2 * nRow);
         if (!target.Holds(targetRows)) {
             return kNotPieced;
@@ -398,7 +397,7 @@ int TnRobotImageUtils::PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* p
         }
         target.ClearBehind(targetRows);
     }
-    *ppSurface = surface.Detach();
+    *ppSurface = surface.detach();
     return kPieced;
 }
 
@@ -482,7 +481,7 @@ int SaveBlock(const STnNLImageData& image, int nPitch, ITnRobotMemoryBlockPool* 
     unsigned int nSize = 0;
     const unsigned char* pData = encoder.GetEncodeData(nSize);
     *ppBlock = nullptr;
-    Ref<ITnRobotMemoryBlock> block = tnrobot::QueryBlock(*pBlockPool, nSize);
+    TnRobotPtr<ITnRobotMemoryBlock> block = tnrobot::QueryBlock(*pBlockPool, nSize);
     if (!block) {
         return kRefused;
     }
@@ -492,7 +491,7 @@ int SaveBlock(const STnNLImageData& image, int nPitch, ITnRobotMemoryBlockPool* 
         return kRefused;
     }
     std::memcpy(pTarget, pData, nSize);
-    *ppBlock = block.Detach();
+    *ppBlock = block.detach();
     return kOk;
 }
 

@@ -7,10 +7,10 @@
 #include <utility>
 
 #include "TnRobotKernel/archive.h"
+#include "TnRobotKernel/ptr.h"
 #include "core/TnChecked.h"
 #include "core/TnFormat.h"
 #include "core/TnReadStep.h"
-#include "core/TnRef.h"
 #include "values/TnRobotDataValuePool.h"
 
 namespace {
@@ -294,12 +294,12 @@ void CTnRobotDataValue::Copy(ITnRobotDataValue* pSource) {
 ITnRobotDataValue* CTnRobotDataValue::Clone() {
     _CheckInUse();
     CTnRobotDataValuePool* pPool = TnQueryDataValuePool();
-    tnrobot::Ref<ITnRobotDataValue> clone;
-    if (pPool == nullptr || pPool->QueryData(clone.Receive()) != 0) {
+    TnRobotPtr<ITnRobotDataValue> clone;
+    if (pPool == nullptr || pPool->QueryData(clone.put()) != 0) {
         return nullptr;
     }
     clone->Copy(this);
-    return clone.Detach();
+    return clone.detach();
 }
 
 // An archive without a file counts as storing: nothing arrives anywhere, and that is a success.

@@ -57,10 +57,10 @@ Bytes NodeHeader(unsigned int nNodes, const char* lpszGuid = TestNode::kGuid) {
 }
 
 // Reads one object that must be a node; the caller owns what comes back.
-Held<TestNode> ReadNode(ITnRobotArchive& archive) {
+TnRobotPtr<TestNode> ReadNode(ITnRobotArchive& archive) {
     CTnRobotObject* pObject = nullptr;
     EXPECT_EQ(archive.ReadObject(&pObject), 1);
-    return Hold(dynamic_cast<TestNode*>(pObject));
+    return tn::Adopt(dynamic_cast<TestNode*>(pObject));
 }
 
 }  // namespace
@@ -74,8 +74,8 @@ TEST_F(Archive, IsCreatedDetachedWithOneReference) {
 }
 
 TEST_F(Archive, HasTheDirectionOfItsAttachment) {
-    Held<TestFile> file = TestFile::Create();
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<TestFile> file = TestFile::Create();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_TRUE(archive->Attach(file.get(), true));
     EXPECT_TRUE(archive->IsStoring());
     EXPECT_FALSE(archive->IsLoading());
@@ -88,8 +88,8 @@ TEST_F(Archive, HasTheDirectionOfItsAttachment) {
 }
 
 TEST_F(Archive, HoldsAReferenceToItsFile) {
-    Held<TestFile> file = TestFile::Create();
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<TestFile> file = TestFile::Create();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_TRUE(archive->Attach(file.get(), true));
     EXPECT_EQ(file->References(), 2);
     archive->Detach();
@@ -102,9 +102,9 @@ TEST_F(Archive, HoldsAReferenceToItsFile) {
 }
 
 TEST_F(Archive, RefusesASecondFileAndKeepsTheFirst) {
-    Held<TestFile> first = TestFile::Create();
-    Held<TestFile> second = TestFile::Create();
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<TestFile> first = TestFile::Create();
+    TnRobotPtr<TestFile> second = TestFile::Create();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_FALSE(archive->Attach(nullptr, true));
     EXPECT_FALSE(archive->IsStoring());
     EXPECT_TRUE(archive->Attach(first.get(), true));
@@ -145,14 +145,14 @@ TEST_F(Archive, ForwardsFlush) {
 }
 
 TEST_F(Archive, DetachedAnswersFailureAndDoesNothing) {
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     char szRead[4] = {'k', 'e', 'p', 't'};
     EXPECT_EQ(archive->Write("x", 1), 0);
     EXPECT_EQ(archive->Read(szRead, 4), -1);
     EXPECT_EQ(std::string(szRead, 4), "kept");
     EXPECT_EQ(archive->WriteString("x"), 0);
     EXPECT_EQ(archive->WriteString(""), 0);
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     EXPECT_EQ(archive->WriteObject(node.get()), 0);
     EXPECT_EQ(archive->WriteObject(nullptr), 0);
     CTnRobotObject* pObject = node.get();
@@ -307,7 +307,7 @@ TEST_F(ArchiveStrings, MayHoldZeros) {
 }
 
 TEST_F(ArchiveStrings, WithoutAFileTakeTheLengthFromTheCaller) {
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     int nLength = 0;
     int nError = 77;
     EXPECT_EQ(archive->ReadString(nLength, &nError), nullptr);
@@ -340,13 +340,13 @@ TEST_F(ArchiveWriting, ANullObjectIsOneZeroByteYetReportedAsFailure) {
 }
 
 TEST_F(ArchiveWriting, AnObjectIsWrittenOnceInFull) {
-    Held<TestNode> node = TestNode::Create(0x01020304);
+    TnRobotPtr<TestNode> node = TestNode::Create(0x01020304);
     Channel channel = Storing();
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
     EXPECT_EQ(channel.file->TakeNew(), FromHex("01 01 0000  04030201 00000000"));
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
     EXPECT_EQ(channel.file->TakeNew(), FromHex("01 00 0000"));
-    Held<TestNode> other = TestNode::Create(5);
+    TnRobotPtr<TestNode> other = TestNode::Create(5);
     EXPECT_EQ(channel->WriteObject(other.get()), 1);
     EXPECT_EQ(channel.file->TakeNew(), FromHex("01 01 0100  05000000 00000000"));
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
@@ -355,9 +355,9 @@ TEST_F(ArchiveWriting, AnObjectIsWrittenOnceInFull) {
 }
 
 TEST_F(ArchiveWriting, ObjectsAreNumberedInOrderOfFirstAppearance) {
-    Held<TestNode> parent = TestNode::Create(1);
-    Held<TestNode> left = TestNode::Create(2);
-    Held<TestNode> right = TestNode::Create(3);
+    TnRobotPtr<TestNode> parent = TestNode::Create(1);
+    TnRobotPtr<TestNode> left = TestNode::Create(2);
+    TnRobotPtr<TestNode> right = TestNode::Create(3);
     parent->Add(left.get());
     parent->Add(right.get());
     parent->Add(left.get());
@@ -371,8 +371,8 @@ TEST_F(ArchiveWriting, ObjectsAreNumberedInOrderOfFirstAppearance) {
 }
 
 TEST_F(ArchiveWriting, ARingEndsAtTheFirstObjectMetAgain) {
-    Held<TestNode> first = TestNode::Create(1);
-    Held<TestNode> second = TestNode::Create(2);
+    TnRobotPtr<TestNode> first = TestNode::Create(1);
+    TnRobotPtr<TestNode> second = TestNode::Create(2);
     first->Add(second.get());
     second->Add(first.get());
     Channel channel = Storing();
@@ -384,7 +384,7 @@ TEST_F(ArchiveWriting, ARingEndsAtTheFirstObjectMetAgain) {
 }
 
 TEST_F(ArchiveWriting, AnObjectMayReferToItself) {
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     node->Add(node.get());
     Channel channel = Storing();
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
@@ -413,7 +413,7 @@ TEST_F(ArchiveWriting, AnObjectThatCannotBeSavedFailsAfterItsRecord) {
 TEST_F(ArchiveWriting, EveryFailingWriteIsReported) {
     // present, new, index, number, count
     for (int nCall = 1; nCall <= 5; ++nCall) {
-        Held<TestNode> node = TestNode::Create(1);
+        TnRobotPtr<TestNode> node = TestNode::Create(1);
         Channel channel = Storing();
         channel.file->FailWrite(nCall);
         EXPECT_EQ(channel->WriteObject(node.get()), 0) << nCall;
@@ -425,7 +425,7 @@ TEST_F(ArchiveWriting, EveryFailingWriteIsReported) {
             << nCall;
     }
     for (int nCall = 1; nCall <= 3; ++nCall) {
-        Held<TestNode> node = TestNode::Create(1);
+        TnRobotPtr<TestNode> node = TestNode::Create(1);
         Channel channel = Storing();
         ASSERT_EQ(channel->WriteObject(node.get()), 1);
         channel.file->FailWrite(5 + nCall);
@@ -434,8 +434,8 @@ TEST_F(ArchiveWriting, EveryFailingWriteIsReported) {
 }
 
 TEST_F(ArchiveTables, ObjectsOfOneClassShareItsEntry) {
-    Held<TestNode> first = TestNode::Create(1);
-    Held<TestNode> second = TestNode::Create(2);
+    TnRobotPtr<TestNode> first = TestNode::Create(1);
+    TnRobotPtr<TestNode> second = TestNode::Create(2);
     Channel channel = Storing();
     ASSERT_EQ(channel->WriteObject(first.get()), 1);
     ASSERT_EQ(channel->WriteObject(second.get()), 1);
@@ -449,8 +449,8 @@ TEST_F(ArchiveTables, ObjectsOfOneClassShareItsEntry) {
 
 TEST_F(ArchiveTables, ClassesAreNumberedInOrderOfFirstAppearance) {
     PlainObject plain;
-    Held<TestNode> node = TestNode::Create(1);
-    Held<TolerantNode> tolerant = TolerantNode::Create(2);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TolerantNode> tolerant = TolerantNode::Create(2);
     Channel channel = Storing();
     CTnRobotObject* const objects[] = {node.get(), &plain, tolerant.get(), &plain};
     for (CTnRobotObject* pObject : objects) {
@@ -483,11 +483,11 @@ TEST_F(ArchiveTables, AreEmptyAtFirst) {
 }
 
 TEST_F(ArchiveTables, LiveAsLongAsTheArchive) {
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     Channel channel = Storing();
     ASSERT_EQ(channel->WriteObject(node.get()), 1);
     channel->Detach();
-    Held<TestFile> second = TestFile::Create();
+    TnRobotPtr<TestFile> second = TestFile::Create();
     ASSERT_TRUE(channel->Attach(second.get(), true));
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
     EXPECT_EQ(second->TakeNew(), FromHex("01 00 0000"));
@@ -502,7 +502,7 @@ TEST_F(ArchiveTables, ReadTablesAreWrittenBackAsTheyCame) {
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     EXPECT_EQ(channel.file->Position(), header.size());
     channel->Detach();
-    Held<TestFile> copy = TestFile::Create();
+    TnRobotPtr<TestFile> copy = TestFile::Create();
     ASSERT_TRUE(channel->Attach(copy.get(), true));
     EXPECT_EQ(channel->WriteMapHeader(), 1);
     EXPECT_EQ(copy->Content(), header);
@@ -515,7 +515,7 @@ TEST_F(ArchiveTables, OnlyGrow) {
                               ObjectRecord(true, 2) + U8(8) + ObjectRecord(true, 0) + U8(9));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> node = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> node = ReadNode(*channel.Get());
     ASSERT_NE(node, nullptr) << "the second header's first object has index 1, its class index 1";
     EXPECT_EQ(node->Number(), 7);
     for (unsigned char byExpected : {static_cast<unsigned char>(8), static_cast<unsigned char>(9)}) {
@@ -530,14 +530,14 @@ TEST_F(ArchiveTables, OnlyGrow) {
 TEST_F(ArchiveTables, WhatWasReadIsKnownWhenWriting) {
     Channel channel = Loading(NodeHeader(2) + ObjectRecord(true, 1) + SavedNode(7, 0));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> node = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> node = ReadNode(*channel.Get());
     ASSERT_NE(node, nullptr);
     channel->Detach();
-    Held<TestFile> file = TestFile::Create();
+    TnRobotPtr<TestFile> file = TestFile::Create();
     ASSERT_TRUE(channel->Attach(file.get(), true));
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
     EXPECT_EQ(file->TakeNew(), FromHex("01 00 0100"));
-    Held<TestNode> fresh = TestNode::Create(8);
+    TnRobotPtr<TestNode> fresh = TestNode::Create(8);
     EXPECT_EQ(channel->WriteObject(fresh.get()), 1);
     EXPECT_EQ(file->TakeNew(), ObjectRecord(true, 2) + SavedNode(8, 0));
     EXPECT_EQ(channel->WriteMapHeader(), 1);
@@ -596,15 +596,15 @@ TEST_F(ArchiveTables, AFailedHeaderReadKeepsWhatItHadRead) {
     Channel channel = Loading(header);
     EXPECT_EQ(channel->ReadMapHeader(), 0);
     channel->Detach();
-    Held<TestFile> file = TestFile::Create(ObjectRecord(true, 0) + SavedNode(7, 0));
+    TnRobotPtr<TestFile> file = TestFile::Create(ObjectRecord(true, 0) + SavedNode(7, 0));
     ASSERT_TRUE(channel->Attach(file.get(), false));
-    Held<TestNode> node = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> node = ReadNode(*channel.Get());
     ASSERT_NE(node, nullptr);
     EXPECT_EQ(node->Number(), 7);
 }
 
 TEST_F(ArchiveReading, GivesObjectsBackByClass) {
-    Held<TestNode> node = TestNode::Create(7);
+    TnRobotPtr<TestNode> node = TestNode::Create(7);
     PlainObject plain(9);
     Channel storing = Storing();
     ASSERT_EQ(storing->WriteObject(node.get()), 1);
@@ -613,7 +613,7 @@ TEST_F(ArchiveReading, GivesObjectsBackByClass) {
     ASSERT_EQ(storing->WriteMapHeader(), 1);
     Channel loading = Loading(storing.file->TakeNew() + objects);
     ASSERT_EQ(loading->ReadMapHeader(), 1);
-    Held<TestNode> readNode = ReadNode(*loading.Get());
+    TnRobotPtr<TestNode> readNode = ReadNode(*loading.Get());
     ASSERT_NE(readNode, nullptr);
     EXPECT_NE(readNode.get(), node.get());
     EXPECT_EQ(readNode->Number(), 7);
@@ -629,11 +629,11 @@ TEST_F(ArchiveReading, ASharedObjectComesBackOnceWithAReferenceForEachReader) {
     Channel channel = Loading(NodeHeader(1) + ObjectRecord(true, 0) + SavedNode(7, 0) + ObjectRecord(false, 0) +
                               ObjectRecord(false, 0));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
-    Held<TestNode> second = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> second = ReadNode(*channel.Get());
     EXPECT_EQ(first.get(), second.get());
     EXPECT_EQ(first->References(), 2);
-    Held<TestNode> third = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> third = ReadNode(*channel.Get());
     EXPECT_EQ(first->References(), 3);
 }
 
@@ -650,9 +650,9 @@ TEST_F(ArchiveReading, AnUncountedObjectIsSharedAsItIs) {
 }
 
 TEST_F(ArchiveReading, GraphsKeepTheirShape) {
-    Held<TestNode> parent = TestNode::Create(1);
-    Held<TestNode> left = TestNode::Create(2);
-    Held<TestNode> shared = TestNode::Create(3);
+    TnRobotPtr<TestNode> parent = TestNode::Create(1);
+    TnRobotPtr<TestNode> left = TestNode::Create(2);
+    TnRobotPtr<TestNode> shared = TestNode::Create(3);
     parent->Add(left.get());
     parent->Add(shared.get());
     left->Add(shared.get());
@@ -663,7 +663,7 @@ TEST_F(ArchiveReading, GraphsKeepTheirShape) {
     ASSERT_EQ(storing->WriteMapHeader(), 1);
     Channel loading = Loading(storing.file->TakeNew() + objects);
     ASSERT_EQ(loading->ReadMapHeader(), 1);
-    Held<TestNode> root = ReadNode(*loading.Get());
+    TnRobotPtr<TestNode> root = ReadNode(*loading.Get());
     ASSERT_NE(root, nullptr);
     ASSERT_EQ(root->Children().size(), 2u);
     const TestNode* pLeft = root->Children()[0];
@@ -688,8 +688,8 @@ TEST_F(ArchiveReading, ANullObjectIsReportedAsFailureAndLeavesTheOutPointer) {
 TEST_F(ArchiveReading, AnyNonZeroByteMeansPresentOrNew) {
     Channel channel = Loading(NodeHeader(1) + FromHex("07 09 0000") + SavedNode(7, 0) + FromHex("FF 00 0000"));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
-    Held<TestNode> second = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> second = ReadNode(*channel.Get());
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(first.get(), second.get());
 }
@@ -787,16 +787,16 @@ TEST_F(ArchiveReading, AReferenceToAnObjectNotReadYetFailsWithNull) {
     CTnRobotObject* pObject = &untouched;
     EXPECT_EQ(channel->ReadObject(&pObject), 0);
     EXPECT_EQ(pObject, nullptr) << "the identity in the file is never handed out";
-    Held<TestNode> node = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> node = ReadNode(*channel.Get());
     pObject = &untouched;
     EXPECT_EQ(channel->ReadObject(&pObject), 0);
     EXPECT_EQ(pObject, nullptr);
-    Held<TestNode> again = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> again = ReadNode(*channel.Get());
     EXPECT_EQ(again.get(), node.get());
 }
 
 TEST_F(ArchiveReading, TheIdentityOfALiveObjectInAFileMeansNothing) {
-    Held<TestNode> mine = TestNode::Create(1);
+    TnRobotPtr<TestNode> mine = TestNode::Create(1);
     Channel channel =
         Loading(SavedMapHeader({TestNode::kGuid}, {{IdentityOf(mine.get()), 0}}) + ObjectRecord(false, 0));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
@@ -812,7 +812,7 @@ TEST_F(ArchiveReading, ARingComesBackOpen) {
         Loading(NodeHeader(2, TolerantNode::kGuid) + ObjectRecord(true, 0) + SavedNode(1, 1) + ObjectRecord(true, 1) +
                 SavedNode(2, 1) + ObjectRecord(false, 0) + ObjectRecord(false, 0) + ObjectRecord(false, 1));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
     ASSERT_NE(first, nullptr);
     ASSERT_EQ(first->Children().size(), 1u);
     TestNode* pSecond = first->Children()[0];
@@ -820,8 +820,8 @@ TEST_F(ArchiveReading, ARingComesBackOpen) {
     EXPECT_EQ(pSecond->Number(), 2);
     EXPECT_EQ(pSecond->Children(), std::vector<TestNode*>{nullptr});
     // Afterwards both can be referred to.
-    Held<TestNode> againFirst = ReadNode(*channel.Get());
-    Held<TestNode> againSecond = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> againFirst = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> againSecond = ReadNode(*channel.Get());
     EXPECT_EQ(againFirst.get(), first.get());
     EXPECT_EQ(againSecond.get(), pSecond);
 }
@@ -850,8 +850,8 @@ TEST_F(ArchiveReading, WhatLoadedWithinAFailedObjectCountsAsUnreadAgain) {
         EXPECT_EQ(channel->ReadObject(&pObject), 0) << "entry " << nEntry;
         EXPECT_EQ(pObject, nullptr) << "entry " << nEntry;
     }
-    Held<TestNode> second = ReadNode(*channel.Get());
-    Held<TestNode> again = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> second = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> again = ReadNode(*channel.Get());
     ASSERT_NE(second, nullptr);
     EXPECT_EQ(second->Number(), 3);
     EXPECT_EQ(again.get(), second.get());
@@ -866,7 +866,7 @@ TEST_F(ArchiveReading, AFailureDeepInsideForgetsOnlyItsOwnBranch) {
                               ObjectRecord(true, 3) + SavedNode(13, 0) +                      //
                               ObjectRecord(false, 3) + ObjectRecord(false, 1));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> root = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> root = ReadNode(*channel.Get());
     ASSERT_NE(root, nullptr);
     ASSERT_EQ(root->Children().size(), 4u);
     ASSERT_NE(root->Children()[0], nullptr);
@@ -882,9 +882,9 @@ TEST_F(ArchiveReading, AnObjectReadAgainInFullReplacesTheOneBefore) {
     Channel channel = Loading(NodeHeader(1) + ObjectRecord(true, 0) + SavedNode(1, 0) + ObjectRecord(true, 0) +
                               SavedNode(2, 0) + ObjectRecord(false, 0));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
-    Held<TestNode> second = ReadNode(*channel.Get());
-    Held<TestNode> shared = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> second = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> shared = ReadNode(*channel.Get());
     EXPECT_EQ(first->Number(), 1);
     EXPECT_EQ(second->Number(), 2);
     EXPECT_EQ(shared.get(), second.get());
@@ -897,7 +897,7 @@ TEST_F(ArchiveReading, ARereadThatForgetsNeverHandsOutAnObjectThatIsGone) {
                               ObjectRecord(true, 0) + SavedNode(TestNode::kFailsToLoad, 1) +  //
                               ObjectRecord(true, 1) + SavedNode(2, 0) + ObjectRecord(false, 1));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
     CTnRobotObject* pObject = nullptr;
     EXPECT_EQ(channel->ReadObject(&pObject), 0);
     EXPECT_EQ(LiveObject::Count(), 1);
@@ -940,8 +940,8 @@ TEST_F(ArchiveReading, ObjectsMayGoOnAnyThreadWhileOthersAreRead) {
     }
     Channel channel = Loading(bytes);
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    std::vector<Held<TestNode>> kept;
-    std::vector<Held<TestNode>> dropped;
+    std::vector<TnRobotPtr<TestNode>> kept;
+    std::vector<TnRobotPtr<TestNode>> dropped;
     for (unsigned int i = 0; i < kNodes; ++i) {
         (i % 2 == 0 ? kept : dropped).push_back(ReadNode(*channel.Get()));
         if (i == kNodes / 2) {
@@ -957,13 +957,13 @@ TEST_F(ArchiveReading, ObjectsMayGoOnAnyThreadWhileOthersAreRead) {
         CTnRobotObject* pObject = nullptr;
         const int nExpected = i % 2 == 0 || i > kNodes / 2 ? 1 : 0;
         ASSERT_EQ(channel->ReadObject(&pObject), nExpected) << i;
-        Hold(dynamic_cast<TestNode*>(pObject));
+        tn::Adopt(dynamic_cast<TestNode*>(pObject)).reset();
     }
 }
 
 TEST_F(ArchiveReading, AnObjectThatWasWrittenAndIsGoneCannotBeReadByReference) {
     Channel channel = Storing();
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     ASSERT_EQ(channel->WriteObject(node.get()), 1);
     const std::uint64_t nIdentity = IdentityOf(node.get());
     node.reset();
@@ -971,7 +971,7 @@ TEST_F(ArchiveReading, AnObjectThatWasWrittenAndIsGoneCannotBeReadByReference) {
     ASSERT_EQ(channel->WriteMapHeader(), 1);
     EXPECT_EQ(channel.file->TakeNew(), SavedMapHeader({TestNode::kGuid}, {{nIdentity, 0}})) << "as if it were there";
     channel->Detach();
-    Held<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
+    TnRobotPtr<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
     ASSERT_TRUE(channel->Attach(file.get(), false));
     CTnRobotObject* pObject = nullptr;
     EXPECT_EQ(channel->ReadObject(&pObject), 0);
@@ -979,7 +979,7 @@ TEST_F(ArchiveReading, AnObjectThatWasWrittenAndIsGoneCannotBeReadByReference) {
 }
 
 TEST_F(ArchiveReading, ObjectsThatTwoArchivesKnowMayGoWithEither) {
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     Channel lasting = Storing();
     ASSERT_EQ(lasting->WriteObject(node.get()), 1);
     {
@@ -991,25 +991,25 @@ TEST_F(ArchiveReading, ObjectsThatTwoArchivesKnowMayGoWithEither) {
     }
     node.reset();
     lasting->Detach();
-    Held<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
+    TnRobotPtr<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
     ASSERT_TRUE(lasting->Attach(file.get(), false));
     CTnRobotObject* pObject = nullptr;
     EXPECT_EQ(lasting->ReadObject(&pObject), 0);
 }
 
 TEST_F(ArchiveReading, ObjectsTravelThroughMemoryFiles) {
-    Held<TestNode> node = TestNode::Create(7);
+    TnRobotPtr<TestNode> node = TestNode::Create(7);
     node->Add(TestNode::Create(8).get());
     ITnRobotMemFile* pMemFile = nullptr;
     ASSERT_EQ(TnCreateRobotMemFile(&pMemFile), 1);
-    Held<ITnRobotMemFile> body(pMemFile);
+    TnRobotPtr<ITnRobotMemFile> body(pMemFile, tn::kAdopt);
     ASSERT_TRUE(body->OpenWriteFile(5));
-    Held<ITnRobotArchive> writer = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> writer = MakeArchive();
     ASSERT_TRUE(writer->Attach(body.get(), true));
     ASSERT_EQ(writer->WriteObject(node.get()), 1);
     writer->Detach();
     // The header goes in front, as its readers need it there.
-    Held<TestFile> whole = TestFile::Create();
+    TnRobotPtr<TestFile> whole = TestFile::Create();
     ASSERT_TRUE(writer->Attach(whole.get(), true));
     ASSERT_EQ(writer->WriteMapHeader(), 1);
     long long nLength = 0;
@@ -1020,7 +1020,7 @@ TEST_F(ArchiveReading, ObjectsTravelThroughMemoryFiles) {
 
     Channel loading = Loading(whole->Content());
     ASSERT_EQ(loading->ReadMapHeader(), 1);
-    Held<TestNode> read = ReadNode(*loading.Get());
+    TnRobotPtr<TestNode> read = ReadNode(*loading.Get());
     ASSERT_NE(read, nullptr);
     ASSERT_EQ(read->Children().size(), 1u);
     EXPECT_EQ(read->Children()[0]->Number(), 8);
@@ -1032,11 +1032,11 @@ constexpr unsigned int kMostObjects = 65535;
 constexpr int kDeepest = 4096;
 
 // A chain of nodes, each the only child of the one before.
-Held<TestNode> Chain(int nNodes) {
-    Held<TestNode> head = TestNode::Create(nNodes);
+TnRobotPtr<TestNode> Chain(int nNodes) {
+    TnRobotPtr<TestNode> head = TestNode::Create(nNodes);
     TestNode* pTail = head.get();
     for (int i = 1; i < nNodes; ++i) {
-        Held<TestNode> next = TestNode::Create(nNodes - i);
+        TnRobotPtr<TestNode> next = TestNode::Create(nNodes - i);
         pTail->Add(next.get());
         pTail = next.get();
     }
@@ -1094,7 +1094,7 @@ TEST_F(ArchiveLimits, AClassThatDoesNotFitIsRefused) {
     Channel channel = Loading(SavedMapHeader(classes, {}));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     channel->Detach();
-    Held<TestFile> file = TestFile::Create();
+    TnRobotPtr<TestFile> file = TestFile::Create();
     ASSERT_TRUE(channel->Attach(file.get(), true));
     PlainObject unknown;
     EXPECT_EQ(channel->WriteObject(&unknown), 0);
@@ -1106,16 +1106,16 @@ TEST_F(ArchiveLimits, AClassThatDoesNotFitIsRefused) {
 }
 
 TEST_F(ArchiveDepth, WritingNestsFourThousandAndNinetySixDeep) {
-    Held<TestNode> deepest = Chain(kDeepest);
+    TnRobotPtr<TestNode> deepest = Chain(kDeepest);
     Channel channel = Storing();
     EXPECT_EQ(channel->WriteObject(deepest.get()), 1);
     EXPECT_EQ(channel.file->Content().size(), 12u * kDeepest);
 
-    Held<TestNode> tooDeep = Chain(kDeepest + 1);
+    TnRobotPtr<TestNode> tooDeep = Chain(kDeepest + 1);
     Channel failing = Storing();
     EXPECT_EQ(failing->WriteObject(tooDeep.get()), 0);
     // The archive is as usable afterwards as before.
-    Held<TestNode> shallow = TestNode::Create(1);
+    TnRobotPtr<TestNode> shallow = TestNode::Create(1);
     EXPECT_EQ(failing->WriteObject(shallow.get()), 1);
 }
 
@@ -1123,7 +1123,7 @@ TEST_F(ArchiveDepth, ReadingNestsFourThousandAndNinetySixDeep) {
     Channel channel = Loading(SavedChain(kDeepest));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     {
-        Held<TestNode> deepest = ReadNode(*channel.Get());
+        TnRobotPtr<TestNode> deepest = ReadNode(*channel.Get());
         ASSERT_NE(deepest, nullptr);
         EXPECT_EQ(LiveObject::Count(), kDeepest);
     }
@@ -1153,12 +1153,12 @@ public:
         }
     }
 
-    static Held<ListEntry> List(int nEntries) {
-        Held<ListEntry> head;
+    static TnRobotPtr<ListEntry> List(int nEntries) {
+        TnRobotPtr<ListEntry> head;
         for (int i = 0; i < nEntries; ++i) {
             auto* pEntry = new ListEntry(i);
-            pEntry->m_pNext = head.release();
-            head.reset(pEntry);
+            pEntry->m_pNext = head.detach();
+            head.attach(pEntry);
         }
         return head;
     }
@@ -1203,7 +1203,7 @@ TEST_F(ArchiveDepth, AListOfTheGreatestDepthKeepsItsLastNullAndItsPayloads) {
     ASSERT_EQ(loading->ReadMapHeader(), 1);
     CTnRobotObject* pObject = nullptr;
     ASSERT_EQ(loading->ReadObject(&pObject), 1);
-    const Held<ListEntry> head = Hold(dynamic_cast<ListEntry*>(pObject));
+    const TnRobotPtr<ListEntry> head = tn::Adopt(dynamic_cast<ListEntry*>(pObject));
     int nExpected = kDeepest;
     for (const ListEntry* p = head.get(); p != nullptr; p = p->m_pNext) {
         ASSERT_EQ(p->m_nPayload, --nExpected);
@@ -1213,8 +1213,8 @@ TEST_F(ArchiveDepth, AListOfTheGreatestDepthKeepsItsLastNullAndItsPayloads) {
 }
 
 TEST_F(ArchiveDepth, AReferenceIsWrittenAndReadAtTheGreatestDepth) {
-    Held<TestNode> shared = TestNode::Create(7);
-    Held<TestNode> chain = Chain(kDeepest);
+    TnRobotPtr<TestNode> shared = TestNode::Create(7);
+    TnRobotPtr<TestNode> chain = Chain(kDeepest);
     TestNode* pLast = chain.get();
     while (!pLast->Children().empty()) {
         pLast = pLast->Children()[0];
@@ -1226,8 +1226,8 @@ TEST_F(ArchiveDepth, AReferenceIsWrittenAndReadAtTheGreatestDepth) {
 
     Channel loading = Loading(SavedList(storing));
     ASSERT_EQ(loading->ReadMapHeader(), 1);
-    const Held<TestNode> readShared = ReadNode(*loading.Get());
-    const Held<TestNode> readChain = ReadNode(*loading.Get());
+    const TnRobotPtr<TestNode> readShared = ReadNode(*loading.Get());
+    const TnRobotPtr<TestNode> readChain = ReadNode(*loading.Get());
     ASSERT_NE(readChain, nullptr);
     EXPECT_EQ(readShared->References(), 2);
 }
@@ -1265,7 +1265,7 @@ TEST_F(ArchiveDepth, WhatWasReadWithinSomethingTooDeepCountsAsUnread) {
     EXPECT_EQ(loading->ReadObject(&pObject), 0);
     EXPECT_EQ(LiveObject::Count(), 0);
     loading->Detach();
-    Held<TestFile> reference = TestFile::Create(ObjectRecord(false, 1));
+    TnRobotPtr<TestFile> reference = TestFile::Create(ObjectRecord(false, 1));
     ASSERT_TRUE(loading->Attach(reference.get(), false));
     EXPECT_EQ(loading->ReadObject(&pObject), 0);
     EXPECT_EQ(pObject, nullptr);
@@ -1279,7 +1279,7 @@ TEST_F(ArchiveDepth, AFileThatNestsSixtyThousandDeepFails) {
     EXPECT_EQ(LiveObject::Count(), 0);
     // Further down in the file the depth counts from the start again.
     channel->Detach();
-    Held<TestFile> shallow = TestFile::Create(ObjectRecord(true, 59999) + SavedNode(1, 0));
+    TnRobotPtr<TestFile> shallow = TestFile::Create(ObjectRecord(true, 59999) + SavedNode(1, 0));
     ASSERT_TRUE(channel->Attach(shallow.get(), false));
     EXPECT_NE(ReadNode(*channel.Get()), nullptr);
 }

@@ -8,14 +8,12 @@
 #include <string>
 
 #include "TnRobotKernel/TnRobotKernel.h"
+#include "TnRobotKernel/ptr.h"
 #include "core/TnSanitizer.h"
-#include "support/Held.h"
 #include "support/Memory.h"
 
 using tntest::DataOf;
-using tntest::Held;
 using tntest::HeldPool;
-using tntest::Hold;
 
 namespace {
 
@@ -43,11 +41,11 @@ std::string Written(const std::string& strClass) {
 HeldPool MakeCirclePool() {
     ITnRobotMemoryBlockPool* pPool = nullptr;
     TnCreateRobotCircleMemoryBlockPool(&pPool);
-    return HeldPool(pPool);
+    return tn::Adopt(pPool);
 }
 
 ITnRobotMemoryBlock* QueryBlock(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
-    return tntest::Query(pool, nSize).release();
+    return tntest::Query(pool, nSize).detach();
 }
 
 ITnRobotDataValue* MakeText(const char* lpszText) {
@@ -61,7 +59,7 @@ struct SurfaceSource {
     SurfaceSource() : m_blocks(tntest::MakePool()) {
         ITnRobotSurfacePool* pPool = nullptr;
         TnCreateRobotSurfacePool(m_blocks.get(), &pPool);
-        m_pool = Hold(pPool);
+        m_pool = tn::Adopt(pPool);
     }
     ITnRobotSurface* Query() const {
         ITnRobotSurface::STnSurfaceDesc desc{};
@@ -73,7 +71,7 @@ struct SurfaceSource {
     }
 
     HeldPool m_blocks;
-    Held<ITnRobotSurfacePool> m_pool;
+    TnRobotPtr<ITnRobotSurfacePool> m_pool;
 };
 
 /// A task and what it needs.
@@ -81,7 +79,7 @@ struct TaskSource {
     TaskSource() {
         ITnRobotTaskPool* pPool = nullptr;
         TnCreateRobotTaskPool(&pPool);
-        m_pool = Hold(pPool);
+        m_pool = tn::Adopt(pPool);
     }
     ITnRobotTask* Query() const {
         ITnRobotTask* pTask = nullptr;
@@ -89,7 +87,7 @@ struct TaskSource {
         return pTask;
     }
 
-    Held<ITnRobotTaskPool> m_pool;
+    TnRobotPtr<ITnRobotTaskPool> m_pool;
 };
 
 template <typename Interface>
@@ -123,14 +121,14 @@ const STnHeapClass kHeapClasses[] = {
          return static_cast<ITnUnknown*>(pEvent);
      }},
     {"CTnRobotProtocolMemBlock",
-     [] { return static_cast<ITnUnknown*>(tntest::MakeView(nullptr, nullptr, 0).release()); }},
+     [] { return static_cast<ITnUnknown*>(tntest::MakeView(nullptr, nullptr, 0).detach()); }},
     {"CTnRobotMemDataStream",
      [] {
          ITnRobotMemDataStream* pStream = nullptr;
          TnCreateRobotMemDataStream(tntest::MakePool().get(), &pStream);
          return static_cast<ITnUnknown*>(pStream);
      }},
-    {"CTnRobotSurfacePool", [] { return static_cast<ITnUnknown*>(SurfaceSource().m_pool.release()); }},
+    {"CTnRobotSurfacePool", [] { return static_cast<ITnUnknown*>(SurfaceSource().m_pool.detach()); }},
 };
 
 void ReleaseTwice(ITnUnknown* pObject) {
@@ -250,10 +248,10 @@ TEST_F(CheckedDeathTest, AnyOtherCallOfAFreeElement) {
 
 TEST_F(CheckedDeathTest, AReturnedValuePutIntoAGroup) {
     const auto use = [] {
-        Held<ITnRobotDataValueGroup> group;
+        TnRobotPtr<ITnRobotDataValueGroup> group;
         ITnRobotDataValueGroup* pGroup = nullptr;
         TnCreateRobotValueDataGroup(&pGroup);
-        group = Hold(pGroup);
+        group = tn::Adopt(pGroup);
         ITnRobotDataValue* pValue = MakeText("text");
         pValue->Release();
         group->SetValue("name", pValue);
@@ -328,11 +326,11 @@ TEST(Checked, LeavesObjectsOfApplicationsAlone) {
 
 TEST(Checked, HoldersKeepWhatOutlivesItsPool) {
     auto surfaces = std::make_unique<SurfaceSource>();
-    const Held<ITnRobotSurface> surface = Hold(surfaces->Query());
+    const TnRobotPtr<ITnRobotSurface> surface = tn::Adopt(surfaces->Query());
     auto tasks = std::make_unique<TaskSource>();
-    const Held<ITnRobotTask> task = Hold(tasks->Query());
+    const TnRobotPtr<ITnRobotTask> task = tn::Adopt(tasks->Query());
     HeldPool blocks = MakeCirclePool();
-    const Held<ITnRobotMemoryBlock> block = Hold(QueryBlock(*blocks, 10));
+    const TnRobotPtr<ITnRobotMemoryBlock> block = tn::Adopt(QueryBlock(*blocks, 10));
     surfaces.reset();
     tasks.reset();
     blocks.reset();
@@ -349,7 +347,7 @@ TEST(Checked, HoldersKeepWhatOutlivesItsPool) {
 
 TEST(Checked, ValuesAreWatchedAgainAfterEachHandOut) {
     for (int nRound = 0; nRound < 3; ++nRound) {
-        const Held<ITnRobotDataValue> value = Hold(MakeText("text"));
+        const TnRobotPtr<ITnRobotDataValue> value = tn::Adopt(MakeText("text"));
         int nLength = 0;
         EXPECT_STREQ(value->StringData(nLength, nullptr), "text");
     }

@@ -70,7 +70,7 @@ protected:
         loaded.nResult = nResult;
         EXPECT_EQ(pSurface != nullptr, nResult == 0);
         if (pSurface != nullptr) {
-            const auto surface = Hold(pSurface);
+            const auto surface = tn::Adopt(pSurface);
             loaded.nWidth = DescOf(pSurface).nWidth;
             loaded.nHeight = DescOf(pSurface).nHeight;
             loaded.surface = SurfaceBytes(pSurface);
@@ -347,10 +347,10 @@ namespace {
 int LoadAsApplicationsDo(const Bytes& jpeg) {
     ITnRobotMemoryBlockPool* pBlocks = nullptr;
     TnCreateRobotMemoryBlockPool(&pBlocks);
-    const auto blocks = Hold(pBlocks);
+    const auto blocks = tn::Adopt(pBlocks);
     ITnRobotSurfacePool* pPool = nullptr;
     TnCreateRobotSurfacePool(pBlocks, &pPool);
-    const auto pool = Hold(pPool);
+    const auto pool = tn::Adopt(pPool);
     ITnRobotSurface* pSurface = nullptr;
     const int nResult = Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), pPool, &pSurface);
     if (pSurface != nullptr) {
@@ -619,24 +619,24 @@ TEST_F(HostileImages, AHugeBmpNeedsAllItsRows) {
 TEST_F(HostileImages, NoOldBytesShowInASurface) {
     ITnRobotMemoryBlockPool* pBlocks = nullptr;
     ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pBlocks), 1);
-    const auto blocks = Hold(pBlocks);
+    const auto blocks = tn::Adopt(pBlocks);
     ITnRobotSurfacePool* pPool = nullptr;
     ASSERT_EQ(TnCreateRobotSurfacePool(pBlocks, &pPool), 1);
-    const auto pool = Hold(pPool);
+    const auto pool = tn::Adopt(pPool);
     constexpr unsigned char kOld = 0xDB;
     const auto FillPool = [&] {
-        std::vector<Held<ITnRobotMemoryBlock>> held;
+        std::vector<TnRobotPtr<ITnRobotMemoryBlock>> held;
         for (int i = 0; i < 4; ++i) {
             ITnRobotMemoryBlock* pBlock = nullptr;
             ASSERT_EQ(pBlocks->QueryMemBuff(32768, &pBlock), 1);
-            held.push_back(Hold(pBlock));
+            held.push_back(tn::Adopt(pBlock));
             unsigned int nSize = 0;
             std::fill_n(pBlock->QueryMemory(nSize), 32768, kOld);
         }
     };
     const auto CountOld = [&](ITnRobotSurface* pSurface) {
         std::size_t nOld = 0;
-        for (const unsigned char by : SurfaceBytes(Hold(pSurface).get())) {
+        for (const unsigned char by : SurfaceBytes(tn::Adopt(pSurface).get())) {
             nOld += by == kOld ? 1 : 0;
         }
         return nOld;
@@ -675,7 +675,7 @@ TEST_F(HostileImages, NoOldBytesShowInASurface) {
     EXPECT_EQ(CountOld(pSurface), 0u) << "short record";
     FillPool();
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, &pSurface), 0);
-    const auto picture = Hold(pSurface);
+    const auto picture = tn::Adopt(pSurface);
     FillPool();
     ASSERT_EQ(Utils::ClipImage(pPool, picture.get(), {1, 2, 1, 3}, &pSurface), 0);
     EXPECT_EQ(CountOld(pSurface), 0u) << "region";

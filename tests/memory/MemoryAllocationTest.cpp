@@ -16,7 +16,6 @@
 
 using tntest::FailAllocationsAfter;
 using tntest::FailEveryAllocation;
-using tntest::Held;
 using tntest::HeldBlock;
 using tntest::HeldPool;
 using tntest::LiveAllocations;
@@ -31,19 +30,19 @@ constexpr unsigned int kMebibyte = 1048576;
 HeldPool MakePoolIdleAfter(double dSeconds) {
     ITnRobotMemoryBlockPool* pPool = nullptr;
     EXPECT_EQ(CTnRobotRandomMemBlockPool::CreateInstance(dSeconds, &pPool), 1);
-    return HeldPool(pPool);
+    return tn::Adopt(pPool);
 }
 
-Held<CTnRobotFixedMemBlockPool> MakeFixedPool() {
+TnRobotPtr<CTnRobotFixedMemBlockPool> MakeFixedPool() {
     CTnRobotFixedMemBlockPool* pPool = nullptr;
     EXPECT_EQ(CTnRobotFixedMemBlockPool::CreateInstance(100, 0xFFFFFFFF, 0.0, &pPool), 1);
-    return tntest::Hold(pPool);
+    return tn::Adopt(pPool);
 }
 
-Held<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {
+TnRobotPtr<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemDataStream* pStream = nullptr;
     EXPECT_EQ(TnCreateRobotMemDataStream(&pool, &pStream), 1);
-    return tntest::Hold(pStream);
+    return tn::Adopt(pStream);
 }
 
 template <typename Interface, typename Create>
@@ -91,7 +90,7 @@ TEST(MemoryAllocation, AFixedPoolCountsOnlyBlocksThatItMade) {
             EXPECT_EQ(pBlock, nullptr);
             EXPECT_EQ(pool->GetCount(), 0U);
         }
-        const HeldBlock block(pBlock);
+        const HeldBlock block(pBlock, tn::kAdopt);
         ASSERT_LT(nLeft, 1000);
     }
     EXPECT_EQ(pool->GetCount(), 1U);
@@ -101,12 +100,12 @@ TEST(MemoryAllocation, AFixedPoolGivesEverythingBack) {
     FailEveryAllocation([] {
         CTnRobotFixedMemBlockPool* pPool = nullptr;
         CTnRobotFixedMemBlockPool::CreateInstance(100, 2, 0.0, &pPool);
-        const auto pool = tntest::Hold(pPool);
+        const auto pool = tn::Adopt(pPool);
         HeldBlock blocks[2];
         for (HeldBlock& block : blocks) {
             ITnRobotMemoryBlock* pBlock = nullptr;
             pool->QueryBlock(&pBlock);
-            block.reset(pBlock);
+            block.attach(pBlock);
         }
     });
 }
@@ -115,7 +114,7 @@ TEST(MemoryAllocation, AGeneralPoolServesAgainAfterAFailure) {
     FailEveryAllocation([] {
         ITnRobotMemoryBlockPool* pPool = nullptr;
         TnCreateRobotMemoryBlockPool(&pPool);
-        const HeldPool pool(pPool);
+        const HeldPool pool(pPool, tn::kAdopt);
         for (const unsigned int nSize : {1U, 2 * kUnit, 3 * kUnit, 1U}) {
             Query(*pool, nSize);
         }
@@ -219,10 +218,10 @@ TEST(MemoryAllocation, AStreamGivesEverythingBack) {
     FailEveryAllocation([&] {
         ITnRobotMemoryBlockPool* pPool = nullptr;
         TnCreateRobotMemoryBlockPool(&pPool);
-        const HeldPool pool(pPool);
+        const HeldPool pool(pPool, tn::kAdopt);
         ITnRobotMemDataStream* pStream = nullptr;
         TnCreateRobotMemDataStream(pPool, &pStream);
-        const auto stream = tntest::Hold(pStream);
+        const auto stream = tn::Adopt(pStream);
         stream->WriteData(bytes.data(), static_cast<unsigned int>(bytes.size()));
         ReadableBytes(*stream);
     });

@@ -16,7 +16,7 @@
 #include <string>
 
 #include "TnRobotKernel/memory.h"
-#include "support/Held.h"
+#include "TnRobotKernel/ptr.h"
 
 namespace {
 
@@ -111,10 +111,10 @@ TEST_F(LargeMapping, AskingForHugePagesLeavesTheErrorNumberAlone) {
 TEST_F(HugePages, AreAskedForInLargeBlocksOfAPool) {
     ITnRobotMemoryBlockPool* pPool = nullptr;
     ASSERT_EQ(TnCreateRobotMemoryBlockPool(&pPool), 1);
-    const auto pool = tntest::Hold(pPool);
+    const auto pool = tn::Adopt(pPool);
     ITnRobotMemoryBlock* pBlock = nullptr;
     ASSERT_EQ(pool->QueryMemBuff(12 * kHugePage, &pBlock), 1);
-    const auto block = tntest::Hold(pBlock);
+    const auto block = tn::Adopt(pBlock);
     unsigned int nSize = 0;
     unsigned char* const pMemory = pBlock->QueryMemory(nSize);
     EXPECT_TRUE(IsAskedFor(pMemory + nSize / 2));
@@ -153,7 +153,7 @@ std::ptrdiff_t ResidentAround(unsigned char* pAddress) {
 std::ptrdiff_t ResidentAfterOneByte(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     EXPECT_EQ(pool.QueryMemBuff(12 * kHugePage, &pBlock), 1);
-    const auto block = tntest::Hold(pBlock);
+    const auto block = tn::Adopt(pBlock);
     unsigned int nSize = 0;
     unsigned char* const pMiddle = pBlock->QueryMemory(nSize) + nSize / 2;
     *pMiddle = 1;
@@ -169,7 +169,7 @@ TEST_F(HugePages, AProcessCanSwitchThemOff) {
     for (const auto pfnCreate : {&TnCreateRobotMemoryBlockPool, &TnCreateRobotCircleMemoryBlockPool}) {
         ITnRobotMemoryBlockPool* pPool = nullptr;
         ASSERT_EQ(pfnCreate(&pPool), 1);
-        const auto pool = tntest::Hold(pPool);
+        const auto pool = tn::Adopt(pPool);
         const std::ptrdiff_t nResident = ResidentAfterOneByte(*pool);
         EXPECT_GE(nResident, 1);
         EXPECT_LE(nResident, kFew);

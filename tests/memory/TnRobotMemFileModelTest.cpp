@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/Files.h"
-#include "support/Held.h"
 #include "support/MemFileModels.h"
 
 namespace {

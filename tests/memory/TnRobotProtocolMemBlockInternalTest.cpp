@@ -18,11 +18,11 @@ namespace {
 
 using Clock = std::chrono::system_clock;
 
-tntest::Held<CTnRobotProtocolMemBlock> MakeProtocolBlock(ITnRobotMemoryBlock* pParent, unsigned char* pData,
-                                                         unsigned int nSize) {
+TnRobotPtr<CTnRobotProtocolMemBlock> MakeProtocolBlock(ITnRobotMemoryBlock* pParent, unsigned char* pData,
+                                                       unsigned int nSize) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     EXPECT_EQ(CTnRobotProtocolMemBlock::CreateInstance(pParent, pData, nSize, &pBlock), 1);
-    return tntest::Hold(dynamic_cast<CTnRobotProtocolMemBlock*>(pBlock));
+    return tn::Adopt(dynamic_cast<CTnRobotProtocolMemBlock*>(pBlock));
 }
 
 }  // namespace

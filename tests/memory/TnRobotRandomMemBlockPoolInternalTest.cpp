@@ -30,7 +30,7 @@ constexpr unsigned int kUnit = 32768;
 HeldPool MakePoolIdleAfter(double dSeconds) {
     ITnRobotMemoryBlockPool* pPool = nullptr;
     EXPECT_EQ(CTnRobotRandomMemBlockPool::CreateInstance(dSeconds, &pPool), 1);
-    return HeldPool(pPool);
+    return tn::Adopt(pPool);
 }
 
 unsigned int CapacityOf(ITnRobotMemoryBlock& block) {

@@ -45,7 +45,7 @@ protected:
         return tn::QuerySurface(*m_pool, Desc{nWidth, nHeight, 0, eType, {0, 0}});
     }
 
-    TnRobotPtr<ITnRobotMemoryBlockPool> m_blocks{TestBlockPool::Create().release(), tn::kAdopt};
+    TnRobotPtr<ITnRobotMemoryBlockPool> m_blocks{TestBlockPool::Create().detach(), tn::kAdopt};
     TnRobotPtr<ITnRobotSurfacePool> m_pool = tn::MakeSurfacePool(m_blocks.get());
 };
 

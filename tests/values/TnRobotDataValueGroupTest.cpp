@@ -37,7 +37,7 @@ std::map<std::string, ETnRobotDataValueType> EntriesOf(ITnRobotDataValueGroup& g
 
 Value ValueOf(ITnRobotDataValueGroup& group, const char* lpszName) {
     ITnRobotDataValue* pValue = nullptr;
-    return Value(group.GetValue(lpszName, &pValue) == 0 ? pValue : nullptr);
+    return tn::Adopt(group.GetValue(lpszName, &pValue) == 0 ? pValue : nullptr);
 }
 
 // The value under a name, which the group goes on holding.
@@ -136,7 +136,7 @@ std::vector<std::pair<ETnRobotDataValueType, Got>> GetAsEachType(ITnRobotDataVal
 TEST(DataValueGroup, StartsEmptyWithOneReference) {
     Group group = NewGroup();
     EXPECT_TRUE(EntriesOf(*group).empty());
-    EXPECT_EQ(group.release()->Release(), 0);
+    EXPECT_EQ(group.detach()->Release(), 0);
 }
 
 TEST(DataValueGroup, IsNotCreatedWithoutAPool) {
@@ -301,7 +301,7 @@ TEST(DataValueGroup, SharesTheValueObjectsItIsGiven) {
     Value got = ValueOf(*group, "a");
     EXPECT_EQ(got.get(), value.get());
     // Pool, caller, group, and the one just got.
-    EXPECT_EQ(got.release()->Release(), 3);
+    EXPECT_EQ(got.detach()->Release(), 3);
     EXPECT_EQ(group->RemoveValue("a"), 0);
     value->AddRef();
     EXPECT_EQ(value->Release(), 2);
@@ -311,7 +311,7 @@ TEST(DataValueGroup, SharesTheValueObjectsItIsGiven) {
 TEST(DataValueGroup, ATypedSetterHandsItsReferenceToTheGroup) {
     Group group = NewGroup();
     group->SetValue("a", 5);
-    ITnRobotDataValue* pValue = ValueOf(*group, "a").release();
+    ITnRobotDataValue* pValue = ValueOf(*group, "a").detach();
     EXPECT_EQ(pValue->Release(), 2) << "pool and group";
 }
 
@@ -401,7 +401,7 @@ TEST(DataValueGroup, ReleasesItsValuesWhenItGoes) {
     Value held = TextValue("held");
     group->SetValue("b", held.get());
     ITnRobotDataValue* const pFirst = BorrowedFrom(*group, "a");
-    EXPECT_EQ(group.release()->Release(), 0);
+    EXPECT_EQ(group.detach()->Release(), 0);
     EXPECT_STREQ(held->Convert2String(nullptr), "held");
     EXPECT_EQ(IntValue(6).get(), pFirst);
 }
@@ -454,7 +454,7 @@ TEST(DataValueGroup, AValueThatGoesMayUseTheGroup) {
         SCOPED_TRACE(c.lpszWhat);
         Group group = NewGroup();
         group->SetValue("first", 1);
-        group->SetValue("last", Hold<ITnRobotDataValue>(new FarewellValue(*group)).get());
+        group->SetValue("last", tn::Adopt<ITnRobotDataValue>(new FarewellValue(*group)).get());
         c.letGo(*group);
         EXPECT_EQ(EntriesOf(*group).size(), c.nLeft);
         EXPECT_EQ(group->IntData("farewell 19", nullptr), 19);
@@ -483,7 +483,7 @@ private:
 TEST(DataValueGroupSaving, AnApplicationsOwnValueIsSavedInItsPlaceWhateverItAnswers) {
     for (int nAnswer : {0, 1}) {
         Group group = NewGroup();
-        group->SetValue("own", Hold<ITnRobotDataValue>(new SavableValue(nAnswer)).get());
+        group->SetValue("own", tn::Adopt<ITnRobotDataValue>(new SavableValue(nAnswer)).get());
         EXPECT_EQ(SavedFormOf(*group), U8(1) + U32(1) + SavedString("own") + SavedValue(DATA_TYPE_INT, BytesOf(4711)));
     }
 }
@@ -594,7 +594,7 @@ public:
 TEST(DataValueGroupCopy, IgnoresForeignImplementations) {
     Group group = NewGroup();
     group->SetValue("a", 1);
-    Group foreign = Hold<ITnRobotDataValueGroup>(new ForeignGroup);
+    Group foreign = tn::Adopt<ITnRobotDataValueGroup>(new ForeignGroup);
     group->Copy(foreign.get());
     EXPECT_EQ(EntriesOf(*group), (std::map<std::string, ETnRobotDataValueType>{{"a", DATA_TYPE_INT}}));
 }
@@ -602,13 +602,13 @@ TEST(DataValueGroupCopy, IgnoresForeignImplementations) {
 TEST(DataValueGroupCopy, ACloneIsAGroupOfItsOwn) {
     Group source = GroupOfEverything();
     source->SetValue("", 5);
-    Group clone(source->Clone());
+    Group clone(source->Clone(), tn::kAdopt);
     ASSERT_NE(clone, nullptr);
     EXPECT_EQ(EntriesOf(*clone), EntriesOf(*source));
-    EXPECT_EQ(source.release()->Release(), 0);
+    EXPECT_EQ(source.detach()->Release(), 0);
     EXPECT_STREQ(clone->StringData("string", nullptr), "ab");
     clone->SetValue("new", 1);
-    EXPECT_EQ(clone.release()->Release(), 0);
+    EXPECT_EQ(clone.detach()->Release(), 0);
 }
 
 TEST(DataValueGroupWithoutPool, TypedSettersFailAndLeaveTheEntry) {
@@ -650,7 +650,7 @@ TEST(DataValueGroupWithoutPool, CopiesHaveEntriesWithoutValues) {
     Group copy = NewGroup();
     copy->SetValue("b", 6);
     TnRobotUtils::Destroy();
-    Group clone(source->Clone());
+    Group clone(source->Clone(), tn::kAdopt);
     ASSERT_NE(clone, nullptr);
     copy->Copy(source.get());
     for (ITnRobotDataValueGroup* pGroup : {clone.get(), copy.get()}) {
@@ -665,7 +665,7 @@ TEST(DataValueGroupWithoutPool, CopiesHaveEntriesWithoutValues) {
         pGroup->GetValue("a", &pValue);
         EXPECT_EQ(pValue, nullptr);
         // A copy of a copy, and the saved form, have the entry too.
-        Group second(pGroup->Clone());
+        Group second(pGroup->Clone(), tn::kAdopt);
         EXPECT_EQ(EntriesOf(*second), EntriesOf(*pGroup));
         EXPECT_EQ(SavedFormOf(*pGroup), U8(1) + U32(1) + SavedString("a") + SavedValue(0, {}));
     }
@@ -759,7 +759,7 @@ TEST(DataValueGroupSaving, FollowsTheOrderOfTheEnumeration) {
 TEST(DataValueGroupSaving, SucceedsWithoutAFileAndWhateverItsWritesAnswer) {
     Group group = NewGroup();
     group->SetValue("ab", 5);
-    Held<ITnRobotArchive> detached = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> detached = MakeArchive();
     EXPECT_EQ(group->Serialize(detached.get()), 1);
     for (int nCall = 1; nCall <= 8; ++nCall) {
         for (bool bFromThenOn : {false, true}) {
@@ -815,7 +815,7 @@ TEST(DataValueGroupLoading, ALoadedValueIsNotPooled) {
     Value value = ValueOf(*group, "a");
     EXPECT_EQ(group->RemoveValue("a"), 0);
     EXPECT_EQ(value->IntData(nullptr), 5) << "nothing clears it";
-    EXPECT_EQ(value.release()->Release(), 0) << "it is destroyed, not recycled";
+    EXPECT_EQ(value.detach()->Release(), 0) << "it is destroyed, not recycled";
 }
 
 TEST(DataValueGroupLoading, AddsToWhatIsThereAndKeepsExistingEntries) {
@@ -930,7 +930,7 @@ TEST(DataValueGroupLoading, ANameThatIsOnlyAZeroIsTheEmptyName) {
 TEST(DataValueGroupLoading, ClonesOfLoadedGroupsReadTheSame) {
     Group group = NewGroup();
     ASSERT_EQ(LoadFrom(*group, SavedFormOf(*GroupOfEverything())), 1);
-    Group clone(group->Clone());
+    Group clone(group->Clone(), tn::kAdopt);
     EXPECT_EQ(EntriesOf(*clone), EntriesOf(*group));
     EXPECT_EQ(ParseSavedGroup(SavedFormOf(*clone)), ParseSavedGroup(SavedFormOf(*group)));
     EXPECT_STREQ(clone->StringData("string", nullptr), "ab");
@@ -949,18 +949,18 @@ TEST(DataValueGroupLoading, WorksWithoutAPool) {
 TEST(DataValueGroupLoading, GoesThroughADiskFile) {
     const std::string strPath = ::testing::TempDir() + "group" + std::to_string(getpid()) + ".bin";
     {
-        Held<ITnRobotFile> file = MakeFile();
+        TnRobotPtr<ITnRobotFile> file = MakeFile();
         ASSERT_TRUE(file->Open(strPath.c_str(), true));
-        Held<ITnRobotArchive> archive = MakeArchive();
+        TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
         ASSERT_TRUE(archive->Attach(file.get(), true));
         EXPECT_EQ(GroupOfEverything()->Serialize(archive.get()), 1);
         archive->Flush();
         archive->Detach();
         EXPECT_TRUE(file->Close());
     }
-    Held<ITnRobotFile> file = MakeFile();
+    TnRobotPtr<ITnRobotFile> file = MakeFile();
     ASSERT_TRUE(file->Open(strPath.c_str(), false));
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     ASSERT_TRUE(archive->Attach(file.get(), false));
     Group group = NewGroup();
     EXPECT_EQ(group->Serialize(archive.get()), 1);

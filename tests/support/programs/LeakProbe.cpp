@@ -7,15 +7,12 @@
 #include <utility>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/Held.h"
-
-using tntest::Held;
-using tntest::Hold;
+#include "TnRobotKernel/ptr.h"
 
 namespace {
 
 // Destroyed before the library's statics, which were made earlier.
-Held<ITnRobotMemFile> s_heldByStatic;
+TnRobotPtr<ITnRobotMemFile> s_heldByStatic;
 
 // What is left alive is still referred to, unless it is to be lost. Nobody reads it.
 ITnUnknown* volatile g_pKept[8];
@@ -38,25 +35,25 @@ ITnRobotMemoryBlockPool* MakePool() {
     return pPool;
 }
 
-Held<ITnRobotMemoryBlock> Query(ITnRobotMemoryBlockPool& pool) {
+TnRobotPtr<ITnRobotMemoryBlock> Query(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     pool.QueryMemBuff(100, &pBlock);
-    return Hold(pBlock);
+    return tn::Adopt(pBlock);
 }
 
 // A general pool with one block in use and one that lies free.
 void KeepAPool() {
     ITnRobotMemoryBlockPool* pPool = MakePool();
-    Held<ITnRobotMemoryBlock> used = Query(*pPool);
+    TnRobotPtr<ITnRobotMemoryBlock> used = Query(*pPool);
     Query(*pPool).reset();
     g_pKept[0] = pPool;
-    g_pKept[1] = used.release();
+    g_pKept[1] = used.detach();
 }
 
 // The pools go first, the objects that came from them later.
 void OutliveThePools() {
-    Held<ITnRobotMemoryBlockPool> pool = Hold(MakePool());
-    const Held<ITnRobotMemoryBlock> block = Query(*pool);
+    TnRobotPtr<ITnRobotMemoryBlockPool> pool = tn::Adopt(MakePool());
+    const TnRobotPtr<ITnRobotMemoryBlock> block = Query(*pool);
     ITnRobotSurfacePool* pSurfaces = nullptr;
     TnCreateRobotSurfacePool(pool.get(), &pSurfaces);
     ITnRobotSurface::STnSurfaceDesc desc{};
@@ -64,7 +61,7 @@ void OutliveThePools() {
     desc.eImageType = TN_IMAGE_GRAY8;
     ITnRobotSurface* pSurface = nullptr;
     pSurfaces->QuerySurface(desc, &pSurface);
-    const Held<ITnRobotDataValue> value = Hold(MakeValue(1));
+    const TnRobotPtr<ITnRobotDataValue> value = tn::Adopt(MakeValue(1));
     pSurfaces->Release();
     pool.reset();
     TnRobotUtils::Destroy();
@@ -82,8 +79,8 @@ bool Run(const char* lpszCase) {
         const char* lpszName;
         void (*pfnRun)();
     } cases[] = {
-        {"nothing", [] { Hold(MakeFile()).reset(); }},
-        {"static", [] { s_heldByStatic = Hold(MakeFile()); }},
+        {"nothing", [] { tn::Adopt(MakeFile()).reset(); }},
+        {"static", [] { s_heldByStatic = tn::Adopt(MakeFile()); }},
         {"outlived pools", OutliveThePools},
         {"two files", [] { g_pKept[0] = MakeFile(), g_pKept[1] = MakeFile(); }},
         {"a value",
