@@ -6,7 +6,7 @@
 #include <TnRobotKernel/TnRobotKernel.h>
 
 #include "FuzzInput.h"
-#include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/pixels.h"
 #include "support/TestBlocks.h"
 
 namespace tnfuzz {
@@ -35,11 +35,8 @@ using Surface = TnRobotPtr<ITnRobotSurface>;
 
 /// @return a surface's pixels, all bytes of its memory.
 inline Bytes Pixels(ITnRobotSurface& surface) {
-    ITnRobotSurface::STnLockSurface lock = {};
-    surface.LockSurface(lock);
-    Bytes pixels(lock.pData, lock.pData + lock.nDataSize);
-    surface.UnLockSurface();
-    return pixels;
+    const tn::LockedPixels pixels(surface);
+    return {pixels.Lock().pData, pixels.Lock().pData + pixels.Lock().nDataSize};
 }
 
 inline ITnRobotSurface::STnSurfaceDesc Description(ITnRobotSurface& surface) {

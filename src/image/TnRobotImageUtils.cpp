@@ -6,6 +6,7 @@
 
 #include "TnRobotKernel/image.h"
 #include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/pixels.h"
 #include "image/TnBmpDecoder.h"
 #include "image/TnBmpEncoder.h"
 #include "image/TnImageGeometry.h"
@@ -33,57 +34,49 @@ constexpr int kNotPieced = 0;
 
 enum class FileKind { kOther, kJpeg, kBmp };
 
-// A surface's pixels for as long as they are worked on. Without memory, or when a surface refuses
-// the lock, there are no bytes.
+// A surface's pixels and what the operations do to them. Without memory, or when a surface refuses the
+// lock, there are no bytes.
 class PixelLock {
 public:
-    explicit PixelLock(ITnRobotSurface* pSurface) : m_pSurface(pSurface), m_bLocked(pSurface->LockSurface(m_lock)) {
-        if (!m_bLocked || m_lock.pData == nullptr) {
-            m_lock = {};
-        }
-    }
-    PixelLock(const PixelLock&) = delete;
-    PixelLock& operator=(const PixelLock&) = delete;
-    ~PixelLock() {
-        if (m_bLocked) {
-            m_pSurface->UnLockSurface();
-        }
-    }
+    explicit PixelLock(ITnRobotSurface* pSurface) : m_pixels(*pSurface) {}
 
-    const SurfaceLock* operator->() const { return &m_lock; }
+    const SurfaceLock* operator->() const { return &m_pixels.Lock(); }
 
     // Rows of this surface, of which the first nRowLength bytes count.
-    STnRowLayout Rows(std::int64_t nRows, std::int64_t nRowLength) const { return {nRows, nRowLength, m_lock.nPitch}; }
+    STnRowLayout Rows(std::int64_t nRows, std::int64_t nRowLength) const {
+        return {nRows, nRowLength, m_pixels.Lock().nPitch};
+    }
 
     // @return whether such rows, nSkip bytes into the memory, lie in the surface.
     bool Holds(const STnRowLayout& rows, std::int64_t nSkip = 0) const {
-        return m_lock.pData != nullptr && nSkip >= 0 && rows.FitsInto(std::int64_t{m_lock.nDataSize} - nSkip);
+        return m_pixels.Lock().pData != nullptr && nSkip >= 0 &&
+               rows.FitsInto(std::int64_t{m_pixels.Lock().nDataSize} - nSkip);
     }
 
     // Zeroes what lies behind each row and behind the last one: recycled memory still shows what was
     // there before. The rows must lie in the surface.
     void ClearBehind(const STnRowLayout& rows) const {
-        if (m_lock.pData == nullptr) {
+        if (m_pixels.Lock().pData == nullptr) {
             return;
         }
         const std::int64_t nGap = rows.nPitch - rows.nRowLength;
         for (std::int64_t nRow = 0; nGap > 0 && nRow + 1 < rows.nRows; ++nRow) {
-            std::memset(m_lock.pData + nRow * rows.nPitch + rows.nRowLength, 0, static_cast<std::size_t>(nGap));
+            std::memset(m_pixels.Lock().pData + nRow * rows.nPitch + rows.nRowLength, 0,
+                        static_cast<std::size_t>(nGap));
         }
         ClearFrom((rows.nRows - 1) * rows.nPitch + rows.nRowLength);
     }
 
     // Zeroes the surface from an offset on.
     void ClearFrom(std::int64_t nOffset) const {
-        if (m_lock.pData != nullptr && nOffset < m_lock.nDataSize) {
-            std::memset(m_lock.pData + nOffset, 0, static_cast<std::size_t>(m_lock.nDataSize - nOffset));
+        if (m_pixels.Lock().pData != nullptr && nOffset < m_pixels.Lock().nDataSize) {
+            std::memset(m_pixels.Lock().pData + nOffset, 0,
+                        static_cast<std::size_t>(m_pixels.Lock().nDataSize - nOffset));
         }
     }
 
 private:
-    ITnRobotSurface* m_pSurface;
-    SurfaceLock m_lock{};
-    bool m_bLocked;
+    tn::LockedPixels m_pixels;
 };
 
 SurfaceRef QuerySurface(ITnRobotSurfacePool* pPool, const SurfaceDesc& desc, int& nResult) {

@@ -123,6 +123,16 @@ using File = TnRobotPtr<ITnRobotFile>;
 #endif
 }
 
+[[maybe_unused]] int LockTemporary(ITnRobotSurfacePool& pool) {
+#ifdef MISTAKE_LOCK_TEMPORARY
+    const tn::LockedPixels pixels(tn::QuerySurface(pool, {}));
+#else
+    const auto surface = tn::QuerySurface(pool, {});
+    const tn::LockedPixels pixels(surface);
+#endif
+    return pixels.Width();
+}
+
 #ifdef MISTAKE_HOLD_UNCOUNTED
 [[maybe_unused]] void HoldUncounted(CTnRobotObject* pObject) {
     const auto object = tn::Retain(pObject);

@@ -9,6 +9,9 @@
 #include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/tn/error.h"
 #include "TnRobotKernel/tn/objects.h"
+#include "TnRobotKernel/tn/pictures.h"
+#include "TnRobotKernel/tn/pixels.h"
 #include "TnRobotKernel/tn/saving.h"
+#include "TnRobotKernel/tn/surfaces.h"
 
 #endif  // TNROBOTKERNEL_TN_TN_H_
