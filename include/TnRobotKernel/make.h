@@ -10,7 +10,7 @@
 /// is thrown that the function below does not throw: std::bad_alloc, and std::system_error where a
 /// thread is made. The pointer that comes back owns one reference and releases it.
 ///
-/// Comes with what stands in tn/: objects in files, pictures, pixels.
+/// Comes with what stands in tn/: objects in files, pictures, pixels, the values of groups.
 ///
 /// Threads: MakeXxx are thread-safe, every other helper is as thread-safe as what it calls.
 
@@ -19,6 +19,7 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/groups.h"
 #include "TnRobotKernel/tn/objects.h"
 #include "TnRobotKernel/tn/pictures.h"
 #include "TnRobotKernel/tn/pixels.h"

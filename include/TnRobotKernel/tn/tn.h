@@ -8,6 +8,7 @@
 #include "TnRobotKernel/make.h"
 #include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/tn/error.h"
+#include "TnRobotKernel/tn/groups.h"
 #include "TnRobotKernel/tn/objects.h"
 #include "TnRobotKernel/tn/pictures.h"
 #include "TnRobotKernel/tn/pixels.h"
