@@ -101,7 +101,7 @@ private:
     static MutexPool s_pool;
     std::mutex m_mutex;
     std::deque<Value> m_all;
-    tnrobot::RingQueue<Value*> m_free;
+    tn::detail::RingQueue<Value*> m_free;
 };
 
 MutexPool MutexPool::s_pool;

@@ -74,7 +74,7 @@ private:
     void _CheckInvariants() const;
 
     std::mutex m_mutex;
-    tnrobot::RingQueue<CTnRobotTask*> m_idleTasks;  // guarded by m_mutex; front reused first
+    tn::detail::RingQueue<CTnRobotTask*> m_idleTasks;  // guarded by m_mutex; front reused first
     std::deque<CTnRobotTask*> m_allTasks;           // grows under m_mutex; one reference each
     std::atomic<unsigned int> m_nIdleTasks{0};      // written under m_mutex
 

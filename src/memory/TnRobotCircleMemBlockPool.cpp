@@ -78,7 +78,7 @@ private:
     const std::unique_ptr<unsigned char[]> m_memory;
     std::mutex m_mutex;
     std::condition_variable m_returned;                      // a block came back to a closing buffer
-    tnrobot::RingQueue<CTnRobotMemoryBlock*> m_spareBlocks;  // guarded by m_mutex, has room for all
+    tn::detail::RingQueue<CTnRobotMemoryBlock*> m_spareBlocks;  // guarded by m_mutex, has room for all
     std::vector<Blocks::node_type> m_spareNodes;             // guarded by m_mutex, one for each spare block
     Blocks m_blocksInUse;                                    // guarded by m_mutex
     unsigned char* m_pCursor;                                // guarded by m_mutex: where the next block starts

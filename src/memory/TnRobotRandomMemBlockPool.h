@@ -49,7 +49,7 @@ private:
     std::vector<SizeClass> m_sizeClasses;  // guarded by m_mutex; in ascending order of size
     std::atomic<std::chrono::system_clock::time_point> m_lastSweep;
     const double m_dIdleSeconds;
-    tnrobot::CacheLineEnd m_end;
+    tn::detail::CacheLineEnd m_end;
 };
 
 #endif  // TNROBOTKERNEL_SRC_MEMORY_TNROBOTRANDOMMEMBLOCKPOOL_H_
