@@ -22,6 +22,16 @@ namespace {
 constexpr char kLoggerLibrary[] = "libTnRobotLog.so";
 constexpr int kSilentLevel = -2;
 
+// What the loader said last on this thread, up to the first name in it that the test chooses.
+void PrintReason() {
+    const char* lpszReason = dlerror();
+    const std::string strReason = lpszReason != nullptr ? lpszReason : "";
+    const char* lpszNamed = strReason.find("TnCreateRobotLogger") != std::string::npos ? "function"
+                            : strReason.find(kLoggerLibrary) != std::string::npos      ? "library"
+                                                                                       : "nothing";
+    std::printf("missing: %s\n", lpszNamed);
+}
+
 void* OpenIfLoaded() {
     return dlopen(kLoggerLibrary, RTLD_LAZY | RTLD_NOLOAD);
 }
@@ -191,6 +201,7 @@ bool Relink(const std::string& target) {
 bool Run(const SStep& step) {
     const std::map<std::string, void (*)(const SStep&)> verbs = {
         {"init", [](const SStep&) { std::printf("Init %d\n", TnRobotLogUtils::Init()); }},
+        {"reason", [](const SStep&) { PrintReason(); }},
         {"destroy", [](const SStep&) { TnRobotLogUtils::Destroy(); }},
         {"param", [](const SStep& s) { TnRobotLogUtils::SetLogParam(s.number, std::atoi(s.argument.c_str())); }},
         {"log", [](const SStep& s) { TnRobotLogUtils::PrintLog(s.number, "%s", s.argument.c_str()); }},
