@@ -26,16 +26,9 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
+#include "TnRobotKernel/ptr.h"
 
 namespace bench {
-
-struct Releaser {
-    void operator()(ITnUnknown* pObject) const { pObject->Release(); }
-};
-
-/// One reference to a counted object.
-template <typename T>
-using Counted = std::unique_ptr<T, Releaser>;
 
 /// Ends the program where a benchmark could only measure nonsense.
 inline void Require(bool bOk, const char* lpszWhat) {
@@ -47,11 +40,11 @@ inline void Require(bool bOk, const char* lpszWhat) {
 
 /// Calls a creation function with its arguments and an out-pointer; takes the reference it gives.
 template <typename T, typename Function, typename... Args>
-Counted<T> Make(Function create, Args... args) {
+TnRobotPtr<T> Make(Function create, Args... args) {
     T* pObject = nullptr;
     create(args..., &pObject);
     Require(pObject != nullptr, "an object cannot be created");
-    return Counted<T>(pObject);
+    return tn::Adopt(pObject);
 }
 
 /// @return the size, which the compiler is not to know: where it does, it may copy by other means than

@@ -98,7 +98,7 @@ void CountImages() {
     image.nChannels = 3;
     ITnRobotSurface* pSurface = nullptr;
     bench::Require(TnRobotImageUtils::NlImage2Surface(image, surfaces.get(), &pSurface) == 0, "no surface");
-    const bench::Counted<ITnRobotSurface> picture(pSurface);
+    const TnRobotPtr<ITnRobotSurface> picture(pSurface, tn::kAdopt);
     Count("clip_32x32", [&] {
         ITnRobotSurface* pClip = nullptr;
         TnRobotImageUtils::ClipImage(surfaces.get(), picture.get(), {16, 48, 16, 48}, &pClip);

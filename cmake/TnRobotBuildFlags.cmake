@@ -44,6 +44,9 @@ target_compile_options(tnrobot_build_flags INTERFACE
   # would keep it there.
   $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 
+# What does nothing is tested all the same.
+target_compile_definitions(tnrobot_build_flags INTERFACE TN_ROBOT_SILENCE_DEPRECATED)
+
 if(TNROBOT_CHECKED)
   target_compile_definitions(tnrobot_build_flags INTERFACE TNROBOT_CHECKED)
 endif()

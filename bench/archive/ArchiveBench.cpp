@@ -18,7 +18,7 @@ constexpr int kValues = 100;
 constexpr int kManyValues = 10000;
 constexpr std::size_t kBlock = std::size_t{64} << 10;
 
-using Group = bench::Counted<ITnRobotDataValueGroup>;
+using Group = TnRobotPtr<ITnRobotDataValueGroup>;
 
 Group Mixed(int nValues, bool bBlock) {
     auto group = bench::MixedGroup(nValues);
@@ -124,8 +124,8 @@ private:
 
     ITnRobotDataValueGroup& m_group;
     Group m_loaded;
-    bench::Counted<ITnRobotFile> m_file = bench::Make<ITnRobotFile>(TnCreateRobotFile);
-    bench::Counted<ITnRobotArchive> m_archive = bench::Make<ITnRobotArchive>(TnCreateRobotArchive);
+    TnRobotPtr<ITnRobotFile> m_file = bench::Make<ITnRobotFile>(TnCreateRobotFile);
+    TnRobotPtr<ITnRobotArchive> m_archive = bench::Make<ITnRobotArchive>(TnCreateRobotArchive);
 };
 
 #ifdef TNROBOT_BENCH_CEREAL

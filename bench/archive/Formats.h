@@ -60,7 +60,7 @@ public:
 private:
     ITnRobotDataValueGroup& m_group;
     ArchiveInMemory m_archive;
-    Counted<ITnRobotDataValueGroup> m_loaded;
+    TnRobotPtr<ITnRobotDataValueGroup> m_loaded;
 };
 
 #ifdef TNROBOT_BENCH_CEREAL

@@ -48,7 +48,7 @@ std::vector<unsigned char> SavedBytes(ITnRobotDataValueGroup& group, const char*
     if (group.GetValue(lpszName, &pValue) != 0) {
         return {};
     }
-    const Counted<ITnRobotDataValue> value(pValue);
+    const TnRobotPtr<ITnRobotDataValue> value(pValue, tn::kAdopt);
     static std::vector<unsigned char> s_room(std::size_t{128} << 10);
     const auto file = Make<ITnRobotMemFile>(TnCreateRobotMemFile);
     const auto archive = Make<ITnRobotArchive>(TnCreateRobotArchive);
@@ -78,7 +78,7 @@ VariantMap ToMap(ITnRobotDataValueGroup& group) {
     for (const auto& [strName, eType] : names) {
         ITnRobotDataValue* pValue = nullptr;
         Require(group.GetValue(strName.c_str(), &pValue) == 0, "a value is missing");
-        const Counted<ITnRobotDataValue> value(pValue);
+        const TnRobotPtr<ITnRobotDataValue> value(pValue, tn::kAdopt);
         map.emplace(strName, ToVariant(*value));
     }
     return map;
@@ -92,7 +92,7 @@ void AddBlock(ITnRobotDataValueGroup& group, std::size_t nBytes) {
     group.SetValue("block", block.data(), static_cast<unsigned int>(nBytes));
 }
 
-Counted<ITnRobotDataValueGroup> GroupOfBlocks(std::size_t nBytes) {
+TnRobotPtr<ITnRobotDataValueGroup> GroupOfBlocks(std::size_t nBytes) {
     constexpr std::size_t kBlock = std::size_t{64} << 10;
     auto group = Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
     const std::vector<unsigned char> block(std::min(nBytes, kBlock), 7);

@@ -26,7 +26,7 @@ bool SavedAlike(ITnRobotDataValueGroup& first, ITnRobotDataValueGroup& second);
 void AddBlock(ITnRobotDataValueGroup& group, std::size_t nBytes);
 
 /// @return a group of blocks of at most 64 KiB that are nBytes together.
-Counted<ITnRobotDataValueGroup> GroupOfBlocks(std::size_t nBytes);
+TnRobotPtr<ITnRobotDataValueGroup> GroupOfBlocks(std::size_t nBytes);
 
 }  // namespace bench
 

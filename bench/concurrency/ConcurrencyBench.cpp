@@ -33,7 +33,7 @@ struct OurEvent {
         }
     }
 
-    bench::Counted<ITnRobotEvent> m_event = bench::Make<ITnRobotEvent>(TnCreateRobotManualEvent, false);
+    TnRobotPtr<ITnRobotEvent> m_event = bench::Make<ITnRobotEvent>(TnCreateRobotManualEvent, false);
 };
 
 struct ConditionEvent {
@@ -126,11 +126,11 @@ private:
     std::atomic<bool> m_bExecuted{false};
 };
 
-bench::Counted<ITnRobotTask> StartedTask(ITnRobotTaskPool& pool) {
-    const bench::Counted<ITnRobotTaskRunner> runner(new OnceRunner);
+TnRobotPtr<ITnRobotTask> StartedTask(ITnRobotTaskPool& pool) {
+    const TnRobotPtr<ITnRobotTaskRunner> runner(new OnceRunner, tn::kAdopt);
     ITnRobotTask* pTask = nullptr;
     bench::Require(pool.CreateTask(runner.get(), &pTask), "a task cannot be created");
-    bench::Counted<ITnRobotTask> task(pTask);
+    TnRobotPtr<ITnRobotTask> task(pTask, tn::kAdopt);
     bench::Require(task->Start(), "a task cannot be started");
     return task;
 }
@@ -178,7 +178,7 @@ void TimeOf(benchmark::State& state, Prepare prepare, Function function) {
 // Until Start returns, which it does when the runner has been prepared.
 void StartTask(benchmark::State& state) {
     const auto pool = bench::Make<ITnRobotTaskPool>(TnCreateRobotTaskPool);
-    const bench::Counted<ITnRobotTask> task = StartedTask(*pool);
+    const TnRobotPtr<ITnRobotTask> task = StartedTask(*pool);
     TimeOf(
         state, [&] { task->Stop(); }, [&] { benchmark::DoNotOptimize(task->Start()); });
 }
@@ -220,7 +220,7 @@ void MeasureIdle(benchmark::State& state, std::chrono::milliseconds sleep) {
 void IdleTasks(benchmark::State& state, std::chrono::milliseconds sleep) {
     const auto pool = bench::Make<ITnRobotTaskPool>(TnCreateRobotTaskPool);
     const auto nTasks = static_cast<unsigned int>(state.range(0));
-    std::vector<bench::Counted<ITnRobotTask>> tasks;
+    std::vector<TnRobotPtr<ITnRobotTask>> tasks;
     for (unsigned int n = 0; n < nTasks; ++n) {
         tasks.push_back(StartedTask(*pool));
     }

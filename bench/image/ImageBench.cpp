@@ -63,7 +63,7 @@ ITnRobotSurface* Picture() {
         ITnRobotSurface* pSurface = nullptr;
         bench::Require(Utils::NlImage2Surface(bench::Record(Pixels(), kWidth, kHeight), Surfaces(), &pSurface) == 0,
                        "no surface");
-        return bench::Counted<ITnRobotSurface>(pSurface);
+        return tn::Adopt(pSurface);
     }();
     return s_surface.get();
 }

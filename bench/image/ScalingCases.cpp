@@ -31,19 +31,18 @@ public:
         jpeg.resize(bench::EncodeDirectly(m_pixels.data(), m_nSide, m_nSide, 1, jpeg.data(), jpeg.size()));
         return jpeg;
     }
-    bench::Counted<ITnRobotSurface> Surface() const {
+    TnRobotPtr<ITnRobotSurface> Surface() const {
         ITnRobotSurface* pSurface = nullptr;
         bench::Require(Utils::NlImage2Surface(bench::Record(m_pixels, m_nSide, m_nSide), Surfaces(), &pSurface) == 0,
                        "no surface");
-        return bench::Counted<ITnRobotSurface>(pSurface);
+        return tn::Adopt(pSurface);
     }
 
 private:
     int m_nSide;
     Bytes m_pixels;
-    bench::Counted<ITnRobotMemoryBlockPool> m_blocks =
-        bench::Make<ITnRobotMemoryBlockPool>(TnCreateRobotMemoryBlockPool);
-    bench::Counted<ITnRobotSurfacePool> m_surfaces =
+    TnRobotPtr<ITnRobotMemoryBlockPool> m_blocks = bench::Make<ITnRobotMemoryBlockPool>(TnCreateRobotMemoryBlockPool);
+    TnRobotPtr<ITnRobotSurfacePool> m_surfaces =
         bench::Make<ITnRobotSurfacePool>(TnCreateRobotSurfacePool, m_blocks.get());
 };
 

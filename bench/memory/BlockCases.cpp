@@ -164,8 +164,8 @@ void FirstUse(benchmark::State& state, Take take, GiveBack giveBack) {
 }
 
 void FirstUseOurs(benchmark::State& state) {
-    bench::Counted<ITnRobotMemoryBlockPool> pool;
-    bench::Counted<ITnRobotMemoryBlock> block;
+    TnRobotPtr<ITnRobotMemoryBlockPool> pool;
+    TnRobotPtr<ITnRobotMemoryBlock> block;
     const auto newPool = [&pool] { pool = bench::Make<ITnRobotMemoryBlockPool>(TnCreateRobotMemoryBlockPool); };
     newPool();
     FirstUse(
@@ -173,7 +173,7 @@ void FirstUseOurs(benchmark::State& state) {
         [&] {
             ITnRobotMemoryBlock* pBlock = nullptr;
             pool->QueryMemBuff(kFirstUse, &pBlock);
-            block.reset(pBlock);
+            block.attach(pBlock);
             return bench::GeneralPool::Bytes(pBlock);
         },
         [&] {

@@ -31,7 +31,7 @@ public:
     void CopyFrom(const OurGroup& other) { m_group->Copy(other.m_group.get()); }
 
 private:
-    bench::Counted<ITnRobotDataValueGroup> m_group = bench::Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
+    TnRobotPtr<ITnRobotDataValueGroup> m_group = bench::Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
 };
 
 // What a group promises and no more: a value that somebody still holds outlives its replacement, and

@@ -67,7 +67,7 @@ inline void SetMixedValue(ITnRobotDataValueGroup& group, const char* lpszName, i
 }
 
 /// @return a group of that many values of all thirteen types in turn.
-inline Counted<ITnRobotDataValueGroup> MixedGroup(int nCount) {
+inline TnRobotPtr<ITnRobotDataValueGroup> MixedGroup(int nCount) {
     auto group = Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
     const auto names = Names(nCount);
     for (int i = 0; i < nCount; ++i) {
@@ -106,8 +106,8 @@ public:
 
 private:
     std::vector<unsigned char> m_bytes;
-    Counted<ITnRobotMemFile> m_file = Make<ITnRobotMemFile>(TnCreateRobotMemFile);
-    Counted<ITnRobotArchive> m_archive = Make<ITnRobotArchive>(TnCreateRobotArchive);
+    TnRobotPtr<ITnRobotMemFile> m_file = Make<ITnRobotMemFile>(TnCreateRobotMemFile);
+    TnRobotPtr<ITnRobotArchive> m_archive = Make<ITnRobotArchive>(TnCreateRobotArchive);
 };
 
 }  // namespace bench

@@ -101,7 +101,7 @@ private:
     static MutexPool s_pool;
     std::mutex m_mutex;
     std::deque<Value> m_all;
-    tnrobot::RingQueue<Value*> m_free;
+    tn::detail::RingQueue<Value*> m_free;
 };
 
 MutexPool MutexPool::s_pool;
@@ -169,10 +169,10 @@ void RegisterParty(const bench::Program& program, const std::string& strParty) {
 }
 
 void CheckValues() {
-    const auto number = bench::Counted<ITnRobotDataValue>(Ours::Take(42));
+    const auto number = tn::Adopt(Ours::Take(42));
     int nError = -1;
     bench::Require(number->IntData(&nError) == 42 && nError == 0, "a value is not what it should be");
-    const auto text = bench::Counted<ITnRobotDataValue>(Ours::Take(kText));
+    const auto text = tn::Adopt(Ours::Take(kText));
     int nLength = 0;
     bench::Require(std::strcmp(text->StringData(nLength, &nError), kText) == 0, "a text is not what it should be");
 }

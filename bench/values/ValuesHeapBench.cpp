@@ -127,7 +127,7 @@ void MemoryOfOneValue(benchmark::State& state) {
     constexpr int kValues = 1 << 18;
     double dBytes = 0;
     for (auto _ : state) {
-        std::vector<bench::Counted<ITnRobotDataValue>> values;
+        std::vector<TnRobotPtr<ITnRobotDataValue>> values;
         values.reserve(kValues);
         const std::size_t nBefore = mallinfo2().uordblks;
         for (int i = 0; i < kValues; ++i) {

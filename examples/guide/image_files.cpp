@@ -8,13 +8,16 @@
 
 namespace {
 
+void Fill(ITnRobotSurface& surface, int nByte) {
+    const tn::LockedPixels pixels(surface);
+    for (int nRow = 0; nRow < pixels.Height(); ++nRow) {
+        std::memset(pixels.Row(nRow), nByte, static_cast<std::size_t>(pixels.RowBytes()));
+    }
+}
+
 // @return the surface's first byte.
 int FirstByte(ITnRobotSurface& surface) {
-    ITnRobotSurface::STnLockSurface lock{};
-    surface.LockSurface(lock);
-    const int nByte = *lock.pData;
-    surface.UnLockSurface();
-    return nByte;
+    return *tn::LockedPixels(surface).Row(0);
 }
 
 // @return whether what came back is what was saved, up to a tolerance.
@@ -30,14 +33,11 @@ int main() {
     const auto blocks = tn::MakeMemoryBlockPool();
     const auto pool = tn::MakeSurfacePool(blocks.get());
     const auto picture = tn::QuerySurface(*pool, {64, 48, 0, TN_IMAGE_BGR24, {0, 0}});
-    ITnRobotSurface::STnLockSurface lock{};
-    picture->LockSurface(lock);
-    std::memset(lock.pData, 120, lock.nDataSize);
-    picture->UnLockSurface();
+    Fill(*picture, 120);
 
     // [files]
-    bool bOk = TnRobotImageUtils::SaveImage("part.bmp", picture.get()) == 0 &&  // the ending chooses the format
-               TnRobotImageUtils::SaveImage("part.jpg", picture.get()) == 0;
+    bool bOk = tn::SaveImage("part.bmp", picture.get()) &&  // the ending chooses the format
+               tn::SaveImage("part.jpg", picture.get());
     const auto bmp = tn::LoadImage("part.bmp", pool.get());  // empty when anything went wrong
     const auto jpeg = tn::LoadImage("part.jpg", pool.get());
     bOk = Compare("part.bmp", *picture, bmp.get(), 0) && bOk;

@@ -9,28 +9,21 @@
 namespace {
 
 // [pixels]
-// @return the first byte of a pixel of three bytes: rows lie nPitch bytes apart.
-unsigned char* PixelAt(const ITnRobotSurface::STnLockSurface& lock, int nX, int nY) {
-    return lock.pData + static_cast<std::ptrdiff_t>(nY) * lock.nPitch + static_cast<std::ptrdiff_t>(nX) * 3;
-}
-
-// A dark square of 20 x 20 pixels on a bright ground.
+// A dark square of 20 x 20 pixels on a bright ground. The surface is unlocked at the end.
 void Draw(ITnRobotSurface& surface) {
-    ITnRobotSurface::STnLockSurface lock{};
-    surface.LockSurface(lock);
-    std::memset(lock.pData, 200, lock.nDataSize);
-    for (int nY = 20; nY < 40; ++nY) {
-        std::memset(PixelAt(lock, 20, nY), 30, std::size_t{20} * 3);
+    const tn::LockedPixels pixels(surface);
+    for (int nY = 0; nY < pixels.Height(); ++nY) {
+        std::memset(pixels.Row(nY), 200, static_cast<std::size_t>(pixels.RowBytes()));
     }
-    surface.UnLockSurface();
+    for (int nY = 20; nY < 40; ++nY) {
+        std::memset(pixels.Row(nY) + std::ptrdiff_t{20} * 3, 30, std::size_t{20} * 3);
+    }
 }
 
+// A pixel has three bytes, and the first of them is blue.
 int Blue(ITnRobotSurface& surface, int nX, int nY) {
-    ITnRobotSurface::STnLockSurface lock{};
-    surface.LockSurface(lock);
-    const int nBlue = *PixelAt(lock, nX, nY);
-    surface.UnLockSurface();
-    return nBlue;
+    const tn::LockedPixels pixels(surface);
+    return pixels.Row(nY)[std::ptrdiff_t{nX} * 3];
 }
 // [/pixels]
 

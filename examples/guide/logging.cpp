@@ -1,6 +1,7 @@
 // A program that logs through the facade, whatever logger library the loader finds.
 
 #include <TnRobotKernel/core.h>
+#include <dlfcn.h>
 
 #include <cstdio>
 
@@ -9,7 +10,8 @@ int main() {
     TnRobotLogUtils::PrintLog(2, "before Init: goes nowhere");
     const int nResult = TnRobotLogUtils::Init();
     if (nResult != 0) {
-        std::fprintf(stderr, "no logger (%d)\n", nResult);
+        const char* lpszReason = nResult == -1 ? dlerror() : nullptr;  // what the loader said
+        std::fprintf(stderr, "no logger (%d): %s\n", nResult, lpszReason != nullptr ? lpszReason : "it refused");
         return 1;
     }
     TnRobotLogUtils::PrintLog(1, "%d cameras found", 2);

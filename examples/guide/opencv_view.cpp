@@ -14,11 +14,12 @@ int main() {
     mat.setTo(cv::Scalar(10, 20, 30));
     mat(cv::Rect(8, 8, 16, 16)).setTo(cv::Scalar(200, 200, 200));
 
-    ITnRobotSurface::STnLockSurface lock{};
-    surface->LockSurface(lock);
-    std::printf("matrix %d x %d, step %zu, pitch %d\n", mat.cols, mat.rows, mat.step[0], lock.nPitch);
-    std::printf("first pixel through the surface: %d %d %d\n", lock.pData[0], lock.pData[1], lock.pData[2]);
-    surface->UnLockSurface();
+    {
+        const tn::LockedPixels pixels(surface);
+        const unsigned char* pFirst = pixels.Row(0);
+        std::printf("matrix %d x %d, step %zu, pitch %d\n", mat.cols, mat.rows, mat.step[0], pixels.Pitch());
+        std::printf("first pixel through the surface: %d %d %d\n", pFirst[0], pFirst[1], pFirst[2]);
+    }
 
     surface.reset();  // the matrix keeps the pixels
     const cv::Scalar mean = cv::mean(mat);

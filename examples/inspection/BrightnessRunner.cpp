@@ -21,23 +21,23 @@ int Brightness(const unsigned char* pPixel) {
 
 // @return false when the run was ended before all rows had been looked at.
 bool Measure(ITnRobotSurface& region, ITnRobotEvent& runEvent, Measurement& measurement) {
-    const LockedPixels pixels(region);
+    const tn::LockedPixels pixels(region);
     long long nSum = 0;
     int nMinimum = 255;
     int nMaximum = 0;
-    for (int nRow = 0; nRow < pixels->nHeight; ++nRow) {
+    for (int nRow = 0; nRow < pixels.Height(); ++nRow) {
         if (!runEvent.WaitEvent(0)) {
             return false;
         }
         const unsigned char* pPixel = pixels.Row(nRow);
-        for (int nColumn = 0; nColumn < pixels->nWidth; ++nColumn, pPixel += kBytesPerPixel) {
+        for (int nColumn = 0; nColumn < pixels.Width(); ++nColumn, pPixel += kBytesPerPixel) {
             const int nBrightness = Brightness(pPixel);
             nSum += nBrightness;
             nMinimum = std::min(nMinimum, nBrightness);
             nMaximum = std::max(nMaximum, nBrightness);
         }
     }
-    measurement.dMean = static_cast<double>(nSum) / pixels->nWidth / pixels->nHeight;
+    measurement.dMean = static_cast<double>(nSum) / pixels.Width() / pixels.Height();
     measurement.nMinimum = nMinimum;
     measurement.nMaximum = nMaximum;
     return true;

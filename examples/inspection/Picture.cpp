@@ -7,14 +7,14 @@
 namespace {
 
 bool Equal(ITnRobotSurface& a, ITnRobotSurface& b) {
-    const LockedPixels first(a);
-    const LockedPixels second(b);
-    if (first->nWidth != second->nWidth || first->nHeight != second->nHeight) {
+    const tn::LockedPixels first(a);
+    const tn::LockedPixels second(b);
+    if (first.Width() != second.Width() || first.Height() != second.Height()) {
         return false;
     }
-    const auto nRowLength = static_cast<std::size_t>(first->nWidth) * kBytesPerPixel;
-    for (int nRow = 0; nRow < first->nHeight; ++nRow) {
-        if (std::memcmp(first.Row(nRow), second.Row(nRow), nRowLength) != 0) {
+    const auto nRowBytes = static_cast<std::size_t>(first.RowBytes());
+    for (int nRow = 0; nRow < first.Height(); ++nRow) {
+        if (std::memcmp(first.Row(nRow), second.Row(nRow), nRowBytes) != 0) {
             return false;
         }
     }
@@ -49,12 +49,12 @@ std::string RegionName(int nRow, int nColumn) {
     return "row" + std::to_string(nRow + 1) + "_column" + std::to_string(nColumn + 1);
 }
 
-// The raw call, because the message tells its result.
+// A picture that is cut is inspected as far as it goes, and the message says so.
 TnRobotPtr<ITnRobotSurface> LoadPicture(const Pools& pools, const std::string& strPath) {
-    TnRobotPtr<ITnRobotSurface> picture;
-    const int nResult = TnRobotImageUtils::LoadImage(strPath.c_str(), pools.Surfaces(), picture.put());
-    if (nResult != 0) {
-        std::fprintf(stderr, "cannot load %s (%d)\n", strPath.c_str(), nResult);
+    std::error_code ec;
+    auto picture = tn::LoadImage(strPath.c_str(), pools.Surfaces(), ec);
+    if (ec) {
+        std::fprintf(stderr, "%s: %s\n", strPath.c_str(), ec.message().c_str());
     }
     return picture;
 }

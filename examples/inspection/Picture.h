@@ -10,25 +10,6 @@
 #include "OutputDirectory.h"
 #include "Pools.h"
 
-/// A surface's pixels for as long as somebody looks at them.
-class LockedPixels {
-public:
-    explicit LockedPixels(ITnRobotSurface& surface) : m_surface(surface) { m_surface.LockSurface(m_lock); }
-    ~LockedPixels() { m_surface.UnLockSurface(); }
-    LockedPixels(const LockedPixels&) = delete;
-    LockedPixels& operator=(const LockedPixels&) = delete;
-    const ITnRobotSurface::STnLockSurface* operator->() const { return &m_lock; }
-
-    /// @return first byte of a row; the rows lie one pitch apart, which may be more than the pixels.
-    const unsigned char* Row(int nRow) const {
-        return m_lock.pData + static_cast<std::ptrdiff_t>(nRow) * m_lock.nPitch;
-    }
-
-private:
-    ITnRobotSurface& m_surface;
-    ITnRobotSurface::STnLockSurface m_lock{};
-};
-
 /// A part of a picture, as a picture of its own.
 struct Region {
     std::string strName;

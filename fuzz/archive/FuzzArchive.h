@@ -8,21 +8,21 @@
 #include <utility>
 
 #include "FuzzInput.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/fakes/TestFile.h"
-#include "support/objects/Held.h"
 
 namespace tnfuzz {
 
-inline tntest::Held<ITnRobotMemFile> MakeMemFile() {
+inline TnRobotPtr<ITnRobotMemFile> MakeMemFile() {
     ITnRobotMemFile* pFile = nullptr;
     TnCreateRobotMemFile(&pFile);
-    return tntest::Hold(pFile);
+    return tn::Adopt(pFile);
 }
 
-inline tntest::Held<ITnRobotArchive> MakeArchive() {
+inline TnRobotPtr<ITnRobotArchive> MakeArchive() {
     ITnRobotArchive* pArchive = nullptr;
     TnCreateRobotArchive(&pArchive);
-    return tntest::Hold(pArchive);
+    return tn::Adopt(pArchive);
 }
 
 /// Loads from bytes. An empty input is a file that cannot be read from.
@@ -41,8 +41,8 @@ public:
 
 private:
     Bytes m_bytes;
-    tntest::Held<ITnRobotMemFile> m_file;
-    tntest::Held<ITnRobotArchive> m_archive;
+    TnRobotPtr<ITnRobotMemFile> m_file;
+    TnRobotPtr<ITnRobotArchive> m_archive;
 };
 
 /// Stores into memory.
@@ -57,8 +57,8 @@ public:
     const Bytes& Content() const { return m_file->Content(); }
 
 private:
-    tntest::Held<tntest::TestFile> m_file;
-    tntest::Held<ITnRobotArchive> m_archive;
+    TnRobotPtr<tntest::TestFile> m_file;
+    TnRobotPtr<ITnRobotArchive> m_archive;
 };
 
 /// @return the tables of an archive as it writes them: they outlive the file they came with.
@@ -73,7 +73,7 @@ inline Bytes MapHeaderOf(ITnRobotArchive& archive) {
 /// @return what a value or a group saves. They leave no traces in an archive, so all share one.
 template <typename Object>
 Bytes SavedForm(Object& object) {
-    static const tntest::Held<ITnRobotArchive> s_archive = MakeArchive();
+    static const TnRobotPtr<ITnRobotArchive> s_archive = MakeArchive();
     const auto file = tntest::TestFile::Create();
     s_archive->Attach(file.get(), true);
     Require(object.Serialize(s_archive.get()) == 1, "everything that was loaded can be saved");

@@ -6,8 +6,9 @@
 #include <TnRobotKernel/TnRobotKernel.h>
 
 #include "FuzzInput.h"
+#include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/pixels.h"
 #include "support/fakes/TestBlocks.h"
-#include "support/objects/Held.h"
 
 namespace tnfuzz {
 
@@ -20,26 +21,23 @@ public:
     PicturePools() : m_blocks(tntest::TestBlockPool::Create()) {
         ITnRobotSurfacePool* pSurfaces = nullptr;
         TnCreateRobotSurfacePool(m_blocks.get(), &pSurfaces);
-        m_surfaces.reset(pSurfaces);
+        m_surfaces.attach(pSurfaces);
     }
 
     ITnRobotMemoryBlockPool* Blocks() const { return m_blocks.get(); }
     ITnRobotSurfacePool* Surfaces() const { return m_surfaces.get(); }
 
 private:
-    tntest::Held<tntest::TestBlockPool> m_blocks;
-    tntest::Held<ITnRobotSurfacePool> m_surfaces;
+    TnRobotPtr<tntest::TestBlockPool> m_blocks;
+    TnRobotPtr<ITnRobotSurfacePool> m_surfaces;
 };
 
-using Surface = tntest::Held<ITnRobotSurface>;
+using Surface = TnRobotPtr<ITnRobotSurface>;
 
 /// @return a surface's pixels, all bytes of its memory.
 inline Bytes Pixels(ITnRobotSurface& surface) {
-    ITnRobotSurface::STnLockSurface lock = {};
-    surface.LockSurface(lock);
-    Bytes pixels(lock.pData, lock.pData + lock.nDataSize);
-    surface.UnLockSurface();
-    return pixels;
+    const tn::LockedPixels pixels(surface);
+    return {pixels.Lock().pData, pixels.Lock().pData + pixels.Lock().nDataSize};
 }
 
 inline ITnRobotSurface::STnSurfaceDesc Description(ITnRobotSurface& surface) {

@@ -27,7 +27,7 @@ Bytes MakePixels(FuzzInput& input) {
 void RequireSameSize(const STnNLImageData& image, const PicturePools& pools, ITnRobotMemoryBlock* pBlock) {
     ITnRobotSurface* pSurface = nullptr;
     Require(TnRobotImageUtils::LoadImage(pBlock, pools.Surfaces(), &pSurface) == 0, "what was saved can be loaded");
-    const Surface surface(pSurface);
+    const Surface surface(pSurface, tn::kAdopt);
     const ITnRobotSurface::STnSurfaceDesc desc = Description(*surface);
     Require(desc.nWidth == image.nWidth && desc.nHeight == image.nHeight, "the size is the same");
     Require(desc.eImageType == TN_IMAGE_BGR24, "every loaded picture is B,G,R");
@@ -41,9 +41,9 @@ void RequireSameFile(const STnNLImageData& image, const PicturePools& pools, ITn
     if (TnRobotImageUtils::NlImage2Surface(image, pools.Surfaces(), &pSurface) != 0) {
         return;
     }
-    const Surface surface(pSurface);
+    const Surface surface(pSurface, tn::kAdopt);
     Require(TnRobotImageUtils::SaveImage(pSurface, pools.Blocks(), &pBlock) == 0, "a surface is saved too");
-    const tntest::Held<ITnRobotMemoryBlock> block(pBlock);
+    const TnRobotPtr<ITnRobotMemoryBlock> block(pBlock, tn::kAdopt);
     unsigned int nSize = 0;
     unsigned int nSavedSize = 0;
     const unsigned char* pBytes = pBlock->QueryMemory(nSize);
@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
         Require(pBlock == nullptr, "a failure leaves the out-pointer alone");
         return 0;
     }
-    const tntest::Held<ITnRobotMemoryBlock> block(pBlock);
+    const TnRobotPtr<ITnRobotMemoryBlock> block(pBlock, tn::kAdopt);
     RequireSameSize(image, pools, pBlock);
     RequireSameFile(image, pools, *block);
     return 0;

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "FuzzInput.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/fakes/TestBlocks.h"
-#include "support/objects/Held.h"
 
 using namespace tnfuzz;
 
@@ -116,10 +116,10 @@ private:
 
 class Run {
 public:
-    explicit Run(FuzzInput& input) : m_input(input), m_pool(new OddPool(input)), m_model(*m_pool) {
+    explicit Run(FuzzInput& input) : m_input(input), m_pool(tn::MakeObject<OddPool>(input)), m_model(*m_pool) {
         ITnRobotMemDataStream* pStream = nullptr;
         Require(TnCreateRobotMemDataStream(m_pool.get(), &pStream) == 1, "a stream can be made");
-        m_stream.reset(pStream);
+        m_stream.attach(pStream);
     }
 
     void Step() {
@@ -197,9 +197,9 @@ private:
     void ForgetLastPiece() { m_lastPiece.clear(); }
 
     FuzzInput& m_input;
-    tntest::Held<OddPool> m_pool;
+    TnRobotPtr<OddPool> m_pool;
     StreamModel m_model;
-    tntest::Held<ITnRobotMemDataStream> m_stream;
+    TnRobotPtr<ITnRobotMemDataStream> m_stream;
     const unsigned char* m_pLastPiece = nullptr;
     Bytes m_lastPiece;
 };

@@ -5,8 +5,8 @@
 #include <limits>
 
 #include "FuzzInput.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/bytes/MemFileModels.h"
-#include "support/objects/Held.h"
 
 using namespace tnfuzz;
 using tntest::ChunkModel;
@@ -16,12 +16,12 @@ namespace {
 
 constexpr long long kMostBytes = 40;  // of one operation
 
-using MemFile = tntest::Held<ITnRobotMemFile>;
+using MemFile = TnRobotPtr<ITnRobotMemFile>;
 
 MemFile MakeFile() {
     ITnRobotMemFile* pFile = nullptr;
     TnCreateRobotMemFile(&pFile);
-    return tntest::Hold(pFile);
+    return tn::Adopt(pFile);
 }
 
 long long SumSaturated(long long a, long long b) {

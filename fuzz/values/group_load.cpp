@@ -25,7 +25,7 @@ std::map<std::string, Bytes> ReadEntries(ITnRobotDataValueGroup& group) {
         Require(group.GetDataValueType(strName.c_str()) == eType, "a name leads to its value");
         ITnRobotDataValue* pValue = nullptr;
         if (group.GetValue(strName.c_str(), &pValue) == 0) {
-            const tntest::Held<ITnRobotDataValue> value(pValue);
+            const TnRobotPtr<ITnRobotDataValue> value(pValue, tn::kAdopt);
             ReadEverything(*pValue);
             entries[strName] = SavedForm(*pValue);
         } else {
@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     const LoadingArchive archive(Bytes(pData, pData + nSize));
     group->Serialize(archive.Get());
     const auto entries = ReadEntries(*group);
-    const Group clone(group->Clone());
+    const Group clone(group->Clone(), tn::kAdopt);
     Require(ReadEntries(*clone) == entries, "a clone holds the same");
 
     const Bytes saved = SavedForm(*group);
@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     for (const auto& [strName, bytes] : entries) {
         ITnRobotDataValue* pValue = nullptr;
         Require(group->GetValue(strName.c_str(), &pValue) == 0, "an entry stays");
-        const tntest::Held<ITnRobotDataValue> value(pValue);
+        const TnRobotPtr<ITnRobotDataValue> value(pValue, tn::kAdopt);
         Require(SavedForm(*pValue) == bytes, "with its value");
     }
     return 0;

@@ -78,7 +78,7 @@ void Step(FuzzInput& input, ITnRobotDataValueGroup& group, Entries& entries) {
     } else if (nStep == kSetters.size() + 1) {
         ITnRobotDataValue* pValue = nullptr;
         if (group.GetValue(strName.c_str(), &pValue) == 0) {
-            const tntest::Held<ITnRobotDataValue> value(pValue);
+            const TnRobotPtr<ITnRobotDataValue> value(pValue, tn::kAdopt);
             const std::string strOther = strName + "'";
             Require(group.SetValue(strOther.c_str(), pValue) == 0, "a value can have two names");
             entries[strOther] = entries[strName];
@@ -111,7 +111,7 @@ void ReadAll(ITnRobotDataValueGroup& group, const Entries& entries) {
     for (const auto& [strName, bytes] : entries) {
         ITnRobotDataValue* pValue = nullptr;
         if (group.GetValue(strName.c_str(), &pValue) == 0) {
-            const tntest::Held<ITnRobotDataValue> value(pValue);
+            const TnRobotPtr<ITnRobotDataValue> value(pValue, tn::kAdopt);
             Require(SavedForm(*pValue) == bytes, "each value is saved as it was stored");
             ReadEverything(*pValue);
         }

@@ -8,7 +8,7 @@ using namespace tnfuzz;
 
 namespace {
 
-using Value = tntest::Held<ITnRobotDataValue>;
+using Value = TnRobotPtr<ITnRobotDataValue>;
 
 // A loaded value keeps the length it had before, so it matters what that was.
 Value MakeValue(FuzzInput& input) {
@@ -34,7 +34,7 @@ Value MakeValue(FuzzInput& input) {
             TnCreateRobotBlockData(bytes.data(), static_cast<unsigned int>(bytes.size()), &pValue);
         }
     }
-    return tntest::Hold(pValue);
+    return tn::Adopt(pValue);
 }
 
 // A text is kept from before the load when one was asked for then.
@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     ReadEverything(*value);
 
     const Bytes saved = SavedForm(*value);
-    const Value clone(value->Clone());
+    const Value clone(value->Clone(), tn::kAdopt);
     Require(SavedForm(*clone) == saved, "a clone is saved as the same bytes");
     ReadEverything(*clone);
     other->Copy(value.get());

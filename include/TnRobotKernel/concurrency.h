@@ -253,6 +253,7 @@ public:
     /// callers rely on. Whoever wants it run passes a runner to the other form, then Start.
     /// @param[in] job  copied, and kept by the idle task.
     /// @return false for an empty job, otherwise true.
+    TN_ROBOT_DEPRECATED("the job is never run: pass a runner, then call Start")
     virtual bool CreateTask(const std::function<void(ITnRobotEvent*)>& job) = 0;
 
     /// @return number of idle tasks, not of all tasks.

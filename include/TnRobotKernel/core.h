@@ -26,6 +26,14 @@
 /// Marks what the shared library exports; everything else is hidden.
 #define TN_ROBOT_API __attribute__((visibility("default")))
 
+/// Marks what does nothing, or not what its name says, and stays for programs that have it: who calls it
+/// is warned. Define TN_ROBOT_SILENCE_DEPRECATED, before the first of these headers, for no warnings.
+#ifdef TN_ROBOT_SILENCE_DEPRECATED
+#define TN_ROBOT_DEPRECATED(text)
+#else
+#define TN_ROBOT_DEPRECATED(text) __attribute__((deprecated(text)))
+#endif
+
 class CTnRobotObject;
 class ITnRobotArchive;
 

@@ -10,7 +10,7 @@
 /// is thrown that the function below does not throw: std::bad_alloc, and std::system_error where a
 /// thread is made. The pointer that comes back owns one reference and releases it.
 ///
-/// Comes with tn/saving.h and tn/objects.h, which keep objects in files.
+/// Comes with what stands in tn/: objects in files, pictures, pixels, the values of groups.
 ///
 /// Threads: MakeXxx are thread-safe, every other helper is as thread-safe as what it calls.
 
@@ -19,8 +19,12 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/groups.h"
 #include "TnRobotKernel/tn/objects.h"
+#include "TnRobotKernel/tn/pictures.h"
+#include "TnRobotKernel/tn/pixels.h"
 #include "TnRobotKernel/tn/saving.h"
+#include "TnRobotKernel/tn/surfaces.h"
 
 namespace tn {
 
@@ -44,6 +48,11 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
     TnRobotPtr<T> object;
     KeepIf(pfnCreate(args..., object.put()) == nSuccess, object);
     return object;
+}
+
+template <typename T>
+TnRobotPtr<ITnRobotDataValue> CreateValue(int (*pfnCreate)(T, ITnRobotDataValue**), T value) {
+    return Create<ITnRobotDataValue>(kZeroIsSuccess, pfnCreate, value);
 }
 
 }  // namespace detail
@@ -101,76 +110,67 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
 
 // Values and groups. Without the process-wide value pool all of them are empty.
 
-/// @return a DATA_TYPE_BOOL value.
-/// @param[in] bValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeBoolData(bool bValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotBoolData, bValue);
+/// @return a value of the type in the function's name.
+/// @param[in] value  what the value holds.
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeBoolData(bool value) {
+    return detail::CreateValue(TnCreateRobotBoolData, value);
 }
 
-/// @return a DATA_TYPE_CHAR value.
-/// @param[in] chValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeCharData(char chValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotCharData, chValue);
+/// @copydoc MakeBoolData
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeCharData(char value) {
+    return detail::CreateValue(TnCreateRobotCharData, value);
 }
 
 /// @return a DATA_TYPE_BYTE value; bits above the lowest 8 are dropped.
 /// @param[in] nValue  what the value holds.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeByteData(unsigned short nValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotByteData, nValue);
+    return detail::CreateValue(TnCreateRobotByteData, nValue);
 }
 
-/// @return a DATA_TYPE_SHORT value.
-/// @param[in] nValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeShortData(short nValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotShortData, nValue);
+/// @copydoc MakeBoolData
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeShortData(short value) {
+    return detail::CreateValue(TnCreateRobotShortData, value);
 }
 
-/// @return a DATA_TYPE_USHORT value.
-/// @param[in] nValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeUShortData(unsigned short nValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotUShortData, nValue);
+/// @copydoc MakeBoolData
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeUShortData(unsigned short value) {
+    return detail::CreateValue(TnCreateRobotUShortData, value);
 }
 
-/// @return a DATA_TYPE_INT value.
-/// @param[in] nValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeIntData(int nValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotIntData, nValue);
+/// @copydoc MakeBoolData
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeIntData(int value) {
+    return detail::CreateValue(TnCreateRobotIntData, value);
 }
 
-/// @return a DATA_TYPE_UINT value.
-/// @param[in] nValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeUintData(unsigned int nValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotUintData, nValue);
+/// @copydoc MakeBoolData
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeUintData(unsigned int value) {
+    return detail::CreateValue(TnCreateRobotUintData, value);
 }
 
-/// @return a DATA_TYPE_FLOAT value.
-/// @param[in] fValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeFloatData(float fValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotFloatData, fValue);
+/// @copydoc MakeBoolData
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeFloatData(float value) {
+    return detail::CreateValue(TnCreateRobotFloatData, value);
 }
 
-/// @return a DATA_TYPE_DOUBLE value.
-/// @param[in] dValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeDoubleData(double dValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotDoubleData, dValue);
+/// @copydoc MakeBoolData
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeDoubleData(double value) {
+    return detail::CreateValue(TnCreateRobotDoubleData, value);
 }
 
-/// @return a DATA_TYPE_LONGLONG value.
-/// @param[in] nValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeLonglongData(long long nValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotLonglongData, nValue);
+/// @copydoc MakeBoolData
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeLonglongData(long long value) {
+    return detail::CreateValue(TnCreateRobotLonglongData, value);
 }
 
-/// @return a DATA_TYPE_ULONGLONG value.
-/// @param[in] nValue  what the value holds.
-[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeULonglongData(unsigned long long nValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotULonglongData, nValue);
+/// @copydoc MakeBoolData
+[[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeULonglongData(unsigned long long value) {
+    return detail::CreateValue(TnCreateRobotULonglongData, value);
 }
 
 /// @return a DATA_TYPE_STRING value; empty for a null text.
 /// @param[in] lpszValue  copied.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValue> MakeStringData(const char* lpszValue) {
-    return detail::Create<ITnRobotDataValue>(detail::kZeroIsSuccess, TnCreateRobotStringData, lpszValue);
+    return detail::CreateValue(TnCreateRobotStringData, lpszValue);
 }
 
 /// @return a DATA_TYPE_BLOCK value; empty for null pData with a size above 0.
@@ -244,12 +244,8 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
     if (nResult != detail::kZeroIsSuccess || !surface) {
         return nullptr;
     }
-    ITnRobotSurface::STnLockSurface lock{};
-    const bool bLocked = surface->LockSurface(lock);
-    if (bLocked) {
-        surface->UnLockSurface();
-    }
-    detail::KeepIf(bLocked && lock.pData != nullptr, surface);
+    const bool bHasPixels = LockedPixels(surface).Lock().pData != nullptr;
+    detail::KeepIf(bHasPixels, surface);
     return surface;
 }
 

@@ -8,12 +8,14 @@
 #define TNROBOTKERNEL_OPENCV_H_
 
 #include <cstddef>
-#include <cstring>
+#include <limits>
 #include <memory>
 #include <opencv2/core/mat.hpp>
 #include <utility>
 
 #include "TnRobotKernel/make.h"
+#include "TnRobotKernel/tn/pixels.h"
+#include "TnRobotKernel/tn/surfaces.h"
 
 namespace tn {
 
@@ -80,37 +82,15 @@ namespace detail {
 class SurfaceLease {
 public:
     SurfaceLease(TnRobotPtr<ITnRobotSurface> surface, TnRobotPtr<ITnUnknown> keepAlive)
-        : m_keepAlive(std::move(keepAlive)),
-          m_surface(std::move(surface)),
-          m_second(m_surface),
-          m_bLocked(m_surface && m_surface->LockSurface(m_lock)) {}
-    SurfaceLease(const SurfaceLease&) = delete;
-    SurfaceLease& operator=(const SurfaceLease&) = delete;
-    ~SurfaceLease() {
-        if (m_bLocked) {
-            m_surface->UnLockSurface();
-        }
-    }
+        : m_keepAlive(std::move(keepAlive)), m_surface(std::move(surface)), m_second(m_surface), m_pixels(m_surface) {}
 
-    const ITnRobotSurface::STnLockSurface& Pixels() const { return m_lock; }
-
-    /// @return whether the rows lie in the surface's memory as elements of a matrix.
-    bool IsMatrix() const {
-        const int nType = m_bLocked ? CvTypeOf(m_lock.eImageType) : -1;
-        if (nType < 0 || m_lock.pData == nullptr || m_lock.nWidth < 1 || m_lock.nHeight < 1 || m_lock.nPitch < 1) {
-            return false;
-        }
-        const auto nPitch = static_cast<std::size_t>(m_lock.nPitch);
-        const std::size_t nRow = static_cast<std::size_t>(m_lock.nWidth) * CV_ELEM_SIZE(nType);
-        return nRow <= nPitch && static_cast<std::size_t>(m_lock.nHeight) <= m_lock.nDataSize / nPitch;
-    }
+    const LockedPixels& Pixels() const { return m_pixels; }
 
 private:
     TnRobotPtr<ITnUnknown> m_keepAlive;  // goes last
     TnRobotPtr<ITnRobotSurface> m_surface;
     TnRobotPtr<ITnRobotSurface> m_second;
-    ITnRobotSurface::STnLockSurface m_lock{};
-    bool m_bLocked;  // after m_lock, which the lock fills
+    LockedPixels m_pixels;
 };
 
 // Lets matrices share a lease as they share memory of OpenCV's own. It allocates nothing itself:
@@ -137,54 +117,19 @@ public:
     }
 };
 
-// A block whose bytes are those of a matrix, which it shares.
-class MatBlock final : public ITnRobotMemoryBlock {
-public:
-    MatBlock(cv::Mat mat, unsigned int nSize) : m_mat(std::move(mat)), m_nSize(nSize) {}
-
-    unsigned char* QueryMemory(unsigned int& nSize) override {
-        nSize = m_nSize;
-        return m_mat.data;
-    }
-
-private:
-    cv::Mat m_mat;
-    unsigned int m_nSize;
-};
-
-// Hands out one matrix as blocks: a surface made from it has the matrix's pixels.
-class MatBlockPool final : public ITnRobotMemoryBlockPool {
-public:
-    explicit MatBlockPool(cv::Mat mat) : m_mat(std::move(mat)) {}
-
-    int QueryMemBuff(unsigned int nSize, ITnRobotMemoryBlock** ppBlock) override {
-        if (ppBlock == nullptr || static_cast<std::size_t>(m_mat.datalimit - m_mat.data) < nSize) {
-            return 0;
-        }
-        *ppBlock = MakeObject<MatBlock>(m_mat, nSize).detach();
-        return 1;
-    }
-    void FreeUnuseMemory() override {}
-
-private:
-    cv::Mat m_mat;
-};
-
-// Whether all bytes of all rows, at this pitch, are the matrix's own. Padding belongs to a surface, so
+// Whether all bytes of all rows, padding included, are the matrix's own. Padding belongs to a surface, so
 // it must not be somebody else's pixels, nor lie behind the memory's end: rows have none, or the
 // matrix is the whole of memory whose size is known.
-inline bool HasFullRows(const cv::Mat& mat, std::size_t nPitch) {
-    if (mat.rows > 1 && mat.step[0] != nPitch) {
-        return false;
-    }
+inline bool HasFullRows(const cv::Mat& mat) {
     const bool bOwnsMemory = mat.u != nullptr && !mat.isSubmatrix() && mat.data == mat.u->data;
-    return static_cast<std::size_t>(mat.cols) * mat.elemSize() == nPitch ||
-           (bOwnsMemory && static_cast<std::size_t>(mat.rows) <= mat.u->size / nPitch);
+    return static_cast<std::size_t>(mat.cols) * mat.elemSize() == mat.step[0] ||
+           (bOwnsMemory && static_cast<std::size_t>(mat.rows) <= mat.u->size / mat.step[0]);
 }
 
 // @return whether the matrix can be a picture of this format.
 inline bool IsPicture(const cv::Mat& mat, ETnNLImageType eType) {
-    return mat.dims == 2 && !mat.empty() && CvTypeOf(eType) == mat.type();
+    return mat.dims == 2 && !mat.empty() && CvTypeOf(eType) == mat.type() &&
+           mat.step[0] <= static_cast<std::size_t>(std::numeric_limits<int>::max());
 }
 
 }  // namespace detail
@@ -211,10 +156,10 @@ inline constexpr std::nullptr_t kSurfaceKeepsPixels = nullptr;
 /// Threads: externally synchronised, like a matrix; the last one may go on any thread.
 [[nodiscard]] inline cv::Mat MatOver(TnRobotPtr<ITnRobotSurface> surface, TnRobotPtr<ITnUnknown> keepAlive) {
     auto lease = std::make_unique<detail::SurfaceLease>(std::move(surface), std::move(keepAlive));
-    if (!lease->IsMatrix()) {
+    const ITnRobotSurface::STnLockSurface& pixels = lease->Pixels().Lock();
+    if (!lease->Pixels() || CvTypeOf(pixels.eImageType) < 0) {
         return {};
     }
-    const ITnRobotSurface::STnLockSurface& pixels = lease->Pixels();
     cv::Mat mat(pixels.nHeight, pixels.nWidth, CvTypeOf(pixels.eImageType), pixels.pData,
                 static_cast<std::size_t>(pixels.nPitch));
     auto* pShared = new cv::UMatData(&detail::SurfaceMatAllocator::Instance());
@@ -229,33 +174,21 @@ inline constexpr std::nullptr_t kSurfaceKeepsPixels = nullptr;
 /// A surface over the matrix's own pixels: nothing is copied, and the surface shares the matrix's
 /// memory for as long as it lives. A matrix over memory of somebody else's only borrows it.
 ///
-/// This works where the rows lie as a surface's do: at 3 x width rounded up to a multiple of 4 for
-/// three channels, at the plain row length otherwise. Where that leaves padding behind each row, the
-/// matrix must be the whole of its own memory: the padding of a region is pixels of its neighbours,
-/// and of borrowed memory nobody can tell whether padding follows the last row. So regions and
-/// matrices over borrowed memory work with full rows only, which for three channels are those whose
-/// width is a multiple of 4. CopyToSurface takes every matrix.
+/// The rows may have any pitch. Where that leaves padding behind each row, the matrix must be the whole of
+/// its own memory: the padding of a region is pixels of its neighbours, and of borrowed memory nobody can
+/// tell whether padding follows the last row. So regions and matrices over borrowed memory work with full
+/// rows only. CopyToSurface takes every matrix, and the other SurfaceOver memory that the caller vouches for.
 ///
 /// The surface belongs to no pool; its last Release destroys it. The origin position is (0, 0).
 /// @param[in] mat    two dimensions, elements of eType.
 /// @param[in] eType  what the elements mean.
-/// @return the surface; empty when the type does not fit the elements, and when the rows are not full
-///         or lie otherwise.
+/// @return the surface; empty when the type does not fit the elements, and when the rows are not full.
 [[nodiscard]] inline TnRobotPtr<ITnRobotSurface> SurfaceOver(const cv::Mat& mat, ETnNLImageType eType) {
-    if (!detail::IsPicture(mat, eType)) {
+    if (!detail::IsPicture(mat, eType) || !detail::HasFullRows(mat)) {
         return nullptr;
     }
-    const auto blocks = MakeObject<detail::MatBlockPool>(mat);
-    auto pool = MakeSurfacePool(blocks.get());
-    const ITnRobotSurface::STnSurfaceDesc desc{mat.cols, mat.rows, 0, eType, {0, 0}};
-    TnRobotPtr<ITnRobotSurface> surface = QuerySurface(*pool, desc);
-    if (!surface || !detail::HasFullRows(mat, static_cast<std::size_t>(desc.nPitch))) {
-        return nullptr;
-    }
-    // With two holders the surface keeps its pixels when its pool goes.
-    const TnRobotPtr<ITnRobotSurface> second = surface;
-    pool.reset();
-    return surface;
+    const ITnRobotSurface::STnSurfaceDesc desc{mat.cols, mat.rows, static_cast<int>(mat.step[0]), eType, {0, 0}};
+    return SurfaceOver(mat.data, mat.step[0] * static_cast<std::size_t>(mat.rows), desc, mat);
 }
 
 /// As above, with the format that OpenCV means by the matrix's type (ImageTypeOf).
@@ -314,10 +247,7 @@ public:
     explicit operator bool() const { return m_surface && !m_mat.empty(); }
 
     /// @return whether the matrix still lies in the surface.
-    bool Shares() const {
-        const detail::SurfaceLease lease(m_surface, nullptr);
-        return !m_mat.empty() && m_mat.data == lease.Pixels().pData;
-    }
+    bool Shares() const { return !m_mat.empty() && m_mat.data == LockedPixels(m_surface).Lock().pData; }
 
     /// @return the surface; an empty pointer when this holds nothing.
     const TnRobotPtr<ITnRobotSurface>& Surface() const { return m_surface; }
@@ -351,18 +281,19 @@ private:
     if (!detail::IsPicture(mat, eType)) {
         return nullptr;
     }
-    SurfaceMat target = SurfaceMat::Allocate(pool, mat.size(), eType, kSurfaceKeepsPixels);
-    if (!target) {
+    // The last row of a region ends with its pixels.
+    const std::size_t nRow = static_cast<std::size_t>(mat.cols) * mat.elemSize();
+    const std::size_t nBytes = mat.step[0] * static_cast<std::size_t>(mat.rows - 1) + nRow;
+    if (nBytes > std::numeric_limits<unsigned int>::max()) {
         return nullptr;
     }
-    const std::size_t nRow = static_cast<std::size_t>(mat.cols) * mat.elemSize();
-    const std::size_t nPadding = target.Mat().step[0] - nRow;
-    for (int nY = 0; nY < mat.rows; ++nY) {
-        unsigned char* pRow = target.Mat().ptr(nY);
-        std::memcpy(pRow, mat.ptr(nY), nRow);
-        std::memset(pRow + nRow, 0, nPadding);
-    }
-    return target.Surface();
+    STnNLImageData image{};
+    image.pData = mat.data;
+    image.nDataSize = static_cast<unsigned int>(nBytes);
+    image.nWidth = mat.cols;
+    image.nHeight = mat.rows;
+    image.eImageType = eType;
+    return CopyToSurface(pool, image, static_cast<int>(mat.step[0]));
 }
 
 /// As above, with the format that OpenCV means by the matrix's type (ImageTypeOf).

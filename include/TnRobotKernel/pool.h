@@ -18,7 +18,7 @@
 
 class ITnPoolElement;
 
-namespace tnrobot {
+namespace tn::detail {
 
 /// Whether a pointer to From can be cast to To without a check: not where From is a virtual base of To,
 /// an ambiguous one or none at all.
@@ -27,7 +27,7 @@ struct IsStaticCastable : std::false_type {};
 template <typename From, typename To>
 struct IsStaticCastable<From, To, std::void_t<decltype(static_cast<To*>(std::declval<From*>()))>> : std::true_type {};
 
-}  // namespace tnrobot
+}  // namespace tn::detail
 
 /// @addtogroup pool
 /// @{
@@ -243,7 +243,7 @@ private:
     // The checked cast, which the elements of one pool need not pay for twice: they are almost
     // always of one class, and what was true of one object of a class is true of all.
     T* AsElementType(ITnPoolElement* pElement) {
-        if constexpr (tnrobot::IsStaticCastable<ITnPoolElement, T>::value) {
+        if constexpr (tn::detail::IsStaticCastable<ITnPoolElement, T>::value) {
             const std::type_info& type = typeid(*pElement);
             if (m_pKnownType == nullptr || *m_pKnownType != type) {
                 if (dynamic_cast<T*>(pElement) == nullptr) {
@@ -281,11 +281,11 @@ private:
     }
 
     std::mutex m_mutex;
-    std::vector<ITnPoolElement*> m_elements;             // guarded by m_mutex; only grows
-    tnrobot::RingQueue<ITnPoolElement*> m_freeElements;  // guarded by m_mutex; front returned first
-    unsigned int m_nMaxCount = 4294967295U;              // guarded by m_mutex
-    const std::type_info* m_pKnownType = nullptr;        // guarded by m_mutex; a class that is a T
-    ITnElementAlloc* m_pAlloc;                           // one reference
+    std::vector<ITnPoolElement*> m_elements;                // guarded by m_mutex; only grows
+    tn::detail::RingQueue<ITnPoolElement*> m_freeElements;  // guarded by m_mutex; front returned first
+    unsigned int m_nMaxCount = 4294967295U;                 // guarded by m_mutex
+    const std::type_info* m_pKnownType = nullptr;           // guarded by m_mutex; a class that is a T
+    ITnElementAlloc* m_pAlloc;                              // one reference
 };
 
 /// @}

@@ -82,7 +82,7 @@ public:
     /// @param[in] lpszDirectory  path, copied; an empty text brings the default back.
     static void SetDebugDir(const char* lpszDirectory);
 
-    /// Builds a path in the debug directory.
+    /// Builds a path in the debug directory, as MakeProfile does in its own.
     /// @param[in]  lpszName  name, borrowed for the call.
     /// @param[out] lpszPath  as of MakeWorkFilePath.
     static void MakeDebugFile(const char* lpszName, char* lpszPath);
@@ -104,6 +104,7 @@ public:
     /// @param[in] lpszName     ignored.
     /// @param[in] lpszPattern  ignored.
     /// @return always false: wildcards are not supported, not even "*".
+    TN_ROBOT_DEPRECATED("always false: wildcards are not supported")
     static bool MatchWildcard(const char* lpszName, const char* lpszPattern);
 
     /// @param[in] lpszName  path, borrowed for the call.
@@ -159,7 +160,7 @@ public:
 /// treating the default differently.
 ///
 /// Threads: thread-safe.
-class TN_ROBOT_API TnRobotIniFileUtils {
+class TN_ROBOT_API TN_ROBOT_DEPRECATED("no settings file is behind it: nothing is read or stored") TnRobotIniFileUtils {
 public:
     TnRobotIniFileUtils() = delete;
 
@@ -175,35 +176,23 @@ public:
     /// @return always 0.
     static int GetIntValue(const char* lpszSection, const char* lpszKey, int nDefault);
 
-    /// @param[in] lpszSection  ignored.
-    /// @param[in] lpszKey      ignored.
-    /// @param[in] nDefault     the result.
-    /// @return nDefault.
-    static short GetShortValue(const char* lpszSection, const char* lpszKey, short nDefault);
+    /// @param[in] lpszSection   ignored.
+    /// @param[in] lpszKey       ignored.
+    /// @param[in] defaultValue  the result.
+    /// @return defaultValue.
+    static short GetShortValue(const char* lpszSection, const char* lpszKey, short defaultValue);
+    /// @copydoc GetShortValue
+    static bool GetBoolValue(const char* lpszSection, const char* lpszKey, bool defaultValue);
+    /// @copydoc GetShortValue
+    static float GetFloatValue(const char* lpszSection, const char* lpszKey, float defaultValue);
 
     /// @param[in] lpszSection  ignored.
     /// @param[in] lpszKey      ignored.
-    /// @param[in] bDefault     the result.
-    /// @return bDefault.
-    static bool GetBoolValue(const char* lpszSection, const char* lpszKey, bool bDefault);
-
-    /// @param[in] lpszSection  ignored.
-    /// @param[in] lpszKey      ignored.
-    /// @param[in] fDefault     the result.
-    /// @return fDefault.
-    static float GetFloatValue(const char* lpszSection, const char* lpszKey, float fDefault);
-
-    /// @param[in] lpszSection  ignored.
-    /// @param[in] lpszKey      ignored.
-    /// @param[in] nValue       ignored.
+    /// @param[in] value        ignored.
     /// @return always 0.
-    static int SetIntValue(const char* lpszSection, const char* lpszKey, int nValue);
-
-    /// @param[in] lpszSection  ignored.
-    /// @param[in] lpszKey      ignored.
-    /// @param[in] bValue       ignored.
-    /// @return always 0.
-    static int SetBoolValue(const char* lpszSection, const char* lpszKey, bool bValue);
+    static int SetIntValue(const char* lpszSection, const char* lpszKey, int value);
+    /// @copydoc SetIntValue
+    static int SetBoolValue(const char* lpszSection, const char* lpszKey, bool value);
 };
 
 /// Dumps of bytes, and text that is taken apart.
@@ -235,15 +224,15 @@ public:
     /// @param[in] lpszText  text, borrowed for the call.
     /// @return a copy of the text, byte for byte: character sets are not converted.
     /// Throws std::logic_error for a null text.
+    TN_ROBOT_DEPRECATED("copies the text: character sets are not converted")
     static std::string GbkToUtf8(const char* lpszText);
-
-    /// @param[in] lpszText  text, borrowed for the call.
-    /// @return a copy of the text, byte for byte: character sets are not converted.
-    /// Throws std::logic_error for a null text.
+    /// @copydoc GbkToUtf8
+    TN_ROBOT_DEPRECATED("copies the text: character sets are not converted")
     static std::string UtfToGbk(const char* lpszText);
 
     /// @param[in] lpszText  ignored.
     /// @return always an empty text.
+    TN_ROBOT_DEPRECATED("always an empty text")
     static std::string WStringToString(const wchar_t* lpszText);
 
     /// Splits a text at a separator; empty parts are dropped.

@@ -51,59 +51,30 @@ public:
     /// @return the value's type; DATA_TYPE_NONE for one that holds nothing.
     virtual ETnRobotDataValueType GetDataValueType() = 0;
 
-    /// Reads a DATA_TYPE_BOOL.
+    /// Reads a value of the type in the operation's name: CharData a DATA_TYPE_CHAR.
     /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or false when its type is another.
+    /// @return the value, or 0 (false) when its type is another.
     virtual bool BoolData(int* pError) = 0;
 
-    /// Reads a DATA_TYPE_CHAR.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual char CharData(int* pError) = 0;
-
-    /// Reads a DATA_TYPE_BYTE.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual unsigned char ByteData(int* pError) = 0;
-
-    /// Reads a DATA_TYPE_SHORT.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual short ShortData(int* pError) = 0;
-
-    /// Reads a DATA_TYPE_USHORT.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual unsigned short UShortData(int* pError) = 0;
-
-    /// Reads a DATA_TYPE_INT.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual int IntData(int* pError) = 0;
-
-    /// Reads a DATA_TYPE_UINT.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual unsigned int UintData(int* pError) = 0;
-
-    /// Reads a DATA_TYPE_FLOAT.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual float FloatData(int* pError) = 0;
-
-    /// Reads a DATA_TYPE_DOUBLE.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual double DoubleData(int* pError) = 0;
-
-    /// Reads a DATA_TYPE_LONGLONG.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual long long LonglongData(int* pError) = 0;
-
-    /// Reads a DATA_TYPE_ULONGLONG.
-    /// @param[out] pError  0 when the type matches, else -1; may be null.
-    /// @return the value, or 0 when its type is another.
+    /// @copydoc BoolData(int*)
     virtual unsigned long long ULonglongData(int* pError) = 0;
 
     /// Reads a DATA_TYPE_STRING.
@@ -190,136 +161,57 @@ public:
     /// @return the type of the named value, DATA_TYPE_NONE when it is not there.
     virtual ETnRobotDataValueType GetDataValueType(const char* lpszName) = 0;
 
-    /// Stores a DATA_TYPE_BOOL value.
+    /// Stores a value of the type that the argument has; unsigned char makes a DATA_TYPE_BYTE.
     /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] bValue    what it holds.
+    /// @param[in] value     what it holds.
     /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, bool bValue) = 0;
+    virtual int SetValue(const char* lpszName, bool value) = 0;
 
-    /// Reads the named value as DATA_TYPE_BOOL.
+    /// Reads the named value as the type in the operation's name: CharData as DATA_TYPE_CHAR.
     /// @param[in]  lpszName  name; may be empty.
     /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or false when it is missing or of another type.
+    /// @return the value, or 0 (false) when it is missing or of another type.
     virtual bool BoolData(const char* lpszName, int* pError) = 0;
 
-    /// Stores a DATA_TYPE_CHAR value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] chValue   what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, char chValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_CHAR.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, char value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual char CharData(const char* lpszName, int* pError) = 0;
-
-    /// Stores a DATA_TYPE_BYTE value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] byValue   what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, unsigned char byValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_BYTE.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, unsigned char value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual unsigned char ByteData(const char* lpszName, int* pError) = 0;
-
-    /// Stores a DATA_TYPE_SHORT value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] nValue    what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, short nValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_SHORT.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, short value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual short ShortData(const char* lpszName, int* pError) = 0;
-
-    /// Stores a DATA_TYPE_USHORT value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] nValue    what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, unsigned short nValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_USHORT.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, unsigned short value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual unsigned short UShortData(const char* lpszName, int* pError) = 0;
-
-    /// Stores a DATA_TYPE_INT value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] nValue    what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, int nValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_INT.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, int value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual int IntData(const char* lpszName, int* pError) = 0;
-
-    /// Stores a DATA_TYPE_UINT value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] nValue    what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, unsigned int nValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_UINT.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, unsigned int value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual unsigned int UintData(const char* lpszName, int* pError) = 0;
-
-    /// Stores a DATA_TYPE_FLOAT value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] fValue    what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, float fValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_FLOAT.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, float value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual float FloatData(const char* lpszName, int* pError) = 0;
-
-    /// Stores a DATA_TYPE_DOUBLE value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] dValue    what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, double dValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_DOUBLE.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, double value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual double DoubleData(const char* lpszName, int* pError) = 0;
-
-    /// Stores a DATA_TYPE_LONGLONG value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] nValue    what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, long long nValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_LONGLONG.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, long long value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual long long LonglongData(const char* lpszName, int* pError) = 0;
-
-    /// Stores a DATA_TYPE_ULONGLONG value.
-    /// @param[in] lpszName  name, copied; may be empty.
-    /// @param[in] nValue    what it holds.
-    /// @return 0 on success, -1 on failure.
-    virtual int SetValue(const char* lpszName, unsigned long long nValue) = 0;
-
-    /// Reads the named value as DATA_TYPE_ULONGLONG.
-    /// @param[in]  lpszName  name; may be empty.
-    /// @param[out] pError    0 when it is there and of that type, else -1; may be null.
-    /// @return the value, or 0 when it is missing or of another type.
+    /// @copydoc SetValue(const char*,bool)
+    virtual int SetValue(const char* lpszName, unsigned long long value) = 0;
+    /// @copydoc BoolData(const char*,int*)
     virtual unsigned long long ULonglongData(const char* lpszName, int* pError) = 0;
 
     /// Stores a DATA_TYPE_STRING value.
@@ -360,71 +252,37 @@ public:
     virtual ITnRobotDataValueGroup* Clone() = 0;
 };
 
-/// Creates a DATA_TYPE_BOOL value. Thread-safe.
-/// @param[in]  bValue   what the value holds.
+/// Creates a value of the type in the function's name, TnCreateRobotBoolData a DATA_TYPE_BOOL. Thread-safe.
+/// @param[in]  value    what the value holds.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotBoolData(bool bValue, ITnRobotDataValue** ppValue);
+TN_ROBOT_API int TnCreateRobotBoolData(bool value, ITnRobotDataValue** ppValue);
 
-/// Creates a DATA_TYPE_CHAR value. Thread-safe.
-/// @param[in]  chValue  what the value holds.
-/// @param[out] ppValue  +1, caller releases; untouched on failure.
-/// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotCharData(char chValue, ITnRobotDataValue** ppValue);
+/// @copydoc TnCreateRobotBoolData
+TN_ROBOT_API int TnCreateRobotCharData(char value, ITnRobotDataValue** ppValue);
 
-/// Creates a DATA_TYPE_BYTE value. Bits above the lowest 8 are dropped. Thread-safe.
-/// @param[in]  nValue   what the value holds.
+/// Creates a DATA_TYPE_BYTE value. Thread-safe.
+/// @param[in]  nValue   what the value holds; bits above the lowest 8 are dropped.
 /// @param[out] ppValue  +1, caller releases; untouched on failure.
 /// @return 0 on success, -1 without a value pool or for a null ppValue.
 TN_ROBOT_API int TnCreateRobotByteData(unsigned short nValue, ITnRobotDataValue** ppValue);
 
-/// Creates a DATA_TYPE_SHORT value. Thread-safe.
-/// @param[in]  nValue   what the value holds.
-/// @param[out] ppValue  +1, caller releases; untouched on failure.
-/// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotShortData(short nValue, ITnRobotDataValue** ppValue);
-
-/// Creates a DATA_TYPE_USHORT value. Thread-safe.
-/// @param[in]  nValue   what the value holds.
-/// @param[out] ppValue  +1, caller releases; untouched on failure.
-/// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotUShortData(unsigned short nValue, ITnRobotDataValue** ppValue);
-
-/// Creates a DATA_TYPE_INT value. Thread-safe.
-/// @param[in]  nValue   what the value holds.
-/// @param[out] ppValue  +1, caller releases; untouched on failure.
-/// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotIntData(int nValue, ITnRobotDataValue** ppValue);
-
-/// Creates a DATA_TYPE_UINT value. Thread-safe.
-/// @param[in]  nValue   what the value holds.
-/// @param[out] ppValue  +1, caller releases; untouched on failure.
-/// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotUintData(unsigned int nValue, ITnRobotDataValue** ppValue);
-
-/// Creates a DATA_TYPE_FLOAT value. Thread-safe.
-/// @param[in]  fValue   what the value holds.
-/// @param[out] ppValue  +1, caller releases; untouched on failure.
-/// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotFloatData(float fValue, ITnRobotDataValue** ppValue);
-
-/// Creates a DATA_TYPE_DOUBLE value. Thread-safe.
-/// @param[in]  dValue   what the value holds.
-/// @param[out] ppValue  +1, caller releases; untouched on failure.
-/// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotDoubleData(double dValue, ITnRobotDataValue** ppValue);
-
-/// Creates a DATA_TYPE_LONGLONG value. Thread-safe.
-/// @param[in]  nValue   what the value holds.
-/// @param[out] ppValue  +1, caller releases; untouched on failure.
-/// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotLonglongData(long long nValue, ITnRobotDataValue** ppValue);
-
-/// Creates a DATA_TYPE_ULONGLONG value. Thread-safe.
-/// @param[in]  nValue   what the value holds.
-/// @param[out] ppValue  +1, caller releases; untouched on failure.
-/// @return 0 on success, -1 without a value pool or for a null ppValue.
-TN_ROBOT_API int TnCreateRobotULonglongData(unsigned long long nValue, ITnRobotDataValue** ppValue);
+/// @copydoc TnCreateRobotBoolData
+TN_ROBOT_API int TnCreateRobotShortData(short value, ITnRobotDataValue** ppValue);
+/// @copydoc TnCreateRobotBoolData
+TN_ROBOT_API int TnCreateRobotUShortData(unsigned short value, ITnRobotDataValue** ppValue);
+/// @copydoc TnCreateRobotBoolData
+TN_ROBOT_API int TnCreateRobotIntData(int value, ITnRobotDataValue** ppValue);
+/// @copydoc TnCreateRobotBoolData
+TN_ROBOT_API int TnCreateRobotUintData(unsigned int value, ITnRobotDataValue** ppValue);
+/// @copydoc TnCreateRobotBoolData
+TN_ROBOT_API int TnCreateRobotFloatData(float value, ITnRobotDataValue** ppValue);
+/// @copydoc TnCreateRobotBoolData
+TN_ROBOT_API int TnCreateRobotDoubleData(double value, ITnRobotDataValue** ppValue);
+/// @copydoc TnCreateRobotBoolData
+TN_ROBOT_API int TnCreateRobotLonglongData(long long value, ITnRobotDataValue** ppValue);
+/// @copydoc TnCreateRobotBoolData
+TN_ROBOT_API int TnCreateRobotULonglongData(unsigned long long value, ITnRobotDataValue** ppValue);
 
 /// Creates a text value. Thread-safe.
 /// @param[in]  lpszValue  text, copied with its terminating zero.

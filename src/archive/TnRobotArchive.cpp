@@ -55,13 +55,13 @@ bool CTnRobotArchive::Attach(ITnRobotFile* pFile, bool bStoring) {
     if (pFile == nullptr || m_file) {
         return false;
     }
-    m_file = tnrobot::Ref<ITnRobotFile>::Share(pFile);
+    m_file = tn::Retain(pFile);
     m_bStoring = bStoring;
     return true;
 }
 
 void CTnRobotArchive::Detach() {
-    m_file.Reset();
+    m_file.reset();
 }
 
 bool CTnRobotArchive::IsStoring() const {

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "TnRobotKernel/archive.h"
+#include "TnRobotKernel/ptr.h"
 #include "core/TnObjectWatcher.h"
-#include "core/TnRef.h"
 #include "values/TnByteStorage.h"
 
 /// An archive over one file.
@@ -82,7 +82,7 @@ private:
     bool _ReadObjectTable();
     void _ObjectGone(const CTnRobotObject* pObject) noexcept override;
 
-    tnrobot::Ref<ITnRobotFile> m_file;
+    TnRobotPtr<ITnRobotFile> m_file;
     bool m_bStoring = false;
     tnrobot::ByteStorage m_text;  // that ReadString returned last
     std::vector<std::string> m_classTable;

@@ -27,7 +27,7 @@ int CTnRobotAlarmClock::CreateInstance(ITnRobotAlarmClock** ppClock) {
 }
 
 bool CTnRobotAlarmClock::_Init() {
-    return CTnRobotManualEvent::CreateInstance(true, m_pStopEvent.Receive()) != 0;
+    return CTnRobotManualEvent::CreateInstance(true, m_pStopEvent.put()) != 0;
 }
 
 // The event comes last: a thread that sees the clock running finds the times of this start.

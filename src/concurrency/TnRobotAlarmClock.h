@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "TnRobotKernel/concurrency.h"
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 
 /// A stopwatch with a limit, stopped while its event is set.
 ///
@@ -33,7 +33,7 @@ private:
     long long m_startTime = 0;     // wall clock, nanoseconds since the epoch; guarded by m_mutex
     unsigned int m_timeOutMs = 0;  // guarded by m_mutex
     std::mutex m_mutex;
-    tnrobot::Ref<ITnRobotEvent> m_pStopEvent;  // set while the clock is stopped
+    TnRobotPtr<ITnRobotEvent> m_pStopEvent;  // set while the clock is stopped
 };
 
 #endif  // TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTALARMCLOCK_H_

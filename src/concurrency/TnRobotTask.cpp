@@ -21,7 +21,7 @@ int CTnRobotTask::CreateInstance(ITnRobotTaskParent* pParent, CTnRobotTask** ppT
 }
 
 bool CTnRobotTask::_Init(ITnRobotTaskParent* pParent) {
-    CTnRobotManualEvent::CreateInstance(false, m_pRunEvent.Receive());
+    CTnRobotManualEvent::CreateInstance(false, m_pRunEvent.put());
     m_pParent.store(pParent);
     return m_pRunEvent && pParent != nullptr;
 }
@@ -35,7 +35,7 @@ CTnRobotTask::~CTnRobotTask() {
     Stop();
     m_bExit.store(1);
     if (_OnWorkerThread()) {
-        m_pRunner.Reset();
+        m_pRunner.reset();
         tnrobot::Worker::Leave(std::move(m_pWorker));
     }
     m_pWorker.reset();
@@ -171,8 +171,8 @@ int CTnRobotTask::_ReleaseInherited() {
 }
 
 void CTnRobotTask::SettleHere() {
-    tnrobot::Ref<ITnRobotEvent> event;
-    CTnRobotManualEvent::CreateInstance(false, event.Receive());
+    TnRobotPtr<ITnRobotEvent> event;
+    CTnRobotManualEvent::CreateInstance(false, event.put());
     m_pRunEvent = std::move(event);
     tnrobot::Forget(m_controlMutex);
     tnrobot::Forget(m_parentMutex);
@@ -216,7 +216,7 @@ std::unique_lock<std::mutex> CTnRobotTask::_LockParent() {
 
 // The new reference comes first: it may be the runner that is bound already.
 bool CTnRobotTask::BindRunner(ITnRobotTaskRunner* pRunner) {
-    m_pRunner = tnrobot::Ref<ITnRobotTaskRunner>::Share(pRunner);
+    m_pRunner = tn::Retain(pRunner);
     return pRunner != nullptr;
 }
 
@@ -359,7 +359,7 @@ void CTnRobotTask::_OnTaskWork() {
             }
             if (!m_pRunner->IsStop()) {
                 bExecuted = true;
-                m_pRunner->Execute(m_pRunEvent.Get());
+                m_pRunner->Execute(m_pRunEvent.get());
             } else if (bExecuted) {
                 bExecuted = !_NotifyParent();
             }

@@ -9,9 +9,9 @@
 #include <thread>
 
 #include "TnRobotKernel/concurrency.h"
+#include "TnRobotKernel/ptr.h"
 #include "concurrency/TnWorker.h"
 #include "core/TnFork.h"
-#include "core/TnRef.h"
 
 /// A runner's thread, in use or idle in its pool.
 ///
@@ -125,12 +125,12 @@ private:
 
     std::atomic<int> m_bExit{0};  // set by the destructor alone
     std::mutex m_controlMutex;
-    tnrobot::Ref<ITnRobotEvent> m_pRunEvent;              // set under m_controlMutex; set: shall run
+    TnRobotPtr<ITnRobotEvent> m_pRunEvent;                // set under m_controlMutex; set: shall run
     std::atomic<unsigned long long> m_nRun{0};            // changed under m_controlMutex
     std::atomic<unsigned long long> m_nBegun{0};          // latest run whose Init has returned
     std::atomic<int> m_state{TASK_NOT_STARTED};           // see above
     std::unique_ptr<tnrobot::Worker> m_pWorker;           // guarded by m_controlMutex; null until the first Start
-    tnrobot::Ref<ITnRobotTaskRunner> m_pRunner;           // changed only while the task is idle
+    TnRobotPtr<ITnRobotTaskRunner> m_pRunner;             // changed only while the task is idle
     std::mutex m_parentMutex;                             // held while the parent is told, found or forgotten
     std::atomic<ITnRobotTaskParent*> m_pParent{nullptr};  // changed under m_parentMutex
     std::atomic<int> m_nLeft{0};                          // changed under m_parentMutex; references left to the worker

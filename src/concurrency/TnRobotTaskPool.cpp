@@ -23,7 +23,7 @@ int CTnRobotTaskPool::CreateInstance(ITnRobotTaskPool** ppPool) {
 }
 
 bool CTnRobotTaskPool::_Init() {
-    if (TnCreateRobotManualEvent(false, m_pExitEvent.Receive()) == 0) {
+    if (TnCreateRobotManualEvent(false, m_pExitEvent.put()) == 0) {
         return false;
     }
     m_pThread = std::make_unique<tnrobot::Worker>([this] { _OnThreadPoolWork(); });
@@ -91,12 +91,12 @@ bool CTnRobotTaskPool::CreateTask(ITnRobotTaskRunner* pRunner, ITnRobotTask** pp
 // Callers rely on the job not being run here, and on the task being idle again with the job still
 // bound: do not "fix".
 bool CTnRobotTaskPool::CreateTask(const std::function<void(ITnRobotEvent*)>& job) {
-    tnrobot::Ref<ITnRobotTaskRunner> runner;
-    if (CTnRobotTaskRunner::CreateInstance(job, runner.Receive()) == 0) {
+    TnRobotPtr<ITnRobotTaskRunner> runner;
+    if (CTnRobotTaskRunner::CreateInstance(job, runner.put()) == 0) {
         return false;
     }
-    tnrobot::Ref<ITnRobotTask> task;
-    return CreateTask(runner.Get(), task.Receive());
+    TnRobotPtr<ITnRobotTask> task;
+    return CreateTask(runner.get(), task.put());
 }
 
 CTnRobotTask* CTnRobotTaskPool::_TakeTask() {
@@ -118,12 +118,12 @@ CTnRobotTask* CTnRobotTaskPool::_TakeTask() {
 // Both lists have grown before the task is kept, so a failed growth leaks nothing.
 CTnRobotTask* CTnRobotTaskPool::_MakeTask() {
     m_idleTasks.Reserve(m_allTasks.size() + 1);
-    tnrobot::Ref<CTnRobotTask> task;
-    if (CTnRobotTask::CreateInstance(this, task.Receive()) == 0) {
+    TnRobotPtr<CTnRobotTask> task;
+    if (CTnRobotTask::CreateInstance(this, task.put()) == 0) {
         return nullptr;
     }
-    m_allTasks.push_back(task.Get());
-    return task.Detach();
+    m_allTasks.push_back(task.get());
+    return task.detach();
 }
 
 unsigned int CTnRobotTaskPool::GetTaskCount() {
@@ -196,9 +196,9 @@ void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
     StopNotice& notice = queue->emplace_back();
     auto* pPooled = tnrobot::ExactCast<CTnRobotTask>(pTask);
     if (pPooled == nullptr) {
-        notice.m_task = tnrobot::Ref<ITnRobotTask>::Share(pTask);
+        notice.m_task = tn::Retain(pTask);
     } else if (pPooled->AddRefWhileHeld()) {
-        notice = {tnrobot::Ref<ITnRobotTask>::Adopt(pPooled), pPooled->GetRunNumber()};
+        notice = {tn::Adopt(pPooled), pPooled->GetRunNumber()};
     } else {
         queue->pop_back();
     }
@@ -221,9 +221,9 @@ std::unique_ptr<CTnRobotTaskPool::NotifyQueue> CTnRobotTaskPool::_TakeNotices() 
 // The run that a notice is about may be over long since, and its reference the last one to a task
 // that runs again: then the worker gives the task back, because others wait to be stopped here.
 void CTnRobotTaskPool::_Obey(StopNotice notice) {
-    if (auto* pPooled = tnrobot::ExactCast<CTnRobotTask>(notice.m_task.Get())) {
+    if (auto* pPooled = tnrobot::ExactCast<CTnRobotTask>(notice.m_task.get())) {
         pPooled->StopRun(notice.m_nRun);
-        notice.m_task.Detach();
+        static_cast<void>(notice.m_task.detach());
         pPooled->ReleaseWithoutWaiting();
     } else if (notice.m_task->IsRunning()) {
         notice.m_task->Stop();

@@ -10,10 +10,10 @@
 
 #include "TnRobotKernel/concurrency.h"
 #include "TnRobotKernel/detail/RingQueue.h"
+#include "TnRobotKernel/ptr.h"
 #include "concurrency/TnRobotTask.h"
 #include "concurrency/TnWorker.h"
 #include "core/TnFork.h"
-#include "core/TnRef.h"
 
 /// Recycles tasks and stops those whose runner is done.
 ///
@@ -54,7 +54,7 @@ public:
 private:
     /// The news that a run's work is done.
     struct StopNotice {
-        tnrobot::Ref<ITnRobotTask> m_task;
+        TnRobotPtr<ITnRobotTask> m_task;
         unsigned long long m_nRun = 0;  ///< the run that is done; a later one goes on
     };
     using NotifyQueue = std::deque<StopNotice>;
@@ -74,16 +74,16 @@ private:
     void _CheckInvariants() const;
 
     std::mutex m_mutex;
-    tnrobot::RingQueue<CTnRobotTask*> m_idleTasks;  // guarded by m_mutex; front reused first
-    std::deque<CTnRobotTask*> m_allTasks;           // grows under m_mutex; one reference each
-    std::atomic<unsigned int> m_nIdleTasks{0};      // written under m_mutex
+    tn::detail::RingQueue<CTnRobotTask*> m_idleTasks;  // guarded by m_mutex; front reused first
+    std::deque<CTnRobotTask*> m_allTasks;              // grows under m_mutex; one reference each
+    std::atomic<unsigned int> m_nIdleTasks{0};         // written under m_mutex
 
     std::mutex m_notifyMutex;
     std::atomic<NotifyQueue*> m_pNotifyQueue{nullptr};  // owned; see above
     std::atomic<bool> m_bHasNotify{false};
     bool m_bNoticesClosed = false;  // guarded by m_notifyMutex
 
-    tnrobot::Ref<ITnRobotEvent> m_pExitEvent;    // set: the pool's thread shall end
+    TnRobotPtr<ITnRobotEvent> m_pExitEvent;      // set: the pool's thread shall end
     std::unique_ptr<tnrobot::Worker> m_pThread;  // set at creation
     tnrobot::ForkSafe m_forkSafeLists{m_mutex};
     tnrobot::ForkSafe m_forkSafeNotices{m_notifyMutex};

@@ -29,8 +29,8 @@ int CTnRobotThread::CreateInstance(ITnRobotThread** ppThread) {
 CTnRobotThread::CTnRobotThread() : m_job(std::make_shared<const Job>()) {}
 
 bool CTnRobotThread::_Init() {
-    CTnRobotManualEvent::CreateInstance(false, m_pStopEvent.Receive());
-    CTnRobotManualEvent::CreateInstance(false, m_pExitEvent.Receive());
+    CTnRobotManualEvent::CreateInstance(false, m_pStopEvent.put());
+    CTnRobotManualEvent::CreateInstance(false, m_pExitEvent.put());
     return true;
 }
 
@@ -179,7 +179,7 @@ void CTnRobotThread::_OnThreadWorkLoop() {
             m_state.store(THREAD_RUNNING);
             m_nBegins.fetch_add(1);
         }
-        (*_Job())(m_pStopEvent.Get());
+        (*_Job())(m_pStopEvent.get());
         bRunning = true;
     }
     const bool bDestroy = m_bDestroy;

@@ -8,8 +8,8 @@
 #include <mutex>
 
 #include "TnRobotKernel/concurrency.h"
+#include "TnRobotKernel/ptr.h"
 #include "concurrency/TnWorker.h"
-#include "core/TnRef.h"
 
 /// Calls its job pass after pass on one thread. Requests go to the worker through two events, its
 /// answers come back through m_state.
@@ -70,8 +70,8 @@ private:
     std::unique_ptr<tnrobot::Worker> m_pWorker;  // guarded by m_controlMutex; null until the first Run
     std::mutex m_jobMutex;
     std::shared_ptr<const Job> m_job;  // pointer guarded by m_jobMutex; never null
-    tnrobot::Ref<ITnRobotEvent> m_pStopEvent;
-    tnrobot::Ref<ITnRobotEvent> m_pExitEvent;
+    TnRobotPtr<ITnRobotEvent> m_pStopEvent;
+    TnRobotPtr<ITnRobotEvent> m_pExitEvent;
     std::atomic<int> m_state{THREAD_CREATED};
     std::atomic<unsigned long long> m_nBegins{0};  // how often a pass began while not running
     bool m_bDestroy = false;                       // the worker's own: the last reference is its

@@ -5,8 +5,8 @@
 
 #include <utility>
 
+#include "TnRobotKernel/ptr.h"
 #include "checked/TnChecked.h"
-#include "core/TnRef.h"
 
 namespace tnrobot {
 
@@ -18,12 +18,12 @@ namespace tnrobot {
 /// @return 1 on success, 0 on failure, which has destroyed the object.
 template <typename Class, typename Interface, typename... Args, typename... Given>
 int FinishInstance(Class* pNew, Interface** ppOut, bool (Class::*pfnInit)(Args...), Given&&... given) {
-    Ref<Class> object = Ref<Class>::Adopt(Watch(pNew));
+    TnRobotPtr<Class> object = tn::Adopt(Watch(pNew));
     if (!(pNew->*pfnInit)(std::forward<Given>(given)...)) {
         *ppOut = nullptr;
         return 0;
     }
-    *ppOut = object.Detach();
+    *ppOut = object.detach();
     return 1;
 }
 

@@ -4,17 +4,17 @@
 
 namespace tnrobot {
 
-Ref<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const ITnRobotSurface::STnSurfaceDesc& desc,
-                                  int& nResult) {
-    Ref<ITnRobotSurface> surface;
-    nResult = pool.QuerySurface(desc, surface.Receive());
+TnRobotPtr<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const ITnRobotSurface::STnSurfaceDesc& desc,
+                                         int& nResult) {
+    TnRobotPtr<ITnRobotSurface> surface;
+    nResult = pool.QuerySurface(desc, surface.put());
     if (nResult != 0) {
-        surface.Reset();
+        surface.reset();
     }
     return surface;
 }
 
-Ref<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const ITnRobotSurface::STnSurfaceDesc& desc) {
+TnRobotPtr<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const ITnRobotSurface::STnSurfaceDesc& desc) {
     int nResult = 0;
     return QuerySurface(pool, desc, nResult);
 }

@@ -4,7 +4,7 @@
 #define TNROBOTKERNEL_SRC_IMAGE_TNIMAGERESULT_H_
 
 #include "TnRobotKernel/image.h"
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 
 namespace tnrobot {
 
@@ -18,10 +18,11 @@ enum ImageResult : int {
 
 /// @param[out] nResult  what the pool has answered.
 /// @return the surface; null when the pool refuses or gives none.
-Ref<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const ITnRobotSurface::STnSurfaceDesc& desc, int& nResult);
+TnRobotPtr<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const ITnRobotSurface::STnSurfaceDesc& desc,
+                                         int& nResult);
 
 /// The same where only the surface matters.
-Ref<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const ITnRobotSurface::STnSurfaceDesc& desc);
+TnRobotPtr<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const ITnRobotSurface::STnSurfaceDesc& desc);
 
 }  // namespace tnrobot
 

@@ -6,26 +6,26 @@
 #include <cstdint>
 
 #include "TnRobotKernel/image.h"
+#include "TnRobotKernel/tn/pixels.h"
 #include "image/TnImageGeometry.h"
 
 namespace tnrobot {
 
-/// Locks a surface and unlocks it at its end. Without memory, or when a surface refuses the lock, there
-/// are no bytes.
+/// tn::LockedPixels with what the library's own operations need beside it. Without memory, or when a
+/// surface refuses the lock, there are no bytes.
 ///
 /// Threads: as the surface, externally synchronised.
 class PixelLock {
 public:
     /// @param[in] pSurface  borrowed for as long as the lock lives.
-    explicit PixelLock(ITnRobotSurface* pSurface);
-    PixelLock(const PixelLock&) = delete;
-    PixelLock& operator=(const PixelLock&) = delete;
-    ~PixelLock();
+    explicit PixelLock(ITnRobotSurface* pSurface) : m_pixels(*pSurface) {}
 
-    const ITnRobotSurface::STnLockSurface* operator->() const { return &m_lock; }
+    const ITnRobotSurface::STnLockSurface* operator->() const { return &m_pixels.Lock(); }
 
     /// @return rows of this surface, of which the first nRowLength bytes count.
-    RowLayout Rows(std::int64_t nRows, std::int64_t nRowLength) const { return {nRows, nRowLength, m_lock.nPitch}; }
+    RowLayout Rows(std::int64_t nRows, std::int64_t nRowLength) const {
+        return {nRows, nRowLength, m_pixels.Lock().nPitch};
+    }
 
     /// @return whether such rows, nSkip bytes into the memory, lie in the surface.
     bool Holds(const RowLayout& rows, std::int64_t nSkip = 0) const;
@@ -38,9 +38,7 @@ public:
     void ClearFrom(std::int64_t nOffset) const;
 
 private:
-    ITnRobotSurface* m_pSurface;
-    ITnRobotSurface::STnLockSurface m_lock{};
-    bool m_bLocked;
+    tn::LockedPixels m_pixels;
 };
 
 }  // namespace tnrobot

@@ -19,7 +19,7 @@ using tnrobot::RowLayout;
 
 namespace {
 
-using SurfaceRef = tnrobot::Ref<ITnRobotSurface>;
+using SurfaceRef = TnRobotPtr<ITnRobotSurface>;
 using SurfaceDesc = ITnRobotSurface::STnSurfaceDesc;
 using SurfaceLock = ITnRobotSurface::STnLockSurface;
 
@@ -74,14 +74,14 @@ int TnRobotImageUtils::NlImage2Surface(const STnNLImageData& image, ITnRobotSurf
         return nResult != 0 ? nResult : kRefused;
     }
     {
-        const PixelLock pixels(surface.Get());
+        const PixelLock pixels(surface.get());
         if (image.nDataSize > pixels->nDataSize) {
             return kRefused;
         }
         std::memcpy(pixels->pData, image.pData, image.nDataSize);
         pixels.ClearFrom(image.nDataSize);
     }
-    *ppSurface = surface.Detach();
+    *ppSurface = surface.detach();
     return kOk;
 }
 
@@ -132,7 +132,7 @@ int TnRobotImageUtils::ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pS
         return kOk;
     }
     {
-        const PixelLock target(surface.Get());
+        const PixelLock target(surface.get());
         const RowLayout targetRows = target.Rows(rows.m_nRows, rows.m_nRowLength);
         if (!target.Holds(targetRows)) {
             return kOk;
@@ -140,7 +140,7 @@ int TnRobotImageUtils::ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pS
         CopyRows(target->pData, target->nPitch, source->pData + nSkip, rows);
         target.ClearBehind(targetRows);
     }
-    *ppSurface = surface.Detach();
+    *ppSurface = surface.detach();
     return kOk;
 }
 
@@ -168,7 +168,7 @@ int TnRobotImageUtils::PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* p
         return kNotPieced;
     }
     {
-        const PixelLock target(surface.Get());
+        const PixelLock target(surface.get());
         const RowLayout targetRows = target.Rows(firstRows.m_nRows, 2 * nRow);
         if (!target.Holds(targetRows)) {
             return kNotPieced;
@@ -180,6 +180,6 @@ int TnRobotImageUtils::PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* p
         }
         target.ClearBehind(targetRows);
     }
-    *ppSurface = surface.Detach();
+    *ppSurface = surface.detach();
     return kPieced;
 }

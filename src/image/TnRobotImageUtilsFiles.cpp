@@ -22,7 +22,6 @@ using tnrobot::kNotEncoded;
 using tnrobot::kOk;
 using tnrobot::kRefused;
 using tnrobot::Reading;
-using tnrobot::Ref;
 
 namespace {
 
@@ -83,19 +82,19 @@ int ReadOpened(Decoder& decoder, ITnRobotSurfacePool* pPool, ITnRobotSurface** p
     if (eHope != Reading::kDone) {
         return ResultOf(eHope);
     }
-    Ref<ITnRobotSurface> surface = tnrobot::QuerySurface(*pPool, desc);
+    TnRobotPtr<ITnRobotSurface> surface = tnrobot::QuerySurface(*pPool, desc);
     if (!surface) {
         return kRefused;
     }
     {
-        const tnrobot::PixelLock pixels(surface.Get());
+        const tnrobot::PixelLock pixels(surface.get());
         const tnrobot::PictureReading reading = decoder.Read(TN_IMAGE_BGR24, pixels->pData, pixels->nDataSize);
         if (reading.m_eReading != Reading::kDone) {
             return ResultOf(reading.m_eReading);
         }
         pixels.ClearBehind(reading.m_covered);
     }
-    *ppSurface = surface.Detach();
+    *ppSurface = surface.detach();
     return kOk;
 }
 
@@ -183,7 +182,7 @@ int SaveBlock(const STnNLImageData& image, int nPitch, ITnRobotMemoryBlockPool* 
     unsigned int nSize = 0;
     const unsigned char* pData = encoder.GetEncodeData(nSize);
     *ppBlock = nullptr;
-    Ref<ITnRobotMemoryBlock> block = tnrobot::QueryBlock(*pBlockPool, nSize);
+    TnRobotPtr<ITnRobotMemoryBlock> block = tnrobot::QueryBlock(*pBlockPool, nSize);
     if (!block) {
         return kRefused;
     }
@@ -193,7 +192,7 @@ int SaveBlock(const STnNLImageData& image, int nPitch, ITnRobotMemoryBlockPool* 
         return kRefused;
     }
     std::memcpy(pTarget, pData, nSize);
-    *ppBlock = block.Detach();
+    *ppBlock = block.detach();
     return kOk;
 }
 

@@ -27,11 +27,11 @@ bool CTnRobotSurface::_Init(ITnRobotMemoryBlock* pBlock, const STnSurfaceDesc& d
 
 void CTnRobotSurface::ResetData(const STnSurfaceDesc& desc, ITnRobotMemoryBlock* pBlock) {
     m_desc = desc;
-    m_block = tnrobot::Ref<ITnRobotMemoryBlock>::Share(pBlock);
+    m_block = tn::Retain(pBlock);
 }
 
 void CTnRobotSurface::ClearResource() {
-    m_block.Reset();
+    m_block.reset();
 }
 
 // A surface can be without a block: one that was handed out for a request that cannot be met, and

@@ -4,7 +4,7 @@
 #define TNROBOTKERNEL_SRC_IMAGE_TNROBOTSURFACE_H_
 
 #include "TnRobotKernel/image.h"
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 
 /// A surface over one memory block. While it waits in its pool it holds no block; description and
 /// time stamp stay.
@@ -40,7 +40,7 @@ private:
     CTnRobotSurface() = default;
     void _CheckInUse() const;
 
-    tnrobot::Ref<ITnRobotMemoryBlock> m_block;
+    TnRobotPtr<ITnRobotMemoryBlock> m_block;
     unsigned long long m_nTimeStamp = 0;
     STnSurfaceDesc m_desc{};
 };

@@ -11,38 +11,36 @@
 #include "image/TnRobotSurface.h"
 #include "memory/TnQueryBlock.h"
 
-using tnrobot::Ref;
-
 ITnRobotSurfacePool::~ITnRobotSurfacePool() = default;
 
 CTnRobotSurfaceEleAlloc::CTnRobotSurfaceEleAlloc(ITnRobotMemoryBlockPool* pBlockPool)
-    : m_blockPool(Ref<ITnRobotMemoryBlockPool>::Share(pBlockPool)) {}
+    : m_blockPool(tn::Retain(pBlockPool)) {}
 
 CTnRobotSurfaceEleAlloc::~CTnRobotSurfaceEleAlloc() = default;
 
 // The pitch is written as soon as it is known: callers read it back even from a request that fails
 // later. A block smaller than asked for counts as none.
-Ref<ITnRobotMemoryBlock> CTnRobotSurfaceEleAlloc::_QueryPixels(const ITnRobotSurface::STnSurfaceDesc* pDesc) {
-    Ref<ITnRobotMemoryBlock> block;
+TnRobotPtr<ITnRobotMemoryBlock> CTnRobotSurfaceEleAlloc::_QueryPixels(const ITnRobotSurface::STnSurfaceDesc* pDesc) {
+    TnRobotPtr<ITnRobotMemoryBlock> block;
     if (pDesc == nullptr || !tnrobot::SurfacePitch(pDesc->eImageType, pDesc->nWidth, pDesc->nPitch)) {
         return block;
     }
     const unsigned int nSize = tnrobot::SurfaceSize(pDesc->nPitch, pDesc->nHeight);
     if (nSize != 0 && m_blockPool) {
-        block = tnrobot::QueryBlock(*m_blockPool.Get(), nSize);
+        block = tnrobot::QueryBlock(*m_blockPool.get(), nSize);
     }
     unsigned int nBlockSize = 0;
     if (block && (block->QueryMemory(nBlockSize) == nullptr || nBlockSize < nSize)) {
-        block.Reset();
+        block.reset();
     }
     return block;
 }
 
 bool CTnRobotSurfaceEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppElement) {
     const auto* pDesc = static_cast<const ITnRobotSurface::STnSurfaceDesc*>(pParam);
-    const Ref<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
+    const TnRobotPtr<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
     ITnRobotSurface* pSurface = nullptr;
-    if (!block || !CTnRobotSurface::CreateInstance(block.Get(), *pDesc, &pSurface)) {
+    if (!block || !CTnRobotSurface::CreateInstance(block.get(), *pDesc, &pSurface)) {
         return false;
     }
     *ppElement = pSurface;
@@ -57,9 +55,9 @@ void CTnRobotSurfaceEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pP
         pSurface->CheckIdleInvariants();
     }
     const auto* pDesc = static_cast<const ITnRobotSurface::STnSurfaceDesc*>(pParam);
-    const Ref<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
+    const TnRobotPtr<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
     if (block && pSurface != nullptr) {
-        pSurface->ResetData(*pDesc, block.Get());
+        pSurface->ResetData(*pDesc, block.get());
     }
 }
 
@@ -73,8 +71,8 @@ int CTnRobotSurfacePool::CreateInstance(ITnRobotMemoryBlockPool* pBlockPool, ITn
 }
 
 bool CTnRobotSurfacePool::_Init(ITnRobotMemoryBlockPool* pBlockPool) {
-    const auto alloc = Ref<ITnElementAlloc>::Adopt(tnrobot::Watch(new CTnRobotSurfaceEleAlloc(pBlockPool)));
-    m_pool = Ref<CTnRobotPool<ITnRobotSurface>>::Adopt(tnrobot::Watch(new CTnRobotPool<ITnRobotSurface>(alloc.Get())));
+    const auto alloc = tn::Adopt(tnrobot::Watch(new CTnRobotSurfaceEleAlloc(pBlockPool)));
+    m_pool = tn::Adopt(tnrobot::Watch(new CTnRobotPool<ITnRobotSurface>(alloc.get())));
     m_pool->SetMaxCount(std::numeric_limits<unsigned int>::max());
     return true;
 }

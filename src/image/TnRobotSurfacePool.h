@@ -4,7 +4,7 @@
 #define TNROBOTKERNEL_SRC_IMAGE_TNROBOTSURFACEPOOL_H_
 
 #include "TnRobotKernel/image.h"
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 
 /// Makes and re-initialises the surfaces of a pool; the parameter of both operations is the
 /// description that was asked for, whose pitch they write.
@@ -20,9 +20,9 @@ public:
     void SetElementParam(ITnPoolElement* pElement, void* pParam) override;
 
 private:
-    tnrobot::Ref<ITnRobotMemoryBlock> _QueryPixels(const ITnRobotSurface::STnSurfaceDesc* pDesc);
+    TnRobotPtr<ITnRobotMemoryBlock> _QueryPixels(const ITnRobotSurface::STnSurfaceDesc* pDesc);
 
-    tnrobot::Ref<ITnRobotMemoryBlockPool> m_blockPool;
+    TnRobotPtr<ITnRobotMemoryBlockPool> m_blockPool;
 };
 
 /// Any free surface serves any request, the longest free one first, always with a new block: only
@@ -40,7 +40,7 @@ private:
     CTnRobotSurfacePool() = default;
     bool _Init(ITnRobotMemoryBlockPool* pBlockPool);
 
-    tnrobot::Ref<CTnRobotPool<ITnRobotSurface>> m_pool;
+    TnRobotPtr<CTnRobotPool<ITnRobotSurface>> m_pool;
 };
 
 #endif  // TNROBOTKERNEL_SRC_IMAGE_TNROBOTSURFACEPOOL_H_

@@ -10,14 +10,14 @@ constexpr int kMostTries = 100;
 
 }  // namespace
 
-tnrobot::Ref<ITnRobotMemoryBlock> tnrobot::QueryBlock(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
+TnRobotPtr<ITnRobotMemoryBlock> tnrobot::QueryBlock(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
     for (int nTry = 0; nTry < kMostTries; ++nTry) {
         ITnRobotMemoryBlock* pBlock = nullptr;
         if (pool.QueryMemBuff(nSize, &pBlock) == 0) {
             return {};
         }
         if (pBlock != nullptr) {
-            return Ref<ITnRobotMemoryBlock>::Adopt(pBlock);
+            return tn::Adopt(pBlock);
         }
     }
     return {};

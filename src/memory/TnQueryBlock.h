@@ -4,7 +4,7 @@
 #define TNROBOTKERNEL_SRC_MEMORY_TNQUERYBLOCK_H_
 
 #include "TnRobotKernel/memory.h"
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 
 namespace tnrobot {
 
@@ -13,7 +13,7 @@ namespace tnrobot {
 /// an end to it. A block that comes with a refusal is not ours and is left alone.
 /// @return the block, of whatever size the pool gave it; null when the pool refuses or gives none.
 /// Threads: as the pool.
-Ref<ITnRobotMemoryBlock> QueryBlock(ITnRobotMemoryBlockPool& pool, unsigned int nSize);
+TnRobotPtr<ITnRobotMemoryBlock> QueryBlock(ITnRobotMemoryBlockPool& pool, unsigned int nSize);
 
 }  // namespace tnrobot
 

@@ -22,7 +22,7 @@ ITnRobotMemDataStream::~ITnRobotMemDataStream() = default;
 // piece that was read last, and then, as a member, the pool.
 CTnRobotMemDataStream::~CTnRobotMemDataStream() {
     Clear();
-    m_readBlock.Reset();
+    m_readBlock.reset();
 }
 
 int CTnRobotMemDataStream::CreateInstance(ITnRobotMemoryBlockPool* pPool, ITnRobotMemDataStream** ppStream) {
@@ -30,7 +30,7 @@ int CTnRobotMemDataStream::CreateInstance(ITnRobotMemoryBlockPool* pPool, ITnRob
 }
 
 bool CTnRobotMemDataStream::_Init(ITnRobotMemoryBlockPool* pPool) {
-    m_pool = tnrobot::Ref<ITnRobotMemoryBlockPool>::Share(pPool);
+    m_pool = tn::Retain(pPool);
     return static_cast<bool>(m_pool);
 }
 
@@ -58,7 +58,7 @@ bool CTnRobotMemDataStream::_QueryWriteBlock() {
     if (m_fullBlocks.size() == m_fullBlocks.capacity()) {
         m_fullBlocks.reserve(2 * m_fullBlocks.size() + 8);
     }
-    Block block = tnrobot::QueryBlock(*m_pool.Get(), kBlockSize);
+    Block block = tnrobot::QueryBlock(*m_pool.get(), kBlockSize);
     if (!block) {
         return false;
     }
@@ -85,7 +85,7 @@ void CTnRobotMemDataStream::_Append(const unsigned char* pData, unsigned int nLe
 
 int CTnRobotMemDataStream::BeginReadData() {
     m_nReadPosition = 0;
-    m_readBlock.Reset();
+    m_readBlock.reset();
     m_nReadRemaining = m_nTotalLength;
     return 0;
 }
@@ -118,7 +118,7 @@ void CTnRobotMemDataStream::_Consume(unsigned int nSize) {
 void CTnRobotMemDataStream::EndReadData() {
     m_nReadPosition = m_fullBlocks.size();
     m_nReadRemaining = 0;
-    m_readBlock.Reset();
+    m_readBlock.reset();
 }
 
 unsigned int CTnRobotMemDataStream::GetTotleLength() {
@@ -128,7 +128,7 @@ unsigned int CTnRobotMemDataStream::GetTotleLength() {
 // The read block stays: the piece that ReadData returned last must not go under its reader.
 void CTnRobotMemDataStream::Clear() {
     m_nTotalLength = 0;
-    m_writeBlock.Reset();
+    m_writeBlock.reset();
     m_fullBlocks.clear();
     m_nReadPosition = 0;
     m_pWriteData = nullptr;

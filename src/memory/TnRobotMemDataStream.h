@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 
 /// Appends into 1 MiB blocks of a pool and reads them back without copying.
 ///
@@ -30,7 +30,7 @@ public:
     void Clear() override;
 
 private:
-    using Block = tnrobot::Ref<ITnRobotMemoryBlock>;
+    using Block = TnRobotPtr<ITnRobotMemoryBlock>;
 
     CTnRobotMemDataStream() = default;
     bool _Init(ITnRobotMemoryBlockPool* pPool);
@@ -38,7 +38,7 @@ private:
     void _Append(const unsigned char* pData, unsigned int nLength);
     void _Consume(unsigned int nSize);
 
-    tnrobot::Ref<ITnRobotMemoryBlockPool> m_pool;
+    TnRobotPtr<ITnRobotMemoryBlockPool> m_pool;
     std::vector<Block> m_fullBlocks;  // in write order
     unsigned int m_nTotalLength = 0;
     Block m_writeBlock;

@@ -113,7 +113,7 @@ private:
     unsigned int m_nListed = 0;  // guarded by the pool's lock: places on its free list
     TimePoint m_recoveryTime;
     bool m_bLent = false;  // guarded by the pool's lock: a last holder's Release is to come
-    tnrobot::CacheLineEnd m_end;
+    tn::detail::CacheLineEnd m_end;
 };
 
 #endif  // TNROBOTKERNEL_SRC_MEMORY_TNROBOTMEMORYBLOCK_H_

@@ -11,7 +11,7 @@ int CTnRobotProtocolMemBlock::CreateInstance(ITnRobotMemoryBlock* pParent, unsig
 }
 
 bool CTnRobotProtocolMemBlock::_Init(ITnRobotMemoryBlock* pParent, unsigned char* pData, unsigned int nSize) {
-    m_parentBlock = tnrobot::Ref<ITnRobotMemoryBlock>::Share(pParent);
+    m_parentBlock = tn::Retain(pParent);
     m_pData = pData;
     m_nSize = nSize;
     return true;
@@ -27,7 +27,7 @@ std::chrono::system_clock::time_point CTnRobotProtocolMemBlock::GetRecoveryTime(
 }
 
 void CTnRobotProtocolMemBlock::ClearResource() {
-    m_parentBlock.Reset();
+    m_parentBlock.reset();
 }
 
 int TnCreateRobotCustomMemBlock(ITnRobotMemoryBlock* pParent, unsigned char* pData, unsigned int nSize,

@@ -6,7 +6,7 @@
 #include <chrono>
 
 #include "TnRobotKernel/memory.h"
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 
 /// Views memory that belongs to the caller or to another block, which it keeps alive. It is
 /// destroyed, not recycled, by its last Release.
@@ -28,7 +28,7 @@ private:
     CTnRobotProtocolMemBlock() = default;
     bool _Init(ITnRobotMemoryBlock* pParent, unsigned char* pData, unsigned int nSize);
 
-    tnrobot::Ref<ITnRobotMemoryBlock> m_parentBlock;
+    TnRobotPtr<ITnRobotMemoryBlock> m_parentBlock;
     unsigned char* m_pData = nullptr;  // not owned
     unsigned int m_nSize = 0;
 };

@@ -57,11 +57,11 @@ CTnRobotFixedMemBlockPool* CTnRobotRandomMemBlockPool::_AskSizeClass(unsigned in
     if (it == m_sizeClasses.end() || it->m_nRoundedSize != nRoundedSize) {
         SizeClass made;
         made.m_nRoundedSize = nRoundedSize;
-        CTnRobotFixedMemBlockPool::CreateInstance(nRoundedSize, kNoLimit, m_dIdleSeconds, made.m_pool.Receive());
+        CTnRobotFixedMemBlockPool::CreateInstance(nRoundedSize, kNoLimit, m_dIdleSeconds, made.m_pool.put());
         it = m_sizeClasses.insert(it, std::move(made));
     }
     it->m_pool->AnnounceQuery();
-    return it->m_pool.Get();
+    return it->m_pool.get();
 }
 
 void CTnRobotRandomMemBlockPool::FreeUnuseMemory() {

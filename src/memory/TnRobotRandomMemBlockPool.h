@@ -10,7 +10,7 @@
 
 #include "TnRobotKernel/detail/CacheLine.h"
 #include "TnRobotKernel/memory.h"
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 #include "memory/TnRobotFixedMemBlockPool.h"
 
 /// Rounds every request up to whole units of 32 KiB and keeps a fixed-size pool per rounded size,
@@ -37,7 +37,7 @@ private:
     // Queries only read this, so that threads in different size classes share no more than m_mutex.
     struct SizeClass {
         unsigned int m_nRoundedSize = 0;
-        tnrobot::Ref<CTnRobotFixedMemBlockPool> m_pool;
+        TnRobotPtr<CTnRobotFixedMemBlockPool> m_pool;
     };
 
     explicit CTnRobotRandomMemBlockPool(double dIdleSeconds);
@@ -49,7 +49,7 @@ private:
     std::vector<SizeClass> m_sizeClasses;  // guarded by m_mutex; in ascending order of size
     std::atomic<std::chrono::system_clock::time_point> m_lastSweep;
     const double m_dIdleSeconds;
-    tnrobot::CacheLineEnd m_end;
+    tn::detail::CacheLineEnd m_end;
 };
 
 #endif  // TNROBOTKERNEL_SRC_MEMORY_TNROBOTRANDOMMEMBLOCKPOOL_H_

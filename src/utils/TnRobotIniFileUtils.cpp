@@ -14,22 +14,22 @@ int TnRobotIniFileUtils::GetIntValue(const char* /*lpszSection*/, const char* /*
     return 0;
 }
 
-short TnRobotIniFileUtils::GetShortValue(const char* /*lpszSection*/, const char* /*lpszKey*/, short nDefault) {
-    return nDefault;
+short TnRobotIniFileUtils::GetShortValue(const char* /*lpszSection*/, const char* /*lpszKey*/, short defaultValue) {
+    return defaultValue;
 }
 
-bool TnRobotIniFileUtils::GetBoolValue(const char* /*lpszSection*/, const char* /*lpszKey*/, bool bDefault) {
-    return bDefault;
+bool TnRobotIniFileUtils::GetBoolValue(const char* /*lpszSection*/, const char* /*lpszKey*/, bool defaultValue) {
+    return defaultValue;
 }
 
-float TnRobotIniFileUtils::GetFloatValue(const char* /*lpszSection*/, const char* /*lpszKey*/, float fDefault) {
-    return fDefault;
+float TnRobotIniFileUtils::GetFloatValue(const char* /*lpszSection*/, const char* /*lpszKey*/, float defaultValue) {
+    return defaultValue;
 }
 
-int TnRobotIniFileUtils::SetIntValue(const char* /*lpszSection*/, const char* /*lpszKey*/, int /*nValue*/) {
+int TnRobotIniFileUtils::SetIntValue(const char* /*lpszSection*/, const char* /*lpszKey*/, int /*value*/) {
     return 0;
 }
 
-int TnRobotIniFileUtils::SetBoolValue(const char* /*lpszSection*/, const char* /*lpszKey*/, bool /*bValue*/) {
+int TnRobotIniFileUtils::SetBoolValue(const char* /*lpszSection*/, const char* /*lpszKey*/, bool /*value*/) {
     return 0;
 }

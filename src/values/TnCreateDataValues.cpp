@@ -13,12 +13,12 @@ int Create(int (CTnRobotDataValuePool::*pfnQuery)(Args...), Given... args) {
 
 }  // namespace
 
-int TnCreateRobotBoolData(bool bValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryBoolData, bValue, ppValue);
+int TnCreateRobotBoolData(bool value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryBoolData, value, ppValue);
 }
 
-int TnCreateRobotCharData(char chValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryCharData, chValue, ppValue);
+int TnCreateRobotCharData(char value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryCharData, value, ppValue);
 }
 
 // The parameter is wider than the value: that is part of the interface.
@@ -26,36 +26,36 @@ int TnCreateRobotByteData(unsigned short nValue, ITnRobotDataValue** ppValue) {
     return Create(&CTnRobotDataValuePool::QueryByteData, static_cast<unsigned char>(nValue), ppValue);
 }
 
-int TnCreateRobotShortData(short nValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryShortData, nValue, ppValue);
+int TnCreateRobotShortData(short value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryShortData, value, ppValue);
 }
 
-int TnCreateRobotUShortData(unsigned short nValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryUShortData, nValue, ppValue);
+int TnCreateRobotUShortData(unsigned short value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryUShortData, value, ppValue);
 }
 
-int TnCreateRobotIntData(int nValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryIntData, nValue, ppValue);
+int TnCreateRobotIntData(int value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryIntData, value, ppValue);
 }
 
-int TnCreateRobotUintData(unsigned int nValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryUintData, nValue, ppValue);
+int TnCreateRobotUintData(unsigned int value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryUintData, value, ppValue);
 }
 
-int TnCreateRobotFloatData(float fValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryFloatData, fValue, ppValue);
+int TnCreateRobotFloatData(float value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryFloatData, value, ppValue);
 }
 
-int TnCreateRobotDoubleData(double dValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryDoubleData, dValue, ppValue);
+int TnCreateRobotDoubleData(double value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryDoubleData, value, ppValue);
 }
 
-int TnCreateRobotLonglongData(long long nValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryLonglongData, nValue, ppValue);
+int TnCreateRobotLonglongData(long long value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryLonglongData, value, ppValue);
 }
 
-int TnCreateRobotULonglongData(unsigned long long nValue, ITnRobotDataValue** ppValue) {
-    return Create(&CTnRobotDataValuePool::QueryULonglongData, nValue, ppValue);
+int TnCreateRobotULonglongData(unsigned long long value, ITnRobotDataValue** ppValue) {
+    return Create(&CTnRobotDataValuePool::QueryULonglongData, value, ppValue);
 }
 
 int TnCreateRobotStringData(const char* lpszValue, ITnRobotDataValue** ppValue) {

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/values.h"
-#include "core/TnRef.h"
 
 namespace tnrobot {
 
@@ -36,7 +36,7 @@ namespace tnrobot {
 /// Threads: externally synchronised.
 class NamedValues {
 public:
-    using Value = Ref<ITnRobotDataValue>;
+    using Value = TnRobotPtr<ITnRobotDataValue>;
 
     struct Entry {
         Entry(std::string&& strName, Value&& value) noexcept

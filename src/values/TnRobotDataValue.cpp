@@ -13,7 +13,6 @@
 #include "core/TnExactCast.h"
 #include "core/TnFormat.h"
 #include "core/TnReadStep.h"
-#include "core/TnRef.h"
 #include "values/TnRobotDataValuePool.h"
 
 namespace {
@@ -296,12 +295,12 @@ void CTnRobotDataValue::Copy(ITnRobotDataValue* pSource) {
 ITnRobotDataValue* CTnRobotDataValue::Clone() {
     _CheckInUse();
     CTnRobotDataValuePool* pPool = TnQueryDataValuePool();
-    tnrobot::Ref<ITnRobotDataValue> clone;
-    if (pPool == nullptr || pPool->QueryData(clone.Receive()) != 0) {
+    TnRobotPtr<ITnRobotDataValue> clone;
+    if (pPool == nullptr || pPool->QueryData(clone.put()) != 0) {
         return nullptr;
     }
     clone->Copy(this);
-    return clone.Detach();
+    return clone.detach();
 }
 
 // An archive without a file counts as storing: nothing arrives anywhere, and that is a success.

@@ -62,7 +62,7 @@ int CTnRobotDataValueGroup::SetValue(const char* lpszName, ITnRobotDataValue* pV
     if (IsEmpty(lpszName) || pValue == nullptr) {
         return -1;
     }
-    m_values.Set(lpszName, Value::Share(pValue));
+    m_values.Set(lpszName, tn::Retain(pValue));
     return 0;
 }
 
@@ -74,7 +74,7 @@ int CTnRobotDataValueGroup::GetValue(const char* lpszName, ITnRobotDataValue** p
     if (pValue == nullptr) {
         return -1;
     }
-    *ppValue = Value::Share(pValue).Detach();
+    *ppValue = tn::Retain(pValue).detach();
     return 0;
 }
 
@@ -105,7 +105,7 @@ ETnRobotDataValueType CTnRobotDataValueGroup::GetDataValueType(const char* lpszN
 
 ITnRobotDataValue* CTnRobotDataValueGroup::_Find(std::string_view name) const {
     const auto* pEntry = m_values.Find(name);
-    return pEntry != nullptr ? pEntry->m_value.Get() : nullptr;
+    return pEntry != nullptr ? pEntry->m_value.get() : nullptr;
 }
 
 // The pool is asked for at each call: it may be gone by now.
@@ -115,7 +115,7 @@ int CTnRobotDataValueGroup::_SetNew(const char* lpszName, int (CTnRobotDataValue
     const std::string_view name = Name(lpszName);
     CTnRobotDataValuePool* pPool = TnQueryDataValuePool();
     Value value;
-    if (pPool == nullptr || (pPool->*pfnQuery)(args..., value.Receive()) != 0) {
+    if (pPool == nullptr || (pPool->*pfnQuery)(args..., value.put()) != 0) {
         return -1;
     }
     m_values.Set(name, std::move(value));
@@ -259,14 +259,14 @@ void CTnRobotDataValueGroup::Copy(ITnRobotDataValueGroup* pSource) {
     m_values.Clear();
     m_values.Reserve(pGroup->m_values.Entries().size());
     for (const auto& [strName, value] : pGroup->m_values.Entries()) {
-        m_values.Insert(std::string(strName), Value::Adopt(value ? value->Clone() : nullptr));
+        m_values.Insert(std::string(strName), tn::Adopt(value ? value->Clone() : nullptr));
     }
 }
 
 ITnRobotDataValueGroup* CTnRobotDataValueGroup::Clone() {
-    auto clone = tnrobot::Ref<CTnRobotDataValueGroup>::Adopt(tnrobot::Watch(new CTnRobotDataValueGroup));
+    auto clone = tn::Adopt(tnrobot::Watch(new CTnRobotDataValueGroup));
     clone->Copy(this);
-    return clone.Detach();
+    return clone.detach();
 }
 
 int CTnRobotDataValueGroup::Serialize(ITnRobotArchive* pArchive) {
@@ -281,7 +281,7 @@ int CTnRobotDataValueGroup::Serialize(ITnRobotArchive* pArchive) {
 bool CTnRobotDataValueGroup::_CanBeStored() const {
     const auto& entries = m_values.Entries();
     return std::all_of(entries.begin(), entries.end(), [](const tnrobot::NamedValues::Entry& entry) {
-        return HasStorableLength(entry.m_strName) && (!entry.m_value || IsStorable(*entry.m_value.Get()));
+        return HasStorableLength(entry.m_strName) && (!entry.m_value || IsStorable(*entry.m_value.get()));
     });
 }
 
@@ -336,7 +336,7 @@ bool CTnRobotDataValueGroup::_LoadEntry(ITnRobotArchive& archive) {
     // A stored name is bounded by its length; nothing says that it holds a terminating zero.
     std::string strName(lpszName != nullptr ? lpszName : "",
                         lpszName != nullptr ? strnlen(lpszName, static_cast<std::size_t>(nLength)) : 0);
-    Value value = Value::Adopt(tnrobot::Watch(new CTnRobotDataValue));
+    Value value = tn::Adopt(tnrobot::Watch(new CTnRobotDataValue));
     value->Serialize(&archive);
     m_values.Insert(std::move(strName), std::move(value));
     return true;

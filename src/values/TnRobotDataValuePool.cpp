@@ -32,11 +32,11 @@ void Initialise(CTnRobotDataValue& value, const STnDataValueParam& param) {
 }  // namespace
 
 bool CTnRobotDataValueEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppElement) {
-    auto value = tnrobot::Ref<CTnRobotDataValue>::Adopt(tnrobot::Watch(new CTnRobotDataValue));
+    auto value = tn::Adopt(tnrobot::Watch(new CTnRobotDataValue));
     if (pParam != nullptr) {
-        Initialise(*value.Get(), *static_cast<const STnDataValueParam*>(pParam));
+        Initialise(*value.get(), *static_cast<const STnDataValueParam*>(pParam));
     }
-    *ppElement = value.Detach();
+    *ppElement = value.detach();
     return true;
 }
 
@@ -66,9 +66,8 @@ void CTnRobotDataValuePool::DestroyProcessWide() {
 }
 
 CTnRobotDataValuePool::CTnRobotDataValuePool() {
-    const auto alloc = tnrobot::Ref<ITnElementAlloc>::Adopt(tnrobot::Watch(new CTnRobotDataValueEleAlloc));
-    m_pool = tnrobot::Ref<CTnRobotPool<ITnRobotDataValue>>::Adopt(
-        tnrobot::Watch(new CTnRobotPool<ITnRobotDataValue>(alloc.Get())));
+    const auto alloc = tn::Adopt(tnrobot::Watch(new CTnRobotDataValueEleAlloc));
+    m_pool = tn::Adopt(tnrobot::Watch(new CTnRobotPool<ITnRobotDataValue>(alloc.get())));
     m_pool->SetMaxCount(std::numeric_limits<unsigned int>::max());
     m_forkSafe.emplace(m_pool->Mutex());
 }

@@ -5,9 +5,9 @@
 
 #include <optional>
 
+#include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/values.h"
 #include "core/TnFork.h"
-#include "core/TnRef.h"
 #include "values/TnByteStorage.h"
 
 /// What a value is made from; passed through the recycling pool to the allocator.
@@ -66,7 +66,7 @@ private:
     template <typename T>
     int _QueryScalar(ETnRobotDataValueType eType, const T& value, ITnRobotDataValue** ppValue);
 
-    tnrobot::Ref<CTnRobotPool<ITnRobotDataValue>> m_pool;
+    TnRobotPtr<CTnRobotPool<ITnRobotDataValue>> m_pool;
     std::optional<tnrobot::ForkSafe> m_forkSafe;  // of the pool's lock
 };
 

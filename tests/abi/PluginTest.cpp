@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
+#include "TnRobotKernel/ptr.h"
 #include "abi/plugin/Plugin.h"
-#include "support/objects/Held.h"
 #include "support/processes/ChildProcess.h"
 
 using namespace tntest;
@@ -18,16 +18,16 @@ using namespace tntest;
 namespace {
 
 template <typename Interface>
-Held<Interface> Made(int (*pfnCreate)(Interface**)) {
+TnRobotPtr<Interface> Made(int (*pfnCreate)(Interface**)) {
     Interface* p = nullptr;
     pfnCreate(&p);
-    return Hold(p);
+    return tn::Adopt(p);
 }
 
-Held<ITnRobotDataValue> MadeValue(int nValue) {
+TnRobotPtr<ITnRobotDataValue> MadeValue(int nValue) {
     ITnRobotDataValue* pValue = nullptr;
     TnCreateRobotIntData(nValue, &pValue);
-    return Hold(pValue);
+    return tn::Adopt(pValue);
 }
 
 ITnUnknown* RootOf(CTnRobotObject* pObject) {
@@ -85,14 +85,14 @@ protected:
     const PluginTable& Plugin() const { return *m_pTable; }
 
     // A file of the plug-in's with the node in it: the tables, then the record.
-    Held<ITnRobotFile> SavedNode(int nNumber) {
+    TnRobotPtr<ITnRobotFile> SavedNode(int nNumber) {
         CTnRobotObject* pNode = Plugin().pfnCreateNode(nNumber);
-        auto objects = Hold(Plugin().pfnCreateFile());
+        auto objects = tn::Adopt(Plugin().pfnCreateFile());
         auto archive = Made(TnCreateRobotArchive);
         archive->Attach(objects.get(), true);
         EXPECT_EQ(archive->WriteObject(pNode), 1);
         archive->Detach();
-        auto file = Hold(Plugin().pfnCreateFile());
+        auto file = tn::Adopt(Plugin().pfnCreateFile());
         archive->Attach(file.get(), true);
         EXPECT_EQ(archive->WriteMapHeader(), 1);
         std::vector<unsigned char> records(static_cast<std::size_t>(objects->GetTotleLen()));
@@ -124,7 +124,7 @@ TEST_F(Border, TypesOfInterfacesAreTheSameOnBothSides) {
 TEST_F(Border, TypesOfObjectsAreTheSameOnBothSides) {
     const auto value = MadeValue(5);
     const auto group = Made(TnCreateRobotValueDataGroup);
-    const auto file = Hold(Plugin().pfnCreateFile());
+    const auto file = tn::Adopt(Plugin().pfnCreateFile());
     const ITnUnknown& anyValue = *value;
     const ITnUnknown& anyFile = *file;
     const auto& valueType = typeid(anyValue);
@@ -154,7 +154,7 @@ TEST_F(Border, APluginCastsObjectsOfTheLibrary) {
 }
 
 TEST_F(Border, AProgramCastsObjectsOfAPlugin) {
-    const auto file = Hold(Plugin().pfnCreateFile());
+    const auto file = tn::Adopt(Plugin().pfnCreateFile());
     ITnUnknown* pFile = file.get();
     EXPECT_EQ(dynamic_cast<ITnRobotFile*>(pFile), file.get());
     EXPECT_EQ(dynamic_cast<ITnRobotMemFile*>(pFile), nullptr);
@@ -175,7 +175,7 @@ TEST_F(Border, EitherSideDestroysObjectsOfTheOtherThroughAnyBase) {
 
     // A group that nobody else holds gives its value back wherever its destructor is called from.
     const auto value = MadeValue(5);
-    ITnRobotDataValueGroup* pGroup = Made(TnCreateRobotValueDataGroup).release();
+    ITnRobotDataValueGroup* pGroup = Made(TnCreateRobotValueDataGroup).detach();
     ASSERT_EQ(pGroup->SetValue("five", value.get()), 0);
     value->AddRef();
     const int nWithGroup = value->Release();
@@ -187,7 +187,7 @@ TEST_F(Border, EitherSideDestroysObjectsOfTheOtherThroughAnyBase) {
 TEST_F(Border, AnArchiveOfTheLibraryWritesToAFileOfAPlugin) {
     ITnRobotFile* pFile = Plugin().pfnCreateFile();
     const auto archive = Made(TnCreateRobotArchive);
-    const auto group = Hold(Plugin().pfnCreateGroup());
+    const auto group = tn::Adopt(Plugin().pfnCreateGroup());
     ASSERT_TRUE(archive->Attach(pFile, true));
     EXPECT_EQ(group->Serialize(archive.get()), 1);
     archive->Detach();
@@ -205,7 +205,7 @@ TEST_F(Border, AnArchiveOfTheLibraryWritesToAFileOfAPlugin) {
 }
 
 TEST_F(Border, AStreamOfTheLibraryFillsBlocksOfAPlugin) {
-    const auto pool = Hold(Plugin().pfnCreateBlockPool());
+    const auto pool = tn::Adopt(Plugin().pfnCreateBlockPool());
     ITnRobotMemDataStream* pStream = nullptr;
     ASSERT_EQ(TnCreateRobotMemDataStream(pool.get(), &pStream), 1);
     const unsigned char content[] = "across the border";
@@ -222,7 +222,7 @@ TEST_F(Border, AStreamOfTheLibraryFillsBlocksOfAPlugin) {
 }
 
 TEST_F(Border, ABlockOfTheLibraryKeepsABlockOfAPluginAlive) {
-    const auto pool = Hold(Plugin().pfnCreateBlockPool());
+    const auto pool = tn::Adopt(Plugin().pfnCreateBlockPool());
     ITnRobotMemoryBlock* pParent = nullptr;
     ASSERT_EQ(pool->QueryMemBuff(16, &pParent), 1);
     unsigned int nSize = 0;
@@ -237,8 +237,8 @@ TEST_F(Border, ABlockOfTheLibraryKeepsABlockOfAPluginAlive) {
 }
 
 TEST_F(Border, ElementsOfAPluginLiveInAPoolOfTheProgram) {
-    auto alloc = Hold(Plugin().pfnCreateElementAlloc());
-    auto pool = Hold(new CTnRobotPool<ITnPoolElement>(alloc.get()));
+    auto alloc = tn::Adopt(Plugin().pfnCreateElementAlloc());
+    auto pool = tn::Adopt(new CTnRobotPool<ITnPoolElement>(alloc.get()));
     alloc.reset();
     ITnPoolElement* pFirst = nullptr;
     ASSERT_TRUE(pool->QueryPoolElement(0, nullptr, &pFirst));
@@ -278,8 +278,8 @@ TEST_F(Border, AnArchiveDestroysAnObjectOfAPluginThatFailsToLoad) {
 }
 
 TEST_F(Border, APluginHandsOutObjectsOfTheLibrary) {
-    const auto group = Hold(Plugin().pfnCreateGroup());
-    const auto clone = Hold(group->Clone());
+    const auto group = tn::Adopt(Plugin().pfnCreateGroup());
+    const auto clone = tn::Adopt(group->Clone());
     int nError = -1;
     EXPECT_EQ(clone->IntData("answer", &nError), 42);
     EXPECT_EQ(nError, 0);

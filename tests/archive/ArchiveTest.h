@@ -40,10 +40,10 @@ inline Bytes NodeHeader(unsigned int nNodes, const char* lpszGuid = TestNode::kG
 }
 
 // Reads one object that must be a node; the caller owns what comes back.
-inline Held<TestNode> ReadNode(ITnRobotArchive& archive) {
+inline TnRobotPtr<TestNode> ReadNode(ITnRobotArchive& archive) {
     CTnRobotObject* pObject = nullptr;
     EXPECT_EQ(archive.ReadObject(&pObject), 1);
-    return Hold(dynamic_cast<TestNode*>(pObject));
+    return tn::Adopt(dynamic_cast<TestNode*>(pObject));
 }
 
 }  // namespace tntest

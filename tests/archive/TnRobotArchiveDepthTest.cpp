@@ -28,11 +28,11 @@ constexpr unsigned int kMostObjects = 65535;
 constexpr int kDeepest = 4096;
 
 // A chain of nodes, each the only child of the one before.
-Held<TestNode> Chain(int nNodes) {
-    Held<TestNode> head = TestNode::Create(nNodes);
+TnRobotPtr<TestNode> Chain(int nNodes) {
+    TnRobotPtr<TestNode> head = TestNode::Create(nNodes);
     TestNode* pTail = head.get();
     for (int i = 1; i < nNodes; ++i) {
-        Held<TestNode> next = TestNode::Create(nNodes - i);
+        TnRobotPtr<TestNode> next = TestNode::Create(nNodes - i);
         pTail->Add(next.get());
         pTail = next.get();
     }
@@ -90,7 +90,7 @@ TEST_F(ArchiveLimits, AClassThatDoesNotFitIsRefused) {
     Channel channel = Loading(SavedMapHeader(classes, {}));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     channel->Detach();
-    Held<TestFile> file = TestFile::Create();
+    TnRobotPtr<TestFile> file = TestFile::Create();
     ASSERT_TRUE(channel->Attach(file.get(), true));
     PlainObject unknown;
     EXPECT_EQ(channel->WriteObject(&unknown), 0);
@@ -102,16 +102,16 @@ TEST_F(ArchiveLimits, AClassThatDoesNotFitIsRefused) {
 }
 
 TEST_F(ArchiveDepth, WritingNestsFourThousandAndNinetySixDeep) {
-    Held<TestNode> deepest = Chain(kDeepest);
+    TnRobotPtr<TestNode> deepest = Chain(kDeepest);
     Channel channel = Storing();
     EXPECT_EQ(channel->WriteObject(deepest.get()), 1);
     EXPECT_EQ(channel.file->Content().size(), 12U * kDeepest);
 
-    Held<TestNode> tooDeep = Chain(kDeepest + 1);
+    TnRobotPtr<TestNode> tooDeep = Chain(kDeepest + 1);
     Channel failing = Storing();
     EXPECT_EQ(failing->WriteObject(tooDeep.get()), 0);
     // The archive is as usable afterwards as before.
-    Held<TestNode> shallow = TestNode::Create(1);
+    TnRobotPtr<TestNode> shallow = TestNode::Create(1);
     EXPECT_EQ(failing->WriteObject(shallow.get()), 1);
 }
 
@@ -119,7 +119,7 @@ TEST_F(ArchiveDepth, ReadingNestsFourThousandAndNinetySixDeep) {
     Channel channel = Loading(SavedChain(kDeepest));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     {
-        Held<TestNode> deepest = ReadNode(*channel.Get());
+        TnRobotPtr<TestNode> deepest = ReadNode(*channel.Get());
         ASSERT_NE(deepest, nullptr);
         EXPECT_EQ(LiveObject::Count(), kDeepest);
     }
@@ -149,12 +149,12 @@ public:
         }
     }
 
-    static Held<ListEntry> List(int nEntries) {
-        Held<ListEntry> head;
+    static TnRobotPtr<ListEntry> List(int nEntries) {
+        TnRobotPtr<ListEntry> head;
         for (int i = 0; i < nEntries; ++i) {
             auto* pEntry = new ListEntry(i);
-            pEntry->m_pNext = head.release();
-            head.reset(pEntry);
+            pEntry->m_pNext = head.detach();
+            head.attach(pEntry);
         }
         return head;
     }
@@ -199,7 +199,7 @@ TEST_F(ArchiveDepth, AListOfTheGreatestDepthKeepsItsLastNullAndItsPayloads) {
     ASSERT_EQ(loading->ReadMapHeader(), 1);
     CTnRobotObject* pObject = nullptr;
     ASSERT_EQ(loading->ReadObject(&pObject), 1);
-    const Held<ListEntry> head = Hold(dynamic_cast<ListEntry*>(pObject));
+    const TnRobotPtr<ListEntry> head = tn::Adopt(dynamic_cast<ListEntry*>(pObject));
     int nExpected = kDeepest;
     for (const ListEntry* p = head.get(); p != nullptr; p = p->m_pNext) {
         ASSERT_EQ(p->m_nPayload, --nExpected);
@@ -209,8 +209,8 @@ TEST_F(ArchiveDepth, AListOfTheGreatestDepthKeepsItsLastNullAndItsPayloads) {
 }
 
 TEST_F(ArchiveDepth, AReferenceIsWrittenAndReadAtTheGreatestDepth) {
-    Held<TestNode> shared = TestNode::Create(7);
-    Held<TestNode> chain = Chain(kDeepest);
+    TnRobotPtr<TestNode> shared = TestNode::Create(7);
+    TnRobotPtr<TestNode> chain = Chain(kDeepest);
     TestNode* pLast = chain.get();
     while (!pLast->Children().empty()) {
         pLast = pLast->Children()[0];
@@ -222,8 +222,8 @@ TEST_F(ArchiveDepth, AReferenceIsWrittenAndReadAtTheGreatestDepth) {
 
     Channel loading = Loading(SavedList(storing));
     ASSERT_EQ(loading->ReadMapHeader(), 1);
-    const Held<TestNode> readShared = ReadNode(*loading.Get());
-    const Held<TestNode> readChain = ReadNode(*loading.Get());
+    const TnRobotPtr<TestNode> readShared = ReadNode(*loading.Get());
+    const TnRobotPtr<TestNode> readChain = ReadNode(*loading.Get());
     ASSERT_NE(readChain, nullptr);
     EXPECT_EQ(readShared->References(), 2);
 }
@@ -261,7 +261,7 @@ TEST_F(ArchiveDepth, WhatWasReadWithinSomethingTooDeepCountsAsUnread) {
     EXPECT_EQ(loading->ReadObject(&pObject), 0);
     EXPECT_EQ(LiveObject::Count(), 0);
     loading->Detach();
-    Held<TestFile> reference = TestFile::Create(ObjectRecord(false, 1));
+    TnRobotPtr<TestFile> reference = TestFile::Create(ObjectRecord(false, 1));
     ASSERT_TRUE(loading->Attach(reference.get(), false));
     EXPECT_EQ(loading->ReadObject(&pObject), 0);
     EXPECT_EQ(pObject, nullptr);
@@ -275,7 +275,7 @@ TEST_F(ArchiveDepth, AFileThatNestsSixtyThousandDeepFails) {
     EXPECT_EQ(LiveObject::Count(), 0);
     // Further down in the file the depth counts from the start again.
     channel->Detach();
-    Held<TestFile> shallow = TestFile::Create(ObjectRecord(true, 59999) + SavedNode(1, 0));
+    TnRobotPtr<TestFile> shallow = TestFile::Create(ObjectRecord(true, 59999) + SavedNode(1, 0));
     ASSERT_TRUE(channel->Attach(shallow.get(), false));
     EXPECT_NE(ReadNode(*channel.Get()), nullptr);
 }

@@ -79,11 +79,11 @@ constexpr int kRecords = 4;
 
 // An archive file with everything in it: header, objects with a shared one, a group, a value, a text.
 Bytes GoodFile() {
-    Held<TestNode> parent = TestNode::Create(1);
-    Held<TestNode> child = TestNode::Create(2);
+    TnRobotPtr<TestNode> parent = TestNode::Create(1);
+    TnRobotPtr<TestNode> child = TestNode::Create(2);
     parent->Add(child.get());
     parent->Add(child.get());
-    Held<TolerantNode> ring = TolerantNode::Create(3);
+    TnRobotPtr<TolerantNode> ring = TolerantNode::Create(3);
     ring->Add(ring.get());
     Channel channel = Storing();
     channel->WriteObject(parent.get());
@@ -108,7 +108,7 @@ void Exercise(ITnRobotDataValue& value) {
     const std::string strText = value.Convert2String(&nLength);
     EXPECT_TRUE(nLength == 0 || nLength == strText.size() + 1);
     SavedFormOf(value);
-    Value clone(value.Clone());
+    Value clone(value.Clone(), tn::kAdopt);
     if (clone != nullptr) {
         EXPECT_EQ(SavedFormOf(*clone), SavedFormOf(value));
     }
@@ -122,11 +122,11 @@ void Exercise(ITnRobotDataValueGroup& group) {
         EXPECT_EQ(group.GetDataValueType(strName.c_str()), eType);
         ITnRobotDataValue* pValue = nullptr;
         if (group.GetValue(strName.c_str(), &pValue) == 0) {
-            Value value(pValue);
+            Value value(pValue, tn::kAdopt);
             Exercise(*value);
         }
     }
-    Group clone(group.Clone());
+    Group clone(group.Clone(), tn::kAdopt);
     EXPECT_EQ(SavedFormOf(*clone).size(), SavedFormOf(group).size());
 }
 
@@ -383,7 +383,7 @@ TEST(ArchiveHostile, NegativeCountsOfAText) {
             },
             std::to_string(nCount));
     }
-    Held<ITnRobotArchive> detached = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> detached = MakeArchive();
     int nLength = -1;
     EXPECT_EQ(detached->ReadString(nLength, nullptr), nullptr);
 }
@@ -551,7 +551,7 @@ TEST(ArchiveHostile, TablesBeyondTheFormatAreNotWritten) {
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     channel->Detach();
-    Held<TestFile> file = TestFile::Create();
+    TnRobotPtr<TestFile> file = TestFile::Create();
     ASSERT_TRUE(channel->Attach(file.get(), true));
     EXPECT_EQ(channel->WriteMapHeader(), 0) << "a count that wraps makes a file that cannot be read";
     PlainObject object;
@@ -609,8 +609,8 @@ TEST(ArchiveHostile, AFileThatDeliversByteByByteEnds) {
 }
 
 TEST(ArchiveHostile, EveryFailingWriteEndsWithADocumentedResult) {
-    Held<TestNode> parent = TestNode::Create(1);
-    Held<TestNode> child = TestNode::Create(2);
+    TnRobotPtr<TestNode> parent = TestNode::Create(1);
+    TnRobotPtr<TestNode> child = TestNode::Create(2);
     parent->Add(child.get());
     parent->Add(child.get());
     Group group = NewGroup();

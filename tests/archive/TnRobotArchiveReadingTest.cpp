@@ -18,7 +18,7 @@ using ArchiveReading = Archive;
 }  // namespace
 
 TEST_F(ArchiveReading, GivesObjectsBackByClass) {
-    Held<TestNode> node = TestNode::Create(7);
+    TnRobotPtr<TestNode> node = TestNode::Create(7);
     PlainObject plain(9);
     Channel storing = Storing();
     ASSERT_EQ(storing->WriteObject(node.get()), 1);
@@ -27,7 +27,7 @@ TEST_F(ArchiveReading, GivesObjectsBackByClass) {
     ASSERT_EQ(storing->WriteMapHeader(), 1);
     Channel loading = Loading(storing.file->TakeNew() + objects);
     ASSERT_EQ(loading->ReadMapHeader(), 1);
-    Held<TestNode> readNode = ReadNode(*loading.Get());
+    TnRobotPtr<TestNode> readNode = ReadNode(*loading.Get());
     ASSERT_NE(readNode, nullptr);
     EXPECT_NE(readNode.get(), node.get());
     EXPECT_EQ(readNode->Number(), 7);
@@ -43,11 +43,11 @@ TEST_F(ArchiveReading, ASharedObjectComesBackOnceWithAReferenceForEachReader) {
     Channel channel = Loading(NodeHeader(1) + ObjectRecord(true, 0) + SavedNode(7, 0) + ObjectRecord(false, 0) +
                               ObjectRecord(false, 0));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
-    Held<TestNode> second = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> second = ReadNode(*channel.Get());
     EXPECT_EQ(first.get(), second.get());
     EXPECT_EQ(first->References(), 2);
-    Held<TestNode> third = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> third = ReadNode(*channel.Get());
     EXPECT_EQ(first->References(), 3);
 }
 
@@ -64,9 +64,9 @@ TEST_F(ArchiveReading, AnUncountedObjectIsSharedAsItIs) {
 }
 
 TEST_F(ArchiveReading, GraphsKeepTheirShape) {
-    Held<TestNode> parent = TestNode::Create(1);
-    Held<TestNode> left = TestNode::Create(2);
-    Held<TestNode> shared = TestNode::Create(3);
+    TnRobotPtr<TestNode> parent = TestNode::Create(1);
+    TnRobotPtr<TestNode> left = TestNode::Create(2);
+    TnRobotPtr<TestNode> shared = TestNode::Create(3);
     parent->Add(left.get());
     parent->Add(shared.get());
     left->Add(shared.get());
@@ -77,7 +77,7 @@ TEST_F(ArchiveReading, GraphsKeepTheirShape) {
     ASSERT_EQ(storing->WriteMapHeader(), 1);
     Channel loading = Loading(storing.file->TakeNew() + objects);
     ASSERT_EQ(loading->ReadMapHeader(), 1);
-    Held<TestNode> root = ReadNode(*loading.Get());
+    TnRobotPtr<TestNode> root = ReadNode(*loading.Get());
     ASSERT_NE(root, nullptr);
     ASSERT_EQ(root->Children().size(), 2U);
     const TestNode* pLeft = root->Children()[0];
@@ -102,8 +102,8 @@ TEST_F(ArchiveReading, ANullObjectIsReportedAsFailureAndLeavesTheOutPointer) {
 TEST_F(ArchiveReading, AnyNonZeroByteMeansPresentOrNew) {
     Channel channel = Loading(NodeHeader(1) + FromHex("07 09 0000") + SavedNode(7, 0) + FromHex("FF 00 0000"));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
-    Held<TestNode> second = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> second = ReadNode(*channel.Get());
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(first.get(), second.get());
 }
@@ -201,16 +201,16 @@ TEST_F(ArchiveReading, AReferenceToAnObjectNotReadYetFailsWithNull) {
     CTnRobotObject* pObject = &untouched;
     EXPECT_EQ(channel->ReadObject(&pObject), 0);
     EXPECT_EQ(pObject, nullptr) << "the identity in the file is never handed out";
-    Held<TestNode> node = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> node = ReadNode(*channel.Get());
     pObject = &untouched;
     EXPECT_EQ(channel->ReadObject(&pObject), 0);
     EXPECT_EQ(pObject, nullptr);
-    Held<TestNode> again = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> again = ReadNode(*channel.Get());
     EXPECT_EQ(again.get(), node.get());
 }
 
 TEST_F(ArchiveReading, TheIdentityOfALiveObjectInAFileMeansNothing) {
-    Held<TestNode> mine = TestNode::Create(1);
+    TnRobotPtr<TestNode> mine = TestNode::Create(1);
     Channel channel =
         Loading(SavedMapHeader({TestNode::kGuid}, {{IdentityOf(mine.get()), 0}}) + ObjectRecord(false, 0));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
@@ -226,7 +226,7 @@ TEST_F(ArchiveReading, ARingComesBackOpen) {
         Loading(NodeHeader(2, TolerantNode::kGuid) + ObjectRecord(true, 0) + SavedNode(1, 1) + ObjectRecord(true, 1) +
                 SavedNode(2, 1) + ObjectRecord(false, 0) + ObjectRecord(false, 0) + ObjectRecord(false, 1));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
     ASSERT_NE(first, nullptr);
     ASSERT_EQ(first->Children().size(), 1U);
     TestNode* pSecond = first->Children()[0];
@@ -234,8 +234,8 @@ TEST_F(ArchiveReading, ARingComesBackOpen) {
     EXPECT_EQ(pSecond->Number(), 2);
     EXPECT_EQ(pSecond->Children(), std::vector<TestNode*>{nullptr});
     // Afterwards both can be referred to.
-    Held<TestNode> againFirst = ReadNode(*channel.Get());
-    Held<TestNode> againSecond = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> againFirst = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> againSecond = ReadNode(*channel.Get());
     EXPECT_EQ(againFirst.get(), first.get());
     EXPECT_EQ(againSecond.get(), pSecond);
 }
@@ -264,8 +264,8 @@ TEST_F(ArchiveReading, WhatLoadedWithinAFailedObjectCountsAsUnreadAgain) {
         EXPECT_EQ(channel->ReadObject(&pObject), 0) << "entry " << nEntry;
         EXPECT_EQ(pObject, nullptr) << "entry " << nEntry;
     }
-    Held<TestNode> second = ReadNode(*channel.Get());
-    Held<TestNode> again = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> second = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> again = ReadNode(*channel.Get());
     ASSERT_NE(second, nullptr);
     EXPECT_EQ(second->Number(), 3);
     EXPECT_EQ(again.get(), second.get());
@@ -280,7 +280,7 @@ TEST_F(ArchiveReading, AFailureDeepInsideForgetsOnlyItsOwnBranch) {
                               ObjectRecord(true, 3) + SavedNode(13, 0) +                      //
                               ObjectRecord(false, 3) + ObjectRecord(false, 1));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> root = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> root = ReadNode(*channel.Get());
     ASSERT_NE(root, nullptr);
     ASSERT_EQ(root->Children().size(), 4U);
     ASSERT_NE(root->Children()[0], nullptr);
@@ -296,9 +296,9 @@ TEST_F(ArchiveReading, AnObjectReadAgainInFullReplacesTheOneBefore) {
     Channel channel = Loading(NodeHeader(1) + ObjectRecord(true, 0) + SavedNode(1, 0) + ObjectRecord(true, 0) +
                               SavedNode(2, 0) + ObjectRecord(false, 0));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
-    Held<TestNode> second = ReadNode(*channel.Get());
-    Held<TestNode> shared = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> second = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> shared = ReadNode(*channel.Get());
     EXPECT_EQ(first->Number(), 1);
     EXPECT_EQ(second->Number(), 2);
     EXPECT_EQ(shared.get(), second.get());
@@ -311,7 +311,7 @@ TEST_F(ArchiveReading, ARereadThatForgetsNeverHandsOutAnObjectThatIsGone) {
                               ObjectRecord(true, 0) + SavedNode(TestNode::kFailsToLoad, 1) +  //
                               ObjectRecord(true, 1) + SavedNode(2, 0) + ObjectRecord(false, 1));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> first = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> first = ReadNode(*channel.Get());
     CTnRobotObject* pObject = nullptr;
     EXPECT_EQ(channel->ReadObject(&pObject), 0);
     EXPECT_EQ(LiveObject::Count(), 1);
@@ -354,8 +354,8 @@ TEST_F(ArchiveReading, ObjectsMayGoOnAnyThreadWhileOthersAreRead) {
     }
     Channel channel = Loading(bytes);
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    std::vector<Held<TestNode>> kept;
-    std::vector<Held<TestNode>> dropped;
+    std::vector<TnRobotPtr<TestNode>> kept;
+    std::vector<TnRobotPtr<TestNode>> dropped;
     for (unsigned int i = 0; i < kNodes; ++i) {
         (i % 2 == 0 ? kept : dropped).push_back(ReadNode(*channel.Get()));
         if (i == kNodes / 2) {
@@ -371,13 +371,13 @@ TEST_F(ArchiveReading, ObjectsMayGoOnAnyThreadWhileOthersAreRead) {
         CTnRobotObject* pObject = nullptr;
         const int nExpected = i % 2 == 0 || i > kNodes / 2 ? 1 : 0;
         ASSERT_EQ(channel->ReadObject(&pObject), nExpected) << i;
-        Hold(dynamic_cast<TestNode*>(pObject));
+        const auto held = tn::Adopt(dynamic_cast<TestNode*>(pObject));
     }
 }
 
 TEST_F(ArchiveReading, AnObjectThatWasWrittenAndIsGoneCannotBeReadByReference) {
     Channel channel = Storing();
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     ASSERT_EQ(channel->WriteObject(node.get()), 1);
     const std::uint64_t nIdentity = IdentityOf(node.get());
     node.reset();
@@ -385,7 +385,7 @@ TEST_F(ArchiveReading, AnObjectThatWasWrittenAndIsGoneCannotBeReadByReference) {
     ASSERT_EQ(channel->WriteMapHeader(), 1);
     EXPECT_EQ(channel.file->TakeNew(), SavedMapHeader({TestNode::kGuid}, {{nIdentity, 0}})) << "as if it were there";
     channel->Detach();
-    Held<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
+    TnRobotPtr<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
     ASSERT_TRUE(channel->Attach(file.get(), false));
     CTnRobotObject* pObject = nullptr;
     EXPECT_EQ(channel->ReadObject(&pObject), 0);
@@ -393,7 +393,7 @@ TEST_F(ArchiveReading, AnObjectThatWasWrittenAndIsGoneCannotBeReadByReference) {
 }
 
 TEST_F(ArchiveReading, ObjectsThatTwoArchivesKnowMayGoWithEither) {
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     Channel lasting = Storing();
     ASSERT_EQ(lasting->WriteObject(node.get()), 1);
     {
@@ -405,25 +405,25 @@ TEST_F(ArchiveReading, ObjectsThatTwoArchivesKnowMayGoWithEither) {
     }
     node.reset();
     lasting->Detach();
-    Held<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
+    TnRobotPtr<TestFile> file = TestFile::Create(ObjectRecord(false, 0));
     ASSERT_TRUE(lasting->Attach(file.get(), false));
     CTnRobotObject* pObject = nullptr;
     EXPECT_EQ(lasting->ReadObject(&pObject), 0);
 }
 
 TEST_F(ArchiveReading, ObjectsTravelThroughMemoryFiles) {
-    Held<TestNode> node = TestNode::Create(7);
+    TnRobotPtr<TestNode> node = TestNode::Create(7);
     node->Add(TestNode::Create(8).get());
     ITnRobotMemFile* pMemFile = nullptr;
     ASSERT_EQ(TnCreateRobotMemFile(&pMemFile), 1);
-    Held<ITnRobotMemFile> body(pMemFile);
+    TnRobotPtr<ITnRobotMemFile> body(pMemFile, tn::kAdopt);
     ASSERT_TRUE(body->OpenWriteFile(5));
-    Held<ITnRobotArchive> writer = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> writer = MakeArchive();
     ASSERT_TRUE(writer->Attach(body.get(), true));
     ASSERT_EQ(writer->WriteObject(node.get()), 1);
     writer->Detach();
     // The header goes in front, as its readers need it there.
-    Held<TestFile> whole = TestFile::Create();
+    TnRobotPtr<TestFile> whole = TestFile::Create();
     ASSERT_TRUE(writer->Attach(whole.get(), true));
     ASSERT_EQ(writer->WriteMapHeader(), 1);
     long long nLength = 0;
@@ -434,7 +434,7 @@ TEST_F(ArchiveReading, ObjectsTravelThroughMemoryFiles) {
 
     Channel loading = Loading(whole->Content());
     ASSERT_EQ(loading->ReadMapHeader(), 1);
-    Held<TestNode> read = ReadNode(*loading.Get());
+    TnRobotPtr<TestNode> read = ReadNode(*loading.Get());
     ASSERT_NE(read, nullptr);
     ASSERT_EQ(read->Children().size(), 1U);
     EXPECT_EQ(read->Children()[0]->Number(), 8);

@@ -28,8 +28,8 @@ TEST_F(Archive, IsCreatedDetachedWithOneReference) {
 }
 
 TEST_F(Archive, HasTheDirectionOfItsAttachment) {
-    Held<TestFile> file = TestFile::Create();
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<TestFile> file = TestFile::Create();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_TRUE(archive->Attach(file.get(), true));
     EXPECT_TRUE(archive->IsStoring());
     EXPECT_FALSE(archive->IsLoading());
@@ -42,8 +42,8 @@ TEST_F(Archive, HasTheDirectionOfItsAttachment) {
 }
 
 TEST_F(Archive, HoldsAReferenceToItsFile) {
-    Held<TestFile> file = TestFile::Create();
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<TestFile> file = TestFile::Create();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_TRUE(archive->Attach(file.get(), true));
     EXPECT_EQ(file->References(), 2);
     archive->Detach();
@@ -56,9 +56,9 @@ TEST_F(Archive, HoldsAReferenceToItsFile) {
 }
 
 TEST_F(Archive, RefusesASecondFileAndKeepsTheFirst) {
-    Held<TestFile> first = TestFile::Create();
-    Held<TestFile> second = TestFile::Create();
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<TestFile> first = TestFile::Create();
+    TnRobotPtr<TestFile> second = TestFile::Create();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_FALSE(archive->Attach(nullptr, true));
     EXPECT_FALSE(archive->IsStoring());
     EXPECT_TRUE(archive->Attach(first.get(), true));
@@ -99,14 +99,14 @@ TEST_F(Archive, ForwardsFlush) {
 }
 
 TEST_F(Archive, DetachedAnswersFailureAndDoesNothing) {
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     char szRead[4] = {'k', 'e', 'p', 't'};
     EXPECT_EQ(archive->Write("x", 1), 0);
     EXPECT_EQ(archive->Read(szRead, 4), -1);
     EXPECT_EQ(std::string(szRead, 4), "kept");
     EXPECT_EQ(archive->WriteString("x"), 0);
     EXPECT_EQ(archive->WriteString(""), 0);
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     EXPECT_EQ(archive->WriteObject(node.get()), 0);
     EXPECT_EQ(archive->WriteObject(nullptr), 0);
     CTnRobotObject* pObject = node.get();
@@ -261,7 +261,7 @@ TEST_F(ArchiveStrings, MayHoldZeros) {
 }
 
 TEST_F(ArchiveStrings, WithoutAFileTakeTheLengthFromTheCaller) {
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     int nLength = 0;
     int nError = 77;
     EXPECT_EQ(archive->ReadString(nLength, &nError), nullptr);
@@ -294,13 +294,13 @@ TEST_F(ArchiveWriting, ANullObjectIsOneZeroByteYetReportedAsFailure) {
 }
 
 TEST_F(ArchiveWriting, AnObjectIsWrittenOnceInFull) {
-    Held<TestNode> node = TestNode::Create(0x01020304);
+    TnRobotPtr<TestNode> node = TestNode::Create(0x01020304);
     Channel channel = Storing();
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
     EXPECT_EQ(channel.file->TakeNew(), FromHex("01 01 0000  04030201 00000000"));
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
     EXPECT_EQ(channel.file->TakeNew(), FromHex("01 00 0000"));
-    Held<TestNode> other = TestNode::Create(5);
+    TnRobotPtr<TestNode> other = TestNode::Create(5);
     EXPECT_EQ(channel->WriteObject(other.get()), 1);
     EXPECT_EQ(channel.file->TakeNew(), FromHex("01 01 0100  05000000 00000000"));
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
@@ -309,9 +309,9 @@ TEST_F(ArchiveWriting, AnObjectIsWrittenOnceInFull) {
 }
 
 TEST_F(ArchiveWriting, ObjectsAreNumberedInOrderOfFirstAppearance) {
-    Held<TestNode> parent = TestNode::Create(1);
-    Held<TestNode> left = TestNode::Create(2);
-    Held<TestNode> right = TestNode::Create(3);
+    TnRobotPtr<TestNode> parent = TestNode::Create(1);
+    TnRobotPtr<TestNode> left = TestNode::Create(2);
+    TnRobotPtr<TestNode> right = TestNode::Create(3);
     parent->Add(left.get());
     parent->Add(right.get());
     parent->Add(left.get());
@@ -325,8 +325,8 @@ TEST_F(ArchiveWriting, ObjectsAreNumberedInOrderOfFirstAppearance) {
 }
 
 TEST_F(ArchiveWriting, ARingEndsAtTheFirstObjectMetAgain) {
-    Held<TestNode> first = TestNode::Create(1);
-    Held<TestNode> second = TestNode::Create(2);
+    TnRobotPtr<TestNode> first = TestNode::Create(1);
+    TnRobotPtr<TestNode> second = TestNode::Create(2);
     first->Add(second.get());
     second->Add(first.get());
     Channel channel = Storing();
@@ -338,7 +338,7 @@ TEST_F(ArchiveWriting, ARingEndsAtTheFirstObjectMetAgain) {
 }
 
 TEST_F(ArchiveWriting, AnObjectMayReferToItself) {
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     node->Add(node.get());
     Channel channel = Storing();
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
@@ -367,7 +367,7 @@ TEST_F(ArchiveWriting, AnObjectThatCannotBeSavedFailsAfterItsRecord) {
 TEST_F(ArchiveWriting, EveryFailingWriteIsReported) {
     // present, new, index, number, count
     for (int nCall = 1; nCall <= 5; ++nCall) {
-        Held<TestNode> node = TestNode::Create(1);
+        TnRobotPtr<TestNode> node = TestNode::Create(1);
         Channel channel = Storing();
         channel.file->FailWrite(nCall);
         EXPECT_EQ(channel->WriteObject(node.get()), 0) << nCall;
@@ -379,7 +379,7 @@ TEST_F(ArchiveWriting, EveryFailingWriteIsReported) {
             << nCall;
     }
     for (int nCall = 1; nCall <= 3; ++nCall) {
-        Held<TestNode> node = TestNode::Create(1);
+        TnRobotPtr<TestNode> node = TestNode::Create(1);
         Channel channel = Storing();
         ASSERT_EQ(channel->WriteObject(node.get()), 1);
         channel.file->FailWrite(5 + nCall);
@@ -388,8 +388,8 @@ TEST_F(ArchiveWriting, EveryFailingWriteIsReported) {
 }
 
 TEST_F(ArchiveTables, ObjectsOfOneClassShareItsEntry) {
-    Held<TestNode> first = TestNode::Create(1);
-    Held<TestNode> second = TestNode::Create(2);
+    TnRobotPtr<TestNode> first = TestNode::Create(1);
+    TnRobotPtr<TestNode> second = TestNode::Create(2);
     Channel channel = Storing();
     ASSERT_EQ(channel->WriteObject(first.get()), 1);
     ASSERT_EQ(channel->WriteObject(second.get()), 1);
@@ -403,8 +403,8 @@ TEST_F(ArchiveTables, ObjectsOfOneClassShareItsEntry) {
 
 TEST_F(ArchiveTables, ClassesAreNumberedInOrderOfFirstAppearance) {
     PlainObject plain;
-    Held<TestNode> node = TestNode::Create(1);
-    Held<TolerantNode> tolerant = TolerantNode::Create(2);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TolerantNode> tolerant = TolerantNode::Create(2);
     Channel channel = Storing();
     CTnRobotObject* const objects[] = {node.get(), &plain, tolerant.get(), &plain};
     for (CTnRobotObject* pObject : objects) {
@@ -437,11 +437,11 @@ TEST_F(ArchiveTables, AreEmptyAtFirst) {
 }
 
 TEST_F(ArchiveTables, LiveAsLongAsTheArchive) {
-    Held<TestNode> node = TestNode::Create(1);
+    TnRobotPtr<TestNode> node = TestNode::Create(1);
     Channel channel = Storing();
     ASSERT_EQ(channel->WriteObject(node.get()), 1);
     channel->Detach();
-    Held<TestFile> second = TestFile::Create();
+    TnRobotPtr<TestFile> second = TestFile::Create();
     ASSERT_TRUE(channel->Attach(second.get(), true));
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
     EXPECT_EQ(second->TakeNew(), FromHex("01 00 0000"));
@@ -456,7 +456,7 @@ TEST_F(ArchiveTables, ReadTablesAreWrittenBackAsTheyCame) {
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     EXPECT_EQ(channel.file->Position(), header.size());
     channel->Detach();
-    Held<TestFile> copy = TestFile::Create();
+    TnRobotPtr<TestFile> copy = TestFile::Create();
     ASSERT_TRUE(channel->Attach(copy.get(), true));
     EXPECT_EQ(channel->WriteMapHeader(), 1);
     EXPECT_EQ(copy->Content(), header);
@@ -469,7 +469,7 @@ TEST_F(ArchiveTables, OnlyGrow) {
                               ObjectRecord(true, 2) + U8(8) + ObjectRecord(true, 0) + U8(9));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> node = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> node = ReadNode(*channel.Get());
     ASSERT_NE(node, nullptr) << "the second header's first object has index 1, its class index 1";
     EXPECT_EQ(node->Number(), 7);
     for (unsigned char byExpected : {static_cast<unsigned char>(8), static_cast<unsigned char>(9)}) {
@@ -484,14 +484,14 @@ TEST_F(ArchiveTables, OnlyGrow) {
 TEST_F(ArchiveTables, WhatWasReadIsKnownWhenWriting) {
     Channel channel = Loading(NodeHeader(2) + ObjectRecord(true, 1) + SavedNode(7, 0));
     ASSERT_EQ(channel->ReadMapHeader(), 1);
-    Held<TestNode> node = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> node = ReadNode(*channel.Get());
     ASSERT_NE(node, nullptr);
     channel->Detach();
-    Held<TestFile> file = TestFile::Create();
+    TnRobotPtr<TestFile> file = TestFile::Create();
     ASSERT_TRUE(channel->Attach(file.get(), true));
     EXPECT_EQ(channel->WriteObject(node.get()), 1);
     EXPECT_EQ(file->TakeNew(), FromHex("01 00 0100"));
-    Held<TestNode> fresh = TestNode::Create(8);
+    TnRobotPtr<TestNode> fresh = TestNode::Create(8);
     EXPECT_EQ(channel->WriteObject(fresh.get()), 1);
     EXPECT_EQ(file->TakeNew(), ObjectRecord(true, 2) + SavedNode(8, 0));
     EXPECT_EQ(channel->WriteMapHeader(), 1);
@@ -550,9 +550,9 @@ TEST_F(ArchiveTables, AFailedHeaderReadKeepsWhatItHadRead) {
     Channel channel = Loading(header);
     EXPECT_EQ(channel->ReadMapHeader(), 0);
     channel->Detach();
-    Held<TestFile> file = TestFile::Create(ObjectRecord(true, 0) + SavedNode(7, 0));
+    TnRobotPtr<TestFile> file = TestFile::Create(ObjectRecord(true, 0) + SavedNode(7, 0));
     ASSERT_TRUE(channel->Attach(file.get(), false));
-    Held<TestNode> node = ReadNode(*channel.Get());
+    TnRobotPtr<TestNode> node = ReadNode(*channel.Get());
     ASSERT_NE(node, nullptr);
     EXPECT_EQ(node->Number(), 7);
 }

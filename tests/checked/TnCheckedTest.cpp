@@ -8,9 +8,9 @@
 #include <string>
 
 #include "TnRobotKernel/TnRobotKernel.h"
+#include "TnRobotKernel/ptr.h"
 #include "checked/TnSanitizer.h"
 #include "support/objects/Groups.h"
-#include "support/objects/Held.h"
 #include "support/objects/Memory.h"
 #include "support/objects/TaskPools.h"
 
@@ -40,7 +40,7 @@ std::string Written(const std::string& strClass) {
 }
 
 ITnRobotMemoryBlock* QueryBlock(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
-    return Query(pool, nSize).release();
+    return Query(pool, nSize).detach();
 }
 
 ITnRobotDataValue* MakeText(const char* lpszText) {
@@ -54,7 +54,7 @@ struct SurfaceSource {
     SurfaceSource() : m_blocks(MakePool()) {
         ITnRobotSurfacePool* pPool = nullptr;
         TnCreateRobotSurfacePool(m_blocks.get(), &pPool);
-        m_pool = Hold(pPool);
+        m_pool = tn::Adopt(pPool);
     }
     ITnRobotSurface* Query() const {
         ITnRobotSurface::STnSurfaceDesc desc{};
@@ -66,7 +66,7 @@ struct SurfaceSource {
     }
 
     HeldPool m_blocks;
-    Held<ITnRobotSurfacePool> m_pool;
+    TnRobotPtr<ITnRobotSurfacePool> m_pool;
 };
 
 /// A task and what it needs.
@@ -77,7 +77,7 @@ struct TaskSource {
         return pTask;
     }
 
-    Held<ITnRobotTaskPool> m_pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> m_pool = MakeTaskPool();
 };
 
 template <typename Interface>
@@ -110,14 +110,14 @@ const STnHeapClass kHeapClasses[] = {
          TnCreateRobotManualEvent(false, &pEvent);
          return static_cast<ITnUnknown*>(pEvent);
      }},
-    {"CTnRobotProtocolMemBlock", [] { return static_cast<ITnUnknown*>(MakeView(nullptr, nullptr, 0).release()); }},
+    {"CTnRobotProtocolMemBlock", [] { return static_cast<ITnUnknown*>(MakeView(nullptr, nullptr, 0).detach()); }},
     {"CTnRobotMemDataStream",
      [] {
          ITnRobotMemDataStream* pStream = nullptr;
          TnCreateRobotMemDataStream(MakePool().get(), &pStream);
          return static_cast<ITnUnknown*>(pStream);
      }},
-    {"CTnRobotSurfacePool", [] { return static_cast<ITnUnknown*>(SurfaceSource().m_pool.release()); }},
+    {"CTnRobotSurfacePool", [] { return static_cast<ITnUnknown*>(SurfaceSource().m_pool.detach()); }},
 };
 
 void ReleaseTwice(ITnUnknown* pObject) {
@@ -157,7 +157,7 @@ TEST_F(CheckedDeathTest, AnyOtherCallOfADestroyedObject) {
 // The second base of an object has a table of its own.
 TEST_F(CheckedDeathTest, ACallOfADestroyedObjectThroughItsSecondBase) {
     const auto use = [] {
-        ITnRobotDataValueGroup* pGroup = NewGroup().release();
+        ITnRobotDataValueGroup* pGroup = NewGroup().detach();
         ITnRobotSerialize* pSerialize = pGroup;
         pGroup->Release();
         pSerialize->Serialize(nullptr);
@@ -311,11 +311,11 @@ TEST(Checked, LeavesObjectsOfApplicationsAlone) {
 
 TEST(Checked, HoldersKeepWhatOutlivesItsPool) {
     auto surfaces = std::make_unique<SurfaceSource>();
-    const Held<ITnRobotSurface> surface = Hold(surfaces->Query());
+    const TnRobotPtr<ITnRobotSurface> surface = tn::Adopt(surfaces->Query());
     auto tasks = std::make_unique<TaskSource>();
-    const Held<ITnRobotTask> task = Hold(tasks->Query());
+    const TnRobotPtr<ITnRobotTask> task = tn::Adopt(tasks->Query());
     HeldPool blocks = MakeCirclePool();
-    const Held<ITnRobotMemoryBlock> block = Hold(QueryBlock(*blocks, 10));
+    const TnRobotPtr<ITnRobotMemoryBlock> block = tn::Adopt(QueryBlock(*blocks, 10));
     surfaces.reset();
     tasks.reset();
     blocks.reset();
@@ -332,7 +332,7 @@ TEST(Checked, HoldersKeepWhatOutlivesItsPool) {
 
 TEST(Checked, ValuesAreWatchedAgainAfterEachHandOut) {
     for (int nRound = 0; nRound < 3; ++nRound) {
-        const Held<ITnRobotDataValue> value = Hold(MakeText("text"));
+        const TnRobotPtr<ITnRobotDataValue> value = tn::Adopt(MakeText("text"));
         int nLength = 0;
         EXPECT_STREQ(value->StringData(nLength, nullptr), "text");
     }

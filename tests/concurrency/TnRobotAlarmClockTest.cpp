@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -23,10 +23,10 @@ double WallMillisecondsSince(WallClock::time_point start) {
     return std::chrono::duration<double, std::milli>(WallClock::now() - start).count();
 }
 
-Held<ITnRobotAlarmClock> MakeClock() {
+TnRobotPtr<ITnRobotAlarmClock> MakeClock() {
     ITnRobotAlarmClock* pClock = nullptr;
     EXPECT_EQ(TnCreateRobotAlarmClock(&pClock), 1);
-    return Hold(pClock);
+    return tn::Adopt(pClock);
 }
 
 // The flag starts as the opposite of what is expected, so that it must have been written.
@@ -52,21 +52,21 @@ class AlarmClock : public ThreadTest {};
 }  // namespace
 
 TEST_F(AlarmClock, BelongsToItsCreator) {
-    Held<ITnRobotAlarmClock> clock = MakeClock();
+    TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     clock->AddRef();
     EXPECT_EQ(clock->Release(), 1);
-    EXPECT_EQ(clock.release()->Release(), 0);
+    EXPECT_EQ(clock.detach()->Release(), 0);
 }
 
 TEST_F(AlarmClock, IsStoppedAtFirst) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     EXPECT_TRUE(IsStopped(*clock));
     EXPECT_TRUE(clock->Wait());
     EXPECT_TRUE(IsStopped(*clock));
 }
 
 TEST_F(AlarmClock, PassesItsLimitNotBeforeItIsDue) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     const WallClock::time_point start = WallClock::now();
     clock->StartRecord(100);
     // Nearly always seen; a machine that stands still for 100 ms here proves nothing either way.
@@ -79,7 +79,7 @@ TEST_F(AlarmClock, PassesItsLimitNotBeforeItIsDue) {
 }
 
 TEST_F(AlarmClock, GoesOnPastItsLimitUntilSomebodyActs) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     clock->StartRecord(1);
     ASSERT_TRUE(Eventually([&clock] { return IsRunningPastItsLimit(*clock); }));
     EXPECT_TRUE(StaysTrue([&clock] { return IsRunningPastItsLimit(*clock); }, Milliseconds(20)));
@@ -92,7 +92,7 @@ TEST_F(AlarmClock, GoesOnPastItsLimitUntilSomebodyActs) {
 }
 
 TEST_F(AlarmClock, ALimitOfZeroIsPassedAsSoonAsAnyTimeHas) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     clock->StartRecord(0);
     const WallClock::time_point start = WallClock::now();
     ASSERT_TRUE(Eventually([&clock] { return IsRunningPastItsLimit(*clock); }));
@@ -101,7 +101,7 @@ TEST_F(AlarmClock, ALimitOfZeroIsPassedAsSoonAsAnyTimeHas) {
 }
 
 TEST_F(AlarmClock, TheLargestLimitsAreValid) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     for (const unsigned int nMs : {4295U, 2147484U, 0x7FFFFFFFU, 0x80000000U, UINT_MAX}) {
         clock->StartRecord(nMs);
         EXPECT_TRUE(StaysTrue([&clock] { return IsRunningWithinItsLimit(*clock); }, Milliseconds(20))) << nMs;
@@ -109,7 +109,7 @@ TEST_F(AlarmClock, TheLargestLimitsAreValid) {
 }
 
 TEST_F(AlarmClock, WaitEndsPastTheLimit) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     for (const unsigned int nMs : {0U, 1U, 100U}) {
         const WallClock::time_point start = WallClock::now();
         clock->StartRecord(nMs);
@@ -121,7 +121,7 @@ TEST_F(AlarmClock, WaitEndsPastTheLimit) {
 }
 
 TEST_F(AlarmClock, StoppingEndsEveryWait) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     clock->StartRecord(kTenMinutes);
     std::atomic<int> nStopped{0};
     std::vector<Caller> waiters;
@@ -142,7 +142,7 @@ TEST_F(AlarmClock, StoppingEndsEveryWait) {
 }
 
 TEST_F(AlarmClock, AStoppedClockIsStoppedAlsoPastItsLimit) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     clock->StartRecord(0);
     ASSERT_TRUE(Eventually([&clock] { return IsRunningPastItsLimit(*clock); }));
     clock->StopRecord();
@@ -151,7 +151,7 @@ TEST_F(AlarmClock, AStoppedClockIsStoppedAlsoPastItsLimit) {
 }
 
 TEST_F(AlarmClock, StoppingTwiceEqualsOnce) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     clock->StopRecord();
     EXPECT_TRUE(IsStopped(*clock));
     clock->StartRecord(kTenMinutes);
@@ -164,7 +164,7 @@ TEST_F(AlarmClock, StoppingTwiceEqualsOnce) {
 }
 
 TEST_F(AlarmClock, RestartingAStoppedClockLeavesItStopped) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     clock->ReStartRecord();
     EXPECT_TRUE(IsStopped(*clock));
     clock->StartRecord(kTenMinutes);
@@ -175,7 +175,7 @@ TEST_F(AlarmClock, RestartingAStoppedClockLeavesItStopped) {
 }
 
 TEST_F(AlarmClock, RestartingARunningClockKeepsTheLimitAndMovesTheStart) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     const WallClock::time_point start = WallClock::now();
     clock->StartRecord(100);
     ASSERT_TRUE(Eventually([start] { return WallMillisecondsSince(start) > 70.0; }));
@@ -192,7 +192,7 @@ TEST_F(AlarmClock, RestartingARunningClockKeepsTheLimitAndMovesTheStart) {
 }
 
 TEST_F(AlarmClock, StartingARunningClockTakesTheNewLimitFromNow) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     clock->StartRecord(kTenMinutes);
     const WallClock::time_point start = WallClock::now();
     clock->StartRecord(50);
@@ -204,7 +204,7 @@ TEST_F(AlarmClock, StartingARunningClockTakesTheNewLimitFromNow) {
 
 // A wait in progress goes by the clock as it is now, not as it was when the wait began.
 TEST_F(AlarmClock, AWaitInProgressSeesANewLimit) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     clock->StartRecord(kTenMinutes);
     std::atomic<bool> bStopped{true};
     Caller waiter([&clock, &bStopped] { bStopped = clock->Wait(); });
@@ -217,14 +217,14 @@ TEST_F(AlarmClock, AWaitInProgressSeesANewLimit) {
 // A new clock has a limit of 0 and a start in 1970. Whoever saw it running before both are stored
 // would take it for past its limit.
 TEST_F(AlarmClock, NobodySeesItRunningWithAnOldStart) {
-    std::vector<Held<ITnRobotAlarmClock>> clocks;
+    std::vector<TnRobotPtr<ITnRobotAlarmClock>> clocks;
     for (int n = 0; n < 1000; ++n) {
         clocks.push_back(MakeClock());
     }
     std::atomic<std::size_t> nWatched{0};
     std::atomic<int> nWrong{0};
     Caller watcher([&] {
-        for (const Held<ITnRobotAlarmClock>& clock : clocks) {
+        for (const TnRobotPtr<ITnRobotAlarmClock>& clock : clocks) {
             ++nWatched;
             bool bStopped = true;
             while (bStopped) {
@@ -241,7 +241,7 @@ TEST_F(AlarmClock, NobodySeesItRunningWithAnOldStart) {
 }
 
 TEST_F(AlarmClock, MayBeUsedByManyThreadsAtOnce) {
-    const Held<ITnRobotAlarmClock> clock = MakeClock();
+    const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
     std::atomic<bool> bEnd{false};
     std::atomic<bool> bWrong{false};
     std::vector<Caller> threads;

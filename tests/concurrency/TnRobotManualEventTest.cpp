@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -14,10 +14,10 @@ namespace {
 
 constexpr unsigned int kForEver = UINT_MAX;
 
-Held<ITnRobotEvent> MakeEvent(bool bSignalled) {
+TnRobotPtr<ITnRobotEvent> MakeEvent(bool bSignalled) {
     ITnRobotEvent* pEvent = nullptr;
     EXPECT_EQ(TnCreateRobotManualEvent(bSignalled, &pEvent), 1);
-    return Hold(pEvent);
+    return tn::Adopt(pEvent);
 }
 
 class ManualEvent : public ThreadTest {};
@@ -25,10 +25,10 @@ class ManualEvent : public ThreadTest {};
 }  // namespace
 
 TEST_F(ManualEvent, BelongsToItsCreator) {
-    Held<ITnRobotEvent> event = MakeEvent(false);
+    TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
     event->AddRef();
     EXPECT_EQ(event->Release(), 1);
-    EXPECT_EQ(event.release()->Release(), 0);
+    EXPECT_EQ(event.detach()->Release(), 0);
 }
 
 TEST_F(ManualEvent, StartsInTheStateItIsCreatedWith) {
@@ -41,7 +41,7 @@ TEST_F(ManualEvent, MovesBetweenSetAndResetAnyNumberOfTimes) {
     const std::vector<Operation> operations = {
         Operation::kSet, Operation::kSet,   Operation::kReset, Operation::kReset, Operation::kReset,
         Operation::kSet, Operation::kReset, Operation::kSet,   Operation::kSet,   Operation::kReset};
-    const Held<ITnRobotEvent> event = MakeEvent(true);
+    const TnRobotPtr<ITnRobotEvent> event = MakeEvent(true);
     for (const Operation operation : operations) {
         if (operation == Operation::kSet) {
             event->SetEvent();
@@ -53,7 +53,7 @@ TEST_F(ManualEvent, MovesBetweenSetAndResetAnyNumberOfTimes) {
 }
 
 TEST_F(ManualEvent, AWaitDoesNotTakeTheEvent) {
-    const Held<ITnRobotEvent> event = MakeEvent(true);
+    const TnRobotPtr<ITnRobotEvent> event = MakeEvent(true);
     for (const unsigned int nMs : {0U, 1U, 100U, 0U, kForEver, 0U}) {
         EXPECT_TRUE(event->WaitEvent(nMs)) << nMs;
     }
@@ -63,7 +63,7 @@ TEST_F(ManualEvent, AWaitDoesNotTakeTheEvent) {
 }
 
 TEST_F(ManualEvent, AskingDoesNotBlock) {
-    const Held<ITnRobotEvent> event = MakeEvent(false);
+    const TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
     const Clock::time_point start = Clock::now();
     for (int n = 0; n < 1000; ++n) {
         ASSERT_FALSE(event->WaitEvent(0));
@@ -73,7 +73,7 @@ TEST_F(ManualEvent, AskingDoesNotBlock) {
 }
 
 TEST_F(ManualEvent, AWaitForAnEventThatNobodySetsTakesItsTime) {
-    const Held<ITnRobotEvent> event = MakeEvent(false);
+    const TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
     for (const unsigned int nMs : {1U, 50U, 200U}) {
         const Clock::time_point start = Clock::now();
         EXPECT_FALSE(event->WaitEvent(nMs));
@@ -84,7 +84,7 @@ TEST_F(ManualEvent, AWaitForAnEventThatNobodySetsTakesItsTime) {
 }
 
 TEST_F(ManualEvent, SettingWakesEveryWaiter) {
-    const Held<ITnRobotEvent> event = MakeEvent(false);
+    const TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
     std::atomic<int> nTrue{0};
     {
         std::vector<Caller> waiters;
@@ -100,7 +100,7 @@ TEST_F(ManualEvent, SettingWakesEveryWaiter) {
 }
 
 TEST_F(ManualEvent, ResettingWakesNobody) {
-    const Held<ITnRobotEvent> event = MakeEvent(false);
+    const TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
     std::atomic<bool> bResult{false};
     Caller waiter([&event, &bResult] { bResult = event->WaitEvent(kForEver); });
     EXPECT_TRUE(waiter.AwaitBlocked());
@@ -114,7 +114,7 @@ TEST_F(ManualEvent, ResettingWakesNobody) {
 // Whoever pulses an event relies on it: the waits in progress end although the flag is gone again.
 TEST_F(ManualEvent, ASetAndAResetEndTheWaitsInProgress) {
     for (int nRound = 0; nRound < 20; ++nRound) {
-        const Held<ITnRobotEvent> event = MakeEvent(false);
+        const TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
         std::vector<Caller> waiters;
         for (int n = 0; n < 4; ++n) {
             waiters.emplace_back([&event] { event->WaitEvent(kForEver); });
@@ -135,7 +135,7 @@ TEST_F(ManualEvent, ASetAndAResetEndTheWaitsInProgress) {
 // or taken as signed.
 TEST_F(ManualEvent, EveryTimeOutIsValid) {
     for (const unsigned int nMs : {4295U, 0x7FFFFFFFU, 0x80000000U, UINT_MAX - 1, UINT_MAX}) {
-        const Held<ITnRobotEvent> event = MakeEvent(false);
+        const TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
         std::atomic<bool> bResult{false};
         Caller waiter([&event, &bResult, nMs] { bResult = event->WaitEvent(nMs); });
         EXPECT_TRUE(StaysTrue([&waiter] { return !waiter.Returned(); }, Milliseconds(60))) << nMs;
@@ -146,7 +146,7 @@ TEST_F(ManualEvent, EveryTimeOutIsValid) {
 }
 
 TEST_F(ManualEvent, MayBeUsedByManyThreadsAtOnce) {
-    const Held<ITnRobotEvent> event = MakeEvent(false);
+    const TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
     std::atomic<bool> bEnd{false};
     std::atomic<int> nSeen{0};
     std::vector<Caller> threads;
@@ -178,7 +178,7 @@ TEST_F(ManualEvent, MayBeUsedByManyThreadsAtOnce) {
 // middle of its call.
 TEST_F(ManualEvent, MayBeDestroyedByTheWaiterThatSawItSet) {
     for (int n = 0; n < 500; ++n) {
-        Held<ITnRobotEvent> event = MakeEvent(false);
+        TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
         ITnRobotEvent* pEvent = event.get();
         Caller setter([pEvent] { pEvent->SetEvent(); });
         while (!event->WaitEvent(1)) {
@@ -193,7 +193,7 @@ TEST_F(ManualEvent, AThousandEventsWakeAllTheirWaiters) {
     constexpr int kEvents = 25;
     constexpr int kWaiters = 8;
     for (int nBatch = 0; nBatch < kBatches; ++nBatch) {
-        std::vector<Held<ITnRobotEvent>> events;
+        std::vector<TnRobotPtr<ITnRobotEvent>> events;
         std::atomic<int> nWoken{0};
         std::vector<Caller> waiters;
         for (int nEvent = 0; nEvent < kEvents; ++nEvent) {
@@ -206,7 +206,7 @@ TEST_F(ManualEvent, AThousandEventsWakeAllTheirWaiters) {
         for (const Caller& waiter : waiters) {
             waiter.AwaitBlocked();
         }
-        for (const Held<ITnRobotEvent>& event : events) {
+        for (const TnRobotPtr<ITnRobotEvent>& event : events) {
             event->SetEvent();
         }
         for (Caller& waiter : waiters) {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -23,10 +23,10 @@ constexpr Operation kCancel = &ITnRobotSignal::CanCel;
 constexpr Operation kReset = &ITnRobotSignal::Reset;
 constexpr Operation kClear = &ITnRobotSignal::ClearResource;
 
-Held<ITnRobotSignal> MakeSignal() {
+TnRobotPtr<ITnRobotSignal> MakeSignal() {
     ITnRobotSignal* pSignal = nullptr;
     EXPECT_EQ(TnCreateRobotSignal(&pSignal), 1);
-    return Hold(pSignal);
+    return tn::Adopt(pSignal);
 }
 
 // Waiters blocked on one signal, and what their waits returned.
@@ -70,10 +70,10 @@ class Signal : public ThreadTest {};
 }  // namespace
 
 TEST_F(Signal, BelongsToItsCreator) {
-    Held<ITnRobotSignal> signal = MakeSignal();
+    TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
     signal->AddRef();
     EXPECT_EQ(signal->Release(), 1);
-    EXPECT_EQ(signal.release()->Release(), 0);
+    EXPECT_EQ(signal.detach()->Release(), 0);
 }
 
 TEST_F(Signal, FollowsItsTableOfStates) {
@@ -103,7 +103,7 @@ TEST_F(Signal, FollowsItsTableOfStates) {
         {{kSignal, kClear, kClear, kReset}, kArmed},
     };
     for (std::size_t nCase = 0; nCase < std::size(cases); ++nCase) {
-        const Held<ITnRobotSignal> signal = MakeSignal();
+        const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
         for (const Operation operation : cases[nCase].operations) {
             (signal.get()->*operation)();
         }
@@ -114,7 +114,7 @@ TEST_F(Signal, FollowsItsTableOfStates) {
 
 TEST_F(Signal, AWaitForADecidedSignalReturnsAtOnce) {
     for (const Operation operation : {kSignal, kCancel}) {
-        const Held<ITnRobotSignal> signal = MakeSignal();
+        const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
         (signal.get()->*operation)();
         for (const unsigned int nMs : {0U, 1U, 100U, kForEver, 0U}) {
             EXPECT_EQ(signal->Wait(nMs), operation == kSignal ? kSignalled : kCancelled) << nMs;
@@ -123,7 +123,7 @@ TEST_F(Signal, AWaitForADecidedSignalReturnsAtOnce) {
 }
 
 TEST_F(Signal, AskingAnArmedOneDoesNotBlock) {
-    const Held<ITnRobotSignal> signal = MakeSignal();
+    const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
     const Clock::time_point start = Clock::now();
     for (int n = 0; n < 1000; ++n) {
         ASSERT_EQ(signal->Wait(0), kArmed);
@@ -132,7 +132,7 @@ TEST_F(Signal, AskingAnArmedOneDoesNotBlock) {
 }
 
 TEST_F(Signal, AWaitThatNobodyEndsTakesItsTime) {
-    const Held<ITnRobotSignal> signal = MakeSignal();
+    const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
     for (const unsigned int nMs : {1U, 100U, 200U}) {
         const Clock::time_point start = Clock::now();
         EXPECT_EQ(signal->Wait(nMs), kArmed);
@@ -143,13 +143,13 @@ TEST_F(Signal, AWaitThatNobodyEndsTakesItsTime) {
 }
 
 TEST_F(Signal, TellsEveryWaiterHowItWasDecided) {
-    const Held<ITnRobotSignal> signalled = MakeSignal();
+    const TnRobotPtr<ITnRobotSignal> signalled = MakeSignal();
     Waiters forSignal(*signalled, 8);
     forSignal.AwaitBlocked();
     signalled->Signal();
     EXPECT_EQ(forSignal.Results(), std::vector<unsigned int>(8, kSignalled));
 
-    const Held<ITnRobotSignal> cancelled = MakeSignal();
+    const TnRobotPtr<ITnRobotSignal> cancelled = MakeSignal();
     Waiters forCancel(*cancelled, 8);
     forCancel.AwaitBlocked();
     cancelled->CanCel();
@@ -157,7 +157,7 @@ TEST_F(Signal, TellsEveryWaiterHowItWasDecided) {
 }
 
 TEST_F(Signal, ClearingAndResettingWakeNobody) {
-    const Held<ITnRobotSignal> signal = MakeSignal();
+    const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
     Waiters waiters(*signal, 2);
     waiters.AwaitBlocked();
     signal->ClearResource();
@@ -171,7 +171,7 @@ TEST_F(Signal, ClearingAndResettingWakeNobody) {
 TEST_F(Signal, SignallingAndClearingEndsTheWaitsInProgress) {
     for (int nRound = 0; nRound < 20; ++nRound) {
         for (const Operation operation : {kSignal, kCancel}) {
-            const Held<ITnRobotSignal> signal = MakeSignal();
+            const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
             Waiters waiters(*signal, 4);
             waiters.AwaitBlocked();
             (signal.get()->*operation)();
@@ -187,7 +187,7 @@ TEST_F(Signal, SignallingAndClearingEndsTheWaitsInProgress) {
 
 TEST_F(Signal, EveryTimeOutIsValid) {
     for (const unsigned int nMs : {4295U, 0x7FFFFFFFU, 0x80000000U, UINT_MAX - 1, UINT_MAX}) {
-        const Held<ITnRobotSignal> signal = MakeSignal();
+        const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
         Waiters waiters(*signal, 1, nMs);
         EXPECT_TRUE(StaysTrue([&waiters] { return waiters.NoneReturned(); }, Milliseconds(60))) << nMs;
         signal->Signal();
@@ -198,7 +198,7 @@ TEST_F(Signal, EveryTimeOutIsValid) {
 // Exactly one of the two wins, and everybody hears of the same one.
 TEST_F(Signal, OfSignalAndCancelTheFirstWinsForEverybody) {
     for (int nRound = 0; nRound < 200; ++nRound) {
-        const Held<ITnRobotSignal> signal = MakeSignal();
+        const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
         Waiters waiters(*signal, 3);
         {
             Caller signaller([&signal] { signal->Signal(); });

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/fakes/RecordingRunner.h"
-#include "support/objects/Held.h"
 #include "support/objects/TaskPools.h"
 #include "support/threads/Gate.h"
 #include "support/threads/SignalHold.h"
@@ -41,7 +41,7 @@ public:
     ~EndingItself() { m_gate.Open(); }
 
     ITnRobotTask& Task() { return *m_task; }
-    Held<ITnRobotTask>& Reference() { return m_task; }
+    TnRobotPtr<ITnRobotTask>& Reference() { return m_task; }
     RecordingRunner& Runner() { return *m_runner; }
     bool IsWorking() const { return m_bWorking; }
     void LetGo() { m_gate.Open(); }
@@ -49,8 +49,8 @@ public:
 private:
     Gate m_gate;
     std::atomic<bool> m_bWorking{true};
-    Held<RecordingRunner> m_runner = RecordingRunner::Create();
-    Held<ITnRobotTask> m_task;
+    TnRobotPtr<RecordingRunner> m_runner = RecordingRunner::Create();
+    TnRobotPtr<ITnRobotTask> m_task;
 };
 
 // The call waits for as long as the job works, and the job is over when it returns.
@@ -71,7 +71,7 @@ void ExpectToWaitFor(EndingItself& job, const std::function<void()>& call) {
 // Jobs that reset their own run event.
 
 TEST_F(TaskOwnJob, StopWaitsForARunThatEndsItself) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EndingItself job(*pool);
     EXPECT_FALSE(job.Task().IsRunning());
     ExpectToWaitFor(job, [&job] { job.Task().Stop(); });
@@ -80,10 +80,10 @@ TEST_F(TaskOwnJob, StopWaitsForARunThatEndsItself) {
 
 // The pool would hand the task to somebody else, whose runner takes the place of the one that works.
 TEST_F(TaskOwnJob, TheLastReleaseWaitsForARunThatEndsItself) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EndingItself job(*pool);
     std::atomic<int> nLeft{-1};
-    Caller releaser([&nLeft, pTask = job.Reference().release()] { nLeft = pTask->Release(); });
+    Caller releaser([&nLeft, pTask = job.Reference().detach()] { nLeft = pTask->Release(); });
     EXPECT_TRUE(StaysTrue([&] { return !releaser.Returned() && pool->GetTaskCount() == 0; }, Milliseconds(50)));
     job.LetGo();
     releaser.Join();
@@ -94,12 +94,12 @@ TEST_F(TaskOwnJob, TheLastReleaseWaitsForARunThatEndsItself) {
 }
 
 TEST_F(TaskOwnJob, TheEndOfThePoolWaitsForARunThatEndsItself) {
-    Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EndingItself job(*pool);
-    Caller releaser([pTask = job.Reference().release()] { pTask->Release(); });
+    Caller releaser([pTask = job.Reference().detach()] { pTask->Release(); });
     EXPECT_TRUE(releaser.AwaitBlocked());
     std::atomic<int> nLeft{-1};
-    Caller ender([&nLeft, pPool = pool.release()] { nLeft = pPool->Release(); });
+    Caller ender([&nLeft, pPool = pool.detach()] { nLeft = pPool->Release(); });
     EXPECT_TRUE(StaysTrue([&] { return !ender.Returned() && !releaser.Returned(); }, Milliseconds(50)));
     job.LetGo();
     ender.Join();
@@ -110,15 +110,15 @@ TEST_F(TaskOwnJob, TheEndOfThePoolWaitsForARunThatEndsItself) {
 }
 
 TEST_F(TaskOwnJob, TheEndOfATaskWithoutItsPoolWaitsForARunThatEndsItself) {
-    Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EndingItself job(*pool);
     pool.reset();
-    ExpectToWaitFor(job, [&job] { EXPECT_EQ(job.Reference().release()->Release(), 0); });
+    ExpectToWaitFor(job, [&job] { EXPECT_EQ(job.Reference().detach()->Release(), 0); });
     EXPECT_EQ(job.Runner().Calls(), "InEC");
 }
 
 TEST_F(TaskOwnJob, AStartDuringARunThatEndsItselfBeginsAnother) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EndingItself job(*pool);
     std::atomic<bool> bStarted{false};
     std::atomic<int> nInits{0};
@@ -135,13 +135,13 @@ TEST_F(TaskOwnJob, AStartDuringARunThatEndsItselfBeginsAnother) {
 // A starter that looks rarely must not miss a run that ends itself. Here it is held meanwhile.
 TEST_F(TaskOwnJob, StartReturnsAlsoWhenTheRunHasEndedItselfBeforeItLooks) {
     SignalHold hold;
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     std::atomic<pthread_t> starterThread{pthread_self()};
     runner->m_isStop = [] { return false; };
     runner->m_onInit = [&] { hold.Hold(starterThread); };
     runner->m_onExecute = [](ITnRobotEvent* pRunEvent) { pRunEvent->ResetEvent(); };
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     std::atomic<bool> bStarted{false};
     Caller starter([&] {
         starterThread = pthread_self();
@@ -158,11 +158,11 @@ TEST_F(TaskOwnJob, StartReturnsAlsoWhenTheRunHasEndedItselfBeforeItLooks) {
 
 TEST_F(TaskOwnJob, EveryStartIsARunThoughEachEndsItself) {
     constexpr int kRuns = 100;
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     runner->m_isStop = [] { return false; };
     runner->m_onExecute = [](ITnRobotEvent* pRunEvent) { pRunEvent->ResetEvent(); };
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     for (int n = 1; n <= kRuns; ++n) {
         ASSERT_TRUE(task->Start());
         ASSERT_TRUE(AwaitStopped(*task));
@@ -175,8 +175,8 @@ TEST_F(TaskOwnJob, EveryStartIsARunThoughEachEndsItself) {
 
 // A job that takes a stop back is asked again.
 TEST_F(TaskOwnJob, StopEndsARunWhoseJobSetsItsEventAgain) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     Gate gate;
     bool bTakenBack = false;  // the job's own
     runner->m_isStop = [] { return false; };
@@ -187,7 +187,7 @@ TEST_F(TaskOwnJob, StopEndsARunWhoseJobSetsItsEventAgain) {
             pRunEvent->SetEvent();
         }
     };
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     const OpenAtEnd atEnd(gate);
     ASSERT_TRUE(task->Start());
     gate.AwaitArrival();
@@ -203,9 +203,9 @@ TEST_F(TaskOwnJob, StopEndsARunWhoseJobSetsItsEventAgain) {
 TEST_F(TaskOwnJob, MayStopItsTaskFromEveryCall) {
     enum class From { kInit, kIsStop, kExecute, kClearResource };
     for (const From eFrom : {From::kInit, From::kIsStop, From::kExecute, From::kClearResource}) {
-        const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-        const Held<RecordingRunner> runner = RecordingRunner::Create();
-        Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+        const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+        const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
+        TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
         const auto stopFrom = [&task, eFrom](From eHere) {
             if (eHere == eFrom) {
                 task->Stop();
@@ -240,9 +240,9 @@ TEST_F(TaskOwnJob, MayStopItsTaskFromEveryCall) {
 }
 
 TEST_F(TaskOwnJob, StartsItsTaskOnlyWhileThatIsNotBeingStopped) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     std::atomic<bool> bInInit{false};
     std::atomic<bool> bBefore{false};
     std::atomic<bool> bAfter{true};
@@ -280,7 +280,7 @@ public:
             whenStopped(*m_pTask);
             m_gate.Pass();
         };
-        Held<ITnRobotTask> task = MakeTask(pool, m_runner.get());
+        TnRobotPtr<ITnRobotTask> task = MakeTask(pool, m_runner.get());
         m_pTask = task.get();
         EXPECT_TRUE(task->Start());
         m_begun.AwaitArrival();
@@ -292,16 +292,16 @@ public:
     ~CountingReferences() { m_gate.Open(); }
 
     RecordingRunner& Runner() { return *m_runner; }
-    ITnRobotTask* Detach() { return m_task.release(); }
+    ITnRobotTask* Detach() { return m_task.detach(); }
     void AwaitDone() { m_gate.AwaitArrival(); }
     void LetGo() { m_gate.Open(); }
 
 private:
     Gate m_begun;
     Gate m_gate;
-    Held<RecordingRunner> m_runner = RecordingRunner::Create();
+    TnRobotPtr<RecordingRunner> m_runner = RecordingRunner::Create();
     ITnRobotTask* m_pTask = nullptr;
-    Held<ITnRobotTask> m_task;
+    TnRobotPtr<ITnRobotTask> m_task;
 };
 
 void AddAndRelease(ITnRobotTask& task) {
@@ -312,15 +312,15 @@ void AddAndRelease(ITnRobotTask& task) {
 // Every idle task is handed out once.
 void ExpectDistinctTasks(ITnRobotTaskPool& pool, unsigned int nIdle) {
     EXPECT_EQ(pool.GetTaskCount(), nIdle);
-    const Held<ITnRobotTask> first = MakeTask(pool, nullptr);
-    const Held<ITnRobotTask> second = MakeTask(pool, nullptr);
+    const TnRobotPtr<ITnRobotTask> first = MakeTask(pool, nullptr);
+    const TnRobotPtr<ITnRobotTask> second = MakeTask(pool, nullptr);
     EXPECT_NE(first.get(), second.get());
 }
 
 }  // namespace
 
 TEST_F(TaskOwnJob, MayAddAndReleaseReferencesWhileItsTaskIsGivenBack) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     CountingReferences job(*pool, AddAndRelease);
     std::atomic<int> nLeft{-1};
     Caller releaser([&nLeft, pTask = job.Detach()] { nLeft = pTask->Release(); });
@@ -334,7 +334,7 @@ TEST_F(TaskOwnJob, MayAddAndReleaseReferencesWhileItsTaskIsGivenBack) {
 }
 
 TEST_F(TaskOwnJob, MayAddAndReleaseReferencesWhileItsTaskIsDestroyed) {
-    Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     CountingReferences job(*pool, AddAndRelease);
     pool.reset();
     std::atomic<int> nLeft{-1};
@@ -350,7 +350,7 @@ TEST_F(TaskOwnJob, MayAddAndReleaseReferencesWhileItsTaskIsDestroyed) {
 
 // Somebody holds the task then, so nobody else may get it.
 TEST_F(TaskOwnJob, AReferenceThatItKeepsKeepsItsTask) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     std::atomic<ITnRobotTask*> pKept{nullptr};
     CountingReferences job(*pool, [&pKept](ITnRobotTask& task) {
         task.AddRef();
@@ -364,7 +364,7 @@ TEST_F(TaskOwnJob, AReferenceThatItKeepsKeepsItsTask) {
     EXPECT_EQ(nLeft, 2);
     EXPECT_EQ(pool->GetTaskCount(), 0U);
     EXPECT_EQ(TaskReferences(*pKept), 2);
-    const Held<ITnRobotTask> another = MakeTask(*pool, nullptr);
+    const TnRobotPtr<ITnRobotTask> another = MakeTask(*pool, nullptr);
     EXPECT_NE(another.get(), pKept.load());
     EXPECT_EQ(pKept.load()->Release(), 1);
     EXPECT_EQ(pool->GetTaskCount(), 1U);
@@ -373,13 +373,13 @@ TEST_F(TaskOwnJob, AReferenceThatItKeepsKeepsItsTask) {
 
 // A smart pointer within the job outlives the caller's one.
 TEST_F(TaskOwnJob, MayReleaseTheLastReferenceToItsTask) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     Gate shared;
     Gate released;
     const OpenAtEnd atEnd(shared);
     const OpenAtEnd atEndToo(released);
-    Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     std::atomic<int> nLeft{-1};
     std::atomic<bool> bAsked{false};
     runner->m_isStop = [] { return false; };
@@ -393,7 +393,7 @@ TEST_F(TaskOwnJob, MayReleaseTheLastReferenceToItsTask) {
     };
     ASSERT_TRUE(task->Start());
     shared.AwaitArrival();
-    EXPECT_EQ(task.release()->Release(), 2);
+    EXPECT_EQ(task.detach()->Release(), 2);
     shared.Open();
     released.AwaitArrival();
     EXPECT_EQ(nLeft, 1);
@@ -407,11 +407,11 @@ TEST_F(TaskOwnJob, MayReleaseTheLastReferenceToItsTask) {
 
 // A smart pointer that the job makes from a raw one after it, and hands out.
 TEST_F(TaskOwnJob, WhoComesToHoldItsTaskAfterTheLastReleaseEndsItsRuns) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     Gate gate;
     const OpenAtEnd atEnd(gate);
-    ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).release();
+    ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).detach();
     bool bFirst = true;  // the job's own
     runner->m_isStop = [] { return false; };
     runner->m_onExecute = [&, pTask](ITnRobotEvent*) {
@@ -437,9 +437,9 @@ TEST_F(TaskOwnJob, WhoComesToHoldItsTaskAfterTheLastReleaseEndsItsRuns) {
 }
 
 TEST_F(TaskOwnJob, ReleasedByItsJobATaskComesBackThoughTheJobSetsItsEventAgain) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
-    ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).release();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
+    ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).detach();
     bool bFirst = true;  // the job's own
     runner->m_isStop = [] { return false; };
     runner->m_onExecute = [&, pTask](ITnRobotEvent* pRunEvent) {
@@ -456,11 +456,11 @@ TEST_F(TaskOwnJob, ReleasedByItsJobATaskComesBackThoughTheJobSetsItsEventAgain) 
 
 // The end of the pool waits for such a task, as for any that is on its way back.
 TEST_F(TaskOwnJob, TheEndOfThePoolWaitsForATaskThatItsJobHasReleased) {
-    Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     Gate gate;
     const OpenAtEnd atEnd(gate);
-    ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).release();
+    ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).detach();
     runner->m_isStop = [] { return false; };
     runner->m_onExecute = [&, pTask](ITnRobotEvent*) {
         EXPECT_EQ(pTask->Release(), 1);
@@ -468,7 +468,7 @@ TEST_F(TaskOwnJob, TheEndOfThePoolWaitsForATaskThatItsJobHasReleased) {
     };
     ASSERT_TRUE(pTask->Start());
     gate.AwaitArrival();
-    Caller ender([pPool = pool.release()] { pPool->Release(); });
+    Caller ender([pPool = pool.detach()] { pPool->Release(); });
     EXPECT_TRUE(StaysTrue([&ender] { return !ender.Returned(); }, Milliseconds(50)));
     gate.Open();
     ender.Join();
@@ -480,11 +480,11 @@ TEST_F(TaskOwnJob, TheEndOfThePoolWaitsForATaskThatItsJobHasReleased) {
 
 TEST_F(TaskOwnJob, MayReleaseTheLastReferenceToATaskWithoutItsPool) {
     for (int nRound = 0; nRound < 5; ++nRound) {
-        Held<ITnRobotTaskPool> pool = MakeTaskPool();
-        const Held<RecordingRunner> runner = RecordingRunner::Create();
+        TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+        const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
         Gate gate;
         const OpenAtEnd atEnd(gate);
-        ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).release();
+        ITnRobotTask* const pTask = MakeTask(*pool, runner.get()).detach();
         runner->m_isStop = [] { return false; };
         runner->m_onExecute = [&, pTask](ITnRobotEvent* pRunEvent) {
             gate.Pass();
@@ -524,12 +524,12 @@ void ExpectToBeStopped(ITnRobotTask& task, RecordingRunner& runner) {
 }  // namespace
 
 TEST_F(TaskOwnJob, AnOutdatedNoticeDoesNotWaitForASlowInit) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     Gate gate;
-    const Held<RecordingRunner> runner = RunnerFor(1);
-    const Held<RecordingRunner> other = RunnerFor(1);
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
-    const Held<ITnRobotTask> done = MakeTask(*pool, other.get());
+    const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+    const TnRobotPtr<RecordingRunner> other = RunnerFor(1);
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<ITnRobotTask> done = MakeTask(*pool, other.get());
     BusyPoolThread busy(*pool);
     RunOnceAndLeaveANotice(*task, *runner);
     task->Stop();
@@ -550,12 +550,12 @@ TEST_F(TaskOwnJob, AnOutdatedNoticeDoesNotWaitForASlowInit) {
 
 TEST_F(TaskOwnJob, AnOutdatedNoticeDoesNotWaitForSomebodysStop) {
     for (const bool bOfTheSameRun : {true, false}) {
-        const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+        const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
         Gate gate;
-        const Held<RecordingRunner> runner = RunnerFor(1);
-        const Held<RecordingRunner> other = RunnerFor(1);
-        const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
-        const Held<ITnRobotTask> done = MakeTask(*pool, other.get());
+        const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+        const TnRobotPtr<RecordingRunner> other = RunnerFor(1);
+        const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
+        const TnRobotPtr<ITnRobotTask> done = MakeTask(*pool, other.get());
         BusyPoolThread busy(*pool);
         RunOnceAndLeaveANotice(*task, *runner);
         if (!bOfTheSameRun) {
@@ -578,13 +578,13 @@ TEST_F(TaskOwnJob, AnOutdatedNoticeDoesNotWaitForSomebodysStop) {
 
 // The notice has the last reference to a task that works again: the worker gives the task back.
 TEST_F(TaskOwnJob, AnOutdatedNoticeDoesNotWaitForTheRunThatItsReferenceEnds) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     Gate gate;
     std::atomic<bool> bAsked{false};
-    const Held<RecordingRunner> runner = RunnerFor(1);
-    const Held<RecordingRunner> other = RunnerFor(1);
-    Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
-    const Held<ITnRobotTask> done = MakeTask(*pool, other.get());
+    const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+    const TnRobotPtr<RecordingRunner> other = RunnerFor(1);
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<ITnRobotTask> done = MakeTask(*pool, other.get());
     BusyPoolThread busy(*pool);
     RunOnceAndLeaveANotice(*task, *runner);
     task->Stop();
@@ -594,7 +594,7 @@ TEST_F(TaskOwnJob, AnOutdatedNoticeDoesNotWaitForTheRunThatItsReferenceEnds) {
         count(pRunEvent);
     };
     ASSERT_TRUE(task->Start());
-    EXPECT_EQ(task.release()->Release(), 2);
+    EXPECT_EQ(task.detach()->Release(), 2);
     const OpenAtEnd atEnd(gate);
     RunOnceAndLeaveANotice(*done, *other);
     busy.LetGo();

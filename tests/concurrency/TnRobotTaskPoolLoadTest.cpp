@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/objects/TaskPools.h"
 #include "support/threads/StartGate.h"
 #include "support/threads/ThreadTest.h"
@@ -88,8 +88,8 @@ private:
     int m_nCleared = 0;   // guarded by m_mutex
 };
 
-Held<OnceRunner> MakeRunner(bool bUntilStopped = false) {
-    return Hold(new OnceRunner(bUntilStopped));
+TnRobotPtr<OnceRunner> MakeRunner(bool bUntilStopped = false) {
+    return tn::Adopt(new OnceRunner(bUntilStopped));
 }
 
 // The ways in which a run comes to its end.
@@ -97,8 +97,8 @@ enum class Finish { kPoolStops, kCallerStops, kReleasedWhenDone, kReleasedAtOnce
 
 // One task from its creation to its release.
 void RunOnce(ITnRobotTaskPool& pool, Finish eFinish) {
-    const Held<OnceRunner> runner = MakeRunner();
-    Held<ITnRobotTask> task = MakeTask(pool, runner.get());
+    const TnRobotPtr<OnceRunner> runner = MakeRunner();
+    TnRobotPtr<ITnRobotTask> task = MakeTask(pool, runner.get());
     ASSERT_TRUE(task->Start());
     switch (eFinish) {
         case Finish::kPoolStops:
@@ -125,7 +125,7 @@ TEST_F(TaskPoolLoad, RunsEveryJobOnceAndKeepsItsMemory) {
     const int nCycles = IsFullSoak() ? 100000 : 2000;
     const int nWarmUp = nCycles / 10;
     Watchdog::Extend(IsFullSoak() ? 3600 : 280);
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     const auto tasks = [this] { return NewThreads() - 1 - kThreads; };
     // Every task has been started, so each has its thread.
     const auto allIdle = [&] { return static_cast<int>(pool->GetTaskCount()) == tasks(); };
@@ -182,14 +182,14 @@ TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
         for (int nThread = 0; nThread < kThreads; ++nThread) {
             callers.emplace_back([&nFailures] {
                 for (int n = 0; n < kPools / kThreads; ++n) {
-                    const Held<OnceRunner> runners[] = {MakeRunner(), MakeRunner(true), MakeRunner(), MakeRunner(),
-                                                        MakeRunner()};
-                    Held<ITnRobotTaskPool> pool = MakeTaskPool();
-                    Held<ITnRobotTask> neverStarted = MakeTask(*pool, runners[0].get());
-                    Held<ITnRobotTask> running = MakeTask(*pool, runners[1].get());
-                    Held<ITnRobotTask> noticed = MakeTask(*pool, runners[2].get());
-                    Held<ITnRobotTask> held = MakeTask(*pool, runners[3].get());
-                    Held<ITnRobotTask> heldRunning = MakeTask(*pool, runners[4].get());
+                    const TnRobotPtr<OnceRunner> runners[] = {MakeRunner(), MakeRunner(true), MakeRunner(),
+                                                              MakeRunner(), MakeRunner()};
+                    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+                    TnRobotPtr<ITnRobotTask> neverStarted = MakeTask(*pool, runners[0].get());
+                    TnRobotPtr<ITnRobotTask> running = MakeTask(*pool, runners[1].get());
+                    TnRobotPtr<ITnRobotTask> noticed = MakeTask(*pool, runners[2].get());
+                    TnRobotPtr<ITnRobotTask> held = MakeTask(*pool, runners[3].get());
+                    TnRobotPtr<ITnRobotTask> heldRunning = MakeTask(*pool, runners[4].get());
                     nFailures += running->Start() ? 0 : 1;
                     nFailures += held->Start() ? 0 : 1;
                     nFailures += heldRunning->Start() ? 0 : 1;
@@ -198,7 +198,7 @@ TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
                     nFailures += noticed->Start() ? 0 : 1;
                     neverStarted.reset();
                     noticed.reset();
-                    nFailures += n % 2 == 0 && running.release()->Release() != 1 ? 1 : 0;
+                    nFailures += n % 2 == 0 && running.detach()->Release() != 1 ? 1 : 0;
                     pool.reset();
                     nFailures += held->Start() ? 0 : 1;
                     heldRunning.reset();
@@ -218,12 +218,12 @@ TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
 
 // Many callers share one pool, and each of them sees only its own tasks' work.
 TEST_F(TaskPoolLoad, ServesManyCallersAtOnce) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     std::vector<Caller> callers;
     for (int nCaller = 0; nCaller < 16; ++nCaller) {
         callers.emplace_back([&pool] {
-            const Held<OnceRunner> runner = MakeRunner();
-            const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+            const TnRobotPtr<OnceRunner> runner = MakeRunner();
+            const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
             for (int n = 1; n <= 20; ++n) {
                 ASSERT_TRUE(task->Start());
                 runner->AwaitCleared(n);

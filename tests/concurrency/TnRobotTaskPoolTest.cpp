@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/fakes/RecordingRunner.h"
-#include "support/objects/Held.h"
 #include "support/objects/TaskPools.h"
 #include "support/threads/Gate.h"
 #include "support/threads/SignalHold.h"
@@ -30,30 +30,30 @@ class TaskPool : public TaskPoolTest {};
 }  // namespace
 
 TEST_F(TaskPool, HasOneThreadOfItsOwnWhileItLives) {
-    Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_EQ(NewThreads(), kPoolThread);
     pool->AddRef();
     EXPECT_EQ(pool->Release(), 1);
     EXPECT_EQ(NewThreads(), kPoolThread);
-    EXPECT_EQ(pool.release()->Release(), 0);
+    EXPECT_EQ(pool.detach()->Release(), 0);
     EXPECT_TRUE(AwaitNewThreads(0));
 }
 
 TEST_F(TaskPool, RefusesMissingOutPointers) {
     EXPECT_EQ(TnCreateRobotTaskPool(nullptr), 0);
     EXPECT_EQ(NewThreads(), 0);
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_FALSE(pool->CreateTask(nullptr, nullptr));
 }
 
 TEST_F(TaskPool, CountsIdleTasksAndReusesThem) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_EQ(pool->GetTaskCount(), 0U);
-    Held<ITnRobotTask> task = MakeTask(*pool, nullptr);
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, nullptr);
     ITnRobotTask* const pFirst = task.get();
     EXPECT_EQ(TaskReferences(*task), 2);
     EXPECT_EQ(pool->GetTaskCount(), 0U);
-    EXPECT_EQ(task.release()->Release(), 1);
+    EXPECT_EQ(task.detach()->Release(), 1);
     EXPECT_EQ(pool->GetTaskCount(), 1U);
     task = MakeTask(*pool, nullptr);
     EXPECT_EQ(task.get(), pFirst);
@@ -62,8 +62,8 @@ TEST_F(TaskPool, CountsIdleTasksAndReusesThem) {
 }
 
 TEST_F(TaskPool, ReusesTheTaskThatHasBeenIdleLongest) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    std::vector<Held<ITnRobotTask>> tasks;
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    std::vector<TnRobotPtr<ITnRobotTask>> tasks;
     std::vector<ITnRobotTask*> order;
     for (int n = 0; n < 4; ++n) {
         tasks.push_back(MakeTask(*pool, nullptr));
@@ -79,31 +79,31 @@ TEST_F(TaskPool, ReusesTheTaskThatHasBeenIdleLongest) {
         EXPECT_EQ(pool->GetTaskCount(), order.size() - n - 1);
     }
     // None is idle any more: the pool grows.
-    const Held<ITnRobotTask> another = MakeTask(*pool, nullptr);
+    const TnRobotPtr<ITnRobotTask> another = MakeTask(*pool, nullptr);
     EXPECT_EQ(std::count(order.begin(), order.end(), another.get()), 0);
 }
 
 TEST_F(TaskPool, CreatingATaskDoesNotStartIt) {
-    const Held<RecordingRunner> runner = RunnerFor(1);
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     EXPECT_FALSE(task->IsRunning());
     EXPECT_EQ(NewThreads(), kPoolThread);
     EXPECT_EQ(runner->Calls(), "");
 }
 
 TEST_F(TaskPool, ATaskWithoutARunnerDoesNotStart) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<ITnRobotTask> task = MakeTask(*pool, nullptr);
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, nullptr);
     EXPECT_FALSE(task->Start());
     EXPECT_FALSE(task->IsRunning());
     EXPECT_EQ(NewThreads(), kPoolThread);
 }
 
 TEST_F(TaskPool, StopsATaskWhoseRunnerIsDone) {
-    const Held<RecordingRunner> runner = RunnerFor(2);
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<RecordingRunner> runner = RunnerFor(2);
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     std::string expected;
     for (int n = 0; n < 5; ++n) {
         ASSERT_TRUE(task->Start());
@@ -121,9 +121,9 @@ TEST_F(TaskPool, StopsATaskWhoseRunnerIsDone) {
 
 // Without an execution there is no news for the pool.
 TEST_F(TaskPool, DoesNotStopATaskThatHadNothingToDo) {
-    const Held<RecordingRunner> runner = RunnerFor(0);
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<RecordingRunner> runner = RunnerFor(0);
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     ASSERT_TRUE(task->Start());
     EXPECT_TRUE(AwaitNotice(*runner));
     EXPECT_TRUE(StaysTrue([&] { return task->IsRunning() && TaskReferences(*task) == 2; }, Milliseconds(30)));
@@ -132,10 +132,10 @@ TEST_F(TaskPool, DoesNotStopATaskThatHadNothingToDo) {
 }
 
 TEST_F(TaskPool, StopsTasksInTheOrderOfTheirNotices) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     BusyPoolThread busy(*pool);
-    std::vector<Held<RecordingRunner>> runners;
-    std::vector<Held<ITnRobotTask>> tasks;
+    std::vector<TnRobotPtr<RecordingRunner>> runners;
+    std::vector<TnRobotPtr<ITnRobotTask>> tasks;
     std::vector<int> order;  // the pool stops one task at a time
     for (int n = 0; n < 8; ++n) {
         runners.push_back(RunnerFor(1));
@@ -146,21 +146,21 @@ TEST_F(TaskPool, StopsTasksInTheOrderOfTheirNotices) {
         ASSERT_TRUE(tasks[n]->Start());
         EXPECT_TRUE(AwaitNotice(*runners[n]));
     }
-    for (const Held<ITnRobotTask>& task : tasks) {
+    for (const TnRobotPtr<ITnRobotTask>& task : tasks) {
         EXPECT_TRUE(task->IsRunning());
     }
     busy.LetGo();
-    for (const Held<ITnRobotTask>& task : tasks) {
+    for (const TnRobotPtr<ITnRobotTask>& task : tasks) {
         EXPECT_TRUE(Eventually([&task] { return TaskReferences(*task) == 2; }));
     }
     EXPECT_EQ(order, (std::vector<int>{3, 1, 7, 0, 2, 6, 5, 4}));
 }
 
 TEST_F(TaskPool, AReusedTaskKeepsItsThread) {
-    const Held<RecordingRunner> first = RunnerFor(1);
-    const Held<RecordingRunner> second = RunnerFor(1);
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    Held<ITnRobotTask> task = MakeTask(*pool, first.get());
+    const TnRobotPtr<RecordingRunner> first = RunnerFor(1);
+    const TnRobotPtr<RecordingRunner> second = RunnerFor(1);
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, first.get());
     ASSERT_TRUE(task->Start());
     EXPECT_EQ(NewThreads(), kPoolThread + 1);
     EXPECT_TRUE(AwaitStopped(*task));
@@ -176,16 +176,16 @@ TEST_F(TaskPool, AReusedTaskKeepsItsThread) {
 }
 
 TEST_F(TaskPool, AnIdleTaskKeepsItsRunnerUntilItIsReused) {
-    Held<RecordingRunner> first = RunnerFor(1);
-    Held<RecordingRunner> second = RunnerFor(1);
-    Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    Held<ITnRobotTask> task = MakeTask(*pool, first.get());
-    EXPECT_EQ(first.release()->Release(), 1);
+    TnRobotPtr<RecordingRunner> first = RunnerFor(1);
+    TnRobotPtr<RecordingRunner> second = RunnerFor(1);
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, first.get());
+    EXPECT_EQ(first.detach()->Release(), 1);
     task.reset();
     EXPECT_EQ(RecordingRunner::Alive(), 2);
     task = MakeTask(*pool, second.get());
     EXPECT_EQ(RecordingRunner::Alive(), 1);
-    EXPECT_EQ(second.release()->Release(), 1);
+    EXPECT_EQ(second.detach()->Release(), 1);
     task.reset();
     task = MakeTask(*pool, nullptr);
     EXPECT_EQ(RecordingRunner::Alive(), 0);
@@ -193,9 +193,9 @@ TEST_F(TaskPool, AnIdleTaskKeepsItsRunnerUntilItIsReused) {
 
 // The idle task may have the only reference to it.
 TEST_F(TaskPool, ReusingATaskWithTheRunnerItHasKeepsThatAlive) {
-    RecordingRunner* const pRunner = RunnerFor(1).release();
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    Held<ITnRobotTask> task = MakeTask(*pool, pRunner);
+    RecordingRunner* const pRunner = RunnerFor(1).detach();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, pRunner);
     pRunner->Release();
     task.reset();
     task = MakeTask(*pool, pRunner);
@@ -206,15 +206,15 @@ TEST_F(TaskPool, ReusingATaskWithTheRunnerItHasKeepsThatAlive) {
 
 TEST_F(TaskPool, ReleasingARunningTaskStopsItFirst) {
     Gate gate;
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     runner->m_isStop = [] { return false; };
     runner->m_onExecute = [&gate](ITnRobotEvent*) { gate.Pass(); };
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     ASSERT_TRUE(task->Start());
     gate.AwaitArrival();
     std::atomic<int> nLeft{-1};
-    Caller releaser([&nLeft, pTask = task.release()] { nLeft = pTask->Release(); });
+    Caller releaser([&nLeft, pTask = task.detach()] { nLeft = pTask->Release(); });
     const OpenAtEnd atEnd(gate);
     EXPECT_TRUE(Eventually([&runner] { return !runner->RunEvent()->WaitEvent(0); }));
     EXPECT_TRUE(StaysTrue([&] { return !releaser.Returned() && pool->GetTaskCount() == 0; }, Milliseconds(30)));
@@ -227,14 +227,14 @@ TEST_F(TaskPool, ReleasingARunningTaskStopsItFirst) {
 
 // A notice still queued holds a reference: the pool's thread gives the task back then.
 TEST_F(TaskPool, ATaskReleasedBeforeItsNoticeIsReadComesBackThroughThePoolThread) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     BusyPoolThread busy(*pool);
-    const Held<RecordingRunner> runner = RunnerFor(1);
-    Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     ASSERT_TRUE(task->Start());
     EXPECT_TRUE(AwaitNotice(*runner));
     EXPECT_EQ(TaskReferences(*task), 3);
-    EXPECT_EQ(task.release()->Release(), 2);
+    EXPECT_EQ(task.detach()->Release(), 2);
     EXPECT_EQ(pool->GetTaskCount(), 0U);
     busy.LetGo();
     EXPECT_TRUE(Eventually([&pool] { return pool->GetTaskCount() == 1; }));
@@ -242,7 +242,7 @@ TEST_F(TaskPool, ATaskReleasedBeforeItsNoticeIsReadComesBackThroughThePoolThread
 }
 
 TEST_F(TaskPool, RefusesAnEmptyJob) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_FALSE(pool->CreateTask(Job()));
     EXPECT_EQ(pool->GetTaskCount(), 0U);
 }
@@ -251,14 +251,14 @@ TEST_F(TaskPool, RefusesAnEmptyJob) {
 TEST_F(TaskPool, AJobAloneIsBoundButNeverRun) {
     auto token = std::make_shared<int>(0);
     std::atomic<bool> bCalled{false};
-    Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     EXPECT_TRUE(pool->CreateTask([token, &bCalled](ITnRobotEvent*) { bCalled = true; }));
     EXPECT_EQ(pool->GetTaskCount(), 1U);
     EXPECT_EQ(NewThreads(), kPoolThread);
     EXPECT_TRUE(StaysTrue([&] { return !bCalled; }, Milliseconds(30)));
     // The idle task keeps the job until it gets another.
     EXPECT_EQ(token.use_count(), 2);
-    Held<ITnRobotTask> task = MakeTask(*pool, nullptr);
+    TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, nullptr);
     EXPECT_EQ(token.use_count(), 1);
     task.reset();
 
@@ -271,9 +271,9 @@ TEST_F(TaskPool, AJobAloneIsBoundButNeverRun) {
 }
 
 TEST_F(TaskPool, AJobAloneTakesTheFirstIdleTaskAndPutsItLast) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    Held<ITnRobotTask> first = MakeTask(*pool, nullptr);
-    Held<ITnRobotTask> second = MakeTask(*pool, nullptr);
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTask> first = MakeTask(*pool, nullptr);
+    TnRobotPtr<ITnRobotTask> second = MakeTask(*pool, nullptr);
     ITnRobotTask* const pFirst = first.get();
     ITnRobotTask* const pSecond = second.get();
     first.reset();
@@ -287,16 +287,16 @@ TEST_F(TaskPool, AJobAloneTakesTheFirstIdleTaskAndPutsItLast) {
 }
 
 TEST_F(TaskPool, TasksCanBeCreatedAndStartedFromInsideAJob) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> inner = RunnerFor(1);
-    const Held<RecordingRunner> outer = RunnerFor(1);
-    Held<ITnRobotTask> created;
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> inner = RunnerFor(1);
+    const TnRobotPtr<RecordingRunner> outer = RunnerFor(1);
+    TnRobotPtr<ITnRobotTask> created;
     outer->m_onExecute = [&, count = outer->m_onExecute](ITnRobotEvent* pEvent) {
         created = MakeTask(*pool, inner.get());
         EXPECT_TRUE(created->Start());
         count(pEvent);
     };
-    const Held<ITnRobotTask> task = MakeTask(*pool, outer.get());
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, outer.get());
     ASSERT_TRUE(task->Start());
     EXPECT_TRUE(AwaitStopped(*task));
     ASSERT_NE(created, nullptr);
@@ -330,8 +330,8 @@ private:
 
 TEST_F(TaskPool, IgnoresWhatIsNoTaskOfItsOwn) {
     std::atomic<bool> bDestroyed{false};
-    const Held<ITnRobotTask> foreign = Hold(new ForeignTask(bDestroyed));
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTask> foreign = tn::Adopt(new ForeignTask(bDestroyed));
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     ASSERT_TRUE(foreign->Start());
     ParentOf(*pool).RecoveryTask(nullptr);
     ParentOf(*pool).RecoveryTask(foreign.get());
@@ -343,11 +343,11 @@ TEST_F(TaskPool, IgnoresWhatIsNoTaskOfItsOwn) {
 
 TEST_F(TaskPool, StopsAnyTaskThatItIsToldIsDone) {
     std::atomic<bool> bDestroyed{false};
-    Held<ITnRobotTask> foreign = Hold(new ForeignTask(bDestroyed));
-    const Held<RecordingRunner> runner = RecordingRunner::Create();
+    TnRobotPtr<ITnRobotTask> foreign = tn::Adopt(new ForeignTask(bDestroyed));
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     runner->m_isStop = [] { return false; };
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     ASSERT_TRUE(task->Start());
     ASSERT_TRUE(foreign->Start());
     ParentOf(*pool).OnNotifyStop(task.get());
@@ -362,10 +362,10 @@ TEST_F(TaskPool, StopsAnyTaskThatItIsToldIsDone) {
 }
 
 TEST_F(TaskPool, ANoticeOfAnIdleTaskDoesNotMakeItIdleTwice) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RunnerFor(1);
-    const Held<ITnRobotTask> sentinel = MakeTask(*pool, runner.get());
-    Held<ITnRobotTask> idle = MakeTask(*pool, nullptr);
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+    const TnRobotPtr<ITnRobotTask> sentinel = MakeTask(*pool, runner.get());
+    TnRobotPtr<ITnRobotTask> idle = MakeTask(*pool, nullptr);
     ITnRobotTask* const pIdle = idle.get();
     idle.reset();
     EXPECT_EQ(pool->GetTaskCount(), 1U);
@@ -380,13 +380,13 @@ TEST_F(TaskPool, ANoticeOfAnIdleTaskDoesNotMakeItIdleTwice) {
 // The caller's last release stops the task, and at that very moment the runner says that it is
 // done. The notice must not give the task back a second time.
 TEST_F(TaskPool, ANoticeDuringTheLastReleaseDoesNotMakeTheTaskIdleTwice) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> sentinelRunner = RunnerFor(1);
-    Held<ITnRobotTask> sentinel = MakeTask(*pool, sentinelRunner.get());
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> sentinelRunner = RunnerFor(1);
+    TnRobotPtr<ITnRobotTask> sentinel = MakeTask(*pool, sentinelRunner.get());
     for (int nRound = 1; nRound <= 5; ++nRound) {
         Gate gate;
         std::atomic<int> nAsked{0};
-        const Held<RecordingRunner> runner = RecordingRunner::Create();
+        const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
         runner->m_isStop = [&] {
             if (++nAsked == 1) {
                 return false;
@@ -394,10 +394,10 @@ TEST_F(TaskPool, ANoticeDuringTheLastReleaseDoesNotMakeTheTaskIdleTwice) {
             gate.Pass();
             return true;
         };
-        Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+        TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
         ASSERT_TRUE(task->Start());
         gate.AwaitArrival();
-        Caller releaser([pTask = task.release()] { pTask->Release(); });
+        Caller releaser([pTask = task.detach()] { pTask->Release(); });
         ASSERT_TRUE(Eventually([&runner] { return !runner->RunEvent()->WaitEvent(0); }));
         gate.Open();
         releaser.Join();
@@ -409,19 +409,20 @@ TEST_F(TaskPool, ANoticeDuringTheLastReleaseDoesNotMakeTheTaskIdleTwice) {
     }
     sentinel.reset();
     EXPECT_EQ(pool->GetTaskCount(), 2U);
-    const Held<ITnRobotTask> tasks[] = {MakeTask(*pool, nullptr), MakeTask(*pool, nullptr), MakeTask(*pool, nullptr)};
+    const TnRobotPtr<ITnRobotTask> tasks[] = {MakeTask(*pool, nullptr), MakeTask(*pool, nullptr),
+                                              MakeTask(*pool, nullptr)};
     const std::set<ITnRobotTask*> distinct = {tasks[0].get(), tasks[1].get(), tasks[2].get()};
     EXPECT_EQ(distinct.size(), 3U);
 }
 
 // A notice that the pool has not read yet is about the run that gave it, not about the next.
 TEST_F(TaskPool, ANoticeOfAnEarlierRunDoesNotStopALaterOne) {
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     BusyPoolThread busy(*pool);
-    const Held<RecordingRunner> runner = RunnerFor(1);
-    const Held<RecordingRunner> sentinelRunner = RunnerFor(1);
-    const Held<ITnRobotTask> sentinel = MakeTask(*pool, sentinelRunner.get());
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+    const TnRobotPtr<RecordingRunner> sentinelRunner = RunnerFor(1);
+    const TnRobotPtr<ITnRobotTask> sentinel = MakeTask(*pool, sentinelRunner.get());
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     Gate gate;
     const OpenAtEnd atEnd(gate);
     ASSERT_TRUE(task->Start());
@@ -449,9 +450,9 @@ TEST_F(TaskPool, ANoticeOfAnEarlierRunDoesNotStopALaterOne) {
 // wait for one that never comes. Here it is held while the whole run passes.
 TEST_F(TaskPool, StartReturnsAlsoWhenTheRunIsOverBeforeItLooks) {
     SignalHold hold;
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<RecordingRunner> runner = RunnerFor(1);
-    const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
     std::atomic<pthread_t> starterThread{pthread_self()};
     runner->m_onInit = [&, reset = runner->m_onInit] {
         reset();
@@ -475,9 +476,9 @@ TEST_F(TaskPool, StartReturnsAlsoWhenTheRunIsOverBeforeItLooks) {
 // Notices come while the pool's thread takes the ones before; none may be overlooked.
 TEST_F(TaskPool, ReadsEveryNotice) {
     constexpr std::size_t kTasks = 16;
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    std::vector<Held<RecordingRunner>> runners;
-    std::vector<Held<ITnRobotTask>> tasks;
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    std::vector<TnRobotPtr<RecordingRunner>> runners;
+    std::vector<TnRobotPtr<ITnRobotTask>> tasks;
     for (std::size_t n = 0; n < kTasks; ++n) {
         runners.push_back(RunnerFor(1));
         tasks.push_back(MakeTask(*pool, runners.back().get()));
@@ -498,14 +499,14 @@ TEST_F(TaskPool, ReadsEveryNotice) {
             ASSERT_EQ(runners[n]->Log().Count('E'), nRound);
         }
     }
-    for (const Held<ITnRobotTask>& task : tasks) {
+    for (const TnRobotPtr<ITnRobotTask>& task : tasks) {
         EXPECT_TRUE(Eventually([&task] { return TaskReferences(*task) == 2; }));
     }
 }
 
 TEST_F(TaskPool, TheCountMayBeReadWhileTasksComeAndGo) {
     constexpr unsigned int kThreads = 3;
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     std::atomic<bool> bEnd{false};
     std::atomic<unsigned int> nMost{0};
     Caller reader([&] {
@@ -533,11 +534,11 @@ TEST_F(TaskPool, TheCountMayBeReadWhileTasksComeAndGo) {
 // The end of the pool.
 
 TEST_F(TaskPool, ItsEndTakesIdleTasksAndTheirThreadsAlong) {
-    Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     {
-        const Held<RecordingRunner> runner = RunnerFor(1);
-        const Held<ITnRobotTask> started = MakeTask(*pool, runner.get());
-        const Held<ITnRobotTask> fresh = MakeTask(*pool, runner.get());
+        const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+        const TnRobotPtr<ITnRobotTask> started = MakeTask(*pool, runner.get());
+        const TnRobotPtr<ITnRobotTask> fresh = MakeTask(*pool, runner.get());
         ASSERT_TRUE(started->Start());
     }
     pool.reset();
@@ -549,9 +550,9 @@ TEST_F(TaskPool, ATaskHeldByACallerSurvivesItAndStaysUsable) {
     enum class State { kNeverStarted, kRunning, kStopped };
     for (const State eState : {State::kNeverStarted, State::kRunning, State::kStopped}) {
         Gate gate;
-        const Held<RecordingRunner> runner = RunnerFor(1);
-        Held<ITnRobotTaskPool> pool = MakeTaskPool();
-        Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+        const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);
+        TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+        TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
         const OpenAtEnd atEnd(gate);
         std::string expected;
         runner->m_onExecute = [&, count = runner->m_onExecute](ITnRobotEvent* pEvent) {
@@ -573,7 +574,7 @@ TEST_F(TaskPool, ATaskHeldByACallerSurvivesItAndStaysUsable) {
             expected = runner->Calls();
         }
         // It does not wait for tasks that others hold.
-        EXPECT_EQ(pool.release()->Release(), 0);
+        EXPECT_EQ(pool.detach()->Release(), 0);
         EXPECT_EQ(TaskReferences(*task), 1);
         gate.Open();
         if (eState == State::kRunning) {
@@ -588,7 +589,7 @@ TEST_F(TaskPool, ATaskHeldByACallerSurvivesItAndStaysUsable) {
         EXPECT_EQ(runner->Calls(), expected + "InEyC");
         // Its last release destroys it and ends its thread; while it runs, too.
         ASSERT_TRUE(task->Start());
-        EXPECT_EQ(task.release()->Release(), 0);
+        EXPECT_EQ(task.detach()->Release(), 0);
         EXPECT_EQ(runner->Log().Count('I'), runner->Log().Count('C'));
         EXPECT_TRUE(AwaitNewThreads(0));
     }
@@ -599,7 +600,7 @@ TEST_F(TaskPool, ATaskDoneAfterItsEndGivesNoNotice) {
     for (int nRound = 0; nRound < 10; ++nRound) {
         Gate gate;
         std::atomic<int> nAsked{0};
-        const Held<RecordingRunner> runner = RecordingRunner::Create();
+        const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
         runner->m_isStop = [&] {
             if (++nAsked != 2) {
                 return nAsked > 2;
@@ -607,12 +608,12 @@ TEST_F(TaskPool, ATaskDoneAfterItsEndGivesNoNotice) {
             gate.Pass();
             return true;
         };
-        Held<ITnRobotTaskPool> pool = MakeTaskPool();
-        const Held<ITnRobotTask> task = MakeTask(*pool, runner.get());
+        TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+        const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
         const OpenAtEnd atEnd(gate);
         ASSERT_TRUE(task->Start());
         gate.AwaitArrival();
-        EXPECT_EQ(pool.release()->Release(), 0);
+        EXPECT_EQ(pool.detach()->Release(), 0);
         gate.Open();
         EXPECT_TRUE(AwaitNotice(*runner));
         EXPECT_EQ(TaskReferences(*task), 1);
@@ -623,19 +624,19 @@ TEST_F(TaskPool, ATaskDoneAfterItsEndGivesNoNotice) {
 // A notice that nobody reads any more must not keep its task, and with it a thread, for ever.
 TEST_F(TaskPool, NoticesStillQueuedAtItsEndKeepNothingAlive) {
     constexpr std::size_t kTasks = 8;
-    Held<ITnRobotTaskPool> pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     {
         BusyPoolThread busy(*pool);
-        std::vector<Held<RecordingRunner>> runners;
+        std::vector<TnRobotPtr<RecordingRunner>> runners;
         for (std::size_t n = 0; n < kTasks; ++n) {
             runners.push_back(RunnerFor(1));
-            Held<ITnRobotTask> task = MakeTask(*pool, runners.back().get());
+            TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runners.back().get());
             ASSERT_TRUE(task->Start());
             ASSERT_TRUE(AwaitNotice(*runners.back()));
-            EXPECT_EQ(task.release()->Release(), 2);
+            EXPECT_EQ(task.detach()->Release(), 2);
         }
         EXPECT_EQ(TaskReferences(busy.Task()), 3);
-        Caller ender([pPool = pool.release()] { pPool->Release(); });
+        Caller ender([pPool = pool.detach()] { pPool->Release(); });
         // The pool's thread still waits; the end has come as far as giving tasks away.
         Eventually([&busy] { return TaskReferences(busy.Task()) < 3; }, Milliseconds(500));
         busy.LetGo();
@@ -648,12 +649,12 @@ TEST_F(TaskPool, NoticesStillQueuedAtItsEndKeepNothingAlive) {
 // A worker that gives notice, a caller that lets go and the end of the pool, all at once.
 TEST_F(TaskPool, ItsEndMayMeetNoticesAndReleases) {
     for (int nRound = 0; nRound < 100; ++nRound) {
-        Held<ITnRobotTaskPool> pool = MakeTaskPool();
-        std::vector<Held<RecordingRunner>> runners;
+        TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+        std::vector<TnRobotPtr<RecordingRunner>> runners;
         std::vector<ITnRobotTask*> tasks;
         for (int n = 0; n < 4; ++n) {
             runners.push_back(RunnerFor(1));
-            tasks.push_back(MakeTask(*pool, runners.back().get()).release());
+            tasks.push_back(MakeTask(*pool, runners.back().get()).detach());
         }
         std::vector<Caller> callers;
         for (ITnRobotTask* const pTask : tasks) {
@@ -666,7 +667,7 @@ TEST_F(TaskPool, ItsEndMayMeetNoticesAndReleases) {
         for (Caller& caller : callers) {
             caller.Join();
         }
-        for (const Held<RecordingRunner>& runner : runners) {
+        for (const TnRobotPtr<RecordingRunner>& runner : runners) {
             EXPECT_EQ(runner->Log().Count('E'), 1);
             EXPECT_EQ(runner->Log().Count('C'), 1);
             runner->AddRef();
@@ -678,9 +679,9 @@ TEST_F(TaskPool, ItsEndMayMeetNoticesAndReleases) {
 TEST_F(TaskPool, TwoHundredTasksMayWorkAtOnce) {
     constexpr int kTasks = 200;
     Gate gate;
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    std::vector<Held<RecordingRunner>> runners;
-    std::vector<Held<ITnRobotTask>> tasks;
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    std::vector<TnRobotPtr<RecordingRunner>> runners;
+    std::vector<TnRobotPtr<ITnRobotTask>> tasks;
     const OpenAtEnd atEnd(gate);
     for (int n = 0; n < kTasks; ++n) {
         runners.push_back(RunnerFor(1));
@@ -694,12 +695,12 @@ TEST_F(TaskPool, TwoHundredTasksMayWorkAtOnce) {
     gate.AwaitArrival(kTasks);
     EXPECT_EQ(NewThreads(), kPoolThread + kTasks);
     gate.Open();
-    for (const Held<ITnRobotTask>& task : tasks) {
+    for (const TnRobotPtr<ITnRobotTask>& task : tasks) {
         EXPECT_TRUE(AwaitStopped(*task));
     }
     tasks.clear();
     EXPECT_TRUE(Eventually([&pool] { return pool->GetTaskCount() == kTasks; }));
-    for (const Held<RecordingRunner>& runner : runners) {
+    for (const TnRobotPtr<RecordingRunner>& runner : runners) {
         EXPECT_EQ(runner->Log().Count('E'), 1);
     }
 }

@@ -6,7 +6,7 @@
 #include <functional>
 #include <memory>
 
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/objects/TaskPools.h"
 #include "support/threads/Gate.h"
 #include "support/threads/ThreadTest.h"
@@ -17,19 +17,19 @@ namespace {
 
 using Job = std::function<void(ITnRobotEvent*)>;
 
-Held<ITnRobotTaskRunner> MakeRunner(const Job& job) {
+TnRobotPtr<ITnRobotTaskRunner> MakeRunner(const Job& job) {
     ITnRobotTaskRunner* pRunner = nullptr;
     EXPECT_EQ(CTnRobotTaskRunner::CreateInstance(job, &pRunner), 1);
-    return Hold(pRunner);
+    return tn::Adopt(pRunner);
 }
 
 class TaskRunner : public ThreadTest {
 protected:
-    static Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, const Job& job) {
-        const Held<ITnRobotTaskRunner> runner = MakeRunner(job);
+    static TnRobotPtr<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, const Job& job) {
+        const TnRobotPtr<ITnRobotTaskRunner> runner = MakeRunner(job);
         ITnRobotTask* pTask = nullptr;
         EXPECT_TRUE(pool.CreateTask(runner.get(), &pTask));
-        return Hold(pTask);
+        return tn::Adopt(pTask);
     }
 };
 
@@ -43,11 +43,11 @@ TEST_F(TaskRunner, NeedsAJob) {
 
 TEST_F(TaskRunner, CopiesItsJobForItsWholeLife) {
     auto token = std::make_shared<int>(0);
-    Held<ITnRobotTaskRunner> runner = MakeRunner([token](ITnRobotEvent*) {});
+    TnRobotPtr<ITnRobotTaskRunner> runner = MakeRunner([token](ITnRobotEvent*) {});
     EXPECT_EQ(token.use_count(), 2);
     runner->AddRef();
     EXPECT_EQ(runner->Release(), 1);
-    EXPECT_EQ(runner.release()->Release(), 0);
+    EXPECT_EQ(runner.detach()->Release(), 0);
     EXPECT_EQ(token.use_count(), 1);
 }
 
@@ -55,14 +55,14 @@ TEST_F(TaskRunner, IsDoneFromTheFirstExecuteUntilTheNextInit) {
     ITnRobotEvent* pSeen = nullptr;
     bool bDoneInside = false;
     ITnRobotTaskRunner* pRunner = nullptr;
-    const Held<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent* pEvent) {
+    const TnRobotPtr<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent* pEvent) {
         pSeen = pEvent;
         bDoneInside = pRunner->IsStop();
     });
     pRunner = runner.get();
     ITnRobotEvent* pEvent = nullptr;
     ASSERT_EQ(TnCreateRobotManualEvent(true, &pEvent), 1);
-    const Held<ITnRobotEvent> event = Hold(pEvent);
+    const TnRobotPtr<ITnRobotEvent> event = tn::Adopt(pEvent);
     for (int n = 0; n < 2; ++n) {
         runner->Init();
         EXPECT_FALSE(runner->IsStop());
@@ -78,8 +78,8 @@ TEST_F(TaskRunner, IsDoneFromTheFirstExecuteUntilTheNextInit) {
 TEST_F(TaskRunner, CopyingTakesNothingOver) {
     int nFirst = 0;
     int nSecond = 0;
-    const Held<ITnRobotTaskRunner> first = MakeRunner([&](ITnRobotEvent*) { ++nFirst; });
-    const Held<ITnRobotTaskRunner> second = MakeRunner([&](ITnRobotEvent*) { ++nSecond; });
+    const TnRobotPtr<ITnRobotTaskRunner> first = MakeRunner([&](ITnRobotEvent*) { ++nFirst; });
+    const TnRobotPtr<ITnRobotTaskRunner> second = MakeRunner([&](ITnRobotEvent*) { ++nSecond; });
     second->Execute(nullptr);
     first->Copy(second.get());
     first->Copy(nullptr);
@@ -92,21 +92,21 @@ TEST_F(TaskRunner, CopyingTakesNothingOver) {
 // Callers rely on a clone being empty.
 TEST_F(TaskRunner, ACloneHasNoJob) {
     int nCalls = 0;
-    const Held<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent*) { ++nCalls; });
+    const TnRobotPtr<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent*) { ++nCalls; });
     runner->Execute(nullptr);
-    Held<ITnRobotTaskRunner> clone = Hold(runner->Clone());
+    TnRobotPtr<ITnRobotTaskRunner> clone = tn::Adopt(runner->Clone());
     ASSERT_NE(clone, nullptr);
     EXPECT_NE(clone, runner);
     EXPECT_FALSE(clone->IsStop());
     EXPECT_THROW(clone->Execute(nullptr), std::bad_function_call);
     EXPECT_EQ(nCalls, 1);
-    EXPECT_EQ(clone.release()->Release(), 0);
+    EXPECT_EQ(clone.detach()->Release(), 0);
 }
 
 TEST_F(TaskRunner, ATaskCallsTheJobOncePerStart) {
     std::atomic<int> nCalls{0};
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) { ++nCalls; });
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) { ++nCalls; });
     for (int n = 1; n <= 10; ++n) {
         ASSERT_TRUE(task->Start());
         EXPECT_TRUE(Eventually([&task] { return !task->IsRunning(); }));
@@ -118,8 +118,8 @@ TEST_F(TaskRunner, ATaskCallsTheJobOncePerStart) {
 // A job is run also when its stop comes at once: what was started has begun.
 TEST_F(TaskRunner, AStopRightAfterTheStartStillLetsTheJobRunOnce) {
     std::atomic<int> nCalls{0};
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) { ++nCalls; });
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) { ++nCalls; });
     for (int n = 1; n <= 200; ++n) {
         ASSERT_TRUE(task->Start());
         task->Stop();
@@ -130,8 +130,8 @@ TEST_F(TaskRunner, AStopRightAfterTheStartStillLetsTheJobRunOnce) {
 TEST_F(TaskRunner, TheJobSeesItsTaskBeingStopped) {
     std::atomic<bool> bRunning{false};
     std::atomic<bool> bSawStop{false};
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent* pRunEvent) {
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent* pRunEvent) {
         bRunning = pRunEvent->WaitEvent(0);
         bSawStop = Eventually([pRunEvent] { return !pRunEvent->WaitEvent(0); });
     });
@@ -145,8 +145,8 @@ TEST_F(TaskRunner, TheJobSeesItsTaskBeingStopped) {
 TEST_F(TaskRunner, StartingARunningJobDoesNotRunItTwice) {
     std::atomic<int> nCalls{0};
     Gate gate;
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) {
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, [&](ITnRobotEvent*) {
         ++nCalls;
         gate.Pass();
     });
@@ -162,13 +162,13 @@ TEST_F(TaskRunner, StartingARunningJobDoesNotRunItTwice) {
 
 TEST_F(TaskRunner, OneRunnerMayServeManyTasks) {
     std::atomic<int> nCalls{0};
-    const Held<ITnRobotTaskPool> pool = MakeTaskPool();
-    const Held<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent*) { ++nCalls; });
-    std::vector<Held<ITnRobotTask>> tasks;
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<ITnRobotTaskRunner> runner = MakeRunner([&](ITnRobotEvent*) { ++nCalls; });
+    std::vector<TnRobotPtr<ITnRobotTask>> tasks;
     for (int n = 0; n < 4; ++n) {
         ITnRobotTask* pTask = nullptr;
         ASSERT_TRUE(pool->CreateTask(runner.get(), &pTask));
-        tasks.push_back(Hold(pTask));
+        tasks.push_back(tn::Adopt(pTask));
     }
     for (int n = 0; n < 4; ++n) {
         ASSERT_TRUE(tasks[static_cast<std::size_t>(n)]->Start());

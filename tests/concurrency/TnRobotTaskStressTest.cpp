@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/objects/TaskPools.h"
 #include "support/threads/ThreadTest.h"
 
@@ -44,23 +44,23 @@ public:
     void Put(ITnRobotTask* pTask) {
         pTask->AddRef();
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_tasks.push_back(Hold(pTask));
+        m_tasks.push_back(tn::Adopt(pTask));
     }
 
     // @return one of them, or null.
-    Held<ITnRobotTask> TakeOne() {
+    TnRobotPtr<ITnRobotTask> TakeOne() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_tasks.empty()) {
             return nullptr;
         }
-        Held<ITnRobotTask> task = std::move(m_tasks.back());
+        TnRobotPtr<ITnRobotTask> task = std::move(m_tasks.back());
         m_tasks.pop_back();
         return task;
     }
 
 private:
     std::mutex m_mutex;
-    std::vector<Held<ITnRobotTask>> m_tasks;  // guarded by m_mutex
+    std::vector<TnRobotPtr<ITnRobotTask>> m_tasks;  // guarded by m_mutex
 };
 
 std::atomic<int> g_nAlive{0};
@@ -139,7 +139,7 @@ private:
                 break;
             case 4:
                 m_pTask->AddRef();
-                m_own.push_back(Hold(m_pTask));
+                m_own.push_back(tn::Adopt(m_pTask));
                 break;
             case 5:
                 m_own.clear();
@@ -157,7 +157,7 @@ private:
     Random m_random;  // the task's thread alone, as all but the busy mark
     Keep& m_keep;
     ITnRobotTask* m_pTask = nullptr;
-    std::vector<Held<ITnRobotTask>> m_own;  // references until some later call of the same run
+    std::vector<TnRobotPtr<ITnRobotTask>> m_own;  // references until some later call of the same run
     int m_nLeft = 0;
     bool m_bInRun = false;
     std::atomic<bool> m_bBusy{false};
@@ -168,8 +168,8 @@ private:
 void ActAsCaller(ITnRobotTaskPool& pool, Keep& keep, unsigned int nSeed) {
     Random random(nSeed);
     for (int n = Steps(); n > 0; --n) {
-        const Held<ActingRunner> runner = Hold(new ActingRunner(DrawSeed(random), keep));
-        Held<ITnRobotTask> task = MakeTask(pool, runner.get());
+        const TnRobotPtr<ActingRunner> runner = tn::Adopt(new ActingRunner(DrawSeed(random), keep));
+        TnRobotPtr<ITnRobotTask> task = MakeTask(pool, runner.get());
         runner->SetTask(task.get());
         for (int nRun = Draw(random, 4); nRun >= 0; --nRun) {
             ASSERT_TRUE(task->Start());
@@ -192,7 +192,7 @@ TEST_F(TaskStress, CallersAndJobsThatActOnTheirOwnTasksKeepOutOfEachOthersWay) {
     Watchdog::Extend(280);
     {
         std::array<Keep, kCallers> keeps;  // some of it outlives the pool
-        const Held<ITnRobotTaskPool> pool = MakeTaskPool();
+        const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
         std::vector<Caller> callers;
         unsigned int nSeed = kSeed;
         for (Keep& keep : keeps) {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "TnRobotKernel/ptr.h"
 #include "support/fakes/RecordingRunner.h"
-#include "support/objects/Held.h"
 #include "support/threads/Gate.h"
 #include "support/threads/ThreadTest.h"
 
@@ -43,14 +43,14 @@ private:
 // A task with one reference, the pool's, which the fixture has.
 class Task : public ThreadTest {
 protected:
-    Held<CTnRobotTask> MakeTask() {
+    TnRobotPtr<CTnRobotTask> MakeTask() {
         CTnRobotTask* pTask = nullptr;
         EXPECT_EQ(CTnRobotTask::CreateInstance(&m_parent, &pTask), 1);
-        return Hold(pTask);
+        return tn::Adopt(pTask);
     }
 
-    Held<CTnRobotTask> MakeTask(ITnRobotTaskRunner* pRunner) {
-        Held<CTnRobotTask> task = MakeTask();
+    TnRobotPtr<CTnRobotTask> MakeTask(ITnRobotTaskRunner* pRunner) {
+        TnRobotPtr<CTnRobotTask> task = MakeTask();
         EXPECT_EQ(task->BindRunner(pRunner), pRunner != nullptr);
         return task;
     }
@@ -70,7 +70,7 @@ protected:
         return Eventually([&] { return m_runner->Log().DoneAnswers() >= nWanted; });
     }
 
-    Held<RecordingRunner> m_runner = RecordingRunner::Create();
+    TnRobotPtr<RecordingRunner> m_runner = RecordingRunner::Create();
     RecordingParent m_parent{m_runner->Log()};
 };
 
@@ -83,7 +83,7 @@ TEST_F(Task, NeedsAParent) {
 }
 
 TEST_F(Task, GoesBackToItsParentWhenOneReferenceIsLeft) {
-    Held<CTnRobotTask> task = MakeTask();
+    TnRobotPtr<CTnRobotTask> task = MakeTask();
     task->AddRef();
     task->AddRef();
     EXPECT_EQ(task->Release(), 2);
@@ -92,12 +92,12 @@ TEST_F(Task, GoesBackToItsParentWhenOneReferenceIsLeft) {
     EXPECT_EQ(Calls(), "R");
     EXPECT_EQ(m_parent.LatestTask(), task.get());
     EXPECT_EQ(m_parent.LatestThread(), ThisThreadNumber());
-    EXPECT_EQ(task.release()->Release(), 0);
+    EXPECT_EQ(task.detach()->Release(), 0);
     EXPECT_EQ(Calls(), "R");
 }
 
 TEST_F(Task, WithoutItsParentItIsACountedObjectLikeAnother) {
-    Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     m_runner->RunTimes(1);
     task->FreeParent();
     task->AddRef();
@@ -106,15 +106,15 @@ TEST_F(Task, WithoutItsParentItIsACountedObjectLikeAnother) {
     task->Stop();
     EXPECT_EQ(task->Release(), 1);
     EXPECT_EQ(Calls(), "InEyC");
-    EXPECT_EQ(task.release()->Release(), 0);
+    EXPECT_EQ(task.detach()->Release(), 0);
 }
 
 TEST_F(Task, HoldsItsRunnerUntilAnotherIsBound) {
-    Held<RecordingRunner> second = RecordingRunner::Create();
-    const Held<CTnRobotTask> task = MakeTask();
+    TnRobotPtr<RecordingRunner> second = RecordingRunner::Create();
+    const TnRobotPtr<CTnRobotTask> task = MakeTask();
     EXPECT_FALSE(task->BindRunner(nullptr));
     EXPECT_TRUE(task->BindRunner(second.get()));
-    EXPECT_EQ(second.release()->Release(), 1);
+    EXPECT_EQ(second.detach()->Release(), 1);
     EXPECT_EQ(RecordingRunner::Alive(), 2);
     EXPECT_TRUE(task->BindRunner(m_runner.get()));
     EXPECT_EQ(RecordingRunner::Alive(), 1);
@@ -125,9 +125,9 @@ TEST_F(Task, HoldsItsRunnerUntilAnotherIsBound) {
 
 // The task may have the only reference.
 TEST_F(Task, BindingTheRunnerThatIsBoundKeepsItAlive) {
-    Held<RecordingRunner> second = RecordingRunner::Create();
+    TnRobotPtr<RecordingRunner> second = RecordingRunner::Create();
     RecordingRunner* pRunner = second.get();
-    const Held<CTnRobotTask> task = MakeTask(pRunner);
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(pRunner);
     second.reset();
     EXPECT_TRUE(task->BindRunner(pRunner));
     EXPECT_EQ(RecordingRunner::Alive(), 2);
@@ -137,14 +137,14 @@ TEST_F(Task, BindingTheRunnerThatIsBoundKeepsItAlive) {
 }
 
 TEST_F(Task, DoesNotStartWithoutARunner) {
-    const Held<CTnRobotTask> task = MakeTask();
+    const TnRobotPtr<CTnRobotTask> task = MakeTask();
     EXPECT_FALSE(task->Start());
     EXPECT_FALSE(task->IsRunning());
     EXPECT_EQ(NewThreads(), 0);
 }
 
 TEST_F(Task, StopDoesNothingUnlessItRuns) {
-    const Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     task->Stop();
     EXPECT_EQ(NewThreads(), 0);
     ASSERT_TRUE(task->Start());
@@ -154,7 +154,7 @@ TEST_F(Task, StopDoesNothingUnlessItRuns) {
 }
 
 TEST_F(Task, KeepsItsOneThreadFromTheFirstStartToItsEnd) {
-    Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     EXPECT_EQ(NewThreads(), 0);
     int nThread = 0;
     for (int n = 0; n < 3; ++n) {
@@ -175,11 +175,11 @@ TEST_F(Task, KeepsItsOneThreadFromTheFirstStartToItsEnd) {
 TEST_F(Task, CallsItsRunnerInOrder) {
     for (const auto& [nTimes, calls] :
          {std::pair(0, "IyC"), std::pair(1, "InEyNC"), std::pair(2, "InEnEyNC"), std::pair(5, "InEnEnEnEnEyNC")}) {
-        const Held<RecordingRunner> runner = RecordingRunner::Create();
+        const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
         RecordingParent parent(runner->Log());
         CTnRobotTask* pTask = nullptr;
         ASSERT_EQ(CTnRobotTask::CreateInstance(&parent, &pTask), 1);
-        const Held<CTnRobotTask> task = Hold(pTask);
+        const TnRobotPtr<CTnRobotTask> task = tn::Adopt(pTask);
         runner->RunTimes(nTimes);
         task->BindRunner(runner.get());
         std::string expected;
@@ -203,7 +203,7 @@ TEST_F(Task, CallsItsRunnerInOrder) {
 
 TEST_F(Task, ExecutesUntilItIsStoppedWhenTheRunnerIsNeverDone) {
     m_runner->m_isStop = [] { return false; };
-    const Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     ASSERT_TRUE(task->Start());
     EXPECT_TRUE(AwaitCalls('E', 4));
     task->Stop();
@@ -221,7 +221,7 @@ TEST_F(Task, EveryRowOfExecutionsGivesOneNotice) {
     int nDone = 0;
     m_runner->m_onExecute = [&](ITnRobotEvent*) { ++nDone; };
     m_runner->m_isStop = [&] { return nDone >= nWork; };
-    const Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     ASSERT_TRUE(task->Start());
     EXPECT_TRUE(AwaitDoneAnswers(3));
     nWork = 3;
@@ -237,7 +237,7 @@ TEST_F(Task, AnInterruptedRunLeavesItsNoticeToTheNextOne) {
     std::atomic<bool> bDone{false};
     m_runner->m_onExecute = [&](ITnRobotEvent*) { gate.Pass(); };
     m_runner->m_isStop = [&] { return bDone.load(); };
-    const Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     const OpenAtEnd atEnd(gate);
     ASSERT_TRUE(task->Start());
     gate.AwaitArrival();
@@ -256,7 +256,7 @@ TEST_F(Task, AnInterruptedRunLeavesItsNoticeToTheNextOne) {
 TEST_F(Task, StartReturnsAfterInit) {
     Gate gate;
     m_runner->m_onInit = [&gate] { gate.Pass(); };
-    const Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     const OpenAtEnd atEnd(gate);
     std::atomic<bool> bStarted{false};
     Caller starter([&] { bStarted = task->Start(); });
@@ -275,7 +275,7 @@ TEST_F(Task, StartingARunningTaskReturnsAtOnceAndBeginsNoOtherRun) {
         gate.Pass();
         count(pEvent);
     };
-    const Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     const OpenAtEnd atEnd(gate);
     ASSERT_TRUE(task->Start());
     gate.AwaitArrival();
@@ -297,7 +297,7 @@ TEST_F(Task, TheJobSeesWhetherItIsBeingStopped) {
         bSetAtFirst = pRunEvent->WaitEvent(0);
         bSawStop = Eventually([pRunEvent] { return !pRunEvent->WaitEvent(0); });
     };
-    const Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     ITnRobotEvent* pFirst = nullptr;
     for (int n = 0; n < 2; ++n) {
         bSawStop = false;
@@ -318,7 +318,7 @@ TEST_F(Task, StopReturnsAfterExecuteAndClearResource) {
     m_runner->m_isStop = [] { return false; };
     m_runner->m_onExecute = [&](ITnRobotEvent*) { executing.Pass(); };
     m_runner->m_onClear = [&] { clearing.Pass(); };
-    const Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     const OpenAtEnd atEnd(executing);
     const OpenAtEnd atEndToo(clearing);
     ASSERT_TRUE(task->Start());
@@ -339,11 +339,11 @@ TEST_F(Task, StopReturnsAfterExecuteAndClearResource) {
 // on the strength of the run that ends, nor take the stop back.
 TEST_F(Task, AStartDuringAStopBeginsANewRun) {
     for (int nRound = 0; nRound < 10; ++nRound) {
-        const Held<RecordingRunner> runner = RecordingRunner::Create();
+        const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
         Gate gate;
         runner->m_isStop = [] { return false; };
         runner->m_onExecute = [&](ITnRobotEvent*) { gate.Pass(); };
-        const Held<CTnRobotTask> task = MakeTask(runner.get());
+        const TnRobotPtr<CTnRobotTask> task = MakeTask(runner.get());
         const OpenAtEnd atEnd(gate);
         ASSERT_TRUE(task->Start());
         gate.AwaitArrival();
@@ -369,7 +369,7 @@ TEST_F(Task, AStartDuringAStopBeginsANewRun) {
 
 TEST_F(Task, ManyMayStartAndStopItAtOnce) {
     m_runner->RunTimes(1);
-    const Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    const TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     {
         std::vector<Caller> callers;
         for (int nCaller = 0; nCaller < 4; ++nCaller) {
@@ -391,7 +391,7 @@ TEST_F(Task, ManyMayStartAndStopItAtOnce) {
 
 TEST_F(Task, AJobMayStartItsOwnTask) {
     std::atomic<int> nTrue{0};
-    Held<CTnRobotTask> task;
+    TnRobotPtr<CTnRobotTask> task;
     m_runner->RunTimes(1);
     m_runner->m_onExecute = [&, count = m_runner->m_onExecute](ITnRobotEvent* pEvent) {
         nTrue += task->Start() ? 1 : 0;
@@ -408,7 +408,7 @@ TEST_F(Task, AJobMayStartItsOwnTask) {
 // It could only wait for itself; it must not claim a run either, nor take the stop back.
 TEST_F(Task, AJobCannotStartItsOwnTaskWhileThatIsBeingStopped) {
     std::atomic<bool> bStarted{true};
-    Held<CTnRobotTask> task;
+    TnRobotPtr<CTnRobotTask> task;
     m_runner->m_isStop = [] { return false; };
     m_runner->m_onExecute = [&](ITnRobotEvent* pRunEvent) {
         EXPECT_TRUE(Eventually([pRunEvent] { return !pRunEvent->WaitEvent(0); }));
@@ -430,10 +430,10 @@ TEST_F(Task, TheEndOfATaskStopsItFirst) {
             std::this_thread::yield();
         }
     };
-    Held<CTnRobotTask> task = MakeTask(m_runner.get());
+    TnRobotPtr<CTnRobotTask> task = MakeTask(m_runner.get());
     ASSERT_TRUE(task->Start());
     EXPECT_TRUE(AwaitCalls('E', 1));
-    EXPECT_EQ(task.release()->Release(), 0);
+    EXPECT_EQ(task.detach()->Release(), 0);
     EXPECT_EQ(Calls(), "InEC");
     EXPECT_TRUE(AwaitNewThreads(0));
     m_runner->AddRef();

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/threads/Gate.h"
 #include "support/threads/SignalHold.h"
 #include "support/threads/ThreadTest.h"
@@ -22,10 +22,10 @@ namespace {
 
 using Job = std::function<void(ITnRobotEvent*)>;
 
-Held<ITnRobotThread> MakeThread() {
+TnRobotPtr<ITnRobotThread> MakeThread() {
     ITnRobotThread* pThread = nullptr;
     EXPECT_EQ(TnCreateRobotThread(&pThread), 1);
-    return Hold(pThread);
+    return tn::Adopt(pThread);
 }
 
 // Declared before the thread object in each test, so that it outlives the job.
@@ -65,14 +65,14 @@ protected:
 }  // namespace
 
 TEST_F(Thread, BelongsToItsCreator) {
-    Held<ITnRobotThread> thread = MakeThread();
+    TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->AddRef();
     EXPECT_EQ(thread->Release(), 1);
-    EXPECT_EQ(thread.release()->Release(), 0);
+    EXPECT_EQ(thread.detach()->Release(), 0);
 }
 
 TEST_F(Thread, DoesNotRunWithoutAJob) {
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     EXPECT_FALSE(thread->Run());
     EXPECT_EQ(NewThreads(), 0);
     EXPECT_TRUE(thread->SetWorkJob(Job()));
@@ -81,7 +81,7 @@ TEST_F(Thread, DoesNotRunWithoutAJob) {
 }
 
 TEST_F(Thread, HasNoThreadBeforeTheFirstRun) {
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     EXPECT_TRUE(thread->SetWorkJob([](ITnRobotEvent*) {}));
     EXPECT_EQ(NewThreads(), 0);
 }
@@ -90,7 +90,7 @@ TEST_F(Thread, CallsItsJobOverAndOverOnOneThreadOfItsOwn) {
     PassCounter passes;
     std::atomic<int> nThread{0};
     std::atomic<bool> bOther{false};
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob([&](ITnRobotEvent* pEvent) {
         const int nThis = ThisThreadNumber();
         bOther = bOther || (nThread != 0 && nThread != nThis);
@@ -112,7 +112,7 @@ TEST_F(Thread, CallsItsJobOverAndOverOnOneThreadOfItsOwn) {
 // Between two passes the worker gives both of its events a millisecond.
 TEST_F(Thread, DoesNotSpinBetweenPasses) {
     PassCounter passes;
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob(passes.AsJob());
     const Clock::time_point start = Clock::now();
     ASSERT_TRUE(thread->Run());
@@ -122,7 +122,7 @@ TEST_F(Thread, DoesNotSpinBetweenPasses) {
 
 TEST_F(Thread, EveryRunAndStopCallsTheJobAtLeastOnce) {
     PassCounter passes;
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob(passes.AsJob());
     for (int n = 0; n < 30; ++n) {
         const int nBefore = passes.Passes();
@@ -134,7 +134,7 @@ TEST_F(Thread, EveryRunAndStopCallsTheJobAtLeastOnce) {
 
 TEST_F(Thread, RunningARunningThreadChangesNothing) {
     PassCounter passes;
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob(passes.AsJob());
     for (int n = 0; n < 5; ++n) {
         ASSERT_TRUE(thread->Run());
@@ -146,7 +146,7 @@ TEST_F(Thread, RunningARunningThreadChangesNothing) {
 TEST_F(Thread, StopReturnsAfterTheJobHas) {
     Gate gate;
     std::atomic<int> nReturned{0};
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     const OpenAtEnd atEnd(gate);
     thread->SetWorkJob([&](ITnRobotEvent*) {
         gate.Pass();
@@ -164,7 +164,7 @@ TEST_F(Thread, StopReturnsAfterTheJobHas) {
 
 TEST_F(Thread, CallsNoJobWhilePaused) {
     PassCounter passes;
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob(passes.AsJob());
     ASSERT_TRUE(thread->Run());
     thread->Stop();
@@ -180,7 +180,7 @@ TEST_F(Thread, TheJobSeesAPendingStop) {
     std::atomic<int> nPasses{0};
     std::atomic<bool> bResetAtFirst{false};
     std::set<ITnRobotEvent*> events;  // used by the job alone until the last Stop has returned
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob([&](ITnRobotEvent* pStop) {
         events.insert(pStop);
         bResetAtFirst = !pStop->WaitEvent(0);
@@ -202,7 +202,7 @@ TEST_F(Thread, TheJobSeesAPendingStop) {
 TEST_F(Thread, TakesAnotherJobWhilePaused) {
     PassCounter first;
     PassCounter second;
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     EXPECT_TRUE(thread->SetWorkJob(first.AsJob()));
     ASSERT_TRUE(thread->Run());
     thread->Stop();
@@ -216,7 +216,7 @@ TEST_F(Thread, TakesAnotherJobWhilePaused) {
 
 TEST_F(Thread, WithoutItsJobAPausedThreadStaysPaused) {
     PassCounter passes;
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob(passes.AsJob());
     ASSERT_TRUE(thread->Run());
     thread->Stop();
@@ -232,7 +232,7 @@ TEST_F(Thread, WithoutItsJobAPausedThreadStaysPaused) {
 TEST_F(Thread, KeepsACopyOfItsJobUntilAnotherComes) {
     auto first = std::make_shared<int>(1);
     auto second = std::make_shared<int>(2);
-    Held<ITnRobotThread> thread = MakeThread();
+    TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob([first](ITnRobotEvent*) {});
     EXPECT_EQ(first.use_count(), 2);
     thread->SetWorkJob([second](ITnRobotEvent*) {});
@@ -246,7 +246,7 @@ TEST_F(Thread, EveryExitCodeEndsTheThreadAlike) {
     for (const unsigned int nExitCode : {0U, 1U, 12345U, 0xFFFFFFFFU}) {
         for (const bool bPaused : {false, true}) {
             PassCounter passes;
-            const Held<ITnRobotThread> thread = MakeThread();
+            const TnRobotPtr<ITnRobotThread> thread = MakeThread();
             thread->SetWorkJob(passes.AsJob());
             ASSERT_TRUE(thread->Run());
             if (bPaused) {
@@ -267,7 +267,7 @@ TEST_F(Thread, EveryExitCodeEndsTheThreadAlike) {
 TEST_F(Thread, ExitDoesNotSetTheStopEvent) {
     Gate gate;
     std::atomic<ITnRobotEvent*> pStopEvent{nullptr};
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     const OpenAtEnd atEnd(gate);
     thread->SetWorkJob([&](ITnRobotEvent* pStop) {
         pStopEvent = pStop;
@@ -286,7 +286,7 @@ TEST_F(Thread, TheLastReleaseEndsItInEveryState) {
     enum class State { kCreated, kRunning, kPaused, kExited };
     for (const State eState : {State::kCreated, State::kRunning, State::kPaused, State::kExited}) {
         auto token = std::make_shared<int>(0);
-        Held<ITnRobotThread> thread = MakeThread();
+        TnRobotPtr<ITnRobotThread> thread = MakeThread();
         thread->SetWorkJob([token](ITnRobotEvent*) {});
         if (eState != State::kCreated) {
             ASSERT_TRUE(thread->Run());
@@ -297,7 +297,7 @@ TEST_F(Thread, TheLastReleaseEndsItInEveryState) {
         if (eState == State::kExited) {
             thread->Exit(0);
         }
-        EXPECT_EQ(thread.release()->Release(), 0);
+        EXPECT_EQ(thread.detach()->Release(), 0);
         EXPECT_TRUE(AwaitNewThreads(0));
         EXPECT_EQ(token.use_count(), 1);
     }
@@ -307,7 +307,7 @@ TEST_F(Thread, TheLastReleaseWaitsForTheJobWithoutStoppingIt) {
     Gate gate;
     std::atomic<ITnRobotEvent*> pStopEvent{nullptr};
     std::atomic<bool> bStopAsked{false};
-    Held<ITnRobotThread> thread = MakeThread();
+    TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob([&](ITnRobotEvent* pStop) {
         pStopEvent = pStop;
         gate.Pass();
@@ -315,7 +315,7 @@ TEST_F(Thread, TheLastReleaseWaitsForTheJobWithoutStoppingIt) {
     });
     ASSERT_TRUE(thread->Run());
     gate.AwaitArrival();
-    Caller releaser([pThread = thread.release()] { pThread->Release(); });
+    Caller releaser([pThread = thread.detach()] { pThread->Release(); });
     EXPECT_TRUE(StaysTrue([&] { return !releaser.Returned() && !pStopEvent.load()->WaitEvent(0); }, Milliseconds(50)));
     gate.Open();
     releaser.Join();
@@ -324,7 +324,7 @@ TEST_F(Thread, TheLastReleaseWaitsForTheJobWithoutStoppingIt) {
 
 TEST_F(Thread, ManyMayRunAndStopItAtOnce) {
     PassCounter passes;
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob(passes.AsJob());
     ASSERT_TRUE(thread->Run());
     {
@@ -345,7 +345,7 @@ TEST_F(Thread, ManyMayRunAndStopItAtOnce) {
 // A pause asked for before there is a thread must not keep others from starting it.
 TEST_F(Thread, AStopBeforeTheFirstRunLetsOthersRunIt) {
     PassCounter passes;
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob(passes.AsJob());
     Caller early([&thread] { thread->Stop(); });
     EXPECT_TRUE(early.AwaitBlocked());
@@ -364,7 +364,7 @@ TEST_F(Thread, RunReturnsAlsoWhenTheJobHasPausedItselfBeforeItLooks) {
     SignalHold hold;
     std::atomic<int> nPasses{0};
     std::atomic<pthread_t> callerThread{pthread_self()};
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob([&](ITnRobotEvent* pStop) {
         if (++nPasses == 1) {
             hold.Hold(callerThread);
@@ -391,7 +391,7 @@ TEST_F(Thread, RunReturnsAlsoWhenTheJobHasPausedItselfBeforeItLooks) {
 TEST_F(Thread, StopPausesAThreadWhoseJobResetsItsEvent) {
     std::atomic<int> nPasses{0};
     std::atomic<bool> bReset{false};
-    const Held<ITnRobotThread> thread = MakeThread();
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob([&](ITnRobotEvent* pStop) {
         ++nPasses;
         if (!bReset) {
@@ -413,7 +413,7 @@ TEST_F(Thread, AJobMayAddAndReleaseReferencesWhileTheLastReleaseWaitsForIt) {
     Gate gate;
     Gate counted;
     std::atomic<int> nLeft{-1};
-    Held<ITnRobotThread> thread = MakeThread();
+    TnRobotPtr<ITnRobotThread> thread = MakeThread();
     const OpenAtEnd atEnd(gate);
     const OpenAtEnd atEndToo(counted);
     thread->SetWorkJob([&, pThread = thread.get()](ITnRobotEvent*) {
@@ -425,7 +425,7 @@ TEST_F(Thread, AJobMayAddAndReleaseReferencesWhileTheLastReleaseWaitsForIt) {
     ASSERT_TRUE(thread->Run());
     gate.AwaitArrival();
     std::atomic<int> nReleased{-1};
-    Caller releaser([&nReleased, pThread = thread.release()] { nReleased = pThread->Release(); });
+    Caller releaser([&nReleased, pThread = thread.detach()] { nReleased = pThread->Release(); });
     EXPECT_TRUE(releaser.AwaitBlocked());
     gate.Open();
     counted.AwaitArrival();
@@ -443,7 +443,7 @@ TEST_F(Thread, AJobMayReleaseTheLastReference) {
         Gate gate;
         std::atomic<int> nLeft{-1};
         auto token = std::make_shared<int>(0);
-        Held<ITnRobotThread> thread = MakeThread();
+        TnRobotPtr<ITnRobotThread> thread = MakeThread();
         const OpenAtEnd atEnd(gate);
         thread->SetWorkJob([&nLeft, &gate, token, pThread = thread.get()](ITnRobotEvent*) {
             pThread->AddRef();
@@ -453,7 +453,7 @@ TEST_F(Thread, AJobMayReleaseTheLastReference) {
         });
         ASSERT_TRUE(thread->Run());
         gate.AwaitArrival();
-        EXPECT_EQ(thread.release()->Release(), 1);
+        EXPECT_EQ(thread.detach()->Release(), 1);
         gate.Open();
         EXPECT_TRUE(Eventually([&token] { return token.use_count() == 1; }));
         EXPECT_EQ(nLeft, 0);
@@ -469,7 +469,7 @@ TEST_F(Thread, AJobThatGoesWithItsOwnThreadKeepsNoOtherFromGoing) {
     // The token goes over to the job: whoever kept one here might be the last to let it go, and wait.
     const auto releaseOwn = [](std::shared_ptr<void> token) {
         const auto released = std::make_shared<Gate>();
-        ITnRobotThread* const pThread = MakeThread().release();
+        ITnRobotThread* const pThread = MakeThread().detach();
         pThread->AddRef();
         pThread->SetWorkJob([pThread, token = std::move(token), released](ITnRobotEvent*) {
             released->Pass();
@@ -497,7 +497,7 @@ TEST_F(Thread, AJobThatGoesWithItsOwnThreadKeepsNoOtherFromGoing) {
 TEST_F(ThreadDeathTest, StopBeforeTheFirstRunWaitsForEver) {
     EXPECT_EXIT(
         {
-            ITnRobotThread* pThread = MakeThread().release();
+            ITnRobotThread* pThread = MakeThread().detach();
             pThread->SetWorkJob([](ITnRobotEvent*) {});
             DieIfItBlocks([pThread] { pThread->Stop(); });
         },
@@ -507,7 +507,7 @@ TEST_F(ThreadDeathTest, StopBeforeTheFirstRunWaitsForEver) {
 TEST_F(ThreadDeathTest, ExitBeforeTheFirstRunWaitsForEver) {
     EXPECT_EXIT(
         {
-            ITnRobotThread* pThread = MakeThread().release();
+            ITnRobotThread* pThread = MakeThread().detach();
             pThread->SetWorkJob([](ITnRobotEvent*) {});
             DieIfItBlocks([pThread] { pThread->Exit(0); });
         },
@@ -517,7 +517,7 @@ TEST_F(ThreadDeathTest, ExitBeforeTheFirstRunWaitsForEver) {
 TEST_F(ThreadDeathTest, AnEndedThreadIsNeverRunAgain) {
     EXPECT_EXIT(
         {
-            ITnRobotThread* pThread = MakeThread().release();
+            ITnRobotThread* pThread = MakeThread().detach();
             pThread->SetWorkJob([](ITnRobotEvent*) {});
             pThread->Run();
             pThread->Exit(0);

@@ -144,6 +144,13 @@ TEST(LogUtils, AMissingLibraryAnswersMinusOne) {
     EXPECT_EQ(result.nExitCode, 0);
 }
 
+// The guide tells programs to ask the loader why.
+TEST(LogUtils, WhatTheLoaderSaidIsThereAfterAFailedInit) {
+    const TempDirectory empty;
+    EXPECT_EQ(Probe(empty.Path().string(), {"init", "reason"}).output, "Init -1\nmissing: library\n");
+    ExpectTranscript("without_symbol", {"init", "reason"}, "Init -1\nmissing: function\n");
+}
+
 TEST(LogUtils, AMissingCreationFunctionAnswersMinusOneAndTheLibraryStaysOpen) {
     ExpectTranscript("without_symbol", {"init", "log:1:lost", "param:1:2", "count:1", "destroy", "loaded"},
                      "Init -1\nformatted -1\nloaded 1\n");

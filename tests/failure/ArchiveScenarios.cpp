@@ -83,9 +83,9 @@ private:
     static void ExpectBoth(const Bytes& file) {
         Channel loading = Loading(file);
         EXPECT_EQ(loading->ReadMapHeader(), 1);
-        const Held<TestNode> node = Read(loading);
-        const Held<TestNode> other = Read(loading);
-        const Held<TestNode> again = Read(loading);
+        const TnRobotPtr<TestNode> node = Read(loading);
+        const TnRobotPtr<TestNode> other = Read(loading);
+        const TnRobotPtr<TestNode> again = Read(loading);
         ASSERT_TRUE(node != nullptr && other != nullptr);
         EXPECT_EQ(node->Number(), 77);
         EXPECT_EQ(node->GetRuntimeClass(), &TestNode::s_class);
@@ -94,15 +94,15 @@ private:
         EXPECT_EQ(again, node);
     }
 
-    static Held<TestNode> Read(Channel& loading) {
+    static TnRobotPtr<TestNode> Read(Channel& loading) {
         CTnRobotObject* pObject = nullptr;
         EXPECT_EQ(loading->ReadObject(&pObject), 1);
-        return Hold(dynamic_cast<TestNode*>(pObject));
+        return tn::Adopt(dynamic_cast<TestNode*>(pObject));
     }
 
-    Held<TestNode> m_parent = TestNode::Create(1);
-    Held<TestNode> m_child = TestNode::Create(2);
-    Held<TolerantNode> m_other = TolerantNode::Create(3);
+    TnRobotPtr<TestNode> m_parent = TestNode::Create(1);
+    TnRobotPtr<TestNode> m_child = TestNode::Create(2);
+    TnRobotPtr<TolerantNode> m_other = TolerantNode::Create(3);
     Channel m_channel = RoomyStoring();
 };
 
@@ -125,7 +125,7 @@ public:
 
     // The child was destroyed with the parent that could not be read: nothing may refer to it.
     void Check(bool bDone) override {
-        Held<TestNode> child;
+        TnRobotPtr<TestNode> child;
         EXPECT_EQ(Read(m_graph.size(), child), bDone);
         EXPECT_EQ(child != nullptr, bDone);
         EXPECT_EQ(LiveObject::Count(), bDone ? 2 : 0);
@@ -139,12 +139,12 @@ public:
 
 private:
     /// @param[in] nOffset  of the record, behind the header.
-    bool Read(std::size_t nOffset, Held<TestNode>& node) {
+    bool Read(std::size_t nOffset, TnRobotPtr<TestNode>& node) {
         const auto nPosition = static_cast<long long>(m_header.size() + nOffset);
         EXPECT_EQ(m_file->Seek(nPosition, ITnRobotFile::SEEK_DIRECT_BEGIN), 0);
         CTnRobotObject* pObject = nullptr;
         const int nResult = m_archive->ReadObject(&pObject);
-        node = Hold(dynamic_cast<TestNode*>(pObject));
+        node = tn::Adopt(dynamic_cast<TestNode*>(pObject));
         return nResult == 1;
     }
 
@@ -152,9 +152,9 @@ private:
     const Bytes m_graph;
     const Bytes m_reference;
     Bytes m_bytes;
-    Held<ITnRobotMemFile> m_file = MakeMemFile();
-    Held<ITnRobotArchive> m_archive = MakeArchive();
-    Held<TestNode> m_parent;
+    TnRobotPtr<ITnRobotMemFile> m_file = MakeMemFile();
+    TnRobotPtr<ITnRobotArchive> m_archive = MakeArchive();
+    TnRobotPtr<TestNode> m_parent;
 };
 
 class MapHeaderIsRead : public AllocationScenario {
@@ -174,7 +174,7 @@ public:
         EXPECT_TRUE(m_loading->Attach(rest.file.get(), false));
         CTnRobotObject* pObject = nullptr;
         const int nResult = m_loading->ReadObject(&pObject);
-        const Held<TestNode> node = Hold(dynamic_cast<TestNode*>(pObject));
+        const TnRobotPtr<TestNode> node = tn::Adopt(dynamic_cast<TestNode*>(pObject));
         EXPECT_EQ(nResult == 1, node != nullptr);
         EXPECT_TRUE(!bDone || nResult == 1);
     }
@@ -183,7 +183,7 @@ private:
     static void ExpectAnObject(Channel& loading) {
         CTnRobotObject* pObject = nullptr;
         EXPECT_EQ(loading->ReadObject(&pObject), 1);
-        const Held<TestNode> node = Hold(dynamic_cast<TestNode*>(pObject));
+        const TnRobotPtr<TestNode> node = tn::Adopt(dynamic_cast<TestNode*>(pObject));
         ASSERT_NE(node, nullptr);
         EXPECT_EQ(node->Number(), 5);
     }
@@ -211,7 +211,7 @@ public:
     }
 
 private:
-    Held<TestNode> m_node = TestNode::Create(1);
+    TnRobotPtr<TestNode> m_node = TestNode::Create(1);
     Channel m_channel = RoomyStoring();
 };
 

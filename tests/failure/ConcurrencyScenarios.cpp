@@ -8,12 +8,12 @@
 #include <utility>
 
 #include "TnRobotKernel/concurrency.h"
+#include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/utilities.h"
 #include "TnRobotKernel/values.h"
 #include "concurrency/TnRobotTaskPool.h"
 #include "failure/AllocationScenario.h"
 #include "support/fakes/TestSurfaces.h"
-#include "support/objects/Held.h"
 #include "support/objects/Memory.h"
 #include "support/objects/TaskPools.h"
 #include "support/threads/Gate.h"
@@ -64,13 +64,13 @@ public:
     ThreadScenario() {
         ITnRobotThread* pThread = nullptr;
         EXPECT_EQ(TnCreateRobotThread(&pThread), 1);
-        m_thread = Hold(pThread);
+        m_thread = tn::Adopt(pThread);
         EXPECT_TRUE(m_thread->SetWorkJob(CountingJob(m_nCalls)));
     }
 
 protected:
     std::atomic<int> m_nCalls{0};
-    Held<ITnRobotThread> m_thread;
+    TnRobotPtr<ITnRobotThread> m_thread;
 };
 
 class ThreadRuns : public ThreadScenario {
@@ -108,7 +108,7 @@ private:
 class TaskIsCreated : public AllocationScenario {
 public:
     bool Attempt() override {
-        for (Held<ITnRobotTask>& task : m_tasks) {
+        for (TnRobotPtr<ITnRobotTask>& task : m_tasks) {
             if (task == nullptr && !Create(task)) {
                 return false;
             }
@@ -121,7 +121,7 @@ public:
         EXPECT_TRUE(bDone || Attempt());
         EXPECT_TRUE(m_tasks[0]->Start());
         EXPECT_TRUE(Eventually([this] { return m_runner->Executions() == 1; }));
-        for (Held<ITnRobotTask>& task : m_tasks) {
+        for (TnRobotPtr<ITnRobotTask>& task : m_tasks) {
             task.reset();
         }
         // The notice of a run that has ended may keep its task for a moment longer.
@@ -129,16 +129,16 @@ public:
     }
 
 private:
-    bool Create(Held<ITnRobotTask>& task) {
+    bool Create(TnRobotPtr<ITnRobotTask>& task) {
         ITnRobotTask* pTask = nullptr;
         const bool bCreated = m_pool->CreateTask(m_runner.get(), &pTask);
-        task.reset(pTask);
+        task.attach(pTask);
         return bCreated;
     }
 
-    Held<OnceRunner> m_runner = Hold(new OnceRunner);
-    Held<ITnRobotTaskPool> m_pool = MakeTaskPool();
-    std::array<Held<ITnRobotTask>, 10> m_tasks;
+    TnRobotPtr<OnceRunner> m_runner = tn::Adopt(new OnceRunner);
+    TnRobotPtr<ITnRobotTaskPool> m_pool = MakeTaskPool();
+    std::array<TnRobotPtr<ITnRobotTask>, 10> m_tasks;
 };
 
 class TaskIsCreatedOfAFunction : public AllocationScenario {
@@ -155,7 +155,7 @@ public:
 private:
     std::atomic<int> m_nCalls{0};
     const Job m_job = CountingJob(m_nCalls);
-    Held<ITnRobotTaskPool> m_pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> m_pool = MakeTaskPool();
 };
 
 /// A task is started for the first time, which starts its thread, and ends by itself, of which the
@@ -165,7 +165,7 @@ public:
     TaskRunsToItsEnd() {
         ITnRobotTask* pTask = nullptr;
         EXPECT_TRUE(m_pool->CreateTask(m_runner.get(), &pTask));
-        m_task = Hold(pTask);
+        m_task = tn::Adopt(pTask);
     }
 
     // The runner is asked anew after the pool has been told, or could not be: the second answer
@@ -192,9 +192,9 @@ private:
         EXPECT_TRUE(Eventually([&] { return m_runner->Executions() == nExecutions; }));
     }
 
-    Held<OnceRunner> m_runner = Hold(new OnceRunner);
-    Held<ITnRobotTaskPool> m_pool = MakeTaskPool();
-    Held<ITnRobotTask> m_task;
+    TnRobotPtr<OnceRunner> m_runner = tn::Adopt(new OnceRunner);
+    TnRobotPtr<ITnRobotTaskPool> m_pool = MakeTaskPool();
+    TnRobotPtr<ITnRobotTask> m_task;
     bool m_bStarted = false;
 };
 
@@ -203,7 +203,7 @@ private:
 class NoticesWait : public AllocationScenario {
 public:
     NoticesWait() {
-        CTnRobotTaskPool::CreateInstance(m_pool.Receive());
+        CTnRobotTaskPool::CreateInstance(m_pool.put());
         Notify(m_blocker.get());
         m_gate.AwaitArrival();
     }
@@ -238,23 +238,23 @@ private:
         std::function<void()> m_onStop;
     };
 
-    void Notify(ITnRobotTask* pTask) { static_cast<CTnRobotTaskPool*>(m_pool.Get())->OnNotifyStop(pTask); }
+    void Notify(ITnRobotTask* pTask) { static_cast<CTnRobotTaskPool*>(m_pool.get())->OnNotifyStop(pTask); }
 
     static constexpr int kNotices = 200;
     Gate m_gate;
     std::atomic<int> m_nStops{0};
     int m_nAccepted = 0;
-    Held<OwnTask> m_blocker = Hold(new OwnTask([this] { m_gate.Pass(); }));
-    Held<OwnTask> m_stopped = Hold(new OwnTask([this] { ++m_nStops; }));
-    tnrobot::Ref<ITnRobotTaskPool> m_pool;
+    TnRobotPtr<OwnTask> m_blocker = tn::Adopt(new OwnTask([this] { m_gate.Pass(); }));
+    TnRobotPtr<OwnTask> m_stopped = tn::Adopt(new OwnTask([this] { ++m_nStops; }));
+    TnRobotPtr<ITnRobotTaskPool> m_pool;
 };
 
 class EventsSignalsAndClocksWork : public AllocationScenario {
 public:
     EventsSignalsAndClocksWork() {
-        EXPECT_EQ(TnCreateRobotManualEvent(false, m_event.Receive()), 1);
-        EXPECT_EQ(TnCreateRobotSignal(m_signal.Receive()), 1);
-        EXPECT_EQ(TnCreateRobotAlarmClock(m_clock.Receive()), 1);
+        EXPECT_EQ(TnCreateRobotManualEvent(false, m_event.put()), 1);
+        EXPECT_EQ(TnCreateRobotSignal(m_signal.put()), 1);
+        EXPECT_EQ(TnCreateRobotAlarmClock(m_clock.put()), 1);
     }
 
     bool Attempt() override {
@@ -277,9 +277,9 @@ public:
     void Check(bool bDone) override { EXPECT_TRUE(bDone); }
 
 private:
-    tnrobot::Ref<ITnRobotEvent> m_event;
-    tnrobot::Ref<ITnRobotSignal> m_signal;
-    tnrobot::Ref<ITnRobotAlarmClock> m_clock;
+    TnRobotPtr<ITnRobotEvent> m_event;
+    TnRobotPtr<ITnRobotSignal> m_signal;
+    TnRobotPtr<ITnRobotAlarmClock> m_clock;
 };
 
 /// A release has nowhere to report a failure to: everything pooled goes back without memory.
@@ -287,10 +287,10 @@ class EverythingIsGivenBack : public AllocationScenario {
 public:
     EverythingIsGivenBack() {
         TnRobotUtils::Init();
-        for (Held<ITnRobotDataValue>& value : m_values) {
+        for (TnRobotPtr<ITnRobotDataValue>& value : m_values) {
             ITnRobotDataValue* pValue = nullptr;
             EXPECT_EQ(TnCreateRobotStringData(std::string(100, 'v').c_str(), &pValue), 0);
-            value.reset(pValue);
+            value.attach(pValue);
         }
         for (std::size_t i = 0; i < kMany; ++i) {
             m_cut[i] = Query(*m_circle, 1000);
@@ -298,7 +298,7 @@ public:
             m_surfaces[i] = m_source.Get(TN_IMAGE_GRAY8, 10, 10);
             ITnRobotTask* pTask = nullptr;
             EXPECT_TRUE(m_taskPool->CreateTask(nullptr, &pTask));
-            m_tasks[i].reset(pTask);
+            m_tasks[i].attach(pTask);
         }
     }
     ~EverythingIsGivenBack() override { TnRobotUtils::Destroy(); }
@@ -326,18 +326,18 @@ private:
     static HeldPool MakeCircle() {
         ITnRobotMemoryBlockPool* pPool = nullptr;
         TnCreateRobotCircleMemoryBlockPool(&pPool);
-        return HeldPool(pPool);
+        return tn::Adopt(pPool);
     }
 
     HeldPool m_circle = MakeCircle();
     HeldPool m_pool = MakePool();
     SurfaceSource m_source;
-    Held<ITnRobotTaskPool> m_taskPool = MakeTaskPool();
-    std::array<Held<ITnRobotDataValue>, kMany> m_values;
+    TnRobotPtr<ITnRobotTaskPool> m_taskPool = MakeTaskPool();
+    std::array<TnRobotPtr<ITnRobotDataValue>, kMany> m_values;
     std::array<HeldBlock, kMany> m_cut;
     std::array<HeldBlock, kMany> m_blocks;
-    std::array<Held<ITnRobotSurface>, kMany> m_surfaces;
-    std::array<Held<ITnRobotTask>, kMany> m_tasks;
+    std::array<TnRobotPtr<ITnRobotSurface>, kMany> m_surfaces;
+    std::array<TnRobotPtr<ITnRobotTask>, kMany> m_tasks;
 };
 
 }  // namespace

@@ -22,7 +22,7 @@ public:
     bool Attempt() override {
         Interface* pObject = nullptr;
         const int nResult = m_pfnCreate(&pObject);
-        m_object.reset(pObject);
+        m_object.attach(pObject);
         return nResult == 1;
     }
 
@@ -30,13 +30,13 @@ public:
         EXPECT_EQ(m_object != nullptr, bDone);
         EXPECT_TRUE(bDone || Attempt());
         EXPECT_TRUE(m_pfnUse(*m_object));
-        EXPECT_EQ(m_object.release()->Release(), 0) << "the creation's reference is the only one";
+        EXPECT_EQ(m_object.detach()->Release(), 0) << "the creation's reference is the only one";
     }
 
 private:
     Create m_pfnCreate;
     Use m_pfnUse;
-    Held<Interface> m_object;
+    TnRobotPtr<Interface> m_object;
 };
 
 /// What a creation function needs besides its out-pointer.
@@ -51,7 +51,7 @@ public:
     bool Attempt() override {
         Interface* pObject = nullptr;
         const int nResult = m_pfnCreate(m_pool.get(), &pObject);
-        m_object.reset(pObject);
+        m_object.attach(pObject);
         return nResult == 1;
     }
 
@@ -60,14 +60,14 @@ public:
         EXPECT_TRUE(bDone || Attempt());
         EXPECT_TRUE(m_pfnUse(*m_object));
         m_object.reset();
-        EXPECT_EQ(m_pool.release()->Release(), 0) << "a reference to the pool is left";
+        EXPECT_EQ(m_pool.detach()->Release(), 0) << "a reference to the pool is left";
     }
 
 private:
     Create m_pfnCreate;
     Use m_pfnUse;
     HeldPool m_pool;
-    Held<Interface> m_object;
+    TnRobotPtr<Interface> m_object;
 };
 
 /// A view, which keeps the block that it was cut from.
@@ -76,7 +76,7 @@ public:
     bool Attempt() override {
         ITnRobotMemoryBlock* pView = nullptr;
         const int nResult = TnCreateRobotCustomMemBlock(m_block.get(), DataOf(*m_block) + 10, 20, &pView);
-        m_view.reset(pView);
+        m_view.attach(pView);
         return nResult == 1;
     }
 
@@ -86,7 +86,7 @@ public:
         EXPECT_EQ(SizeOf(*m_view), 20U);
         EXPECT_EQ(DataOf(*m_view), DataOf(*m_block) + 10);
         m_view.reset();
-        EXPECT_EQ(m_block.release()->Release(), 1) << "only the pool's reference is left";
+        EXPECT_EQ(m_block.detach()->Release(), 1) << "only the pool's reference is left";
     }
 
 private:
@@ -120,10 +120,10 @@ public:
         ITnRobotDataValue* pValue = nullptr;
         EXPECT_EQ(TnCreateRobotIntData(5, &pValue), bDone ? 0 : -1);
         EXPECT_EQ(pValue != nullptr, bDone);
-        const Held<ITnRobotDataValue> value(pValue);
+        const TnRobotPtr<ITnRobotDataValue> value(pValue, tn::kAdopt);
         TnRobotUtils::Init();
         EXPECT_EQ(TnCreateRobotIntData(6, &pValue), 0);
-        const Held<ITnRobotDataValue> another(pValue);
+        const TnRobotPtr<ITnRobotDataValue> another(pValue, tn::kAdopt);
         EXPECT_EQ(another->IntData(nullptr), 6);
     }
 };
@@ -218,7 +218,7 @@ bool GivesASurface(ITnRobotSurfacePool& pool) {
     ITnRobotSurface* pSurface = nullptr;
     const ITnRobotSurface::STnSurfaceDesc desc = {5, 4, 0, TN_IMAGE_BGR24, {0, 0}};
     const int nResult = pool.QuerySurface(desc, &pSurface);
-    const Held<ITnRobotSurface> surface(pSurface);
+    const TnRobotPtr<ITnRobotSurface> surface(pSurface, tn::kAdopt);
     return nResult == 0 && desc.nPitch == 16;
 }
 

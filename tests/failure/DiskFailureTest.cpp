@@ -27,7 +27,7 @@ namespace {
 
 constexpr auto kBegin = ITnRobotFile::SEEK_DIRECT_BEGIN;
 
-using HeldFile = Held<ITnRobotFile>;
+using HeldFile = TnRobotPtr<ITnRobotFile>;
 
 HeldFile OpenFile(const std::string& path, bool bWrite) {
     HeldFile file = MakeFile();
@@ -54,7 +54,7 @@ std::vector<std::size_t> Cuts(std::size_t nLength) {
 // Stores something serialisable in a disk file. @return its result.
 template <typename Serialisable>
 int StoreOnDisk(Serialisable& object, ITnRobotFile& file) {
-    const Held<ITnRobotArchive> archive = MakeArchive();
+    const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_TRUE(archive->Attach(&file, true));
     const int nResult = object.Serialize(archive.get());
     archive->Flush();
@@ -63,7 +63,7 @@ int StoreOnDisk(Serialisable& object, ITnRobotFile& file) {
 
 template <typename Serialisable>
 int LoadFromDisk(Serialisable& object, ITnRobotFile& file) {
-    const Held<ITnRobotArchive> archive = MakeArchive();
+    const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_TRUE(archive->Attach(&file, false));
     return object.Serialize(archive.get());
 }
@@ -101,13 +101,13 @@ protected:
     }
 
     // Loads a picture while libjpeg's messages are kept away.
-    int LoadPicture(const std::string& path, Held<ITnRobotSurface>* pLoaded = nullptr) {
+    int LoadPicture(const std::string& path, TnRobotPtr<ITnRobotSurface>* pLoaded = nullptr) {
         ITnRobotSurface* pSurface = nullptr;
         testing::internal::CaptureStderr();
         const int nResult = TnRobotImageUtils::LoadImage(path.c_str(), m_source->pool.get(), &pSurface);
         testing::internal::GetCapturedStderr();
         EXPECT_EQ(pSurface != nullptr, nResult == 0);
-        Held<ITnRobotSurface> surface(pSurface);
+        TnRobotPtr<ITnRobotSurface> surface(pSurface, tn::kAdopt);
         if (pLoaded != nullptr) {
             *pLoaded = std::move(surface);
         }
@@ -283,7 +283,7 @@ TEST_F(DiskFailure, AGroupSavedOnAFullDiskLoadsItsWholeEntriesOnly) {
         for (const ValueSample& sample : ValueSamples()) {
             ITnRobotDataValue* pValue = nullptr;
             if (fromDisk->GetValue(sample.lpszName, &pValue) == 0) {
-                nDifferent += SavedFormOf(*Hold(pValue)) == SavedFormOf(*sample.create()) ? 0 : 1;
+                nDifferent += SavedFormOf(*tn::Adopt(pValue)) == SavedFormOf(*sample.create()) ? 0 : 1;
             }
         }
         EXPECT_LE(nDifferent, 1) << "at most the last entry is cut";
@@ -292,8 +292,8 @@ TEST_F(DiskFailure, AGroupSavedOnAFullDiskLoadsItsWholeEntriesOnly) {
 }
 
 TEST_F(DiskFailure, AnArchiveOnAFullDiskFailsAndIsNotReadBack) {
-    const Held<TestNode> parent = TestNode::Create(1);
-    const Held<TestNode> child = TestNode::Create(2);
+    const TnRobotPtr<TestNode> parent = TestNode::Create(1);
+    const TnRobotPtr<TestNode> child = TestNode::Create(2);
     parent->Add(child.get());
     const Channel complete = Storing();
     ASSERT_EQ(complete->WriteObject(parent.get()), 1);
@@ -316,7 +316,7 @@ TEST_F(DiskFailure, AnArchiveOnAFullDiskFailsAndIsNotReadBack) {
         }
         ASSERT_EQ(ReadBytes(path), First(whole, nRoom));
         const HeldFile file = OpenFile(path, false);
-        const Held<ITnRobotArchive> archive = MakeArchive();
+        const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
         ASSERT_TRUE(archive->Attach(file.get(), false));
         const bool bHeader = archive->ReadMapHeader() == 1;
         CTnRobotObject* pObject = nullptr;
@@ -331,7 +331,7 @@ TEST_F(DiskFailure, AnArchiveOnAFullDiskFailsAndIsNotReadBack) {
 TEST_F(DiskFailure, AStreamSavedOnAFullDiskStaysWhole) {
     ITnRobotMemDataStream* pStream = nullptr;
     ASSERT_EQ(TnCreateRobotMemDataStream(m_source->blocks.get(), &pStream), 1);
-    const Held<ITnRobotMemDataStream> stream(pStream);
+    const TnRobotPtr<ITnRobotMemDataStream> stream(pStream, tn::kAdopt);
     const Bytes content = Noise(1500000, 4);
     ASSERT_EQ(stream->WriteData(content.data(), static_cast<unsigned int>(content.size())), 0);
     for (std::size_t nRoom : {0U, 1U, 4095U, 1048575U, 1048576U, 1048577U, 1499999U}) {
@@ -357,7 +357,7 @@ TEST_F(DiskFailure, AStreamSavedOnAFullDiskStaysWhole) {
     Value value;
     ITnRobotDataValue* pValue = nullptr;
     ASSERT_EQ(TnCreateRobotBlockData(stream.get(), &pValue), 0);
-    value.reset(pValue);
+    value.attach(pValue);
     unsigned int nLength = 0;
     const auto* pBlock = static_cast<const unsigned char*>(value->BlockData(nLength, nullptr));
     EXPECT_TRUE(Bytes(pBlock, pBlock + nLength) == content);
@@ -371,7 +371,7 @@ TEST_F(DiskFailure, ABmpSavedOnAFullDiskIsCutAndNotLoaded) {
         std::size_t nHeaders;
     };
     for (const Kind& kind : {Kind{TN_IMAGE_GRAY8, 1078}, Kind{TN_IMAGE_BGRX32, 58}}) {
-        const Held<ITnRobotSurface> picture = m_source->Filled(kind.eType, 8, 5, Counting(40));
+        const TnRobotPtr<ITnRobotSurface> picture = m_source->Filled(kind.eType, 8, 5, Counting(40));
         const std::string path = Path("picture.bmp");
         ASSERT_EQ(TnRobotImageUtils::SaveImage(path.c_str(), picture.get()), 0);
         const Bytes whole = ReadBytes(path);
@@ -394,7 +394,7 @@ TEST_F(DiskFailure, ABmpSavedOnAFullDiskIsCutAndNotLoaded) {
 }
 
 TEST_F(DiskFailure, A24BitBmpOnAFullDiskEndsAfterItsTable) {
-    const Held<ITnRobotSurface> picture = m_source->Filled(TN_IMAGE_BGR24, 4, 2, Counting(24));
+    const TnRobotPtr<ITnRobotSurface> picture = m_source->Filled(TN_IMAGE_BGR24, 4, 2, Counting(24));
     const std::string path = Path("picture.bmp");
     for (std::size_t nRoom : {0U, 53U, 54U, 1078U, 262144U, 1000000U}) {
         SCOPED_TRACE(nRoom);
@@ -423,17 +423,17 @@ TEST_F(DiskFailure, ABmpThatWasCutIsNeverTakenAsAPicture) {
         CountInjected();
     }
     WriteBytes(path, whole);
-    Held<ITnRobotSurface> loaded;
+    TnRobotPtr<ITnRobotSurface> loaded;
     ASSERT_EQ(LoadPicture(path, &loaded), 0);
     EXPECT_EQ(SurfaceBytes(loaded.get()), Bytes(pixels.begin() + 12, pixels.end()) + First(pixels, 12));
 }
 
 TEST_F(DiskFailure, AJpegSavedOnAFullDiskIsCut) {
-    const Held<ITnRobotSurface> picture = m_source->Filled(TN_IMAGE_BGR24, 40, 30, SmoothPicture(40, 30, 3, 120));
+    const TnRobotPtr<ITnRobotSurface> picture = m_source->Filled(TN_IMAGE_BGR24, 40, 30, SmoothPicture(40, 30, 3, 120));
     const std::string path = Path("picture.jpg");
     ASSERT_EQ(TnRobotImageUtils::SaveImage(path.c_str(), picture.get()), 0);
     const Bytes whole = ReadBytes(path);
-    Held<ITnRobotSurface> good;
+    TnRobotPtr<ITnRobotSurface> good;
     ASSERT_EQ(LoadPicture(path, &good), 0);
     const Bytes pixels = SurfaceBytes(good.get());
     for (std::size_t nRoom : Cuts(whole.size())) {
@@ -447,7 +447,7 @@ TEST_F(DiskFailure, AJpegSavedOnAFullDiskIsCut) {
         EXPECT_EQ(ReadBytes(path), First(whole, nRoom));
         // libjpeg completes a picture whose data ends early and only warns: what it gives has the
         // right size and begins as the picture does.
-        Held<ITnRobotSurface> cut;
+        TnRobotPtr<ITnRobotSurface> cut;
         const int nLoaded = LoadPicture(path, &cut);
         EXPECT_TRUE(nLoaded == 0 || nLoaded == -1 || nLoaded == -2) << nLoaded;
         if (nLoaded == 0) {
@@ -482,7 +482,7 @@ TEST_F(DiskFailure, WholeFilesAreWrittenAsFarAsTheyFit) {
 
 TEST_F(DiskFailure, ADeviceWithoutRoomTakesNothing) {
     const std::array<std::string, 2> pictures = {Path("full.bmp"), Path("full.jpg")};
-    const Held<ITnRobotSurface> picture = m_source->Filled(TN_IMAGE_GRAY8, 8, 5, Counting(40));
+    const TnRobotPtr<ITnRobotSurface> picture = m_source->Filled(TN_IMAGE_GRAY8, 8, 5, Counting(40));
     for (const std::string& path : pictures) {
         std::filesystem::create_symlink("/dev/full", path);
         EXPECT_EQ(TnRobotImageUtils::SaveImage(path.c_str(), picture.get()), 0);
@@ -525,7 +525,7 @@ TEST_F(DiskFailure, NothingIsLoadedThroughAReadError) {
         EXPECT_EQ(value->IntData(nullptr), 5);
 
         const HeldFile file = OpenFile(path.lpszTarget, false);
-        const Held<ITnRobotArchive> archive = MakeArchive();
+        const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
         ASSERT_TRUE(archive->Attach(file.get(), false));
         EXPECT_EQ(archive->ReadMapHeader(), 0);
         CTnRobotObject* pObject = nullptr;
@@ -597,7 +597,7 @@ TEST_F(DiskFailure, AValueWhoseFileIsCutUnderItIsNotLoaded) {
         SCOPED_TRACE(nLeft);
         WriteBytes(path, U32(1) + FromText("x") + whole);
         const HeldFile file = OpenFile(path, false);
-        const Held<ITnRobotArchive> archive = MakeArchive();
+        const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
         ASSERT_TRUE(archive->Attach(file.get(), false));
         Bytes first(5);
         ASSERT_EQ(archive->Read(first.data(), 5), 5);

@@ -26,8 +26,8 @@ constexpr std::size_t kLoadStep = std::size_t{1} << 20;  // the most that is ask
 
 using FileFailure = FaultTest;
 
-Held<ITnRobotArchive> ArchiveOver(TestFile& file, bool bStoring) {
-    Held<ITnRobotArchive> archive = MakeArchive();
+TnRobotPtr<ITnRobotArchive> ArchiveOver(TestFile& file, bool bStoring) {
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_TRUE(archive->Attach(&file, bStoring));
     return archive;
 }
@@ -141,7 +141,7 @@ std::map<std::string, Bytes> EntriesOf(ITnRobotDataValueGroup& group) {
         // An empty name can be loaded, but not be asked for.
         ITnRobotDataValue* pValue = nullptr;
         if (group.GetValue(strName.c_str(), &pValue) == 0) {
-            entries.emplace(strName, SavedFormOf(*Hold(pValue)));
+            entries.emplace(strName, SavedFormOf(*tn::Adopt(pValue)));
         }
     }
     return entries;
@@ -156,7 +156,7 @@ void ExpectReadable(ITnRobotDataValue& value) {
     unsigned int nLength = 0;
     const std::string strText = value.Convert2String(&nLength);
     EXPECT_TRUE(nLength == 0 || nLength == strText.size() + 1);
-    const Value clone(value.Clone());
+    const Value clone(value.Clone(), tn::kAdopt);
     ASSERT_NE(clone, nullptr);
     EXPECT_EQ(SavedFormOf(*clone), SavedFormOf(value));
 }
@@ -210,7 +210,7 @@ TEST_F(FileFailure, LoadingAValueFollowsTheDocumentedSteps) {
         SCOPED_TRACE(sample.lpszName);
         const Bytes saved = SavedFormOf(*sample.create());
         FailEveryCall(FileCall::kRead, saved, [&](TestFile& file, const FileFault& fault) {
-            const Held<TestFile> same = TestFile::Create(saved);
+            const TnRobotPtr<TestFile> same = TestFile::Create(saved);
             same->Fail(fault);
             const LoadedValue expected = LoadValueAsDocumented(*same, {0, DATA_TYPE_INT, BytesOf(77)});
             const Value value = IntValue(77);
@@ -254,7 +254,7 @@ TEST_F(FileFailure, LoadingAGroupFollowsTheDocumentedSteps) {
     const Group good = FullGroup();
     const Bytes saved = SavedFormOf(*good);
     FailEveryCall(FileCall::kRead, saved, [&](TestFile& file, const FileFault& fault) {
-        const Held<TestFile> same = TestFile::Create(saved);
+        const TnRobotPtr<TestFile> same = TestFile::Create(saved);
         same->Fail(fault);
         LoadedGroup expected = LoadGroupAsDocumented(*same);
         const Group group = NewGroup();
@@ -286,7 +286,7 @@ TEST_F(FileFailure, AFailedLoadLeavesAGroupsOwnEntriesAlone) {
 
 TEST_F(FileFailure, WritingATextReportsEveryFailure) {
     FailEveryCall(FileCall::kWrite, {}, [](TestFile& file, const FileFault& fault) {
-        const Held<ITnRobotArchive> archive = ArchiveOver(file, true);
+        const TnRobotPtr<ITnRobotArchive> archive = ArchiveOver(file, true);
         for (const char* lpszText : {"first", "", "third"}) {
             const int nFailed = file.FailedCalls();
             const int nResult = archive->WriteString(lpszText);
@@ -301,7 +301,7 @@ TEST_F(FileFailure, ReadingATextGivesAllOfItOrAnError) {
     const std::string strText = "a text that is read";
     const Bytes saved = SavedText(strText);
     FailEveryCall(FileCall::kRead, saved, [&](TestFile& file, const FileFault& fault) {
-        const Held<ITnRobotArchive> archive = ArchiveOver(file, false);
+        const TnRobotPtr<ITnRobotArchive> archive = ArchiveOver(file, false);
         int nLength = 99;
         int nError = 77;
         const char* lpszText = archive->ReadString(nLength, &nError);
@@ -326,7 +326,7 @@ TEST_F(FileFailure, ReadingATextGivesAllOfItOrAnError) {
             EXPECT_EQ(Bytes(lpszText, lpszText + nLength), arrived);
         }
         archive->Detach();
-        const Held<TestFile> again = TestFile::Create(saved);
+        const TnRobotPtr<TestFile> again = TestFile::Create(saved);
         ASSERT_TRUE(archive->Attach(again.get(), false));
         lpszText = archive->ReadString(nLength, &nError);
         EXPECT_EQ(nError, 0);

@@ -43,20 +43,20 @@ public:
     ImageScenario() : m_blocks(MakePool()) {
         ITnRobotSurfacePool* pPool = nullptr;
         EXPECT_EQ(TnCreateRobotSurfacePool(m_blocks.get(), &pPool), 1);
-        m_pool = Hold(pPool);
+        m_pool = tn::Adopt(pPool);
     }
 
 protected:
-    Held<ITnRobotSurface> Filled() {
+    TnRobotPtr<ITnRobotSurface> Filled() {
         const Bytes bytes = Picture();
         ITnRobotSurface* pSurface = nullptr;
         const STnNLImageData image = Record(TN_IMAGE_BGR24, kWidth, kHeight, bytes);
         EXPECT_EQ(TnRobotImageUtils::NlImage2Surface(image, m_pool.get(), &pSurface), 0);
-        return Hold(pSurface);
+        return tn::Adopt(pSurface);
     }
 
     HeldPool m_blocks;
-    Held<ITnRobotSurfacePool> m_pool;
+    TnRobotPtr<ITnRobotSurfacePool> m_pool;
 };
 
 /// Work whose result is one surface, known byte by byte.
@@ -65,7 +65,7 @@ public:
     bool Attempt() override {
         ITnRobotSurface* pSurface = nullptr;
         const bool bDone = Make(&pSurface) && pSurface != nullptr;
-        m_surface.reset(pSurface);
+        m_surface.attach(pSurface);
         return bDone;
     }
 
@@ -85,7 +85,7 @@ protected:
     virtual Bytes Expected() const { return Picture(); }
 
 private:
-    Held<ITnRobotSurface> m_surface;
+    TnRobotPtr<ITnRobotSurface> m_surface;
 };
 
 class RecordBecomesASurface : public MakesASurface {
@@ -106,7 +106,7 @@ public:
 
     void Check(bool bDone) override {
         RecordBecomesASurface::Check(bDone);
-        const Held<ITnRobotSurface> another = Filled();
+        const TnRobotPtr<ITnRobotSurface> another = Filled();
         EXPECT_NE(another.get(), m_pFree) << "the free one is in use: it was not lost, and is the only one";
     }
 
@@ -131,7 +131,7 @@ protected:
     }
 
 private:
-    Held<ITnRobotSurface> m_source = Filled();
+    TnRobotPtr<ITnRobotSurface> m_source = Filled();
 };
 
 class ImagesAreJoined : public MakesASurface {
@@ -151,8 +151,8 @@ protected:
     }
 
 private:
-    Held<ITnRobotSurface> m_first = Filled();
-    Held<ITnRobotSurface> m_second = Filled();
+    TnRobotPtr<ITnRobotSurface> m_first = Filled();
+    TnRobotPtr<ITnRobotSurface> m_second = Filled();
 };
 
 class BmpFileIsLoaded : public MakesASurface {
@@ -280,7 +280,7 @@ public:
 
 private:
     const std::string m_strPath = PathOf("saved.jpg");
-    Held<ITnRobotSurface> m_surface = Filled();
+    TnRobotPtr<ITnRobotSurface> m_surface = Filled();
     bool m_bNotEncoded = false;
 };
 
@@ -290,7 +290,7 @@ public:
     bool Attempt() override {
         ITnRobotMemoryBlock* pBlock = nullptr;
         const int nResult = TnRobotImageUtils::SaveImage(m_image, m_blocks.get(), &pBlock);
-        m_block.reset(pBlock);
+        m_block.attach(pBlock);
         EXPECT_TRUE(nResult == 0 || nResult == -1 || nResult == -6) << nResult;
         return nResult == 0;
     }

@@ -57,7 +57,7 @@ public:
         if (pool.QueryMemBuff(nSize, &pBlock) != 1 || pBlock == nullptr) {
             return false;
         }
-        m_blocks.emplace_back(pBlock);
+        m_blocks.emplace_back(pBlock, tn::kAdopt);
         ForBothEnds(*pBlock, [](unsigned char& by, unsigned char byPattern) { by = byPattern; });
         return true;
     }
@@ -88,7 +88,7 @@ public:
         : m_sizes(std::move(sizes)), m_held(m_sizes.size()) {
         ITnRobotMemoryBlockPool* pPool = nullptr;
         EXPECT_EQ(pfnCreate(&pPool), 1);
-        m_pool.reset(pPool);
+        m_pool.attach(pPool);
     }
 
     bool Attempt() override {
@@ -119,7 +119,7 @@ public:
         m_blocks.reserve(kBlocks);
         CTnRobotFixedMemBlockPool* pPool = nullptr;
         EXPECT_EQ(CTnRobotFixedMemBlockPool::CreateInstance(100, kBlocks, 0.0, &pPool), 1);
-        m_pool = Hold(pPool);
+        m_pool = tn::Adopt(pPool);
     }
 
     bool Attempt() override {
@@ -128,7 +128,7 @@ public:
             if (m_pool->QueryBlock(&pBlock) != 1) {
                 return false;
             }
-            m_blocks.emplace_back(pBlock);
+            m_blocks.emplace_back(pBlock, tn::kAdopt);
         }
         return true;
     }
@@ -147,7 +147,7 @@ public:
 
 private:
     static constexpr unsigned int kBlocks = 20;
-    Held<CTnRobotFixedMemBlockPool> m_pool;
+    TnRobotPtr<CTnRobotFixedMemBlockPool> m_pool;
     std::vector<HeldBlock> m_blocks;
 };
 
@@ -156,7 +156,7 @@ public:
     StreamIsWritten() : m_bytes(SomeBytes(2 * kMebibyte + 5)), m_pool(MakePool()) {
         ITnRobotMemDataStream* pStream = nullptr;
         EXPECT_EQ(TnCreateRobotMemDataStream(m_pool.get(), &pStream), 1);
-        m_stream = Hold(pStream);
+        m_stream = tn::Adopt(pStream);
     }
 
     bool Attempt() override {
@@ -188,7 +188,7 @@ private:
 
     Bytes m_bytes;
     HeldPool m_pool;
-    Held<ITnRobotMemDataStream> m_stream;
+    TnRobotPtr<ITnRobotMemDataStream> m_stream;
 };
 
 /// A memory file in small chunks.
@@ -208,7 +208,7 @@ protected:
     }
 
     Bytes m_bytes;
-    Held<ITnRobotMemFile> m_file = MakeMemFile();
+    TnRobotPtr<ITnRobotMemFile> m_file = MakeMemFile();
 };
 
 class MemFileOpens : public MemFileScenario {
@@ -269,7 +269,7 @@ protected:
 
     const std::string m_strPath;
     const Bytes m_bytes;
-    Held<ITnRobotFile> m_file = MakeFile();
+    TnRobotPtr<ITnRobotFile> m_file = MakeFile();
 
 private:
     static const TempDirectory& Directory() {

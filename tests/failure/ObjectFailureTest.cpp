@@ -27,17 +27,17 @@ constexpr unsigned int kStreamBlock = 1048576;
 using ObjectFailure = FaultTest;
 using MemoryFailure = FaultTest;
 
-Held<ITnRobotArchive> ArchiveOver(TestFile& file, bool bStoring) {
-    Held<ITnRobotArchive> archive = MakeArchive();
+TnRobotPtr<ITnRobotArchive> ArchiveOver(TestFile& file, bool bStoring) {
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_TRUE(archive->Attach(&file, bStoring));
     return archive;
 }
 
 // A parent that names one child twice, and a grandchild.
 struct Family {
-    Held<TestNode> parent = TestNode::Create(1);
-    Held<TestNode> child = TestNode::Create(2);
-    Held<TestNode> grandchild = TestNode::Create(3);
+    TnRobotPtr<TestNode> parent = TestNode::Create(1);
+    TnRobotPtr<TestNode> child = TestNode::Create(2);
+    TnRobotPtr<TestNode> grandchild = TestNode::Create(3);
 
     Family() {
         child->Add(grandchild.get());
@@ -62,8 +62,8 @@ Bytes SavedFamily(const Family& family) {
     return channel.file->TakeNew() + body;
 }
 
-Held<TestNode> AsNode(CTnRobotObject* pObject) {
-    return Hold(dynamic_cast<TestNode*>(pObject));
+TnRobotPtr<TestNode> AsNode(CTnRobotObject* pObject) {
+    return tn::Adopt(dynamic_cast<TestNode*>(pObject));
 }
 
 void ExpectFamily(const TestNode& parent) {
@@ -83,10 +83,10 @@ void ExpectChildrenAlive(const TestNode& node) {
     }
 }
 
-Held<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {
+TnRobotPtr<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemDataStream* pStream = nullptr;
     EXPECT_EQ(TnCreateRobotMemDataStream(&pool, &pStream), 1);
-    return Hold(pStream);
+    return tn::Adopt(pStream);
 }
 
 Bytes ContentOf(ITnRobotMemDataStream& stream) {
@@ -131,12 +131,12 @@ TEST_F(ObjectFailure, WritingAGraphReportsEveryFailure) {
     const Family family;
     const Census before = Census::Take();
     FailEveryCall(FileCall::kWrite, {}, [&](TestFile& file, const FileFault& fault) {
-        const Held<ITnRobotArchive> archive = ArchiveOver(file, true);
+        const TnRobotPtr<ITnRobotArchive> archive = ArchiveOver(file, true);
         const int nResult = archive->WriteObject(family.parent.get());
         EXPECT_EQ(nResult, file.FailedCalls() == 0 || fault.nAnswer == -1 ? 1 : 0);
         family.ExpectUntouched();
         if (!fault.bFromThenOn && file.FailedCalls() != 0) {
-            const Held<TestNode> other = TestNode::Create(9);
+            const TnRobotPtr<TestNode> other = TestNode::Create(9);
             EXPECT_EQ(archive->WriteObject(other.get()), 1) << "the archive can be used again";
             EXPECT_EQ(archive->WriteMapHeader(), 1);
         }
@@ -179,11 +179,11 @@ TEST_F(ObjectFailure, ReadingAGraphGivesAllOfItOrNothing) {
     const Family family;
     const Bytes saved = SavedFamily(family);
     FailEveryCall(FileCall::kRead, saved, [&](TestFile& file, const FileFault& fault) {
-        const Held<ITnRobotArchive> archive = ArchiveOver(file, false);
+        const TnRobotPtr<ITnRobotArchive> archive = ArchiveOver(file, false);
         const int nHeader = archive->ReadMapHeader();
         CTnRobotObject* pObject = nullptr;
         const int nResult = archive->ReadObject(&pObject);
-        const Held<TestNode> parent = AsNode(pObject);
+        const TnRobotPtr<TestNode> parent = AsNode(pObject);
         EXPECT_EQ(nResult, parent != nullptr ? 1 : 0);
         const bool bFailed = file.FailedCalls() != 0 && fault.nAnswer != TestFile::kShort;
         if (bFailed && nHeader == 1) {
@@ -195,7 +195,7 @@ TEST_F(ObjectFailure, ReadingAGraphGivesAllOfItOrNothing) {
         }
         // The archive goes on with a file that works.
         archive->Detach();
-        const Held<TestFile> text = TestFile::Create(U32(2) + FromText("x") + U8(0));
+        const TnRobotPtr<TestFile> text = TestFile::Create(U32(2) + FromText("x") + U8(0));
         ASSERT_TRUE(archive->Attach(text.get(), false));
         int nLength = 0;
         EXPECT_STREQ(archive->ReadString(nLength, nullptr), "x");
@@ -205,9 +205,9 @@ TEST_F(ObjectFailure, ReadingAGraphGivesAllOfItOrNothing) {
 // The parent reads on although its child fails: what was read within the child is gone with it, and
 // a later reference to it must not bring it back.
 TEST_F(ObjectFailure, WhatWasReadWithinAFailedObjectIsGone) {
-    const Held<TolerantNode> parent = TolerantNode::Create(1);
-    const Held<TestNode> child = TestNode::Create(2);
-    const Held<TestNode> grandchild = TestNode::Create(3);
+    const TnRobotPtr<TolerantNode> parent = TolerantNode::Create(1);
+    const TnRobotPtr<TestNode> child = TestNode::Create(2);
+    const TnRobotPtr<TestNode> grandchild = TestNode::Create(3);
     child->Add(grandchild.get());
     parent->Add(child.get());
     parent->Add(grandchild.get());
@@ -217,11 +217,11 @@ TEST_F(ObjectFailure, WhatWasReadWithinAFailedObjectIsGone) {
     ASSERT_EQ(storing->WriteMapHeader(), 1);
     const Bytes saved = storing.file->TakeNew() + body;
     FailEveryCall(FileCall::kRead, saved, [&](TestFile& file, const FileFault& fault) {
-        const Held<ITnRobotArchive> archive = ArchiveOver(file, false);
+        const TnRobotPtr<ITnRobotArchive> archive = ArchiveOver(file, false);
         const bool bHeader = archive->ReadMapHeader() == 1;
         // The archive holds no reference: what has been read is kept for as long as it reads on.
-        std::array<Held<TestNode>, 2> nodes;
-        for (Held<TestNode>& node : nodes) {
+        std::array<TnRobotPtr<TestNode>, 2> nodes;
+        for (TnRobotPtr<TestNode>& node : nodes) {
             CTnRobotObject* pObject = nullptr;
             const int nResult = archive->ReadObject(&pObject);
             EXPECT_EQ(nResult, pObject != nullptr ? 1 : 0);
@@ -239,7 +239,7 @@ TEST_F(ObjectFailure, WhatWasReadWithinAFailedObjectIsGone) {
             EXPECT_EQ(nodes[1], nullptr) << "the end of the file";
         }
         // A damaged file may let a node name itself.
-        for (Held<TestNode>& node : nodes) {
+        for (TnRobotPtr<TestNode>& node : nodes) {
             if (node != nullptr) {
                 node->DropChildren();
             }
@@ -249,7 +249,7 @@ TEST_F(ObjectFailure, WhatWasReadWithinAFailedObjectIsGone) {
 
 TEST_F(ObjectFailure, WritingTheMapHeaderReportsEveryFailure) {
     const Family family;
-    const Held<TolerantNode> other = TolerantNode::Create(4);
+    const TnRobotPtr<TolerantNode> other = TolerantNode::Create(4);
     const Channel whole = Storing();
     const auto writeObjects = [&](ITnRobotArchive& archive) {
         return archive.WriteObject(family.parent.get()) + archive.WriteObject(other.get());
@@ -283,7 +283,7 @@ TEST_F(ObjectFailure, ReadingTheMapHeaderReportsEveryFailure) {
     const Family family;
     const Bytes saved = SavedFamily(family);
     FailEveryCall(FileCall::kRead, saved, [&](TestFile& file, const FileFault& fault) {
-        const Held<ITnRobotArchive> archive = ArchiveOver(file, false);
+        const TnRobotPtr<ITnRobotArchive> archive = ArchiveOver(file, false);
         const int nResult = archive->ReadMapHeader();
         if (fault.nAnswer != TestFile::kShort) {
             EXPECT_EQ(nResult, file.FailedCalls() == 0 ? 1 : 0);
@@ -323,8 +323,8 @@ TEST_F(ObjectFailure, NothingIsEverPositioned) {
     loading.file->Fail({FileCall::kSeek, 1, -1, true});
     ASSERT_EQ(loading->ReadMapHeader(), 1);
     // The second one refers to an object within the first.
-    std::array<Held<TestNode>, 2> nodes;
-    for (Held<TestNode>& node : nodes) {
+    std::array<TnRobotPtr<TestNode>, 2> nodes;
+    for (TnRobotPtr<TestNode>& node : nodes) {
         CTnRobotObject* pObject = nullptr;
         ASSERT_EQ(loading->ReadObject(&pObject), 1);
         node = AsNode(pObject);
@@ -340,7 +340,7 @@ TEST_F(ObjectFailure, NothingIsEverPositioned) {
 
 TEST_F(ObjectFailure, AStreamSavedIntoAFailingFileStaysWhole) {
     const HeldPool pool = MakePool();
-    const Held<ITnRobotMemDataStream> stream = MakeStream(*pool);
+    const TnRobotPtr<ITnRobotMemDataStream> stream = MakeStream(*pool);
     const Bytes content = Noise(2 * kStreamBlock + 1000, 7);
     ASSERT_EQ(stream->WriteData(content.data(), static_cast<unsigned int>(content.size())), 0);
     FailEveryCall(FileCall::kWrite, {}, [&](TestFile& file, const FileFault& fault) {
@@ -355,7 +355,7 @@ TEST_F(ObjectFailure, AStreamLoadedFromAFailingFileHoldsWhatArrived) {
     const HeldPool pool = MakePool();
     const Bytes content = Noise(2 * kStreamBlock + 1000, 8);
     FailEveryCall(FileCall::kRead, content, [&](TestFile& file, const FileFault& fault) {
-        const Held<ITnRobotMemDataStream> stream = MakeStream(*pool);
+        const TnRobotPtr<ITnRobotMemDataStream> stream = MakeStream(*pool);
         const long long nLast = LoadStream(*stream, file);
         EXPECT_EQ(nLast, file.FailedCalls() != 0 ? fault.nAnswer : static_cast<long long>(content.size() % 300000));
         const Bytes arrived(content.begin(), content.begin() + static_cast<std::ptrdiff_t>(file.Position()));
@@ -372,9 +372,9 @@ TEST_F(MemoryFailure, AFlatMemoryFileOfAnySizeTakesWholePiecesOnly) {
     for (std::size_t nSize = 1; nSize < whole.size(); ++nSize) {
         SCOPED_TRACE(nSize);
         Bytes memory(nSize, 0xEE);
-        const Held<ITnRobotMemFile> file = MakeMemFile();
+        const TnRobotPtr<ITnRobotMemFile> file = MakeMemFile();
         ASSERT_TRUE(file->OpenMemFile(memory.data(), static_cast<long long>(nSize), true));
-        const Held<ITnRobotArchive> archive = MakeArchive();
+        const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
         ASSERT_TRUE(archive->Attach(file.get(), true));
         EXPECT_EQ(value->Serialize(archive.get()), 1);
         // Pieces of 1, 4, 4 and 60 bytes; one that does not fit is left out as a whole, and a
@@ -401,9 +401,9 @@ TEST_F(MemoryFailure, AValueFromMemoryThatIsTooShortFailsOrIsEmpty) {
     for (std::size_t nSize = 1; nSize < whole.size(); ++nSize) {
         SCOPED_TRACE(nSize);
         Bytes memory(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(nSize));
-        const Held<ITnRobotMemFile> file = MakeMemFile();
+        const TnRobotPtr<ITnRobotMemFile> file = MakeMemFile();
         ASSERT_TRUE(file->OpenMemFile(memory.data(), static_cast<long long>(nSize), false));
-        const Held<ITnRobotArchive> archive = MakeArchive();
+        const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
         ASSERT_TRUE(archive->Attach(file.get(), false));
         const Value value = IntValue(5);
         // A value whose count did not arrive counts as an empty one: callers rely on it.

@@ -40,7 +40,7 @@ Group LargeGroup(std::size_t nBytes) {
 }
 
 int Transfer(ITnRobotDataValueGroup& group, ITnRobotFile& file, bool bStoring) {
-    const Held<ITnRobotArchive> archive = MakeArchive();
+    const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     EXPECT_TRUE(archive->Attach(&file, bStoring));
     const int nResult = group.Serialize(archive.get());
     archive->Flush();
@@ -58,12 +58,12 @@ protected:
 
     // What every operation answers for a path that cannot be opened for writing.
     void ExpectNothingWritten(const std::string& path) {
-        const Held<ITnRobotFile> file = MakeFile();
+        const TnRobotPtr<ITnRobotFile> file = MakeFile();
         EXPECT_FALSE(file->Open(path.c_str(), true));
         EXPECT_EQ(file->Write("x", 1), 0);
         EXPECT_FALSE(file->Close());
         EXPECT_EQ(TnRobotUtils::WriteFile(path.c_str(), "abc", 3, false), 0);
-        const Held<ITnRobotSurface> picture = m_source.Filled(TN_IMAGE_GRAY8, 4, 2, Counting(8));
+        const TnRobotPtr<ITnRobotSurface> picture = m_source.Filled(TN_IMAGE_GRAY8, 4, 2, Counting(8));
         for (const char* lpszEnding : {".bmp", ".jpg"}) {
             EXPECT_EQ(TnRobotImageUtils::SaveImage((path + lpszEnding).c_str(), picture.get()), 0);
         }
@@ -72,7 +72,7 @@ protected:
 
     // What every operation answers for a path that cannot be opened for reading.
     void ExpectNothingRead(const std::string& path) {
-        const Held<ITnRobotFile> file = MakeFile();
+        const TnRobotPtr<ITnRobotFile> file = MakeFile();
         EXPECT_FALSE(file->Open(path.c_str(), false));
         char buffer[4] = "###";
         EXPECT_EQ(file->Read(buffer, 1), -1);
@@ -156,8 +156,8 @@ TEST_F(RefusedPath, WithoutADescriptorEverythingFailsAndWorksAgainLater) {
     const std::string good = Path("good");
     const std::string bmp = Path("good.bmp");
     WriteBytes(good, FromText("content"));
-    const Held<ITnRobotSurface> picture = m_source.Filled(TN_IMAGE_GRAY8, 4, 2, Counting(8));
-    const Held<ITnRobotFile> file = MakeFile();
+    const TnRobotPtr<ITnRobotSurface> picture = m_source.Filled(TN_IMAGE_GRAY8, 4, 2, Counting(8));
+    const TnRobotPtr<ITnRobotFile> file = MakeFile();
     char buffer[8] = "#######";
     int nLength = 0;
     std::vector<std::string> files;
@@ -196,12 +196,12 @@ TEST_F(RefusedPath, APipeIsReadToItsEndAndHasNoPositions) {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const Group group = LargeGroup(500000);
     std::thread writer([&] {
-        const Held<ITnRobotFile> end = MakeFile();
+        const TnRobotPtr<ITnRobotFile> end = MakeFile();
         EXPECT_TRUE(end->Open(path.c_str(), true));
         EXPECT_EQ(end->Seek(1, kBegin), -1);
         EXPECT_TRUE(end->Close());
     });
-    const Held<ITnRobotFile> file = MakeFile();
+    const TnRobotPtr<ITnRobotFile> file = MakeFile();
     ASSERT_TRUE(file->Open(path.c_str(), false));
     EXPECT_EQ(file->Seek(1, kEnd), -1);
     char ch = '#';
@@ -210,7 +210,7 @@ TEST_F(RefusedPath, APipeIsReadToItsEndAndHasNoPositions) {
     writer.join();
 
     std::thread sender([&] {
-        const Held<ITnRobotFile> end = MakeFile();
+        const TnRobotPtr<ITnRobotFile> end = MakeFile();
         EXPECT_TRUE(end->Open(path.c_str(), true));
         EXPECT_EQ(Transfer(*group, *end, true), 1);
         EXPECT_TRUE(end->Close());
@@ -231,13 +231,13 @@ TEST_F(RefusedPath, APipeWhoseReaderIsGoneFailsItsWriter) {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const Group group = LargeGroup(500000);
     std::thread reader([&] {
-        const Held<ITnRobotFile> end = MakeFile();
+        const TnRobotPtr<ITnRobotFile> end = MakeFile();
         EXPECT_TRUE(end->Open(path.c_str(), false));
         char ch = '#';
         EXPECT_EQ(end->Read(&ch, 1), 1);
         EXPECT_EQ(ch, 1) << "the version";
     });
-    const Held<ITnRobotFile> file = MakeFile();
+    const TnRobotPtr<ITnRobotFile> file = MakeFile();
     ASSERT_TRUE(file->Open(path.c_str(), true));
     EXPECT_EQ(Transfer(*group, *file, true), 1);
     reader.join();
@@ -256,7 +256,7 @@ TEST_F(RefusedPath, APipeWhoseWriterIsGoneEndsTheLoad) {
         SCOPED_TRACE(nSent);
         std::thread writer(
             [&] { WriteBytes(path, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(nSent))); });
-        const Held<ITnRobotFile> file = MakeFile();
+        const TnRobotPtr<ITnRobotFile> file = MakeFile();
         ASSERT_TRUE(file->Open(path.c_str(), false));
         const Group group = NewGroup();
         // Once some of the name is there the entry counts, however little of its value came.
@@ -298,7 +298,7 @@ bool IsCut(const std::string& path, std::size_t nWhole) {
 int FillSmall(const std::string& directory, SurfaceSource& source) {
     const Group group = LargeGroup(1000000);
     const std::string path = directory + "/group";
-    const Held<ITnRobotFile> file = MakeFile();
+    const TnRobotPtr<ITnRobotFile> file = MakeFile();
     if (!file->Open(path.c_str(), true) || Transfer(*group, *file, true) != 1 || file->GetPos() != -1) {
         return 1;
     }
@@ -310,7 +310,7 @@ int FillSmall(const std::string& directory, SurfaceSource& source) {
         return 3;  // the entry's value is cut, which a group does not look at
     }
     const std::string picture = directory + "/picture.bmp";
-    const Held<ITnRobotSurface> surface = source.Filled(TN_IMAGE_GRAY8, 400, 300, Noise(120000, 2));
+    const TnRobotPtr<ITnRobotSurface> surface = source.Filled(TN_IMAGE_GRAY8, 400, 300, Noise(120000, 2));
     ITnRobotSurface* pSurface = nullptr;
     if (TnRobotImageUtils::SaveImage(picture.c_str(), surface.get()) != 0 || !IsCut(picture, 121078) ||
         TnRobotImageUtils::LoadImage(picture.c_str(), source.pool.get(), &pSurface) != -1) {

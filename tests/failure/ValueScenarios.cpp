@@ -43,7 +43,7 @@ public:
             return false;
         }
         m_value->Convert2String(nullptr);
-        m_clone.reset(m_value->Clone());
+        m_clone.attach(m_value->Clone());
         m_copy = BoolValue(false);
         m_copy->Copy(m_clone.get());
         return true;
@@ -75,7 +75,7 @@ public:
             return false;
         }
         m_value->Convert2String(nullptr);
-        m_clone.reset(m_value->Clone());
+        m_clone.attach(m_value->Clone());
         return true;
     }
 
@@ -99,7 +99,7 @@ public:
     BlockFromAStream() : m_block(5000, 0x5A), m_blocks(MakePool()) {
         ITnRobotMemDataStream* pStream = nullptr;
         EXPECT_EQ(TnCreateRobotMemDataStream(m_blocks.get(), &pStream), 1);
-        m_stream = Hold(pStream);
+        m_stream = tn::Adopt(pStream);
         EXPECT_EQ(m_stream->WriteData(m_block.data(), static_cast<unsigned int>(m_block.size())), 0);
     }
 
@@ -115,13 +115,13 @@ private:
     bool Create() {
         ITnRobotDataValue* pValue = nullptr;
         const int nResult = TnCreateRobotBlockData(m_stream.get(), &pValue);
-        m_value.reset(pValue);
+        m_value.attach(pValue);
         return nResult == 0;
     }
 
     const Bytes m_block;
     HeldPool m_blocks;
-    Held<ITnRobotMemDataStream> m_stream;
+    TnRobotPtr<ITnRobotMemDataStream> m_stream;
     Value m_value;
 };
 
@@ -219,7 +219,7 @@ public:
         EXPECT_EQ(reading.bytes.size(), kLength);
         EXPECT_TRUE(!bDone || reading.bytes == Bytes(kLength, 0x5A));
         EXPECT_EQ(std::string(m_value->Convert2String(nullptr)).size(), 2 * kLength);
-        const Value clone(m_value->Clone());
+        const Value clone(m_value->Clone(), tn::kAdopt);
         EXPECT_EQ(ReadAs(*clone, DATA_TYPE_BLOCK).bytes, reading.bytes);
         EXPECT_EQ(LoadFrom(*m_value, m_saved), 1);
         EXPECT_TRUE(SavedFormOf(*m_value) == m_saved);
@@ -282,7 +282,7 @@ public:
         EXPECT_EQ(m_group->IntData(kThird, nullptr), 7);
         EXPECT_EQ(m_group->RemoveValue(kThird), 0);
         EXPECT_EQ(m_value->Release(), 1) << "one reference is the pool's";
-        m_value.release();
+        static_cast<void>(m_value.detach());
         ExpectTheTwo(*m_group);
     }
 
@@ -308,7 +308,7 @@ public:
         m_group->IntData(kFirst, &nError);
         ITnRobotDataValue* pValue = nullptr;
         const int nResult = m_group->GetValue(kSecond, &pValue);
-        m_value.reset(pValue);
+        m_value.attach(pValue);
         return nError == 0 && nResult == 0 && m_group->HasValue(kSecond) && m_group->RemoveValue(kSecond) == 0;
     }
 
@@ -367,7 +367,7 @@ private:
 class GroupIsCloned : public GroupScenario {
 public:
     bool Attempt() override {
-        m_clone.reset(m_group->Clone());
+        m_clone.attach(m_group->Clone());
         return m_clone != nullptr;
     }
 
@@ -423,14 +423,14 @@ public:
     }
 
 private:
-    static Held<ITnRobotMemFile> MakeFile() {
-        Held<ITnRobotMemFile> file = MakeMemFile();
+    static TnRobotPtr<ITnRobotMemFile> MakeFile() {
+        TnRobotPtr<ITnRobotMemFile> file = MakeMemFile();
         EXPECT_TRUE(file->OpenWriteFile(1000));
         return file;
     }
 
-    Held<ITnRobotMemFile> m_file;
-    Held<ITnRobotArchive> m_archive;
+    TnRobotPtr<ITnRobotMemFile> m_file;
+    TnRobotPtr<ITnRobotArchive> m_archive;
 };
 
 /// Loads into a group that has one of the names already: the entry that is there wins.
@@ -467,7 +467,7 @@ public:
             if (!m_pool->QueryPoolElement(0, nullptr, &pElement)) {
                 return false;
             }
-            m_elements.emplace_back(pElement);
+            m_elements.emplace_back(pElement, tn::kAdopt);
         }
         return true;
     }
@@ -499,9 +499,9 @@ private:
     };
 
     static constexpr std::size_t kElements = 40;
-    Held<ElementAlloc> m_alloc = Hold(new ElementAlloc);
-    Held<CTnRobotPool<Element>> m_pool = Hold(new CTnRobotPool<Element>(m_alloc.get()));
-    std::vector<Held<Element>> m_elements;
+    TnRobotPtr<ElementAlloc> m_alloc = tn::Adopt(new ElementAlloc);
+    TnRobotPtr<CTnRobotPool<Element>> m_pool = tn::Adopt(new CTnRobotPool<Element>(m_alloc.get()));
+    std::vector<TnRobotPtr<Element>> m_elements;
 };
 
 std::vector<AllocationCase> AllKinds() {

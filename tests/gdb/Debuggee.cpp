@@ -24,7 +24,7 @@ namespace {
 // Uses the classes, so that the compiler describes them, a group's dictionary included.
 [[gnu::used]] void Describe(CTnRobotDataValue* pValue, CTnRobotDataValueGroup* pGroup, CTnRobotSurface* pSurface,
                             CTnRobotMemoryBlock* pBlock, CTnRobotProtocolMemBlock* pView) {
-    const std::unordered_map<std::string, tnrobot::Ref<ITnRobotDataValue>> values{{"", {}}};
+    const std::unordered_map<std::string, TnRobotPtr<ITnRobotDataValue>> values{{"", {}}};
     std::printf("%zu %p %p %p %p %p\n", values.begin()->first.size(), static_cast<void*>(pValue),
                 static_cast<void*>(pGroup), static_cast<void*>(pSurface), static_cast<void*>(pBlock),
                 static_cast<void*>(pView));

@@ -50,13 +50,13 @@ Bytes BlockBytes(ITnRobotMemoryBlock* pBlock) {
 class ImageFiles : public testing::Test {
 protected:
     // Loads a file of this name and content.
-    int Load(const std::string& name, const Bytes& bytes, Held<ITnRobotSurface>* pLoaded = nullptr) {
+    int Load(const std::string& name, const Bytes& bytes, TnRobotPtr<ITnRobotSurface>* pLoaded = nullptr) {
         const std::string path = m_directory / name;
         WriteBytes(path, bytes);
         return LoadPath(path, pLoaded);
     }
 
-    int LoadPath(const std::string& path, Held<ITnRobotSurface>* pLoaded = nullptr) {
+    int LoadPath(const std::string& path, TnRobotPtr<ITnRobotSurface>* pLoaded = nullptr) {
         ITnRobotSurface* pSurface = Untouched();
         testing::internal::CaptureStderr();
         const int nResult = Utils::LoadImage(path.c_str(), m_source.pool.get(), &pSurface);
@@ -65,14 +65,14 @@ protected:
             EXPECT_EQ(pSurface, Untouched());
             return nResult;
         }
-        auto surface = Hold(pSurface);
+        auto surface = tn::Adopt(pSurface);
         if (pLoaded != nullptr) {
             *pLoaded = std::move(surface);
         }
         return nResult;
     }
 
-    int LoadMemory(const Bytes& bytes, Held<ITnRobotSurface>* pLoaded = nullptr) {
+    int LoadMemory(const Bytes& bytes, TnRobotPtr<ITnRobotSurface>* pLoaded = nullptr) {
         const Bytes exact(bytes);
         ITnRobotSurface* pSurface = Untouched();
         testing::internal::CaptureStderr();
@@ -83,7 +83,7 @@ protected:
             EXPECT_EQ(pSurface, Untouched());
             return nResult;
         }
-        auto surface = Hold(pSurface);
+        auto surface = tn::Adopt(pSurface);
         if (pLoaded != nullptr) {
             *pLoaded = std::move(surface);
         }
@@ -219,7 +219,7 @@ TEST_F(ImageFiles, FilesThatCannotBeOpenedAreRefused) {
 // ---- BMP files
 
 TEST_F(ImageFiles, ABmpLoadsWithItsTopRowFirst) {
-    Held<ITnRobotSurface> surface;
+    TnRobotPtr<ITnRobotSurface> surface;
     ASSERT_EQ(Load("a.bmp", BmpFile24(4, 2, Counting(12, 1) + Counting(12, 101)), &surface), 0);
     const Desc desc = DescOf(surface.get());
     EXPECT_EQ(desc.nWidth, 4);
@@ -235,7 +235,7 @@ TEST_F(ImageFiles, ABmpLoadsWithItsTopRowFirst) {
 // the file does not fill is zero.
 TEST_F(ImageFiles, ABmpWithOddRowsFillsTheSurfaceFromTheFront) {
     const Bytes pixels = Counting(15 * 3);
-    Held<ITnRobotSurface> surface;
+    TnRobotPtr<ITnRobotSurface> surface;
     ASSERT_EQ(Load("a.bmp", BmpFile24(5, 3, pixels), &surface), 0);
     EXPECT_EQ(SurfaceBytes(surface.get()), FlipRows(pixels, 15) + Bytes(3, 0));
 }
@@ -246,7 +246,7 @@ TEST_F(ImageFiles, ABmpThatFillsPartOfTheSurfaceLeavesZero) {
     f.nHeight = 100;
     f.nImageSize = 24;
     const Bytes pixels = Counting(24);
-    Held<ITnRobotSurface> surface;
+    TnRobotPtr<ITnRobotSurface> surface;
     ASSERT_EQ(Load("a.bmp", BmpFile(f, pixels), &surface), 0);
     EXPECT_EQ(SurfaceBytes(surface.get()), FlipRows(pixels, 12) + Bytes(98 * 12, 0));
 }
@@ -270,7 +270,7 @@ TEST_F(ImageFiles, ABmpOfAPackedRecordComesBack) {
         const STnNLImageData image = Record(TN_IMAGE_BGR24, nSize, nSize, packed);
         const std::string path = m_directory / "packed.bmp";
         ASSERT_EQ(Utils::SaveImage(path.c_str(), &image), 0);
-        Held<ITnRobotSurface> surface;
+        TnRobotPtr<ITnRobotSurface> surface;
         ASSERT_EQ(LoadPath(path, &surface), 0) << nSize;
         Bytes loaded = SurfaceBytes(surface.get());
         loaded.resize(packed.size());
@@ -359,7 +359,7 @@ TEST_F(ImageFiles, JpegsLoadAsPlainLibjpegDecodesThem) {
                     EncodePlain(recipe, Noise(static_cast<std::size_t>(nWidth * nHeight * recipe.nComponents), 12));
                 const JpegPicture expected = DecodePlain(jpeg, JCS_EXT_BGR, 3);
                 ASSERT_TRUE(expected.bPixels);
-                Held<ITnRobotSurface> surface;
+                TnRobotPtr<ITnRobotSurface> surface;
                 ASSERT_EQ(LoadMemory(jpeg, &surface), 0) << named.lpszName;
                 const Desc desc = DescOf(surface.get());
                 EXPECT_EQ(desc.nWidth, nWidth);
@@ -383,7 +383,7 @@ TEST_F(ImageFiles, LargeJpegsLoadAsPlainLibjpegDecodesThem) {
         recipe.nHeight = kHeight;
         const Bytes jpeg =
             EncodePlain(recipe, SmoothPicture(kWidth, kHeight, recipe.nComponents, kWidth * recipe.nComponents));
-        Held<ITnRobotSurface> surface;
+        TnRobotPtr<ITnRobotSurface> surface;
         ASSERT_EQ(LoadMemory(jpeg, &surface), 0) << named.lpszName;
         EXPECT_TRUE(SurfaceBytes(surface.get()) == AsSurface(DecodePlain(jpeg, JCS_EXT_BGR, 3))) << named.lpszName;
     }
@@ -392,7 +392,7 @@ TEST_F(ImageFiles, LargeJpegsLoadAsPlainLibjpegDecodesThem) {
 TEST_F(ImageFiles, AJpegLoadsAlikeFromFileMemoryAndBlock) {
     const Bytes jpeg = SmallJpeg();
     const Bytes expected = AsSurface(DecodePlain(jpeg, JCS_EXT_BGR, 3));
-    Held<ITnRobotSurface> surface;
+    TnRobotPtr<ITnRobotSurface> surface;
     ASSERT_EQ(Load("a.jpg", jpeg, &surface), 0);
     EXPECT_EQ(SurfaceBytes(surface.get()), expected);
     ASSERT_EQ(LoadMemory(jpeg, &surface), 0);
@@ -402,7 +402,7 @@ TEST_F(ImageFiles, AJpegLoadsAlikeFromFileMemoryAndBlock) {
     ASSERT_EQ(TnCreateRobotCustomMemBlock(nullptr, own.data(), static_cast<unsigned int>(own.size()), &pBlock), 1);
     ITnRobotSurface* pSurface = nullptr;
     ASSERT_EQ(Utils::LoadImage(pBlock, m_source.pool.get(), &pSurface), 0);
-    surface = Hold(pSurface);
+    surface = tn::Adopt(pSurface);
     EXPECT_EQ(pBlock->Release(), 0) << "no reference is kept";
     EXPECT_EQ(SurfaceBytes(surface.get()), expected);
 }
@@ -410,7 +410,7 @@ TEST_F(ImageFiles, AJpegLoadsAlikeFromFileMemoryAndBlock) {
 TEST_F(ImageFiles, ABlockWithoutBytesIsRefused) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     ASSERT_EQ(TnCreateRobotCustomMemBlock(nullptr, nullptr, 0, &pBlock), 1);
-    const auto block = Hold(pBlock);
+    const auto block = tn::Adopt(pBlock);
     ITnRobotSurface* pSurface = Untouched();
     EXPECT_EQ(Utils::LoadImage(pBlock, m_source.pool.get(), &pSurface), -1);
     EXPECT_EQ(pSurface, Untouched());
@@ -533,9 +533,9 @@ TEST_F(ImageFiles, AJpegIsWhatPlainLibjpegWritesAtQuality95) {
     EXPECT_TRUE(ReadBytes(path) == expected);
     ITnRobotMemoryBlock* pBlock = nullptr;
     ASSERT_EQ(Utils::SaveImage(image, m_source.blocks.get(), &pBlock), 0);
-    EXPECT_TRUE(BlockBytes(Hold(pBlock).get()) == expected);
+    EXPECT_TRUE(BlockBytes(tn::Adopt(pBlock).get()) == expected);
     ASSERT_EQ(Utils::SaveImage(surface.get(), m_source.blocks.get(), &pBlock), 0);
-    EXPECT_TRUE(BlockBytes(Hold(pBlock).get()) == expected);
+    EXPECT_TRUE(BlockBytes(tn::Adopt(pBlock).get()) == expected);
 }
 
 TEST_F(ImageFiles, GreySurfacesOfAnyWidthSaveAsJpeg) {
@@ -550,7 +550,7 @@ TEST_F(ImageFiles, GreySurfacesOfAnyWidthSaveAsJpeg) {
         const auto surface = m_source.Filled(TN_IMAGE_GRAY8, nWidth, 9, pixels);
         ITnRobotMemoryBlock* pBlock = nullptr;
         ASSERT_EQ(Utils::SaveImage(surface.get(), m_source.blocks.get(), &pBlock), 0);
-        EXPECT_TRUE(BlockBytes(Hold(pBlock).get()) == EncodePlain(recipe, pixels)) << nWidth;
+        EXPECT_TRUE(BlockBytes(tn::Adopt(pBlock).get()) == EncodePlain(recipe, pixels)) << nWidth;
     }
 }
 
@@ -567,9 +567,9 @@ TEST_F(ImageFiles, SurfacesInLargerBlocksSaveAsTheyAre) {
             const std::string path = m_directory / "a.jpg";
             ITnRobotMemoryBlock* pBlock = nullptr;
             ASSERT_EQ(Utils::SaveImage(exact.get(), m_source.blocks.get(), &pBlock), 0);
-            const Bytes expected = BlockBytes(Hold(pBlock).get());
+            const Bytes expected = BlockBytes(tn::Adopt(pBlock).get());
             ASSERT_EQ(Utils::SaveImage(large.get(), m_source.blocks.get(), &pBlock), 0);
-            EXPECT_TRUE(BlockBytes(Hold(pBlock).get()) == expected) << eType << ", width " << nWidth;
+            EXPECT_TRUE(BlockBytes(tn::Adopt(pBlock).get()) == expected) << eType << ", width " << nWidth;
             ASSERT_EQ(Utils::SaveImage(path.c_str(), large.get()), 0);
             EXPECT_TRUE(ReadBytes(path) == expected) << eType << ", width " << nWidth << ", file";
         }
@@ -600,7 +600,7 @@ TEST_F(ImageFiles, AColourBmpComesBackAsItWas) {
     }
     EXPECT_EQ(nWrong, 0U);
     EXPECT_EQ(Bytes(file.end() - 120, file.end()), FlipRows(pixels, 24));
-    Held<ITnRobotSurface> loaded;
+    TnRobotPtr<ITnRobotSurface> loaded;
     ASSERT_EQ(LoadPath(path, &loaded), 0);
     EXPECT_EQ(SurfaceBytes(loaded.get()), pixels);
 }
@@ -695,13 +695,13 @@ TEST_F(ImageFiles, SavingToABlockAsksForExactlyTheJpegsBytes) {
     const Bytes pixels = Noise(64 * 64 * 3, 18);
     ITnRobotMemoryBlock* pBlock = nullptr;
     ASSERT_EQ(Utils::SaveImage(Record(TN_IMAGE_BGR24, 64, 64, pixels), m_source.blocks.get(), &pBlock), 0);
-    const auto block = Hold(pBlock);
+    const auto block = tn::Adopt(pBlock);
     ASSERT_EQ(m_source.blocks->Requests().size(), 1U);
     const Bytes jpeg = BlockBytes(pBlock);
     EXPECT_EQ(m_source.blocks->Requests()[0], jpeg.size());
     EXPECT_GT(jpeg.size(), 8192U);
     EXPECT_EQ(Bytes(jpeg.end() - 2, jpeg.end()), FromHex("FF D9"));
-    Held<ITnRobotSurface> surface;
+    TnRobotPtr<ITnRobotSurface> surface;
     EXPECT_EQ(LoadMemory(jpeg, &surface), 0);
     EXPECT_TRUE(SurfaceBytes(surface.get()) == DecodePlain(jpeg, JCS_EXT_BGR, 3).pixels);
 }
@@ -780,7 +780,7 @@ TEST_F(ImageFiles, ImageMagickWritesBmpsThatLoad) {
     WriteBytes(m_directory / "a.bgr", colour);
     const std::string path = m_directory / "b.bmp";
     OutputOf(program + " -size 16x9 -depth 8 bgr:" + (m_directory / "a.bgr") + " -type TrueColor BMP3:" + path);
-    Held<ITnRobotSurface> surface;
+    TnRobotPtr<ITnRobotSurface> surface;
     ASSERT_EQ(LoadPath(path, &surface), 0);
     EXPECT_EQ(SurfaceBytes(surface.get()), colour);
 }

@@ -72,7 +72,7 @@ protected:
         loaded.nResult = nResult;
         EXPECT_EQ(pSurface != nullptr, nResult == 0);
         if (pSurface != nullptr) {
-            const auto surface = Hold(pSurface);
+            const auto surface = tn::Adopt(pSurface);
             loaded.nWidth = DescOf(pSurface).nWidth;
             loaded.nHeight = DescOf(pSurface).nHeight;
             loaded.surface = SurfaceBytes(pSurface);
@@ -351,7 +351,7 @@ int LoadAsApplicationsDo(const Bytes& jpeg) {
     const HeldPool blocks = MakePool();
     ITnRobotSurfacePool* pPool = nullptr;
     TnCreateRobotSurfacePool(blocks.get(), &pPool);
-    const auto pool = Hold(pPool);
+    const auto pool = tn::Adopt(pPool);
     ITnRobotSurface* pSurface = nullptr;
     const int nResult = Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), pPool, &pSurface);
     if (pSurface != nullptr) {
@@ -653,14 +653,14 @@ TEST_F(HostileImages, NoOldBytesShowInASurface) {
     const HeldPool blocks = MakePool();
     ITnRobotSurfacePool* pPool = nullptr;
     ASSERT_EQ(TnCreateRobotSurfacePool(blocks.get(), &pPool), 1);
-    const auto pool = Hold(pPool);
+    const auto pool = tn::Adopt(pPool);
     WriteBytes(m_path, ShortBmp());
     const Bytes jpeg = SmallJpeg();
     const Bytes dark(16 * 3, 1);  // a picture without the old byte
     const Bytes few(7, 1);
     ITnRobotSurface* pPicture = nullptr;
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 5, 3, dark), pPool, &pPicture), 0);
-    const auto picture = Hold(pPicture);
+    const auto picture = tn::Adopt(pPicture);
     const auto load = [&](std::size_t nBytes, ITnRobotSurface** ppSurface) {
         const QuietErrors quiet;
         return Utils::LoadImage(jpeg.data(), static_cast<unsigned int>(nBytes), pPool, ppSurface);
@@ -687,7 +687,7 @@ TEST_F(HostileImages, NoOldBytesShowInASurface) {
         ASSERT_NO_FATAL_FAILURE(FillWithAnOldPicture(*blocks));
         ITnRobotSurface* pSurface = nullptr;
         ASSERT_EQ(act.make(&pSurface), act.nResult) << act.lpszWhat;
-        const Bytes bytes = SurfaceBytes(Hold(pSurface).get());
+        const Bytes bytes = SurfaceBytes(tn::Adopt(pSurface).get());
         EXPECT_EQ(std::count(bytes.begin(), bytes.end(), kOld), 0) << act.lpszWhat;
     }
 }

@@ -42,7 +42,7 @@ TEST(NlImage2Surface, CopiesBytesAndDescription) {
         image.oriPos = {-5, 6};
         ITnRobotSurface* pSurface = nullptr;
         ASSERT_EQ(Utils::NlImage2Surface(image, source.pool.get(), &pSurface), 0) << row.eType;
-        const auto surface = Hold(pSurface);
+        const auto surface = tn::Adopt(pSurface);
         const Desc desc = DescOf(pSurface);
         EXPECT_EQ(desc.nWidth, row.nWidth);
         EXPECT_EQ(desc.nHeight, 3);
@@ -118,7 +118,7 @@ TEST(NlImage2Surface, LeavesZeroWhereTheRecordEnds) {
     const Bytes bytes = Counting(20);
     ITnRobotSurface* pSurface = nullptr;
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 4, 4, bytes), source.pool.get(), &pSurface), 0);
-    EXPECT_EQ(SurfaceBytes(Hold(pSurface).get()), bytes + Bytes(28, 0));
+    EXPECT_EQ(SurfaceBytes(tn::Adopt(pSurface).get()), bytes + Bytes(28, 0));
 }
 
 TEST(NlImage2Surface, PassesThePoolsAnswerOn) {
@@ -149,7 +149,7 @@ TEST(NlImage2Surface, FailsWhenTheOnlySurfaceGetsNoPixels) {
     EXPECT_EQ(pSurface, Untouched());
     source.blocks->Refuse(false);
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 4, 4, bytes), source.pool.get(), &pSurface), 0);
-    EXPECT_EQ(Hold(pSurface)->QueryTimeStamp(), 0U) << "the surface went back to its pool before";
+    EXPECT_EQ(tn::Adopt(pSurface)->QueryTimeStamp(), 0U) << "the surface went back to its pool before";
 }
 
 TEST(NlImage2Surface, LocksInPairs) {
@@ -158,7 +158,7 @@ TEST(NlImage2Surface, LocksInPairs) {
     const auto pool = TestSurfacePool::Create(0, target.get());
     ITnRobotSurface* pSurface = nullptr;
     ASSERT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 4, 1, bytes), pool.get(), &pSurface), 0);
-    EXPECT_EQ(Hold(pSurface).get(), target.get());
+    EXPECT_EQ(tn::Adopt(pSurface).get(), target.get());
     EXPECT_EQ(target->OpenLocks(), 0);
     EXPECT_EQ(target->Content(), bytes);
 }
@@ -259,7 +259,7 @@ TEST(ClipImage, CopiesTheRegion) {
             ITnRobotSurface* pSurface = nullptr;
             ASSERT_EQ(Utils::ClipImage(source.pool.get(), picture.get(), region, &pSurface), 0);
             ASSERT_NE(pSurface, nullptr);
-            const auto clip = Hold(pSurface);
+            const auto clip = tn::Adopt(pSurface);
             const Desc desc = DescOf(pSurface);
             EXPECT_EQ(desc.nWidth, region.right - region.left);
             EXPECT_EQ(desc.nHeight, region.bottom - region.top);
@@ -378,7 +378,7 @@ TEST(ClipImage, LocksInPairs) {
     const auto pool = TestSurfacePool::Create(0, target.get());
     ITnRobotSurface* pSurface = nullptr;
     ASSERT_EQ(Utils::ClipImage(pool.get(), picture.get(), {2, 6, 1, 2}, &pSurface), 0);
-    EXPECT_EQ(Hold(pSurface).get(), target.get());
+    EXPECT_EQ(tn::Adopt(pSurface).get(), target.get());
     EXPECT_EQ(picture->OpenLocks(), 0);
     EXPECT_EQ(target->OpenLocks(), 0);
     EXPECT_EQ(target->Content(), Counting(4, 11));
@@ -428,7 +428,7 @@ TEST(PieceImage, JoinsFourByTwoPixels) {
     second->ResetOriPos({3, 4});
     ITnRobotSurface* pSurface = nullptr;
     ASSERT_EQ(Utils::PieceImage(source.pool.get(), first.get(), second.get(), &pSurface), 1);
-    const auto joined = Hold(pSurface);
+    const auto joined = tn::Adopt(pSurface);
     const Desc desc = DescOf(pSurface);
     EXPECT_EQ(desc.nWidth, 8);
     EXPECT_EQ(desc.nHeight, 2);
@@ -480,7 +480,7 @@ TEST(PieceImage, JoinsEveryFormat) {
         }
         ITnRobotSurface* pSurface = nullptr;
         ASSERT_EQ(Utils::PieceImage(source.pool.get(), first.get(), second.get(), &pSurface), 1) << row.lpszWhat;
-        const auto joined = Hold(pSurface);
+        const auto joined = tn::Adopt(pSurface);
         const Desc desc = DescOf(pSurface);
         EXPECT_EQ(desc.nWidth, row.first.nWidth + row.second.nWidth) << row.lpszWhat;
         EXPECT_EQ(desc.nHeight, row.first.nHeight) << row.lpszWhat;
@@ -496,7 +496,7 @@ TEST(PieceImage, JoinsAPictureWithItself) {
     const auto picture = source.Filled(TN_IMAGE_GRAY8, 3, 2, Counting(6));
     ITnRobotSurface* pSurface = nullptr;
     ASSERT_EQ(Utils::PieceImage(source.pool.get(), picture.get(), picture.get(), &pSurface), 1);
-    EXPECT_EQ(SurfaceBytes(Hold(pSurface).get()), FromHex("01 02 03 01 02 03 04 05 06 04 05 06"));
+    EXPECT_EQ(SurfaceBytes(tn::Adopt(pSurface).get()), FromHex("01 02 03 01 02 03 04 05 06 04 05 06"));
 }
 
 TEST(PieceImage, RefusesPicturesThatDoNotFitTogether) {
@@ -609,7 +609,7 @@ TEST(PieceImage, AsksForTwiceTheFirstPitchAndLocksInPairs) {
     const auto pool = TestSurfacePool::Create(0, target.get());
     ITnRobotSurface* pSurface = nullptr;
     ASSERT_EQ(Utils::PieceImage(pool.get(), first.get(), second.get(), &pSurface), 1);
-    EXPECT_EQ(Hold(pSurface).get(), target.get());
+    EXPECT_EQ(tn::Adopt(pSurface).get(), target.get());
     EXPECT_EQ(pool->m_lastDesc.nPitch, 12);
     EXPECT_EQ(pool->m_lastDesc.nWidth, 8);
     EXPECT_EQ(first->OpenLocks(), 0);

@@ -10,14 +10,14 @@ using namespace tntest;
 
 namespace {
 
-Held<TestBlock> MakeBlock(unsigned int nSize) {
-    return Hold(new TestBlock(nSize, TestBlockPool::kFill));
+TnRobotPtr<TestBlock> MakeBlock(unsigned int nSize) {
+    return tn::Adopt(new TestBlock(nSize, TestBlockPool::kFill));
 }
 
-Held<CTnRobotSurface> MakeSurface(ITnRobotMemoryBlock* pBlock, const Desc& desc) {
+TnRobotPtr<CTnRobotSurface> MakeSurface(ITnRobotMemoryBlock* pBlock, const Desc& desc) {
     ITnRobotSurface* pSurface = nullptr;
     EXPECT_TRUE(CTnRobotSurface::CreateInstance(pBlock, desc, &pSurface));
-    return Hold(dynamic_cast<CTnRobotSurface*>(pSurface));
+    return tn::Adopt(dynamic_cast<CTnRobotSurface*>(pSurface));
 }
 
 }  // namespace
@@ -60,7 +60,7 @@ TEST(RobotSurfaceCreation, TakesTheDescriptionAsItIs) {
 TEST(RobotSurfaceCreation, DestructionReleasesTheBlock) {
     const auto block = MakeBlock(16);
     auto surface = MakeSurface(block.get(), MakeDesc(TN_IMAGE_GRAY8, 4, 4));
-    EXPECT_EQ(surface.release()->Release(), 0);
+    EXPECT_EQ(surface.detach()->Release(), 0);
     EXPECT_EQ(block->References(), 1);
 }
 
@@ -128,16 +128,16 @@ TEST(RobotSurfaceClass, HasTheFieldsOfItsRecord) {
 
 TEST(SurfaceAllocator, HoldsTheBlockPoolForItsLife) {
     const auto blocks = TestBlockPool::Create();
-    auto alloc = Hold(new CTnRobotSurfaceEleAlloc(blocks.get()));
+    auto alloc = tn::Adopt(new CTnRobotSurfaceEleAlloc(blocks.get()));
     EXPECT_EQ(blocks->References(), 2);
     alloc.reset();
     EXPECT_EQ(blocks->References(), 1);
-    EXPECT_EQ(Hold(new CTnRobotSurfaceEleAlloc(nullptr)).release()->Release(), 0);
+    EXPECT_EQ(tn::Adopt(new CTnRobotSurfaceEleAlloc(nullptr)).detach()->Release(), 0);
 }
 
 TEST(SurfaceAllocator, MakesASurfaceThatOwnsItsBlockAlone) {
     const auto blocks = TestBlockPool::Create();
-    const auto alloc = Hold(new CTnRobotSurfaceEleAlloc(blocks.get()));
+    const auto alloc = tn::Adopt(new CTnRobotSurfaceEleAlloc(blocks.get()));
     Desc desc = MakeDesc(TN_IMAGE_BGR24, 5, 2);
     ITnPoolElement* pElement = nullptr;
     ASSERT_TRUE(alloc->AllocElement(&desc, &pElement));
@@ -150,7 +150,7 @@ TEST(SurfaceAllocator, MakesASurfaceThatOwnsItsBlockAlone) {
 
 TEST(SurfaceAllocator, FailsWithoutADescriptionAndWithoutMemory) {
     const auto blocks = TestBlockPool::Create();
-    const auto alloc = Hold(new CTnRobotSurfaceEleAlloc(blocks.get()));
+    const auto alloc = tn::Adopt(new CTnRobotSurfaceEleAlloc(blocks.get()));
     ITnPoolElement* pElement = nullptr;
     EXPECT_FALSE(alloc->AllocElement(nullptr, &pElement));
     Desc desc = MakeDesc(TN_IMAGE_BGR24, 5, 2);
@@ -161,7 +161,7 @@ TEST(SurfaceAllocator, FailsWithoutADescriptionAndWithoutMemory) {
 
 TEST(SurfaceAllocator, ReinitialisesASurfaceOrLeavesItAlone) {
     const auto blocks = TestBlockPool::Create();
-    const auto alloc = Hold(new CTnRobotSurfaceEleAlloc(blocks.get()));
+    const auto alloc = tn::Adopt(new CTnRobotSurfaceEleAlloc(blocks.get()));
     const auto block = MakeBlock(16);
     const auto surface = MakeSurface(block.get(), MakeDesc(TN_IMAGE_GRAY8, 4, 4));
     Desc bad = MakeDesc(TN_IMAGE_NONE, 9, 9);
@@ -180,7 +180,7 @@ TEST(SurfaceAllocator, ReinitialisesASurfaceOrLeavesItAlone) {
 
 TEST(SurfaceAllocator, GivesTheBlockBackWhenTheElementIsNoSurfaceOfThisLibrary) {
     const auto blocks = TestBlockPool::Create();
-    const auto alloc = Hold(new CTnRobotSurfaceEleAlloc(blocks.get()));
+    const auto alloc = tn::Adopt(new CTnRobotSurfaceEleAlloc(blocks.get()));
     const auto other = TestSurface::Create(MakeDesc(TN_IMAGE_GRAY8, 1, 1), Bytes(1));
     Desc desc = MakeDesc(TN_IMAGE_GRAY8, 4, 4);
     alloc->SetElementParam(other.get(), &desc);

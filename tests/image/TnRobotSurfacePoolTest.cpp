@@ -42,7 +42,7 @@ TEST(SurfacePoolCreation, KeepsTheBlockPoolForItsLife) {
 TEST(SurfacePoolCreation, WorksWithoutABlockPoolButHandsOutNothing) {
     ITnRobotSurfacePool* pPool = nullptr;
     ASSERT_EQ(TnCreateRobotSurfacePool(nullptr, &pPool), 1);
-    const auto pool = Hold(pPool);
+    const auto pool = tn::Adopt(pPool);
     ITnRobotSurface* pSurface = nullptr;
     EXPECT_EQ(pool->QuerySurface(MakeDesc(TN_IMAGE_BGR24, 4, 4), &pSurface), -1);
     EXPECT_EQ(pSurface, nullptr);
@@ -68,7 +68,7 @@ TEST(SurfacePool, PitchFollowsFromFormatAndWidth) {
         const Desc desc = MakeDesc(row.eType, row.nWidth, kHeight, {8, 9});
         ITnRobotSurface* pSurface = nullptr;
         ASSERT_EQ(source.pool->QuerySurface(desc, &pSurface), 0) << row.eType << " " << row.nWidth;
-        const auto surface = Hold(pSurface);
+        const auto surface = tn::Adopt(pSurface);
         EXPECT_EQ(desc.nPitch, row.nPitch) << "the caller's own description";
         const Desc got = DescOf(pSurface);
         EXPECT_EQ(got.nPitch, row.nPitch) << row.eType << " " << row.nWidth;
@@ -176,7 +176,7 @@ TEST(SurfacePool, ReusesASurfaceForAnySizeAndFormat) {
 
 TEST(SurfacePool, ReusesTheSurfaceThatHasBeenFreeLongest) {
     SurfaceSource source;
-    std::vector<Held<ITnRobotSurface>> held;
+    std::vector<TnRobotPtr<ITnRobotSurface>> held;
     std::vector<ITnRobotSurface*> order;
     for (int i = 0; i < 3; ++i) {
         held.push_back(source.Get(TN_IMAGE_GRAY8, 4, 4));
@@ -220,7 +220,7 @@ TEST(SurfacePool, HandsOutAFreeSurfaceWithoutPixelsForABadRequest) {
         surface.reset();
         ITnRobotSurface* pSurface = nullptr;
         ASSERT_EQ(source.pool->QuerySurface(MakeDesc(row.eType, row.nWidth, row.nHeight), &pSurface), 0);
-        surface = Hold(pSurface);
+        surface = tn::Adopt(pSurface);
         EXPECT_EQ(pSurface, pFirst);
         const Desc desc = DescOf(pSurface);
         EXPECT_EQ(desc.nWidth, 5);
@@ -256,8 +256,8 @@ TEST(SurfacePool, ASurfaceWithoutPixelsRecoversWithTheNextValidRequest) {
 }
 
 TEST(SurfacePool, SurfacesOutliveIt) {
-    Held<ITnRobotSurface> one;
-    Held<ITnRobotSurface> shared;
+    TnRobotPtr<ITnRobotSurface> one;
+    TnRobotPtr<ITnRobotSurface> shared;
     {
         SurfaceSource source;
         one = source.Get(TN_IMAGE_GRAY8, 4, 4);
@@ -268,8 +268,8 @@ TEST(SurfacePool, SurfacesOutliveIt) {
     EXPECT_EQ(DescOf(one.get()).nWidth, 4);
     EXPECT_EQ(SurfaceBytes(shared.get()).size(), 16U) << "one with two holders is not";
     EXPECT_EQ(shared->Release(), 1);
-    EXPECT_EQ(shared.release()->Release(), 0);
-    EXPECT_EQ(one.release()->Release(), 0);
+    EXPECT_EQ(shared.detach()->Release(), 0);
+    EXPECT_EQ(one.detach()->Release(), 0);
     EXPECT_EQ(TestBlock::LiveCount(), 0);
 }
 
@@ -277,10 +277,10 @@ TEST(SurfacePool, WorksOverTheGeneralBlockPool) {
     const HeldPool blocks = MakePool();
     ITnRobotSurfacePool* pPool = nullptr;
     ASSERT_EQ(TnCreateRobotSurfacePool(blocks.get(), &pPool), 1);
-    const auto pool = Hold(pPool);
+    const auto pool = tn::Adopt(pPool);
     ITnRobotSurface* pSurface = nullptr;
     ASSERT_EQ(pool->QuerySurface(MakeDesc(TN_IMAGE_BGR24, 1920, 1080), &pSurface), 0);
-    const auto surface = Hold(pSurface);
+    const auto surface = tn::Adopt(pSurface);
     Lock lock{};
     EXPECT_TRUE(surface->LockSurface(lock));
     EXPECT_EQ(lock.nDataSize, 5760U * 1080U) << "the block says what was asked for, not its capacity";
@@ -294,7 +294,7 @@ TEST(SurfacePool, ServesSeveralThreads) {
     const HeldPool blocks = MakePool();
     ITnRobotSurfacePool* pPool = nullptr;
     ASSERT_EQ(TnCreateRobotSurfacePool(blocks.get(), &pPool), 1);
-    const auto pool = Hold(pPool);
+    const auto pool = tn::Adopt(pPool);
     std::atomic<int> nWrong{0};
     std::vector<std::thread> threads;
     StartGate gate(kThreads);
@@ -308,7 +308,7 @@ TEST(SurfacePool, ServesSeveralThreads) {
                     ++nWrong;
                     continue;
                 }
-                const auto surface = Hold(pSurface);
+                const auto surface = tn::Adopt(pSurface);
                 Lock lock{};
                 surface->LockSurface(lock);
                 const auto byMark = static_cast<unsigned char>(nThread + 1);

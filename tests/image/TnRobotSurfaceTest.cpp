@@ -88,7 +88,7 @@ TEST(RobotSurface, IsHeldByItsPoolToo) {
     auto surface = source.Get(TN_IMAGE_GRAY8, 4, 4);
     surface->AddRef();
     EXPECT_EQ(surface->Release(), 2);
-    EXPECT_EQ(surface.release()->Release(), 1);
+    EXPECT_EQ(surface.detach()->Release(), 1);
 }
 
 TEST(RobotSurface, GivesItsMemoryBackOnTheWayToThePool) {

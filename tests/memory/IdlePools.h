@@ -14,7 +14,7 @@ namespace tntest {
 inline HeldPool MakePoolIdleAfter(double dSeconds) {
     ITnRobotMemoryBlockPool* pPool = nullptr;
     EXPECT_EQ(CTnRobotRandomMemBlockPool::CreateInstance(dSeconds, &pPool), 1);
-    return HeldPool(pPool);
+    return tn::Adopt(pPool);
 }
 
 }  // namespace tntest

@@ -22,12 +22,12 @@ namespace {
 // More than anybody should ask, however the bound is chosen.
 constexpr std::size_t kTooOften = 10000;
 
-using HeldStream = Held<ITnRobotMemDataStream>;
+using HeldStream = TnRobotPtr<ITnRobotMemDataStream>;
 
 HeldStream MakeStream(ITnRobotMemoryBlockPool* pPool) {
     ITnRobotMemDataStream* pStream = nullptr;
     EXPECT_EQ(TnCreateRobotMemDataStream(pPool, &pStream), 1);
-    return HeldStream(pStream);
+    return tn::Adopt(pStream);
 }
 
 int Write(ITnRobotMemDataStream& stream, const Bytes& bytes) {
@@ -37,7 +37,7 @@ int Write(ITnRobotMemDataStream& stream, const Bytes& bytes) {
 HeldBlock Save(const STnNLImageData& image, ITnRobotMemoryBlockPool* pPool, int& nResult) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     nResult = TnRobotImageUtils::SaveImage(image, pPool, &pBlock);
-    return HeldBlock(pBlock);
+    return tn::Adopt(pBlock);
 }
 
 /// Refuses, and leaves a block of its own behind all the same.
@@ -52,7 +52,7 @@ public:
     const TestBlock& Own() const { return *m_block; }
 
 private:
-    Held<TestBlock> m_block{Hold(new TestBlock(1024, 0))};
+    TnRobotPtr<TestBlock> m_block{tn::Adopt(new TestBlock(1024, 0))};
 };
 
 }  // namespace
@@ -155,10 +155,10 @@ TEST(LostRace, ARefusalIsNotAskedAgain) {
 
 // Nobody was given a reference to it.
 TEST(LostRace, ABlockThatComesWithARefusalIsLeftAlone) {
-    const auto blocks = Hold(new RefusingWithABlock);
+    const auto blocks = tn::Adopt(new RefusingWithABlock);
     ITnRobotSurfacePool* pPool = nullptr;
     ASSERT_EQ(TnCreateRobotSurfacePool(blocks.get(), &pPool), 1);
-    const auto pool = Hold(pPool);
+    const auto pool = tn::Adopt(pPool);
     ITnRobotSurface* pSurface = nullptr;
     EXPECT_EQ(pool->QuerySurface(MakeDesc(TN_IMAGE_GRAY8, 4, 4), &pSurface), -1);
     ASSERT_EQ(blocks->Own().References(), 1);
@@ -185,7 +185,7 @@ public:
         const int nHeight = 6000 + nRound % 3 * 500;
         ITnRobotSurface* pSurface = nullptr;
         const int nResult = m_surfaces.QuerySurface(MakeDesc(TN_IMAGE_GRAY8, 1024, nHeight), &pSurface);
-        const auto surface = Hold(pSurface);
+        const auto surface = tn::Adopt(pSurface);
         return nResult == 0 && HasPixels(pSurface, nHeight) && WritesAStream() && (nRound % 16 != 0 || Saves());
     }
 
@@ -220,7 +220,7 @@ TEST_F(LostRaceThreads, NobodyGoesWithoutABlockOfASharedCircularPool) {
     constexpr int kRounds = 300;
     ITnRobotMemoryBlockPool* pBlocks = nullptr;
     ASSERT_EQ(TnCreateRobotCircleMemoryBlockPool(&pBlocks), 1);
-    const auto blocks = Hold(pBlocks);
+    const auto blocks = tn::Adopt(pBlocks);
     std::atomic<int> nFailed{0};
     StartGate gate(kThreads);
     std::vector<std::thread> threads;
@@ -228,7 +228,7 @@ TEST_F(LostRaceThreads, NobodyGoesWithoutABlockOfASharedCircularPool) {
         threads.emplace_back([&] {
             ITnRobotSurfacePool* pSurfaces = nullptr;
             TnCreateRobotSurfacePool(pBlocks, &pSurfaces);
-            const auto surfaces = Hold(pSurfaces);
+            const auto surfaces = tn::Adopt(pSurfaces);
             Worker worker(*pBlocks, *pSurfaces);
             gate.ArriveAndWait();
             for (int nRound = 0; nRound < kRounds; ++nRound) {

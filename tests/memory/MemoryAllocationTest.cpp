@@ -22,16 +22,16 @@ namespace {
 constexpr unsigned int kUnit = 32768;
 constexpr unsigned int kMebibyte = 1048576;
 
-Held<CTnRobotFixedMemBlockPool> MakeFixedPool() {
+TnRobotPtr<CTnRobotFixedMemBlockPool> MakeFixedPool() {
     CTnRobotFixedMemBlockPool* pPool = nullptr;
     EXPECT_EQ(CTnRobotFixedMemBlockPool::CreateInstance(100, 0xFFFFFFFF, 0.0, &pPool), 1);
-    return Hold(pPool);
+    return tn::Adopt(pPool);
 }
 
-Held<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {
+TnRobotPtr<ITnRobotMemDataStream> MakeStream(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemDataStream* pStream = nullptr;
     EXPECT_EQ(TnCreateRobotMemDataStream(&pool, &pStream), 1);
-    return Hold(pStream);
+    return tn::Adopt(pStream);
 }
 
 template <typename Interface, typename Create>
@@ -79,7 +79,7 @@ TEST(MemoryAllocation, AFixedPoolCountsOnlyBlocksThatItMade) {
             EXPECT_EQ(pBlock, nullptr);
             EXPECT_EQ(pool->GetCount(), 0U);
         }
-        const HeldBlock block(pBlock);
+        const HeldBlock block(pBlock, tn::kAdopt);
         ASSERT_LT(nLeft, 1000);
     }
     EXPECT_EQ(pool->GetCount(), 1U);
@@ -89,12 +89,12 @@ TEST(MemoryAllocation, AFixedPoolGivesEverythingBack) {
     FailEveryAllocation([] {
         CTnRobotFixedMemBlockPool* pPool = nullptr;
         CTnRobotFixedMemBlockPool::CreateInstance(100, 2, 0.0, &pPool);
-        const auto pool = Hold(pPool);
+        const auto pool = tn::Adopt(pPool);
         HeldBlock blocks[2];
         for (HeldBlock& block : blocks) {
             ITnRobotMemoryBlock* pBlock = nullptr;
             pool->QueryBlock(&pBlock);
-            block.reset(pBlock);
+            block.attach(pBlock);
         }
     });
 }
@@ -206,7 +206,7 @@ TEST(MemoryAllocation, AStreamGivesEverythingBack) {
         const HeldPool pool = MakePool();
         ITnRobotMemDataStream* pStream = nullptr;
         TnCreateRobotMemDataStream(pool.get(), &pStream);
-        const auto stream = Hold(pStream);
+        const auto stream = tn::Adopt(pStream);
         stream->WriteData(bytes.data(), static_cast<unsigned int>(bytes.size()));
         ReadableBytes(*stream);
     });

@@ -16,7 +16,7 @@
 #include <string>
 
 #include "TnRobotKernel/memory.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/objects/Memory.h"
 
 using namespace tntest;
@@ -115,7 +115,7 @@ TEST_F(HugePages, AreAskedForInLargeBlocksOfAPool) {
     const HeldPool pool = MakePool();
     ITnRobotMemoryBlock* pBlock = nullptr;
     ASSERT_EQ(pool->QueryMemBuff(12 * kHugePage, &pBlock), 1);
-    const auto block = Hold(pBlock);
+    const auto block = tn::Adopt(pBlock);
     unsigned int nSize = 0;
     unsigned char* const pMemory = pBlock->QueryMemory(nSize);
     EXPECT_TRUE(IsAskedFor(pMemory + nSize / 2));
@@ -154,7 +154,7 @@ std::ptrdiff_t ResidentAround(unsigned char* pAddress) {
 std::ptrdiff_t ResidentAfterOneByte(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     EXPECT_EQ(pool.QueryMemBuff(12 * kHugePage, &pBlock), 1);
-    const auto block = Hold(pBlock);
+    const auto block = tn::Adopt(pBlock);
     unsigned int nSize = 0;
     unsigned char* const pMiddle = pBlock->QueryMemory(nSize) + nSize / 2;
     *pMiddle = 1;
@@ -170,7 +170,7 @@ TEST_F(HugePages, AProcessCanSwitchThemOff) {
     for (const auto pfnCreate : {&TnCreateRobotMemoryBlockPool, &TnCreateRobotCircleMemoryBlockPool}) {
         ITnRobotMemoryBlockPool* pPool = nullptr;
         ASSERT_EQ(pfnCreate(&pPool), 1);
-        const auto pool = Hold(pPool);
+        const auto pool = tn::Adopt(pPool);
         const std::ptrdiff_t nResident = ResidentAfterOneByte(*pool);
         EXPECT_GE(nResident, 1);
         EXPECT_LE(nResident, kFew);

@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "core/TnRef.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/threads/StartGate.h"
 #include "support/threads/Watchdog.h"
 
@@ -36,21 +36,21 @@ struct CircleMemBlockPoolPeer {
 namespace {
 
 using Peer = CircleMemBlockPoolPeer;
-using Pool = tnrobot::Ref<ITnRobotMemoryBlockPool>;
-using Block = tnrobot::Ref<ITnRobotMemoryBlock>;
+using Pool = TnRobotPtr<ITnRobotMemoryBlockPool>;
+using Block = TnRobotPtr<ITnRobotMemoryBlock>;
 
 constexpr unsigned int kMiB = 1024 * 1024;
 constexpr unsigned int kBuffer = 25165824;
 
 Pool MakeCirclePool() {
     Pool pool;
-    EXPECT_EQ(TnCreateRobotCircleMemoryBlockPool(pool.Receive()), 1);
+    EXPECT_EQ(TnCreateRobotCircleMemoryBlockPool(pool.put()), 1);
     return pool;
 }
 
 Block Query(const Pool& pool, unsigned int nSize) {
     Block block;
-    EXPECT_EQ(pool->QueryMemBuff(nSize, block.Receive()), 1);
+    EXPECT_EQ(pool->QueryMemBuff(nSize, block.put()), 1);
     EXPECT_TRUE(block);
     return block;
 }
@@ -84,9 +84,9 @@ TEST(CircleMemBlockPool, RefusesMoreThanABuffer) {
     const Pool pool = MakeCirclePool();
     const Block block = Query(pool, 16);
     for (const unsigned int nSize : {kBuffer + 1, 0x80000000U, 0xFFFFFFFFU}) {
-        ITnRobotMemoryBlock* pUntouched = block.Get();
+        ITnRobotMemoryBlock* pUntouched = block.get();
         EXPECT_EQ(pool->QueryMemBuff(nSize, &pUntouched), 0);
-        EXPECT_EQ(pUntouched, block.Get());
+        EXPECT_EQ(pUntouched, block.get());
     }
 }
 
@@ -127,7 +127,7 @@ TEST(CircleMemBlockPool, ABlockGoesBackWithItsHoldersLastReference) {
     Block block = Query(pool, 100);
     block->AddRef();
     EXPECT_EQ(block->Release(), 2);
-    EXPECT_EQ(block.Detach()->Release(), 1);
+    EXPECT_EQ(block.detach()->Release(), 1);
 }
 
 TEST(CircleMemBlockPool, AFullBufferInUseIsSpent) {
@@ -147,7 +147,7 @@ TEST(CircleMemBlockPool, AReadyBufferIsNotRewoundBetweenRequests) {
     const Pool pool = MakeCirclePool();
     Block block = Query(pool, 1000);
     const unsigned char* pEnd = End(block);
-    block.Reset();
+    block.reset();
     EXPECT_EQ(Start(Query(pool, 1000)), pEnd);
 }
 
@@ -155,7 +155,7 @@ TEST(CircleMemBlockPool, AReadyBufferTooFullButUnusedStartsOver) {
     const Pool pool = MakeCirclePool();
     Block block = Query(pool, 8 * kMiB);
     const unsigned char* pStart = Start(block);
-    block.Reset();
+    block.reset();
     EXPECT_EQ(Start(Query(pool, 17 * kMiB)), pStart);
     EXPECT_EQ(Start(Query(pool, kBuffer)), pStart);
 }
@@ -168,10 +168,10 @@ TEST(CircleMemBlockPool, ASpentBufferBecomesTheLastReadyOneWithItsLastBlock) {
     }
     unsigned char* const pStart = Start(blocks[0]);
     const Block second = Query(pool, kBuffer);
-    blocks[1].Reset();
-    blocks[0].Reset();
+    blocks[1].reset();
+    blocks[0].reset();
     const Block third = Query(pool, kBuffer);
-    blocks[2].Reset();
+    blocks[2].reset();
     const Block fourth = Query(pool, kBuffer);
     EXPECT_NE(Start(fourth), pStart) << "the fourth buffer comes before the one just returned";
     EXPECT_EQ(Start(Query(pool, kBuffer)), pStart);
@@ -182,7 +182,7 @@ TEST(CircleMemBlockPool, ASpentBufferStaysSpentWhileABlockIsHeld) {
     Block first = Query(pool, 8 * kMiB);
     const Block held = Query(pool, 8 * kMiB);
     std::vector<Block> others = {Query(pool, kBuffer), Query(pool, kBuffer), Query(pool, kBuffer)};
-    first.Reset();
+    first.reset();
     others.push_back(Query(pool, kBuffer));  // a fifth buffer
     for (const Block& other : others) {
         EXPECT_TRUE(End(other) <= Start(held) - 8 * kMiB || Start(other) >= Start(held) + 16 * kMiB);
@@ -206,15 +206,15 @@ TEST(CircleMemBlockPool, ReusesBlockObjectsInTheOrderOfTheirReturn) {
     Block a = Query(pool, 10);
     Block b = Query(pool, 20);
     Block c = Query(pool, 30);
-    ITnRobotMemoryBlock* const pA = a.Get();
-    ITnRobotMemoryBlock* const pB = b.Get();
+    ITnRobotMemoryBlock* const pA = a.get();
+    ITnRobotMemoryBlock* const pB = b.get();
     unsigned char* const pEnd = End(c);
-    b.Reset();
-    a.Reset();
+    b.reset();
+    a.reset();
     const Block d = Query(pool, 40);
     const Block e = Query(pool, 50);
-    EXPECT_EQ(d.Get(), pB);
-    EXPECT_EQ(e.Get(), pA);
+    EXPECT_EQ(d.get(), pB);
+    EXPECT_EQ(e.get(), pA);
     EXPECT_EQ(Start(d), pEnd) << "only the object is reused, its memory is new";
     EXPECT_EQ(Size(d), 40U);
     EXPECT_EQ(Start(e), End(d));
@@ -240,69 +240,69 @@ TEST(CircleMemBlockPool, BlocksHeldLongerThanThePoolAreFreedByTheirLastRelease) 
     Block shared = Query(pool, 1000);
     const Block sharedAgain = shared;
     Block spent = Query(pool, kBuffer);
-    Query(pool, 1000).Reset();
-    pool.Reset();
-    EXPECT_EQ(held.Detach()->Release(), 0);
-    EXPECT_EQ(shared.Detach()->Release(), 1);
-    EXPECT_EQ(spent.Detach()->Release(), 0);
+    Query(pool, 1000).reset();
+    pool.reset();
+    EXPECT_EQ(held.detach()->Release(), 0);
+    EXPECT_EQ(shared.detach()->Release(), 1);
+    EXPECT_EQ(spent.detach()->Release(), 0);
 }
 
 TEST(CircleMemBlockPool, BothBasesLeadToTheSameObject) {
     const Pool pool = MakeCirclePool();
-    auto* pParent = dynamic_cast<ITnRobotMemoryBlockParent*>(pool.Get());
+    auto* pParent = dynamic_cast<ITnRobotMemoryBlockParent*>(pool.get());
     ASSERT_NE(pParent, nullptr);
-    EXPECT_EQ(dynamic_cast<ITnRobotMemoryBlockPool*>(pParent), pool.Get());
+    EXPECT_EQ(dynamic_cast<ITnRobotMemoryBlockPool*>(pParent), pool.get());
 }
 
 TEST(CircleMemBlockPool, TakesBackOnlyItsOwnBlocksInUse) {
     const Pool pool = MakeCirclePool();
     const Pool otherPool = MakeCirclePool();
-    auto* pParent = dynamic_cast<ITnRobotMemoryBlockParent*>(pool.Get());
+    auto* pParent = dynamic_cast<ITnRobotMemoryBlockParent*>(pool.get());
     pParent->RecoveryMemBuff(nullptr);
 
     unsigned char bytes[4] = {};
     Block custom;
-    ASSERT_EQ(TnCreateRobotCustomMemBlock(nullptr, bytes, 4, custom.Receive()), 1);
-    pParent->RecoveryMemBuff(custom.Get());
+    ASSERT_EQ(TnCreateRobotCustomMemBlock(nullptr, bytes, 4, custom.put()), 1);
+    pParent->RecoveryMemBuff(custom.get());
 
     Pool generalPool;
-    ASSERT_EQ(TnCreateRobotMemoryBlockPool(generalPool.Receive()), 1);
+    ASSERT_EQ(TnCreateRobotMemoryBlockPool(generalPool.put()), 1);
     const Block general = Query(generalPool, 4);
-    pParent->RecoveryMemBuff(general.Get());
+    pParent->RecoveryMemBuff(general.get());
 
     const Block other = Query(otherPool, 4);
-    pParent->RecoveryMemBuff(other.Get());
+    pParent->RecoveryMemBuff(other.get());
 
     Block twice = Query(pool, 4);
-    ITnRobotMemoryBlock* const pTwice = twice.Get();
-    twice.Reset();
+    ITnRobotMemoryBlock* const pTwice = twice.get();
+    twice.reset();
     pParent->RecoveryMemBuff(pTwice);
     const Block first = Query(pool, 4);
     const Block second = Query(pool, 4);
-    EXPECT_EQ(first.Get(), pTwice);
-    EXPECT_NE(second.Get(), pTwice) << "returned twice, but kept once";
+    EXPECT_EQ(first.get(), pTwice);
+    EXPECT_NE(second.get(), pTwice) << "returned twice, but kept once";
 }
 
 // The documented answer: callers set their pointer to null before and test it afterwards.
 TEST(CircleMemBlockPool, ARequestThatLosesItsBufferToAnotherAnswersOneWithoutABlock) {
     const Pool pool = MakeCirclePool();
     const Block full = Query(pool, 20 * kMiB);
-    Peer::Buffer& chosen = Peer::Choose(pool.Get(), 4 * kMiB);
+    Peer::Buffer& chosen = Peer::Choose(pool.get(), 4 * kMiB);
     const Block other = Query(pool, 1 * kMiB);
     EXPECT_EQ(Start(other), End(full));
-    ITnRobotMemoryBlock* pUntouched = full.Get();
-    EXPECT_EQ(Peer::Cut(pool.Get(), chosen, 4 * kMiB, &pUntouched), 1);
-    EXPECT_EQ(pUntouched, full.Get());
+    ITnRobotMemoryBlock* pUntouched = full.get();
+    EXPECT_EQ(Peer::Cut(pool.get(), chosen, 4 * kMiB, &pUntouched), 1);
+    EXPECT_EQ(pUntouched, full.get());
     EXPECT_EQ(Start(Query(pool, 3 * kMiB)), End(other)) << "nothing was cut";
 }
 
 TEST(CircleMemBlockPool, ARequestUsesTheBufferThatItHasChosen) {
     const Pool pool = MakeCirclePool();
     const Block first = Query(pool, 20 * kMiB);
-    Peer::Buffer& chosen = Peer::Choose(pool.Get(), 1 * kMiB);
+    Peer::Buffer& chosen = Peer::Choose(pool.get(), 1 * kMiB);
     const Block elsewhere = Query(pool, 8 * kMiB);  // makes the chosen one spent
     Block late;
-    EXPECT_EQ(Peer::Cut(pool.Get(), chosen, 1 * kMiB, late.Receive()), 1);
+    EXPECT_EQ(Peer::Cut(pool.get(), chosen, 1 * kMiB, late.put()), 1);
     ASSERT_TRUE(late);
     EXPECT_EQ(Start(late), End(first)) << "behind the block that is still in use";
 }
@@ -311,11 +311,11 @@ TEST(CircleMemBlockPool, ABufferRewoundAfterItWasChosenIsCutFromItsStart) {
     const Pool pool = MakeCirclePool();
     Block first = Query(pool, 20 * kMiB);
     unsigned char* const pStart = Start(first);
-    Peer::Buffer& chosen = Peer::Choose(pool.Get(), 4 * kMiB);
+    Peer::Buffer& chosen = Peer::Choose(pool.get(), 4 * kMiB);
     std::vector<Block> others = {Query(pool, kBuffer)};  // spent
-    first.Reset();                                       // and ready again, as the last one
+    first.reset();                                       // and ready again, as the last one
     Block late;
-    EXPECT_EQ(Peer::Cut(pool.Get(), chosen, 4 * kMiB, late.Receive()), 1);
+    EXPECT_EQ(Peer::Cut(pool.get(), chosen, 4 * kMiB, late.put()), 1);
     ASSERT_TRUE(late);
     EXPECT_EQ(Start(late), pStart);
     others.push_back(Query(pool, kBuffer));
@@ -327,16 +327,16 @@ TEST(CircleMemBlockPool, ALateBlockKeepsASpentBufferSpent) {
     const Pool pool = MakeCirclePool();
     Block first = Query(pool, 20 * kMiB);
     unsigned char* const pStart = Start(first);
-    Peer::Buffer& chosen = Peer::Choose(pool.Get(), 1 * kMiB);
+    Peer::Buffer& chosen = Peer::Choose(pool.get(), 1 * kMiB);
     std::vector<Block> others = {Query(pool, kBuffer)};
     Block late;
-    EXPECT_EQ(Peer::Cut(pool.Get(), chosen, 1 * kMiB, late.Receive()), 1);
-    first.Reset();
+    EXPECT_EQ(Peer::Cut(pool.get(), chosen, 1 * kMiB, late.put()), 1);
+    first.reset();
     for (int i = 0; i < 3; ++i) {
         others.push_back(Query(pool, kBuffer));
         EXPECT_NE(Start(others.back()), pStart);
     }
-    late.Reset();
+    late.reset();
     EXPECT_EQ(Start(Query(pool, kBuffer)), pStart);
 }
 
@@ -387,7 +387,7 @@ public:
         CheckAndReset(slot);
         const unsigned int nSize = RandomSize();
         // A lost race leaves the slot empty.
-        if (m_pool->QueryMemBuff(nSize, slot.Receive()) != 1) {
+        if (m_pool->QueryMemBuff(nSize, slot.put()) != 1) {
             ++m_nErrors;
         }
         if (!slot) {
@@ -440,13 +440,13 @@ private:
     }
 
     // Swaps the block for one that another thread has left there.
-    void Pass(Block& slot) { slot = Block::Adopt(m_exchange.exchange(slot.Detach())); }
+    void Pass(Block& slot) { slot = tn::Adopt(m_exchange.exchange(slot.detach())); }
 
     void CheckAndReset(Block& slot) {
         if (slot && !IsIntact(slot)) {
             ++m_nErrors;
         }
-        slot.Reset();
+        slot.reset();
     }
 
     const Pool& m_pool;
@@ -483,7 +483,7 @@ TEST(CircleMemBlockPool, BlocksOfFourThreadsNeverOverlap) {
         EXPECT_EQ(holder.Errors(), 0);
         EXPECT_GT(holder.Blocks(), 0);
     }
-    const Block last = Block::Adopt(exchange.exchange(nullptr));
+    const Block last = tn::Adopt(exchange.exchange(nullptr));
     EXPECT_TRUE(!last || Holder::IsIntact(last));
 }
 
@@ -512,7 +512,7 @@ TEST(CircleMemBlockPool, BlocksMayBeReleasedWhileThePoolIsBeingDestroyed) {
             });
         }
         meet();
-        pool.Reset();
+        pool.reset();
         for (std::thread& thread : threads) {
             thread.join();
         }
@@ -533,7 +533,7 @@ TEST(CircleMemBlockPool, ARequestMayRunWhileTheLastBlockOfASpentBufferComesBack)
         };
         std::thread releasing([&] {
             meet();
-            first.Reset();
+            first.reset();
         });
         meet();
         const Block third = Query(pool, 20 * kMiB);
@@ -550,9 +550,9 @@ namespace {
 
 // The pool as its blocks see it: taking back by its own hand is open to everybody.
 void TakeBack(const Pool& pool, const Block& block) {
-    auto* pParent = dynamic_cast<ITnRobotMemoryBlockParent*>(pool.Get());
+    auto* pParent = dynamic_cast<ITnRobotMemoryBlockParent*>(pool.get());
     ASSERT_NE(pParent, nullptr);
-    pParent->RecoveryMemBuff(block.Get());
+    pParent->RecoveryMemBuff(block.get());
 }
 
 }  // namespace
@@ -569,11 +569,11 @@ TEST(CircleMemBlockPool, ItsEndLeavesABlockTakenBackToItsHolders) {
                 block->AddRef();
             }
             TakeBack(pool, block);
-            pool.Reset();
+            pool.reset();
             for (int nLeft = nHolders - 1; nLeft > 0; --nLeft) {
                 EXPECT_EQ(block->Release(), nLeft) << nHolders << " holders";
             }
-            EXPECT_EQ(block.Detach()->Release(), 0) << nHolders << " holders";
+            EXPECT_EQ(block.detach()->Release(), 0) << nHolders << " holders";
         }
     }
 }
@@ -581,12 +581,12 @@ TEST(CircleMemBlockPool, ItsEndLeavesABlockTakenBackToItsHolders) {
 TEST(CircleMemBlockPool, ABlockTakenBackStaysUsableWhenItsHoldersLetGo) {
     const Pool pool = MakeCirclePool();
     Block block = Query(pool, 100);
-    const ITnRobotMemoryBlock* const pBlock = block.Get();
+    const ITnRobotMemoryBlock* const pBlock = block.get();
     Block second = block;
     TakeBack(pool, block);
-    block.Reset();
-    second.Reset();
-    EXPECT_EQ(Query(pool, 50).Get(), pBlock);
+    block.reset();
+    second.reset();
+    EXPECT_EQ(Query(pool, 50).get(), pBlock);
 }
 
 // The last holder lets go at the very moment when the pool looks at what it has taken back.
@@ -605,11 +605,11 @@ TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroye
         std::thread releasing([&] {
             gate.ArriveAndWait();
             for (Block& block : blocks) {
-                block.Reset();
+                block.reset();
             }
         });
         gate.ArriveAndWait();
-        pool.Reset();
+        pool.reset();
         releasing.join();
     }
 }
@@ -619,20 +619,20 @@ TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroye
 TEST(CircleMemBlockPool, ABlockThatIsJustReturnedIsNotHandedOut) {
     Pool pool = MakeCirclePool();
     Block block = Query(pool, 100);
-    auto* const pReturned = dynamic_cast<CTnRobotMemoryBlock*>(block.Get());
+    auto* const pReturned = dynamic_cast<CTnRobotMemoryBlock*>(block.get());
     TakeBack(pool, block);
     // The first half of a last Release: the count has fallen, RecoveryMemBuff is still to be called.
     pReturned->SetParent(nullptr);
-    EXPECT_EQ(block.Detach()->Release(), 1);
-    pReturned->SetParent(&Peer::Of(pool.Get()));
+    EXPECT_EQ(block.detach()->Release(), 1);
+    pReturned->SetParent(&Peer::Of(pool.get()));
     Block others[] = {Query(pool, 100), Query(pool, 100), Query(pool, 100)};
     for (const Block& other : others) {
-        EXPECT_NE(other.Get(), pReturned);
+        EXPECT_NE(other.get(), pReturned);
     }
-    Peer::Of(pool.Get()).RecoveryMemBuff(pReturned);
-    EXPECT_EQ(Query(pool, 100).Get(), pReturned);
+    Peer::Of(pool.get()).RecoveryMemBuff(pReturned);
+    EXPECT_EQ(Query(pool, 100).get(), pReturned);
     for (Block& other : others) {
-        EXPECT_EQ(other.Detach()->Release(), 1);
+        EXPECT_EQ(other.detach()->Release(), 1);
     }
-    EXPECT_EQ(pool.Detach()->Release(), 0);
+    EXPECT_EQ(pool.detach()->Release(), 0);
 }

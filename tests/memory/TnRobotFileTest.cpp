@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/objects/Files.h"
-#include "support/objects/Held.h"
 #include "support/processes/TempDirectory.h"
 
 using namespace tntest;
@@ -20,7 +20,7 @@ constexpr auto kBegin = ITnRobotFile::SEEK_DIRECT_BEGIN;
 constexpr auto kCurrent = ITnRobotFile::SEEK_DIRECT_CURRENT;
 constexpr auto kEnd = ITnRobotFile::SEEK_DIRECT_END;
 
-using HeldFile = Held<ITnRobotFile>;
+using HeldFile = TnRobotPtr<ITnRobotFile>;
 
 void Store(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
@@ -329,7 +329,7 @@ TEST_F(DiskFile, TheLastReleaseClosesIt) {
     HeldFile file = MakeFile();
     ASSERT_TRUE(file->Open(m_path.c_str(), true));
     EXPECT_EQ(Write(*file, "abc"), 1);
-    EXPECT_EQ(file.release()->Release(), 0);
+    EXPECT_EQ(file.detach()->Release(), 0);
     EXPECT_EQ(Load(m_path), "abc");
 }
 

@@ -21,18 +21,18 @@ constexpr unsigned int kNoLimit = 0xFFFFFFFF;
 constexpr double kNeverIdle = 3600.0;
 constexpr double kAlwaysIdle = 0.0;
 
-using FixedPool = Held<CTnRobotFixedMemBlockPool>;
+using FixedPool = TnRobotPtr<CTnRobotFixedMemBlockPool>;
 using Clock = std::chrono::system_clock;
 
 FixedPool MakeFixedPool(unsigned int nBlockSize, unsigned int nMaxCount, double dIdleSeconds = kNeverIdle) {
     CTnRobotFixedMemBlockPool* pPool = nullptr;
     EXPECT_EQ(CTnRobotFixedMemBlockPool::CreateInstance(nBlockSize, nMaxCount, dIdleSeconds, &pPool), 1);
-    return FixedPool(pPool);
+    return tn::Adopt(pPool);
 }
 
 HeldBlock Query(CTnRobotFixedMemBlockPool& pool) {
     ITnRobotMemoryBlock* pBlock = nullptr;
-    return pool.QueryBlock(&pBlock) == 1 ? HeldBlock(pBlock) : nullptr;
+    return pool.QueryBlock(&pBlock) == 1 ? tn::Adopt(pBlock) : nullptr;
 }
 
 double SecondsSince(Clock::time_point start) {
@@ -65,7 +65,7 @@ TEST(FixedMemBlockPool, StartsEmptyWithOneReference) {
     FixedPool pool = MakeFixedPool(8, 1);
     EXPECT_EQ(pool->GetCount(), 0U);
     EXPECT_EQ(pool->GetMemorySize(), 0U);
-    EXPECT_EQ(pool.release()->Release(), 0);
+    EXPECT_EQ(pool.detach()->Release(), 0);
 }
 
 TEST(FixedMemBlockPool, BlocksAreUsedWhole) {
@@ -82,9 +82,9 @@ TEST(FixedMemBlockPool, BlocksAreUsedWhole) {
 TEST(FixedMemBlockPool, ABlockHasThePoolsAndTheCallersReference) {
     const FixedPool pool = MakeFixedPool(8, 1);
     HeldBlock block = Query(*pool);
-    EXPECT_EQ(block.release()->Release(), 1);
+    EXPECT_EQ(block.detach()->Release(), 1);
     HeldBlock again = Query(*pool);
-    EXPECT_EQ(again.release()->Release(), 1);
+    EXPECT_EQ(again.detach()->Release(), 1);
 }
 
 TEST(FixedMemBlockPool, CountsBlocksInUseAndFreeOnes) {
@@ -248,11 +248,11 @@ TEST(FixedMemBlockPool, BlocksOutliveTheirPool) {
     HeldBlock held = Query(*pool);
     Query(*pool).reset();
     FillPattern(*held, 5);
-    EXPECT_EQ(pool.release()->Release(), 0);
+    EXPECT_EQ(pool.detach()->Release(), 0);
     EXPECT_TRUE(HasPattern(*held, 5));
     held->AddRef();
     EXPECT_EQ(held->Release(), 1);
-    EXPECT_EQ(held.release()->Release(), 0);
+    EXPECT_EQ(held.detach()->Release(), 0);
 }
 
 TEST(FixedMemBlockPool, AnAddedReferenceKeepsTheBlockFromReturning) {
@@ -385,7 +385,7 @@ void ExpectLeftToItsHolders(HeldBlock block, const HeldOnTheFreeList& way) {
     for (int nLeft = way.nHolders - 1; nLeft > 0; --nLeft) {
         EXPECT_EQ(block->Release(), nLeft) << way.lpszName;
     }
-    EXPECT_EQ(block.release()->Release(), 0) << way.lpszName;
+    EXPECT_EQ(block.detach()->Release(), 0) << way.lpszName;
 }
 
 }  // namespace
@@ -397,7 +397,7 @@ TEST(FixedMemBlockPool, ItsEndLeavesAFreeBlockThatIsHeldToItsHolders) {
         FixedPool pool = MakeFixedPool(1000, kNoLimit);
         HeldBlock block = way.take(*pool);
         FillPattern(*block, 9);
-        EXPECT_EQ(pool.release()->Release(), 0);
+        EXPECT_EQ(pool.detach()->Release(), 0);
         ExpectLeftToItsHolders(std::move(block), way);
     }
 }
@@ -443,9 +443,9 @@ TEST(FixedMemBlockPool, ABlockReturnedTwiceIsHandedOutTwice) {
     HeldBlock second = Query(*pool);
     EXPECT_EQ(first.get(), pBlock);
     EXPECT_EQ(second.get(), pBlock);
-    EXPECT_EQ(first.release()->Release(), 2);
+    EXPECT_EQ(first.detach()->Release(), 2);
     pool.reset();
-    EXPECT_EQ(second.release()->Release(), 0);
+    EXPECT_EQ(second.detach()->Release(), 0);
 }
 
 // The last holder lets go at the very moment when the pool, or its sweep, looks at the block.
@@ -482,7 +482,7 @@ namespace {
 
 /// The first half of a last Release: the count has fallen, RecoveryMemBuff is still to be called.
 CTnRobotMemoryBlock* BeginLastRelease(CTnRobotFixedMemBlockPool& pool, HeldBlock block) {
-    auto* pBlock = dynamic_cast<CTnRobotMemoryBlock*>(block.release());
+    auto* pBlock = dynamic_cast<CTnRobotMemoryBlock*>(block.detach());
     pBlock->SetParent(nullptr);
     EXPECT_EQ(pBlock->Release(), 1);
     pBlock->SetParent(&pool);
@@ -504,8 +504,8 @@ TEST(FixedMemBlockPool, ABlockThatIsJustReturnedIsNotHandedOut) {
     pool->RecoveryMemBuff(pReturned);
     HeldBlock again = Query(*pool);
     EXPECT_EQ(again.get(), pReturned);
-    EXPECT_EQ(again.release()->Release(), 1);
-    EXPECT_EQ(pool.release()->Release(), 0);
+    EXPECT_EQ(again.detach()->Release(), 1);
+    EXPECT_EQ(pool.detach()->Release(), 0);
 }
 
 TEST(FixedMemBlockPool, ABlockThatIsJustReturnedCountsTowardsTheMaximum) {

@@ -17,12 +17,12 @@ namespace {
 constexpr unsigned int kBlockSize = 1048576;
 
 using Bytes = std::vector<unsigned char>;
-using HeldStream = Held<ITnRobotMemDataStream>;
+using HeldStream = TnRobotPtr<ITnRobotMemDataStream>;
 
 HeldStream MakeStream(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemDataStream* pStream = nullptr;
     EXPECT_EQ(TnCreateRobotMemDataStream(&pool, &pStream), 1);
-    return HeldStream(pStream);
+    return tn::Adopt(pStream);
 }
 
 Bytes SomeBytes(std::size_t nCount, unsigned int nSeed = 1) {
@@ -136,9 +136,9 @@ public:
 
 class RiggedStream : public ::testing::Test {
 protected:
-    RiggedStream() : m_pool(new CTnRiggedPool), m_stream(MakeStream(*m_pool)) {}
+    RiggedStream() : m_pool(tn::MakeObject<CTnRiggedPool>()), m_stream(MakeStream(*m_pool)) {}
 
-    Held<CTnRiggedPool> m_pool;
+    TnRobotPtr<CTnRiggedPool> m_pool;
     HeldStream m_stream;
 };
 
@@ -153,19 +153,19 @@ TEST(MemDataStream, StartsEmpty) {
 }
 
 TEST(MemDataStream, HoldsItsPoolForItsWholeLife) {
-    Held<CTnRiggedPool> pool(new CTnRiggedPool);
+    TnRobotPtr<CTnRiggedPool> pool(new CTnRiggedPool, tn::kAdopt);
     HeldStream stream = MakeStream(*pool);
     EXPECT_EQ(pool->Count(), 2);
     stream->Clear();
     EXPECT_EQ(pool->Count(), 2);
-    EXPECT_EQ(stream.release()->Release(), 0);
+    EXPECT_EQ(stream.detach()->Release(), 0);
     EXPECT_EQ(pool->Count(), 1);
 }
 
 TEST(MemDataStream, OutlivesTheCallersReferenceToThePool) {
     HeldPool pool = MakePool();
     const HeldStream stream = MakeStream(*pool);
-    EXPECT_EQ(pool.release()->Release(), 1);
+    EXPECT_EQ(pool.detach()->Release(), 1);
     const Bytes bytes = SomeBytes(10);
     EXPECT_EQ(Write(*stream, bytes), 0);
     EXPECT_EQ(Join(ReadAll(*stream)), bytes);

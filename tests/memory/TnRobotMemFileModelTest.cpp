@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/bytes/MemFileModels.h"
 #include "support/objects/Files.h"
-#include "support/objects/Held.h"
 
 using namespace tntest;
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/objects/Files.h"
-#include "support/objects/Held.h"
 
 using namespace tntest;
 
@@ -17,7 +17,7 @@ constexpr auto kBegin = ITnRobotFile::SEEK_DIRECT_BEGIN;
 constexpr auto kCurrent = ITnRobotFile::SEEK_DIRECT_CURRENT;
 constexpr auto kEnd = ITnRobotFile::SEEK_DIRECT_END;
 
-using HeldFile = Held<ITnRobotMemFile>;
+using HeldFile = TnRobotPtr<ITnRobotMemFile>;
 using Bytes = std::vector<unsigned char>;
 
 Bytes BytesOf(const std::string& text) {
@@ -167,7 +167,7 @@ TEST_F(MemFile, IsDestroyedOpen) {
     HeldFile file = MakeMemFile();
     ASSERT_TRUE(file->OpenWriteFile(4));
     EXPECT_EQ(Write(*file, "0123456789"), 1);
-    EXPECT_EQ(file.release()->Release(), 0);
+    EXPECT_EQ(file.detach()->Release(), 0);
 }
 
 TEST_F(FlatMemFile, ReadsUpToTheEndOfTheMemory) {

@@ -13,11 +13,11 @@ namespace {
 
 using Clock = std::chrono::system_clock;
 
-Held<CTnRobotProtocolMemBlock> MakeProtocolBlock(ITnRobotMemoryBlock* pParent, unsigned char* pData,
-                                                 unsigned int nSize) {
+TnRobotPtr<CTnRobotProtocolMemBlock> MakeProtocolBlock(ITnRobotMemoryBlock* pParent, unsigned char* pData,
+                                                       unsigned int nSize) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     EXPECT_EQ(CTnRobotProtocolMemBlock::CreateInstance(pParent, pData, nSize, &pBlock), 1);
-    return Hold(dynamic_cast<CTnRobotProtocolMemBlock*>(pBlock));
+    return tn::Adopt(dynamic_cast<CTnRobotProtocolMemBlock*>(pBlock));
 }
 
 }  // namespace

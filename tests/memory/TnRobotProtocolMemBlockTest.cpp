@@ -37,7 +37,7 @@ TEST(CustomMemBlock, KeepsItsParentAlive) {
     unsigned char* const pData = DataOf(*parent);
     pData[20] = 77;
     HeldBlock view = MakeView(parent.get(), pData + 20, 10);
-    EXPECT_EQ(parent.release()->Release(), 2);
+    EXPECT_EQ(parent.detach()->Release(), 2);
 
     // The parent is still in use, so the pool has to make another block.
     const HeldBlock other = Query(*pool, 100);
@@ -45,7 +45,7 @@ TEST(CustomMemBlock, KeepsItsParentAlive) {
     EXPECT_EQ(DataOf(*view), pData + 20);
     EXPECT_EQ(DataOf(*view)[0], 77);
 
-    EXPECT_EQ(view.release()->Release(), 0);
+    EXPECT_EQ(view.detach()->Release(), 0);
     const HeldBlock again = Query(*pool, 100);
     EXPECT_EQ(DataOf(*again), pData);
 }
@@ -66,10 +66,10 @@ TEST(CustomMemBlock, ViewsOfViewsGiveEverythingBack) {
     unsigned char* const pData = DataOf(*parent);
     HeldBlock outer = MakeView(parent.get(), pData, 50);
     HeldBlock inner = MakeView(outer.get(), pData + 10, 5);
-    EXPECT_EQ(parent.release()->Release(), 2);
-    EXPECT_EQ(outer.release()->Release(), 1);
+    EXPECT_EQ(parent.detach()->Release(), 2);
+    EXPECT_EQ(outer.detach()->Release(), 1);
     EXPECT_EQ(DataOf(*inner), pData + 10);
-    EXPECT_EQ(inner.release()->Release(), 0);
+    EXPECT_EQ(inner.detach()->Release(), 0);
     EXPECT_EQ(DataOf(*Query(*pool, 1)), pData);
 }
 
@@ -79,5 +79,5 @@ TEST(CustomMemBlock, IsDestroyedByItsLastReleaseAndNotRecycled) {
     view->AddRef();
     EXPECT_EQ(view->Release(), 1);
     EXPECT_EQ(DataOf(*view), &byte);
-    EXPECT_EQ(view.release()->Release(), 0);
+    EXPECT_EQ(view.detach()->Release(), 0);
 }

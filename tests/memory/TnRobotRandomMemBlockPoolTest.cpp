@@ -84,7 +84,7 @@ TEST(GeneralBlockPool, ReusesTheLastReturnedBlockFirst) {
 
 TEST(GeneralBlockPool, ABlockHasThePoolsAndTheCallersReference) {
     const HeldPool pool = MakePool();
-    EXPECT_EQ(Query(*pool, 10).release()->Release(), 1);
+    EXPECT_EQ(Query(*pool, 10).detach()->Release(), 1);
 }
 
 TEST(GeneralBlockPool, WithinAMinuteOfItsCreationASweepDoesNothing) {
@@ -108,11 +108,11 @@ TEST(GeneralBlockPool, BlocksOutliveIt) {
     HeldBlock large = Query(*pool, 100000);
     FillPattern(*small, 1);
     FillPattern(*large, 2);
-    EXPECT_EQ(pool.release()->Release(), 0);
+    EXPECT_EQ(pool.detach()->Release(), 0);
     EXPECT_TRUE(HasPattern(*small, 1));
     EXPECT_TRUE(HasPattern(*large, 2));
-    EXPECT_EQ(small.release()->Release(), 0);
-    EXPECT_EQ(large.release()->Release(), 0);
+    EXPECT_EQ(small.detach()->Release(), 0);
+    EXPECT_EQ(large.detach()->Release(), 0);
 }
 
 TEST(GeneralBlockPool, ThreadsNeverShareABlock) {

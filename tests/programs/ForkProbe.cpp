@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/threads/ThreadProbe.h"
 
 using namespace tntest;
@@ -148,21 +148,21 @@ void WhileThreadsLookUpClasses() {
     Often([] { CHECK(CTnRobotObject::CreateObjectFromGUID("11111111-2222-3333-4444-555555555555") == nullptr); });
 }
 
-Held<ITnRobotThread> RunningThread() {
+TnRobotPtr<ITnRobotThread> RunningThread() {
     ITnRobotThread* pThread = nullptr;
     TnCreateRobotThread(&pThread);
     pThread->SetWorkJob([](ITnRobotEvent*) { std::this_thread::yield(); });
     pThread->Run();
-    return Hold(pThread);
+    return tn::Adopt(pThread);
 }
 
 void ReleaseAThread() {
-    Held<ITnRobotThread> thread = RunningThread();
-    ReportChild([&thread] { CHECK(thread.release()->Release() == 0); });
+    TnRobotPtr<ITnRobotThread> thread = RunningThread();
+    ReportChild([&thread] { CHECK(thread.detach()->Release() == 0); });
 }
 
 // Held by a static of the program, which goes at exit.
-Held<ITnRobotThread> s_thread;
+TnRobotPtr<ITnRobotThread> s_thread;
 
 void ExitWithAThread() {
     s_thread = RunningThread();
@@ -186,10 +186,10 @@ void WhileAThreadWaits(const std::function<void()>& wait, const std::function<vo
     waiter.join();
 }
 
-Held<ITnRobotEvent> MakeEvent() {
+TnRobotPtr<ITnRobotEvent> MakeEvent() {
     ITnRobotEvent* pEvent = nullptr;
     TnCreateRobotManualEvent(false, &pEvent);
-    return Hold(pEvent);
+    return tn::Adopt(pEvent);
 }
 
 void AwaitSet(ITnRobotEvent& event) {
@@ -198,10 +198,10 @@ void AwaitSet(ITnRobotEvent& event) {
 }
 
 void ReleaseAnEvent() {
-    Held<ITnRobotEvent> event = MakeEvent();
+    TnRobotPtr<ITnRobotEvent> event = MakeEvent();
     ITnRobotEvent* const pEvent = event.get();
     WhileAThreadWaits([pEvent] { AwaitSet(*pEvent); }, [pEvent] { pEvent->SetEvent(); },
-                      [&event] { ReportChild([&event] { CHECK(event.release()->Release() == 0); }); });
+                      [&event] { ReportChild([&event] { CHECK(event.detach()->Release() == 0); }); });
 }
 
 void ReleaseASignal() {
@@ -218,7 +218,7 @@ void ReleaseASignal() {
 
 // Each round wakes a thread of the child by a notification of its own.
 void UseAnEvent() {
-    const Held<ITnRobotEvent> event = MakeEvent();
+    const TnRobotPtr<ITnRobotEvent> event = MakeEvent();
     ITnRobotEvent* const pEvent = event.get();
     const auto wait = [pEvent] { AwaitSet(*pEvent); };
     const auto wake = [pEvent] { pEvent->SetEvent(); };
@@ -251,10 +251,10 @@ private:
     std::atomic<int> m_nExecuted{0};
 };
 
-Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, Runner& runner) {
+TnRobotPtr<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, Runner& runner) {
     ITnRobotTask* pTask = nullptr;
     CHECK(pool.CreateTask(&runner, &pTask));
-    return Hold(pTask);
+    return tn::Adopt(pTask);
 }
 
 // A pool with a task that works, one that has stopped, and one that has become idle.
@@ -263,7 +263,7 @@ struct Tasks {
         TnCreateRobotTaskPool(&m_pPool);
         m_working = MakeTask(*m_pPool, *m_always);
         m_stopped = MakeTask(*m_pPool, *m_always);
-        const Held<ITnRobotTask> idle = MakeTask(*m_pPool, *m_always);
+        const TnRobotPtr<ITnRobotTask> idle = MakeTask(*m_pPool, *m_always);
         CHECK(m_working->Start() && m_stopped->Start() && idle->Start());
         m_stopped->Stop();
     }
@@ -277,18 +277,18 @@ struct Tasks {
         }
     }
 
-    Held<Runner> m_always = Hold(new Runner(false));
-    Held<Runner> m_once = Hold(new Runner(true));
+    TnRobotPtr<Runner> m_always = tn::Adopt(new Runner(false));
+    TnRobotPtr<Runner> m_once = tn::Adopt(new Runner(true));
     ITnRobotTaskPool* m_pPool = nullptr;
-    Held<ITnRobotTask> m_working;
-    Held<ITnRobotTask> m_stopped;
+    TnRobotPtr<ITnRobotTask> m_working;
+    TnRobotPtr<ITnRobotTask> m_stopped;
 };
 
 void ReleaseTasksAndTheirPool() {
     Tasks tasks;
     ReportChild([&tasks] {
-        CHECK(tasks.m_working.release()->Release() == 1);
-        CHECK(tasks.m_stopped.release()->Release() == 1);
+        CHECK(tasks.m_working.detach()->Release() == 1);
+        CHECK(tasks.m_stopped.detach()->Release() == 1);
         CHECK(tasks.m_pPool->Release() == 0);
         tasks.m_pPool = nullptr;
     });
@@ -299,8 +299,8 @@ void ReleaseThePoolBeforeItsTasks() {
     ReportChild([&tasks] {
         CHECK(tasks.m_pPool->Release() == 0);
         tasks.m_pPool = nullptr;
-        CHECK(tasks.m_working.release()->Release() == 0);
-        CHECK(tasks.m_stopped.release()->Release() == 0);
+        CHECK(tasks.m_working.detach()->Release() == 0);
+        CHECK(tasks.m_stopped.detach()->Release() == 0);
     });
 }
 
@@ -309,12 +309,12 @@ void UseThePool() {
     Tasks tasks;
     ReportChild([&tasks] {
         const unsigned int nIdle = tasks.m_pPool->GetTaskCount();
-        CHECK(tasks.m_working.release()->Release() == 1);
+        CHECK(tasks.m_working.detach()->Release() == 1);
         CHECK(tasks.m_pPool->GetTaskCount() == nIdle + 1);
         for (int n = 0; n < 3; ++n) {
-            const Held<Runner> runner = Hold(new Runner(true));
-            const Held<ITnRobotTask> first = MakeTask(*tasks.m_pPool, *runner);
-            const Held<ITnRobotTask> second = MakeTask(*tasks.m_pPool, *tasks.m_once);
+            const TnRobotPtr<Runner> runner = tn::Adopt(new Runner(true));
+            const TnRobotPtr<ITnRobotTask> first = MakeTask(*tasks.m_pPool, *runner);
+            const TnRobotPtr<ITnRobotTask> second = MakeTask(*tasks.m_pPool, *tasks.m_once);
             CHECK(first->Start() && second->Start());
             CHECK(runner->AwaitExecuted());
             first->Stop();
@@ -354,14 +354,14 @@ void UseThePoolInAJobsChild() {
     ITnRobotTask* pTask = nullptr;
     const auto inChild = [&] {
         CHECK(pTask->Release() == 1);
-        const Held<Runner> runner = Hold(new Runner(false));
-        const Held<ITnRobotTask> task = MakeTask(*pPool, *runner);
+        const TnRobotPtr<Runner> runner = tn::Adopt(new Runner(false));
+        const TnRobotPtr<ITnRobotTask> task = MakeTask(*pPool, *runner);
         CHECK(task.get() == pTask);
         CHECK(task->Start() && runner->AwaitExecuted());
         task->Stop();
         CHECK(!task->IsRunning());
     };
-    const Held<CallingRunner> forks = Hold(new CallingRunner([&inChild] { ReportChild(inChild); }));
+    const TnRobotPtr<CallingRunner> forks = tn::Adopt(new CallingRunner([&inChild] { ReportChild(inChild); }));
     CHECK(pPool->CreateTask(forks.get(), &pTask) && pTask->Start());
     CHECK(forks->AwaitCalled());
     pTask->Release();

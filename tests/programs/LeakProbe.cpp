@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/objects/Memory.h"
 
 using namespace tntest;
@@ -15,7 +15,7 @@ using namespace tntest;
 namespace {
 
 // Destroyed before the library's statics, which were made earlier.
-Held<ITnRobotMemFile> s_heldByStatic;
+TnRobotPtr<ITnRobotMemFile> s_heldByStatic;
 
 // What is left alive is still referred to, unless it is to be lost. Nobody reads it.
 ITnUnknown* volatile g_pKept[8];
@@ -36,17 +36,17 @@ constexpr unsigned int kBlockBytes = 100;
 
 // A general pool with one block in use and one that lies free.
 void KeepAPool() {
-    ITnRobotMemoryBlockPool* pPool = MakePool().release();
-    Held<ITnRobotMemoryBlock> used = Query(*pPool, kBlockBytes);
+    ITnRobotMemoryBlockPool* pPool = MakePool().detach();
+    TnRobotPtr<ITnRobotMemoryBlock> used = Query(*pPool, kBlockBytes);
     Query(*pPool, kBlockBytes).reset();
     g_pKept[0] = pPool;
-    g_pKept[1] = used.release();
+    g_pKept[1] = used.detach();
 }
 
 // The pools go first, the objects that came from them later.
 void OutliveThePools() {
     HeldPool pool = MakePool();
-    const Held<ITnRobotMemoryBlock> block = Query(*pool, kBlockBytes);
+    const TnRobotPtr<ITnRobotMemoryBlock> block = Query(*pool, kBlockBytes);
     ITnRobotSurfacePool* pSurfaces = nullptr;
     TnCreateRobotSurfacePool(pool.get(), &pSurfaces);
     ITnRobotSurface::STnSurfaceDesc desc{};
@@ -54,7 +54,7 @@ void OutliveThePools() {
     desc.eImageType = TN_IMAGE_GRAY8;
     ITnRobotSurface* pSurface = nullptr;
     pSurfaces->QuerySurface(desc, &pSurface);
-    const Held<ITnRobotDataValue> value = Hold(MakeValue(1));
+    const TnRobotPtr<ITnRobotDataValue> value = tn::Adopt(MakeValue(1));
     pSurfaces->Release();
     pool.reset();
     TnRobotUtils::Destroy();
@@ -72,8 +72,8 @@ bool Run(const char* lpszCase) {
         const char* lpszName;
         void (*pfnRun)();
     } cases[] = {
-        {"nothing", [] { Hold(MakeFile()).reset(); }},
-        {"static", [] { s_heldByStatic = Hold(MakeFile()); }},
+        {"nothing", [] { tn::Adopt(MakeFile()).reset(); }},
+        {"static", [] { s_heldByStatic = tn::Adopt(MakeFile()); }},
         {"outlived pools", OutliveThePools},
         {"two files", [] { g_pKept[0] = MakeFile(), g_pKept[1] = MakeFile(); }},
         {"a value",

@@ -24,6 +24,16 @@ namespace {
 constexpr char kLoggerLibrary[] = "libTnRobotLog.so";
 constexpr int kSilentLevel = -2;
 
+// What the loader said last on this thread, up to the first name in it that the test chooses.
+void PrintReason() {
+    const char* lpszReason = dlerror();
+    const std::string strReason = lpszReason != nullptr ? lpszReason : "";
+    const char* lpszNamed = strReason.find("TnCreateRobotLogger") != std::string::npos ? "function"
+                            : strReason.find(kLoggerLibrary) != std::string::npos      ? "library"
+                                                                                       : "nothing";
+    std::printf("missing: %s\n", lpszNamed);
+}
+
 void* OpenIfLoaded() {
     return dlopen(kLoggerLibrary, RTLD_LAZY | RTLD_NOLOAD);
 }
@@ -163,6 +173,7 @@ bool Relink(const std::string& target) {
 Verbs AllVerbs() {
     return {
         {"init", [](const Step&) { std::printf("Init %d\n", TnRobotLogUtils::Init()); }},
+        {"reason", [](const Step&) { PrintReason(); }},
         {"destroy", [](const Step&) { TnRobotLogUtils::Destroy(); }},
         {"param", [](const Step& s) { TnRobotLogUtils::SetLogParam(s.number, std::atoi(s.text.c_str())); }},
         {"log", [](const Step& s) { TnRobotLogUtils::PrintLog(s.number, "%s", s.text.c_str()); }},

@@ -2,6 +2,9 @@
 // linked: tests compile it once without a mistake, which must succeed, and once with each, which
 // must fail with the message that CMakeLists.txt expects.
 
+#include <string>
+#include <vector>
+
 #include "TnRobotKernel/make.h"
 
 namespace {
@@ -120,6 +123,48 @@ using File = TnRobotPtr<ITnRobotFile>;
     return file + 1;
 #else
     return file ? 1 : 0;
+#endif
+}
+
+[[maybe_unused]] int LockTemporary(ITnRobotSurfacePool& pool) {
+#ifdef MISTAKE_LOCK_TEMPORARY
+    const tn::LockedPixels pixels(tn::QuerySurface(pool, {}));
+#else
+    const auto surface = tn::QuerySurface(pool, {});
+    const tn::LockedPixels pixels(surface);
+#endif
+    return pixels.Width();
+}
+
+[[maybe_unused]] void SetInGroup(ITnRobotDataValueGroup& group, const float* pCurve, const std::string* pText) {
+#if defined(MISTAKE_SET_POINTER)
+    tn::Set(group, "curve", pCurve);
+#elif defined(MISTAKE_SET_ADDRESSES)
+    tn::Set(group, "texts", std::vector<const std::string*>{pText});
+#elif defined(MISTAKE_SET_STRINGS)
+    tn::Set(group, "texts", std::vector<std::string>{*pText});
+#elif defined(MISTAKE_SET_LONG_DOUBLE)
+    tn::Set(group, "number", static_cast<long double>(*pCurve));
+#else
+    tn::Set(group, "curve", std::vector<float>(pCurve, pCurve + 3));
+    tn::Set(group, "text", *pText);
+#endif
+}
+
+[[maybe_unused]] bool GetPointer(ITnRobotDataValueGroup& group) {
+#ifdef MISTAKE_GET_POINTER
+    return tn::Get<const char*>(group, "text").has_value();
+#else
+    return tn::Get<std::string>(group, "text").has_value();
+#endif
+}
+
+#pragma GCC diagnostic error "-Wdeprecated-declarations"
+[[maybe_unused]] bool CallDeprecated() {
+#ifdef MISTAKE_CALL_DEPRECATED
+    return TnRobotUtils::MatchWildcard("a.bmp", "*.bmp");
+#else
+    return TnRobotUtils::GetFileSize("a.bmp") != 0;
 #endif
 }
 

@@ -505,13 +505,13 @@ TEST_F(GraphReading, ATextThatIsCutIsNoSuccessInAMemoryFileEither) {
 
 TEST_F(GraphReading, AnyFileWillDo) {
     const auto node = tn::MakeObject<TestNode>(1);
-    const Held<TestFile> file = TestFile::Create(Saved({node.get()}));
+    const TnRobotPtr<TestFile> file = TestFile::Create(Saved({node.get()}));
     tn::ObjectReader reader(*file);
     EXPECT_TRUE(reader.Read<TestNode>());
     EXPECT_TRUE(reader.Finish());
     for (int nCall = 1; nCall <= file->ReadCalls(); ++nCall) {
         for (long long nAnswer : {0LL, -1LL, TestFile::kShort}) {
-            const Held<TestFile> failing = TestFile::Create(Saved({node.get()}));
+            const TnRobotPtr<TestFile> failing = TestFile::Create(Saved({node.get()}));
             failing->FailRead(nCall, nAnswer, true);
             tn::ObjectReader other(*failing);
             std::error_code ec;
@@ -610,10 +610,10 @@ TEST_F(GraphWriting, EveryFailingWriteIsReported) {
     tn::ObjectWriter writer;
     const auto root = Chain(3);
     ASSERT_TRUE(writer.Write(root.get()));
-    const Held<TestFile> whole = TestFile::Create();
+    const TnRobotPtr<TestFile> whole = TestFile::Create();
     ASSERT_TRUE(writer.WriteTo(*whole));
     for (int nCall = 1; nCall <= whole->WriteCalls(); ++nCall) {
-        const Held<TestFile> failing = TestFile::Create();
+        const TnRobotPtr<TestFile> failing = TestFile::Create();
         failing->FailWrite(nCall);
         EXPECT_FALSE(writer.WriteTo(*failing)) << nCall;
     }

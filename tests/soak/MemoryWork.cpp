@@ -44,7 +44,7 @@ void UsePool(Worker& worker, ITnRobotMemoryBlockPool& pool, unsigned int nLarges
 void UseStream(Worker& worker) {
     ITnRobotMemDataStream* pStream = nullptr;
     Require(TnCreateRobotMemDataStream(worker.shop.blocks.get(), &pStream) == 1, "no stream");
-    const Held<ITnRobotMemDataStream> stream(pStream);
+    const TnRobotPtr<ITnRobotMemDataStream> stream(pStream, tn::kAdopt);
     Bytes written(worker.Size(1, 1500000));
     for (std::size_t n = 0; n < written.size(); ++n) {
         written[n] = static_cast<unsigned char>(n * 13 + (n >> 9));

@@ -15,7 +15,7 @@ namespace tnsoak {
 namespace {
 
 using Utils = TnRobotImageUtils;
-using Surface = Held<ITnRobotSurface>;
+using Surface = TnRobotPtr<ITnRobotSurface>;
 
 constexpr int kBytesPerPixel = 3;
 
@@ -33,7 +33,7 @@ Surface MakeSurface(Worker& worker, ETnNLImageType eType, int nWidth, int nHeigh
     ITnRobotSurface* pSurface = nullptr;
     const STnNLImageData record = Record(eType, nWidth, nHeight, pixels);
     Require(Utils::NlImage2Surface(record, worker.shop.surfaces.get(), &pSurface) == 0, "no surface");
-    Surface surface(pSurface);
+    Surface surface(pSurface, tn::kAdopt);
     Require(SurfaceBytes(surface.get()) == pixels, "a surface differs from its record");
     return surface;
 }
@@ -47,19 +47,19 @@ void ClipAndJoin(Worker& worker, ITnRobotSurface* pWhole) {
     ITnRobotSurface* pRight = nullptr;
     ITnRobotSurface* pJoined = nullptr;
     Require(Utils::ClipImage(pPool, pWhole, {0, nHalf, 0, desc.nHeight}, &pLeft) == 0, "the left half is refused");
-    const Surface left(pLeft);
+    const Surface left(pLeft, tn::kAdopt);
     Require(Utils::ClipImage(pPool, pWhole, {nHalf, 2 * nHalf, 0, desc.nHeight}, &pRight) == 0,
             "the right half is refused");
-    const Surface right(pRight);
+    const Surface right(pRight, tn::kAdopt);
     Require(Utils::PieceImage(pPool, left.get(), right.get(), &pJoined) == 1, "the halves are not joined");
-    const Surface joined(pJoined);
+    const Surface joined(pJoined, tn::kAdopt);
     Require(SurfaceBytes(joined.get()) == SurfaceBytes(pWhole), "the joined picture differs");
 }
 
 Surface LoadFrom(Worker& worker, const std::string& path) {
     ITnRobotSurface* pSurface = nullptr;
     Require(Utils::LoadImage(path.c_str(), worker.shop.surfaces.get(), &pSurface) == 0, "a picture is not loaded");
-    return Surface(pSurface);
+    return tn::Adopt(pSurface);
 }
 
 void RequireAlike(const Bytes& left, const Bytes& right) {
@@ -106,10 +106,10 @@ void UseJpeg(Worker& worker) {
 
     ITnRobotMemoryBlock* pBlock = nullptr;
     Require(Utils::SaveImage(saved.get(), worker.shop.blocks.get(), &pBlock) == 0, "no JPEG in memory");
-    const Held<ITnRobotMemoryBlock> block(pBlock);
+    const TnRobotPtr<ITnRobotMemoryBlock> block(pBlock, tn::kAdopt);
     ITnRobotSurface* pSurface = nullptr;
     Require(Utils::LoadImage(block.get(), worker.shop.surfaces.get(), &pSurface) == 0, "a JPEG in memory is refused");
-    const Surface fromMemory(pSurface);
+    const Surface fromMemory(pSurface, tn::kAdopt);
     Require(SurfaceBytes(fromMemory.get()) == SurfaceBytes(loaded.get()), "disk and memory differ");
     ClipAndJoin(worker, fromMemory.get());
 }

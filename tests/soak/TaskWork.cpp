@@ -52,10 +52,10 @@ enum Ending { kByItself, kStopped, kReleased, kEndings };
 }  // namespace
 
 void UseTasks(Worker& worker) {
-    const Held<AddingRunner> runner = Hold(new AddingRunner(worker.Number(1, 50)));
+    const TnRobotPtr<AddingRunner> runner = tn::Adopt(new AddingRunner(worker.Number(1, 50)));
     ITnRobotTask* pTask = nullptr;
     Require(worker.shop.tasks->CreateTask(runner.get(), &pTask), "no task");
-    Held<ITnRobotTask> task(pTask);
+    TnRobotPtr<ITnRobotTask> task(pTask, tn::kAdopt);
     Require(task->Start(), "a task does not start");
     const int nEnding = worker.Number(0, kEndings - 1);
     if (nEnding == kByItself) {
@@ -73,7 +73,7 @@ void UseTasks(Worker& worker) {
 void UseThread(Worker& worker) {
     ITnRobotThread* pThread = nullptr;
     Require(TnCreateRobotThread(&pThread) == 1, "no thread");
-    const Held<ITnRobotThread> thread(pThread);
+    const TnRobotPtr<ITnRobotThread> thread(pThread, tn::kAdopt);
     std::atomic<int> nPasses{0};
     thread->SetWorkJob([&nPasses](ITnRobotEvent* /*pStopEvent*/) { ++nPasses; });
     const int nRounds = worker.Number(1, 3);

@@ -51,9 +51,9 @@ void RequireSameEntries(ITnRobotDataValueGroup& left, ITnRobotDataValueGroup& ri
         ITnRobotDataValue* pLeft = nullptr;
         ITnRobotDataValue* pRight = nullptr;
         Require(left.GetValue(strName.c_str(), &pLeft) == 0, "an entry is missing");
-        const Value leftValue(pLeft);
+        const Value leftValue(pLeft, tn::kAdopt);
         Require(right.GetValue(strName.c_str(), &pRight) == 0, "an entry was not loaded");
-        const Value rightValue(pRight);
+        const Value rightValue(pRight, tn::kAdopt);
         Require(SavedFormOf(*leftValue) == SavedFormOf(*rightValue), "an entry has changed");
     }
 }
@@ -61,7 +61,7 @@ void RequireSameEntries(ITnRobotDataValueGroup& left, ITnRobotDataValueGroup& ri
 // What an archive over a memory file of small chunks gets to hold.
 template <typename Store>
 Bytes Archived(ITnRobotArchive& archive, Store store) {
-    const Held<ITnRobotMemFile> file = MakeMemFile();
+    const TnRobotPtr<ITnRobotMemFile> file = MakeMemFile();
     Require(file->OpenWriteFile(100) && archive.Attach(file.get(), true), "the memory file is refused");
     store();
     archive.Detach();
@@ -72,12 +72,12 @@ Bytes Archived(ITnRobotArchive& archive, Store store) {
 }
 
 // A chain of nodes whose last one every other names too.
-Held<TestNode> MakeChain(int nNodes) {
-    const Held<TestNode> last = TestNode::Create(nNodes);
-    Held<TestNode> first = TestNode::Create(nNodes - 1);
+TnRobotPtr<TestNode> MakeChain(int nNodes) {
+    const TnRobotPtr<TestNode> last = TestNode::Create(nNodes);
+    TnRobotPtr<TestNode> first = TestNode::Create(nNodes - 1);
     first->Add(last.get());
     for (int n = nNodes - 2; n > 0; --n) {
-        Held<TestNode> next = TestNode::Create(n);
+        TnRobotPtr<TestNode> next = TestNode::Create(n);
         next->Add(first.get());
         next->Add(last.get());
         first = std::move(next);
@@ -99,28 +99,28 @@ void ArchiveObjects(Worker& worker) {
     const int nNodes = worker.Number(2, 40);
     Bytes saved;
     {
-        const Held<TestNode> chain = MakeChain(nNodes);
-        const Held<ITnRobotArchive> archive = MakeArchive();
+        const TnRobotPtr<TestNode> chain = MakeChain(nNodes);
+        const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
         int nResult = 0;
         const Bytes body = Archived(*archive, [&] { nResult = archive->WriteObject(chain.get()); });
         saved = Archived(*archive, [&] { nResult += archive->WriteMapHeader(); }) + body;
         Require(nResult == 2, "the objects were not written");
     }
-    const Held<ITnRobotMemFile> file = MakeMemFile();
+    const TnRobotPtr<ITnRobotMemFile> file = MakeMemFile();
     Require(file->OpenMemFile(saved.data(), static_cast<long long>(saved.size()), false), "no file over memory");
-    const Held<ITnRobotArchive> archive = MakeArchive();
+    const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     Require(archive->Attach(file.get(), false) && archive->ReadMapHeader() == 1, "the header was not read");
     CTnRobotObject* pObject = nullptr;
     Require(archive->ReadObject(&pObject) == 1, "the objects were not read");
-    const Held<TestNode> loaded = Hold(dynamic_cast<TestNode*>(pObject));
+    const TnRobotPtr<TestNode> loaded = tn::Adopt(dynamic_cast<TestNode*>(pObject));
     Require(loaded != nullptr, "another object was read");
     RequireChain(*loaded, nNodes);
 }
 
 void TransferGroup(ITnRobotDataValueGroup& group, const std::string& path, bool bStoring) {
-    const Held<ITnRobotFile> file = MakeFile();
+    const TnRobotPtr<ITnRobotFile> file = MakeFile();
     Require(file->Open(path.c_str(), bStoring), "the file cannot be opened");
-    const Held<ITnRobotArchive> archive = MakeArchive();
+    const TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     Require(archive->Attach(file.get(), bStoring), "the file is refused");
     Require(group.Serialize(archive.get()) == 1, "the group was not transferred");
     archive->Flush();
@@ -144,7 +144,7 @@ void UseValues(Worker& worker) {
     const Reading reading = ReadAs(*value, sample.eType);
     Require(reading.nError == 0, "a value has another type");
     Require(value->Convert2String(nullptr) == sample.strText, "a value has another text");
-    const Value clone(value->Clone());
+    const Value clone = tn::Adopt(value->Clone());
     Require(clone != nullptr && SavedFormOf(*clone) == SavedFormOf(*value), "a copy differs");
     const Bytes block(worker.Size(1, 5000), static_cast<unsigned char>(worker.Number(0, 255)));
     const Value blockValue = BlockValue(block);
@@ -156,7 +156,7 @@ void UseValues(Worker& worker) {
 
 void UseGroups(Worker& worker) {
     const Group group = RandomGroup(worker);
-    const Group clone(group->Clone());
+    const Group clone(group->Clone(), tn::kAdopt);
     RequireSameEntries(*group, *clone);
     const Group loaded = NewGroup();
     Require(LoadFrom(*loaded, SavedFormOf(*group)) == 1, "a group was not loaded");

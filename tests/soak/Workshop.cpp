@@ -15,15 +15,15 @@ constexpr unsigned int kLargeBlock = 8 * 1024 * 1024;
 constexpr unsigned int kPerBuffer = 3;
 
 template <typename T, typename Create>
-Held<T> Made(Create create) {
+TnRobotPtr<T> Made(Create create) {
     T* pNew = nullptr;
     Require(create(&pNew) == 1 && pNew != nullptr, "nothing was created");
-    return Hold(pNew);
+    return tn::Adopt(pNew);
 }
 
 template <typename T>
-bool IsLast(Held<T>& held) {
-    return held.release()->Release() == 0;
+bool IsLast(TnRobotPtr<T>& held) {
+    return held.detach()->Release() == 0;
 }
 
 }  // namespace

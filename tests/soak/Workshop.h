@@ -11,11 +11,9 @@
 #include <string>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 
 namespace tnsoak {
-
-using tntest::Held;
 
 /// The pools that all workers use at once.
 class Workshop {
@@ -27,10 +25,10 @@ public:
     /// Gives the pools back. @return whether that was the end of each: nothing holds them any more.
     bool Close();
 
-    Held<ITnRobotMemoryBlockPool> blocks;
-    Held<ITnRobotMemoryBlockPool> circle;
-    Held<ITnRobotSurfacePool> surfaces;
-    Held<ITnRobotTaskPool> tasks;
+    TnRobotPtr<ITnRobotMemoryBlockPool> blocks;
+    TnRobotPtr<ITnRobotMemoryBlockPool> circle;
+    TnRobotPtr<ITnRobotSurfacePool> surfaces;
+    TnRobotPtr<ITnRobotTaskPool> tasks;
     std::filesystem::path directory;
 
 private:

@@ -30,7 +30,7 @@ inline std::map<std::string, ETnRobotDataValueType> EntriesOf(ITnRobotDataValueG
 
 inline Value ValueOf(ITnRobotDataValueGroup& group, const char* lpszName) {
     ITnRobotDataValue* pValue = nullptr;
-    return Value(group.GetValue(lpszName, &pValue) == 0 ? pValue : nullptr);
+    return tn::Adopt(group.GetValue(lpszName, &pValue) == 0 ? pValue : nullptr);
 }
 
 // A group with one entry of each type under the type's name, made with the typed setters.

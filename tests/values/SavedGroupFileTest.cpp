@@ -118,7 +118,7 @@ std::string LoadedText(const Entry& entry) {
 Value Named(ITnRobotDataValueGroup& group, const char* lpszName) {
     ITnRobotDataValue* pValue = nullptr;
     group.GetValue(lpszName, &pValue);
-    return Value(pValue);
+    return tn::Adopt(pValue);
 }
 
 }  // namespace

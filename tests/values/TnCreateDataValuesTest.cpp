@@ -82,7 +82,7 @@ struct FromStream {
 FromStream MakeFrom(ITnRobotMemDataStream* pStream) {
     ITnRobotDataValue* pValue = nullptr;
     const int nResult = TnCreateRobotBlockData(pStream, &pValue);
-    return {nResult, Value(pValue)};
+    return {nResult, tn::Adopt(pValue)};
 }
 
 Bytes BlockOf(ITnRobotDataValue& value) {
@@ -114,7 +114,7 @@ std::vector<int> CreateOneOfEach(ITnRobotDataValue** ppOut) {
 TEST(CreateDataValues, AnswerZeroForSuccessWithOneReferenceForTheCaller) {
     const FreshValuePool pool;
     for (const ValueSample& sample : ValueSamples()) {
-        ITnRobotDataValue* pValue = sample.create().release();
+        ITnRobotDataValue* pValue = sample.create().detach();
         ASSERT_NE(pValue, nullptr) << sample.lpszName;
         EXPECT_EQ(pValue->Release(), 1) << sample.lpszName;
     }
@@ -196,7 +196,7 @@ TEST(CreateDataValues, ABlockOfNoBytesHasNoData) {
     for (const void* pData : {static_cast<const void*>(nullptr), static_cast<const void*>("x")}) {
         ITnRobotDataValue* pOut = nullptr;
         ASSERT_EQ(TnCreateRobotBlockData(pData, 0, &pOut), 0);
-        Value value(pOut);
+        Value value(pOut, tn::kAdopt);
         unsigned int nLength = 99;
         EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_BLOCK);
         EXPECT_EQ(value->BlockData(nLength, nullptr), nullptr);
@@ -251,7 +251,7 @@ TEST(CreateDataValues, AHeldValueOutlivesThePoolButIsCleared) {
     unsigned int nLength = 99;
     EXPECT_STREQ(value->Convert2String(&nLength), "");
     EXPECT_EQ(nLength, 0U);
-    EXPECT_EQ(value.release()->Release(), 0);
+    EXPECT_EQ(value.detach()->Release(), 0);
 }
 
 TEST(CreateDataValues, AValueWithSeveralHoldersOutlivesThePoolUnchanged) {
@@ -262,7 +262,7 @@ TEST(CreateDataValues, AValueWithSeveralHoldersOutlivesThePoolUnchanged) {
     TnRobotUtils::Init();
     EXPECT_STREQ(value->Convert2String(nullptr), "still here");
     EXPECT_EQ(value->Release(), 1);
-    EXPECT_EQ(value.release()->Release(), 0);
+    EXPECT_EQ(value.detach()->Release(), 0);
 }
 
 TEST(CreateDataValues, ASecondShutDownDoesNothing) {
@@ -278,7 +278,7 @@ TEST(CreateDataValues, TakeAWholeStream) {
     for (std::size_t nLength : {0U, 1U, 1048575U, 1048576U, 1048577U, 2500000U}) {
         ITnRobotMemDataStream* pStream = nullptr;
         ASSERT_EQ(TnCreateRobotMemDataStream(blocks.get(), &pStream), 1);
-        Held<ITnRobotMemDataStream> stream(pStream);
+        TnRobotPtr<ITnRobotMemDataStream> stream(pStream, tn::kAdopt);
         Bytes bytes(nLength);
         for (std::size_t i = 0; i < nLength; ++i) {
             bytes[i] = static_cast<unsigned char>(i * 11 + (i >> 12));
@@ -295,7 +295,7 @@ TEST(CreateDataValues, TakeAWholeStream) {
 }
 
 TEST(CreateDataValues, ReadAStreamInOnePassAndDoNotKeepIt) {
-    Held<ScriptedStream> stream = Hold(new ScriptedStream(5, {{FromHex("0102")}, {FromHex("030405")}}));
+    TnRobotPtr<ScriptedStream> stream = tn::Adopt(new ScriptedStream(5, {{FromHex("0102")}, {FromHex("030405")}}));
     FromStream made = MakeFrom(stream.get());
     EXPECT_EQ(BlockOf(*made.value), FromHex("0102030405"));
     EXPECT_EQ(stream->m_nBegun, 1);
@@ -305,7 +305,7 @@ TEST(CreateDataValues, ReadAStreamInOnePassAndDoNotKeepIt) {
 }
 
 TEST(CreateDataValues, DoNotReadAnEmptyStream) {
-    Held<ScriptedStream> stream = Hold(new ScriptedStream(0, {{FromHex("01")}}));
+    TnRobotPtr<ScriptedStream> stream = tn::Adopt(new ScriptedStream(0, {{FromHex("01")}}));
     FromStream made = MakeFrom(stream.get());
     ASSERT_EQ(made.nResult, 0);
     EXPECT_EQ(made.value->GetDataValueType(), DATA_TYPE_BLOCK);
@@ -345,7 +345,7 @@ TEST(CreateDataValues, StopAtAStreamThatDoesNotKeepItsWord) {
          "0102030405060708"},
     };
     for (const auto& row : rows) {
-        Held<ScriptedStream> stream = Hold(new ScriptedStream(8, row.pieces));
+        TnRobotPtr<ScriptedStream> stream = tn::Adopt(new ScriptedStream(8, row.pieces));
         FromStream made = MakeFrom(stream.get());
         ASSERT_EQ(made.nResult, 0) << row.lpszName;
         EXPECT_EQ(BlockOf(*made.value), FromHex(row.lpszStored)) << row.lpszName;
@@ -383,7 +383,7 @@ TEST(CreateDataValues, AStreamMayUseValuesWhileItIsRead) {
     const Watchdog watchdog(30);
     int nOwn = 0;
     int nOther = 0;
-    Held<BusyStream> stream = Hold(new BusyStream([&] {
+    TnRobotPtr<BusyStream> stream = tn::Adopt(new BusyStream([&] {
         nOwn = IntValue(5)->IntData(nullptr);
         std::thread other([&] { nOther = IntValue(6)->IntData(nullptr); });
         other.join();
@@ -403,7 +403,7 @@ TEST(CreateDataValues, AStreamThatThrowsLeavesThePoolAsItWas) {
     const Value held = IntValue(2);
     const Value second = IntValue(3);
     EXPECT_EQ(held.get(), pFirst) << "one lies free at most";
-    Held<BusyStream> stream = Hold(new BusyStream([] { throw std::runtime_error("no bytes"); }));
+    TnRobotPtr<BusyStream> stream = tn::Adopt(new BusyStream([] { throw std::runtime_error("no bytes"); }));
     ITnRobotDataValue* pOut = nullptr;
     EXPECT_THROW(TnCreateRobotBlockData(stream.get(), &pOut), std::runtime_error);
     EXPECT_EQ(pOut, nullptr);
@@ -413,7 +413,7 @@ TEST(CreateDataValues, AStreamThatThrowsLeavesThePoolAsItWas) {
 
 TEST(CreateDataValues, AStreamIsNotReadWithoutAnOutPointerOrAPool) {
     int nReads = 0;
-    Held<BusyStream> stream = Hold(new BusyStream([&] { ++nReads; }));
+    TnRobotPtr<BusyStream> stream = tn::Adopt(new BusyStream([&] { ++nReads; }));
     EXPECT_EQ(TnCreateRobotBlockData(stream.get(), nullptr), -1);
     const NoValuePool noPool;
     ITnRobotDataValue* pOut = nullptr;
@@ -484,12 +484,12 @@ TEST(CreateDataValues, NobodyWaitsWhileALongBlockIsCopied) {
     const int nResult = TnCreateRobotBlockData(GuardedPage::Data(), GuardedPage::kSize, &pValue);
     other.join();
     ASSERT_EQ(nResult, 0);
-    const Value value(pValue);
+    const Value value(pValue, tn::kAdopt);
     EXPECT_EQ(BlockOf(*value), Bytes(GuardedPage::kSize));
 }
 
 TEST(CreateDataValues, EndWithAStreamOfEmptyPieces) {
-    Held<ScriptedStream> stream = Hold(new ScriptedStream(8, {{FromHex("0102")}}));
+    TnRobotPtr<ScriptedStream> stream = tn::Adopt(new ScriptedStream(8, {{FromHex("0102")}}));
     stream->GoOnForEver();
     FromStream made = MakeFrom(stream.get());
     ASSERT_EQ(made.nResult, 0);
@@ -503,7 +503,7 @@ namespace {
 bool MakeCheckAndRelease(const std::vector<ValueSample>& samples, std::mt19937& random) {
     const ValueSample& sample = samples[random() % samples.size()];
     Value value = sample.create();
-    Value shown = random() % 2 == 0 ? Value(value->Clone()) : std::move(value);
+    Value shown = random() % 2 == 0 ? tn::Adopt(value->Clone()) : std::move(value);
     return shown->GetDataValueType() == sample.eType && shown->Convert2String(nullptr) == sample.strText;
 }
 

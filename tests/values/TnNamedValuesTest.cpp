@@ -21,7 +21,7 @@ namespace {
 using Model = std::map<std::string, ITnRobotDataValue*>;
 
 NamedValues::Value NewValue() {
-    return NamedValues::Value::Adopt(IntValue(1).release());
+    return tn::Adopt(IntValue(1).detach());
 }
 
 void ExpectEqual(const NamedValues& values, const Model& model) {
@@ -29,12 +29,12 @@ void ExpectEqual(const NamedValues& values, const Model& model) {
     for (const auto& entry : values.Entries()) {
         const auto it = model.find(entry.m_strName);
         ASSERT_NE(it, model.end()) << entry.m_strName;
-        EXPECT_EQ(entry.m_value.Get(), it->second) << entry.m_strName;
+        EXPECT_EQ(entry.m_value.get(), it->second) << entry.m_strName;
     }
     for (const auto& [strName, pValue] : model) {
         const auto* pEntry = values.Find(strName);
         ASSERT_NE(pEntry, nullptr) << strName;
-        EXPECT_EQ(pEntry->m_value.Get(), pValue) << strName;
+        EXPECT_EQ(pEntry->m_value.get(), pValue) << strName;
     }
 }
 
@@ -49,11 +49,11 @@ void CompareWithTheStandardDictionary(const std::vector<std::string>& names) {
         switch (random() % 5) {
             case 0:
             case 1:
-                model[strName] = value.Get();
+                model[strName] = value.get();
                 values.Set(strName, std::move(value));
                 break;
             case 2:
-                model.emplace(strName, value.Get());
+                model.emplace(strName, value.get());
                 values.Insert(std::string(strName), std::move(value));
                 break;
             default:
@@ -136,15 +136,15 @@ TEST(NamedValues, AreFoundByAllBytesOfTheirNames) {
     values.Set(strWithZero, NewValue());
     values.Set("", NewValue());
     EXPECT_EQ(values.Entries().size(), 3U);
-    EXPECT_NE(values.Find("a")->m_value.Get(), values.Find(strWithZero)->m_value.Get());
+    EXPECT_NE(values.Find("a")->m_value.get(), values.Find(strWithZero)->m_value.get());
 }
 
 TEST(NamedValues, AnInsertedValueDoesNotReplace) {
     NamedValues values;
     values.Insert("name", NewValue());
-    const ITnRobotDataValue* pFirst = values.Find("name")->m_value.Get();
+    const ITnRobotDataValue* pFirst = values.Find("name")->m_value.get();
     values.Insert("name", NewValue());
-    EXPECT_EQ(values.Find("name")->m_value.Get(), pFirst);
+    EXPECT_EQ(values.Find("name")->m_value.get(), pFirst);
     EXPECT_EQ(values.Entries().size(), 1U);
 }
 

@@ -104,7 +104,7 @@ TEST(DataValueGroupSaving, FollowsTheOrderOfTheEnumeration) {
 TEST(DataValueGroupSaving, SucceedsWithoutAFileAndWhateverItsWritesAnswer) {
     Group group = NewGroup();
     group->SetValue("ab", 5);
-    Held<ITnRobotArchive> detached = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> detached = MakeArchive();
     EXPECT_EQ(group->Serialize(detached.get()), 1);
     for (int nCall = 1; nCall <= 8; ++nCall) {
         for (bool bFromThenOn : {false, true}) {
@@ -137,7 +137,7 @@ private:
 TEST(DataValueGroupSaving, AnApplicationsOwnValueIsSavedInItsPlaceWhateverItAnswers) {
     for (int nAnswer : {0, 1}) {
         Group group = NewGroup();
-        group->SetValue("own", Hold<ITnRobotDataValue>(new SavableValue(nAnswer)).get());
+        group->SetValue("own", tn::Adopt<ITnRobotDataValue>(new SavableValue(nAnswer)).get());
         EXPECT_EQ(SavedFormOf(*group), U8(1) + U32(1) + SavedString("own") + SavedValue(DATA_TYPE_INT, BytesOf(4711)));
     }
 }
@@ -187,7 +187,7 @@ TEST(DataValueGroupLoading, ALoadedValueIsNotPooled) {
     Value value = ValueOf(*group, "a");
     EXPECT_EQ(group->RemoveValue("a"), 0);
     EXPECT_EQ(value->IntData(nullptr), 5) << "nothing clears it";
-    EXPECT_EQ(value.release()->Release(), 0) << "it is destroyed, not recycled";
+    EXPECT_EQ(value.detach()->Release(), 0) << "it is destroyed, not recycled";
 }
 
 TEST(DataValueGroupLoading, AddsToWhatIsThereAndKeepsExistingEntries) {
@@ -302,7 +302,7 @@ TEST(DataValueGroupLoading, ANameThatIsOnlyAZeroIsTheEmptyName) {
 TEST(DataValueGroupLoading, ClonesOfLoadedGroupsReadTheSame) {
     Group group = NewGroup();
     ASSERT_EQ(LoadFrom(*group, SavedFormOf(*GroupOfEverything())), 1);
-    Group clone(group->Clone());
+    Group clone = tn::Adopt(group->Clone());
     EXPECT_EQ(EntriesOf(*clone), EntriesOf(*group));
     EXPECT_EQ(ParseSavedGroup(SavedFormOf(*clone)), ParseSavedGroup(SavedFormOf(*group)));
     EXPECT_STREQ(clone->StringData("string", nullptr), "ab");
@@ -321,18 +321,18 @@ TEST(DataValueGroupLoading, WorksWithoutAPool) {
 TEST(DataValueGroupLoading, GoesThroughADiskFile) {
     const std::string strPath = ::testing::TempDir() + "group" + std::to_string(getpid()) + ".bin";
     {
-        Held<ITnRobotFile> file = MakeFile();
+        TnRobotPtr<ITnRobotFile> file = MakeFile();
         ASSERT_TRUE(file->Open(strPath.c_str(), true));
-        Held<ITnRobotArchive> archive = MakeArchive();
+        TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
         ASSERT_TRUE(archive->Attach(file.get(), true));
         EXPECT_EQ(GroupOfEverything()->Serialize(archive.get()), 1);
         archive->Flush();
         archive->Detach();
         EXPECT_TRUE(file->Close());
     }
-    Held<ITnRobotFile> file = MakeFile();
+    TnRobotPtr<ITnRobotFile> file = MakeFile();
     ASSERT_TRUE(file->Open(strPath.c_str(), false));
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     ASSERT_TRUE(archive->Attach(file.get(), false));
     Group group = NewGroup();
     EXPECT_EQ(group->Serialize(archive.get()), 1);

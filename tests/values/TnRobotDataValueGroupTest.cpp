@@ -57,7 +57,7 @@ std::vector<int> SetOneOfEach(ITnRobotDataValueGroup& group, const char* lpszNam
 TEST(DataValueGroup, StartsEmptyWithOneReference) {
     Group group = NewGroup();
     EXPECT_TRUE(EntriesOf(*group).empty());
-    EXPECT_EQ(group.release()->Release(), 0);
+    EXPECT_EQ(group.detach()->Release(), 0);
 }
 
 TEST(DataValueGroup, IsNotCreatedWithoutAPool) {
@@ -222,7 +222,7 @@ TEST(DataValueGroup, SharesTheValueObjectsItIsGiven) {
     Value got = ValueOf(*group, "a");
     EXPECT_EQ(got.get(), value.get());
     // Pool, caller, group, and the one just got.
-    EXPECT_EQ(got.release()->Release(), 3);
+    EXPECT_EQ(got.detach()->Release(), 3);
     EXPECT_EQ(group->RemoveValue("a"), 0);
     value->AddRef();
     EXPECT_EQ(value->Release(), 2);
@@ -232,7 +232,7 @@ TEST(DataValueGroup, SharesTheValueObjectsItIsGiven) {
 TEST(DataValueGroup, ATypedSetterHandsItsReferenceToTheGroup) {
     Group group = NewGroup();
     group->SetValue("a", 5);
-    ITnRobotDataValue* pValue = ValueOf(*group, "a").release();
+    ITnRobotDataValue* pValue = ValueOf(*group, "a").detach();
     EXPECT_EQ(pValue->Release(), 2) << "pool and group";
 }
 
@@ -322,7 +322,7 @@ TEST(DataValueGroup, ReleasesItsValuesWhenItGoes) {
     Value held = TextValue("held");
     group->SetValue("b", held.get());
     ITnRobotDataValue* const pFirst = BorrowedFrom(*group, "a");
-    EXPECT_EQ(group.release()->Release(), 0);
+    EXPECT_EQ(group.detach()->Release(), 0);
     EXPECT_STREQ(held->Convert2String(nullptr), "held");
     EXPECT_EQ(IntValue(6).get(), pFirst);
 }
@@ -375,7 +375,7 @@ TEST(DataValueGroup, AValueThatGoesMayUseTheGroup) {
         SCOPED_TRACE(c.lpszWhat);
         Group group = NewGroup();
         group->SetValue("first", 1);
-        group->SetValue("last", Hold<ITnRobotDataValue>(new FarewellValue(*group)).get());
+        group->SetValue("last", tn::Adopt<ITnRobotDataValue>(new FarewellValue(*group)).get());
         c.letGo(*group);
         EXPECT_EQ(EntriesOf(*group).size(), c.nLeft);
         EXPECT_EQ(group->IntData("farewell 19", nullptr), 19);
@@ -488,7 +488,7 @@ public:
 TEST(DataValueGroupCopy, IgnoresForeignImplementations) {
     Group group = NewGroup();
     group->SetValue("a", 1);
-    Group foreign = Hold<ITnRobotDataValueGroup>(new ForeignGroup);
+    Group foreign = tn::Adopt<ITnRobotDataValueGroup>(new ForeignGroup);
     group->Copy(foreign.get());
     EXPECT_EQ(EntriesOf(*group), (std::map<std::string, ETnRobotDataValueType>{{"a", DATA_TYPE_INT}}));
 }
@@ -496,13 +496,13 @@ TEST(DataValueGroupCopy, IgnoresForeignImplementations) {
 TEST(DataValueGroupCopy, ACloneIsAGroupOfItsOwn) {
     Group source = GroupOfEverything();
     source->SetValue("", 5);
-    Group clone(source->Clone());
+    Group clone(source->Clone(), tn::kAdopt);
     ASSERT_NE(clone, nullptr);
     EXPECT_EQ(EntriesOf(*clone), EntriesOf(*source));
-    EXPECT_EQ(source.release()->Release(), 0);
+    EXPECT_EQ(source.detach()->Release(), 0);
     EXPECT_STREQ(clone->StringData("string", nullptr), "ab");
     clone->SetValue("new", 1);
-    EXPECT_EQ(clone.release()->Release(), 0);
+    EXPECT_EQ(clone.detach()->Release(), 0);
 }
 
 TEST(DataValueGroupWithoutPool, TypedSettersFailAndLeaveTheEntry) {
@@ -544,7 +544,7 @@ TEST(DataValueGroupWithoutPool, CopiesHaveEntriesWithoutValues) {
     Group copy = NewGroup();
     copy->SetValue("b", 6);
     TnRobotUtils::Destroy();
-    Group clone(source->Clone());
+    Group clone(source->Clone(), tn::kAdopt);
     ASSERT_NE(clone, nullptr);
     copy->Copy(source.get());
     for (ITnRobotDataValueGroup* pGroup : {clone.get(), copy.get()}) {
@@ -559,7 +559,7 @@ TEST(DataValueGroupWithoutPool, CopiesHaveEntriesWithoutValues) {
         pGroup->GetValue("a", &pValue);
         EXPECT_EQ(pValue, nullptr);
         // A copy of a copy, and the saved form, have the entry too.
-        Group second(pGroup->Clone());
+        Group second(pGroup->Clone(), tn::kAdopt);
         EXPECT_EQ(EntriesOf(*second), EntriesOf(*pGroup));
         EXPECT_EQ(SavedFormOf(*pGroup), U8(1) + U32(1) + SavedString("a") + SavedValue(DATA_TYPE_NONE, {}));
     }

@@ -20,8 +20,8 @@ using namespace tntest;
 
 namespace {
 
-Held<CTnRobotDataValue> ConstructedValue() {
-    return Hold(new CTnRobotDataValue);
+TnRobotPtr<CTnRobotDataValue> ConstructedValue() {
+    return tn::Adopt(new CTnRobotDataValue);
 }
 
 // Reads through the block reader whatever is there.
@@ -29,20 +29,20 @@ Bytes BlockOf(ITnRobotDataValue& value) {
     return ReadAs(value, DATA_TYPE_BLOCK).bytes;
 }
 
-Held<CTnRobotDataValuePool> NewPool() {
-    return Hold(new CTnRobotDataValuePool);
+TnRobotPtr<CTnRobotDataValuePool> NewPool() {
+    return tn::Adopt(new CTnRobotDataValuePool);
 }
 
 }  // namespace
 
 TEST(DataValueObject, IsConstructedWithEightZeroBytes) {
-    Held<CTnRobotDataValue> value = ConstructedValue();
+    TnRobotPtr<CTnRobotDataValue> value = ConstructedValue();
     EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
     unsigned int nLength = 99;
     EXPECT_STREQ(value->Convert2String(&nLength), "");
     EXPECT_EQ(nLength, 1U) << "it has a view, so the empty text counts its terminating zero";
     EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_NONE, Bytes(8)));
-    EXPECT_EQ(value.release()->Release(), 0) << "one reference, no pool";
+    EXPECT_EQ(value.detach()->Release(), 0) << "one reference, no pool";
 }
 
 TEST(DataValueObject, FormatVersionIsOne) {
@@ -63,19 +63,19 @@ TEST(DataValueObject, ALoadedConstructedValueKeepsTheLengthEight) {
         {DATA_TYPE_STRING, FromText("abcdefghijkl") + U8(0), FromText("abcdefgh")},
     };
     for (const auto& row : rows) {
-        Held<CTnRobotDataValue> value = ConstructedValue();
+        TnRobotPtr<CTnRobotDataValue> value = ConstructedValue();
         ASSERT_EQ(LoadFrom(*value, SavedValue(row.eType, row.stored)), 1);
         EXPECT_EQ(ReadAs(*value, row.eType).nError, 0);
         EXPECT_EQ(ReadAs(*value, row.eType).bytes, row.expected);
         EXPECT_EQ(SavedFormOf(*value), SavedValue(row.eType, row.stored));
-        Value clone(value->Clone());
+        Value clone(value->Clone(), tn::kAdopt);
         EXPECT_EQ(ReadAs(*clone, row.eType).bytes, row.expected) << "a copy takes the recorded length along";
         EXPECT_EQ(SavedFormOf(*clone), SavedValue(row.eType, row.stored));
     }
 }
 
 TEST(DataValueObject, ResetFromBytesReplacesEverything) {
-    Held<CTnRobotDataValue> value = ConstructedValue();
+    TnRobotPtr<CTnRobotDataValue> value = ConstructedValue();
     const int nFive = 5;
     value->ResetData(DATA_TYPE_INT, &nFive, 4);
     EXPECT_EQ(value->IntData(nullptr), 5);
@@ -91,7 +91,7 @@ TEST(DataValueObject, ResetFromBytesReplacesEverything) {
 }
 
 TEST(DataValueObject, ResetFromANullStreamChangesNothing) {
-    Held<CTnRobotDataValue> value = ConstructedValue();
+    TnRobotPtr<CTnRobotDataValue> value = ConstructedValue();
     const int nFive = 5;
     value->ResetData(DATA_TYPE_INT, &nFive, 4);
     value->ResetData(DATA_TYPE_BLOCK, static_cast<ITnRobotMemDataStream*>(nullptr));
@@ -103,11 +103,11 @@ TEST(DataValueObject, ResetFromAStreamTakesItsBytes) {
     const HeldPool blocks = MakePool();
     ITnRobotMemDataStream* pStream = nullptr;
     ASSERT_EQ(TnCreateRobotMemDataStream(blocks.get(), &pStream), 1);
-    Held<ITnRobotMemDataStream> stream(pStream);
+    TnRobotPtr<ITnRobotMemDataStream> stream(pStream, tn::kAdopt);
     const Bytes bytes = FromHex("0102030405");
     stream->WriteData(bytes.data(), 5);
 
-    Held<CTnRobotDataValue> value = ConstructedValue();
+    TnRobotPtr<CTnRobotDataValue> value = ConstructedValue();
     const int nFive = 5;
     value->ResetData(DATA_TYPE_INT, &nFive, 4);
     value->Convert2String(nullptr);
@@ -134,11 +134,11 @@ namespace {
 
 // Zeros that nobody has touched cost address space only. @return null when there is none, and under
 // ThreadSanitizer, which writes to all of them.
-Held<CTnRobotDataValue> ValueOfZeros(unsigned int nSize) {
+TnRobotPtr<CTnRobotDataValue> ValueOfZeros(unsigned int nSize) {
     if (kThreadSanitizer && nSize >= 0x80000000U) {
         return nullptr;
     }
-    Held<CTnRobotDataValue> value = ConstructedValue();
+    TnRobotPtr<CTnRobotDataValue> value = ConstructedValue();
     try {
         value->ResetData(DATA_TYPE_BLOCK, nullptr, nSize);
     } catch (const std::bad_alloc&) {
@@ -152,7 +152,7 @@ constexpr unsigned int kTwoGibibytes = 0x80000000U;
 }  // namespace
 
 TEST(DataValueObject, AValueOfTwoGibibytesCannotBeStored) {
-    Held<CTnRobotDataValue> value = ValueOfZeros(kTwoGibibytes);
+    TnRobotPtr<CTnRobotDataValue> value = ValueOfZeros(kTwoGibibytes);
     if (value == nullptr) {
         GTEST_SKIP() << "no address space for the value";
     }
@@ -164,7 +164,7 @@ TEST(DataValueObject, AValueOfTwoGibibytesCannotBeStored) {
 }
 
 TEST(DataValueObject, AGroupWithAValueOfTwoGibibytesIsNotBegun) {
-    Held<CTnRobotDataValue> value = ValueOfZeros(kTwoGibibytes);
+    TnRobotPtr<CTnRobotDataValue> value = ValueOfZeros(kTwoGibibytes);
     if (value == nullptr) {
         GTEST_SKIP() << "no address space for the value";
     }
@@ -180,12 +180,12 @@ TEST(DataValueObject, AGroupWithAValueOfTwoGibibytesIsNotBegun) {
 }
 
 TEST(DataValueAllocator, MakesAndReinitialisesValues) {
-    Held<CTnRobotDataValueEleAlloc> alloc = Hold(new CTnRobotDataValueEleAlloc);
+    TnRobotPtr<CTnRobotDataValueEleAlloc> alloc = tn::Adopt(new CTnRobotDataValueEleAlloc);
     const int nFive = 5;
     STnDataValueParam param = {&nFive, 4, nullptr, DATA_TYPE_INT};
     ITnPoolElement* pElement = nullptr;
     ASSERT_TRUE(alloc->AllocElement(&param, &pElement));
-    Held<CTnRobotDataValue> value = Hold(dynamic_cast<CTnRobotDataValue*>(pElement));
+    TnRobotPtr<CTnRobotDataValue> value = tn::Adopt(dynamic_cast<CTnRobotDataValue*>(pElement));
     ASSERT_NE(value, nullptr);
     EXPECT_EQ(value->IntData(nullptr), 5);
 
@@ -197,21 +197,21 @@ TEST(DataValueAllocator, MakesAndReinitialisesValues) {
 }
 
 TEST(DataValueAllocator, WithoutParameterKeepsTheConstructedState) {
-    Held<CTnRobotDataValueEleAlloc> alloc = Hold(new CTnRobotDataValueEleAlloc);
+    TnRobotPtr<CTnRobotDataValueEleAlloc> alloc = tn::Adopt(new CTnRobotDataValueEleAlloc);
     ITnPoolElement* pElement = nullptr;
     ASSERT_TRUE(alloc->AllocElement(nullptr, &pElement));
-    Held<CTnRobotDataValue> value = Hold(dynamic_cast<CTnRobotDataValue*>(pElement));
+    TnRobotPtr<CTnRobotDataValue> value = tn::Adopt(dynamic_cast<CTnRobotDataValue*>(pElement));
     ASSERT_NE(value, nullptr);
     EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_NONE, Bytes(8)));
-    EXPECT_EQ(value.release()->Release(), 0);
+    EXPECT_EQ(value.detach()->Release(), 0);
 }
 
 TEST(DataValuePool, GivesAnEmptyValueOnRequest) {
-    Held<CTnRobotDataValuePool> pool = NewPool();
+    TnRobotPtr<CTnRobotDataValuePool> pool = NewPool();
     for (int nRound = 0; nRound < 2; ++nRound) {
         ITnRobotDataValue* pValue = nullptr;
         ASSERT_EQ(pool->QueryData(&pValue), 0);
-        Value value(pValue);
+        Value value(pValue, tn::kAdopt);
         EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
         unsigned int nLength = 99;
         EXPECT_STREQ(value->Convert2String(&nLength), "");
@@ -221,7 +221,7 @@ TEST(DataValuePool, GivesAnEmptyValueOnRequest) {
 }
 
 TEST(DataValuePool, RecordsTheBytesOfEachType) {
-    Held<CTnRobotDataValuePool> pool = NewPool();
+    TnRobotPtr<CTnRobotDataValuePool> pool = NewPool();
     ITnRobotDataValue* p = nullptr;
     const struct {
         int nResult;
@@ -246,13 +246,13 @@ TEST(DataValuePool, RecordsTheBytesOfEachType) {
     };
     for (const auto& row : rows) {
         ASSERT_EQ(row.nResult, 0) << row.nType;
-        Value value(row.pValue);
+        Value value(row.pValue, tn::kAdopt);
         EXPECT_EQ(SavedFormOf(*value), SavedValue(row.nType, row.bytes));
     }
 }
 
 TEST(DataValuePool, RefusesANullOutPointer) {
-    Held<CTnRobotDataValuePool> pool = NewPool();
+    TnRobotPtr<CTnRobotDataValuePool> pool = NewPool();
     EXPECT_EQ(pool->QueryData(nullptr), -1);
     EXPECT_EQ(pool->QueryBoolData(true, nullptr), -1);
     EXPECT_EQ(pool->QueryCharData('x', nullptr), -1);
@@ -271,22 +271,22 @@ TEST(DataValuePool, RefusesANullOutPointer) {
 }
 
 TEST(DataValuePool, ClearsWhatIsHeldWhenItGoes) {
-    Held<CTnRobotDataValuePool> pool = NewPool();
+    TnRobotPtr<CTnRobotDataValuePool> pool = NewPool();
     ITnRobotDataValue* pValue = nullptr;
     ASSERT_EQ(pool->QueryStringData("text", &pValue), 0);
-    Value value(pValue);
-    EXPECT_EQ(pool.release()->Release(), 0);
+    Value value(pValue, tn::kAdopt);
+    EXPECT_EQ(pool.detach()->Release(), 0);
     EXPECT_EQ(value->GetDataValueType(), DATA_TYPE_NONE);
-    EXPECT_EQ(value.release()->Release(), 0);
+    EXPECT_EQ(value.detach()->Release(), 0);
 }
 
 TEST(DataValuePool, NeverRefusesForLackOfRoom) {
-    Held<CTnRobotDataValuePool> pool = NewPool();
+    TnRobotPtr<CTnRobotDataValuePool> pool = NewPool();
     std::vector<Value> values;
     for (int i = 0; i < 20000; ++i) {
         ITnRobotDataValue* pValue = nullptr;
         ASSERT_EQ(pool->QueryIntData(i, &pValue), 0);
-        values.emplace_back(pValue);
+        values.emplace_back(pValue, tn::kAdopt);
     }
     for (int i = 0; i < 20000; ++i) {
         ASSERT_EQ(values[static_cast<std::size_t>(i)]->IntData(nullptr), i);

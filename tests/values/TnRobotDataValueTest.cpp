@@ -270,7 +270,7 @@ TEST(DataValue, CopyIgnoresNull) {
 
 TEST(DataValue, CopyIgnoresForeignImplementations) {
     Value value = IntValue(5);
-    Value foreign = Hold<ITnRobotDataValue>(new ForeignValue);
+    Value foreign = tn::Adopt<ITnRobotDataValue>(new ForeignValue);
     value->Copy(foreign.get());
     EXPECT_EQ(value->IntData(nullptr), 5);
     EXPECT_EQ(TextOf(*value), "5");
@@ -286,7 +286,7 @@ TEST(DataValue, CopyTakesTheTextOverAndMakesItAfresh) {
 
 TEST(DataValue, CopiesOfCopiesStayIndependent) {
     Value a = TextValue("first");
-    Value b = Value(a->Clone());
+    Value b = tn::Adopt(a->Clone());
     b->Copy(IntValue(3).get());
     EXPECT_EQ(TextOf(*a), "first");
     EXPECT_EQ(b->IntData(nullptr), 3);
@@ -306,7 +306,7 @@ TEST(DataValue, AnEmptyValueCopies) {
 
 TEST(DataValue, AnEmptyBlockCopies) {
     Value source = BlockValue({});
-    Value clone = Value(source->Clone());
+    Value clone = tn::Adopt(source->Clone());
     ASSERT_NE(clone, nullptr);
     EXPECT_EQ(clone->GetDataValueType(), DATA_TYPE_BLOCK);
     EXPECT_EQ(ReadAs(*clone, DATA_TYPE_BLOCK).nError, 0);
@@ -318,13 +318,13 @@ TEST(DataValue, ClonesComeFromThePool) {
     const FreshValuePool pool;
     for (const ValueSample& sample : ValueSamples()) {
         Value source = sample.create();
-        Value clone = Value(source->Clone());
+        Value clone = tn::Adopt(source->Clone());
         ASSERT_NE(clone, nullptr) << sample.lpszName;
         EXPECT_NE(clone, source);
         EXPECT_EQ(clone->GetDataValueType(), sample.eType) << sample.lpszName;
         EXPECT_EQ(ReadAs(*clone, sample.eType).bytes, ReadableBytes(sample)) << sample.lpszName;
         EXPECT_EQ(TextOf(*clone), sample.strText) << sample.lpszName;
-        ITnRobotDataValue* pClone = clone.release();
+        ITnRobotDataValue* pClone = clone.detach();
         EXPECT_EQ(pClone->Release(), 1) << "the pool keeps one reference";
     }
 }
@@ -373,7 +373,7 @@ TEST(DataValueSaving, NothingIsStoredOfAValueWithoutData) {
 }
 
 TEST(DataValueSaving, WithoutAFileWritesNothingAndSucceeds) {
-    Held<ITnRobotArchive> archive = MakeArchive();
+    TnRobotPtr<ITnRobotArchive> archive = MakeArchive();
     Value value = IntValue(5);
     EXPECT_EQ(value->Serialize(archive.get()), 1);
     EXPECT_EQ(value->IntData(nullptr), 5);
@@ -440,7 +440,7 @@ TEST(DataValueLoading, KeepsTheTextThatWasAskedForBefore) {
     EXPECT_STREQ(value->Convert2String(&nLength), "5");
     EXPECT_EQ(nLength, 2U);
     // A copy takes the old text along.
-    Value copy = Value(value->Clone());
+    Value copy = tn::Adopt(value->Clone());
     EXPECT_EQ(copy->IntData(nullptr), 9);
     EXPECT_EQ(TextOf(*copy), "5");
 }
@@ -497,7 +497,7 @@ TEST(DataValueLoading, ATextWithoutItsZeroStillEnds) {
         EXPECT_EQ(value->StringData(nRecorded, nullptr), strText);
         EXPECT_EQ(nRecorded, 4);
         EXPECT_EQ(TextOf(*value), strText);
-        Value clone = Value(value->Clone());
+        Value clone = tn::Adopt(value->Clone());
         EXPECT_EQ(clone->StringData(nRecorded, nullptr), strText);
         value->Copy(value.get());
         EXPECT_EQ(value->StringData(nRecorded, nullptr), strText);
@@ -510,7 +510,7 @@ TEST(DataValueLoading, TheRecordedLengthStaysReadableAfterCopies) {
     ASSERT_EQ(LoadFrom(*value, SavedValue(DATA_TYPE_BLOCK, FromHex("0102"))), 1);
     const Bytes expected = FromHex("0102") + Bytes(original.size() - 2);
     EXPECT_EQ(BlockOf(*value), expected);
-    Value clone = Value(value->Clone());
+    Value clone = tn::Adopt(value->Clone());
     EXPECT_EQ(BlockOf(*clone), expected);
     Value copy = IntValue(1);
     copy->Copy(clone.get());
@@ -546,7 +546,7 @@ TEST(DataValueLoading, AValueWithoutViewKeepsIt) {
 TEST(DataValueLoading, ACopyOfAValueWithoutViewShowsItsBytes) {
     Value value = ClearedValue();
     ASSERT_EQ(LoadFrom(*value, SavedValue(DATA_TYPE_INT, BytesOf(7))), 1);
-    Value clone = Value(value->Clone());
+    Value clone = tn::Adopt(value->Clone());
     int nError = 77;
     EXPECT_EQ(clone->IntData(&nError), 7) << "copying points the view at the storage";
     EXPECT_EQ(nError, 0);

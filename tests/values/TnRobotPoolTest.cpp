@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "TnRobotKernel/pool.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/threads/StartGate.h"
 
 using namespace tntest;
@@ -134,7 +134,7 @@ using Answer = WidgetAlloc::Answer;
 
 class RecyclingPool : public ::testing::Test {
 protected:
-    RecyclingPool() : m_alloc(Hold(new WidgetAlloc)), m_pool(Hold(new Pool(m_alloc.get()))) {}
+    RecyclingPool() : m_alloc(tn::Adopt(new WidgetAlloc)), m_pool(tn::Adopt(new Pool(m_alloc.get()))) {}
 
     ~RecyclingPool() override {
         m_pool.reset();
@@ -145,10 +145,10 @@ protected:
         EXPECT_EQ(WidgetAlloc::s_nLive, 0);
     }
 
-    Held<Widget> Take(int nNumber) {
+    TnRobotPtr<Widget> Take(int nNumber) {
         IWidget* pWidget = nullptr;
         EXPECT_TRUE(m_pool->QueryPoolElement(0, &nNumber, &pWidget));
-        return Hold(dynamic_cast<Widget*>(pWidget));
+        return tn::Adopt(dynamic_cast<Widget*>(pWidget));
     }
 
     bool CanTake() {
@@ -160,14 +160,14 @@ protected:
         return true;
     }
 
-    Held<WidgetAlloc> m_alloc;
-    Held<Pool> m_pool;
+    TnRobotPtr<WidgetAlloc> m_alloc;
+    TnRobotPtr<Pool> m_pool;
 };
 
 }  // namespace
 
 TEST_F(RecyclingPool, KeepsOneReferenceOfItsOwnToAnElementInUse) {
-    Held<Widget> widget = Take(7);
+    TnRobotPtr<Widget> widget = Take(7);
     EXPECT_EQ(widget->References(), 2);
     EXPECT_EQ(widget->Parent(), m_pool.get());
     EXPECT_EQ(widget->Number(), 7);
@@ -180,7 +180,7 @@ TEST_F(RecyclingPool, HoldsItsAllocatorUntilItGoes) {
 }
 
 TEST_F(RecyclingPool, TheLastHoldersReleaseClearsAndKeepsTheElement) {
-    Widget* pWidget = Take(7).release();
+    Widget* pWidget = Take(7).detach();
     EXPECT_EQ(pWidget->Release(), 1);
     EXPECT_EQ(Widget::LiveCount(), 1);
     EXPECT_EQ(pWidget->TimesCleared(), 1);
@@ -189,21 +189,21 @@ TEST_F(RecyclingPool, TheLastHoldersReleaseClearsAndKeepsTheElement) {
 }
 
 TEST_F(RecyclingPool, AnExtraReferenceDelaysTheReturn) {
-    Held<Widget> widget = Take(7);
+    TnRobotPtr<Widget> widget = Take(7);
     widget->AddRef();
     EXPECT_EQ(widget->References(), 3);
     EXPECT_EQ(widget->Release(), 2);
     EXPECT_EQ(widget->TimesCleared(), 0);
     EXPECT_EQ(widget->Number(), 7);
-    Widget* pWidget = widget.release();
+    Widget* pWidget = widget.detach();
     EXPECT_EQ(pWidget->Release(), 1);
     EXPECT_EQ(pWidget->TimesCleared(), 1);
 }
 
 TEST_F(RecyclingPool, HandsAReturnedElementOutAgainReinitialised) {
-    Widget* pFirst = Take(7).release();
+    Widget* pFirst = Take(7).detach();
     pFirst->Release();
-    Held<Widget> second = Take(8);
+    TnRobotPtr<Widget> second = Take(8);
     EXPECT_EQ(second.get(), pFirst);
     EXPECT_EQ(second->Number(), 8);
     EXPECT_EQ(second->References(), 2);
@@ -215,13 +215,13 @@ TEST_F(RecyclingPool, HandsAReturnedElementOutAgainReinitialised) {
 TEST_F(RecyclingPool, ReusesTheElementThatCameBackFirst) {
     std::vector<Widget*> widgets;
     for (int i = 0; i < 20; ++i) {
-        widgets.push_back(Take(i).release());
+        widgets.push_back(Take(i).detach());
     }
     const int order[] = {3, 0, 19, 7};
     for (int i : order) {
         widgets[static_cast<std::size_t>(i)]->Release();
     }
-    std::vector<Held<Widget>> again;
+    std::vector<TnRobotPtr<Widget>> again;
     for (int i : order) {
         again.push_back(Take(100 + i));
         EXPECT_EQ(again.back().get(), widgets[static_cast<std::size_t>(i)]);
@@ -237,7 +237,7 @@ TEST_F(RecyclingPool, ReusesTheElementThatCameBackFirst) {
 
 TEST_F(RecyclingPool, NeverShrinksAndAllocatesNothingInSteadyState) {
     for (int nRound = 0; nRound < 50; ++nRound) {
-        std::vector<Held<Widget>> widgets;
+        std::vector<TnRobotPtr<Widget>> widgets;
         for (int i = 0; i < 9; ++i) {
             widgets.push_back(Take(i));
         }
@@ -267,7 +267,7 @@ TEST_F(RecyclingPool, ANewElementWithoutParameterKeepsItsDefaults) {
 
 TEST_F(RecyclingPool, RefusesBeyondItsMaximumUntilAnElementComesBack) {
     m_pool->SetMaxCount(1);
-    Held<Widget> first = Take(1);
+    TnRobotPtr<Widget> first = Take(1);
     IWidget* const pUntouched = first.get();
     IWidget* pSecond = pUntouched;
     int nParam = 2;
@@ -275,9 +275,9 @@ TEST_F(RecyclingPool, RefusesBeyondItsMaximumUntilAnElementComesBack) {
     EXPECT_EQ(pSecond, pUntouched);
     EXPECT_EQ(m_alloc->Allocated(), 1);
 
-    Widget* pFirst = first.release();
+    Widget* pFirst = first.detach();
     pFirst->Release();
-    Held<Widget> third = Take(3);
+    TnRobotPtr<Widget> third = Take(3);
     EXPECT_EQ(third.get(), pFirst);
     EXPECT_EQ(third->Number(), 3);
 }
@@ -289,7 +289,7 @@ TEST_F(RecyclingPool, AMaximumOfZeroHandsOutNothing) {
 }
 
 TEST_F(RecyclingPool, ALoweredMaximumStillLendsWhatIsFree) {
-    { Held<Widget> widget = Take(1); }
+    { TnRobotPtr<Widget> widget = Take(1); }
     m_pool->SetMaxCount(0);
     EXPECT_TRUE(CanTake());
 }
@@ -298,13 +298,13 @@ TEST_F(RecyclingPool, ANullOutPointerFailsAndCreatesNothing) {
     int nParam = 1;
     EXPECT_FALSE(m_pool->QueryPoolElement(0, &nParam, nullptr));
     EXPECT_EQ(m_alloc->Allocated(), 0);
-    { Held<Widget> widget = Take(1); }
+    { TnRobotPtr<Widget> widget = Take(1); }
     EXPECT_FALSE(m_pool->QueryPoolElement(0, &nParam, nullptr));
     EXPECT_EQ(m_alloc->Reused(), 0);
 }
 
 TEST(RecyclingPoolAlone, WithoutAnAllocatorHandsOutNothing) {
-    Held<Pool> pool = Hold(new Pool(nullptr));
+    TnRobotPtr<Pool> pool = tn::Adopt(new Pool(nullptr));
     Widget widget;
     IWidget* pWidget = &widget;
     EXPECT_FALSE(pool->QueryPoolElement(0, nullptr, &pWidget));
@@ -319,7 +319,7 @@ TEST_F(RecyclingPool, TakesNoNullBack) {
 }
 
 TEST_F(RecyclingPool, AFailedAllocationLeavesEverythingAsItWas) {
-    Held<Widget> held = Take(1);
+    TnRobotPtr<Widget> held = Take(1);
     for (Answer answer : {Answer::kFalse, Answer::kTrueWithoutElement, Answer::kThrow, Answer::kStranger}) {
         m_alloc->AnswerWith(answer);
         IWidget* pWidget = nullptr;
@@ -334,7 +334,7 @@ TEST_F(RecyclingPool, AFailedAllocationLeavesEverythingAsItWas) {
     // Two elements are owned now if a failed request had counted.
     m_pool->SetMaxCount(2);
     m_alloc->AnswerWith(Answer::kWidget);
-    Held<Widget> second = Take(2);
+    TnRobotPtr<Widget> second = Take(2);
     EXPECT_NE(second, nullptr);
 }
 
@@ -357,7 +357,7 @@ TEST_F(RecyclingPool, AnElementOfAnotherTypeGivesNull) {
 }
 
 TEST_F(RecyclingPool, AStrangerOnTheFreeListIsNotHandedOut) {
-    Held<Stranger> stranger = Hold(new Stranger);
+    TnRobotPtr<Stranger> stranger = tn::Adopt(new Stranger);
     m_pool->SetMaxCount(1);
     EXPECT_TRUE(m_pool->RecoveryResource(stranger.get()));
     EXPECT_EQ(stranger->TimesCleared(), 1);
@@ -366,20 +366,20 @@ TEST_F(RecyclingPool, AStrangerOnTheFreeListIsNotHandedOut) {
     EXPECT_FALSE(m_pool->QueryPoolElement(0, nullptr, &pWidget));
     EXPECT_EQ(pWidget, nullptr);
     // It costs the one request that met it, and no room.
-    EXPECT_EQ(stranger.release()->Release(), 0) << "the pool has no reference to it";
+    EXPECT_EQ(stranger.detach()->Release(), 0) << "the pool has no reference to it";
     EXPECT_NE(Take(1), nullptr);
     EXPECT_TRUE(CanTake());
 }
 
 TEST_F(RecyclingPool, AStrangerOfTheRightTypeIsLentAndStaysItsOwners) {
-    Held<Widget> stranger = Hold(new Widget);
+    TnRobotPtr<Widget> stranger = tn::Adopt(new Widget);
     EXPECT_TRUE(m_pool->RecoveryResource(stranger.get()));
     EXPECT_EQ(stranger->TimesCleared(), 1);
-    Held<Widget> widget = Take(7);
+    TnRobotPtr<Widget> widget = Take(7);
     EXPECT_EQ(widget.get(), stranger.get());
     EXPECT_EQ(widget->Number(), 7);
     EXPECT_EQ(m_alloc->Allocated(), 0);
-    EXPECT_EQ(widget.release()->Release(), 1);
+    EXPECT_EQ(widget.detach()->Release(), 1);
     EXPECT_EQ(Take(8).get(), stranger.get()) << "it comes back as others do";
     m_pool.reset();
     EXPECT_EQ(Widget::LiveCount(), 1) << "the pool never had a reference of its own";
@@ -432,8 +432,8 @@ TEST(RecyclingPoolAlone, ReleasesEachElementOnceWhenItGoes) {
         {3, {"Release", "SetParent null"}},
     };
     for (const auto& row : rows) {
-        Held<CountedElementAlloc> alloc = Hold(new CountedElementAlloc);
-        Held<CTnRobotPool<CountedElement>> pool = Hold(new CTnRobotPool<CountedElement>(alloc.get()));
+        TnRobotPtr<CountedElementAlloc> alloc = tn::Adopt(new CountedElementAlloc);
+        TnRobotPtr<CTnRobotPool<CountedElement>> pool = tn::Adopt(new CTnRobotPool<CountedElement>(alloc.get()));
         Calls calls;
         CountedElement* pElement = nullptr;
         ASSERT_TRUE(pool->QueryPoolElement(0, &calls, &pElement));
@@ -491,8 +491,8 @@ public:
 }  // namespace
 
 TEST(RecyclingPoolAlone, LendsInterfacesWithAVirtualBase) {
-    Held<SharedElementAlloc> alloc = Hold(new SharedElementAlloc);
-    Held<CTnRobotPool<INamed>> pool = Hold(new CTnRobotPool<INamed>(alloc.get()));
+    TnRobotPtr<SharedElementAlloc> alloc = tn::Adopt(new SharedElementAlloc);
+    TnRobotPtr<CTnRobotPool<INamed>> pool = tn::Adopt(new CTnRobotPool<INamed>(alloc.get()));
     const INamed* pFirst = nullptr;
     for (int nNumber : {7, 8, 9}) {
         INamed* pNamed = nullptr;
@@ -505,7 +505,7 @@ TEST(RecyclingPoolAlone, LendsInterfacesWithAVirtualBase) {
 }
 
 TEST_F(RecyclingPool, AnExceptionWhileReusingLeavesTheElementFree) {
-    Widget* pWidget = Take(1).release();
+    Widget* pWidget = Take(1).detach();
     pWidget->Release();
     m_alloc->AnswerWith(Answer::kThrow);
     int nParam = 2;
@@ -520,7 +520,7 @@ TEST_F(RecyclingPool, AnExceptionWhileReusingLeavesTheElementFree) {
     EXPECT_EQ(m_alloc->Allocated(), 1);
 
     m_alloc->AnswerWith(Answer::kWidget);
-    Held<Widget> again = Take(3);
+    TnRobotPtr<Widget> again = Take(3);
     EXPECT_EQ(again.get(), pWidget);
     EXPECT_EQ(m_alloc->Allocated(), 1);
 }
@@ -536,8 +536,8 @@ TEST_F(RecyclingPool, AnExceptionReleasesTheLock) {
 
 TEST_F(RecyclingPool, IdleElementsGoWithThePool) {
     {
-        Held<Widget> first = Take(1);
-        Held<Widget> second = Take(2);
+        TnRobotPtr<Widget> first = Take(1);
+        TnRobotPtr<Widget> second = Take(2);
     }
     EXPECT_EQ(Widget::LiveCount(), 2);
     m_pool.reset();
@@ -545,19 +545,19 @@ TEST_F(RecyclingPool, IdleElementsGoWithThePool) {
 }
 
 TEST_F(RecyclingPool, AHeldElementOutlivesThePoolButIsCleared) {
-    Held<Widget> widget = Take(7);
+    TnRobotPtr<Widget> widget = Take(7);
     m_pool.reset();
     EXPECT_EQ(Widget::LiveCount(), 1);
     EXPECT_EQ(widget->References(), 1);
     EXPECT_EQ(widget->Number(), 0);
     EXPECT_EQ(widget->TimesCleared(), 1);
     EXPECT_EQ(widget->Parent(), nullptr);
-    EXPECT_EQ(widget.release()->Release(), 0);
+    EXPECT_EQ(widget.detach()->Release(), 0);
     EXPECT_EQ(Widget::LiveCount(), 0);
 }
 
 TEST_F(RecyclingPool, AnElementWithSeveralHoldersLosesItsParentWithThePool) {
-    Held<Widget> widget = Take(7);
+    TnRobotPtr<Widget> widget = Take(7);
     widget->AddRef();
     widget->AddRef();
     m_pool.reset();
@@ -568,17 +568,17 @@ TEST_F(RecyclingPool, AnElementWithSeveralHoldersLosesItsParentWithThePool) {
     EXPECT_EQ(widget->Release(), 2);
     EXPECT_EQ(widget->Release(), 1);
     EXPECT_EQ(Widget::LiveCount(), 1);
-    EXPECT_EQ(widget.release()->Release(), 0);
+    EXPECT_EQ(widget.detach()->Release(), 0);
     EXPECT_EQ(Widget::LiveCount(), 0);
 }
 
 TEST_F(RecyclingPool, EveryMixOfHoldersSurvivesThePool) {
-    std::vector<std::vector<Held<Widget>>> holders(6);
+    std::vector<std::vector<TnRobotPtr<Widget>>> holders(6);
     for (std::size_t nElement = 0; nElement < holders.size(); ++nElement) {
-        Held<Widget> widget = Take(static_cast<int>(nElement));
+        TnRobotPtr<Widget> widget = Take(static_cast<int>(nElement));
         for (std::size_t i = 0; i < nElement; ++i) {
             widget->AddRef();
-            holders[nElement].push_back(Hold(widget.get()));
+            holders[nElement].push_back(tn::Adopt(widget.get()));
         }
     }
     m_pool.reset();
@@ -613,8 +613,8 @@ public:
 }  // namespace
 
 TEST(PoolElement, ComesBackExactlyAtTheFallFromTwoToOne) {
-    Held<CountingParent> parent = Hold(new CountingParent);
-    Held<Widget> widget = Hold(new Widget);
+    TnRobotPtr<CountingParent> parent = tn::Adopt(new CountingParent);
+    TnRobotPtr<Widget> widget = tn::Adopt(new Widget);
     widget->SetParent(parent.get());
     widget->AddRef();
     widget->AddRef();
@@ -623,7 +623,7 @@ TEST(PoolElement, ComesBackExactlyAtTheFallFromTwoToOne) {
     EXPECT_EQ(widget->Release(), 1);
     ASSERT_EQ(parent->m_returned.size(), 1U);
     EXPECT_EQ(parent->m_returned[0], widget.get());
-    EXPECT_EQ(widget.release()->Release(), 0);
+    EXPECT_EQ(widget.detach()->Release(), 0);
     EXPECT_EQ(parent->m_returned.size(), 1U);
 }
 
@@ -656,7 +656,7 @@ TEST_F(RecyclingPool, ThreadsNeverShareAnElement) {
 TEST_F(RecyclingPool, AReferenceMayEndOnAnotherThread) {
     constexpr int kRounds = 1000;
     for (int i = 0; i < kRounds; ++i) {
-        Widget* pWidget = Take(i).release();
+        Widget* pWidget = Take(i).detach();
         pWidget->AddRef();
         std::thread other([pWidget] { pWidget->Release(); });
         pWidget->Release();

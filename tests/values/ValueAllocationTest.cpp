@@ -49,8 +49,8 @@ const std::string& LongText() {
 }
 
 Bytes GraphFile() {
-    Held<TestNode> parent = TestNode::Create(1);
-    Held<TestNode> child = TestNode::Create(2);
+    TnRobotPtr<TestNode> parent = TestNode::Create(1);
+    TnRobotPtr<TestNode> child = TestNode::Create(2);
     parent->Add(child.get());
     parent->Add(child.get());
     Channel channel = Storing();
@@ -66,22 +66,22 @@ Bytes GraphFile() {
 
 TEST(ValueAllocation, ThePoolLosesNoElement) {
     FailEveryAllocation([] {
-        Held<ElementAlloc> alloc = Hold(new ElementAlloc);
-        Held<CTnRobotPool<Element>> pool = Hold(new CTnRobotPool<Element>(alloc.get()));
-        std::vector<Held<Element>> elements;
+        TnRobotPtr<ElementAlloc> alloc = tn::Adopt(new ElementAlloc);
+        TnRobotPtr<CTnRobotPool<Element>> pool = tn::Adopt(new CTnRobotPool<Element>(alloc.get()));
+        std::vector<TnRobotPtr<Element>> elements;
         elements.reserve(40);
         for (int i = 0; i < 40; ++i) {
             Element* pElement = nullptr;
             EXPECT_TRUE(pool->QueryPoolElement(0, nullptr, &pElement));
-            elements.emplace_back(pElement);
+            elements.emplace_back(pElement, tn::kAdopt);
         }
     });
 }
 
 TEST(ValueAllocation, AFailedQueryLeavesThePoolAsItWas) {
-    Held<ElementAlloc> alloc = Hold(new ElementAlloc);
-    Held<CTnRobotPool<Element>> pool = Hold(new CTnRobotPool<Element>(alloc.get()));
-    std::vector<Held<Element>> elements;
+    TnRobotPtr<ElementAlloc> alloc = tn::Adopt(new ElementAlloc);
+    TnRobotPtr<CTnRobotPool<Element>> pool = tn::Adopt(new CTnRobotPool<Element>(alloc.get()));
+    std::vector<TnRobotPtr<Element>> elements;
     elements.reserve(200);
     for (int i = 0; i < 200; ++i) {
         Element* pElement = nullptr;
@@ -93,7 +93,7 @@ TEST(ValueAllocation, AFailedQueryLeavesThePoolAsItWas) {
             ASSERT_TRUE(pool->QueryPoolElement(0, nullptr, &pElement));
         }
         ASSERT_NE(pElement, nullptr);
-        elements.emplace_back(pElement);
+        elements.emplace_back(pElement, tn::kAdopt);
     }
     // Coming back needs no memory.
     const FailAllocationsAfter failing(0);
@@ -109,7 +109,7 @@ TEST(ValueAllocation, ValuesOfEveryType) {
             Value value = sample.create();
             EXPECT_NE(value, nullptr);
             value->Convert2String(nullptr);
-            Value clone(value->Clone());
+            Value clone(value->Clone(), tn::kAdopt);
             EXPECT_EQ(clone->GetDataValueType(), sample.eType);
         }
     });
@@ -126,7 +126,7 @@ TEST(ValueAllocation, LongValues) {
         Value bytes = BlockValue(block);
         bytes->Convert2String(nullptr);
         text->Copy(bytes.get());
-        Value clone(text->Clone());
+        Value clone(text->Clone(), tn::kAdopt);
         EXPECT_EQ(ReadAs(*clone, DATA_TYPE_BLOCK).bytes, block);
     });
 }
@@ -154,7 +154,7 @@ TEST(ValueAllocation, Groups) {
         group->SetValue("a third name that needs memory of its own", value.get());
         std::vector<std::pair<std::string, ETnRobotDataValueType>> names;
         EXPECT_EQ(group->GetAllDataName(names), 3);
-        Group clone(group->Clone());
+        Group clone(group->Clone(), tn::kAdopt);
         clone->Copy(group.get());
         clone->RemoveValue("a name that needs memory of its own");
         Group loaded = NewGroup();
@@ -194,10 +194,10 @@ TEST(ValueAllocation, ReadingAGraph) {
         EXPECT_EQ(channel->ReadMapHeader(), 1);
         CTnRobotObject* pObject = nullptr;
         EXPECT_EQ(channel->ReadObject(&pObject), 1);
-        Held<TestNode> parent = Hold(dynamic_cast<TestNode*>(pObject));
+        TnRobotPtr<TestNode> parent = tn::Adopt(dynamic_cast<TestNode*>(pObject));
         pObject = nullptr;
         EXPECT_EQ(channel->ReadObject(&pObject), 1);
-        Held<TestNode> child = Hold(dynamic_cast<TestNode*>(pObject));
+        TnRobotPtr<TestNode> child = tn::Adopt(dynamic_cast<TestNode*>(pObject));
         int nLength = 0;
         EXPECT_EQ(channel->ReadString(nLength, nullptr), LongText());
     });

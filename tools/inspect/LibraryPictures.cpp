@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "Library.h"
@@ -56,33 +57,24 @@ struct LoadedSurface {
     LoadedSurface() = default;
     LoadedSurface(const LoadedSurface&) = delete;
     LoadedSurface& operator=(const LoadedSurface&) = delete;
-    ~LoadedSurface() {
-        if (bLocked) {
-            surface->UnLockSurface();
-        }
-    }
+    ~LoadedSurface() = default;
 
     TnRobotPtr<ITnRobotMemoryBlockPool> blocks = tn::MakeMemoryBlockPool();
     TnRobotPtr<ITnRobotSurfacePool> surfaces = tn::MakeSurfacePool(blocks.get());
     TnRobotPtr<ITnRobotSurface> surface;
-    bool bLocked = false;
+    std::optional<tn::LockedPixels> pixels;
 };
 
 std::optional<Picture> PictureOf(const std::shared_ptr<LoadedSurface>& loaded) {
-    if (loaded->surface == nullptr) {
-        return std::nullopt;
-    }
-    ITnRobotSurface::STnLockSurface lock{};
-    loaded->surface->LockSurface(lock);
-    loaded->bLocked = true;
-    if (lock.pData == nullptr) {
+    const tn::LockedPixels& pixels = loaded->pixels.emplace(loaded->surface);
+    if (!pixels) {
         return std::nullopt;
     }
     Picture picture;
-    picture.nWidth = lock.nWidth;
-    picture.nHeight = lock.nHeight;
-    picture.pTop = lock.pData;
-    picture.nStep = static_cast<std::ptrdiff_t>(lock.nPitch);
+    picture.nWidth = pixels.Width();
+    picture.nHeight = pixels.Height();
+    picture.pTop = pixels.Row(0);
+    picture.nStep = static_cast<std::ptrdiff_t>(pixels.Pitch());
     picture.owner = loaded;
     return picture;
 }

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-namespace tnrobot {
+namespace tn::detail {
 
 /// Bytes of a cache line. (The standard's own constant changes with the compiler's options.)
 constexpr std::size_t kCacheLine = 64;
@@ -17,6 +17,6 @@ struct CacheLineEnd {
     unsigned char m_unused[kCacheLine] = {};
 };
 
-}  // namespace tnrobot
+}  // namespace tn::detail
 
 #endif  // TNROBOTKERNEL_DETAIL_CACHELINE_H_

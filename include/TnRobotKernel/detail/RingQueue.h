@@ -10,7 +10,7 @@
 
 #include "TnRobotKernel/detail/CacheLine.h"
 
-namespace tnrobot {
+namespace tn::detail {
 
 /// Queue of pointers or other plain values in a ring. Externally synchronised.
 template <typename T>
@@ -75,6 +75,6 @@ private:
     std::size_t m_nCount = 0;
 };
 
-}  // namespace tnrobot
+}  // namespace tn::detail
 
 #endif  // TNROBOTKERNEL_DETAIL_RINGQUEUE_H_

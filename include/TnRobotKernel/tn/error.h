@@ -32,6 +32,12 @@ enum class errc {
     not_loaded_yet,          ///< a reference to an object that is not loaded completely, as in a ring
     too_deep,                ///< objects are nested deeper than 4,096
     too_many_objects,        ///< more than 65,535 objects for one file
+    not_a_picture,           ///< the file does not begin as its ending says
+    picture_incomplete,      ///< the picture ends too early; what there is of it may have come all the same
+    picture_damaged,         ///< a picture that cannot be decoded
+    picture_too_large,       ///< more pixels than a surface or a file can have, or than so few bytes account for
+    format_not_supported,    ///< a form of pixels or of files that the library does not read or write
+    no_surface,              ///< the surface pool has no surface of that kind
 };
 
 namespace detail {
@@ -70,6 +76,18 @@ private:
                 return "Objects are nested deeper than 4096";
             case errc::too_many_objects:
                 return "There are more objects than the 65535 that a file can hold";
+            case errc::not_a_picture:
+                return "The file is not a picture of the kind that its name says";
+            case errc::picture_incomplete:
+                return "The picture ends too early";
+            case errc::picture_damaged:
+                return "The picture is damaged";
+            case errc::picture_too_large:
+                return "The picture is too large";
+            case errc::format_not_supported:
+                return "Pictures of this form cannot be read or written";
+            case errc::no_surface:
+                return "The surface pool has no surface for the picture";
         }
         return "Unknown reason";
     }

@@ -61,7 +61,7 @@ ITnRobotDataValueGroup* CreateGroup() {
 }
 
 bool CatchesWhatTheLibraryThrows() {
-    const auto group = Hold(CreateGroup());
+    const auto group = tn::Adopt(CreateGroup());
     try {
         group->GetDataValueType(nullptr);
     } catch (const std::logic_error&) {

@@ -55,7 +55,7 @@ template <typename Work>
 int FailCall(const FileFault& fault, const Bytes& content, Work& work) {
     SCOPED_TRACE(testing::Message() << fault);
     const Census before = Census::Take();
-    const Held<TestFile> file = TestFile::Create(content);
+    const TnRobotPtr<TestFile> file = TestFile::Create(content);
     file->Fail(fault);
     work(*file, fault);
     EXPECT_EQ(file->References(), 1);

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "TnRobotKernel/concurrency.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/threads/ThreadProbe.h"
 
 namespace tntest {
@@ -59,7 +59,7 @@ private:
 /// Does what its functions say; done at once when it has none. Set them before the task starts.
 class RecordingRunner final : public ITnRobotTaskRunner {
 public:
-    static Held<RecordingRunner> Create() { return Hold(new RecordingRunner); }
+    static TnRobotPtr<RecordingRunner> Create() { return tn::Adopt(new RecordingRunner); }
 
     /// @return runners alive.
     static int Alive() { return s_nAlive; }

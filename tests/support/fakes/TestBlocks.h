@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "TnRobotKernel/memory.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 
 namespace tntest {
 
@@ -38,7 +38,7 @@ public:
 
     ~TestBlockPool() override;
 
-    static Held<TestBlockPool> Create() { return Hold(new TestBlockPool); }
+    static TnRobotPtr<TestBlockPool> Create() { return tn::Adopt(new TestBlockPool); }
 
     /// Requests fail from now on, or work again.
     void Refuse(bool bRefuse = true) { m_bRefuse = bRefuse; }

@@ -6,8 +6,8 @@
 #include <atomic>
 
 #include "TnRobotKernel/memory.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/bytes/Bytes.h"
-#include "support/objects/Held.h"
 
 namespace tntest {
 
@@ -31,7 +31,7 @@ public:
     explicit TestFile(Bytes bytes = {});
     ~TestFile() override;
 
-    static Held<TestFile> Create(Bytes bytes = {}) { return Hold(new TestFile(std::move(bytes))); }
+    static TnRobotPtr<TestFile> Create(Bytes bytes = {}) { return tn::Adopt(new TestFile(std::move(bytes))); }
 
     /// Files alive now.
     static int LiveCount() { return s_nLive.load(); }

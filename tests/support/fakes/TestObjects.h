@@ -8,8 +8,8 @@
 
 #include "TnRobotKernel/archive.h"
 #include "TnRobotKernel/core.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/bytes/Bytes.h"
-#include "support/objects/Held.h"
 
 namespace tntest {
 
@@ -38,7 +38,7 @@ public:
     explicit TestNode(int nNumber = 0) : m_nNumber(nNumber) {}
     ~TestNode() override;
 
-    static Held<TestNode> Create(int nNumber) { return Hold(new TestNode(nNumber)); }
+    static TnRobotPtr<TestNode> Create(int nNumber) { return tn::Adopt(new TestNode(nNumber)); }
 
     /// Takes a reference to the child.
     void Add(TestNode* pChild);
@@ -71,7 +71,7 @@ public:
     static STnRuntimeClass s_class;
 
     using TestNode::TestNode;
-    static Held<TolerantNode> Create(int nNumber) { return Hold(new TolerantNode(nNumber)); }
+    static TnRobotPtr<TolerantNode> Create(int nNumber) { return tn::Adopt(new TolerantNode(nNumber)); }
     STnRuntimeClass* GetRuntimeClass() override { return &s_class; }
 
 protected:

@@ -40,21 +40,21 @@ SurfaceSource::SurfaceSource() : blocks(TestBlockPool::Create()) {
     if (TnCreateRobotSurfacePool(blocks.get(), &pPool) != 1) {
         throw std::runtime_error("no surface pool");
     }
-    pool = Hold(pPool);
+    pool = tn::Adopt(pPool);
 }
 
 SurfaceSource::~SurfaceSource() = default;
 
-Held<ITnRobotSurface> SurfaceSource::Get(ETnNLImageType eType, int nWidth, int nHeight, STnNL2DPoint oriPos) {
+TnRobotPtr<ITnRobotSurface> SurfaceSource::Get(ETnNLImageType eType, int nWidth, int nHeight, STnNL2DPoint oriPos) {
     ITnRobotSurface* pSurface = nullptr;
     if (pool->QuerySurface(MakeDesc(eType, nWidth, nHeight, oriPos), &pSurface) != 0) {
         return nullptr;
     }
-    return Hold(pSurface);
+    return tn::Adopt(pSurface);
 }
 
-Held<ITnRobotSurface> SurfaceSource::Filled(ETnNLImageType eType, int nWidth, int nHeight, const Bytes& bytes) {
-    Held<ITnRobotSurface> surface = Get(eType, nWidth, nHeight);
+TnRobotPtr<ITnRobotSurface> SurfaceSource::Filled(ETnNLImageType eType, int nWidth, int nHeight, const Bytes& bytes) {
+    TnRobotPtr<ITnRobotSurface> surface = Get(eType, nWidth, nHeight);
     Lock lock{};
     if (surface == nullptr || !surface->LockSurface(lock) || lock.nDataSize < bytes.size()) {
         throw std::runtime_error("the surface does not hold the bytes");
@@ -64,7 +64,7 @@ Held<ITnRobotSurface> SurfaceSource::Filled(ETnNLImageType eType, int nWidth, in
     return surface;
 }
 
-Held<ITnRobotSurface> SurfaceSource::GetWithoutPixels() {
+TnRobotPtr<ITnRobotSurface> SurfaceSource::GetWithoutPixels() {
     Get(TN_IMAGE_BGR24, 4, 2).reset();
     return Get(TN_IMAGE_NONE, 4, 2);
 }

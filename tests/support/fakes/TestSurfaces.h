@@ -6,9 +6,9 @@
 #include <cstddef>
 
 #include "TnRobotKernel/image.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/bytes/Bytes.h"
 #include "support/fakes/TestBlocks.h"
-#include "support/objects/Held.h"
 
 namespace tntest {
 
@@ -21,8 +21,8 @@ public:
     TestSurface(const Desc& desc, Bytes bytes) : m_desc(desc), m_bytes(std::move(bytes)) {}
     ~TestSurface() override;
 
-    static Held<TestSurface> Create(const Desc& desc, Bytes bytes) {
-        return Hold(new TestSurface(desc, std::move(bytes)));
+    static TnRobotPtr<TestSurface> Create(const Desc& desc, Bytes bytes) {
+        return tn::Adopt(new TestSurface(desc, std::move(bytes)));
     }
 
     /// Locks fail from now on.
@@ -53,8 +53,8 @@ public:
     ~TestSurfacePool() override;
 
     /// @param[in] pSurface  handed out with one more reference each time; null for none.
-    static Held<TestSurfacePool> Create(int nAnswer, ITnRobotSurface* pSurface) {
-        return Hold(new TestSurfacePool(nAnswer, pSurface));
+    static TnRobotPtr<TestSurfacePool> Create(int nAnswer, ITnRobotSurface* pSurface) {
+        return tn::Adopt(new TestSurfacePool(nAnswer, pSurface));
     }
 
     int QuerySurface(const Desc& desc, ITnRobotSurface** ppSurface) override;
@@ -75,16 +75,16 @@ struct SurfaceSource {
     SurfaceSource& operator=(const SurfaceSource&) = delete;
 
     /// A surface whose bytes are still the pool's pattern; null when the pool has none.
-    Held<ITnRobotSurface> Get(ETnNLImageType eType, int nWidth, int nHeight, STnNL2DPoint oriPos = {0, 0});
+    TnRobotPtr<ITnRobotSurface> Get(ETnNLImageType eType, int nWidth, int nHeight, STnNL2DPoint oriPos = {0, 0});
     /// A surface that starts with these bytes.
-    Held<ITnRobotSurface> Filled(ETnNLImageType eType, int nWidth, int nHeight, const Bytes& bytes);
+    TnRobotPtr<ITnRobotSurface> Filled(ETnNLImageType eType, int nWidth, int nHeight, const Bytes& bytes);
 
     /// Puts one surface on the free list and makes the next request for pixels fail: the pool then
     /// hands out a surface without any.
-    Held<ITnRobotSurface> GetWithoutPixels();
+    TnRobotPtr<ITnRobotSurface> GetWithoutPixels();
 
-    Held<TestBlockPool> blocks;
-    Held<ITnRobotSurfacePool> pool;
+    TnRobotPtr<TestBlockPool> blocks;
+    TnRobotPtr<ITnRobotSurfacePool> pool;
 };
 
 /// A description with the wrong pitch, which the pool must replace.

@@ -10,16 +10,16 @@
 
 namespace tntest {
 
-inline Held<ITnRobotArchive> MakeArchive() {
+inline TnRobotPtr<ITnRobotArchive> MakeArchive() {
     ITnRobotArchive* pArchive = nullptr;
     TnCreateRobotArchive(&pArchive);
-    return Hold(pArchive);
+    return tn::Adopt(pArchive);
 }
 
 /// An archive with its file, both released at the end of the scope.
 struct Channel {
-    Held<TestFile> file;
-    Held<ITnRobotArchive> archive;
+    TnRobotPtr<TestFile> file;
+    TnRobotPtr<ITnRobotArchive> archive;
 
     ITnRobotArchive* operator->() const { return archive.get(); }
     ITnRobotArchive* Get() const { return archive.get(); }

@@ -4,20 +4,20 @@
 #define TNROBOTKERNEL_TESTS_SUPPORT_OBJECTS_FILES_H_
 
 #include "TnRobotKernel/memory.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 
 namespace tntest {
 
-inline Held<ITnRobotFile> MakeFile() {
+inline TnRobotPtr<ITnRobotFile> MakeFile() {
     ITnRobotFile* pFile = nullptr;
     TnCreateRobotFile(&pFile);
-    return Hold(pFile);
+    return tn::Adopt(pFile);
 }
 
-inline Held<ITnRobotMemFile> MakeMemFile() {
+inline TnRobotPtr<ITnRobotMemFile> MakeMemFile() {
     ITnRobotMemFile* pFile = nullptr;
     TnCreateRobotMemFile(&pFile);
-    return Hold(pFile);
+    return tn::Adopt(pFile);
 }
 
 }  // namespace tntest

@@ -3,18 +3,18 @@
 #ifndef TNROBOTKERNEL_TESTS_SUPPORT_OBJECTS_GROUPS_H_
 #define TNROBOTKERNEL_TESTS_SUPPORT_OBJECTS_GROUPS_H_
 
+#include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/values.h"
-#include "support/objects/Held.h"
 #include "support/objects/Values.h"
 
 namespace tntest {
 
-using Group = Held<ITnRobotDataValueGroup>;
+using Group = TnRobotPtr<ITnRobotDataValueGroup>;
 
 /// @return null without the process-wide value pool.
 inline Group NewGroup() {
     ITnRobotDataValueGroup* pGroup = nullptr;
-    return Group(TnCreateRobotValueDataGroup(&pGroup) == 1 ? pGroup : nullptr);
+    return tn::Adopt(TnCreateRobotValueDataGroup(&pGroup) == 1 ? pGroup : nullptr);
 }
 
 /// A group with a value of every type, and a name and a text that no small buffer holds.

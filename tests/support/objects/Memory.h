@@ -6,35 +6,35 @@
 #include <utility>
 
 #include "TnRobotKernel/memory.h"
-#include "support/objects/Held.h"
+#include "TnRobotKernel/ptr.h"
 
 namespace tntest {
 
-using HeldBlock = Held<ITnRobotMemoryBlock>;
-using HeldPool = Held<ITnRobotMemoryBlockPool>;
+using HeldBlock = TnRobotPtr<ITnRobotMemoryBlock>;
+using HeldPool = TnRobotPtr<ITnRobotMemoryBlockPool>;
 
 inline HeldPool MakePool() {
     ITnRobotMemoryBlockPool* pPool = nullptr;
     TnCreateRobotMemoryBlockPool(&pPool);
-    return HeldPool(pPool);
+    return tn::Adopt(pPool);
 }
 
 inline HeldPool MakeCirclePool() {
     ITnRobotMemoryBlockPool* pPool = nullptr;
     TnCreateRobotCircleMemoryBlockPool(&pPool);
-    return HeldPool(pPool);
+    return tn::Adopt(pPool);
 }
 
 /// @return null when the pool refuses.
 inline HeldBlock Query(ITnRobotMemoryBlockPool& pool, unsigned int nSize) {
     ITnRobotMemoryBlock* pBlock = nullptr;
-    return pool.QueryMemBuff(nSize, &pBlock) == 1 ? HeldBlock(pBlock) : nullptr;
+    return pool.QueryMemBuff(nSize, &pBlock) == 1 ? tn::Adopt(pBlock) : nullptr;
 }
 
 inline HeldBlock MakeView(ITnRobotMemoryBlock* pParent, unsigned char* pData, unsigned int nSize) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     TnCreateRobotCustomMemBlock(pParent, pData, nSize, &pBlock);
-    return HeldBlock(pBlock);
+    return tn::Adopt(pBlock);
 }
 
 inline unsigned char* DataOf(ITnRobotMemoryBlock& block) {

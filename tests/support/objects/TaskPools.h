@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "TnRobotKernel/concurrency.h"
+#include "TnRobotKernel/ptr.h"
 #include "support/fakes/RecordingRunner.h"
-#include "support/objects/Held.h"
 #include "support/threads/Gate.h"
 #include "support/threads/ThreadProbe.h"
 #include "support/threads/ThreadTest.h"
@@ -23,20 +23,20 @@ protected:
     }
 };
 
-inline Held<ITnRobotTaskPool> MakeTaskPool() {
+inline TnRobotPtr<ITnRobotTaskPool> MakeTaskPool() {
     ITnRobotTaskPool* pPool = nullptr;
     EXPECT_EQ(TnCreateRobotTaskPool(&pPool), 1);
-    return Hold(pPool);
+    return tn::Adopt(pPool);
 }
 
-inline Held<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
+inline TnRobotPtr<ITnRobotTask> MakeTask(ITnRobotTaskPool& pool, ITnRobotTaskRunner* pRunner) {
     ITnRobotTask* pTask = nullptr;
     EXPECT_TRUE(pool.CreateTask(pRunner, &pTask));
-    return Hold(pTask);
+    return tn::Adopt(pTask);
 }
 
-inline Held<RecordingRunner> RunnerFor(int nTimes) {
-    Held<RecordingRunner> runner = RecordingRunner::Create();
+inline TnRobotPtr<RecordingRunner> RunnerFor(int nTimes) {
+    TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     runner->RunTimes(nTimes);
     return runner;
 }
@@ -79,8 +79,8 @@ public:
 
 private:
     Gate m_gate;
-    Held<RecordingRunner> m_runner;
-    Held<ITnRobotTask> m_task;
+    TnRobotPtr<RecordingRunner> m_runner;
+    TnRobotPtr<ITnRobotTask> m_task;
 };
 
 }  // namespace tntest

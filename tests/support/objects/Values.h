@@ -7,19 +7,19 @@
 #include <string>
 #include <vector>
 
+#include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/values.h"
 #include "support/bytes/Bytes.h"
-#include "support/objects/Held.h"
 
 namespace tntest {
 
-using Value = Held<ITnRobotDataValue>;
+using Value = TnRobotPtr<ITnRobotDataValue>;
 
 /// Calls a value creation function. @return the value, or null when its result is not 0.
 template <typename Function, typename... Args>
 Value Made(Function pfnCreate, Args... args) {
     ITnRobotDataValue* pValue = nullptr;
-    return Value(pfnCreate(args..., &pValue) == 0 ? pValue : nullptr);
+    return tn::Adopt(pfnCreate(args..., &pValue) == 0 ? pValue : nullptr);
 }
 
 inline Value BoolValue(bool bValue) {
@@ -37,7 +37,7 @@ inline Value TextValue(const char* lpszValue) {
 inline Value BlockValue(const Bytes& bytes) {
     ITnRobotDataValue* pValue = nullptr;
     const int nResult = TnCreateRobotBlockData(bytes.data(), static_cast<unsigned int>(bytes.size()), &pValue);
-    return Value(nResult == 0 ? pValue : nullptr);
+    return tn::Adopt(nResult == 0 ? pValue : nullptr);
 }
 
 /// One value of each type, with everything known about it.

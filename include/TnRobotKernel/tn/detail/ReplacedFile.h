@@ -44,8 +44,9 @@ public:
         }
     }
 
-    // Finds the place and makes the file there.
-    std::error_code Open(const char* lpszPath) {
+    // Finds the place and makes the file there, under a name with this ending.
+    std::error_code Open(const char* lpszPath, const char* lpszEnding = ".tmp") {
+        m_lpszEnding = lpszEnding;
         std::error_code reason = m_target.Find(lpszPath);
         if (!reason) {
             reason = OpenDirectory();
@@ -69,6 +70,34 @@ public:
 
     // The open file, borrowed.
     ITnRobotFile& File() const { return *m_file; }
+
+    // Its name until Commit, for what writes by name.
+    const std::string& Name() const { return m_strName; }
+
+    // Looks whether somebody has written so many bytes by name; where not, the system says why when it is
+    // asked for the missing ones.
+    std::error_code CheckLength(std::int64_t nBytes) const {
+        struct stat status = {};
+        if (fstat(m_nFile, &status) != 0) {
+            return SystemError();
+        }
+        return status.st_size == nBytes ? std::error_code() : WhyShort(status.st_size, nBytes);
+    }
+
+    // The same for a file whose length nobody knows, but its last bytes.
+    std::error_code CheckEnd(const char* lpszEnd, std::size_t nBytes) const {
+        constexpr std::int64_t kMore = std::int64_t{1} << 20U;
+        struct stat status = {};
+        std::string strLast(nBytes, '\0');
+        if (fstat(m_nFile, &status) != 0) {
+            return SystemError();
+        }
+        const auto nAsked = static_cast<ssize_t>(nBytes);
+        const bool bRead = pread(m_nFile, strLast.data(), nBytes, status.st_size - nAsked) == nAsked;
+        return bRead && strLast.compare(0, nBytes, lpszEnd, nBytes) == 0
+                   ? std::error_code()
+                   : WhyShort(status.st_size, status.st_size + kMore);
+    }
 
     // Puts the file in its place. Whatever fails before that leaves the old one; where only the directory
     // cannot be synchronised, the new one is there.
@@ -94,6 +123,18 @@ public:
     }
 
 private:
+    std::error_code WhyShort(std::int64_t nHas, std::int64_t nBytes) const {
+        const std::vector<char> zeros(std::size_t{64} << 10U);
+        for (std::int64_t nDone = nHas; nDone < nBytes;) {
+            const ssize_t nWritten = pwrite(m_nFile, zeros.data(), zeros.size(), nDone);
+            if (nWritten <= 0) {
+                return SystemError();
+            }
+            nDone += nWritten;
+        }
+        return std::make_error_code(std::errc::io_error);
+    }
+
     static constexpr mode_t kOwnerOnly = 0600;
     static constexpr mode_t kAnybody = 0666;  // less what umask takes away
     static constexpr mode_t kModeBits = 07777;
@@ -104,7 +145,7 @@ private:
         bool bNamed = true;
         for (int nTries = 0; nTries < kMostTries; ++nTries) {
             m_strName = OtherName(bNamed);
-            m_nFile = open(m_strName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, nMode);
+            m_nFile = open(m_strName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, nMode);
             const bool bTooLong = bNamed && m_nFile < 0 && errno == ENAMETOOLONG;
             bNamed = bNamed && !bTooLong;
             if (m_nFile >= 0 || (errno != EEXIST && !bTooLong)) {
@@ -128,7 +169,7 @@ private:
                       static_cast<std::uint64_t>(getpid());
         }
         char suffix[32];
-        std::snprintf(suffix, sizeof(suffix), ".%016llx.tmp", static_cast<unsigned long long>(nRandom));
+        std::snprintf(suffix, sizeof(suffix), ".%016llx%.4s", static_cast<unsigned long long>(nRandom), m_lpszEnding);
         return strDirectory + "." + (bNamed && strName.size() <= kLongest ? strName : "saved") + suffix;
     }
 
@@ -194,6 +235,7 @@ private:
 
     SavedPath m_target;
     std::string m_strName;  // under which it is written
+    const char* m_lpszEnding = ".tmp";
     int m_nFile = -1;       // of the same file; below 0 before it is made and when it is in its place
     int m_nDirectory = -1;  // that the file is in; below 0 where it cannot be opened
     mode_t m_nMode = 0;     // that a new file was made with
