@@ -19,9 +19,12 @@ pthread_mutex_t s_mutex = PTHREAD_MUTEX_INITIALIZER;
 CTnProcessGuest* s_pFirstGuest = nullptr;  // guarded by s_mutex
 bool s_bEnding = false;                    // guarded by s_mutex
 bool s_bChild = false;                     // guarded by s_mutex
-std::atomic<bool> s_bForking{false};
-std::atomic<pthread_t> s_forkingThread{};
+std::atomic<bool> s_bForking{false};       // changed under s_mutex
+std::atomic<pthread_t> s_forkingThread{};  // changed under s_mutex; meaningless while nobody forks
 
+// Acquire and release suffice: whoever sees that a thread forks sees that thread's number, or that of
+// a later one. A thread sees its own only while it forks itself: it takes the word back before it gives
+// the lock back.
 bool IsForkingThread() {
     return s_bForking.load(std::memory_order_acquire) &&
            pthread_equal(s_forkingThread.load(std::memory_order_relaxed), pthread_self()) != 0;
@@ -119,6 +122,7 @@ void CTnProcessGuest::_Leave() {
     *ppGuest = m_pNext;
 }
 
+// Relaxed suffices: the caller has the lock, or is the thread that forks and has written it itself.
 bool MustWriteAtOnce() {
     return s_bEnding || s_bForking.load(std::memory_order_relaxed);
 }

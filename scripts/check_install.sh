@@ -2,7 +2,7 @@
 # Uses the library as strangers' projects do: installed and moved, with find_package and with
 # pkg-config, and as a part of the project, with add_subdirectory and with FetchContent.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
-"$root/scripts/setup.sh" all
+"$root/scripts/setup.sh" checks
 
 build release
 directory="$(mktemp -d)"

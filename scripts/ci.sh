@@ -9,10 +9,17 @@ packages="scripts/package.sh"
 examples="scripts/lib/check_examples.sh"
 if [ "$(id -u)" -eq 0 ]; then
     system="$(mktemp -d)"
-    trap 'rm -rf "$system"' EXIT
     packages+=" --test --keep $system/tree"
     examples+=" $system/tree/usr"
 fi
+
+# scripts/test.sh asan, which is clang's build: everything goes through its warnings, benchmarks too.
+test_asan() {
+    TNROBOT_CMAKE_ARGUMENTS+=" -DTNROBOT_BUILD_BENCHMARKS=ON" scripts/test.sh asan
+}
+
+# What mostly waits runs beside the steps after it.
+waiting=" load soak "
 
 # NAME COMMAND, in this order: what fails most often comes first, what another step needs before it.
 steps=(
@@ -24,10 +31,12 @@ steps=(
     "soak          scripts/soak.sh 0.5"
     "demo          scripts/demo.sh"
     "install       scripts/check_install.sh"
+    "arm64         scripts/test.sh arm64 --public"
     "packages      $packages"
     "examples      $examples"
     "abi           scripts/check_abi.sh"
-    "asan          scripts/test.sh asan"
+    "layers        scripts/lib/check_layers.py src build/abi/src/CMakeFiles/tnrobot_objects.dir"
+    "asan          test_asan"
     "tsan          scripts/test.sh tsan"
     "soak-tsan     scripts/soak.sh 0.25 tsan"
     "coverage      scripts/coverage.sh"
@@ -57,13 +66,23 @@ select_steps() {
 names=()
 seconds=()
 print_table() {
-    local total=0 i
-    for i in "${seconds[@]}"; do total=$((total + i)); done
+    local i
     printf '\n%-14s %8s %6s\n' step seconds share
     for i in "${!names[@]}"; do
-        printf '%-14s %8d %5d%%\n' "${names[$i]}" "${seconds[$i]}" "$((total > 0 ? seconds[i] * 100 / total : 0))"
+        printf '%-14s %8d %5d%%\n' "${names[$i]}" "${seconds[$i]}" "$((SECONDS > 0 ? seconds[i] * 100 / SECONDS : 0))"
     done
-    printf '%-14s %8d\n' all "$total"
+    printf '%-14s %8d\n' all "$SECONDS"
+}
+
+# ended NAME SECONDS RESULT: a line for the table, and the end of everything when the step failed.
+ended() {
+    names+=("$1")
+    seconds+=("$2")
+    if [ "$3" -ne 0 ]; then
+        print_table
+        say "FAILED: $1; go on with scripts/ci.sh --from $1"
+        exit "$3"
+    fi
 }
 
 run_step() {
@@ -71,13 +90,36 @@ run_step() {
     shift
     say "step $name: $*"
     "$@" || result=$?
-    names+=("$name")
-    seconds+=("$((SECONDS - begun))")
-    if [ "$result" -ne 0 ]; then
-        print_table
-        say "FAILED: $name; go on with scripts/ci.sh --from $name"
+    ended "$name" "$((SECONDS - begun))" "$result"
+}
+
+# Steps that run beside others, by name: the process, and what it says. A file tells how long it took.
+declare -A beside=()
+notes="$(mktemp -d)"
+trap 'jobs -p | xargs -r kill 2>/dev/null || true; rm -rf "$notes" ${system:+"$system"}' EXIT
+
+start_step() {
+    local name="$1"
+    shift
+    say "step $name, beside the next ones: $*"
+    {
+        begun="$SECONDS" result=0
+        "$@" >"$notes/$name.log" 2>&1 || result=$?
+        echo "$((SECONDS - begun))" >"$notes/$name.seconds"
         exit "$result"
-    fi
+    } &
+    beside[$name]=$!
+}
+
+join_steps() {
+    local name result
+    for name in "${!beside[@]}"; do
+        result=0
+        wait "${beside[$name]}" || result=$?
+        [ "$result" -eq 0 ] || cat "$notes/$name.log"
+        ended "$name" "$(cat "$notes/$name.seconds")" "$result"
+    done
+    beside=()
 }
 
 case "${1:-}" in
@@ -88,8 +130,11 @@ case "${1:-}" in
 esac
 
 for each in "${steps[@]}"; do
+    run=run_step
+    [[ "$waiting" != *" ${each%% *} "* ]] || run=start_step
     # shellcheck disable=SC2086  # a step is words
-    run_step $each
+    $run $each
 done
+join_steps
 print_table
 say "all checks passed"

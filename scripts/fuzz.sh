@@ -89,7 +89,7 @@ fuzz() {
     record "$target" "$log" "$(($(now) - start))"
 }
 
-"$root/scripts/setup.sh" all
+"$root/scripts/setup.sh" checks
 build fuzz
 fuzz="$root/build/fuzz"
 "$fuzz/fuzz/write_fuzz_seeds" "$fuzz/fuzz/seeds"

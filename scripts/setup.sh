@@ -1,25 +1,28 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing:
-# scripts/setup.sh [build|test|bench|coverage|docs|package|arm64|all].
+# scripts/setup.sh [build|test|asan|bench|coverage|docs|package|checks|arm64|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
 #   test      and the test framework               (enough for scripts/test.sh)
+#   asan      and clang                            (enough for scripts/test.sh asan)
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
 #   coverage  the tests' and gcovr                 (enough for scripts/coverage.sh)
 #   docs      Doxygen and Graphviz                 (enough for scripts/docs.sh)
 #   package   or Debian's packaging programs       (enough for scripts/package.sh)
+#   checks    all of these, and clang's tools      (enough for scripts/tidy.sh and format.sh)
 #   arm64     or the cross compiler, an emulator, and the libraries of arm64, which go to
 #             build/arm64-sysroot                  (enough for scripts/test.sh arm64)
-#   all       and clang, its tools, all of them    (enough for scripts/ci.sh)
+#   all       all of these                         (enough for scripts/ci.sh)
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
+wanted="${1:-all}"
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
 # What the logger and the inspector stand on.
 modules=(libspdlog-dev libcli11-dev nlohmann-json3-dev)
 tests=(libgtest-dev binutils libssl-dev strace abigail-tools "${modules[@]}")
 packaging=(dpkg-dev file lintian debootstrap)
 benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
-checks=(clang clang-format clang-tidy libclang-rt-14-dev pkg-config git gcovr mandoc gdb
-        libopencv-core-dev)
+sanitizing=(clang libclang-rt-14-dev)
+checks=("${sanitizing[@]}" clang-format clang-tidy pkg-config git gcovr mandoc gdb libopencv-core-dev)
 documents=(doxygen graphviz python3 git)
 cross=(g++-aarch64-linux-gnu binutils qemu-user debian-archive-keyring)
 # Only measured beside: benchmarks leave out what is missing, so whatever a system does not have is
@@ -28,19 +31,21 @@ peers=(libmimalloc-dev libjemalloc-dev libtbb-dev libcereal-dev libmsgpack-cxx-d
        libopencv-core-dev libopencv-imgcodecs-dev libopencv-imgproc-dev libturbojpeg0-dev libssl-dev libboost-dev
        pkg-config)
 optional=()
-case "${1:-all}" in
+case "$wanted" in
     build) ;;
     test) packages+=("${tests[@]}") ;;
+    asan) packages+=("${tests[@]}" "${sanitizing[@]}") ;;
     coverage) packages+=("${tests[@]}" gcovr) ;;
     docs) packages=("${documents[@]}") ;;
     arm64) packages=(cmake ninja-build "${cross[@]}") ;;
     package) packages+=("${modules[@]}" "${packaging[@]}" "${documents[@]}") ;;
     bench) packages+=("${benchmarks[@]}"); optional=("${peers[@]}") ;;
-    all)
+    checks | all)
         packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}" "${documents[@]}" "${packaging[@]}")
+        [ "$wanted" = checks ] || packages+=("${cross[@]}")
         optional=("${peers[@]}")
         ;;
-    *) echo "usage: $0 [build|test|bench|coverage|docs|package|arm64|all]" >&2; exit 2 ;;
+    *) echo "usage: $0 [build|test|asan|bench|coverage|docs|package|checks|arm64|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".
@@ -76,6 +81,6 @@ install_missing() {
 }
 
 install_missing
-case "${1:-all}" in
-    arm64) "$root/scripts/lib/fetch_sysroot.sh" ;;
+case "$wanted" in
+    arm64 | all) "$root/scripts/lib/fetch_sysroot.sh" ;;
 esac

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Builds the library and its tests and runs them: scripts/test.sh [PRESET] [--only SUBSYSTEM], release
-# by default. asan and tsan are the same suite under the sanitizers, debug checks invariants, arm64 runs
-# in an emulator.
+# Builds the library and its tests and runs them: scripts/test.sh [PRESET] [--only SUBSYSTEM | --public],
+# release by default. asan and tsan are the same suite under the sanitizers, debug checks invariants,
+# arm64 runs in an emulator.
 #   --only SUBSYSTEM  builds and runs what is in tests/SUBSYSTEM, for the time between two changes
+#   --public          builds and runs what meets the libraries from outside, as applications do, and
+#                     compares the exported names with abi/exports.txt
 # Prints what fails, and at the end what was left out and why; everything is in
 # build/PRESET/Testing/Temporary/LastTest.log.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
@@ -15,23 +17,25 @@ usage() {
 
 preset=release
 only=""
+public=""
 while [ $# -gt 0 ]; do
     case "$1" in
         --only) [ -n "${2:-}" ] && [ -d "tests/$2" ] || usage; only="$2"; shift 2 ;;
+        --public) public=yes; shift ;;
         -*) usage ;;
         *) preset="$1"; shift ;;
     esac
 done
-if [ "$preset" = arm64 ]; then
-    "$root/scripts/setup.sh" arm64
-else
-    "$root/scripts/setup.sh" test
-fi
+[ -z "$only" ] || [ -z "$public" ] || usage
+case "$preset" in
+    arm64 | asan) "$root/scripts/setup.sh" "$preset" ;;
+    *) "$root/scripts/setup.sh" test ;;
+esac
 
 # Programs of a subsystem that are not part of the two large ones.
 targets_of() {
     case "$1" in
-        abi | ptr | gdb | logger | tools) echo "tests/$1/all" ;;
+        abi | ptr | tn | gdb | logger | tools) echo "tests/$1/all" ;;
         failure) echo "tnrobot_shared_tests tnrobot_tests tnrobot_allocation_tests" ;;
         *) echo "tnrobot_shared_tests tnrobot_tests" ;;
     esac
@@ -46,17 +50,27 @@ print_skipped() {
 
 log="build/$preset/tests.txt"
 selection=()
+part=""
+targets=()
 if [ -n "$only" ]; then
-    say "building: $preset, $only"
-    quietly cmake --preset "$preset" ${TNROBOT_CMAKE_ARGUMENTS:-}
-    # shellcheck disable=SC2046  # the targets are words
-    compile "$preset" --target $(targets_of "$only")
+    part="$only"
+    read -ra targets <<<"$(targets_of "$only")"
     selection=(--label-regex "^$only\$")
+elif [ -n "$public" ]; then
+    part="the public interface"
+    targets=(tnrobot_shared_tests tests/abi/all tests/logger/all)
+    selection=(--tests-regex '^(abi|logger|plugin|shared)\.')
+fi
+if [ -n "$part" ]; then
+    say "building: $preset, $part"
+    # shellcheck disable=SC2086  # the arguments are words
+    quietly cmake --preset "$preset" ${TNROBOT_CMAKE_ARGUMENTS:-}
+    compile "$preset" --target "${targets[@]}"
 else
     build "$preset" ${TNROBOT_CMAKE_ARGUMENTS:-}
 fi
 
-say "testing: $preset${only:+, $only}"
+say "testing: $preset${part:+, $part}"
 export ASAN_OPTIONS="detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1:${ASAN_OPTIONS:-}"
 export UBSAN_OPTIONS="print_stacktrace=1:${UBSAN_OPTIONS:-}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:${TSAN_OPTIONS:-}"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Runs clang-tidy over the library, the logger, the tools, the examples and the fuzz targets, warnings as errors.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
-"$root/scripts/setup.sh" all
-[ -f "$root/build/clang/compile_commands.json" ] || build clang ${TNROBOT_CMAKE_ARGUMENTS:-}
+"$root/scripts/setup.sh" checks
+quietly cmake --preset clang
 
 say "clang-tidy"
 git ls-files -z --cached --others --exclude-standard 'src/*.cpp' 'logger/*.cpp' 'tools/*.cpp' 'examples/*.cpp' 'fuzz/*.cpp' |

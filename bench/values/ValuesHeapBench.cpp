@@ -15,7 +15,7 @@
 
 namespace {
 
-std::atomic<long long> g_nHeapCalls{0};
+std::atomic<long long> g_nHeapCalls{0};  // relaxed: only the number counts, of calls by the measuring thread
 
 template <typename Function>
 Function* NextDefinition(const char* lpszName) {

@@ -141,6 +141,10 @@ public:
 /// and stops the task; IsStop is asked about once a millisecond until then. No operation may
 /// throw: nothing would catch it.
 ///
+/// The worker sleeps for a millisecond after each Execute, and each Start waits about as long for it, by
+/// contract: a pass costs some 1.1 ms beside its work. Work in small pieces belongs in one Execute, or to
+/// tn::ForEach, tn::Run and tn::WorkQueue, which hand it over within microseconds.
+///
 /// Lifetime: the task holds one reference until another runner is bound to it or it is destroyed;
 ///           an idle task keeps its last runner.
 /// Threads:  externally synchronised: a task calls its runner from one thread, the task's own. A

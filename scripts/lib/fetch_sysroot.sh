@@ -66,10 +66,14 @@ unpack() {
         sed 's|^Package:.*|&\nStatus: install ok installed|'; echo; } >>"$database/status"
 }
 
+download() {
+    quietly apt-get update -q -o APT::Update::Error-Mode=any &&
+        quietly apt-get install -q -y --download-only --no-install-recommends "${packages[@]}"
+}
+
 say "fetching arm64 packages"
 prepare_apt
-quietly apt-get update -q
-quietly apt-get install -q -y --download-only --no-install-recommends "${packages[@]}"
+download || { echo "no arm64 packages from $mirror; TNROBOT_MIRROR may name another mirror" >&2; exit 1; }
 unset APT_CONFIG
 echo 1 >"$database/info/format"  # file names with architectures
 for package in "$work"/cache/archives/*.deb; do

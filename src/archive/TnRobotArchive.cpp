@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnReadStep.h"
 
 namespace {
@@ -349,7 +349,7 @@ void CTnRobotArchive::_ForgetObjectsSince(std::size_t nMark) {
     }
 }
 
-void CTnRobotArchive::ObjectGone(const CTnRobotObject* pObject) noexcept {
+void CTnRobotArchive::_ObjectGone(const CTnRobotObject* pObject) noexcept {
     const auto [first, last] = m_objectIndexes.equal_range(pObject);
     std::for_each(first, last, [this](const auto& known) { m_objectTable[known.second].m_bGone = true; });
 }

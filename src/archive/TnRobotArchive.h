@@ -80,7 +80,7 @@ private:
     void _ForgetObjectsSince(std::size_t nMark);
     bool _ReadClassTable();
     bool _ReadObjectTable();
-    void ObjectGone(const CTnRobotObject* pObject) noexcept override;
+    void _ObjectGone(const CTnRobotObject* pObject) noexcept override;
 
     tnrobot::Ref<ITnRobotFile> m_file;
     bool m_bStoring = false;

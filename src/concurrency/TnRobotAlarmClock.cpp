@@ -20,12 +20,11 @@ long long WallClockNow() {
 ITnRobotAlarmClock::~ITnRobotAlarmClock() = default;
 
 int CTnRobotAlarmClock::CreateInstance(ITnRobotAlarmClock** ppClock) {
-    return tnrobot::FinishInstance(new CTnRobotAlarmClock, ppClock,
-                                   [](CTnRobotAlarmClock& clock) { return clock._Init() != 0; });
+    return tnrobot::FinishInstance(new CTnRobotAlarmClock, ppClock, &CTnRobotAlarmClock::_Init);
 }
 
-int CTnRobotAlarmClock::_Init() {
-    return CTnRobotManualEvent::CreateInstance(true, m_pStopEvent.Receive());
+bool CTnRobotAlarmClock::_Init() {
+    return CTnRobotManualEvent::CreateInstance(true, m_pStopEvent.Receive()) != 0;
 }
 
 // The event comes last: a thread that sees the clock running finds the times of this start.

@@ -27,7 +27,7 @@ public:
 
 private:
     CTnRobotAlarmClock() = default;
-    int _Init();
+    bool _Init();
     bool _IsTimeOut();
 
     long long m_startTime = 0;     // wall clock, nanoseconds since the epoch; guarded by m_mutex

@@ -5,13 +5,12 @@
 ITnRobotEvent::~ITnRobotEvent() = default;
 
 int CTnRobotManualEvent::CreateInstance(bool bSignalled, ITnRobotEvent** ppEvent) {
-    return tnrobot::FinishInstance(new CTnRobotManualEvent, ppEvent,
-                                   [bSignalled](CTnRobotManualEvent& event) { return event._Init(bSignalled) != 0; });
+    return tnrobot::FinishInstance(new CTnRobotManualEvent, ppEvent, &CTnRobotManualEvent::_Init, bSignalled);
 }
 
-int CTnRobotManualEvent::_Init(bool bSignalled) {
+bool CTnRobotManualEvent::_Init(bool bSignalled) {
     m_bSignalled = bSignalled;
-    return 1;
+    return true;
 }
 
 void CTnRobotManualEvent::SetEvent() {

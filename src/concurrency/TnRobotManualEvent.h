@@ -25,7 +25,7 @@ public:
 
 private:
     CTnRobotManualEvent() = default;
-    int _Init(bool bSignalled);
+    bool _Init(bool bSignalled);
 
     std::mutex m_mutex;
     tnrobot::Condition m_changed;

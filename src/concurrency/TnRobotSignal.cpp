@@ -5,12 +5,11 @@
 ITnRobotSignal::~ITnRobotSignal() = default;
 
 int CTnRobotSignal::CreateInstance(ITnRobotSignal** ppSignal) {
-    return tnrobot::FinishInstance(new CTnRobotSignal, ppSignal,
-                                   [](CTnRobotSignal& signal) { return signal._Init() != 0; });
+    return tnrobot::FinishInstance(new CTnRobotSignal, ppSignal, &CTnRobotSignal::_Init);
 }
 
-int CTnRobotSignal::_Init() {
-    return 1;
+bool CTnRobotSignal::_Init() {
+    return true;
 }
 
 void CTnRobotSignal::Signal() {

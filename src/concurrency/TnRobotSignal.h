@@ -30,7 +30,7 @@ public:
 
 private:
     CTnRobotSignal() = default;
-    int _Init();
+    bool _Init();
     void _Leave(unsigned int nState);
 
     std::mutex m_mutex;

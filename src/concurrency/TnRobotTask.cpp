@@ -3,23 +3,23 @@
 #include <new>
 #include <utility>
 
+#include "checked/TnChecked.h"
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotManualEvent.h"
-#include "core/TnChecked.h"
+#include "core/TnCounting.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotTask::~ITnRobotTask() = default;
 ITnRobotTaskParent::~ITnRobotTaskParent() = default;
 
 int CTnRobotTask::CreateInstance(ITnRobotTaskParent* pParent, CTnRobotTask** ppTask) {
-    return tnrobot::FinishInstance(new CTnRobotTask, ppTask,
-                                   [pParent](CTnRobotTask& task) { return task._Init(pParent) != 0; });
+    return tnrobot::FinishInstance(new CTnRobotTask, ppTask, &CTnRobotTask::_Init, pParent);
 }
 
-int CTnRobotTask::_Init(ITnRobotTaskParent* pParent) {
+bool CTnRobotTask::_Init(ITnRobotTaskParent* pParent) {
     CTnRobotManualEvent::CreateInstance(false, m_pRunEvent.Receive());
     m_pParent.store(pParent);
-    return m_pRunEvent && pParent != nullptr ? 1 : 0;
+    return m_pRunEvent && pParent != nullptr;
 }
 
 // The worker destroys a task whose last reference was left to it. It cannot join itself; the runner,
@@ -59,13 +59,7 @@ int CTnRobotTask::Release() {
 // count of 2 that was read before means the same or more afterwards. @param[out] nReferences  the
 // count before the drop, or the last holder's.
 bool CTnRobotTask::_DropUnlessLast(int& nReferences) {
-    nReferences = m_nRefCount.load();
-    while (!_IsLastHolder(nReferences)) {
-        if (m_nRefCount.compare_exchange_weak(nReferences, nReferences - 1)) {
-            return true;
-        }
-    }
-    return false;
+    return tnrobot::ChangeCountIf(m_nRefCount, -1, nReferences, [this](int nCount) { return !_IsLastHolder(nCount); });
 }
 
 bool CTnRobotTask::_IsLastHolder(int nReferences) const {
@@ -77,7 +71,7 @@ int CTnRobotTask::_StopAndGiveBack() {
     m_bGoing.store(true);
     std::unique_lock<std::mutex> control(m_controlMutex);
     _StopLocked();
-    return _GiveUp(std::move(control), 0) - 1;
+    return _GiveUp(std::move(control), 0);
 }
 
 // The caller is the worker, inside the runner, or holds m_controlMutex. @return false, with nothing
@@ -108,44 +102,43 @@ bool CTnRobotTask::_DropLeftIfHeld() {
     std::lock_guard<std::mutex> lock(m_parentMutex);
     const int nLeft = m_nLeft.load();
     const int nUnheld = nLeft + (m_pParent.load() != nullptr ? 1 : 0);
-    int nReferences = m_nRefCount.load();
-    while (nReferences > nUnheld) {
-        if (m_nRefCount.compare_exchange_weak(nReferences, nReferences - nLeft)) {
-            m_nLeft.store(0);
-            return true;
-        }
+    int nReferences = 0;
+    const bool bHeld =
+        tnrobot::ChangeCountIf(m_nRefCount, -nLeft, nReferences, [nUnheld](int nCount) { return nCount > nUnheld; });
+    if (bHeld) {
+        m_nLeft.store(0);
     }
-    return false;
+    return bHeld;
 }
 
 // For the worker outside of a run. A lock that is taken is asked for again in the next turn: whoever
 // has it may wait for the worker. @return whether the task is destroyed.
 bool CTnRobotTask::_TakeBackLeft() {
     std::unique_lock<std::mutex> control(m_controlMutex, std::try_to_lock);
-    return control.owns_lock() && _GiveUp(std::move(control), 1) == 1;
+    return control.owns_lock() && _GiveUp(std::move(control), 1) == 0;
 }
 
 // Gives up one reference to a stopped task, which m_controlMutex keeps stopped. A pool that goes
 // meanwhile has either forgotten the task before, or waits for it to come back.
 // @param[in] nLeft  1 when the reference is one that was left to the worker, otherwise 0.
-// @return the count before; with 1 the task is destroyed.
+// @return references left; with 0 the task is destroyed.
 int CTnRobotTask::_GiveUp(std::unique_lock<std::mutex> control, int nLeft) {
-    ITnRobotTaskParent* pHome = nullptr;
+    ITnRobotTaskParent* pParent = nullptr;
     int nBefore = 0;
     {
         std::lock_guard<std::mutex> lock(m_parentMutex);
         m_bGoing.store(false);
         m_nLeft.fetch_sub(nLeft);
         nBefore = m_nRefCount.fetch_sub(1);
-        pHome = nBefore == 2 ? m_pParent.load() : nullptr;
+        pParent = m_pParent.load();
     }
     control.unlock();
-    if (pHome != nullptr) {
-        pHome->RecoveryTask(this);
-    } else if (nBefore == 1) {
-        tnrobot::Destroy(this);
-    }
-    return nBefore;
+    return _FollowFall(nBefore, pParent);
+}
+
+int CTnRobotTask::_FollowFall(int nBefore, ITnRobotTaskParent* pParent) {
+    return tnrobot::FollowFall(this, nBefore, pParent,
+                               [this](ITnRobotTaskParent& parent) { parent.RecoveryTask(this); });
 }
 
 void CTnRobotTask::ReleaseWithoutWaiting() {
@@ -170,16 +163,7 @@ bool CTnRobotTask::IsInherited() const {
 // There is nobody to stop, and a lock may have been lost with the thread that held it.
 int CTnRobotTask::_ReleaseInherited() {
     ITnRobotTaskParent* pParent = m_pParent.load();
-    const int nBefore = m_nRefCount.fetch_sub(1);
-    if (nBefore == 2 && pParent != nullptr) {
-        pParent->RecoveryTask(this);
-    } else if (nBefore <= 1) {
-        tnrobot::CheckRelease(this, nBefore);
-        if (nBefore == 1) {
-            tnrobot::Destroy(this);
-        }
-    }
-    return nBefore - 1;
+    return _FollowFall(m_nRefCount.fetch_sub(1), pParent);
 }
 
 void CTnRobotTask::SettleHere() {
@@ -197,13 +181,9 @@ void CTnRobotTask::SettleHere() {
 }
 
 bool CTnRobotTask::AddRefWhileHeld() {
-    int nBefore = m_nRefCount.load();
-    while (nBefore > 1 && !m_bGoing.load()) {
-        if (m_nRefCount.compare_exchange_weak(nBefore, nBefore + 1)) {
-            return true;
-        }
-    }
-    return false;
+    int nBefore = 0;
+    return tnrobot::ChangeCountIf(m_nRefCount, 1, nBefore,
+                                  [this](int nCount) { return nCount > 1 && !m_bGoing.load(); });
 }
 
 // A last holder that waits for the job to return, and references that were left to the worker, hold
@@ -240,7 +220,7 @@ bool CTnRobotTask::BindRunner(ITnRobotTaskRunner* pRunner) {
 // waits for the job: it is told that nothing was started. So is who has inherited a task: its worker
 // is not here. Everybody else lets a run whose event is reset come to its end first, whoever reset it.
 bool CTnRobotTask::Start() {
-    tnrobot::CheckInUse(this, m_nRefCount);
+    tnrobot::CheckUsed(this, m_nRefCount);
     if (IsInherited() && m_pWorker) {
         return false;
     }

@@ -97,14 +97,14 @@ public:
     bool IsIdle() const { return m_bIdle; }
 
 private:
-    enum ETnTaskState : int {
+    enum TaskState : int {
         TASK_STOPPED = 0,      ///< the worker is not in the runner
         TASK_RUNNING = 1,      ///< it is, from before Init until after ClearResource
         TASK_NOT_STARTED = 2,  ///< there is no worker yet, or no more
     };
 
     CTnRobotTask() = default;
-    int _Init(ITnRobotTaskParent* pParent);
+    bool _Init(ITnRobotTaskParent* pParent);
     void _StartWorker();
     void _BeginRun();
     void _StopLocked();
@@ -118,6 +118,7 @@ private:
     bool _DropLeftIfHeld();
     bool _TakeBackLeft();
     int _GiveUp(std::unique_lock<std::mutex> control, int nLeft);
+    int _FollowFall(int nBefore, ITnRobotTaskParent* pParent);
     std::unique_lock<std::mutex> _LockParent();
     bool _NotifyParent();
     void _OnTaskWork();

@@ -4,10 +4,11 @@
 #include <memory>
 #include <utility>
 
+#include "checked/TnChecked.h"
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotTaskRunner.h"
-#include "core/TnChecked.h"
 #include "core/TnCreateInstance.h"
+#include "core/TnExactCast.h"
 
 ITnRobotTaskPool::~ITnRobotTaskPool() = default;
 
@@ -15,16 +16,15 @@ int CTnRobotTaskPool::CreateInstance(ITnRobotTaskPool** ppPool) {
     if (ppPool == nullptr) {
         return 0;
     }
-    return tnrobot::FinishInstance(new CTnRobotTaskPool, ppPool,
-                                   [](CTnRobotTaskPool& pool) { return pool._Init() != 0; });
+    return tnrobot::FinishInstance(new CTnRobotTaskPool, ppPool, &CTnRobotTaskPool::_Init);
 }
 
-int CTnRobotTaskPool::_Init() {
+bool CTnRobotTaskPool::_Init() {
     if (TnCreateRobotManualEvent(false, m_pExitEvent.Receive()) == 0) {
-        return 0;
+        return false;
     }
     m_pThread = std::make_unique<tnrobot::Worker>([this] { _OnThreadPoolWork(); });
-    return 1;
+    return true;
 }
 
 CTnRobotTaskPool::~CTnRobotTaskPool() {
@@ -107,9 +107,7 @@ CTnRobotTask* CTnRobotTaskPool::_TakeTask() {
     }
     m_idleTasks.PopFront();
     pTask->SetIdle(false);
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::ClearFree(pTask);
-    }
+    tnrobot::NoteTaken(pTask);
     _SetIdleCount();
     return pTask;
 }
@@ -133,7 +131,7 @@ unsigned int CTnRobotTaskPool::GetTaskCount() {
 // is released. A job that calls this for its own task has it stopped; idle the task becomes when its
 // holder releases it.
 void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
-    auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask);
+    auto* pPooled = tnrobot::ExactCast<CTnRobotTask>(pTask);
     if (pPooled == nullptr) {
         return;
     }
@@ -148,17 +146,13 @@ void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
     m_idleTasks.Reserve(m_idleTasks.Size() + 1);  // only a stranger's task finds no room
     m_idleTasks.PushBack(pPooled);
     pPooled->SetIdle(true);
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::SetFree(pPooled, this);
-    }
+    tnrobot::NoteFreed(pPooled, this);
     _SetIdleCount();
 }
 
 void CTnRobotTaskPool::_SetIdleCount() {
     m_nIdleTasks.store(static_cast<unsigned int>(m_idleTasks.Size()));
-    if constexpr (tnrobot::kChecked) {
-        _CheckInvariants();
-    }
+    tnrobot::IfChecked([this] { _CheckInvariants(); });
 }
 
 // The notification queue while a notice is added to it. It goes back whatever happens, since the
@@ -196,8 +190,8 @@ void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
         return;
     }
     const QueueLoan queue(*this);
-    STnStopNotice& notice = queue->emplace_back();
-    auto* pPooled = dynamic_cast<CTnRobotTask*>(pTask);
+    StopNotice& notice = queue->emplace_back();
+    auto* pPooled = tnrobot::ExactCast<CTnRobotTask>(pTask);
     if (pPooled == nullptr) {
         notice.m_task = tnrobot::Ref<ITnRobotTask>::Share(pTask);
     } else if (pPooled->AddRefWhileHeld()) {
@@ -223,8 +217,8 @@ std::unique_ptr<CTnRobotTaskPool::NotifyQueue> CTnRobotTaskPool::_TakeNotices() 
 
 // The run that a notice is about may be over long since, and its reference the last one to a task
 // that runs again: then the worker gives the task back, because others wait to be stopped here.
-void CTnRobotTaskPool::_Obey(STnStopNotice notice) {
-    if (auto* pPooled = dynamic_cast<CTnRobotTask*>(notice.m_task.Get())) {
+void CTnRobotTaskPool::_Obey(StopNotice notice) {
+    if (auto* pPooled = tnrobot::ExactCast<CTnRobotTask>(notice.m_task.Get())) {
         pPooled->StopRun(notice.m_nRun);
         notice.m_task.Detach();
         pPooled->ReleaseWithoutWaiting();
@@ -241,7 +235,7 @@ void CTnRobotTaskPool::_OnThreadPoolWork() {
             tnrobot::PollSleep();
             continue;
         }
-        STnStopNotice notice = std::move(notices->front());
+        StopNotice notice = std::move(notices->front());
         notices->pop_front();
         _Obey(std::move(notice));
     }

@@ -53,15 +53,15 @@ public:
 
 private:
     /// The news that a run's work is done.
-    struct STnStopNotice {
+    struct StopNotice {
         tnrobot::Ref<ITnRobotTask> m_task;
         unsigned long long m_nRun = 0;  ///< the run that is done; a later one goes on
     };
-    using NotifyQueue = std::deque<STnStopNotice>;
+    using NotifyQueue = std::deque<StopNotice>;
     class QueueLoan;
 
     CTnRobotTaskPool() = default;
-    int _Init();
+    bool _Init();
     CTnRobotTask* _TakeTask();
     CTnRobotTask* _MakeTask();
     void _SetIdleCount();
@@ -69,7 +69,7 @@ private:
     void _LetGoOfTasks();
     bool _AreAllIdle();
     std::unique_ptr<NotifyQueue> _TakeNotices();
-    static void _Obey(STnStopNotice notice);
+    static void _Obey(StopNotice notice);
     void _OnThreadPoolWork();
     void _CheckInvariants() const;
 

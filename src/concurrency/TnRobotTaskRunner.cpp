@@ -1,21 +1,20 @@
 #include "concurrency/TnRobotTaskRunner.h"
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotTaskRunner::~ITnRobotTaskRunner() = default;
 
 int CTnRobotTaskRunner::CreateInstance(const std::function<void(ITnRobotEvent*)>& job, ITnRobotTaskRunner** ppRunner) {
-    return tnrobot::FinishInstance(new CTnRobotTaskRunner, ppRunner,
-                                   [&job](CTnRobotTaskRunner& runner) { return runner._Init(job) != 0; });
+    return tnrobot::FinishInstance(new CTnRobotTaskRunner, ppRunner, &CTnRobotTaskRunner::_Init, job);
 }
 
-int CTnRobotTaskRunner::_Init(const std::function<void(ITnRobotEvent*)>& job) {
+bool CTnRobotTaskRunner::_Init(const std::function<void(ITnRobotEvent*)>& job) {
     if (!job) {
-        return 0;
+        return false;
     }
     m_job = job;
-    return 1;
+    return true;
 }
 
 void CTnRobotTaskRunner::Init() {

@@ -27,7 +27,7 @@ public:
 
 private:
     CTnRobotTaskRunner() = default;
-    int _Init(const std::function<void(ITnRobotEvent*)>& job);
+    bool _Init(const std::function<void(ITnRobotEvent*)>& job);
 
     std::function<void(ITnRobotEvent*)> m_job;  // not changed after _Init
     std::atomic<bool> m_bExecuted{false};       // a call of the job has begun since Init

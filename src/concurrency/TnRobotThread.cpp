@@ -2,9 +2,10 @@
 
 #include <utility>
 
+#include "checked/TnChecked.h"
 #include "concurrency/TnPolling.h"
 #include "concurrency/TnRobotManualEvent.h"
-#include "core/TnChecked.h"
+#include "core/TnCounting.h"
 #include "core/TnCreateInstance.h"
 
 namespace {
@@ -19,16 +20,15 @@ thread_local const CTnRobotThread* t_pWorkerOf = nullptr;
 ITnRobotThread::~ITnRobotThread() = default;
 
 int CTnRobotThread::CreateInstance(ITnRobotThread** ppThread) {
-    return tnrobot::FinishInstance(new CTnRobotThread, ppThread,
-                                   [](CTnRobotThread& thread) { return thread._Init() != 0; });
+    return tnrobot::FinishInstance(new CTnRobotThread, ppThread, &CTnRobotThread::_Init);
 }
 
 CTnRobotThread::CTnRobotThread() : m_job(std::make_shared<const Job>()) {}
 
-int CTnRobotThread::_Init() {
+bool CTnRobotThread::_Init() {
     CTnRobotManualEvent::CreateInstance(false, m_pStopEvent.Receive());
     CTnRobotManualEvent::CreateInstance(false, m_pExitEvent.Receive());
-    return 1;
+    return true;
 }
 
 // A worker that destroys its own object cannot join itself. Its job, which may take its time to go, goes
@@ -45,12 +45,9 @@ CTnRobotThread::~CTnRobotThread() {
 // job has returned. The stop event is left as it is, which callers rely on: a job that waits for it
 // ends only by a Stop that comes first.
 int CTnRobotThread::Release() {
-    int nReferences = m_nRefCount.load();
-    while (nReferences != 1) {
-        if (m_nRefCount.compare_exchange_weak(nReferences, nReferences - 1)) {
-            tnrobot::CheckRelease(this, nReferences);
-            return nReferences - 1;
-        }
+    int nBefore = 0;
+    if (tnrobot::ChangeCountIf(m_nRefCount, -1, nBefore, [](int nCount) { return nCount != 1; })) {
+        return tnrobot::FollowFall(this, nBefore);
     }
     if (_OnWorkerThread()) {
         m_bDestroy = true;
@@ -65,11 +62,7 @@ int CTnRobotThread::Release() {
 }
 
 int CTnRobotThread::_Drop() {
-    const int nBefore = m_nRefCount.fetch_sub(1);
-    if (nBefore == 1) {
-        tnrobot::Destroy(this);
-    }
-    return nBefore - 1;
+    return tnrobot::FollowFall(this, m_nRefCount.fetch_sub(1));
 }
 
 // The worker keeps the job that it is calling alive, so a job may be replaced while it runs, even
@@ -162,7 +155,7 @@ bool CTnRobotThread::_AwaitAnswer(Answer answer) const {
     return bAnswered;
 }
 
-void CTnRobotThread::_PollState(ETnThreadState eState) const {
+void CTnRobotThread::_PollState(ThreadState eState) const {
     tnrobot::PollUntil([this, eState] { return m_state.load() == eState; });
 }
 

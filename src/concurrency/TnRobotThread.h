@@ -48,7 +48,7 @@ public:
 private:
     using Job = std::function<void(ITnRobotEvent*)>;
 
-    enum ETnThreadState : int {
+    enum ThreadState : int {
         THREAD_CREATED = 0,  ///< no pass has run
         THREAD_RUNNING = 1,  ///< passes run
         THREAD_PAUSED = 2,   ///< the stop event was seen after a pass
@@ -56,14 +56,14 @@ private:
     };
 
     CTnRobotThread();
-    int _Init();
+    bool _Init();
     std::shared_ptr<const Job> _Job();
     bool _OnWorkerThread() const;
     bool _IsRunning();
     int _Drop();
     template <typename Answer>
     bool _AwaitAnswer(Answer answer) const;
-    void _PollState(ETnThreadState eState) const;
+    void _PollState(ThreadState eState) const;
     void _OnThreadWorkLoop();
 
     std::mutex m_controlMutex;

@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnObjectWatcher.h"
 #include "core/TnRegistrations.h"
 
@@ -52,15 +52,11 @@ void ForkSafe::_LockAll() {
     }
     LockRegistrationForFork();
     ObjectWatcher::LockForFork();
-    if constexpr (kChecked) {
-        checked::LockForFork();
-    }
+    LockChecksForFork();
 }
 
 void ForkSafe::_UnlockAll() {
-    if constexpr (kChecked) {
-        checked::UnlockAfterFork();
-    }
+    UnlockChecksAfterFork();
     ObjectWatcher::UnlockAfterFork();
     UnlockRegistrationAfterFork();
     for (ForkSafe* p = g_pNewest; p != nullptr; p = p->m_pOlder) {

@@ -12,9 +12,15 @@ namespace tnrobot {
 
 /// How many forks lie between the process that loaded the library and this one. Counted instead of
 /// asking for the process's number: that is a call of the system, and numbers come again.
+///
+/// Relaxed operations suffice: it changes in a new child only, while that has a single thread, and all
+/// its other threads are started by that one, directly or not.
 extern std::atomic<unsigned int> g_nForks;
 
 /// The process in which something was made, or settled.
+///
+/// Relaxed operations suffice: the answer publishes nothing. What is settled is settled under the lock
+/// of its owner, or before another thread knows of it.
 class HomeProcess {
 public:
     HomeProcess() { Settle(); }

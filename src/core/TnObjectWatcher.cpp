@@ -21,14 +21,17 @@ void ObjectWatcher::UnlockAfterFork() {
 }
 
 // Most programs destroy objects while no archive refers to any: they must not meet at the lock. An
-// archive that begins to watch at the same moment does not know an object that is going already.
+// archive that begins to watch at the same moment does not know an object that is going already. An
+// object that an archive knows goes after it has become known: its holders have to see to that
+// themselves, and so the count is seen too, in whatever order it is read. What it counts is read under
+// the lock only.
 void ObjectWatcher::Tell(const CTnRobotObject* pObject) noexcept {
     if (g_nWatchers.load(std::memory_order_acquire) == 0) {
         return;
     }
     const auto lock = LockObjects();
     for (ObjectWatcher* p = g_pWatchers; p != nullptr; p = p->m_pNext) {
-        p->ObjectGone(pObject);
+        p->_ObjectGone(pObject);
     }
 }
 

@@ -16,7 +16,7 @@ namespace tnrobot {
 ///
 /// Invariant: a watcher is in the list of watchers from its first Watch until StopWatching, which its
 ///            own destructor calls before anything of it goes.
-/// Threads: ObjectGone comes from any thread, under the lock that LockObjects gives, which guards
+/// Threads: _ObjectGone comes from any thread, under the lock that LockObjects gives, which guards
 ///          whatever a watcher knows of objects. Nothing else may be locked, called or destroyed
 ///          under it.
 class ObjectWatcher {
@@ -47,7 +47,7 @@ protected:
     static std::unique_lock<std::mutex> LockObjects();
 
 private:
-    virtual void ObjectGone(const CTnRobotObject* pObject) noexcept = 0;
+    virtual void _ObjectGone(const CTnRobotObject* pObject) noexcept = 0;
 
     ObjectWatcher* m_pNext = nullptr;    // guarded by the lock, like the next
     ObjectWatcher** m_ppThis = nullptr;  // what points to this one in the list

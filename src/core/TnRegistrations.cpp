@@ -60,7 +60,7 @@ unsigned long long CountClosedModules() {
 }
 
 template <typename Condition>
-void Registrations::DropIf(Condition condition) {
+void Registrations::_DropIf(Condition condition) {
     Registration** ppLink = &m_pNewest;
     while (*ppLink != nullptr) {
         Registration* p = *ppLink;
@@ -74,20 +74,20 @@ void Registrations::DropIf(Condition condition) {
 }
 
 Registrations::~Registrations() {
-    DropIf([](const Registration&) { return true; });
+    _DropIf([](const Registration&) { return true; });
 }
 
 bool Registrations::Add(STnRuntimeClass* pClass) {
     auto* pNew =
         new Registration{pClass, pClass->m_lpszClassGuid, pClass->m_pfnCreateObject, LiesInModule(pClass), nullptr};
-    DropIf([pClass](const Registration& registration) { return registration.m_pClass == pClass; });
+    _DropIf([pClass](const Registration& registration) { return registration.m_pClass == pClass; });
     pNew->m_pOlder = m_pNewest;
     m_pNewest = pNew;
     return pNew->m_bInModule;
 }
 
 void Registrations::ForgetClosedModules() {
-    DropIf([](const Registration& registration) { return !IsThere(registration); });
+    _DropIf([](const Registration& registration) { return !IsThere(registration); });
 }
 
 }  // namespace tnrobot

@@ -42,7 +42,7 @@ public:
 
 private:
     template <typename Condition>
-    void DropIf(Condition condition);
+    void _DropIf(Condition condition);
 
     Registration* m_pNewest = nullptr;
 };

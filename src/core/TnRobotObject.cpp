@@ -17,7 +17,7 @@ std::atomic<STnRuntimeClass*> g_pHeadClass{&CTnRobotObject::classCTnRobotObject}
 std::mutex g_registration;                  // held while the chain changes
 tnrobot::Registrations g_registrations;     // guarded by g_registration
 std::atomic<unsigned long long> g_nClosed;  // modules closed when the chain was last looked through
-std::atomic<bool> g_bMayClose;              // whether a module with registered classes can be closed
+std::atomic<bool> g_bMayClose;              // whether a module with registered classes can be closed; see FindClass
 
 // The link is a plain pointer, because the record's layout is part of the interface.
 STnRuntimeClass* Next(const STnRuntimeClass* pClass) {
@@ -68,6 +68,10 @@ const STnRuntimeClass* SearchChain(const char* lpszGuid) {
 
 // A class that is registered again leaves its place before it comes to the front, so who misses it
 // looks once more while nothing moves.
+//
+// Acquire and release suffice for the flag and the number, too: a module that was closed before this
+// look-up was registered before, and the flag was set then. One that is closed meanwhile may be gone in
+// the middle of the search, whatever is read here: its owner has to prevent that.
 const STnRuntimeClass* FindClass(const char* lpszGuid) {
     if (g_bMayClose.load(std::memory_order_acquire) &&
         tnrobot::CountClosedModules() != g_nClosed.load(std::memory_order_acquire)) {

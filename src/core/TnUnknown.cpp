@@ -1,10 +1,9 @@
 #include "TnRobotKernel/core.h"
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
+#include "core/TnCounting.h"
 
 ITnUnknown::~ITnUnknown() {
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::Leave(this);
-    }
+    tnrobot::Unwatch(this);
 }
 
 void ITnUnknown::AddRef() {
@@ -15,11 +14,5 @@ void ITnUnknown::AddRef() {
 int ITnUnknown::Release() {
     // The result comes from this one atomic operation: after it the object may be gone already. Its
     // order publishes the plain fields: the last holder sees all that the others wrote before.
-    const int nBefore = m_nRefCount.fetch_sub(1);
-    if (nBefore == 1) {
-        tnrobot::Destroy(this);
-    } else if (nBefore <= 0) {
-        tnrobot::CheckRelease(this, nBefore);
-    }
-    return nBefore - 1;
+    return tnrobot::FollowFall(this, m_nRefCount.fetch_sub(1));
 }

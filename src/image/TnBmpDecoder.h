@@ -9,6 +9,7 @@
 #include "image/TnBmpHeader.h"
 #include "image/TnByteBuffer.h"
 #include "image/TnImageFile.h"
+#include "image/TnPictureReading.h"
 
 /// Hands out the pixels of a BMP as they are stored; rows are unpadded. Signature, planes,
 /// compression and header size are not looked at.
@@ -38,18 +39,27 @@ public:
     /// TN_IMAGE_GRAY8 for pixels of one; there is no conversion.
     /// @return false without pixels, for another format, for a buffer below GetDataSize(), and when
     ///         the file cannot be read any more: then there are no pixels from here on.
-    bool ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize);
+    bool ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) {
+        return Read(eType, pBuffer, nSize).m_eReading == tnrobot::Reading::kDone;
+    }
 
     /// @return bytes that ReadData copies; 0 without pixels.
     unsigned int GetDataSize() const { return m_nDataSize; }
 
-    /// @return whether there are pixels for every row of the header's height.
-    bool HasAllRows() const;
+    /// Whether there are enough pixels for a surface of so many bytes: a modest one may stay zero where
+    /// rows are missing, a larger one needs them all. Nothing is read for that.
+    /// @return kDone, or kUnreadable when they are too few.
+    tnrobot::Reading CanFill(std::int64_t nSurfaceSize) const;
+
+    /// As ReadData. @return kUnreadable without pixels and when the file cannot be read any more,
+    /// kUndecodable for what else ReadData refuses; the pixels are one row, without a gap.
+    tnrobot::PictureReading Read(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize);
 
     /// Does nothing: the pixels live as long as the decoder.
     void Close();
 
 private:
+    bool _HasAllRows() const;
     bool _HasFormat(ETnNLImageType eType) const;
     void _DropPixels();
 
@@ -59,7 +69,7 @@ private:
     std::size_t m_nFileRow = 0;      // bytes of its rows, of which the data size is a multiple
     tnrobot::ByteBuffer m_pixels;    // in file order
     unsigned int m_nDataSize = 0;
-    tnrobot::STnBmpHeader m_header{};
+    tnrobot::BmpHeader m_header{};
     bool m_bHasHeader = false;
 };
 

@@ -17,33 +17,33 @@ static_assert(kPieceSize % kRampSize == 0, "pieces of the table must continue ea
 
 // What the encoder makes of a record: everything in bytes, computed once.
 struct BmpPlan {
-    std::uint32_t nColours;
-    std::uint64_t nFileSize;
-    std::size_t nRow;       // bytes of a row
-    std::size_t nRows = 0;  // rows that the record holds completely
-    std::size_t nZeroTail;  // bytes of the data size that no such row covers
+    std::uint32_t m_nColours;
+    std::uint64_t m_nFileSize;
+    std::size_t m_nRow;       // bytes of a row
+    std::size_t m_nRows = 0;  // rows that the record holds completely
+    std::size_t m_nZeroTail;  // bytes of the data size that no such row covers
 
     explicit BmpPlan(const STnNLImageData& image)
-        : nColours(1U << (8U * image.nChannels) % 32U),
-          nFileSize(tnrobot::kBmpHeaderSize + std::uint64_t{nColours} * kColourSize + image.nDataSize),
-          nRow(image.nWidth > 0 ? static_cast<std::size_t>(image.nWidth) * image.nChannels : 0) {
-        if (image.pData != nullptr && nRow > 0 && image.nHeight > 0) {
-            nRows = std::min<std::size_t>(static_cast<std::size_t>(image.nHeight), image.nDataSize / nRow);
+        : m_nColours(1U << (8U * image.nChannels) % 32U),
+          m_nFileSize(tnrobot::kBmpHeaderSize + std::uint64_t{m_nColours} * kColourSize + image.nDataSize),
+          m_nRow(image.nWidth > 0 ? static_cast<std::size_t>(image.nWidth) * image.nChannels : 0) {
+        if (image.pData != nullptr && m_nRow > 0 && image.nHeight > 0) {
+            m_nRows = std::min<std::size_t>(static_cast<std::size_t>(image.nHeight), image.nDataSize / m_nRow);
         }
-        nZeroTail = image.nDataSize - nRows * nRow;
+        m_nZeroTail = image.nDataSize - m_nRows * m_nRow;
     }
 
-    bool FitsHeader() const { return nFileSize <= std::numeric_limits<std::uint32_t>::max(); }
+    bool FitsHeader() const { return m_nFileSize <= std::numeric_limits<std::uint32_t>::max(); }
 
     tnrobot::BmpHeaderBytes Header(const STnNLImageData& image) const {
-        tnrobot::STnBmpHeader header{};
-        header.nFileSize = static_cast<std::uint32_t>(nFileSize);
-        header.nDataOffset = static_cast<std::uint32_t>(tnrobot::kBmpHeaderSize + nColours * kColourSize);
-        header.nWidth = image.nWidth;
-        header.nHeight = image.nHeight;
-        header.nBitsPerPixel = static_cast<std::uint16_t>(8 * image.nChannels);
-        header.nImageSize = image.nDataSize;
-        header.nColours = nColours;
+        tnrobot::BmpHeader header{};
+        header.m_nFileSize = static_cast<std::uint32_t>(m_nFileSize);
+        header.m_nDataOffset = static_cast<std::uint32_t>(tnrobot::kBmpHeaderSize + m_nColours * kColourSize);
+        header.m_nWidth = image.nWidth;
+        header.m_nHeight = image.nHeight;
+        header.m_nBitsPerPixel = static_cast<std::uint16_t>(8 * image.nChannels);
+        header.m_nImageSize = image.nDataSize;
+        header.m_nColours = m_nColours;
         return tnrobot::FormatBmpHeader(header);
     }
 };
@@ -123,13 +123,13 @@ bool CTnBmpEncoder::EncodePieces(const STnNLImageData& image, const PieceSink& s
     PieceWriter writer(sink);
     const tnrobot::BmpHeaderBytes header = plan.Header(image);
     writer.Write(header.data(), header.size());
-    const std::size_t nTableSize = plan.nColours * kColourSize;
+    const std::size_t nTableSize = plan.m_nColours * kColourSize;
     writer.WriteRepeated(ColourPattern(nTableSize), nTableSize);
-    for (std::size_t i = 1; i <= plan.nRows; ++i) {
-        writer.Write(image.pData + (image.nDataSize - i * plan.nRow), plan.nRow);
+    for (std::size_t i = 1; i <= plan.m_nRows; ++i) {
+        writer.Write(image.pData + (image.nDataSize - i * plan.m_nRow), plan.m_nRow);
     }
     writer.Flush();
-    WriteZeros(writer, plan.nZeroTail);
+    WriteZeros(writer, plan.m_nZeroTail);
     return true;
 }
 
@@ -139,7 +139,7 @@ bool CTnBmpEncoder::Encode(const STnNLImageData& image) {
     if (!plan.FitsHeader()) {
         return false;
     }
-    m_file.reserve(static_cast<std::size_t>(plan.nFileSize));
+    m_file.reserve(static_cast<std::size_t>(plan.m_nFileSize));
     return EncodePieces(image, [this](const unsigned char* pPiece, std::size_t nSize) {
         m_file.insert(m_file.end(), pPiece, pPiece + nSize);
     });

@@ -4,7 +4,7 @@ namespace tnrobot {
 
 namespace {
 
-enum ETnBmpOffset : std::size_t {
+enum BmpOffset : std::size_t {
     kSignature = 0,
     kFileSize = 2,
     kDataOffset = 10,
@@ -36,32 +36,32 @@ void Put(BmpHeaderBytes& bytes, std::size_t nOffset, std::size_t nCount, std::ui
 
 }  // namespace
 
-STnBmpHeader ParseBmpHeader(const BmpHeaderBytes& bytes) {
-    STnBmpHeader header{};
-    header.nFileSize = Get(bytes, kFileSize, 4);
-    header.nDataOffset = Get(bytes, kDataOffset, 4);
-    header.nWidth = static_cast<std::int32_t>(Get(bytes, kWidth, 4));
-    header.nHeight = static_cast<std::int32_t>(Get(bytes, kHeight, 4));
-    header.nBitsPerPixel = static_cast<std::uint16_t>(Get(bytes, kBitsPerPixel, 2));
-    header.nImageSize = Get(bytes, kImageSize, 4);
-    header.nColours = Get(bytes, kColoursUsed, 4);
+BmpHeader ParseBmpHeader(const BmpHeaderBytes& bytes) {
+    BmpHeader header{};
+    header.m_nFileSize = Get(bytes, kFileSize, 4);
+    header.m_nDataOffset = Get(bytes, kDataOffset, 4);
+    header.m_nWidth = static_cast<std::int32_t>(Get(bytes, kWidth, 4));
+    header.m_nHeight = static_cast<std::int32_t>(Get(bytes, kHeight, 4));
+    header.m_nBitsPerPixel = static_cast<std::uint16_t>(Get(bytes, kBitsPerPixel, 2));
+    header.m_nImageSize = Get(bytes, kImageSize, 4);
+    header.m_nColours = Get(bytes, kColoursUsed, 4);
     return header;
 }
 
-BmpHeaderBytes FormatBmpHeader(const STnBmpHeader& header) {
+BmpHeaderBytes FormatBmpHeader(const BmpHeader& header) {
     BmpHeaderBytes bytes{};
     bytes[kSignature] = 'B';
     bytes[kSignature + 1] = 'M';
-    Put(bytes, kFileSize, 4, header.nFileSize);
-    Put(bytes, kDataOffset, 4, header.nDataOffset);
+    Put(bytes, kFileSize, 4, header.m_nFileSize);
+    Put(bytes, kDataOffset, 4, header.m_nDataOffset);
     Put(bytes, kInfoSize, 4, kInfoHeaderSize);
-    Put(bytes, kWidth, 4, static_cast<std::uint32_t>(header.nWidth));
-    Put(bytes, kHeight, 4, static_cast<std::uint32_t>(header.nHeight));
+    Put(bytes, kWidth, 4, static_cast<std::uint32_t>(header.m_nWidth));
+    Put(bytes, kHeight, 4, static_cast<std::uint32_t>(header.m_nHeight));
     Put(bytes, kPlanes, 2, 1);
-    Put(bytes, kBitsPerPixel, 2, header.nBitsPerPixel);
-    Put(bytes, kImageSize, 4, header.nImageSize);
-    Put(bytes, kColoursUsed, 4, header.nColours);
-    Put(bytes, kColoursImportant, 4, header.nColours);
+    Put(bytes, kBitsPerPixel, 2, header.m_nBitsPerPixel);
+    Put(bytes, kImageSize, 4, header.m_nImageSize);
+    Put(bytes, kColoursUsed, 4, header.m_nColours);
+    Put(bytes, kColoursImportant, 4, header.m_nColours);
     return bytes;
 }
 

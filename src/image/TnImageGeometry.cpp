@@ -34,11 +34,11 @@ int BytesPerPixel(ETnNLImageType eType) {
 }
 
 // Divides instead of multiplying: 32-bit factors fit 64 bits, but a view may come from anywhere.
-bool STnRowLayout::FitsInto(std::int64_t nSize) const {
-    if (nRows < 1 || nRowLength < 1 || nPitch < 0 || nRowLength > nSize) {
+bool RowLayout::FitsInto(std::int64_t nSize) const {
+    if (m_nRows < 1 || m_nRowLength < 1 || m_nPitch < 0 || m_nRowLength > nSize) {
         return false;
     }
-    return nPitch == 0 || nRows - 1 <= (nSize - nRowLength) / nPitch;
+    return m_nPitch == 0 || m_nRows - 1 <= (nSize - m_nRowLength) / m_nPitch;
 }
 
 // Only rows of three-byte pixels are padded.

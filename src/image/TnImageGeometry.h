@@ -19,10 +19,10 @@ constexpr std::int64_t AlignTo4(std::int64_t nBytes) {
 }
 
 /// Rows of equal length that start a fixed distance apart. A view never owns.
-struct STnRowLayout {
-    std::int64_t nRows;       ///< number of rows
-    std::int64_t nRowLength;  ///< bytes of a row that count
-    std::int64_t nPitch;      ///< bytes from one row to the next
+struct RowLayout {
+    std::int64_t m_nRows;       ///< number of rows
+    std::int64_t m_nRowLength;  ///< bytes of a row that count
+    std::int64_t m_nPitch;      ///< bytes from one row to the next
 
     /// @return whether the rows are at least one byte each, at least one, and lie in nSize bytes.
     ///         The last row need not be followed by its padding.

@@ -10,12 +10,16 @@
 #include "image/TnJpegOutline.h"
 #include "image/TnJpegSource.h"
 
+using tnrobot::PictureReading;
+using tnrobot::Reading;
+using tnrobot::RowLayout;
+
 struct STnJpegDecodeContext {
     jpeg_decompress_struct m_jpeg;
     STnJpegErrorManager m_errors;
     jpeg_progress_mgr m_progress;
-    tnrobot::STnArithmeticSource m_source;
-    tnrobot::STnJpegOutline m_outline;
+    tnrobot::ArithmeticSource m_source;
+    tnrobot::JpegOutline m_outline;
     bool m_bSpent;  // whether the picture has been decoded or has failed to
 };
 
@@ -86,7 +90,7 @@ std::int64_t ModestScanPixels(const jpeg_decompress_struct& jpeg) {
 }
 
 bool CanHoldScans(const STnJpegDecodeContext& context, std::int64_t nScans) {
-    const std::int64_t nBytes = context.m_outline.nEntropyBytes;
+    const std::int64_t nBytes = context.m_outline.m_nEntropyBytes;
     const std::int64_t nPixels = PixelCount(context.m_jpeg);
     if (HasLongRestarts(context.m_jpeg) && nPixels * nScans > kModestRestarts + nBytes * kRestartPixelsPerByte) {
         return false;
@@ -98,11 +102,11 @@ bool CanHoldScans(const STnJpegDecodeContext& context, std::int64_t nScans) {
 // For a picture of several scans libjpeg holds all coefficients at once; beyond this limit it
 // reports an error.
 long MemoryLimit(const STnJpegDecodeContext& context) {
-    return static_cast<long>(kModestMemory + context.m_outline.nEntropyBytes * kMemoryPerByte);
+    return static_cast<long>(kModestMemory + context.m_outline.m_nEntropyBytes * kMemoryPerByte);
 }
 
 std::int64_t ZeroLimit(const STnJpegDecodeContext& context) {
-    return kModestZeros + context.m_outline.nEntropyBytes;
+    return kModestZeros + context.m_outline.m_nEntropyBytes;
 }
 
 // Each scan goes over the whole picture, however little of the input it takes. Their number is known
@@ -133,11 +137,14 @@ bool StartDecoder(STnJpegDecodeContext& context, const unsigned char* pData, uns
     return true;
 }
 
+RowLayout Rows(const jpeg_decompress_struct& jpeg) {
+    const std::int64_t nRowLength = std::int64_t{jpeg.output_width} * jpeg.output_components;
+    return {jpeg.output_height, nRowLength, tnrobot::AlignTo4(nRowLength)};
+}
+
 // libjpeg writes into the caller's rows directly. Rows that do not fit are left to
 // jpeg_finish_decompress, which reports their absence as an error.
-void ReadRowsThatFit(jpeg_decompress_struct& jpeg, unsigned char* pBuffer, unsigned int nSize) {
-    const std::int64_t nRowLength = std::int64_t{jpeg.output_width} * jpeg.output_components;
-    const auto nStride = static_cast<std::size_t>(tnrobot::AlignTo4(nRowLength));
+void ReadRowsThatFit(jpeg_decompress_struct& jpeg, unsigned char* pBuffer, unsigned int nSize, std::size_t nStride) {
     const auto nRows = static_cast<JDIMENSION>(std::min<std::size_t>(nSize / nStride, jpeg.output_height));
     while (jpeg.output_scanline < nRows) {
         JSAMPROW rows[kRowsAtOnce] = {};
@@ -149,12 +156,14 @@ void ReadRowsThatFit(jpeg_decompress_struct& jpeg, unsigned char* pBuffer, unsig
     }
 }
 
-bool DecodePicture(STnJpegDecodeContext& context, unsigned char* pBuffer, unsigned int nSize) {
+// @param[out] rows  where the picture lies in the buffer.
+bool DecodePicture(STnJpegDecodeContext& context, unsigned char* pBuffer, unsigned int nSize, RowLayout& rows) {
     if (setjmp(context.m_errors.m_jump) != 0) {
         return false;
     }
     jpeg_start_decompress(&context.m_jpeg);
-    ReadRowsThatFit(context.m_jpeg, pBuffer, nSize);
+    rows = Rows(context.m_jpeg);
+    ReadRowsThatFit(context.m_jpeg, pBuffer, nSize, static_cast<std::size_t>(rows.m_nPitch));
     return jpeg_finish_decompress(&context.m_jpeg) != FALSE;
 }
 
@@ -219,23 +228,24 @@ bool CTnJpegDecoder::ReadHeader(int& nWidth, int& nHeight) const {
     return true;
 }
 
-bool CTnJpegDecoder::CanHoldPicture() const {
-    return m_context && CanHoldScans(*m_context, m_context->m_outline.nScans);
+Reading CTnJpegDecoder::CanFill(std::int64_t /*nSurfaceSize*/) const {
+    const bool bCan = m_context && CanHoldScans(*m_context, m_context->m_outline.m_nScans);
+    return bCan ? Reading::kDone : Reading::kUndecodable;
 }
 
-bool CTnJpegDecoder::ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) {
-    if (!m_context || m_context->m_bSpent || pBuffer == nullptr || !CanDecodeTo(eType)) {
-        return false;
-    }
-    if (!CanHoldPicture()) {
-        return false;
+PictureReading CTnJpegDecoder::Read(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) {
+    if (CanFill(nSize) != Reading::kDone || m_context->m_bSpent || pBuffer == nullptr || !CanDecodeTo(eType)) {
+        return {Reading::kUndecodable, {}};
     }
     m_context->m_bSpent = true;
     jpeg_decompress_struct& jpeg = m_context->m_jpeg;
-    const tnrobot::STnJpegFormat format = tnrobot::JpegFormat(eType);
+    const tnrobot::JpegFormat format = tnrobot::JpegFormatOf(eType);
     jpeg.err->error_exit = TnJpegErrorExit;
-    jpeg.out_color_space = format.eColourSpace;
-    return DecodePicture(*m_context, pBuffer, nSize);
+    jpeg.out_color_space = format.m_eColourSpace;
+    PictureReading reading{};
+    const bool bDone = DecodePicture(*m_context, pBuffer, nSize, reading.m_covered);
+    reading.m_eReading = bDone ? Reading::kDone : Reading::kUndecodable;
+    return reading;
 }
 
 void CTnJpegDecoder::Close() {

@@ -3,10 +3,12 @@
 #ifndef TNROBOTKERNEL_SRC_IMAGE_TNJPEGDECODER_H_
 #define TNROBOTKERNEL_SRC_IMAGE_TNJPEGDECODER_H_
 
+#include <cstdint>
 #include <memory>
 
 #include "TnRobotKernel/image.h"
 #include "image/TnByteBuffer.h"
+#include "image/TnPictureReading.h"
 
 struct STnJpegDecodeContext;
 
@@ -36,16 +38,22 @@ public:
     /// @return false when closed; the arguments are untouched then.
     bool ReadHeader(int& nWidth, int& nHeight) const;
 
-    /// Whether the input can be what its header says it is; nothing is decoded for that.
-    /// @return false when closed too, and ReadData fails then.
-    bool CanHoldPicture() const;
+    /// Whether the input can be what its header says it is, however large the surface; nothing is
+    /// decoded for that.
+    /// @return kDone, or kUndecodable, when closed too; Read fails then.
+    tnrobot::Reading CanFill(std::int64_t nSurfaceSize) const;
+
+    /// As ReadData. @return kDone with the rows that the picture covers, or kUndecodable.
+    tnrobot::PictureReading Read(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize);
 
     /// Decodes the picture, top row first. Rows start at multiples of the row length rounded up to
     /// a multiple of 4; the bytes between them are left as they are. Works once for each Open.
     /// @param[in] eType  1, 2, 7 or 9.
     /// @return false for another type, a closed or spent decoder, a null or too small buffer (the
     ///         rows that fit are written), and input that cannot be decoded.
-    bool ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize);
+    bool ReadData(ETnNLImageType eType, unsigned char* pBuffer, unsigned int nSize) {
+        return Read(eType, pBuffer, nSize).m_eReading == tnrobot::Reading::kDone;
+    }
 
     /// Forgets the picture; the decoder may be opened again.
     void Close();

@@ -31,11 +31,11 @@ struct EncodeContext {
 
 // How libjpeg sees a record: where its rows are and what their bytes mean.
 struct Picture {
-    const unsigned char* pData;
-    JDIMENSION nWidth;
-    JDIMENSION nHeight;
-    std::size_t nPitch;
-    tnrobot::STnJpegFormat format;
+    const unsigned char* m_pData;
+    JDIMENSION m_nWidth;
+    JDIMENSION m_nHeight;
+    std::size_t m_nPitch;
+    tnrobot::JpegFormat m_format;
 };
 
 void InitNothing(j_compress_ptr /*pJpeg*/) {}
@@ -88,10 +88,10 @@ void InitDestination(Destination& destination, std::vector<unsigned char>& outpu
 }
 
 void SetParameters(jpeg_compress_struct& jpeg, const Picture& picture) {
-    jpeg.image_width = picture.nWidth;
-    jpeg.image_height = picture.nHeight;
-    jpeg.input_components = picture.format.nComponents;
-    jpeg.in_color_space = picture.format.eColourSpace;
+    jpeg.image_width = picture.m_nWidth;
+    jpeg.image_height = picture.m_nHeight;
+    jpeg.input_components = picture.m_format.m_nComponents;
+    jpeg.in_color_space = picture.m_format.m_eColourSpace;
     jpeg_set_defaults(&jpeg);
     jpeg_set_quality(&jpeg, kQuality, TRUE);
     jpeg.comp_info[0].h_samp_factor = 1;
@@ -101,7 +101,7 @@ void SetParameters(jpeg_compress_struct& jpeg, const Picture& picture) {
 void WriteRows(jpeg_compress_struct& jpeg, const Picture& picture) {
     while (jpeg.next_scanline < jpeg.image_height) {
         // libjpeg takes a pointer to changeable bytes, but only reads them.
-        auto* pRow = const_cast<JSAMPROW>(picture.pData + jpeg.next_scanline * picture.nPitch);
+        auto* pRow = const_cast<JSAMPROW>(picture.m_pData + jpeg.next_scanline * picture.m_nPitch);
         jpeg_write_scanlines(&jpeg, &pRow, 1);
     }
 }
@@ -130,14 +130,14 @@ void DestroyEncoder(EncodeContext& context) {
 // one-byte pixels are packed, so data that is too short for aligned rows is taken as such.
 std::int64_t RowPitch(const STnNLImageData& image, int nPixelSize, int nKnownPitch) {
     const std::int64_t nRow = std::int64_t{image.nWidth} * nPixelSize;
-    if (nKnownPitch >= nRow && tnrobot::STnRowLayout{image.nHeight, nRow, nKnownPitch}.FitsInto(image.nDataSize)) {
+    if (nKnownPitch >= nRow && tnrobot::RowLayout{image.nHeight, nRow, nKnownPitch}.FitsInto(image.nDataSize)) {
         return nKnownPitch;
     }
     const std::int64_t nAligned = tnrobot::AlignTo4(nRow);
-    if (tnrobot::STnRowLayout{image.nHeight, nRow, nAligned}.FitsInto(image.nDataSize)) {
+    if (tnrobot::RowLayout{image.nHeight, nRow, nAligned}.FitsInto(image.nDataSize)) {
         return nAligned;
     }
-    const bool bPacked = nPixelSize == 1 && tnrobot::STnRowLayout{image.nHeight, nRow, nRow}.FitsInto(image.nDataSize);
+    const bool bPacked = nPixelSize == 1 && tnrobot::RowLayout{image.nHeight, nRow, nRow}.FitsInto(image.nDataSize);
     return bPacked ? nRow : 0;
 }
 
@@ -145,8 +145,8 @@ std::int64_t RowPitch(const STnNLImageData& image, int nPixelSize, int nKnownPit
 
 bool CTnJpegEncoder::Encode(const STnNLImageData& image, int nPitch) {
     m_jpeg.clear();
-    const tnrobot::STnJpegFormat format = tnrobot::JpegFormat(image.eImageType);
-    const std::int64_t nRowPitch = RowPitch(image, format.nComponents, nPitch);
+    const tnrobot::JpegFormat format = tnrobot::JpegFormatOf(image.eImageType);
+    const std::int64_t nRowPitch = RowPitch(image, format.m_nComponents, nPitch);
     if (image.pData == nullptr || nRowPitch == 0) {
         return false;
     }
@@ -157,7 +157,7 @@ bool CTnJpegEncoder::Encode(const STnNLImageData& image, int nPitch) {
     InitDestination(context.m_destination, m_jpeg);
     // Most pictures fit half of their size, and what stays unused of it costs no memory; growing
     // step by step costs a tenth of the time.
-    m_jpeg.reserve(picture.nPitch * picture.nHeight / 2);
+    m_jpeg.reserve(picture.m_nPitch * picture.m_nHeight / 2);
     const bool bEncoded = EncodePicture(context, picture);
     DestroyEncoder(context);
     if (!bEncoded) {

@@ -40,7 +40,7 @@ void JumpOutOfJpeg(jpeg_common_struct* pCommon) {
     std::longjmp(Errors(pCommon)->m_jump, 1);
 }
 
-STnJpegFormat JpegFormat(ETnNLImageType eType) {
+JpegFormat JpegFormatOf(ETnNLImageType eType) {
     return {ColourSpace(eType), BytesPerPixel(eType)};
 }
 

@@ -33,13 +33,13 @@ jpeg_error_mgr* InitJpegErrors(STnJpegErrorManager& errors);
 [[noreturn]] void JumpOutOfJpeg(jpeg_common_struct* pCommon);
 
 /// libjpeg's names for a pixel format.
-struct STnJpegFormat {
-    J_COLOR_SPACE eColourSpace;
-    int nComponents;  ///< 0 for a format that JPEG operations refuse
+struct JpegFormat {
+    J_COLOR_SPACE m_eColourSpace;
+    int m_nComponents;  ///< 0 for a format that JPEG operations refuse
 };
 
 /// Formats 3 to 6 are grey here.
-STnJpegFormat JpegFormat(ETnNLImageType eType);
+JpegFormat JpegFormatOf(ETnNLImageType eType);
 
 }  // namespace tnrobot
 

@@ -80,13 +80,13 @@ const unsigned char* FindScanEnd(const unsigned char* pData, const unsigned char
 }
 
 // A scan without a byte is none.
-STnJpegOutline OutlineJpeg(const unsigned char* pData, const unsigned char* pEnd) {
-    STnJpegOutline outline{};
+JpegOutline OutlineJpeg(const unsigned char* pData, const unsigned char* pEnd) {
+    JpegOutline outline{};
     const unsigned char* pCoded = FindScanData(pData, pEnd);
     while (pCoded != pEnd) {
         const unsigned char* pMarker = FindScanEnd(pCoded, pEnd);
-        outline.nEntropyBytes += pMarker - pCoded;
-        ++outline.nScans;
+        outline.m_nEntropyBytes += pMarker - pCoded;
+        ++outline.m_nScans;
         pCoded = FindScanData(pMarker, pEnd);
     }
     return outline;

@@ -8,14 +8,14 @@
 namespace tnrobot {
 
 /// The parts of a JPEG that decoding takes its time from.
-struct STnJpegOutline {
-    std::int64_t nEntropyBytes;  ///< bytes of coded pixels; comments, profiles and tables are none
-    std::int64_t nScans;         ///< passes over the picture
+struct JpegOutline {
+    std::int64_t m_nEntropyBytes;  ///< bytes of coded pixels; comments, profiles and tables are none
+    std::int64_t m_nScans;         ///< passes over the picture
 };
 
 /// Walks from marker to marker, as libjpeg does. Never reads beyond pEnd, whatever the bytes are.
 /// @param[in] pData  first byte; borrowed for the call. @param[in] pEnd  byte after the last one.
-STnJpegOutline OutlineJpeg(const unsigned char* pData, const unsigned char* pEnd);
+JpegOutline OutlineJpeg(const unsigned char* pData, const unsigned char* pEnd);
 
 /// @return the first byte of the next scan's coded pixels at or after pData; pEnd when there is no
 ///         other scan.

@@ -18,11 +18,11 @@ namespace {
 const JOCTET kZero = 0;
 const JOCTET kEndOfImage[] = {0xFF, 0xD9};
 
-STnArithmeticSource& Source(j_decompress_ptr pJpeg) {
-    return *reinterpret_cast<STnArithmeticSource*>(pJpeg->src);
+ArithmeticSource& Source(j_decompress_ptr pJpeg) {
+    return *reinterpret_cast<ArithmeticSource*>(pJpeg->src);
 }
 
-void Give(STnArithmeticSource& source, const JOCTET* pBytes, std::ptrdiff_t nCount) {
+void Give(ArithmeticSource& source, const JOCTET* pBytes, std::ptrdiff_t nCount) {
     source.m_base.next_input_byte = pBytes;
     source.m_base.bytes_in_buffer = static_cast<std::size_t>(nCount);
 }
@@ -36,7 +36,7 @@ bool IsCheapScan(const jpeg_decompress_struct& jpeg) {
 }
 
 void GiveZero(j_decompress_ptr pJpeg) {
-    STnArithmeticSource& source = Source(pJpeg);
+    ArithmeticSource& source = Source(pJpeg);
     if (!IsCheapScan(*pJpeg) && source.m_nZeros-- <= 0) {
         JumpOutOfJpeg(reinterpret_cast<j_common_ptr>(pJpeg));
     }
@@ -45,7 +45,7 @@ void GiveZero(j_decompress_ptr pJpeg) {
 
 // Fill bytes before a marker belong to it: the decoder would take them for coded pixels.
 // @param[in] pCoded  where coded pixels start in the piece.
-void GivePiece(STnArithmeticSource& source, const unsigned char* pPiece, const unsigned char* pCoded) {
+void GivePiece(ArithmeticSource& source, const unsigned char* pPiece, const unsigned char* pCoded) {
     const unsigned char* pMarker = FindScanEnd(pCoded, source.m_pEnd);
     while (pMarker != pCoded && pMarker[-1] == kEndOfImage[0]) {
         --pMarker;
@@ -56,7 +56,7 @@ void GivePiece(STnArithmeticSource& source, const unsigned char* pPiece, const u
 
 // Input that ends without saying so is ended here, as libjpeg's own source does.
 void GiveNextPiece(j_decompress_ptr pJpeg) {
-    STnArithmeticSource& source = Source(pJpeg);
+    ArithmeticSource& source = Source(pJpeg);
     if (source.m_pNext != source.m_pEnd) {
         GivePiece(source, source.m_pNext, FindScanData(source.m_pNext, source.m_pEnd));
         return;
@@ -86,7 +86,7 @@ void SkipInputData(j_decompress_ptr pJpeg, long nCount) {
 
 }  // namespace
 
-void UseArithmeticSource(jpeg_decompress_struct& jpeg, STnArithmeticSource& source, std::int64_t nZeros) {
+void UseArithmeticSource(jpeg_decompress_struct& jpeg, ArithmeticSource& source, std::int64_t nZeros) {
     const unsigned char* pRest = jpeg.src->next_input_byte;
     source.m_pEnd = pRest + jpeg.src->bytes_in_buffer;
     source.m_nZeros = nZeros;

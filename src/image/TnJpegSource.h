@@ -19,7 +19,7 @@ namespace tnrobot {
 /// makes zeros itself; they are not counted.
 ///
 /// The manager comes first: libjpeg hands back a pointer to it.
-struct STnArithmeticSource {
+struct ArithmeticSource {
     jpeg_source_mgr m_base;
     const unsigned char* m_pNext;  // start of the next piece, a marker or the end
     const unsigned char* m_pEnd;   // of the input
@@ -28,7 +28,7 @@ struct STnArithmeticSource {
 
 /// Takes over from the memory source of a decompressor whose header has been read.
 /// @param[in] nZeros  how many bytes may be taken beyond the coded pixels.
-void UseArithmeticSource(jpeg_decompress_struct& jpeg, STnArithmeticSource& source, std::int64_t nZeros);
+void UseArithmeticSource(jpeg_decompress_struct& jpeg, ArithmeticSource& source, std::int64_t nZeros);
 
 }  // namespace tnrobot
 

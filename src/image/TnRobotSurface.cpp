@@ -1,6 +1,6 @@
 #include "image/TnRobotSurface.h"
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
 
 ITnRobotSurface::~ITnRobotSurface() = default;
@@ -11,8 +11,7 @@ bool CTnRobotSurface::CreateInstance(ITnRobotMemoryBlock* pBlock, const STnSurfa
     if (ppSurface == nullptr) {
         return false;
     }
-    return tnrobot::FinishInstance(new CTnRobotSurface, ppSurface,
-                                   [&](CTnRobotSurface& surface) { return surface._Init(pBlock, desc); }) != 0;
+    return tnrobot::FinishInstance(new CTnRobotSurface, ppSurface, &CTnRobotSurface::_Init, pBlock, desc) != 0;
 }
 
 bool CTnRobotSurface::_Init(ITnRobotMemoryBlock* pBlock, const STnSurfaceDesc& desc) {
@@ -75,7 +74,7 @@ void CTnRobotSurface::SetTimeStamp(unsigned long long nTimeStamp) {
 }
 
 void CTnRobotSurface::_CheckInUse() const {
-    tnrobot::CheckInUse(this, m_nRefCount);
+    tnrobot::CheckUsed(this, m_nRefCount);
 }
 
 void CTnRobotSurface::CheckIdleInvariants() const {

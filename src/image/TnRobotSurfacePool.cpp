@@ -2,8 +2,9 @@
 
 #include <limits>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
+#include "core/TnExactCast.h"
 #include "image/TnImageGeometry.h"
 #include "image/TnRobotSurface.h"
 #include "memory/TnQueryBlock.h"
@@ -49,12 +50,9 @@ bool CTnRobotSurfaceEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppElem
 // There is no way to report a failure here: the surface is handed out without pixels then, and
 // callers rely on getting it.
 void CTnRobotSurfaceEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pParam) {
-    auto* pSurface = dynamic_cast<CTnRobotSurface*>(pElement);
-    if constexpr (tnrobot::kChecked) {
-        if (pSurface != nullptr && tnrobot::checked::IsFree(pSurface)) {
-            tnrobot::checked::ShowBody(pSurface);
-            pSurface->CheckIdleInvariants();
-        }
+    auto* pSurface = tnrobot::ExactCast<CTnRobotSurface>(pElement);
+    if (pSurface != nullptr && tnrobot::NoteTaken(pSurface)) {
+        pSurface->CheckIdleInvariants();
     }
     const auto* pDesc = static_cast<const ITnRobotSurface::STnSurfaceDesc*>(pParam);
     const Ref<ITnRobotMemoryBlock> block = _QueryPixels(pDesc);
@@ -69,15 +67,14 @@ int CTnRobotSurfacePool::CreateInstance(ITnRobotMemoryBlockPool* pBlockPool, ITn
     if (ppPool == nullptr) {
         return 0;
     }
-    return tnrobot::FinishInstance(new CTnRobotSurfacePool, ppPool,
-                                   [&](CTnRobotSurfacePool& pool) { return pool._Init(pBlockPool) != 0; });
+    return tnrobot::FinishInstance(new CTnRobotSurfacePool, ppPool, &CTnRobotSurfacePool::_Init, pBlockPool);
 }
 
-int CTnRobotSurfacePool::_Init(ITnRobotMemoryBlockPool* pBlockPool) {
+bool CTnRobotSurfacePool::_Init(ITnRobotMemoryBlockPool* pBlockPool) {
     const auto alloc = Ref<ITnElementAlloc>::Adopt(tnrobot::Watch(new CTnRobotSurfaceEleAlloc(pBlockPool)));
     m_pool = Ref<CTnRobotPool<ITnRobotSurface>>::Adopt(tnrobot::Watch(new CTnRobotPool<ITnRobotSurface>(alloc.Get())));
     m_pool->SetMaxCount(std::numeric_limits<unsigned int>::max());
-    return 1;
+    return true;
 }
 
 // The pool passes the description on without touching it; the allocator only writes its pitch,

@@ -38,7 +38,7 @@ public:
 
 private:
     CTnRobotSurfacePool() = default;
-    int _Init(ITnRobotMemoryBlockPool* pBlockPool);
+    bool _Init(ITnRobotMemoryBlockPool* pBlockPool);
 
     tnrobot::Ref<CTnRobotPool<ITnRobotSurface>> m_pool;
 };

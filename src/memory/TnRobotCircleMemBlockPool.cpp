@@ -7,29 +7,22 @@
 #include <vector>
 
 #include "TnRobotKernel/detail/RingQueue.h"
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
+#include "checked/TnHiddenRanges.h"
+#include "checked/TnSanitizer.h"
 #include "core/TnCreateInstance.h"
-#include "core/TnSanitizer.h"
-#include "memory/TnHiddenRanges.h"
+#include "core/TnExactCast.h"
 #include "memory/TnHugePages.h"
 
 namespace {
 
 constexpr int kInitialBuffers = 4;
 
-// The class is final, so comparing the type says as much as a checked cast and costs less.
-CTnRobotMemoryBlock* PooledBlock(ITnRobotMemoryBlock* pBlock) {
-    if (pBlock == nullptr || typeid(*pBlock) != typeid(CTnRobotMemoryBlock)) {
-        return nullptr;
-    }
-    return static_cast<CTnRobotMemoryBlock*>(pBlock);
-}
-
 }  // namespace
 
 /// One large buffer and the blocks cut from it. Everything but Lock, IsOf and Close wants the
 /// caller to hold the buffer's lock.
-class CTnRobotCircleMemBlockPool::Buffer : private tnrobot::HiddenRanges<tnrobot::kChecked> {
+class CTnRobotCircleMemBlockPool::Buffer : private tnrobot::HiddenPieces {
 public:
     explicit Buffer(CTnRobotCircleMemBlockPool* pPool);
     ~Buffer();
@@ -70,7 +63,6 @@ private:
     CTnRobotMemoryBlock* _LendSpareBlock();
     void _AddSpareBlock();
     bool _LetGoOfSpareBlocks();
-    static void _ClearFree(const CTnRobotMemoryBlock* pBlock);
     void _HideContent(CTnRobotMemoryBlock* pBlock);
     void _CheckInvariants() const;
 
@@ -99,7 +91,7 @@ CTnRobotCircleMemBlockPool::Buffer::~Buffer() {
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::Rewind() {
-    OnRewind();
+    NoteRewound();
     m_pCursor = m_memory.get();
     m_nRoom = kBufferSize;
     m_bReady = true;
@@ -113,23 +105,21 @@ CTnRobotMemoryBlock* CTnRobotCircleMemBlockPool::Buffer::Cut(unsigned int nSize)
     m_blocksInUse.insert(std::move(m_spareNodes.back()));
     m_spareNodes.pop_back();
     pBlock->SetMemData(m_pCursor, nSize);
-    OnCut(m_memory.get(), kBufferSize - m_nRoom, nSize, typeid(*pBlock));
+    Show(m_memory.get(), kBufferSize - m_nRoom, nSize, typeid(*pBlock));
     tnrobot::UnpoisonMemory(m_pCursor, nSize);
     m_pCursor += nSize;
     m_nRoom -= nSize;
-    if constexpr (tnrobot::kChecked) {
-        _CheckInvariants();
-    }
+    _CheckInvariants();
     return pBlock;
 }
 
 // A spare block that somebody took back while it was held may just be returned by its last holder:
-// the next one serves as well.
+// the next one serves as well. The memory that it still points at is not shown: it may be another block's by now.
 CTnRobotMemoryBlock* CTnRobotCircleMemBlockPool::Buffer::_LendSpareBlock() {
     for (std::size_t nLeft = m_spareBlocks.Size(); nLeft > 0; --nLeft) {
         CTnRobotMemoryBlock* pBlock = m_spareBlocks.Front();
         m_spareBlocks.PopFront();
-        _ClearFree(pBlock);
+        tnrobot::NoteTaken(pBlock);
         if (pBlock->Lend()) {
             return pBlock;
         }
@@ -157,13 +147,6 @@ void CTnRobotCircleMemBlockPool::Buffer::_AddSpareBlock() {
     m_spareBlocks.PushBack(tnrobot::Watch(block.release()));
 }
 
-// A spare block still points at the memory that it had, which may be another block's by now.
-void CTnRobotCircleMemBlockPool::Buffer::_ClearFree(const CTnRobotMemoryBlock* pBlock) {
-    if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::ClearFree(pBlock);
-    }
-}
-
 void CTnRobotCircleMemBlockPool::Buffer::TakeBack(CTnRobotMemoryBlock* pBlock) {
     pBlock->NoteReturned();
     Blocks::node_type node = m_blocksInUse.extract(pBlock);
@@ -178,10 +161,8 @@ void CTnRobotCircleMemBlockPool::Buffer::TakeBack(CTnRobotMemoryBlock* pBlock) {
 }
 
 void CTnRobotCircleMemBlockPool::Buffer::_HideContent(CTnRobotMemoryBlock* pBlock) {
-    if constexpr (tnrobot::kChecked) {
-        if (const unsigned char* pData = pBlock->HideContent(m_pPool)) {
-            OnReturn(static_cast<std::size_t>(pData - m_memory.get()), pBlock->GetCapacity());
-        }
+    if (const unsigned char* pData = pBlock->HideContent(m_pPool)) {
+        NoteHidden(static_cast<std::size_t>(pData - m_memory.get()), pBlock->GetCapacity());
     }
 }
 
@@ -201,7 +182,7 @@ bool CTnRobotCircleMemBlockPool::Buffer::_LetGoOfSpareBlocks() {
     for (std::size_t nLeft = m_spareBlocks.Size(); nLeft > 0; --nLeft) {
         CTnRobotMemoryBlock* pBlock = m_spareBlocks.Front();
         m_spareBlocks.PopFront();
-        _ClearFree(pBlock);
+        tnrobot::NoteTaken(pBlock);
         if (!pBlock->LetGo()) {
             m_spareBlocks.PushBack(pBlock);
         }
@@ -219,8 +200,7 @@ void CTnRobotCircleMemBlockPool::Buffer::_CheckInvariants() const {
 CTnRobotCircleMemBlockPool::CTnRobotCircleMemBlockPool() = default;
 
 int CTnRobotCircleMemBlockPool::CreateInstance(ITnRobotMemoryBlockPool** ppPool) {
-    return tnrobot::FinishInstance(new CTnRobotCircleMemBlockPool, ppPool,
-                                   [](CTnRobotCircleMemBlockPool& pool) { return pool._Init(); });
+    return tnrobot::FinishInstance(new CTnRobotCircleMemBlockPool, ppPool, &CTnRobotCircleMemBlockPool::_Init);
 }
 
 bool CTnRobotCircleMemBlockPool::_Init() {
@@ -290,7 +270,7 @@ int CTnRobotCircleMemBlockPool::_CutBlock(Buffer& buffer, unsigned int nSize, IT
 }
 
 void CTnRobotCircleMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
-    CTnRobotMemoryBlock* pPooled = PooledBlock(pBlock);
+    auto* pPooled = tnrobot::ExactCast<CTnRobotMemoryBlock>(pBlock);
     auto* pBuffer = pPooled != nullptr ? static_cast<Buffer*>(pPooled->GetOwnerPtr()) : nullptr;
     if (pBuffer == nullptr || !pBuffer->IsOf(this)) {
         return;

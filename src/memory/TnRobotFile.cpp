@@ -1,6 +1,6 @@
 #include "memory/TnRobotFile.h"
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 
 namespace {
 

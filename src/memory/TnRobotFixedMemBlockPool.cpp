@@ -1,42 +1,29 @@
 #include "memory/TnRobotFixedMemBlockPool.h"
 
 #include <memory>
-#include <typeinfo>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
+#include "core/TnExactCast.h"
 #include "core/TnIdleTime.h"
 #include "memory/TnHugePages.h"
-
-namespace {
-
-// The class is final, so comparing the type says as much as a checked cast and costs less.
-CTnRobotMemoryBlock* PooledBlock(ITnRobotMemoryBlock* pBlock) {
-    if (pBlock == nullptr || typeid(*pBlock) != typeid(CTnRobotMemoryBlock)) {
-        return nullptr;
-    }
-    return static_cast<CTnRobotMemoryBlock*>(pBlock);
-}
-
-}  // namespace
 
 int CTnRobotFixedMemBlockPool::CreateInstance(unsigned int nBlockSize, unsigned int nMaxCount, double dIdleSeconds,
                                               CTnRobotFixedMemBlockPool** ppPool) {
     if (ppPool == nullptr) {
         return 0;
     }
-    return tnrobot::FinishInstance(
-        new CTnRobotFixedMemBlockPool(dIdleSeconds), ppPool,
-        [&](CTnRobotFixedMemBlockPool& pool) { return pool._Initialize(nBlockSize, nMaxCount) != 0; });
+    return tnrobot::FinishInstance(new CTnRobotFixedMemBlockPool(dIdleSeconds), ppPool,
+                                   &CTnRobotFixedMemBlockPool::_Initialize, nBlockSize, nMaxCount);
 }
 
-int CTnRobotFixedMemBlockPool::_Initialize(unsigned int nBlockSize, unsigned int nMaxCount) {
+bool CTnRobotFixedMemBlockPool::_Initialize(unsigned int nBlockSize, unsigned int nMaxCount) {
     if (nBlockSize == 0 || nMaxCount == 0) {
-        return 0;
+        return false;
     }
     m_nBlockSize = nBlockSize;
     m_nMaxCount = nMaxCount;
-    return 1;
+    return true;
 }
 
 // Blocks that callers hold live on without a parent. A block whose last holder has just let go
@@ -110,7 +97,7 @@ bool CTnRobotFixedMemBlockPool::_MakeBlock() {
 }
 
 void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
-    CTnRobotMemoryBlock* pPooled = PooledBlock(pBlock);
+    auto* pPooled = tnrobot::ExactCast<CTnRobotMemoryBlock>(pBlock);
     if (pPooled == nullptr) {
         return;
     }
@@ -123,21 +110,12 @@ void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
     m_freeBlocks.Reserve(m_freeBlocks.Size() + 1);  // only a stranger's block, or one twice, finds no room
     if (bOwn) {
         pPooled->NoteListed();
+        pPooled->HideContent(this);
     }
     pPooled->UpdateRecoveryTime();
-    _HideContent(pPooled);
     m_freeBlocks.PushFront(pPooled);
     if (m_bClosing) {
         m_returned.notify_all();
-    }
-}
-
-// A stranger's block may be in use elsewhere.
-void CTnRobotFixedMemBlockPool::_HideContent(CTnRobotMemoryBlock* pBlock) const {
-    if constexpr (tnrobot::kChecked) {
-        if (m_allBlocks.count(pBlock) != 0) {
-            pBlock->HideContent(this);
-        }
     }
 }
 
@@ -151,9 +129,7 @@ void CTnRobotFixedMemBlockPool::FreeUnuseMemory() {
         }
         _FreeOldestBlock();
     }
-    if constexpr (tnrobot::kChecked) {
-        _CheckInvariants();
-    }
+    tnrobot::IfChecked([this] { _CheckInvariants(); });
 }
 
 // RecoveryMemBuff takes any block, also a stranger's, one twice and one that is held. Only what the

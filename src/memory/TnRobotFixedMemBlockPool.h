@@ -60,12 +60,11 @@ public:
 
 private:
     explicit CTnRobotFixedMemBlockPool(double dIdleSeconds) : m_dIdleSeconds(dIdleSeconds) {}
-    int _Initialize(unsigned int nBlockSize, unsigned int nMaxCount);
+    bool _Initialize(unsigned int nBlockSize, unsigned int nMaxCount);
     bool _MakeBlock();
     bool _Lend(CTnRobotMemoryBlock* pBlock);
     void _FreeOldestBlock();
     void _LetGoOfAllBlocks();
-    void _HideContent(CTnRobotMemoryBlock* pBlock) const;
     void _CheckInvariants() const;
 
     unsigned int m_nBlockSize = 0;

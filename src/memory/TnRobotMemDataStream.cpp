@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 #include "core/TnCreateInstance.h"
 #include "memory/TnQueryBlock.h"
 
@@ -23,8 +23,7 @@ CTnRobotMemDataStream::~CTnRobotMemDataStream() {
 }
 
 int CTnRobotMemDataStream::CreateInstance(ITnRobotMemoryBlockPool* pPool, ITnRobotMemDataStream** ppStream) {
-    return tnrobot::FinishInstance(new CTnRobotMemDataStream, ppStream,
-                                   [pPool](CTnRobotMemDataStream& stream) { return stream._Init(pPool); });
+    return tnrobot::FinishInstance(new CTnRobotMemDataStream, ppStream, &CTnRobotMemDataStream::_Init, pPool);
 }
 
 bool CTnRobotMemDataStream::_Init(ITnRobotMemoryBlockPool* pPool) {

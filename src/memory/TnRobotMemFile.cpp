@@ -5,7 +5,7 @@
 #include <limits>
 #include <new>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 
 namespace {
 
@@ -295,14 +295,12 @@ void CTnRobotMemFile::_CopyChunks(char* pBuffer, long long nCount) const {
 
 // What an open file's writing and reading rely on; only checked builds look.
 void CTnRobotMemFile::_CheckInvariants() const {
-    if constexpr (tnrobot::kChecked) {
-        const long long nEnd = _IsFlat() ? m_nDataLength : m_nChunkSize - 1;
-        tnrobot::CheckInvariant(*this, m_nCursor <= nEnd, "has its cursor behind its memory");
-        tnrobot::CheckInvariant(*this, !_IsFlat() || m_nLength <= m_nDataLength, "is longer than its memory");
-        tnrobot::CheckInvariant(*this, _IsFlat() || (m_currentChunk && m_pCursorMemory != nullptr), "has no chunk");
-        const bool bIndexed = m_nChunkIndex >= 0 && static_cast<std::size_t>(m_nChunkIndex) <= m_fullChunks.size();
-        tnrobot::CheckInvariant(*this, _IsFlat() || bIndexed, "counts its cursor in a chunk that is not there");
-    }
+    const long long nEnd = _IsFlat() ? m_nDataLength : m_nChunkSize - 1;
+    tnrobot::CheckInvariant(*this, m_nCursor <= nEnd, "has its cursor behind its memory");
+    tnrobot::CheckInvariant(*this, !_IsFlat() || m_nLength <= m_nDataLength, "is longer than its memory");
+    tnrobot::CheckInvariant(*this, _IsFlat() || (m_currentChunk && m_pCursorMemory != nullptr), "has no chunk");
+    const bool bIndexed = m_nChunkIndex >= 0 && static_cast<std::size_t>(m_nChunkIndex) <= m_fullChunks.size();
+    tnrobot::CheckInvariant(*this, _IsFlat() || bIndexed, "counts its cursor in a chunk that is not there");
 }
 
 int TnCreateRobotMemFile(ITnRobotMemFile** ppFile) {

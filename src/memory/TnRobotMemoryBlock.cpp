@@ -1,8 +1,7 @@
 #include "memory/TnRobotMemoryBlock.h"
 
-#include <typeinfo>
-
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
+#include "core/TnCounting.h"
 
 ITnRobotMemoryBlock::~ITnRobotMemoryBlock() = default;
 ITnRobotMemoryBlockParent::~ITnRobotMemoryBlockParent() = default;
@@ -23,20 +22,14 @@ CTnRobotMemoryBlock::~CTnRobotMemoryBlock() {
 // pool lets the block go in between, the count has changed, the exchange fails and both are read
 // again.
 int CTnRobotMemoryBlock::Release() {
-    int nBefore = m_nRefCount.load();
+    int nBefore = 0;
     ITnRobotMemoryBlockParent* pParent = nullptr;
-    do {
+    tnrobot::ChangeCountIf(m_nRefCount, -1, nBefore, [&](int /*nCount*/) {
         pParent = m_pParent.load();
-    } while (!m_nRefCount.compare_exchange_weak(nBefore, nBefore - 1));
-    if (nBefore == 2 && pParent != nullptr) {
-        pParent->RecoveryMemBuff(this);
-    } else if (nBefore <= 1) {
-        tnrobot::CheckRelease(this, nBefore);
-        if (nBefore == 1) {
-            tnrobot::Destroy(this);
-        }
-    }
-    return nBefore - 1;
+        return true;
+    });
+    return tnrobot::FollowFall(this, nBefore, pParent,
+                               [this](ITnRobotMemoryBlockParent& parent) { parent.RecoveryMemBuff(this); });
 }
 
 // The extra reference keeps every holder from taking the count from 2 to 1 while the parent is
@@ -66,7 +59,7 @@ bool CTnRobotMemoryBlock::LetGo() {
 }
 
 unsigned char* CTnRobotMemoryBlock::QueryMemory(unsigned int& nSize) {
-    tnrobot::CheckInUse(this, m_nRefCount);
+    tnrobot::CheckUsed(this, m_nRefCount);
     nSize = m_nUsedSize;
     return m_pData;
 }
@@ -107,22 +100,4 @@ void CTnRobotMemoryBlock::UpdateRecoveryTime() {
 
 CTnRobotMemoryBlock::TimePoint CTnRobotMemoryBlock::GetRecoveryTime() const {
     return m_recoveryTime;
-}
-
-const unsigned char* CTnRobotMemoryBlock::HideContent(const ITnUnknown* pPool) {
-    if constexpr (tnrobot::kChecked) {
-        if (m_nRefCount.load() == 1 && tnrobot::checked::SetFree(this, pPool)) {
-            tnrobot::checked::HideMemory(m_pData, m_nCapacity);
-            return m_pData;
-        }
-    }
-    return nullptr;
-}
-
-void CTnRobotMemoryBlock::ShowContent() {
-    if constexpr (tnrobot::kChecked) {
-        if (tnrobot::checked::ClearFree(this)) {
-            tnrobot::checked::ShowMemory(m_pData, m_nCapacity, typeid(*this));
-        }
-    }
 }

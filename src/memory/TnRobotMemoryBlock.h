@@ -8,6 +8,7 @@
 
 #include "TnRobotKernel/detail/CacheLine.h"
 #include "TnRobotKernel/memory.h"
+#include "checked/TnChecked.h"
 
 /// A pooled memory block.
 ///
@@ -56,6 +57,8 @@ public:
     /// @return false, with nothing changed, when the last holder is just returning the block.
     bool LetGo();
 
+    // Relaxed suffices: the pool is not looked into. It has set itself as the parent before any of its
+    // lists has the block, and clears it under its own lock; another pool's block never names this one.
     bool IsOf(const ITnRobotMemoryBlockParent* pParent) const {
         return m_pParent.load(std::memory_order_relaxed) == pParent;
     }
@@ -93,10 +96,12 @@ public:
     /// Hides the memory of a block that its pool has just taken back, in checked builds. A block
     /// that somebody still holds, or that is no object of the library's, is left alone.
     /// @return the start of the memory that is hidden now, or null.
-    const unsigned char* HideContent(const ITnUnknown* pPool);
+    const unsigned char* HideContent(const ITnUnknown* pPool) {
+        return tnrobot::NoteFreed(this, m_nRefCount, pPool, m_pData, m_nCapacity) ? m_pData : nullptr;
+    }
 
     /// Shows the memory of a block that leaves its pool's free list, if it was hidden.
-    void ShowContent();
+    void ShowContent() const { tnrobot::NoteTaken(this, m_pData, m_nCapacity); }
 
 private:
     unsigned char* m_pData = nullptr;

@@ -4,8 +4,8 @@
 
 int CTnRobotProtocolMemBlock::CreateInstance(ITnRobotMemoryBlock* pParent, unsigned char* pData, unsigned int nSize,
                                              ITnRobotMemoryBlock** ppBlock) {
-    return tnrobot::FinishInstance(new CTnRobotProtocolMemBlock, ppBlock,
-                                   [&](CTnRobotProtocolMemBlock& block) { return block._Init(pParent, pData, nSize); });
+    return tnrobot::FinishInstance(new CTnRobotProtocolMemBlock, ppBlock, &CTnRobotProtocolMemBlock::_Init, pParent,
+                                   pData, nSize);
 }
 
 bool CTnRobotProtocolMemBlock::_Init(ITnRobotMemoryBlock* pParent, unsigned char* pData, unsigned int nSize) {

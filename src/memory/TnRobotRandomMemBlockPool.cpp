@@ -26,7 +26,7 @@ int CTnRobotRandomMemBlockPool::CreateInstance(double dIdleSeconds, ITnRobotMemo
         return 0;
     }
     return tnrobot::FinishInstance(new CTnRobotRandomMemBlockPool(dIdleSeconds), ppPool,
-                                   [](CTnRobotRandomMemBlockPool& pool) { return pool._Init(); });
+                                   &CTnRobotRandomMemBlockPool::_Init);
 }
 
 int CTnRobotRandomMemBlockPool::QueryMemBuff(unsigned int nSize, ITnRobotMemoryBlock** ppBlock) {

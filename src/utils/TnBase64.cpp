@@ -12,7 +12,7 @@ constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx
 
 // Encoding looks up two characters at a time.
 struct CharPair {
-    char sz[2];
+    char m_sz[2];
 };
 
 constexpr std::array<CharPair, 4096> MakePairs() {
@@ -30,14 +30,14 @@ constexpr std::array<CharPair, 4096> kPairs = MakePairs();
 constexpr std::uint32_t kStop = 0x01000000;
 
 struct GroupTables {
-    std::uint32_t place[4][256];
+    std::uint32_t m_place[4][256];
 };
 
 constexpr void EnterChar(GroupTables& tables, unsigned int ch, std::uint32_t n) {
-    tables.place[0][ch] = n << 2;
-    tables.place[1][ch] = n >> 4 | (n & 15) << 12;
-    tables.place[2][ch] = (n >> 2) << 8 | (n & 3) << 22;
-    tables.place[3][ch] = n << 16;
+    tables.m_place[0][ch] = n << 2;
+    tables.m_place[1][ch] = n >> 4 | (n & 15) << 12;
+    tables.m_place[2][ch] = (n >> 2) << 8 | (n & 3) << 22;
+    tables.m_place[3][ch] = n << 16;
 }
 
 constexpr unsigned char kPadding = '=';
@@ -50,15 +50,15 @@ constexpr GroupTables MakeGroupTables() {
     for (unsigned int i = 0; i < 64; ++i) {
         EnterChar(tables, static_cast<unsigned char>(kAlphabet[i]), i);
     }
-    tables.place[2][kPadding] |= kStop;
-    tables.place[3][kPadding] |= kStop;
+    tables.m_place[2][kPadding] |= kStop;
+    tables.m_place[3][kPadding] |= kStop;
     return tables;
 }
 
 constexpr GroupTables kGroupTables = MakeGroupTables();
 
 std::uint32_t Group(const unsigned char* p) {
-    const auto& place = kGroupTables.place;
+    const auto& place = kGroupTables.m_place;
     const std::uint32_t n = p[0] | static_cast<std::uint32_t>(p[1]) << 8;  // one load: they are what takes time
     return place[0][n & 255] | place[1][n >> 8] | place[2][p[2]] | place[3][p[3]];
 }
@@ -95,7 +95,7 @@ std::uint64_t LoadBigEndian(const unsigned char* p) {
 }
 
 void StorePair(char* pText, std::uint64_t nBits) {
-    std::memcpy(pText, kPairs[nBits & 4095].sz, 2);
+    std::memcpy(pText, kPairs[nBits & 4095].m_sz, 2);
 }
 
 // Encodes one to three bytes.

@@ -22,7 +22,7 @@ constexpr int HexDigit(char ch) {
 // One byte's text with the blank that follows it, ready to be copied as a whole: the copy may be
 // longer than the text, because the next one overwrites what is too much.
 struct ByteText {
-    char szText[4];
+    char m_szText[4];
 };
 using ByteTexts = std::array<ByteText, 256>;
 
@@ -100,9 +100,9 @@ std::string TnRobotStringUtils::Hex2String(const unsigned char* pData, unsigned 
     std::string text(nLast * 3 + 2, ' ');
     char* pText = text.data();
     for (std::size_t i = 0; i < nLast; ++i, pText += 3) {
-        std::memcpy(pText, kHexTexts[pData[i]].szText, 4);
+        std::memcpy(pText, kHexTexts[pData[i]].m_szText, 4);
     }
-    std::memcpy(pText, kHexTexts[pData[nLast]].szText, 2);
+    std::memcpy(pText, kHexTexts[pData[nLast]].m_szText, 2);
     return text;
 }
 
@@ -114,10 +114,10 @@ std::string TnRobotStringUtils::Dec2String(const unsigned char* pData, unsigned 
     std::string text(std::size_t{nLength} * 4, ' ');  // at most
     char* pText = text.data();
     for (std::size_t i = 0; i < nLast; ++i) {
-        std::memcpy(pText, kDecTexts[pData[i]].szText, 4);
+        std::memcpy(pText, kDecTexts[pData[i]].m_szText, 4);
         pText += DecWidth(pData[i]) + 1;
     }
-    std::memcpy(pText, kDecTexts[pData[nLast]].szText, 4);
+    std::memcpy(pText, kDecTexts[pData[nLast]].m_szText, 4);
     text.resize(static_cast<std::size_t>(pText - text.data()) + DecWidth(pData[nLast]));
     return text;
 }

@@ -13,19 +13,12 @@
 #include <memory>
 
 #include "core/TnFormat.h"
-#include "core/TnRobotDirectories.h"
-#include "core/TnRobotKernelInnerUtils.h"
+#include "utils/TnRobotDirectories.h"
 
 namespace {
 
 const char* OrEmpty(const char* lpszText) {
     return lpszText != nullptr ? lpszText : "";
-}
-
-// The current directory; empty when it takes more than 255 bytes.
-std::string CurrentDirectory() {
-    char szDirectory[TnRobotUtils::kPathSize] = {};
-    return getcwd(szDirectory, sizeof(szDirectory)) != nullptr ? szDirectory : "";
 }
 
 // All 256 bytes are written, and a longer path is cut without a terminator: callers rely on both.
@@ -96,15 +89,6 @@ long long MillisecondsNow() {
 
 }  // namespace
 
-void TnRobotUtils::Init() {
-    g_strWorkDir = CurrentDirectory();
-    TnRobotKernelInnerUtils::Init();
-}
-
-void TnRobotUtils::Destroy() {
-    TnRobotKernelInnerUtils::Destroy();
-}
-
 const char* TnRobotUtils::GetWorkDir() {
     return g_strWorkDir.c_str();
 }
@@ -116,7 +100,7 @@ void TnRobotUtils::MakeWorkFilePath(const char* lpszName, char* lpszPath) {
 // The current directory, not the work directory: callers may have moved since the load.
 const char* TnRobotUtils::GetProfileDir() {
     if (g_strProfileDir.empty()) {
-        const std::string strCurrent = CurrentDirectory();
+        const std::string strCurrent = tnrobot::CurrentDirectory();
         if (!strCurrent.empty()) {
             g_strProfileDir = strCurrent + "/TnQuellon";
             mkdir(g_strProfileDir.c_str(), 0777);

@@ -9,13 +9,13 @@ namespace tnrobot {
 
 // Grows to exactly what is needed. Memory asked for at once is not touched here: the system gives
 // large pieces as zeros, and they cost nothing until they are written to.
-void ByteStorage::Grow(std::size_t nCapacity) {
+void ByteStorage::_Grow(std::size_t nCapacity) {
     auto* pGrown =
-        static_cast<unsigned char*>(IsInline() ? std::calloc(nCapacity, 1) : std::realloc(m_pBytes, nCapacity));
+        static_cast<unsigned char*>(_IsInline() ? std::calloc(nCapacity, 1) : std::realloc(m_pBytes, nCapacity));
     if (pGrown == nullptr) {
         throw std::bad_alloc();
     }
-    if (IsInline()) {
+    if (_IsInline()) {
         std::memcpy(pGrown, m_inline, m_nSize);
     } else {
         std::memset(pGrown + m_nCapacity, 0, nCapacity - m_nCapacity);
@@ -27,7 +27,7 @@ void ByteStorage::Grow(std::size_t nCapacity) {
 void ByteStorage::TakeFrom(ByteStorage& other) {
     Clear();
     m_nSize = other.m_nSize;
-    if (other.IsInline()) {
+    if (other._IsInline()) {
         std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
     } else {
         m_pBytes = std::exchange(other.m_pBytes, other.m_inline);
@@ -37,7 +37,7 @@ void ByteStorage::TakeFrom(ByteStorage& other) {
 }
 
 bool ByteStorage::IsCleared() const {
-    return IsInline() && m_nSize == 0 &&
+    return _IsInline() && m_nSize == 0 &&
            std::all_of(std::begin(m_inline), std::end(m_inline), [](unsigned char by) { return by == 0; });
 }
 

@@ -19,7 +19,7 @@ public:
     ByteStorage() = default;
     ByteStorage(const ByteStorage&) = delete;
     ByteStorage& operator=(const ByteStorage&) = delete;
-    ~ByteStorage() { FreeHeap(); }
+    ~ByteStorage() { _FreeHeap(); }
 
     unsigned char* Data() { return m_pBytes; }
     const unsigned char* Data() const { return m_pBytes; }
@@ -33,7 +33,7 @@ public:
         } else {
             std::memmove(m_pBytes, pBytes, nCount);
         }
-        SetSize(nCount);
+        _SetSize(nCount);
     }
 
     /// @return whether nCount bytes and one more are readable, whatever the size.
@@ -42,13 +42,13 @@ public:
     /// Changes the size; new bytes are zero.
     void Resize(std::size_t nCount) {
         Reserve(nCount);
-        SetSize(nCount);
+        _SetSize(nCount);
     }
 
     /// Makes at least nCount bytes and one more readable, whatever the size.
     void Reserve(std::size_t nCount) {
         if (!Reaches(nCount)) {
-            Grow(nCount + 1);
+            _Grow(nCount + 1);
         }
     }
 
@@ -60,7 +60,7 @@ public:
 
     /// Empties the content and frees its memory.
     void Clear() {
-        FreeHeap();
+        _FreeHeap();
         m_pBytes = m_inline;
         m_nCapacity = kInlineCapacity;
         m_nSize = 0;
@@ -70,14 +70,14 @@ public:
 private:
     static constexpr std::size_t kInlineCapacity = 24;
 
-    bool IsInline() const { return m_pBytes == m_inline; }
-    void Grow(std::size_t nCapacity);
-    void FreeHeap() {
-        if (!IsInline()) {
+    bool _IsInline() const { return m_pBytes == m_inline; }
+    void _Grow(std::size_t nCapacity);
+    void _FreeHeap() {
+        if (!_IsInline()) {
             std::free(m_pBytes);
         }
     }
-    void SetSize(std::size_t nCount) {
+    void _SetSize(std::size_t nCount) {
         if (nCount < m_nSize) {
             std::memset(m_pBytes + nCount, 0, m_nSize - nCount);
         }

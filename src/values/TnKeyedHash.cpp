@@ -30,20 +30,20 @@ public:
 
     void Add(std::uint64_t nWord) {
         m_n3 ^= nWord;
-        Round();
+        _Round();
         m_n0 ^= nWord;
     }
 
     std::uint64_t Finish() {
         m_n2 ^= 0xffU;
-        Round();
-        Round();
-        Round();
+        _Round();
+        _Round();
+        _Round();
         return m_n0 ^ m_n1 ^ m_n2 ^ m_n3;
     }
 
 private:
-    void Round() {
+    void _Round() {
         m_n0 += m_n1;
         m_n2 += m_n3;
         m_n1 = RotatedLeft(m_n1, 13) ^ m_n0;

@@ -1,5 +1,8 @@
+#include <utility>
+
 #include "TnRobotKernel/pool.h"
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
+#include "core/TnCounting.h"
 
 ITnPoolUnknown::~ITnPoolUnknown() = default;
 ITnPoolElement::~ITnPoolElement() = default;
@@ -10,31 +13,17 @@ ITnElementAlloc::~ITnElementAlloc() = default;
 // last holder's decrement, which every other holder's comes before.
 int ITnPoolElement::Release() {
     ITnPoolUnknown* pParent = m_pParent;
-    const int nBefore = m_nRefCount.fetch_sub(1);
-    if (nBefore == 2 && pParent != nullptr) {
-        if constexpr (tnrobot::kChecked) {
-            tnrobot::checked::SetFree(this, pParent);
-        }
-        pParent->RecoveryResource(this);
-    } else if (nBefore <= 1) {
-        tnrobot::CheckRelease(this, nBefore);
-        if (nBefore == 1) {
-            tnrobot::Destroy(this);
-        }
-    }
-    return nBefore - 1;
+    return tnrobot::FollowFall(this, m_nRefCount.fetch_sub(1), pParent,
+                               [this](ITnPoolUnknown& parent) { parent.RecoveryResource(this); });
 }
 
 // Losing the parent is the last thing that happens to an element before it lies free, getting one
-// the last before it is in use. What the pool itself looks at in between stays in sight.
+// the last before it is in use. What the pool itself looks at meanwhile stays in sight.
 void ITnPoolElement::SetParent(ITnPoolUnknown* pParent) {
-    m_pParent = pParent;
-    if constexpr (tnrobot::kChecked) {
-        if (pParent == nullptr) {
-            tnrobot::checked::HideBody(this, sizeof(ITnPoolElement));
-        } else {
-            tnrobot::checked::ShowBody(this);
-            tnrobot::checked::ClearFree(this);
-        }
+    const ITnPoolUnknown* const pBefore = std::exchange(m_pParent, pParent);
+    if (pParent != nullptr) {
+        tnrobot::NoteTaken(this);
+    } else if (pBefore != nullptr) {
+        tnrobot::NoteFreed(this, m_nRefCount, pBefore, sizeof(ITnPoolElement));
     }
 }

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <typeinfo>
 #include <utility>
 
 #include "TnRobotKernel/archive.h"
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
+#include "core/TnExactCast.h"
 #include "core/TnFormat.h"
 #include "core/TnReadStep.h"
 #include "core/TnRef.h"
@@ -102,7 +102,7 @@ void CTnRobotDataValue::ClearResource() {
 }
 
 void CTnRobotDataValue::_CheckInUse() const {
-    tnrobot::CheckInUse(this, m_nRefCount);
+    tnrobot::CheckUsed(this, m_nRefCount);
 }
 
 void CTnRobotDataValue::_CheckInvariants() const {
@@ -272,11 +272,10 @@ void CTnRobotDataValue::_PointAtStorage() {
 // from before its load.
 void CTnRobotDataValue::Copy(ITnRobotDataValue* pSource) {
     _CheckInUse();
-    // The class is final, so comparing the type says as much as a checked cast and costs less.
-    if (pSource == nullptr || typeid(*pSource) != typeid(CTnRobotDataValue)) {
+    auto* pValue = tnrobot::ExactCast<CTnRobotDataValue>(pSource);
+    if (pValue == nullptr) {
         return;
     }
-    auto* pValue = static_cast<CTnRobotDataValue*>(pSource);
     pValue->_CheckInUse();
     if (pValue != this) {
         // What needs memory comes first, and changes nothing that can be seen.

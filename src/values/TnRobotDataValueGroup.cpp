@@ -5,10 +5,10 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
-#include <typeinfo>
 
 #include "TnRobotKernel/archive.h"
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
+#include "core/TnExactCast.h"
 #include "values/TnRobotDataValue.h"
 #include "values/TnRobotDataValuePool.h"
 
@@ -37,7 +37,8 @@ bool HasStorableLength(const std::string& strName) {
 // Values of the library's own write nothing when they are too long. What an application's own value
 // answers is not looked at, neither here nor when it is saved: callers rely on it.
 bool IsStorable(const ITnRobotDataValue& value) {
-    return typeid(value) != typeid(CTnRobotDataValue) || static_cast<const CTnRobotDataValue&>(value).CanBeStored();
+    const auto* pValue = tnrobot::ExactCast<const CTnRobotDataValue>(&value);
+    return pValue == nullptr || pValue->CanBeStored();
 }
 
 void SetError(int* pError) {
@@ -248,7 +249,7 @@ const void* CTnRobotDataValueGroup::BlockData(const char* lpszName, unsigned int
 // The group is emptied before the source is read, so a group copied onto itself ends empty:
 // applications use that. Do not "fix".
 void CTnRobotDataValueGroup::Copy(ITnRobotDataValueGroup* pSource) {
-    auto* pGroup = dynamic_cast<CTnRobotDataValueGroup*>(pSource);
+    auto* pGroup = tnrobot::ExactCast<CTnRobotDataValueGroup>(pSource);
     if (pGroup == nullptr) {
         return;
     }

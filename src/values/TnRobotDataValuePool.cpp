@@ -1,17 +1,22 @@
 #include "values/TnRobotDataValuePool.h"
 
+#include <atomic>
 #include <cstring>
 #include <limits>
 #include <new>
-#include <typeinfo>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
+#include "core/TnExactCast.h"
 #include "values/TnRobotDataValue.h"
 
 namespace {
 
 // What is copied while the pool is locked is copied at everybody's cost.
 constexpr unsigned int kMostCopiedLocked = 4096;
+
+// Set at load and cleared at unload, while any thread may read it. Release and acquire suffice: all
+// that the pointer publishes is the pool as it was made.
+std::atomic<CTnRobotDataValuePool*> g_pDataValuePool{nullptr};
 
 void Initialise(CTnRobotDataValue& value, const STnDataValueParam& param) {
     if (param.m_pStream != nullptr) {
@@ -33,17 +38,28 @@ bool CTnRobotDataValueEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppEl
 }
 
 void CTnRobotDataValueEleAlloc::SetElementParam(ITnPoolElement* pElement, void* pParam) {
-    // The class is final, so comparing the type says as much as a checked cast and costs less.
-    if (pParam != nullptr && pElement != nullptr && typeid(*pElement) == typeid(CTnRobotDataValue)) {
-        auto& value = static_cast<CTnRobotDataValue&>(*pElement);
-        if constexpr (tnrobot::kChecked) {
-            if (tnrobot::checked::IsFree(&value)) {
-                tnrobot::checked::ShowBody(&value);
-                value.CheckIdleInvariants();
-            }
-        }
-        Initialise(value, *static_cast<const STnDataValueParam*>(pParam));
+    auto* pValue = pParam != nullptr ? tnrobot::ExactCast<CTnRobotDataValue>(pElement) : nullptr;
+    if (pValue == nullptr) {
+        return;
     }
+    if (tnrobot::NoteTaken(pValue)) {
+        pValue->CheckIdleInvariants();
+    }
+    Initialise(*pValue, *static_cast<const STnDataValueParam*>(pParam));
+}
+
+CTnRobotDataValuePool* TnQueryDataValuePool() {
+    return g_pDataValuePool.load(std::memory_order_acquire);
+}
+
+void CTnRobotDataValuePool::MakeProcessWide() {
+    if (TnQueryDataValuePool() == nullptr) {
+        g_pDataValuePool.store(tnrobot::Watch(new CTnRobotDataValuePool), std::memory_order_release);
+    }
+}
+
+void CTnRobotDataValuePool::DestroyProcessWide() {
+    delete g_pDataValuePool.exchange(nullptr, std::memory_order_acq_rel);
 }
 
 CTnRobotDataValuePool::CTnRobotDataValuePool() {

@@ -31,6 +31,13 @@ class CTnRobotDataValuePool final : public ITnUnknown {
 public:
     CTnRobotDataValuePool();
 
+    /// Makes the pool of the process unless there is one. Not concurrently with the next.
+    static void MakeProcessWide();
+
+    /// Destroys it, if there is one: not by a release, since whoever holds values holds no reference to
+    /// the pool.
+    static void DestroyProcessWide();
+
     /// A value of type NONE without data.
     int QueryData(ITnRobotDataValue** ppValue);
     int QueryBoolData(bool bValue, ITnRobotDataValue** ppValue);

@@ -465,11 +465,12 @@ TEST_F(Thread, AJobThatGoesWithItsOwnThreadKeepsNoOtherFromGoing) {
     Gate goes;
     Gate gone;
     const OpenAtEnd atEnd(gone);
-    const auto releaseOwn = [](const std::shared_ptr<void>& token) {
+    // The token goes over to the job: whoever kept one here might be the last to let it go, and wait.
+    const auto releaseOwn = [](std::shared_ptr<void> token) {
         const auto released = std::make_shared<Gate>();
         ITnRobotThread* const pThread = MakeThread().release();
         pThread->AddRef();
-        pThread->SetWorkJob([pThread, token, released](ITnRobotEvent*) {
+        pThread->SetWorkJob([pThread, token = std::move(token), released](ITnRobotEvent*) {
             released->Pass();
             pThread->Release();
         });

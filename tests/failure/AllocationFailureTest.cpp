@@ -9,7 +9,7 @@
 #include <system_error>
 #include <thread>
 
-#include "core/TnSanitizer.h"
+#include "checked/TnSanitizer.h"
 #include "failure/AllocationScenario.h"
 #include "support/fakes/TestObjects.h"
 #include "support/threads/Gate.h"

@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "TnRobotKernel/utilities.h"
-#include "core/TnRobotDirectories.h"
 #include "failure/AllocationScenario.h"
 #include "support/bytes/Bytes.h"
 #include "support/bytes/FileBytes.h"
 #include "support/processes/TempDirectory.h"
+#include "utils/TnRobotDirectories.h"
 
 namespace tntest {
 

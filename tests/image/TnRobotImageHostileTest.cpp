@@ -15,6 +15,7 @@
 #include "support/bytes/PlainJpeg.h"
 #include "support/fakes/TestSurfaces.h"
 #include "support/objects/Memory.h"
+#include "support/processes/ChildProcess.h"
 #include "support/processes/ResourceUse.h"
 #include "support/processes/TempDirectory.h"
 
@@ -240,7 +241,7 @@ TEST_F(HostileImages, EveryPrefixOfABmpWithAFittingHeader) {
 
 TEST_F(HostileImages, SingleByteChangesOfABmp) {
     const Bytes good = GoodBmp();
-    ForSingleByteChanges(good, kChanges, 7, [this](const Bytes& changed, const std::string& what) {
+    ForSingleByteChanges(good, RandomTries(kChanges), 7, [this](const Bytes& changed, const std::string& what) {
         CheckBmp(LoadFile(changed), changed, what);
     });
 }
@@ -248,7 +249,7 @@ TEST_F(HostileImages, SingleByteChangesOfABmp) {
 // Only the headers, where a change matters; several at once.
 TEST_F(HostileImages, ManyByteChangesOfABmpHeader) {
     std::mt19937 random(8);
-    for (int i = 0; i < kChanges && !HasFailure(); ++i) {
+    for (int i = 0; i < RandomTries(kChanges) && !HasFailure(); ++i) {
         Bytes changed = GoodBmp();
         std::string what;
         for (unsigned int n = 1 + random() % 4; n > 0; --n) {
@@ -280,9 +281,10 @@ TEST_F(HostileImages, EveryPrefixOfAJpeg) {
 TEST_F(HostileImages, SingleByteChangesOfAJpeg) {
     const QuietErrors quiet;
     for (const NamedJpeg& good : GoodJpegs()) {
-        ForSingleByteChanges(good.jpeg, kChanges, 9, [this, &good](const Bytes& changed, const std::string& what) {
-            CheckJpeg(LoadMemory(changed), changed, good.name + ", " + what);
-        });
+        ForSingleByteChanges(good.jpeg, RandomTries(kChanges), 9,
+                             [this, &good](const Bytes& changed, const std::string& what) {
+                                 CheckJpeg(LoadMemory(changed), changed, good.name + ", " + what);
+                             });
     }
 }
 
@@ -332,7 +334,7 @@ TEST_F(HostileImages, TenThousandBadJpegsLeaveNothingBehind) {
     };
     LoadBad(100);
     const std::size_t nHeld = mallinfo2().uordblks;
-    LoadBad(10000);
+    LoadBad(RandomTries(10000));
     // The pool of blocks notes every request, so not quite nothing.
     EXPECT_LE(mallinfo2().uordblks, nHeld + 256 * 1024);
     EXPECT_EQ(TestBlock::LiveCount(), 0);

@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <new>
@@ -26,6 +27,7 @@
 #include "TnRobotKernel/core.h"
 #include "programs/LogFromThreads.h"
 #include "programs/Steps.h"
+#include "support/processes/ChildProcess.h"
 
 using namespace tntest;
 
@@ -156,18 +158,12 @@ void CancelThreads(int nThreads) {
 
 pid_t StartAnother(const std::string& steps) {
     return Fork([&steps] {
-        std::vector<std::string> arguments = {"another"};
+        std::vector<std::string> arguments;
         std::istringstream stream(steps);
         for (std::string step; std::getline(stream, step, ',');) {
             arguments.push_back(step);
         }
-        std::vector<char*> pointers;
-        for (std::string& argument : arguments) {
-            pointers.push_back(argument.data());
-        }
-        pointers.push_back(nullptr);
-        execv("/proc/self/exe", pointers.data());
-        _exit(127);
+        tntest::BecomeProgram(std::filesystem::read_symlink("/proc/self/exe"), arguments);
     });
 }
 

@@ -72,18 +72,13 @@ protected:
     std::string OldFile(int nNumber) const { return m_directory / ("robot." + std::to_string(nNumber) + ".log"); }
     std::vector<std::string> Logged() const { return WithoutTimes(FileLines(File())); }
 
-    /// @param[in] program  run instead of the probe itself; the probe is its first argument.
+    /// @param[in] bWithErrors  whether the error output counts too.
     ChildResult Run(const Steps& steps, Environment environment = {}, bool bWithErrors = false) const {
         environment.insert(environment.begin(), {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY},
                                                  {"TNROBOT_LOG_FILE", File()},
                                                  {"TNROBOT_LOG_LEVEL", ""},
                                                  {"TNROBOT_LOG_CONSOLE_LEVEL", ""}});
-        if (!bWithErrors) {
-            return RunChild({m_probe, steps, environment, m_directory.Path().string()});
-        }
-        Steps arguments = {"-c", R"(exec "$0" "$@" 2>&1)", m_probe};
-        arguments.insert(arguments.end(), steps.begin(), steps.end());
-        return RunChild({"/bin/sh", arguments, environment, m_directory.Path().string()});
+        return RunChild({m_probe, steps, environment, m_directory.Path().string(), bWithErrors});
     }
 
     /// @return the lines on the standard error output, without their times.

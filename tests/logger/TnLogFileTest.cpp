@@ -172,12 +172,10 @@ TEST_F(LogFile, IsNotOpenedByARelativePathInADirectoryThatIsGone) {
     const std::string gone = m_directory.Directory("gone");
     const ChildResult result = Run({"chdir::gone", "remove::nothing", "init"}, {{"TNROBOT_LOG_FILE", "../robot.log"}});
     EXPECT_EQ(result.output, "chdir 0\nremove -1\nInit 0\n");
-    const Steps arguments = {"-c", R"(cd gone && rmdir ../gone && exec "$0" init)", m_probe};
-    const ChildResult without = RunChild({"/bin/sh",
-                                          arguments,
-                                          {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY}, {"TNROBOT_LOG_FILE", "x.log"}},
-                                          m_directory.Path().string()});
-    EXPECT_EQ(without.output, "Init 2\n");
+    ChildProgram shell = InShell(R"(cd gone && rmdir ../gone && exec "$@")", m_probe, {"init"});
+    shell.environment = {{"LD_LIBRARY_PATH", TNROBOT_LOG_DIRECTORY}, {"TNROBOT_LOG_FILE", "x.log"}};
+    shell.directory = m_directory.Path().string();
+    EXPECT_EQ(RunChild(shell).output, "Init 2\n");
 }
 
 TEST_F(LogFile, CountsEveryLineThatAFullDiskTakes) {

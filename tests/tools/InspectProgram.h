@@ -37,14 +37,14 @@ protected:
         EXPECT_EQ(result.nExitCode, nExitCode);
     }
 
-    const TempDirectory m_directory;
-
-private:
+    /// Runs the program by a shell script in which "$@" is the program with its arguments.
     ChildResult RunInShell(const std::string& script, const std::vector<std::string>& arguments) const {
         ChildProgram program = InShell(script, TNROBOT_INSPECT, arguments);
         program.directory = m_directory.Path().string();
         return RunChild(program);
     }
+
+    const TempDirectory m_directory;
 };
 
 /// A group as it is saved. @param[in] entries  names and saved values.

@@ -7,8 +7,13 @@
 
 #include "TnRobotKernel/make.h"
 #include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/cancel.h"
 #include "TnRobotKernel/tn/error.h"
+#include "TnRobotKernel/tn/for_each.h"
+#include "TnRobotKernel/tn/limited_pool.h"
 #include "TnRobotKernel/tn/objects.h"
+#include "TnRobotKernel/tn/run.h"
 #include "TnRobotKernel/tn/saving.h"
+#include "TnRobotKernel/tn/work_queue.h"
 
 #endif  // TNROBOTKERNEL_TN_TN_H_

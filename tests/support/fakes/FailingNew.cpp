@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 
 // The linker sends every call of malloc to __wrap_malloc, and this file's calls of __real_malloc to
 // the C library, or to the sanitizer that stands in its place.
@@ -153,7 +153,7 @@ namespace tntest {
 // Checked builds keep the memory of destroyed objects for a while; it is not in use.
 long LiveAllocations() {
     if constexpr (tnrobot::kChecked) {
-        tnrobot::checked::EmptyQuarantine();
+        tnrobot::checked::FreeKept();
     }
     return g_nLive;
 }

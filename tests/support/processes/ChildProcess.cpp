@@ -73,6 +73,10 @@ bool IsEmulated() {
     return !kEmulator.empty();
 }
 
+int RandomTries(int nTries) {
+    return IsEmulated() ? nTries / 10 : nTries;
+}
+
 void BecomeProgram(const std::string& path, const std::vector<std::string>& arguments) {
     std::vector<std::string> words = WordsFor(path, arguments);
     const std::string first = words.front();

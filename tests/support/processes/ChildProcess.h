@@ -30,6 +30,10 @@ ChildProgram InShell(const std::string& script, const std::string& path, const s
 /// @return whether the programs of the tests, this one too, run in an emulator.
 bool IsEmulated();
 
+/// @return how many of so many random tries a test makes: in an emulator a tenth, since each takes ten
+///         times as long there. What they look for hardly depends on the processor.
+int RandomTries(int nTries);
+
 /// Becomes a program of the tests, in a process of its own; where the tests run in an emulator, in
 /// one more of it. A program that cannot be started ends the process with exit code 127.
 [[noreturn]] void BecomeProgram(const std::string& path, const std::vector<std::string>& arguments);

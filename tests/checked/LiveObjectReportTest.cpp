@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "core/TnSanitizer.h"
+#include "checked/TnSanitizer.h"
 #include "support/processes/ChildProcess.h"
 
 using namespace tntest;

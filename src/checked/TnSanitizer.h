@@ -1,8 +1,8 @@
 // Hides pooled memory from AddressSanitizer's view while it lies on a free list, where a use
 // after release would otherwise go unnoticed.
 
-#ifndef TNROBOTKERNEL_SRC_CORE_TNSANITIZER_H_
-#define TNROBOTKERNEL_SRC_CORE_TNSANITIZER_H_
+#ifndef TNROBOTKERNEL_SRC_CHECKED_TNSANITIZER_H_
+#define TNROBOTKERNEL_SRC_CHECKED_TNSANITIZER_H_
 
 #if defined(__SANITIZE_ADDRESS__)
 #define TN_ADDRESS_SANITIZER 1
@@ -36,4 +36,4 @@ inline void UnpoisonMemory(const void* /*p*/, std::size_t /*nSize*/) {}
 
 }  // namespace tnrobot
 
-#endif  // TNROBOTKERNEL_SRC_CORE_TNSANITIZER_H_
+#endif  // TNROBOTKERNEL_SRC_CHECKED_TNSANITIZER_H_

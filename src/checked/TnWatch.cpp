@@ -1,4 +1,8 @@
-#include "core/TnChecked.h"
+// All watched objects are in a map by their address, divided into parts with a lock each, so that threads
+// seldom meet here. An object that lies free names its pool; whether it really does is decided by asking
+// for the pool.
+
+#include "checked/TnWatch.h"
 
 #include <cxxabi.h>
 #include <unistd.h>
@@ -16,8 +20,8 @@
 #include <string>
 #include <utility>
 
-#include "core/TnGhost.h"
-#include "core/TnSanitizer.h"
+#include "checked/TnSanitizer.h"
+#include "checked/TnStandIn.h"
 
 namespace tnrobot::checked {
 
@@ -163,6 +167,11 @@ void Write(const std::string& strLine) {
     }
 }
 
+[[noreturn]] void StopNamed(const std::string& strName, const char* lpszWhat) {
+    Write("TnRobotKernel: " + strName + ": " + lpszWhat + "\n");
+    std::abort();
+}
+
 bool LiesFree(const Entry& entry) {
     if (entry.m_freeIn == 0) {
         return false;
@@ -197,7 +206,7 @@ void Destroy(ITnUnknown* pObject) {
         return;
     }
     pObject->~ITnUnknown();
-    Ghost::Bury(pObject, entry->m_nSize, *entry->m_pType);
+    StandIn::Replace(pObject, entry->m_nSize, *entry->m_pType);
 }
 
 bool SetFree(const ITnUnknown* pObject, const ITnUnknown* pPool) {
@@ -231,11 +240,6 @@ void ShowBody(const ITnUnknown* pObject) {
     }
 }
 
-bool IsFree(const ITnUnknown* pObject) {
-    const std::optional<Entry> entry = ShardOf(pObject).Find(Disguise(pObject));
-    return entry && LiesFree(*entry);
-}
-
 void StopIfFree(const ITnUnknown* pObject, const char* lpszWhat) {
     const std::optional<Entry> entry = ShardOf(pObject).Find(Disguise(pObject));
     if (entry && LiesFree(*entry)) {
@@ -251,8 +255,11 @@ void StopIfWatched(const ITnUnknown* pObject, const char* lpszWhat) {
 }
 
 void Stop(const std::type_info& type, const char* lpszWhat) {
-    Write("TnRobotKernel: " + NameOf(type) + ": " + lpszWhat + "\n");
-    std::abort();
+    StopNamed(NameOf(type), lpszWhat);
+}
+
+void StopUnknown(const char* lpszWhat) {
+    StopNamed("an object", lpszWhat);
 }
 
 namespace {
@@ -269,7 +276,8 @@ void HideMemory(unsigned char* pMemory, std::size_t nSize) {
     }
 }
 
-// Equal to itself one byte on, so all bytes are what the first is.
+// The bytes are compared with themselves moved on by one: when the first is the pattern and each is equal
+// to the one behind it, all of them are the pattern.
 void ShowMemory(const unsigned char* pMemory, std::size_t nSize, const std::type_info& type) {
     if constexpr (kHidesMemory) {
         UnpoisonMemory(pMemory, nSize);
@@ -282,7 +290,8 @@ void ShowMemory(const unsigned char* pMemory, std::size_t nSize, const std::type
 void ReportLiveObjects() {
     std::map<std::string, int> counts;
     for (const Shard& shard : Shards()) {
-        // The pool of a free object may be in the part that is locked here.
+        // Whether a free object's pool still lives is not asked: the pool may be in this very part, whose lock
+        // is held. A pool that goes has destroyed its free objects by then.
         std::map<const std::type_info*, int> used;
         shard.ForEach([&](const Entry& entry) { used[entry.m_pType] += entry.m_freeIn == 0 ? 1 : 0; });
         for (const auto& [pType, nCount] : used) {
@@ -301,19 +310,19 @@ bool IsOwnAllocation() {
     return t_bOwnAllocation;
 }
 
-void EmptyQuarantine() {
-    Ghost::FreeAll();
+void FreeKept() {
+    StandIn::FreeAll();
 }
 
 void LockForFork() {
     for (Shard& shard : Shards()) {
         shard.Lock();
     }
-    Ghost::Lock();
+    StandIn::Lock();
 }
 
 void UnlockAfterFork() {
-    Ghost::Unlock();
+    StandIn::Unlock();
     for (Shard& shard : Shards()) {
         shard.Unlock();
     }

@@ -1,6 +1,6 @@
 // Mistakes that stop a checked build with the name of the class.
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 
 #include "TnRobotKernel/TnRobotKernel.h"
-#include "core/TnSanitizer.h"
+#include "checked/TnSanitizer.h"
 #include "support/objects/Groups.h"
 #include "support/objects/Held.h"
 #include "support/objects/Memory.h"
@@ -172,7 +172,7 @@ TEST_F(CheckedDeathTest, AWriteToADestroyedObject) {
         auto* pMemory = reinterpret_cast<unsigned char*>(pFile);
         pFile->Release();
         pMemory[40] ^= 1U;
-        tnrobot::checked::EmptyQuarantine();
+        tnrobot::checked::FreeKept();
     };
     EXPECT_DEATH(use(), Destroyed("CTnRobotMemFile", "written to after it was destroyed"));
 }

@@ -1,33 +1,38 @@
 // What a circular buffer remembers, in checked builds, of the memory that its blocks gave back.
 
-#ifndef TNROBOTKERNEL_SRC_MEMORY_TNHIDDENRANGES_H_
-#define TNROBOTKERNEL_SRC_MEMORY_TNHIDDENRANGES_H_
+#ifndef TNROBOTKERNEL_SRC_CHECKED_TNHIDDENRANGES_H_
+#define TNROBOTKERNEL_SRC_CHECKED_TNHIDDENRANGES_H_
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <typeinfo>
 
-#include "core/TnChecked.h"
+#include "checked/TnChecked.h"
 
 namespace tnrobot {
 
-/// The pieces of a buffer that were hidden when their blocks came back, and are shown, which tests
-/// them, when blocks are cut there again. Blocks are cut from the start to the end, and from the
-/// start again after a rewinding. Of very many pieces some are forgotten: taking back must not
-/// allocate.
+/// The pieces of a circular buffer that are hidden: each since its block came back, until a new block is
+/// cut there. Then it is shown, which tests that nobody has written to it.
+///
+/// A buffer cuts its blocks from the start to the end, and from the start again after a rewinding. So the
+/// pieces that come back are kept apart until then, and afterwards are met in the order of their offsets.
+/// A new block may end within a piece: its rest stays hidden. There is room for so many pieces; what comes
+/// back beyond that is not remembered, because taking back must not allocate.
 ///
 /// Threads: externally synchronised.
 template <bool bChecked>
 class HiddenRanges {
 public:
-    void OnReturn(std::size_t nOffset, std::size_t nSize) {
+    /// A block's memory has been hidden.
+    void NoteHidden(std::size_t nOffset, std::size_t nSize) {
         if (m_returned.m_nCount < m_returned.m_ranges.size()) {
             m_returned.m_ranges[m_returned.m_nCount++] = {nOffset, std::min(nSize, checked::kMostPattern)};
         }
     }
 
-    void OnRewind() {
+    /// Blocks are cut from the start again.
+    void NoteRewound() {
         const auto itBegin = m_returned.m_ranges.begin();
         std::sort(itBegin, itBegin + static_cast<std::ptrdiff_t>(m_returned.m_nCount),
                   [](const Range& a, const Range& b) { return a.m_nOffset < b.m_nOffset; });
@@ -36,7 +41,8 @@ public:
         m_returned.m_nCount = 0;
     }
 
-    void OnCut(const unsigned char* pBuffer, std::size_t nOffset, std::size_t nSize, const std::type_info& type) {
+    /// A block is cut: shows what is hidden there.
+    void Show(const unsigned char* pBuffer, std::size_t nOffset, std::size_t nSize, const std::type_info& type) {
         const std::size_t nEnd = nOffset + nSize;
         while (m_nNext < m_hidden.m_nCount && m_hidden.m_ranges[m_nNext].m_nOffset < nEnd) {
             Range& range = m_hidden.m_ranges[m_nNext];
@@ -69,12 +75,15 @@ private:
 template <>
 class HiddenRanges<false> {
 public:
-    void OnReturn(std::size_t /*nOffset*/, std::size_t /*nSize*/) {}
-    void OnRewind() {}
-    void OnCut(const unsigned char* /*pBuffer*/, std::size_t /*nOffset*/, std::size_t /*nSize*/,
-               const std::type_info& /*type*/) {}
+    void NoteHidden(std::size_t /*nOffset*/, std::size_t /*nSize*/) {}
+    void NoteRewound() {}
+    void Show(const unsigned char* /*pBuffer*/, std::size_t /*nOffset*/, std::size_t /*nSize*/,
+              const std::type_info& /*type*/) {}
 };
+
+/// What this build remembers.
+using HiddenPieces = HiddenRanges<kChecked>;
 
 }  // namespace tnrobot
 
-#endif  // TNROBOTKERNEL_SRC_MEMORY_TNHIDDENRANGES_H_
+#endif  // TNROBOTKERNEL_SRC_CHECKED_TNHIDDENRANGES_H_

@@ -1,0 +1,307 @@
+/// @file
+/// The tasks that serve Run and ForEach of one pool. Used by tn/run.h and tn/for_each.h.
+
+#ifndef TNROBOTKERNEL_TN_DETAIL_CREW_H_
+#define TNROBOTKERNEL_TN_DETAIL_CREW_H_
+
+#include <algorithm>
+#include <deque>
+#include <list>
+#include <map>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "TnRobotKernel/tn/detail/TaskStart.h"
+#include "TnRobotKernel/tn/detail/Waiting.h"
+
+namespace tn::detail {
+
+// How long a worker waits for something to do before it gives its task back. Waiting costs nothing,
+// while an idle task asks once a millisecond; so it is long enough for work that comes once a frame.
+inline constexpr std::chrono::milliseconds kLinger{1000};
+
+// No crew is larger, whatever is asked for.
+inline constexpr unsigned int kMostWorkers = 64;
+
+// How many threads do work of the processor side by side.
+inline unsigned int Processors() {
+    return std::max(1U, std::thread::hardware_concurrency());
+}
+
+// What a worker does. Do may be called by several workers, also when nobody waits for it any more.
+class Errand {
+public:
+    Errand() = default;
+    Errand(const Errand&) = delete;
+    Errand& operator=(const Errand&) = delete;
+    virtual ~Errand() = default;
+    virtual void Do() noexcept = 0;
+};
+
+// Whether this thread is one of a crew's, which must not wait for errands that wait for a worker.
+inline bool& IsCrewThread() {
+    static thread_local bool s_bIs = false;
+    return s_bIs;
+}
+
+// Workers on tasks of one pool, and the errands that wait for them.
+//
+// A worker is a task whose job takes errands until none has come for a while. Then it gives its own task
+// back, so nobody needs to look after a crew. The pool is only used while a caller lends it: when it goes
+// first, tasks stay with their workers and end with them.
+//
+// Invariants (under m_mutex): m_workers holds every worker that is or will be in Work and has not been
+// dismissed; there is no errand that nobody takes while it has room.
+//
+// Lock order: m_mutex is innermost; no job, task or pool is called with it.
+class Crew : public std::enable_shared_from_this<Crew> {
+public:
+    // Adds an errand, as often as workers are to take it, and starts those that are missing. Their
+    // starts take a millisecond each, so they end when the answer says that nobody is needed any more.
+    //
+    // nMost is how many workers the caller could do with: the crew stays as large as its largest.
+    // @return false when there is no worker at all, and the errand stays with the caller.
+    template <typename Answer>
+    bool Post(ITnRobotTaskPool& pool, const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost,
+              Answer isNeeded) {
+        Add(errand, nTimes, nMost);
+        while (isNeeded() && NeedsWorker()) {
+            if (!StartWorker(pool)) {
+                break;
+            }
+        }
+        if (HasWorkers()) {
+            return true;
+        }
+        Withdraw(*errand);
+        return false;
+    }
+
+    // Takes an errand back from where it waits; those at work go on.
+    void Withdraw(const Errand& errand) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto isIt = [&errand](const std::shared_ptr<Errand>& waiting) { return waiting.get() == &errand; };
+        m_errands.erase(std::remove_if(m_errands.begin(), m_errands.end(), isIt), m_errands.end());
+    }
+
+    // Sends the workers home that have nothing to do, and waits until they have gone.
+    void DismissIdle() {
+        std::vector<TnRobotPtr<ITnRobotTask>> tasks;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            for (auto it = m_workers.begin(); it != m_workers.end();) {
+                if ((*it)->bWaiting && m_errands.empty()) {
+                    (*it)->bDismissed = true;
+                    tasks.push_back(std::move((*it)->task));
+                    it = m_workers.erase(it);
+                } else {
+                    ++it;
+                }
+            }
+            m_posted.notify_all();
+        }
+    }
+
+private:
+    struct Worker {
+        TnRobotPtr<ITnRobotTask> task;
+        bool bAtWork = false;   // has taken an errand
+        bool bWaiting = false;  // for one
+        bool bDismissed = false;
+    };
+
+    void Add(const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost) {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_nMost = std::max(m_nMost, std::min(nMost, kMostWorkers));
+            m_errands.insert(m_errands.end(), nTimes, errand);
+        }
+        for (unsigned int n = 0; n < nTimes; ++n) {
+            m_posted.notify_one();
+        }
+    }
+
+    // A worker that is about to begin, or was woken for an errand, is free until it has taken one.
+    bool NeedsWorker() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto nFree = std::count_if(m_workers.begin(), m_workers.end(),
+                                         [](const std::shared_ptr<Worker>& worker) { return !worker->bAtWork; });
+        return m_errands.size() > static_cast<std::size_t>(nFree) && m_workers.size() < m_nMost;
+    }
+
+    bool HasWorkers() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return !m_workers.empty();
+    }
+
+    // @return false when the system or the pool has none.
+    bool StartWorker(ITnRobotTaskPool& pool) {
+        const auto worker = std::make_shared<Worker>();
+        Enlist(worker);
+        try {
+            const auto runner = MakeObject<WorkerRunner>([crew = shared_from_this(), worker] { crew->Work(*worker); });
+            TnRobotPtr<ITnRobotTask> task = TaskFor(pool, *runner);
+            Hire(*worker, task);
+            // This reference outlives the start, for the worker may be done before that returns.
+            StartOrThrow(*task);
+            return true;
+        } catch (const std::system_error&) {
+            Strike(*worker);
+            return false;
+        } catch (...) {
+            Strike(*worker);
+            throw;
+        }
+    }
+
+    void Enlist(const std::shared_ptr<Worker>& worker) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_workers.push_back(worker);
+    }
+
+    void Hire(Worker& worker, const TnRobotPtr<ITnRobotTask>& task) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        worker.task = task;
+    }
+
+    // @return the worker's task, which is the caller's to release; empty for one that was dismissed.
+    TnRobotPtr<ITnRobotTask> Strike(Worker& worker) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return StrikeLocked(worker);
+    }
+
+    TnRobotPtr<ITnRobotTask> StrikeLocked(Worker& worker) {
+        m_workers.remove_if([&worker](const std::shared_ptr<Worker>& each) { return each.get() == &worker; });
+        return std::move(worker.task);
+    }
+
+    // Dismissed ones leave their task to who has dismissed them. The others release their own, which
+    // a job may: the task goes back when the job has returned.
+    void Work(Worker& me) {
+        IsCrewThread() = true;
+        TnRobotPtr<ITnRobotTask> own;
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            while (AwaitErrand(lock, me)) {
+                std::shared_ptr<Errand> errand = std::move(m_errands.front());
+                m_errands.pop_front();
+                me.bAtWork = true;
+                lock.unlock();
+                errand->Do();
+                errand.reset();
+                lock.lock();
+                me.bAtWork = false;
+            }
+            own = StrikeLocked(me);
+        }
+        IsCrewThread() = false;
+    }
+
+    bool AwaitErrand(std::unique_lock<std::mutex>& lock, Worker& me) {
+        if (m_errands.empty()) {
+            me.bWaiting = true;
+            WaitUntil(m_posted, lock, After(kLinger), [this, &me] { return !m_errands.empty() || me.bDismissed; });
+            me.bWaiting = false;
+        }
+        return !m_errands.empty() && !me.bDismissed;
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_posted;
+    std::deque<std::shared_ptr<Errand>> m_errands;  // guarded by m_mutex
+    std::list<std::shared_ptr<Worker>> m_workers;   // guarded by m_mutex, and what they point to
+    unsigned int m_nMost = 0;                       // guarded by m_mutex
+};
+
+// Finds the crew of a pool. The registry knows crews, it does not keep them: a crew lives with its workers
+// and with those who use it.
+//
+// A pool may go while its crew lingers, and another one be made at the same address: that finds the crew of
+// the first, whose tasks are as good.
+class CrewRegistry {
+public:
+    // The one of this process: what a child of fork has inherited may be locked, and its workers are not
+    // there.
+    static CrewRegistry& Here() {
+        static Keeper s_keeper;
+        return s_keeper.Registry();
+    }
+
+    std::shared_ptr<Crew> CrewOf(ITnRobotTaskPool& pool) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        DropTheGone();
+        std::shared_ptr<Crew> crew = m_crews[&pool].lock();
+        if (!crew) {
+            crew = std::make_shared<Crew>();
+            m_crews[&pool] = crew;
+        }
+        return crew;
+    }
+
+    // @return null for a pool without one.
+    std::shared_ptr<Crew> Find(ITnRobotTaskPool& pool) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_crews.find(&pool);
+        return found == m_crews.end() ? nullptr : found->second.lock();
+    }
+
+private:
+    // At the end of the program workers that have nothing to do are sent home, so that nothing of them is
+    // left when the library goes. The registry itself stays, for objects that go later.
+    class Keeper {
+    public:
+        Keeper() = default;
+        Keeper(const Keeper&) = delete;
+        Keeper& operator=(const Keeper&) = delete;
+        ~Keeper() {
+            CrewRegistry* pRegistry = m_pRegistry.load();
+            if (pRegistry->m_home.IsHere()) {
+                pRegistry->DismissIdle();
+            }
+        }
+
+        CrewRegistry& Registry() {
+            CrewRegistry* pRegistry = m_pRegistry.load();
+            if (!pRegistry->m_home.IsHere()) {
+                auto made = std::make_unique<CrewRegistry>();
+                if (m_pRegistry.compare_exchange_strong(pRegistry, made.get())) {
+                    pRegistry = made.release();
+                }
+            }
+            return *pRegistry;
+        }
+
+    private:
+        std::atomic<CrewRegistry*> m_pRegistry{new CrewRegistry};
+    };
+
+    void DismissIdle() {
+        std::vector<std::shared_ptr<Crew>> crews;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            for (const auto& each : m_crews) {
+                crews.push_back(each.second.lock());
+            }
+        }
+        for (const std::shared_ptr<Crew>& crew : crews) {
+            if (crew) {
+                crew->DismissIdle();
+            }
+        }
+    }
+
+    void DropTheGone() {
+        for (auto it = m_crews.begin(); it != m_crews.end();) {
+            it = it->second.expired() ? m_crews.erase(it) : std::next(it);
+        }
+    }
+
+    const Home m_home;
+    std::mutex m_mutex;
+    std::map<const ITnRobotTaskPool*, std::weak_ptr<Crew>> m_crews;  // guarded by m_mutex
+};
+
+}  // namespace tn::detail
+
+#endif  // TNROBOTKERNEL_TN_DETAIL_CREW_H_

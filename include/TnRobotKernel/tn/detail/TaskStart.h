@@ -1,0 +1,87 @@
+/// @file
+/// Runners of one function, and tasks for them. Used by tn/run.h and tn/work_queue.h.
+
+#ifndef TNROBOTKERNEL_TN_DETAIL_TASKSTART_H_
+#define TNROBOTKERNEL_TN_DETAIL_TASKSTART_H_
+
+#include <atomic>
+#include <functional>
+#include <system_error>
+#include <utility>
+
+#include "TnRobotKernel/concurrency.h"
+#include "TnRobotKernel/ptr.h"
+
+namespace tn::detail {
+
+// Calls a job once for each start of its task.
+class JobRunner final : public ITnRobotTaskRunner {
+public:
+    explicit JobRunner(std::function<void(ITnRobotEvent*)> job) : m_job(std::move(job)) {}
+
+    void Init() override { m_bExecuted = false; }
+    // Nobody could catch what the job throws: better to end at the place that threw.
+    void Execute(ITnRobotEvent* pRunEvent) noexcept override {
+        m_bExecuted = true;
+        m_job(pRunEvent);
+    }
+    void ClearResource() override {}
+    bool IsStop() override { return m_bExecuted; }
+    void Copy(ITnRobotTaskRunner* pRunner) override {
+        if (const auto* pOther = dynamic_cast<JobRunner*>(pRunner)) {
+            m_job = pOther->m_job;
+        }
+    }
+    ITnRobotTaskRunner* Clone() override { return MakeObject<JobRunner>(m_job).detach(); }
+
+private:
+    std::function<void(ITnRobotEvent*)> m_job;
+    std::atomic<bool> m_bExecuted{false};
+};
+
+// Calls a job once in its life, and is never done: so its pool does not stop the task on its own thread some
+// time later, and the task is idle again when its last release returns. What the job holds goes with it, not
+// with the idle task that keeps its runner.
+class WorkerRunner final : public ITnRobotTaskRunner {
+public:
+    explicit WorkerRunner(std::function<void()> job) : m_job(std::move(job)) {}
+
+    void Init() override {}
+    void Execute(ITnRobotEvent* /*pRunEvent*/) noexcept override {
+        if (m_job) {
+            m_job();
+            m_job = nullptr;
+        }
+    }
+    void ClearResource() override {}
+    bool IsStop() override { return false; }
+    void Copy(ITnRobotTaskRunner* /*pRunner*/) override {}
+    ITnRobotTaskRunner* Clone() override { return nullptr; }
+
+private:
+    std::function<void()> m_job;
+};
+
+// The reason where a pool has no task or a task does not start.
+[[noreturn]] inline void ThrowNoTask() {
+    throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), "no task can be started");
+}
+
+// A task of the pool that is not started yet.
+inline TnRobotPtr<ITnRobotTask> TaskFor(ITnRobotTaskPool& pool, ITnRobotTaskRunner& runner) {
+    TnRobotPtr<ITnRobotTask> task;
+    if (!pool.CreateTask(&runner, task.put()) || !task) {
+        ThrowNoTask();
+    }
+    return task;
+}
+
+inline void StartOrThrow(ITnRobotTask& task) {
+    if (!task.Start()) {
+        ThrowNoTask();
+    }
+}
+
+}  // namespace tn::detail
+
+#endif  // TNROBOTKERNEL_TN_DETAIL_TASKSTART_H_

@@ -1,0 +1,242 @@
+#include "TnRobotKernel/tn/for_each.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <limits>
+
+#include "support/threads/StartGate.h"
+#include "tn/WorkTest.h"
+
+using std::chrono_literals::operator""ms;
+using std::chrono_literals::operator""s;
+using tntest::Gate;
+using tntest::Trouble;
+
+namespace {
+
+class ForEach : public tntest::WorkTest {
+protected:
+    static tn::ForEachOptions Threads(unsigned int nThreads) { return {nThreads, tn::kNoLimit}; }
+};
+
+}  // namespace
+
+TEST_F(ForEach, CallsTheJobOnceForEveryNumber) {
+    for (const std::size_t nCount : {0U, 1U, 2U, 5U, 1000U}) {
+        for (const unsigned int nThreads : {0U, 1U, 2U, 7U}) {
+            std::vector<std::atomic<int>> calls(nCount);
+            EXPECT_TRUE(tn::ForEach(
+                Pool(), nCount, [&calls](std::size_t n) { ++calls[n]; }, Threads(nThreads)));
+            for (const std::atomic<int>& nCalls : calls) {
+                EXPECT_EQ(nCalls, 1);
+            }
+        }
+    }
+}
+
+TEST_F(ForEach, WorksSideBySideWithTheCaller) {
+    constexpr int kThreads = 4;
+    tntest::StartGate together(kThreads);  // nobody passes it alone
+    std::array<std::thread::id, kThreads> threads;
+    EXPECT_TRUE(tn::ForEach(
+        Pool(), kThreads,
+        [&](std::size_t n) {
+            together.ArriveAndWait();
+            threads[n] = std::this_thread::get_id();
+        },
+        Threads(kThreads)));
+    EXPECT_EQ(std::set<std::thread::id>(threads.begin(), threads.end()).size(), threads.size());
+    EXPECT_EQ(std::count(threads.begin(), threads.end(), std::this_thread::get_id()), 1);
+}
+
+TEST_F(ForEach, UsesNoMoreThreadsThanItMay) {
+    std::mutex mutex;
+    std::set<std::thread::id> threads;
+    for (int nRound = 0; nRound < 20; ++nRound) {
+        threads.clear();
+        EXPECT_TRUE(tn::ForEach(
+            Pool(), 200,
+            [&](std::size_t) {
+                const std::lock_guard<std::mutex> lock(mutex);
+                threads.insert(std::this_thread::get_id());
+            },
+            Threads(2)));
+        EXPECT_LE(threads.size(), 2U);
+    }
+    tn::GiveBackTasks(Pool());
+    EXPECT_LE(Pool().GetTaskCount(), 1U);
+}
+
+TEST_F(ForEach, DoesAllOfItAloneWithOneThread) {
+    std::vector<std::size_t> order;
+    EXPECT_TRUE(tn::ForEach(
+        Pool(), 5, [&order](std::size_t n) { order.push_back(n); }, Threads(1)));
+    EXPECT_EQ(order, (std::vector<std::size_t>{0, 1, 2, 3, 4}));
+    EXPECT_EQ(Pool().GetTaskCount(), 0U);
+}
+
+TEST_F(ForEach, DoesAllOfItAloneWhereThePoolHasNoTask) {
+    const auto pool = tn::MakeObject<tntest::EmptyTaskPool>();
+    int nCalls = 0;
+    tn::ForEach(*pool, 100, [&nCalls](std::size_t) { ++nCalls; });
+    EXPECT_EQ(nCalls, 100);
+}
+
+TEST_F(ForEach, ThrowsTheFirstExceptionWhenTheOthersAreDone) {
+    tntest::StartGate together(2);
+    std::atomic<bool> bOtherDone{false};
+    std::atomic<bool> bOtherHeard{false};
+    std::atomic<int> nCalls{0};
+    std::error_code ec;
+    try {
+        tn::ForEach(
+            Pool(), 1000,
+            [&](std::size_t n, const tn::CancelToken& token) {
+                ++nCalls;
+                if (n > 1) {
+                    return;
+                }
+                together.ArriveAndWait();
+                if (n == 0) {
+                    throw Trouble(0);
+                }
+                bOtherHeard = token.WaitFor(60s);
+                bOtherDone = true;
+                throw Trouble(1);  // too late to be the first
+            },
+            Threads(2), ec);
+        FAIL() << "nothing was thrown";
+    } catch (const Trouble& trouble) {
+        EXPECT_EQ(trouble.m_nNumber, 0);
+    }
+    EXPECT_TRUE(bOtherDone);
+    EXPECT_TRUE(bOtherHeard);
+    EXPECT_EQ(nCalls, 2);
+}
+
+TEST_F(ForEach, BeginsNothingMoreWhenTheTimeLimitHasPassed) {
+    std::atomic<int> nBegun{0};
+    std::atomic<int> nEnded{0};
+    std::error_code ec;
+    EXPECT_FALSE(tn::ForEach(
+        Pool(), 1000,
+        [&](std::size_t, const tn::CancelToken& token) {
+            ++nBegun;
+            EXPECT_TRUE(token.WaitFor(tn::kNoLimit));  // nothing but the limit ends this
+            ++nEnded;
+        },
+        {3, 20ms}, ec));
+    EXPECT_EQ(ec, std::errc::timed_out);
+    EXPECT_GE(nBegun, 1);
+    EXPECT_LE(nBegun, 3);
+    EXPECT_EQ(nBegun, nEnded);
+}
+
+TEST_F(ForEach, BeginsNothingWithoutTime) {
+    for (const std::chrono::milliseconds limit : {0ms, -1ms, std::chrono::milliseconds::min()}) {
+        std::error_code ec;
+        EXPECT_FALSE(tn::ForEach(
+            Pool(), 10, [](std::size_t) { FAIL() << "there was no time"; }, {2, limit}, ec));
+        EXPECT_EQ(ec, std::errc::timed_out);
+    }
+}
+
+TEST_F(ForEach, IsDoneInTimeWhenTheLastCallEndsLate) {
+    std::error_code ec = std::make_error_code(std::errc::io_error);
+    EXPECT_TRUE(tn::ForEach(
+        Pool(), 1, [](std::size_t, const tn::CancelToken& token) { EXPECT_TRUE(token.WaitFor(60s)); }, {1, 5ms}, ec));
+    EXPECT_FALSE(ec);
+}
+
+TEST_F(ForEach, TakesEveryLimit) {
+    for (const std::chrono::milliseconds limit : {tn::kNoLimit, tn::kNoLimit - 1ms, std::chrono::milliseconds(60000)}) {
+        std::atomic<int> nCalls{0};
+        EXPECT_TRUE(tn::ForEach(Pool(), 10, [&nCalls](std::size_t) { ++nCalls; }, {2, limit}));
+        EXPECT_EQ(nCalls, 10);
+    }
+}
+
+TEST_F(ForEach, MayBeCalledFromInsideAJob) {
+    std::atomic<int> nCalls{0};
+    tn::ForEach(Pool(), 8, [&](std::size_t) {
+        tn::ForEach(Pool(), 8, [&](std::size_t) { tn::ForEach(Pool(), 8, [&nCalls](std::size_t) { ++nCalls; }); });
+    });
+    EXPECT_EQ(nCalls, 512);
+}
+
+TEST_F(ForEach, MayBeCalledFromInsideAPlainTask) {
+    std::atomic<int> nCalls{0};
+    const auto runner = tn::MakeRunner([&] { tn::ForEach(Pool(), 100, [&nCalls](std::size_t) { ++nCalls; }); });
+    const auto task = tn::CreateTask(Pool(), runner.get());
+    ASSERT_TRUE(task->Start());
+    EXPECT_TRUE(tntest::Eventually([&] { return nCalls == 100; }));
+    task->Stop();
+}
+
+TEST_F(ForEach, SharesTheTasksOfAPoolWithRun) {
+    Gate gate;
+    const tntest::OpenAtEnd open(gate);
+    std::vector<tn::JobHandle> busy;
+    for (unsigned int n = 0; n < std::max(tn::detail::kFewestRuns, tn::detail::Processors()); ++n) {
+        busy.push_back(tn::Run(Pool(), [&gate] { gate.Pass(); }));
+    }
+    std::atomic<int> nCalls{0};
+    tn::ForEach(Pool(), 100, [&nCalls](std::size_t) { ++nCalls; });  // the caller needs nobody
+    EXPECT_EQ(nCalls, 100);
+    gate.Open();
+}
+
+TEST_F(ForEach, LeavesNoMoreTasksThanItsThreads) {
+    for (int n = 0; n < 50; ++n) {
+        std::atomic<int> nCalls{0};
+        EXPECT_TRUE(tn::ForEach(
+            Pool(), 50, [&nCalls](std::size_t) { ++nCalls; }, Threads(4)));
+        EXPECT_EQ(nCalls, 50);
+    }
+    tn::GiveBackTasks(Pool());
+    EXPECT_LE(Pool().GetTaskCount(), 3U);
+}
+
+TEST_F(ForEach, UsesPoolsOneAfterTheOther) {
+    for (int n = 0; n < 5; ++n) {
+        const auto pool = tn::MakeTaskPool();  // often at the address of the last one
+        std::atomic<int> nCalls{0};
+        EXPECT_TRUE(tn::ForEach(
+            *pool, 20, [&nCalls](std::size_t) { ++nCalls; }, Threads(3)));
+        EXPECT_EQ(nCalls, 20);
+    }
+}
+
+TEST_F(ForEach, SurvivesManyCallersAtOnce) {
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 100;
+    tntest::StartGate gate(kThreads);
+    std::vector<std::thread> threads;
+    for (int nThread = 0; nThread < kThreads; ++nThread) {
+        threads.emplace_back([&, nThread] {
+            gate.ArriveAndWait();
+            for (int n = 0; n < kRounds; ++n) {
+                std::atomic<std::size_t> nSum{0};
+                const auto job = [&nSum, n](std::size_t nNumber) {
+                    nSum += nNumber;
+                    if (n % 5 == 4 && nNumber == 7) {
+                        throw Trouble(n);
+                    }
+                };
+                if (n % 5 == 4) {
+                    EXPECT_THROW(tn::ForEach(Pool(), 32, job), Trouble);
+                } else {
+                    EXPECT_TRUE(tn::ForEach(Pool(), 32, job, Threads(1U + static_cast<unsigned int>(nThread))));
+                    EXPECT_EQ(nSum, 496U);
+                }
+                if (n % 10 == nThread) {
+                    tn::GiveBackTasks(Pool());
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}

@@ -1,0 +1,87 @@
+// The fixture of the tests of what works on the tasks of a pool.
+
+#ifndef TNROBOTKERNEL_TESTS_TN_WORKTEST_H_
+#define TNROBOTKERNEL_TESTS_TN_WORKTEST_H_
+
+#include <set>
+#include <stdexcept>
+#include <vector>
+
+#include "TnRobotKernel/make.h"
+#include "TnRobotKernel/tn/run.h"
+#include "support/threads/Gate.h"
+#include "support/threads/ThreadTest.h"
+
+namespace tntest {
+
+/// What a job of a test throws.
+struct Trouble : std::runtime_error {
+    explicit Trouble(int nNumber) : std::runtime_error("trouble"), m_nNumber(nNumber) {}
+    int m_nNumber;
+};
+
+/// Has a pool, whose tasks are all back when a test ends, and no thread is left then.
+class WorkTest : public ThreadTest {
+protected:
+    void TearDown() override {
+        EndPool();
+        ThreadTest::TearDown();
+    }
+
+    void EndPool() {
+        if (m_pool) {
+            tn::GiveBackTasks(*m_pool);
+            m_pool.reset();
+        }
+    }
+
+    ITnRobotTaskPool& Pool() { return *m_pool; }
+
+    TnRobotPtr<ITnRobotTaskPool> m_pool = tn::MakeTaskPool();
+};
+
+/// Counts the objects that are alive, for what must be given back.
+class Token {
+public:
+    explicit Token(std::atomic<int>& nAlive) : m_pAlive(&nAlive) { ++*m_pAlive; }
+    Token(const Token& other) : Token(*other.m_pAlive) {}
+    Token(Token&& other) noexcept : m_pAlive(other.m_pAlive) { ++*m_pAlive; }
+    Token& operator=(const Token&) = delete;
+    Token& operator=(Token&&) = delete;
+    ~Token() { --*m_pAlive; }
+
+private:
+    std::atomic<int>* m_pAlive;
+};
+
+/// A pool of the application's own, which has no task.
+class EmptyTaskPool final : public ITnRobotTaskPool {
+public:
+    bool CreateTask(ITnRobotTaskRunner* /*pRunner*/, ITnRobotTask** ppTask) override {
+        *ppTask = nullptr;
+        return false;
+    }
+    bool CreateTask(const std::function<void(ITnRobotEvent*)>& /*job*/) override { return false; }
+    unsigned int GetTaskCount() override { return 0; }
+};
+
+/// A pool of the application's own in front of another one: it has a number of tasks and no more.
+class ShortTaskPool final : public ITnRobotTaskPool {
+public:
+    ShortTaskPool(ITnRobotTaskPool& pool, int nTasks) : m_pool(pool), m_nLeft(nTasks) {}
+
+    bool CreateTask(ITnRobotTaskRunner* pRunner, ITnRobotTask** ppTask) override {
+        *ppTask = nullptr;
+        return m_nLeft-- > 0 && m_pool.CreateTask(pRunner, ppTask);
+    }
+    bool CreateTask(const std::function<void(ITnRobotEvent*)>& job) override { return m_pool.CreateTask(job); }
+    unsigned int GetTaskCount() override { return m_pool.GetTaskCount(); }
+
+private:
+    ITnRobotTaskPool& m_pool;
+    std::atomic<int> m_nLeft;
+};
+
+}  // namespace tntest
+
+#endif  // TNROBOTKERNEL_TESTS_TN_WORKTEST_H_
