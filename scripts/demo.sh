@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the library and shows its main jobs on real input. This machine is sampled into a value
 # group, which is saved, read back by a second process and compared. Then pictures are inspected:
-# scripts/demo.sh [PICTURE...], .jpg or .bmp files; without any, the program draws its own.
+# scripts/demo.sh [PICTURE...], .jpg or .bmp files; without any, the program draws its own. Where
+# GStreamer is installed (scripts/setup.sh camera), the frames of a test picture are inspected as they come.
 pictures=()
 for picture in "$@"; do
     pictures+=("$(realpath -- "$picture")") # before the directory changes
@@ -27,4 +28,14 @@ trap 'rm -rf "$directory"' EXIT
 say "inspecting pictures"
 rm -rf "$output"
 "$root/build/demo/examples/inspection" "$output" "${pictures[@]}"
+
+camera="$root/build/demo/examples/camera"
+if [ -x "$camera" ]; then
+    say "inspecting frames"
+    rm -rf build/demo/frames
+    mkdir -p build/demo/frames
+    "$camera" build/demo/frames 200
+else
+    say "frames are left out: scripts/setup.sh camera installs GStreamer"
+fi
 say "everything that was saved came back: look at the pictures in $output"

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing:
-# scripts/setup.sh [build|test|asan|bench|coverage|docs|package|checks|arm64|all].
+# scripts/setup.sh [build|camera|test|asan|bench|coverage|docs|package|checks|arm64|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
+#   camera    and GStreamer, for the example with a camera
 #   test      and the test framework               (enough for scripts/test.sh)
 #   asan      and clang                            (enough for scripts/test.sh asan)
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
@@ -21,8 +22,10 @@ modules=(libspdlog-dev libcli11-dev nlohmann-json3-dev)
 tests=(libgtest-dev binutils libssl-dev strace abigail-tools "${modules[@]}")
 packaging=(dpkg-dev file lintian debootstrap)
 benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
+# What the example with a camera stands on: its headers, and the elements of its test picture.
+frames=(pkg-config libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base)
 sanitizing=(clang libclang-rt-14-dev)
-checks=("${sanitizing[@]}" clang-format clang-tidy pkg-config git gcovr mandoc gdb libopencv-core-dev)
+checks=("${sanitizing[@]}" clang-format clang-tidy pkg-config git gcovr mandoc gdb libopencv-core-dev "${frames[@]}")
 documents=(doxygen graphviz python3 git)
 cross=(g++-aarch64-linux-gnu binutils qemu-user debian-archive-keyring)
 # Only measured beside: benchmarks leave out what is missing, so whatever a system does not have is
@@ -33,6 +36,7 @@ peers=(libmimalloc-dev libjemalloc-dev libtbb-dev libcereal-dev libmsgpack-cxx-d
 optional=()
 case "$wanted" in
     build) ;;
+    camera) packages+=("${frames[@]}") ;;
     test) packages+=("${tests[@]}") ;;
     asan) packages+=("${tests[@]}" "${sanitizing[@]}") ;;
     coverage) packages+=("${tests[@]}" gcovr) ;;
@@ -45,7 +49,7 @@ case "$wanted" in
         [ "$wanted" = checks ] || packages+=("${cross[@]}")
         optional=("${peers[@]}")
         ;;
-    *) echo "usage: $0 [build|test|asan|bench|coverage|docs|package|checks|arm64|all]" >&2; exit 2 ;;
+    *) echo "usage: $0 [build|camera|test|asan|bench|coverage|docs|package|checks|arm64|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".

@@ -1,3 +1,7 @@
+// Reading and writing through one file: numbers, texts, then objects with the two tables that make a file
+// able to refer to a class or an object that came before. A file is hostile: its counts are compared with
+// what arrives before memory or time is spent on them.
+
 #include "archive/TnRobotArchive.h"
 
 #include <algorithm>

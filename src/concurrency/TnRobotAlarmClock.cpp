@@ -1,3 +1,6 @@
+// The clock is a start time, a limit and an event that is set while it stands; a wait asks both once a
+// millisecond.
+
 #include "concurrency/TnRobotAlarmClock.h"
 
 #include <chrono>

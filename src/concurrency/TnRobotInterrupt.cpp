@@ -1,3 +1,5 @@
+// A flag under a mutex: Interrupt sets it, one Wait takes it.
+
 #include "concurrency/TnRobotInterrupt.h"
 
 void CTnRobotInterrupt::Interrupt() {

@@ -1,4 +1,4 @@
-// The auto-reset interrupt, for use inside the library.
+// The auto-reset interrupt, hidden as all implementation is; no class of the library needs it today.
 
 #ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTINTERRUPT_H_
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTINTERRUPT_H_

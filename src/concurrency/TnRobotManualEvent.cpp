@@ -1,3 +1,5 @@
+// A flag under a mutex, and a condition variable that tells of its setting.
+
 #include "concurrency/TnRobotManualEvent.h"
 
 #include "core/TnCreateInstance.h"

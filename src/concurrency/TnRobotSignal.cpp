@@ -1,3 +1,5 @@
+// A latch: whoever comes first, Signal or CanCel, decides its state until it is armed again.
+
 #include "concurrency/TnRobotSignal.h"
 
 #include "core/TnCreateInstance.h"

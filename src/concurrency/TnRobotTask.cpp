@@ -1,3 +1,7 @@
+// A task from its first Start to its return. In this order: giving references up, what the worker does
+// about references that were left to it, the pool's side, starting and stopping, and the worker's own
+// loop. Read the class comment first: who waits for whom is decided there.
+
 #include "concurrency/TnRobotTask.h"
 
 #include <new>

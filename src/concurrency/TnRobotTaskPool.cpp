@@ -1,3 +1,6 @@
+// Tasks are made, lent and taken back under m_mutex; notices of finished runs travel from the workers to
+// the pool's thread in a queue of their own, and that thread stops the tasks.
+
 #include "concurrency/TnRobotTaskPool.h"
 
 #include <algorithm>

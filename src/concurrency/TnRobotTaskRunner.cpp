@@ -1,3 +1,5 @@
+// The runner that task pools make for a plain function: it counts as done once the function was called.
+
 #include "concurrency/TnRobotTaskRunner.h"
 
 #include "checked/TnChecked.h"

@@ -1,3 +1,6 @@
+// Callers set an event and wait until the worker has answered through m_state; the worker's loop is at
+// the end of the file. What is special everywhere is the job that calls its own thread object.
+
 #include "concurrency/TnRobotThread.h"
 
 #include <utility>

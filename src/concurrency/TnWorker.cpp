@@ -1,3 +1,5 @@
+// The end of a thread: joined by its owner, or by the next worker that ends when its owner is itself.
+
 #include "concurrency/TnWorker.h"
 
 namespace tnrobot {

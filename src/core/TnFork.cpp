@@ -1,3 +1,6 @@
+// What happens around a fork: all registered mutexes are locked before and unlocked after it, in the
+// parent and in the child, where the number of forks goes up.
+
 #include "core/TnFork.h"
 
 #include <pthread.h>

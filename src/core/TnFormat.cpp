@@ -1,3 +1,5 @@
+// The formatter is vsprintf; the size that callers state bounds nothing.
+
 #include "core/TnFormat.h"
 
 #include <cstdarg>

@@ -1,3 +1,5 @@
+// The watchers are a list under one lock, which every serialisable object looks at when it is destroyed.
+
 #include "core/TnObjectWatcher.h"
 
 #include <atomic>

@@ -1,3 +1,6 @@
+// The loader tells where each module lies in memory. A record is remembered with what it said, and counts
+// as gone when no module lies there any more or another record does.
+
 #include "core/TnRegistrations.h"
 
 #include <link.h>

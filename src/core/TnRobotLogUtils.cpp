@@ -1,3 +1,6 @@
+// The way to the logger library: opened at the first Init, closed with the last Destroy, and until then
+// one pointer that every thread reads when it logs.
+
 #include <dlfcn.h>
 #include <pthread.h>
 

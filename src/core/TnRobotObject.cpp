@@ -1,3 +1,6 @@
+// The chain of runtime classes: records register themselves as modules are loaded, are looked up by their
+// identifiers, and are left out once their module is closed.
+
 #include <cstring>
 #include <mutex>
 

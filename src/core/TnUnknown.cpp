@@ -1,3 +1,5 @@
+// The count that every object begins with.
+
 #include "TnRobotKernel/core.h"
 #include "checked/TnChecked.h"
 #include "core/TnCounting.h"

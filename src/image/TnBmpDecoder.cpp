@@ -1,3 +1,6 @@
+// The header says where the pixels are and how many; nearly all of this file is about not believing it.
+// What is read are whole unpadded rows inside the file.
+
 #include "image/TnBmpDecoder.h"
 
 #include <algorithm>

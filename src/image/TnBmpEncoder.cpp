@@ -1,3 +1,6 @@
+// All sizes are worked out first (BmpPlan); then header, colour table and rows go out as pieces, in
+// memory or to a sink.
+
 #include "image/TnBmpEncoder.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Fields to bytes and back, byte by byte: the form is little-endian whatever the machine is.
+
 #include "image/TnBmpHeader.h"
 
 namespace tnrobot {

@@ -1,3 +1,6 @@
+// Regular files only, read by position. Rows in reverse order go to their places with one system call for
+// many of them.
+
 #include "image/TnImageFile.h"
 
 #include <fcntl.h>

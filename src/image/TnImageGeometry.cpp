@@ -1,3 +1,5 @@
+// Rows, pitches and sizes in 64 bits.
+
 #include "image/TnImageGeometry.h"
 
 #include <limits>

@@ -1,3 +1,7 @@
+// Three steps, each a small function of its own because libjpeg leaves it by a jump when something is
+// wrong: reading the header, decoding, destroying. Before decoding, limits on pixels, scans and memory
+// are worked out from the coded bytes that there are; the constants say why.
+
 #include "image/TnJpegDecoder.h"
 
 #include <algorithm>

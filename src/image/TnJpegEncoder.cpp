@@ -1,3 +1,6 @@
+// libjpeg takes the record's rows one by one and fills a small buffer, which is appended to the result
+// whenever it is full.
+
 #include "image/TnJpegEncoder.h"
 
 #include <cstddef>

@@ -1,3 +1,6 @@
+// libjpeg reports an error by a call that must not return: it jumps back into the function that called
+// libjpeg.
+
 #include "image/TnJpegError.h"
 
 #include "image/TnImageGeometry.h"

@@ -1,3 +1,6 @@
+// A surface is a description and a block; in checked builds every operation first looks whether the
+// surface lies free.
+
 #include "image/TnRobotSurface.h"
 
 #include "checked/TnChecked.h"

@@ -1,3 +1,5 @@
+// A recycling pool of surface objects whose allocator asks the block pool for pixels at every request.
+
 #include "image/TnRobotSurfacePool.h"
 
 #include <limits>

@@ -1,3 +1,5 @@
+// The advice covers the whole huge pages within the memory, of which there must be one at least.
+
 #include "memory/TnHugePages.h"
 
 #include <sys/mman.h>

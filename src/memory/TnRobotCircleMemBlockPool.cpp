@@ -1,3 +1,7 @@
+// First the buffer (cutting a block, taking it back, starting over), then the pool, which moves buffers
+// between its ready and its spent list. The hard part is what happens between the two locks: see
+// _CutBlock and _ReturnLastBlock.
+
 #include "memory/TnRobotCircleMemBlockPool.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// A standard file stream, with the short way of FileBuffer for small pieces; the stream's state is what
+// callers see as the file's.
+
 #include "memory/TnRobotFile.h"
 
 #include "checked/TnChecked.h"

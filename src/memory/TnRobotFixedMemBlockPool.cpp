@@ -1,3 +1,6 @@
+// Blocks are lent from the front of the free list and come back there; the sweep frees them from its end.
+// What makes it longer than that is RecoveryMemBuff, which anybody may call with any block.
+
 #include "memory/TnRobotFixedMemBlockPool.h"
 
 #include <memory>

@@ -1,3 +1,6 @@
+// Bytes are appended to the write block; a full one moves to the list, and a pass of reading walks the
+// list and ends with the write block.
+
 #include "memory/TnRobotMemDataStream.h"
 
 #include <algorithm>

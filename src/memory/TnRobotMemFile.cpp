@@ -1,3 +1,6 @@
+// Each operation has a flat form, over the caller's memory, and a chunked one, over memory that grows;
+// pieces that end before the cursor's memory does take a short way through both.
+
 #include "memory/TnRobotMemFile.h"
 
 #include <algorithm>

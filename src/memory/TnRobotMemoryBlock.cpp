@@ -1,3 +1,5 @@
+// The count of a block and its parent: how its last holder returns it while the pool may be going.
+
 #include "memory/TnRobotMemoryBlock.h"
 
 #include "checked/TnChecked.h"

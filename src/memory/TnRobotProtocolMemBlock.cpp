@@ -1,3 +1,5 @@
+// A pointer, a size, and a reference to whatever keeps the memory alive.
+
 #include "memory/TnRobotProtocolMemBlock.h"
 
 #include "core/TnCreateInstance.h"

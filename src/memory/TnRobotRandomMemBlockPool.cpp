@@ -1,3 +1,6 @@
+// A request is rounded up and passed on to the fixed pool of that size; the sweep drops the fixed pools
+// that are empty.
+
 #include "memory/TnRobotRandomMemBlockPool.h"
 
 #include <algorithm>

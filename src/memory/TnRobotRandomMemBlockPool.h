@@ -16,8 +16,8 @@
 /// Rounds every request up to whole units of 32 KiB and keeps a fixed-size pool per rounded size,
 /// made on first demand and dropped by the sweep that finds it empty.
 ///
-/// Invariant: a size class that the map has let go holds no block and no thread is asking it for
-/// one, so a block's parent is always in the map of a living pool.
+/// Invariant: a size class that the list has let go holds no block and no thread is asking it for
+/// one, so a block's parent is always in the list of a living pool.
 ///
 /// Lock order: m_mutex, then the lock of a fixed pool.
 /// Threads:    thread-safe.

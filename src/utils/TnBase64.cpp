@@ -1,3 +1,6 @@
+// The portable form: tables turn twelve bits into two characters, and the four characters of a group into
+// three bytes.
+
 #include "utils/TnBase64.h"
 
 #include <array>

@@ -63,7 +63,9 @@ TN_AVX2 inline __m256i Encoder::Encode(__m256i bytes) const {
     const __m256i spread = _mm256_shuffle_epi8(bytes, m_spread);
     const __m256i numbers = _mm256_or_si256(_mm256_mulhi_epu16(_mm256_and_si256(spread, m_firstAndThird), m_shiftDown),
                                             _mm256_mullo_epi16(_mm256_and_si256(spread, m_secondAndFourth), m_shiftUp));
-    // Nothing is left of a letter; then upper-case letters get a number of their own.
+    // Which range a number is in, as the index of its distance: subtracting 51 and stopping at zero gives 0 for
+    // all letters, 1 to 10 for digits, 11 for plus and 12 for slash. Upper-case letters, those below 26, are
+    // then told apart by 13.
     const __m256i range = _mm256_or_si256(_mm256_subs_epu8(numbers, m_lastLetter),
                                           _mm256_and_si256(_mm256_cmpgt_epi8(m_firstLower, numbers), m_upperRange));
     return _mm256_add_epi8(numbers, _mm256_shuffle_epi8(m_distances, range));

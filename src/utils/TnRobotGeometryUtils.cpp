@@ -1,3 +1,5 @@
+// Radians to degrees.
+
 #include "TnRobotKernel/utilities.h"
 
 namespace {

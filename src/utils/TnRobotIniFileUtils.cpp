@@ -1,3 +1,5 @@
+// Stubs by contract: nothing is read from or written to any file.
+
 #include "TnRobotKernel/utilities.h"
 
 // Applications are built on these exact results, the uneven treatment of defaults included: do

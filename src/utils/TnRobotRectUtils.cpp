@@ -1,3 +1,6 @@
+// Rectangles include their edges where it is asked whether they touch, and areas wrap at 32 bits; callers
+// are built on both.
+
 #include <algorithm>
 
 #include "TnRobotKernel/utilities.h"

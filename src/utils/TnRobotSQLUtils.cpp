@@ -1,3 +1,5 @@
+// Conditions of an SQL statement as text. Nothing is escaped: that is the caller's part.
+
 #include "TnRobotKernel/utilities.h"
 
 namespace {

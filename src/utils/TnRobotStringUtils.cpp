@@ -1,3 +1,5 @@
+// Texts: hex dumps, splitting, and the conversions that by contract only copy.
+
 #include <array>
 #include <cstring>
 #include <iterator>

@@ -1,3 +1,5 @@
+// Base64 for callers: chooses the form for this processor and checks the arguments.
+
 #include <cstring>
 
 #include "TnRobotKernel/utilities.h"
@@ -18,8 +20,10 @@ int TnRobotTextCodec::Base64Encode(const unsigned char* pData, int nLength, char
     return static_cast<int>(encode(pData, nBytes, lpszText));
 }
 
-// The text is measured piece by piece, each decoded while the processor still has it at hand. A
-// piece that gives less than all its groups would has met the padding.
+// Nobody says how long the text is. Measuring it as a whole and then decoding it would read it twice from
+// memory; 8,192 characters at a time are still in the processor's cache when they are decoded. The loop ends
+// after a piece that is not full (the text ends there), or of which fewer than three bytes for each group
+// were written (it has met the padding).
 int TnRobotTextCodec::Base64Decode(const char* lpszText, unsigned char* pData) {
     if (lpszText == nullptr || pData == nullptr) {
         return 0;

@@ -1,3 +1,5 @@
+// Directories, paths, dated names and whole files. Results go to buffers of 256 bytes of the callers'.
+
 #include "TnRobotKernel/utilities.h"
 
 #include <dirent.h>
@@ -52,9 +54,8 @@ bool GetStatus(const char* lpszName, struct stat& status) {
     return lpszName != nullptr && *lpszName != '\0' && stat(lpszName, &status) == 0;
 }
 
-// Asked once for each entry that may be a file, whatever its listing says: it must still be there
-// and within reach, which a listing does not tell. Where a file system gives no entry types in its
-// listing, this tells the type as well.
+// Asked for each entry that is listed as a file or without a type, which some file systems do not give. A
+// listed file may be gone by now or out of reach, which the listing does not tell.
 bool IsRegularFile(const std::string& strPath) {
     struct stat status = {};
     return lstat(strPath.c_str(), &status) == 0 && S_ISREG(status.st_mode);

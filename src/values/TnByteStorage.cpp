@@ -1,3 +1,5 @@
+// The slow ways of the storage: growing, moving and testing for emptiness.
+
 #include "values/TnByteStorage.h"
 
 #include <algorithm>

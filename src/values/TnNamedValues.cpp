@@ -1,3 +1,6 @@
+// A hash table of positions in a row of entries: a search starts at the slot that the hash names and goes
+// on from slot to slot until it meets the name or an empty slot. Removing therefore closes the gap.
+
 #include "values/TnNamedValues.h"
 
 #include <algorithm>
@@ -127,8 +130,9 @@ bool NamedValues::Remove(std::string_view name) {
     return true;
 }
 
-// A search must not end at the gap before it meets what lies behind: whatever was kept from its
-// first slot by what is gone moves up.
+// Empties a slot. Searches end at an empty slot, so the entries behind it up to the next empty one could not
+// be found any more if they had gone past this slot on the way to theirs. Each of them is therefore taken
+// out and placed anew: it stays, or moves up towards the slot that its hash names.
 void NamedValues::_EmptySlot(std::size_t nSlot) {
     m_slots[nSlot].m_nPosition = 0;
     std::size_t nLeft = m_nMostSteps;

@@ -1,3 +1,5 @@
+// The count of an element: its last holder's Release returns it to its pool.
+
 #include <utility>
 
 #include "TnRobotKernel/pool.h"

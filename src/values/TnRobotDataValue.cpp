@@ -1,3 +1,6 @@
+// One value: setting it, reading it by type, its text form, copying, saving and loading. The storage is
+// what is saved, the view and the recorded length are what readers see.
+
 #include "values/TnRobotDataValue.h"
 
 #include <algorithm>

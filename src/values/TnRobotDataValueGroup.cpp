@@ -1,3 +1,6 @@
+// The dictionary's operations: by value, then one setter and one reader for each type, then copying,
+// saving and loading.
+
 #include "values/TnRobotDataValueGroup.h"
 
 #include <algorithm>

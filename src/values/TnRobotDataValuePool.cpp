@@ -1,3 +1,6 @@
+// All values come from one recycling pool; each query says what bytes of what type, and long contents are
+// copied before the pool is locked.
+
 #include "values/TnRobotDataValuePool.h"
 
 #include <atomic>

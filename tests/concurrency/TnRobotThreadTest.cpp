@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"

@@ -42,6 +42,11 @@ public:
         }
     }
 
+    bool IsOver() const override {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_bClosed && m_nInside == 0;
+    }
+
     // Passes as long as there are any.
     void Turn() noexcept {
         std::size_t nDone = 0;
@@ -114,7 +119,7 @@ private:
     const CancelToken m_token;
     std::atomic<std::size_t> m_nNext{0};
     std::atomic<std::size_t> m_nDone{0};
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::condition_variable m_left;
     unsigned int m_nInside = 0;    // guarded by m_mutex
     bool m_bClosed = false;        // guarded by m_mutex

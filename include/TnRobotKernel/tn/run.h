@@ -70,7 +70,7 @@ public:
         }
     }
 
-    bool IsOver() const {
+    bool IsOver() const override {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return IsOverLocked();
     }
@@ -267,20 +267,16 @@ template <typename Job>
     const unsigned int nMost = std::max(detail::kFewestRuns, detail::Processors());
     JobHandle handle(state);  // takes the job back when something is thrown
     const auto crew = detail::CrewRegistry::Here().CrewOf(pool);
-    if (!crew->Post(pool, state, 1, nMost, [&state] { return !state->IsOver(); })) {
-        detail::ThrowNoTask();
-    }
+    crew->Post(pool, state, 1, nMost, [&state] { return !state->IsOver(); });
     return handle;
 }
 
 /// Gives the tasks that wait for jobs of Run and ForEach back to their pool now, instead of after a
-/// second, and waits until they are back. Those at work stay. Worth a call before a library is unloaded
+/// second, and waits until they are back. Those at work stay, and go back when their jobs return. Worth a call before a library is unloaded
 /// that has used Run or ForEach.
 /// @param[in] pool  borrowed for the call.
 inline void GiveBackTasks(ITnRobotTaskPool& pool) {
-    if (const auto crew = detail::CrewRegistry::Here().Find(pool)) {
-        crew->DismissIdle();
-    }
+    detail::CrewRegistry::Here().DismissIdle(pool);
 }
 
 /// @}

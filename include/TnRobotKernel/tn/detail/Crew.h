@@ -37,6 +37,8 @@ public:
     Errand& operator=(const Errand&) = delete;
     virtual ~Errand() = default;
     virtual void Do() noexcept = 0;
+    // Whether nobody will do any of it any more, nor is at it.
+    virtual bool IsOver() const = 0;
 };
 
 // Whether this thread is one of a crew's, which must not wait for errands that wait for a worker.
@@ -52,7 +54,7 @@ inline bool& IsCrewThread() {
 // first, tasks stay with their workers and end with them.
 //
 // Invariants (under m_mutex): m_workers holds every worker that is or will be in Work and has not been
-// dismissed; there is no errand that nobody takes while it has room.
+// sent home; there is no errand that nobody takes while it has room.
 //
 // Lock order: m_mutex is innermost; no job, task or pool is called with it.
 class Crew : public std::enable_shared_from_this<Crew> {
@@ -61,39 +63,42 @@ public:
     // starts take a millisecond each, so they end when the answer says that nobody is needed any more.
     //
     // nMost is how many workers the caller could do with: the crew stays as large as its largest.
-    // @return false when there is no worker at all, and the errand stays with the caller.
+    // Throws what kept a worker from starting, but only when there is nobody else: the errand is the caller's
+    // again then.
     template <typename Answer>
-    bool Post(ITnRobotTaskPool& pool, const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost,
+    void Post(ITnRobotTaskPool& pool, const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost,
               Answer isNeeded) {
         Add(errand, nTimes, nMost);
-        while (isNeeded() && NeedsWorker()) {
-            if (!StartWorker(pool)) {
-                break;
+        try {
+            while (isNeeded() && NeedsWorker()) {
+                StartWorker(pool);
+            }
+        } catch (...) {
+            if (!HasTakers(*errand)) {
+                throw;
             }
         }
-        if (HasWorkers()) {
-            return true;
-        }
-        Withdraw(*errand);
-        return false;
     }
 
     // Takes an errand back from where it waits; those at work go on.
     void Withdraw(const Errand& errand) {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto isIt = [&errand](const std::shared_ptr<Errand>& waiting) { return waiting.get() == &errand; };
-        m_errands.erase(std::remove_if(m_errands.begin(), m_errands.end(), isIt), m_errands.end());
+        WithdrawLocked(errand);
     }
 
-    // Sends the workers home that have nothing to do, and waits until they have gone.
+    // Sends the workers home that have nothing to do, and waits until they have gone. The others follow
+    // when they are done.
     void DismissIdle() {
         std::vector<TnRobotPtr<ITnRobotTask>> tasks;
+        std::vector<std::shared_ptr<Errand>> over;
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
+            TakeThoseOver(over);
             for (auto it = m_workers.begin(); it != m_workers.end();) {
-                if ((*it)->bWaiting && m_errands.empty()) {
-                    (*it)->bDismissed = true;
-                    tasks.push_back(std::move((*it)->task));
+                const std::shared_ptr<Worker> worker = *it;
+                worker->bLeaves = true;
+                if (worker->HasNothingToDo() && m_errands.empty()) {
+                    tasks.push_back(std::move(worker->task));
                     it = m_workers.erase(it);
                 } else {
                     ++it;
@@ -105,10 +110,12 @@ public:
 
 private:
     struct Worker {
+        // It waits, or will as soon as it has begun, or come back from an errand that others know to be over.
+        bool HasNothingToDo() const { return task && (!errand || errand->IsOver()); }
+
         TnRobotPtr<ITnRobotTask> task;
-        bool bAtWork = false;   // has taken an errand
-        bool bWaiting = false;  // for one
-        bool bDismissed = false;
+        std::shared_ptr<Errand> errand;  // that it is at
+        bool bLeaves = false;            // does not wait for another one
     };
 
     void Add(const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost) {
@@ -126,17 +133,27 @@ private:
     bool NeedsWorker() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         const auto nFree = std::count_if(m_workers.begin(), m_workers.end(),
-                                         [](const std::shared_ptr<Worker>& worker) { return !worker->bAtWork; });
+                                         [](const std::shared_ptr<Worker>& worker) { return !worker->errand; });
         return m_errands.size() > static_cast<std::size_t>(nFree) && m_workers.size() < m_nMost;
     }
 
-    bool HasWorkers() {
+    // @return false when an errand waits for nobody; it is taken back then. One that does not wait has been
+    // taken, by a worker that may have left since.
+    bool HasTakers(const Errand& errand) {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        return !m_workers.empty();
+        return !m_workers.empty() || !WithdrawLocked(errand);
     }
 
-    // @return false when the system or the pool has none.
-    bool StartWorker(ITnRobotTaskPool& pool) {
+    // @return whether it waited.
+    bool WithdrawLocked(const Errand& errand) {
+        const auto isIt = [&errand](const std::shared_ptr<Errand>& waiting) { return waiting.get() == &errand; };
+        const auto end = std::remove_if(m_errands.begin(), m_errands.end(), isIt);
+        const bool bWaited = end != m_errands.end();
+        m_errands.erase(end, m_errands.end());
+        return bWaited;
+    }
+
+    void StartWorker(ITnRobotTaskPool& pool) {
         const auto worker = std::make_shared<Worker>();
         Enlist(worker);
         try {
@@ -145,14 +162,18 @@ private:
             Hire(*worker, task);
             // This reference outlives the start, for the worker may be done before that returns.
             StartOrThrow(*task);
-            return true;
-        } catch (const std::system_error&) {
-            Strike(*worker);
-            return false;
         } catch (...) {
             Strike(*worker);
             throw;
         }
+    }
+
+    // Takes errands out that nobody needs any more: their owners have given them up.
+    void TakeThoseOver(std::vector<std::shared_ptr<Errand>>& over) {
+        const auto isNeeded = [](const std::shared_ptr<Errand>& errand) { return !errand->IsOver(); };
+        const auto end = std::stable_partition(m_errands.begin(), m_errands.end(), isNeeded);
+        over.assign(end, m_errands.end());
+        m_errands.erase(end, m_errands.end());
     }
 
     void Enlist(const std::shared_ptr<Worker>& worker) {
@@ -165,7 +186,7 @@ private:
         worker.task = task;
     }
 
-    // @return the worker's task, which is the caller's to release; empty for one that was dismissed.
+    // @return the worker's task, which is the caller's to release; empty for one that was sent home.
     TnRobotPtr<ITnRobotTask> Strike(Worker& worker) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return StrikeLocked(worker);
@@ -176,22 +197,23 @@ private:
         return std::move(worker.task);
     }
 
-    // Dismissed ones leave their task to who has dismissed them. The others release their own, which
-    // a job may: the task goes back when the job has returned.
+    // Those that were sent home leave their task to who did it. The others release their own, which a job
+    // may: the task goes back when the job has returned.
     void Work(Worker& me) {
         IsCrewThread() = true;
         TnRobotPtr<ITnRobotTask> own;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
             while (AwaitErrand(lock, me)) {
-                std::shared_ptr<Errand> errand = std::move(m_errands.front());
+                me.errand = std::move(m_errands.front());
                 m_errands.pop_front();
-                me.bAtWork = true;
                 lock.unlock();
-                errand->Do();
-                errand.reset();
+                me.errand->Do();
                 lock.lock();
-                me.bAtWork = false;
+                std::shared_ptr<Errand> done = std::move(me.errand);
+                lock.unlock();
+                done.reset();
+                lock.lock();
             }
             own = StrikeLocked(me);
         }
@@ -199,12 +221,11 @@ private:
     }
 
     bool AwaitErrand(std::unique_lock<std::mutex>& lock, Worker& me) {
-        if (m_errands.empty()) {
-            me.bWaiting = true;
-            WaitUntil(m_posted, lock, After(kLinger), [this, &me] { return !m_errands.empty() || me.bDismissed; });
-            me.bWaiting = false;
+        if (m_errands.empty() && !me.bLeaves) {
+            WaitUntil(m_posted, lock, After(kLinger), [this, &me] { return !m_errands.empty() || me.bLeaves; });
         }
-        return !m_errands.empty() && !me.bDismissed;
+        // One without a task was sent home; it may have been the only one left that somebody hopes for.
+        return !m_errands.empty() && me.task;
     }
 
     std::mutex m_mutex;
@@ -239,11 +260,13 @@ public:
         return crew;
     }
 
-    // @return null for a pool without one.
-    std::shared_ptr<Crew> Find(ITnRobotTaskPool& pool) {
+    // Sends those of one pool home.
+    void DismissIdle(ITnRobotTaskPool& pool) {
+        if (std::shared_ptr<Crew> crew = Find(pool)) {
+            crew->DismissIdle();
+        }
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_crews.find(&pool);
-        return found == m_crews.end() ? nullptr : found->second.lock();
+        DropTheGone();
     }
 
 private:
@@ -275,6 +298,13 @@ private:
     private:
         std::atomic<CrewRegistry*> m_pRegistry{new CrewRegistry};
     };
+
+    // @return null for a pool without one.
+    std::shared_ptr<Crew> Find(ITnRobotTaskPool& pool) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_crews.find(&pool);
+        return found == m_crews.end() ? nullptr : found->second.lock();
+    }
 
     void DismissIdle() {
         std::vector<std::shared_ptr<Crew>> crews;
