@@ -163,7 +163,7 @@ pid_t StartAnother(const std::string& steps) {
         for (std::string step; std::getline(stream, step, ',');) {
             arguments.push_back(step);
         }
-        tntest::BecomeProgram(std::filesystem::read_symlink("/proc/self/exe"), arguments);
+        BecomeProgram(std::filesystem::read_symlink("/proc/self/exe"), arguments);
     });
 }
 

@@ -8,14 +8,14 @@
 #include "support/threads/StartGate.h"
 #include "tn/WorkTest.h"
 
+using namespace tntest;
+
 using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
-using tntest::Gate;
-using tntest::Trouble;
 
 namespace {
 
-class ForEach : public tntest::WorkTest {
+class ForEach : public WorkTest {
 protected:
     static tn::ForEachOptions Threads(unsigned int nThreads) { return {nThreads, tn::kNoLimit}; }
 };
@@ -37,7 +37,7 @@ TEST_F(ForEach, CallsTheJobOnceForEveryNumber) {
 
 TEST_F(ForEach, WorksSideBySideWithTheCaller) {
     constexpr int kThreads = 4;
-    tntest::StartGate together(kThreads);  // nobody passes it alone
+    StartGate together(kThreads);  // nobody passes it alone
     std::array<std::thread::id, kThreads> threads;
     EXPECT_TRUE(tn::ForEach(
         Pool(), kThreads,
@@ -77,14 +77,14 @@ TEST_F(ForEach, DoesAllOfItAloneWithOneThread) {
 }
 
 TEST_F(ForEach, DoesAllOfItAloneWhereThePoolHasNoTask) {
-    const auto pool = tn::MakeObject<tntest::EmptyTaskPool>();
+    const auto pool = tn::MakeObject<EmptyTaskPool>();
     int nCalls = 0;
     tn::ForEach(*pool, 100, [&nCalls](std::size_t) { ++nCalls; });
     EXPECT_EQ(nCalls, 100);
 }
 
 TEST_F(ForEach, ThrowsTheFirstExceptionWhenTheOthersAreDone) {
-    tntest::StartGate together(2);
+    StartGate together(2);
     std::atomic<bool> bOtherDone{false};
     std::atomic<bool> bOtherHeard{false};
     std::atomic<int> nCalls{0};
@@ -170,13 +170,13 @@ TEST_F(ForEach, MayBeCalledFromInsideAPlainTask) {
     const auto runner = tn::MakeRunner([&] { tn::ForEach(Pool(), 100, [&nCalls](std::size_t) { ++nCalls; }); });
     const auto task = tn::CreateTask(Pool(), runner.get());
     ASSERT_TRUE(task->Start());
-    EXPECT_TRUE(tntest::Eventually([&] { return nCalls == 100; }));
+    EXPECT_TRUE(Eventually([&] { return nCalls == 100; }));
     task->Stop();
 }
 
 TEST_F(ForEach, SharesTheTasksOfAPoolWithRun) {
     Gate gate;
-    const tntest::OpenAtEnd open(gate);
+    const OpenAtEnd open(gate);
     std::vector<tn::JobHandle> busy;
     for (unsigned int n = 0; n < std::max(tn::detail::kFewestRuns, tn::detail::Processors()); ++n) {
         busy.push_back(tn::Run(Pool(), [&gate] { gate.Pass(); }));
@@ -211,7 +211,7 @@ TEST_F(ForEach, UsesPoolsOneAfterTheOther) {
 TEST_F(ForEach, SurvivesManyCallersAtOnce) {
     constexpr int kThreads = 8;
     constexpr int kRounds = 100;
-    tntest::StartGate gate(kThreads);
+    StartGate gate(kThreads);
     std::vector<std::thread> threads;
     for (int nThread = 0; nThread < kThreads; ++nThread) {
         threads.emplace_back([&, nThread] {

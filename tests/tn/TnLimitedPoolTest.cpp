@@ -7,10 +7,10 @@
 #include "support/threads/StartGate.h"
 #include "tn/WorkTest.h"
 
+using namespace tntest;
+
 using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
-using tntest::Caller;
-using tntest::Eventually;
 
 namespace {
 
@@ -18,7 +18,7 @@ constexpr unsigned int kKiB = 1024;
 constexpr unsigned int kMiB = 1024 * kKiB;
 constexpr unsigned int kCircleMost = 24 * kMiB;
 
-class LimitedPool : public tntest::ThreadTest {
+class LimitedPool : public ThreadTest {
 protected:
     static TnRobotPtr<tn::LimitedPool> Over(TnRobotPtr<ITnRobotMemoryBlockPool> source, unsigned long long nMost,
                                             std::chrono::milliseconds wait = 0ms, unsigned int nUnit = 1) {
@@ -298,7 +298,7 @@ TEST_F(LimitedPool, NeverExceedsItsLimitInAStorm) {
         const auto pool = OverGeneral(100 * kKiB, wait);
         std::atomic<long long> nLive{0};
         std::atomic<bool> bExceeded{false};
-        tntest::StartGate gate(kThreads);
+        StartGate gate(kThreads);
         std::vector<std::thread> threads;
         for (int nThread = 0; nThread < kThreads; ++nThread) {
             threads.emplace_back([&, nThread] {

@@ -9,17 +9,15 @@
 #include "support/threads/StartGate.h"
 #include "tn/WorkTest.h"
 
+using namespace tntest;
+
 using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
-using tntest::Eventually;
-using tntest::Gate;
-using tntest::OpenAtEnd;
-using tntest::Trouble;
 
 namespace {
 
-class MakeRunner : public tntest::WorkTest {};
-class Run : public tntest::WorkTest {
+class MakeRunner : public WorkTest {};
+class Run : public WorkTest {
 protected:
     // As many jobs at a gate as run at the same time.
     std::vector<tn::JobHandle> KeepAllBusy(Gate& gate) {
@@ -171,7 +169,7 @@ TEST_F(Run, NeverBeginsAJobThatWasCancelledInTime) {
     const OpenAtEnd open(gate);
     std::atomic<int> nAlive{0};
     const std::vector<tn::JobHandle> busy = KeepAllBusy(gate);
-    auto handle = tn::Run(Pool(), [token = tntest::Token(nAlive)] { FAIL() << "the job was cancelled"; });
+    auto handle = tn::Run(Pool(), [token = Token(nAlive)] { FAIL() << "the job was cancelled"; });
     EXPECT_EQ(nAlive, 1);
     handle.Cancel();
     EXPECT_EQ(nAlive, 0);  // what it holds goes at once
@@ -230,7 +228,7 @@ TEST_F(Run, AHandleOfNoJobIsOver) {
 
 TEST_F(Run, WhatTheJobHoldsIsGoneWhenItIsOver) {
     std::atomic<int> nAlive{0};
-    auto handle = tn::Run(Pool(), [token = tntest::Token(nAlive)] {});
+    auto handle = tn::Run(Pool(), [token = Token(nAlive)] {});
     EXPECT_TRUE(handle.Wait());
     EXPECT_EQ(nAlive, 0);
 }
@@ -267,7 +265,7 @@ TEST_F(Run, AJobMayDropItsOwnHandle) {
 
 TEST_F(Run, JobsMayWaitForJobsThatHaveNoWorkerLeft) {
     const unsigned int nJobs = 2 * Most();
-    tntest::StartGate allBegun(static_cast<int>(Most()));
+    StartGate allBegun(static_cast<int>(Most()));
     std::atomic<unsigned int> nInner{0};
     std::atomic<unsigned int> nOuter{0};
     std::vector<tn::JobHandle> handles;
@@ -340,7 +338,7 @@ TEST_F(Run, JobsGoOnWhenThePoolGoesFirst) {
 }
 
 TEST_F(Run, WaitsForATurnWhereThePoolHasNoMoreTasks) {
-    const auto pool = tn::MakeObject<tntest::ShortTaskPool>(Pool(), 1);
+    const auto pool = tn::MakeObject<ShortTaskPool>(Pool(), 1);
     std::atomic<int> nDone{0};
     std::vector<tn::JobHandle> handles;
     for (int n = 0; n < 10; ++n) {
@@ -354,10 +352,10 @@ TEST_F(Run, WaitsForATurnWhereThePoolHasNoMoreTasks) {
 }
 
 TEST_F(Run, ThrowsWhereThePoolHasNoTask) {
-    const auto pool = tn::MakeObject<tntest::EmptyTaskPool>();
+    const auto pool = tn::MakeObject<EmptyTaskPool>();
     std::atomic<int> nAlive{0};
     try {
-        const auto handle = tn::Run(*pool, [token = tntest::Token(nAlive)] { FAIL() << "there is no task"; });
+        const auto handle = tn::Run(*pool, [token = Token(nAlive)] { FAIL() << "there is no task"; });
         FAIL() << "nothing was thrown";
     } catch (const std::system_error& error) {
         EXPECT_EQ(error.code(), std::errc::resource_unavailable_try_again);
@@ -369,13 +367,13 @@ TEST_F(Run, SurvivesManyCallersThatCancelThrowAndDrop) {
     constexpr int kThreads = 8;
     constexpr int kRounds = 60;
     std::atomic<int> nAlive{0};
-    tntest::StartGate gate(kThreads);
+    StartGate gate(kThreads);
     std::vector<std::thread> threads;
     for (int nThread = 0; nThread < kThreads; ++nThread) {
         threads.emplace_back([&, nThread] {
             gate.ArriveAndWait();
             for (int n = 0; n < kRounds; ++n) {
-                auto handle = tn::Run(Pool(), [token = tntest::Token(nAlive), n](const tn::CancelToken& cancel) {
+                auto handle = tn::Run(Pool(), [token = Token(nAlive), n](const tn::CancelToken& cancel) {
                     if (n % 3 == 0) {
                         throw Trouble(n);
                     }

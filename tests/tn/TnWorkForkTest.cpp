@@ -13,12 +13,11 @@
 #include "support/processes/Sanitizers.h"
 #include "tn/WorkTest.h"
 
-using tntest::Gate;
-using tntest::OpenAtEnd;
+using namespace tntest;
 
 namespace {
 
-class WorkFork : public tntest::WorkTest {
+class WorkFork : public WorkTest {
 protected:
     // @return the exit code of a child that does this; -1 when it hangs or crashes.
     template <typename Function>
@@ -61,7 +60,7 @@ TEST_F(WorkFork, TheChildMayDestroyAQueueThatIsAtWork) {
 }
 
 TEST_F(WorkFork, TheChildHasTasksOfItsOwn) {
-    if (tntest::kThreadSanitizer) {
+    if (kThreadSanitizer) {
         GTEST_SKIP() << "ThreadSanitizer does not know threads that a child starts";
     }
     Gate gate;

@@ -9,17 +9,14 @@
 #include "support/threads/StartGate.h"
 #include "tn/WorkTest.h"
 
+using namespace tntest;
+
 using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
-using tntest::Caller;
-using tntest::Eventually;
-using tntest::Gate;
-using tntest::OpenAtEnd;
-using tntest::Trouble;
 
 namespace {
 
-class WorkQueue : public tntest::WorkTest {};
+class WorkQueue : public WorkTest {};
 
 // One task that is kept at a gate with the first item, so that everything after it waits.
 class HeldQueue {
@@ -87,7 +84,7 @@ TEST_F(WorkQueue, BeginsItemsInTheirOrder) {
 
 TEST_F(WorkQueue, WorksSideBySideOnAsManyTasksAsWereAskedFor) {
     constexpr int kThreads = 5;
-    tntest::StartGate together(kThreads);
+    StartGate together(kThreads);
     tn::WorkQueue<int> queue(Pool(), [&together](int) { together.ArriveAndWait(); }, {kThreads, 0, {}});
     for (int n = 0; n < kThreads; ++n) {
         EXPECT_TRUE(queue.Push(n));
@@ -214,15 +211,15 @@ TEST_F(WorkQueue, CancelDropsWhatWaitsAndTellsWhatIsAtWork) {
     gate.Open();
     std::atomic<int> nAlive{0};
     std::atomic<int> nDone{0};
-    tn::WorkQueue<tntest::Token> queue(Pool(),
-                                       [&](const tntest::Token&, const tn::CancelToken& cancel) {
-                                           gate.Pass();
-                                           EXPECT_TRUE(cancel.WaitFor(60s));
-                                           ++nDone;
-                                       },
-                                       {2, 10, {}});
+    tn::WorkQueue<Token> queue(Pool(),
+                               [&](const Token&, const tn::CancelToken& cancel) {
+                                   gate.Pass();
+                                   EXPECT_TRUE(cancel.WaitFor(60s));
+                                   ++nDone;
+                               },
+                               {2, 10, {}});
     for (int n = 0; n < 6; ++n) {
-        EXPECT_TRUE(queue.Push(tntest::Token(nAlive)));
+        EXPECT_TRUE(queue.Push(Token(nAlive)));
     }
     gate.AwaitArrival(2);
     queue.Cancel();
@@ -231,7 +228,7 @@ TEST_F(WorkQueue, CancelDropsWhatWaitsAndTellsWhatIsAtWork) {
     EXPECT_EQ(ec, std::errc::operation_canceled);
     EXPECT_EQ(nDone, 2);
     EXPECT_EQ(nAlive, 0);
-    EXPECT_FALSE(queue.Push(tntest::Token(nAlive)));
+    EXPECT_FALSE(queue.Push(Token(nAlive)));
     EXPECT_FALSE(queue.Finish());
 }
 
@@ -324,9 +321,9 @@ TEST_F(WorkQueue, WhatItemsAndJobsHoldIsGoneInTime) {
     std::atomic<int> nItems{0};
     std::atomic<int> nJobs{0};
     {
-        tn::WorkQueue<tntest::Token> queue(Pool(), [job = tntest::Token(nJobs)](const tntest::Token&) {});
+        tn::WorkQueue<Token> queue(Pool(), [job = Token(nJobs)](const Token&) {});
         for (int n = 0; n < 20; ++n) {
-            EXPECT_TRUE(queue.Push(tntest::Token(nItems)));
+            EXPECT_TRUE(queue.Push(Token(nItems)));
         }
         EXPECT_TRUE(queue.Wait());
         EXPECT_EQ(nItems, 0);
@@ -358,8 +355,8 @@ TEST_F(WorkQueue, GoesOnWhenThePoolGoesFirst) {
 
 TEST_F(WorkQueue, IsNotMadeWithFewerTasksThanAskedFor) {
     std::atomic<int> nJobs{0};
-    const auto pool = tn::MakeObject<tntest::ShortTaskPool>(Pool(), 2);
-    const auto make = [&] { const tn::WorkQueue<int> queue(*pool, [job = tntest::Token(nJobs)](int) {}, {3, 0, {}}); };
+    const auto pool = tn::MakeObject<ShortTaskPool>(Pool(), 2);
+    const auto make = [&] { const tn::WorkQueue<int> queue(*pool, [job = Token(nJobs)](int) {}, {3, 0, {}}); };
     try {
         make();
         FAIL() << "nothing was thrown";
@@ -377,7 +374,7 @@ TEST_F(WorkQueue, SurvivesAStormAndItsEndInTheMiddleOfIt) {
         std::atomic<int> nAlive{0};
         std::atomic<int> nDone{0};
         struct Item {
-            tntest::Token token;
+            Token token;
             int nNumber;
         };
         tn::WorkQueue<Item>* pQueue = nullptr;
@@ -389,20 +386,20 @@ TEST_F(WorkQueue, SurvivesAStormAndItsEndInTheMiddleOfIt) {
                     throw Trouble(item.nNumber);
                 }
                 if (item.nNumber % 5 == 0) {
-                    pQueue->Push(Item{tntest::Token(nAlive), 1});
+                    pQueue->Push(Item{Token(nAlive), 1});
                 }
             },
             tn::WorkQueueOptions{3, 4, nRound % 2 == 0 ? tn::AtEnd::kDrain : tn::AtEnd::kCancel});
         pQueue = queue.get();
         constexpr int kThreads = 6;
-        tntest::StartGate gate(kThreads + 1);
+        StartGate gate(kThreads + 1);
         std::atomic<int> nTaken{0};
         std::vector<std::thread> threads;
         for (int nThread = 0; nThread < kThreads; ++nThread) {
             threads.emplace_back([&, nThread] {
                 gate.ArriveAndWait();
                 for (int n = 1; n < 200; ++n) {
-                    if (!pQueue->Push(Item{tntest::Token(nAlive), n})) {
+                    if (!pQueue->Push(Item{Token(nAlive), n})) {
                         return;
                     }
                     ++nTaken;

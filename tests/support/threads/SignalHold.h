@@ -39,6 +39,9 @@ public:
         EXPECT_TRUE(Eventually([] { return s_bHeld.load(); }));
     }
 
+    /// @return whether the thread is held, or was.
+    static bool HasHeld() { return s_bHeld; }
+
     void LetGo() { EXPECT_EQ(write(s_nLetGo[1], "x", 1), 1); }
 
 private:
