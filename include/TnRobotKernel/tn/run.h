@@ -272,8 +272,8 @@ template <typename Job>
 }
 
 /// Gives the tasks that wait for jobs of Run and ForEach back to their pool now, instead of after a
-/// second, and waits until they are back. Those at work stay, and go back when their jobs return. Worth a call before a library is unloaded
-/// that has used Run or ForEach.
+/// second, and waits until they are back. Those at work stay, and go back when their jobs return. Worth a call before a
+/// library is unloaded that has used Run or ForEach.
 /// @param[in] pool  borrowed for the call.
 inline void GiveBackTasks(ITnRobotTaskPool& pool) {
     detail::CrewRegistry::Here().DismissIdle(pool);
