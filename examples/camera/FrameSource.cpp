@@ -15,10 +15,9 @@ std::string TextOf(GError* pError) {
 // A frame's pixels for as long as it lives.
 class MappedFrame {
 public:
-    MappedFrame(GstSample& sample) {
-        m_bMapped = gst_video_info_from_caps(&m_info, gst_sample_get_caps(&sample)) != 0 &&
-                    gst_video_frame_map(&m_frame, &m_info, gst_sample_get_buffer(&sample), GST_MAP_READ) != 0;
-    }
+    explicit MappedFrame(GstSample& sample)
+        : m_bMapped(gst_video_info_from_caps(&m_info, gst_sample_get_caps(&sample)) != 0 &&
+                    gst_video_frame_map(&m_frame, &m_info, gst_sample_get_buffer(&sample), GST_MAP_READ) != 0) {}
     MappedFrame(const MappedFrame&) = delete;
     MappedFrame& operator=(const MappedFrame&) = delete;
     ~MappedFrame() {
@@ -37,7 +36,7 @@ public:
 private:
     GstVideoInfo m_info{};
     GstVideoFrame m_frame{};
-    bool m_bMapped = false;
+    bool m_bMapped;  // after what the mapping fills
 };
 
 TnRobotPtr<ITnRobotSurface> CopyOf(const MappedFrame& frame, ITnRobotSurfacePool& pool) {

@@ -53,11 +53,13 @@ void Inspector::Take(TnRobotPtr<ITnRobotSurface> frame) {
     }
 }
 
+// All of one size, so that any two can be joined; what is left over at the right and below is not looked at.
 STnNLROIRect Inspector::RectOf(const ITnRobotSurface::STnSurfaceDesc& desc, std::size_t nRegion) {
-    const int nColumn = static_cast<int>(nRegion) % kColumns;
-    const int nRow = static_cast<int>(nRegion) / kColumns;
-    return {desc.nWidth * nColumn / kColumns, desc.nWidth * (nColumn + 1) / kColumns, desc.nHeight * nRow / kRows,
-            desc.nHeight * (nRow + 1) / kRows};
+    const int nWidth = desc.nWidth / kColumns;
+    const int nHeight = desc.nHeight / kRows;
+    const int nLeft = static_cast<int>(nRegion) % kColumns * nWidth;
+    const int nTop = static_cast<int>(nRegion) / kColumns * nHeight;
+    return {nLeft, nLeft + nWidth, nTop, nTop + nHeight};
 }
 
 // Several regions of a surface are read at once, which needs no lock: nobody writes.

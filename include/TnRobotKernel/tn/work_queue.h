@@ -168,9 +168,9 @@ private:
         m_tasks.reserve(nThreads);
         try {
             for (unsigned int n = 0; n < nThreads; ++n) {
-                const auto runner = MakeObject<detail::WorkerRunner>([state = m_state] { state->Work(); });
-                m_tasks.push_back(detail::TaskFor(pool, *runner));
-                detail::StartOrThrow(*m_tasks.back());
+                detail::StartWorkerTask(
+                    pool, [state = m_state] { state->Work(); },
+                    [this](const TnRobotPtr<ITnRobotTask>& task) { m_tasks.push_back(task); });
             }
         } catch (...) {
             End();

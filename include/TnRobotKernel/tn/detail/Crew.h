@@ -157,11 +157,9 @@ private:
         const auto worker = std::make_shared<Worker>();
         Enlist(worker);
         try {
-            const auto runner = MakeObject<WorkerRunner>([crew = shared_from_this(), worker] { crew->Work(*worker); });
-            TnRobotPtr<ITnRobotTask> task = TaskFor(pool, *runner);
-            Hire(*worker, task);
-            // This reference outlives the start, for the worker may be done before that returns.
-            StartOrThrow(*task);
+            StartWorkerTask(
+                pool, [crew = shared_from_this(), worker] { crew->Work(*worker); },
+                [&](const TnRobotPtr<ITnRobotTask>& task) { Hire(*worker, task); });
         } catch (...) {
             Strike(*worker);
             throw;

@@ -58,6 +58,9 @@ public:
     void Copy(ITnRobotTaskRunner* /*pRunner*/) override {}
     ITnRobotTaskRunner* Clone() override { return nullptr; }
 
+    // For one whose task has not started.
+    void Forget() { m_job = nullptr; }
+
 private:
     std::function<void()> m_job;
 };
@@ -67,18 +70,23 @@ private:
     throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), "no task can be started");
 }
 
-// A task of the pool that is not started yet.
-inline TnRobotPtr<ITnRobotTask> TaskFor(ITnRobotTaskPool& pool, ITnRobotTaskRunner& runner) {
+// Starts a task that does the job once. Its owner gets the task before that, for the job may be done before
+// the start has returned. Throws when there is no task, or it does not start; then nothing keeps the job.
+template <typename Keep>
+void StartWorkerTask(ITnRobotTaskPool& pool, std::function<void()> job, Keep keep) {
+    const auto runner = MakeObject<WorkerRunner>(std::move(job));
     TnRobotPtr<ITnRobotTask> task;
-    if (!pool.CreateTask(&runner, task.put()) || !task) {
-        ThrowNoTask();
-    }
-    return task;
-}
-
-inline void StartOrThrow(ITnRobotTask& task) {
-    if (!task.Start()) {
-        ThrowNoTask();
+    try {
+        if (!pool.CreateTask(runner.get(), task.put()) || !task) {
+            ThrowNoTask();
+        }
+        keep(task);
+        if (!task->Start()) {
+            ThrowNoTask();
+        }
+    } catch (...) {
+        runner->Forget();  // an idle task keeps its runner
+        throw;
     }
 }
 
