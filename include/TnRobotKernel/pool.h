@@ -281,11 +281,11 @@ private:
     }
 
     std::mutex m_mutex;
-    std::vector<ITnPoolElement*> m_elements;             // guarded by m_mutex; only grows
+    std::vector<ITnPoolElement*> m_elements;                // guarded by m_mutex; only grows
     tn::detail::RingQueue<ITnPoolElement*> m_freeElements;  // guarded by m_mutex; front returned first
-    unsigned int m_nMaxCount = 4294967295U;              // guarded by m_mutex
-    const std::type_info* m_pKnownType = nullptr;        // guarded by m_mutex; a class that is a T
-    ITnElementAlloc* m_pAlloc;                           // one reference
+    unsigned int m_nMaxCount = 4294967295U;                 // guarded by m_mutex
+    const std::type_info* m_pKnownType = nullptr;           // guarded by m_mutex; a class that is a T
+    ITnElementAlloc* m_pAlloc;                              // one reference
 };
 
 /// @}

@@ -75,8 +75,8 @@ private:
 
     std::mutex m_mutex;
     tn::detail::RingQueue<CTnRobotTask*> m_idleTasks;  // guarded by m_mutex; front reused first
-    std::deque<CTnRobotTask*> m_allTasks;           // grows under m_mutex; one reference each
-    std::atomic<unsigned int> m_nIdleTasks{0};      // written under m_mutex
+    std::deque<CTnRobotTask*> m_allTasks;              // grows under m_mutex; one reference each
+    std::atomic<unsigned int> m_nIdleTasks{0};         // written under m_mutex
 
     std::mutex m_notifyMutex;
     std::atomic<NotifyQueue*> m_pNotifyQueue{nullptr};  // owned; see above

@@ -77,14 +77,14 @@ private:
     CTnRobotCircleMemBlockPool* const m_pPool;
     const std::unique_ptr<unsigned char[]> m_memory;
     std::mutex m_mutex;
-    std::condition_variable m_returned;                      // a block came back to a closing buffer
+    std::condition_variable m_returned;                         // a block came back to a closing buffer
     tn::detail::RingQueue<CTnRobotMemoryBlock*> m_spareBlocks;  // guarded by m_mutex, has room for all
-    std::vector<Blocks::node_type> m_spareNodes;             // guarded by m_mutex, one for each spare block
-    Blocks m_blocksInUse;                                    // guarded by m_mutex
-    unsigned char* m_pCursor;                                // guarded by m_mutex: where the next block starts
-    unsigned int m_nRoom = kBufferSize;                      // guarded by m_mutex: bytes from there to the end
-    bool m_bReady = true;                                    // guarded by m_mutex
-    bool m_bClosing = false;                                 // guarded by m_mutex
+    std::vector<Blocks::node_type> m_spareNodes;                // guarded by m_mutex, one for each spare block
+    Blocks m_blocksInUse;                                       // guarded by m_mutex
+    unsigned char* m_pCursor;                                   // guarded by m_mutex: where the next block starts
+    unsigned int m_nRoom = kBufferSize;                         // guarded by m_mutex: bytes from there to the end
+    bool m_bReady = true;                                       // guarded by m_mutex
+    bool m_bClosing = false;                                    // guarded by m_mutex
 };
 
 // The memory is not initialised (as make_unique would do), so it costs nothing before its use.

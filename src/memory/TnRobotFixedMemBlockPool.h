@@ -71,11 +71,11 @@ private:
     unsigned int m_nBlockSize = 0;
     unsigned int m_nMaxCount = 0;
     mutable std::mutex m_mutex;
-    std::condition_variable m_returned;                     // a block came back to a closing pool
-    std::set<CTnRobotMemoryBlock*> m_allBlocks;             // guarded by m_mutex
+    std::condition_variable m_returned;                        // a block came back to a closing pool
+    std::set<CTnRobotMemoryBlock*> m_allBlocks;                // guarded by m_mutex
     tn::detail::RingQueue<CTnRobotMemoryBlock*> m_freeBlocks;  // guarded by m_mutex
-    std::uint64_t m_nAnnounced = 0;                         // guarded by the owner's lock
-    std::uint64_t m_nAnswered = 0;                          // guarded by m_mutex; queries dealt with
+    std::uint64_t m_nAnnounced = 0;                            // guarded by the owner's lock
+    std::uint64_t m_nAnswered = 0;                             // guarded by m_mutex; queries dealt with
     double m_dIdleSeconds;
     bool m_bClosing = false;  // guarded by m_mutex
     tn::detail::CacheLineEnd m_end;
