@@ -97,8 +97,10 @@ TEST_F(Pictures, EveryPrefixOfAJpegHasAReason) {
 
 // A segment says how long it is, its two bytes of length included.
 TEST_F(Pictures, SegmentsWithoutALengthEndTheLook) {
-    for (const unsigned char byMarker : {0xC0, 0xC4, 0xDA, 0xE0}) {
-        for (const unsigned char byLength : {0, 1, 7}) {
+    constexpr unsigned char kMarkers[] = {0xC0, 0xC4, 0xDA, 0xE0};
+    constexpr unsigned char kLengths[] = {0, 1, 7};
+    for (const unsigned char byMarker : kMarkers) {
+        for (const unsigned char byLength : kLengths) {
             Bytes jpeg = {0xFF, 0xD8, 0xFF, byMarker, 0, byLength};
             jpeg.insert(jpeg.end(), 5000, 8);
             std::error_code ec;
