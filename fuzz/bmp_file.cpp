@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     const tntest::BmpAnswer expected = tntest::ExpectedBmp(Bytes(pData, pData + nSize), PicturePools::kLargestSurface);
     Require(nResult == expected.nResult, "the result is that of a plain reader");
     if (nResult == 0) {
-        const Surface surface(pSurface);
+        const Surface surface(pSurface, tn::kAdopt);
         const ITnRobotSurface::STnSurfaceDesc desc = Description(*surface);
         Require(desc.nWidth == expected.nWidth && desc.nHeight == expected.nHeight, "so is the size");
         Require(Pixels(*surface) == expected.surface, "and so are all bytes of the surface");

@@ -79,7 +79,7 @@ void CheckLoading(const std::string& strPath, Kind eKind) {
     ITnRobotSurface* pSurface = nullptr;
     int nResult = TnRobotImageUtils::LoadImage(strPath.c_str(), pools.Surfaces(), &pSurface);
     Require(nResult == (eKind == Kind::kJpeg ? 0 : eKind == Kind::kBmp ? -2 : -1), "grey is read from a JPEG only");
-    Surface surface(pSurface);
+    Surface surface(pSurface, tn::kAdopt);
     Require(!surface || Description(*surface).nWidth == kWidth, "as wide as it was saved");
     if (eKind != Kind::kJpeg && eKind != Kind::kBmp) {
         return;
@@ -88,7 +88,7 @@ void CheckLoading(const std::string& strPath, Kind eKind) {
     WriteWholeFile(strPath, colour.data(), colour.size());
     pSurface = nullptr;
     nResult = TnRobotImageUtils::LoadImage(strPath.c_str(), pools.Surfaces(), &pSurface);
-    surface.reset(pSurface);
+    surface.attach(pSurface);
     Require(nResult == (eKind == Kind::kBmp ? 0 : -1), "a BMP is read under its own ending only");
     Require(!surface || Pixels(*surface) == Bytes(3 * kPixels, 7), "with its pixels");
 }

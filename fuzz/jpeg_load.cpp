@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
         Require(pSurface == nullptr, "a failure leaves the out-pointer alone");
         return 0;
     }
-    const Surface surface(pSurface);
+    const Surface surface(pSurface, tn::kAdopt);
     const ITnRobotSurface::STnSurfaceDesc desc = Description(*surface);
     Require(desc.eImageType == TN_IMAGE_BGR24 && desc.nWidth > 0 && desc.nHeight > 0, "a picture is B,G,R");
     const Bytes pixels = Pixels(*surface);
