@@ -12,10 +12,10 @@
 
 namespace {
 
-void CutInHalf(const char* lpszPath) {
+void CutTheEnd(const char* lpszPath) {
     std::ifstream file(lpszPath, std::ios::binary);
     const std::string strBytes((std::istreambuf_iterator<char>(file)), {});
-    std::ofstream(lpszPath, std::ios::binary) << strBytes.substr(0, strBytes.size() / 2);
+    std::ofstream(lpszPath, std::ios::binary) << strBytes.substr(0, strBytes.size() - 10);
 }
 
 // [reasons]
@@ -63,7 +63,7 @@ int main() {
     Save("frame.png", over.get());
     Save("frame.jpg", over.get());
     Load("frame.jpg", pool.get());
-    CutInHalf("frame.jpg");
+    CutTheEnd("frame.jpg");
     Load("frame.jpg", pool.get());
     Load("missing.jpg", pool.get());
     return 0;

@@ -95,6 +95,21 @@ TEST_F(Pictures, EveryPrefixOfAJpegHasAReason) {
     }
 }
 
+// A segment says how long it is, its two bytes of length included.
+TEST_F(Pictures, SegmentsWithoutALengthEndTheLook) {
+    constexpr unsigned char kMarkers[] = {0xC0, 0xC4, 0xDA, 0xE0};
+    constexpr unsigned char kLengths[] = {0, 1, 7};
+    for (const unsigned char byMarker : kMarkers) {
+        for (const unsigned char byLength : kLengths) {
+            Bytes jpeg = {0xFF, 0xD8, 0xFF, byMarker, 0, byLength};
+            jpeg.insert(jpeg.end(), 5000, 8);
+            std::error_code ec;
+            EXPECT_FALSE(tn::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), m_pool.get(), ec));
+            EXPECT_EQ(ec, tn::errc::picture_incomplete) << int{byMarker} << ", " << int{byLength};
+        }
+    }
+}
+
 TEST_F(Pictures, ABmpWithRowsMissingGivesItsPictureAndSaysSo) {
     EXPECT_EQ(Load(File("rows.bmp", BmpFile24(4, 3, Counting(24))), true), tn::errc::picture_incomplete);
     Bytes cut = BmpFile24(4, 2, Counting(24));

@@ -42,7 +42,7 @@ public:
     bool IsOpen() const { return m_stream != nullptr; }
 
     // -1 where the bytes end.
-    int Next() { return getc_unlocked(m_stream.get()); }
+    int Next() { return m_nNext < m_nFilled || Fill() ? m_buffer[m_nNext++] : -1; }
 
     // Two bytes, the higher one first; -1 where the bytes end.
     int NextPair() {
@@ -51,8 +51,18 @@ public:
         return nLow < 0 ? -1 : nHigh * 256 + nLow;
     }
 
-    bool Skip(long nBytes) { return std::fseek(m_stream.get(), nBytes, SEEK_CUR) == 0; }
+    // Whether there can be more behind so many bytes, which are 0 or more.
+    bool Skip(std::size_t nBytes) {
+        const std::size_t nHere = m_nFilled - m_nNext;
+        if (nBytes <= nHere) {
+            m_nNext += nBytes;
+            return true;
+        }
+        m_nNext = m_nFilled;
+        return std::fseek(m_stream.get(), static_cast<long>(nBytes - nHere), SEEK_CUR) == 0;
+    }
 
+    // Nothing may have been read yet.
     std::int64_t Length() {
         const bool bEnd = std::fseek(m_stream.get(), 0, SEEK_END) == 0;
         const std::int64_t nLength = bEnd ? std::ftell(m_stream.get()) : 0;
@@ -61,10 +71,19 @@ public:
     }
 
 private:
+    bool Fill() {
+        m_nNext = 0;
+        m_nFilled = std::fread(m_buffer.data(), 1, m_buffer.size(), m_stream.get());
+        return m_nFilled != 0;
+    }
+
     struct Close {
         void operator()(std::FILE* pStream) const { std::fclose(pStream); }
     };
     std::unique_ptr<std::FILE, Close> m_stream;
+    std::array<unsigned char, 4096> m_buffer{};
+    std::size_t m_nFilled = 0;
+    std::size_t m_nNext = 0;
 };
 
 // Walks through the markers of a JPEG.
@@ -115,9 +134,9 @@ private:
         const bool bTables = nMarker == 0xC4 || nMarker == 0xC8 || nMarker == 0xCC;
         if (nMarker >= 0xC0 && nMarker <= 0xCF && !bTables) {
             constexpr int kFrame = 8;
-            return ReadFrame(nMarker) && m_bytes.Skip(nLength - kFrame);
+            return nLength >= kFrame && ReadFrame(nMarker) && m_bytes.Skip(static_cast<std::size_t>(nLength - kFrame));
         }
-        return nLength >= 2 && m_bytes.Skip(nLength - 2);
+        return nLength >= 2 && m_bytes.Skip(static_cast<std::size_t>(nLength - 2));
     }
 
     bool ReadFrame(int nMarker) {
