@@ -15,26 +15,6 @@ bool Fits(std::int64_t n) {
 
 }  // namespace
 
-int BytesPerPixel(ETnNLImageType eType) {
-    switch (eType) {
-        case TN_IMAGE_RGB24:
-        case TN_IMAGE_BGR24:
-            return 3;
-        case TN_IMAGE_8BIT_3:
-        case TN_IMAGE_8BIT_4:
-        case TN_IMAGE_8BIT_5:
-        case TN_IMAGE_8BIT_6:
-        case TN_IMAGE_GRAY8:
-            return 1;
-        case TN_IMAGE_BGRX32:
-            return 4;
-        case TN_IMAGE_NONE:
-        case TN_IMAGE_420:
-            break;
-    }
-    return 0;
-}
-
 // Divides instead of multiplying: 32-bit factors fit 64 bits, but a view may come from anywhere.
 bool RowLayout::FitsInto(std::int64_t nSize) const {
     if (m_nRows < 1 || m_nRowLength < 1 || m_nPitch < 0 || m_nRowLength > nSize) {

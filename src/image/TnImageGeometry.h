@@ -7,11 +7,11 @@
 #include <cstdint>
 
 #include "TnRobotKernel/image.h"
+#include "TnRobotKernel/tn/pixels.h"
 
 namespace tnrobot {
 
-/// @return bytes of one pixel; 0 for formats that are none or have no whole number.
-int BytesPerPixel(ETnNLImageType eType);
+using tn::BytesPerPixel;
 
 /// @return nBytes rounded up to a multiple of 4.
 constexpr std::int64_t AlignTo4(std::int64_t nBytes) {
