@@ -18,6 +18,10 @@
 #ifndef TNROBOTKERNEL_CORE_H_
 #define TNROBOTKERNEL_CORE_H_
 
+#if __cplusplus < 201703L
+#error "libTnRobotKernel needs C++17: compile with -std=c++17 or a later standard"
+#endif
+
 #include <atomic>
 
 /// @addtogroup frame

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the guides' programs (examples/guide) against an installed library and compares what they
-# print: scripts/lib/check_examples.sh [PREFIX]. Without a prefix the release build is installed first.
+# Builds the examples against an installed library, from the installed sources where there are some, and
+# compares what the guides' programs print: scripts/lib/check_examples.sh [PREFIX]. Without a prefix the
+# release build is installed first.
 if [ $# -gt 0 ]; then
     prefix="$(realpath -- "$1")" # before the directory changes
 fi
@@ -15,8 +16,10 @@ if [ -z "${prefix:-}" ]; then
     cmake --install "$root/build/demo" --prefix "$prefix" >/dev/null
 fi
 
-say "the guides' programs against $prefix"
-cmake -S "$root/examples/guide" -B "$directory/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release >/dev/null
+say "the examples against $prefix"
+examples="$prefix/share/doc/libtnrobotkernel-doc/examples"
+[ -d "$examples" ] || examples="$root/examples"
+cmake -S "$examples" -B "$directory/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$directory/build" -j "$jobs" >/dev/null
 ctest --test-dir "$directory/build" --output-on-failure -j "$jobs"
 
