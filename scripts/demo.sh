@@ -5,6 +5,11 @@
 # GStreamer is installed (scripts/setup.sh camera), the frames of a test picture are inspected as they come.
 pictures=()
 for picture in "$@"; do
+    case "$picture" in
+        -h | --help) break ;; # what every script does for it
+        -*) echo "there is no option $picture; usage: $0 [PICTURE...]" >&2; exit 2 ;;
+    esac
+    [ -f "$picture" ] || { echo "there is no picture $picture; usage: $0 [PICTURE...]" >&2; exit 2; }
     pictures+=("$(realpath -- "$picture")") # before the directory changes
 done
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"

@@ -61,6 +61,23 @@ select_missing() {
     done
 }
 
+# Without the superuser nothing can be installed: says what is missing and how to get it. Only what is
+# needed ends the script.
+name_missing() {
+    select_missing "${packages[@]}"
+    local needed=("${missing[@]}")
+    select_missing "${optional[@]}"
+    if [ ${#needed[@]} -eq 0 ]; then
+        [ ${#missing[@]} -eq 0 ] || say "left out, as there is no sudo to install them: ${missing[*]}"
+        return 0
+    fi
+    {
+        echo "These packages are missing, and there is no sudo to install them: ${needed[*]}"
+        echo "As the superuser: apt-get update && apt-get install --no-install-recommends ${needed[*]}"
+    } >&2
+    return 1
+}
+
 as_root=()
 [ "$(id -u)" -eq 0 ] || as_root=(sudo)
 install() {
@@ -70,6 +87,10 @@ install() {
 install_missing() {
     select_missing "${packages[@]}" "${optional[@]}"
     [ ${#missing[@]} -ne 0 ] || return 0
+    if [ ${#as_root[@]} -ne 0 ] && ! command -v sudo >/dev/null; then
+        name_missing
+        return
+    fi
     say "installing: ${missing[*]}"
     "${as_root[@]}" apt-get update -q || true
     install "${missing[@]}" && return 0

@@ -28,6 +28,10 @@ while [ $# -gt 0 ]; do
 done
 [ -z "$only" ] || [ -z "$public" ] || usage
 case "$preset" in
+    release | debug | asan | tsan | coverage | arm64) ;;
+    *) echo "there is no preset $preset; there are release, debug, asan, tsan, coverage, arm64" >&2; usage ;;
+esac
+case "$preset" in
     arm64 | asan) "$root/scripts/setup.sh" "$preset" ;;
     *) "$root/scripts/setup.sh" test ;;
 esac

@@ -2,6 +2,14 @@
 # shellcheck shell=bash
 set -euo pipefail
 
+# Every script's help is the comment that it begins with.
+case "${1:-}" in
+    -h | --help)
+        sed -nE '2,${/^#/!q; s/^# ?//p}' "$0"
+        exit 0
+        ;;
+esac
+
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 jobs="${TNROBOT_JOBS:-$(nproc)}"
 cd "$root"

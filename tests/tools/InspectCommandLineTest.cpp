@@ -125,6 +125,16 @@ TEST_F(InspectCommandLine, WrongUsageIsTwo) {
     }
 }
 
+TEST_F(InspectCommandLine, UnknownCommandsAreAnsweredWithTheKnownOnes) {
+    EXPECT_EQ(RunForErrors({"check\x1b", "g"}).output,
+              "There is no command check\\x1b; there are info, dump, diff, verify, convert.\n"
+              "Run with --help for more information.\n");
+    EXPECT_EQ(RunForErrors({}).output,
+              "A command is missing; there are info, dump, diff, verify, convert.\n"
+              "Run with --help for more information.\n");
+    EXPECT_EQ(RunForErrors({"--version", "check"}).nExitCode, 2);
+}
+
 TEST_F(InspectCommandLine, UnsuitableFilesAreTwo) {
     Write("empty", {});
     Write("text", FromText("just some text, nothing else"));
@@ -140,8 +150,8 @@ TEST_F(InspectCommandLine, UnsuitableFilesAreTwo) {
         {{"/dev/zero"}, "/dev/zero: not a regular file"},
         {{"empty"}, "empty: empty"},
         {{"text"},
-         "text: neither value groups, nor an archive with a map header, nor BMP, nor JPEG; --kind says what it should "
-         "be"},
+         "text: neither value groups, nor a value, nor an archive with a map header, nor BMP, nor JPEG; --kind says "
+         "what it should be"},
         {{"large", "--max-memory", "2"}, "large: larger than --max-memory, 2 MiB"},
     };
     for (const auto& unsuitable : cases) {
@@ -282,7 +292,7 @@ TEST_F(InspectCommandLine, VerifyGoesOnAndAnswersTheWorst) {
 TEST_F(InspectCommandLine, KindIsForced) {
     Write("g", SavedGroup({}));
     EXPECT_EQ(Run({"info", "--kind", "group", "g"}).nExitCode, 0);
-    for (const char* lpszKind : {"archive", "bmp", "jpeg"}) {
+    for (const char* lpszKind : {"value", "archive", "bmp", "jpeg"}) {
         EXPECT_EQ(Run({"info", "--kind", lpszKind, "g"}).nExitCode, 1) << lpszKind;
     }
 }
@@ -327,7 +337,7 @@ TEST_F(InspectCommandLine, CompletionKnowsCommandsOptionsAndFiles) {
         {"''", "info dump diff verify convert --help --version\n"},
         {"dump --f", "--full\n"},
         {"convert --f", "--force\n"},
-        {"info --kind ''", "group archive bmp jpeg\n"},
+        {"info --kind ''", "group value archive bmp jpeg\n"},
         {"info --color a", "auto always\n"},
         {"info --max-memory ''", "\n"},
         {"verify pic", "picture.bmp\n"},

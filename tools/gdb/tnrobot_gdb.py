@@ -1,8 +1,8 @@
 """Shows libTnRobotKernel's objects in gdb: smart pointers, values, groups, surfaces, memory blocks.
 
-Loading it, in gdb or in ~/.gdbinit:
+With the package libtnrobotkernel-dev gdb loads it by itself. From another place, in gdb or in ~/.gdbinit:
 
-    source PREFIX/share/TnRobotKernel/gdb/tnrobot_gdb.py
+    source /usr/local/share/TnRobotKernel/gdb/tnrobot_gdb.py
 
 Then "print", "info locals" and every front end that asks gdb show for example
 
@@ -13,8 +13,13 @@ Then "print", "info locals" and every front end that asks gdb show for example
 "print *pValue" does the same for a raw pointer to an interface; "print/r" shows what gdb shows
 without the printers. The references of a pooled object include its pool's own one.
 
-What an object holds is known to gdb only where the library has debug information (its debug build,
-or its debug package). Without it the class and the number of references are shown. Nothing is ever
+What an object holds is known to gdb only where the library has debug information (its debug build).
+Without it, and without that of whole classes in the program, address, class and number of references
+are shown:
+
+    $1 = TnRobotPtr<ITnRobotDataValueGroup> to CTnRobotDataValueGroup, 1 reference = {get() = 0x55555556f2c0}
+
+Nothing is ever
 called in the program that is being debugged, and memory that cannot be read is said to be so:
 core files and broken objects can be looked at too.
 """
@@ -28,6 +33,9 @@ import gdb.printing
 # Bytes of a block that are shown, and entries of a group when "print elements" is unlimited.
 SHOWN_BYTES = 16
 SHOWN_CHARACTERS = 4096
+
+# More than the name of any class has.
+LONGEST_NAME = 1024
 
 # Type of a value: name, format of its bytes for struct (None for texts and blocks).
 VALUE_TYPES = {
@@ -94,22 +102,72 @@ def most_derived(value):
     return value.cast(value.dynamic_type)
 
 
+def pointer_at(address):
+    """The address that is stored at an address, or None."""
+    data = read(address, 8)
+    return None if data is None else struct.unpack("<Q", data)[0]
+
+
+def text_at(address):
+    """The characters of a class's name up to a zero, or None where there are none."""
+    text = b""
+    while len(text) < LONGEST_NAME:
+        piece = read(address + len(text), 16)
+        if piece is None:
+            return None
+        text += piece
+        if b"\0" in piece:
+            text = text.split(b"\0")[0]
+            return text.decode("ascii") if re.match(rb"\*?\w+$", text) else None
+    return None
+
+
+def dynamic_class(address):
+    """The class of the object at an address, as its own run-time type information names it, or None.
+
+    That information is in the program's memory: it needs no symbols, and no type that gdb knows.
+    """
+    table = pointer_at(address)
+    info = pointer_at(table - 8) if table else None
+    name = pointer_at(info + 8) if info else None
+    mangled = text_at(name) if name else None
+    if mangled is None:
+        return None
+    # A star marks names that are compared by their address only.
+    text = gdb.execute("demangle -l c++ -- _ZTS" + mangled.lstrip("*"), to_string=True)
+    match = re.match(r"typeinfo name for (.+)", text)
+    return match.group(1) if match else None
+
+
 def class_name(value):
-    """The object's class, from its table of operations where its type is not known."""
-    if value.dynamic_type != value.type:
-        return str(value.dynamic_type.strip_typedefs())
-    data = read(value.address, 8)
-    if data is not None:
-        where = gdb.execute("info symbol %d" % struct.unpack("<Q", data), to_string=True)
-        match = re.match(r"vtable for (\w+)", where)
-        if match:
-            return match.group(1)
-    return str(value.type.strip_typedefs().unqualified())
+    """The object's class, or the one it was declared as where it is no object."""
+    return dynamic_class(int(value.address)) or str(value.type.strip_typedefs().unqualified())
+
+
+def counted_offset(kind):
+    """Where a type has its ITnUnknown; None when it has none, or none that gdb knows of."""
+    kind = kind.strip_typedefs().unqualified()
+    name = kind.tag or ""
+    fields = kind.fields()
+    # An interface that is only declared: all begin with it but those of saving and of parents.
+    if name == "ITnUnknown" or (not fields and re.match("ITn(?!.*(Serialize|Parent)$)[A-Z]", name)):
+        return 0
+    for base in (field for field in fields if field.is_base_class):
+        offset = counted_offset(base.type)
+        if offset is not None:
+            return base.bitpos // 8 + offset
+    return None
 
 
 def references(value):
-    """How many references an object has."""
-    return plural(int(value["m_nRefCount"]["_M_i"]), "reference")
+    """How many references an object has. They are counted behind the pointer to its operations."""
+    offset = counted_offset(value.type)
+    if offset is None:
+        return "references unknown"
+    data = read(int(value.address) + offset + 8, 4)
+    if data is None:
+        raise gdb.error("no memory")
+    return plural(struct.unpack("<i", data)[0], "reference")
 
 
 def has_fields(value, *names):
@@ -256,7 +314,7 @@ class BlockPrinter(Printer):
 
 
 class PointerPrinter:
-    """TnRobotPtr: empty, or the object it holds; of one without a printer its class and address."""
+    """TnRobotPtr: empty, or the object it holds; of one that cannot be shown its class and address."""
 
     def __init__(self, value):
         self.value = value
@@ -266,13 +324,19 @@ class PointerPrinter:
         pointer = self.value["m_p"]
         return pointer.dereference() if int(pointer) else None
 
+    @staticmethod
+    def is_shown(held):
+        """Whether a printer can say what the object holds."""
+        printer = object_printer(held)
+        return printer is not None and has_fields(printer(held).value, *printer.needed)
+
     def to_string(self):
         """The pointer's own type, and the object's class where nothing else tells it."""
         name = "TnRobotPtr<%s>" % self.value.type.strip_typedefs().template_argument(0)
         held = self.object()
         if held is None:
             return name + " (empty)"
-        if object_printer(held) is not None:
+        if self.is_shown(held):
             return name
         try:
             return "%s to %s, %s" % (name, class_name(held), references(held))
@@ -284,7 +348,7 @@ class PointerPrinter:
         held = self.object()
         if held is None:
             return
-        if object_printer(held) is not None:
+        if self.is_shown(held):
             yield "*", held
         else:
             yield "get()", self.value["m_p"]

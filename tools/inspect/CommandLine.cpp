@@ -4,6 +4,8 @@
 #include <iterator>
 #include <utility>
 
+#include "Text.h"
+
 namespace {
 
 constexpr char kMark[] = "./";
@@ -36,18 +38,37 @@ std::vector<std::string> WithMarks(const CLI::App& command, const std::vector<st
     return marked;
 }
 
+std::string Known(const CLI::App& app) {
+    std::string strNames;
+    for (const CLI::App* pCommand : app.get_subcommands([](const CLI::App*) { return true; })) {
+        strNames += (strNames.empty() ? "" : ", ") + pCommand->get_name();
+    }
+    return strNames;
+}
+
+const CLI::App& CommandOf(const CLI::App& app, const std::string& strName) {
+    const auto commands =
+        app.get_subcommands([&](const CLI::App* pCommand) { return pCommand->get_name() == strName; });
+    if (commands.empty()) {
+        throw CLI::ParseError("There is no command " + Printable(strName) + "; there are " + Known(app) + ".",
+                              CLI::ExitCodes::ExtrasError);
+    }
+    return *commands[0];
+}
+
 }  // namespace
 
 void ParseCommandLine(CLI::App& app, int nArguments, char** ppszArguments) {
     const std::vector<std::string> all(ppszArguments + std::min(nArguments, 1), ppszArguments + nArguments);
+    if (all.empty()) {
+        throw CLI::ParseError("A command is missing; there are " + Known(app) + ".", CLI::ExitCodes::RequiredError);
+    }
     const auto itCommand = std::find_if_not(all.begin(), all.end(), IsOption);
     std::vector<std::string> words(all.begin(), itCommand);
     if (itCommand != all.end()) {
         words.push_back(*itCommand);
-        const auto commands =
-            app.get_subcommands([&](const CLI::App* pCommand) { return pCommand->get_name() == *itCommand; });
-        std::vector<std::string> rest(itCommand + 1, all.end());
-        rest = commands.empty() ? rest : WithMarks(*commands[0], rest);
+        const std::vector<std::string> rest =
+            WithMarks(CommandOf(app, *itCommand), std::vector<std::string>(itCommand + 1, all.end()));
         words.insert(words.end(), rest.begin(), rest.end());
     }
     std::reverse(words.begin(), words.end());  // the option library takes them from the back

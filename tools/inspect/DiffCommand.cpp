@@ -239,6 +239,11 @@ void Compare(const Document& a, const Document& b, Differences& differences) {
         differences.Changed("kind: " + a.KindName() + " -> " + b.KindName());
     } else if (const auto* pGroups = std::get_if<GroupFile>(&a.content)) {
         Compare(*pGroups, std::get<GroupFile>(b.content), differences);
+    } else if (const auto* pValue = std::get_if<ValueFile>(&a.content)) {
+        const Entry& other = std::get<ValueFile>(b.content).value;
+        if (!SameValue(pValue->value, other)) {
+            differences.Changed("value: ", pValue->value, other);
+        }
     } else if (const auto* pTables = std::get_if<ObjectTables>(&a.content)) {
         Compare(*pTables, std::get<ObjectTables>(b.content), differences);
     } else {

@@ -160,6 +160,14 @@ void TakeGroups(Document& document, GroupFile groups) {
     document.content = std::move(groups);
 }
 
+void TakeValue(Document& document) {
+    ValueFile value = ParseValue(RangeOf(document.bytes));
+    if (!value.problems.IsDamaged()) {
+        CompareWithLibrary(RangeOf(document.bytes), value);
+    }
+    document.content = std::move(value);
+}
+
 void TakeTables(Document& document, ObjectTables tables) {
     if (!tables.problems.IsDamaged()) {
         CompareWithLibrary(RangeOf(document.bytes), tables);
@@ -167,8 +175,9 @@ void TakeTables(Document& document, ObjectTables tables) {
     document.content = std::move(tables);
 }
 
-// Groups and tables have no mark of their own: what can be read as one whole is one. Of damaged
-// files, tables are told by readable class identifiers, groups by their version.
+// Groups, values and tables have no mark of their own: what can be read as one whole is one. Of damaged
+// files, tables are told by readable class identifiers, values by a type and a size that fit together,
+// groups by their version.
 void TakeSaved(Document& document) {
     GroupFile groups = ParseGroups(RangeOf(document.bytes));
     if (!groups.problems.IsDamaged()) {
@@ -179,11 +188,14 @@ void TakeSaved(Document& document) {
     const bool bEmptyTables = document.bytes == Bytes(4, 0);
     if (tables.bLooksRight || bEmptyTables) {
         TakeTables(document, std::move(tables));
+    } else if (LooksLikeValue(RangeOf(document.bytes))) {
+        TakeValue(document);
     } else if (groups.bBegins) {
         TakeGroups(document, std::move(groups));
     } else {
         throw UnreadableError(
-            "neither value groups, nor an archive with a map header, nor BMP, nor JPEG; --kind says what it should be");
+            "neither value groups, nor a value, nor an archive with a map header, nor BMP, nor JPEG; --kind says what "
+            "it should be");
     }
 }
 
@@ -203,6 +215,8 @@ void Take(Document& document, const ReadOptions& options) {
     const std::string strKind = options.strKind.empty() ? MarkedKind(document.bytes) : options.strKind;
     if (strKind == "group") {
         TakeGroups(document, ParseGroups(RangeOf(document.bytes)));
+    } else if (strKind == "value") {
+        TakeValue(document);
     } else if (strKind == "archive") {
         TakeTables(document, ParseObjectTables(RangeOf(document.bytes)));
     } else if (strKind == "bmp") {
@@ -221,7 +235,7 @@ Problems& Document::ProblemList() {
 }
 
 std::string Document::KindName() const {
-    constexpr const char* kNames[] = {"value groups", "archive", "BMP picture", "JPEG picture"};
+    constexpr const char* kNames[] = {"value groups", "value", "archive", "BMP picture", "JPEG picture"};
     return kNames[content.index()];
 }
 

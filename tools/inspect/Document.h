@@ -17,7 +17,7 @@
 
 /// How files are read, as the command line says.
 struct ReadOptions {
-    std::string strKind;               ///< "group", "archive", "bmp", "jpeg", or empty: by content
+    std::string strKind;               ///< "group", "value", "archive", "bmp", "jpeg", or empty: by content
     std::size_t nMaxMemoryMiB = 1024;  ///< for the pixels of one picture, and for one file; both may have just as many
 };
 
@@ -37,7 +37,7 @@ struct Document {
 
     std::string strPath;
     Bytes bytes;
-    std::variant<GroupFile, ObjectTables, BmpFile, JpegFile> content;
+    std::variant<GroupFile, ValueFile, ObjectTables, BmpFile, JpegFile> content;
     std::optional<Picture> picture;  ///< of a BMP or JPEG file that the library can load
 
     Problems& ProblemList();

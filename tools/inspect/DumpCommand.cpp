@@ -71,6 +71,14 @@ void PrintTable(const GroupFile& file, const DumpOptions& options, const Style& 
     });
 }
 
+void PrintTable(const ValueFile& file, const DumpOptions& options, const Style& style) {
+    const Entry& value = file.value;
+    Print(style.Weak("  " + Padded("offset", kNumberWidth) + Padded("type", kTypeWidth) +
+                     Padded("bytes", kNumberWidth) + "value") +
+          "\n  " + Number(value.nOffset) + Padded(TypeName(value.nType), kTypeWidth) + Number(value.bytes.nSize));
+    PrintValue(ValueText(value), options.bFull);
+}
+
 void PrintTable(const ObjectTables& tables, const DumpOptions& options, const Style& style) {
     Print("classes\n" +
           style.Weak("  " + Padded("offset", kNumberWidth) + Padded("class", kNumberWidth) + "identifier") + "\n");

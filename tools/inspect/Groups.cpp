@@ -32,6 +32,14 @@ bool IsType(std::int32_t nType) {
     return nType >= 0 && nType < static_cast<std::int32_t>(kTypes.size());
 }
 
+bool HasFixedSize(std::int32_t nType) {
+    return nType != 0 && nType != kStringType && nType != kBlockType;
+}
+
+std::size_t FixedSize(std::int32_t nType) {
+    return kTypes[static_cast<std::size_t>(nType)].nSize;
+}
+
 /// Takes entries apart, and says what is wrong with them.
 class EntryParser {
 public:
@@ -43,6 +51,29 @@ public:
         const bool bWhole = ParseName(entry) && ParseValue(entry);
         entry.nEnd = m_reader.Position();
         return bWhole;
+    }
+
+    /// Takes a value without a name.
+    bool ParseValue(Entry& entry) {
+        entry.nValueOffset = m_reader.Position();
+        unsigned char nVersion = 0;
+        std::int32_t nCount = 0;
+        if (!m_reader.Take(nVersion) || !m_reader.Take(entry.nType) || !m_reader.Take(nCount)) {
+            return Fail(entry.nValueOffset, "the file ends within the header of a value");
+        }
+        if (nVersion != kVersion) {
+            return Fail(entry.nValueOffset, "value of version " + std::to_string(nVersion));
+        }
+        if (nCount < 0) {
+            m_problems.Damage(entry.nValueOffset, "negative byte count " + std::to_string(nCount));
+            nCount = 0;
+        }
+        if (!m_reader.Take(static_cast<std::size_t>(nCount), entry.bytes)) {
+            return Fail(entry.nValueOffset, "a value of " + std::to_string(nCount) + " bytes, but only " +
+                                                std::to_string(m_reader.Left()) + " are left");
+        }
+        CheckContent(entry);
+        return true;
     }
 
 private:
@@ -71,41 +102,17 @@ private:
         return true;
     }
 
-    bool ParseValue(Entry& entry) {
-        entry.nValueOffset = m_reader.Position();
-        unsigned char nVersion = 0;
-        std::int32_t nCount = 0;
-        if (!m_reader.Take(nVersion) || !m_reader.Take(entry.nType) || !m_reader.Take(nCount)) {
-            return Fail(entry.nValueOffset, "the file ends within the header of a value");
-        }
-        if (nVersion != kVersion) {
-            return Fail(entry.nValueOffset, "value of version " + std::to_string(nVersion));
-        }
-        if (nCount < 0) {
-            m_problems.Damage(entry.nValueOffset, "negative byte count " + std::to_string(nCount));
-            nCount = 0;
-        }
-        if (!m_reader.Take(static_cast<std::size_t>(nCount), entry.bytes)) {
-            return Fail(entry.nValueOffset, "a value of " + std::to_string(nCount) + " bytes, but only " +
-                                                std::to_string(m_reader.Left()) + " are left");
-        }
-        CheckContent(entry);
-        return true;
-    }
-
     void CheckContent(Entry& entry) {
         if (!IsType(entry.nType)) {
             entry.bReadable = false;
             m_problems.Damage(entry.nValueOffset, "there is no type " + std::to_string(entry.nType));
             return;
         }
-        const bool bFixed = entry.nType != 0 && entry.nType != kStringType && entry.nType != kBlockType;
-        const std::size_t nExpected = kTypes[static_cast<std::size_t>(entry.nType)].nSize;
-        if (bFixed && entry.bytes.nSize != nExpected) {
+        if (HasFixedSize(entry.nType) && entry.bytes.nSize != FixedSize(entry.nType)) {
             entry.bReadable = false;
             m_problems.Damage(entry.nValueOffset, std::to_string(entry.bytes.nSize) + " bytes in a value of type " +
                                                       TypeName(entry.nType) + ", which has " +
-                                                      std::to_string(nExpected));
+                                                      std::to_string(FixedSize(entry.nType)));
         }
         if (entry.nType == kStringType) {
             CheckText(entry);
@@ -199,6 +206,14 @@ std::vector<std::size_t> Repeated(ByteRange file, const Group& group) {
     return repeated;
 }
 
+// Texts and characters always could: only of numbers it is worth saying.
+bool IsNumberThatCouldBeName(const Entry& value) {
+    const std::string_view bytes = value.bytes.View();
+    return value.bReadable && HasFixedSize(value.nType) && value.nType != kCharType && bytes.size() > 1 &&
+           bytes.back() == '\0' &&
+           std::all_of(bytes.begin(), bytes.end() - 1, [](char ch) { return ch > ' ' && ch < '\x7f'; });
+}
+
 // Says what is wrong with a group, in the order of the file. @return the group, if one begins there.
 std::optional<Group> CheckGroup(ByteRange file, std::size_t nOffset, Problems& problems) {
     const std::optional<Group> group = GroupAt(file, nOffset);
@@ -214,6 +229,39 @@ std::optional<Group> CheckGroup(ByteRange file, std::size_t nOffset, Problems& p
 }
 
 }  // namespace
+
+bool LooksLikeValue(ByteRange file) {
+    ByteReader reader(file);
+    unsigned char nVersion = 0;
+    std::int32_t nType = 0;
+    std::int32_t nCount = 0;
+    if (!reader.Take(nVersion) || !reader.Take(nType) || !reader.Take(nCount)) {
+        return false;
+    }
+    if (nVersion != kVersion || !IsType(nType) || nCount < 0) {
+        return false;
+    }
+    const auto nSize = static_cast<std::size_t>(nCount);
+    const bool bFits = !HasFixedSize(nType) || nSize == FixedSize(nType);
+    // Of type NONE a cut one would be every empty group with something behind it.
+    const bool bCut = nSize > reader.Left() && nType != 0;
+    return bFits && (bCut || nSize == reader.Left());
+}
+
+ValueFile ParseValue(ByteRange file) {
+    ValueFile result;
+    ByteReader reader(file);
+    const bool bWhole = EntryParser(reader, result.problems).ParseValue(result.value);
+    result.value.nEnd = reader.Position();
+    if (bWhole && reader.Left() != 0) {
+        result.problems.Damage(reader.Position(), "bytes behind the value");
+    }
+    if (bWhole && IsNumberThatCouldBeName(result.value)) {
+        result.problems.Note(0, "a group of " + std::to_string(result.value.nType) +
+                                    " entries that was cut behind its first name would have the same bytes");
+    }
+    return result;
+}
 
 GroupFile ParseGroups(ByteRange file) {
     GroupFile result;

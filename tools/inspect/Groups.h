@@ -1,4 +1,4 @@
-// The layout of value groups in a file: one group after another.
+// The layout of value groups in a file, one group after another, and of a value that has a file of its own.
 //
 //   group   version (1 byte, 1), entry count (4 bytes), then for each entry a name and a value
 //   name    count (4 bytes, 0 for an empty name), characters and a zero byte
@@ -49,7 +49,20 @@ struct GroupFile {
     Problems problems;
 };
 
-/// Takes a file apart. What follows damage that hides where the next field begins is not looked at.
+/// A file with one value of its own: the only entry, at offset 0 and without a name.
+struct ValueFile {
+    Entry value;
+    Problems problems;
+};
+
+/// @return whether a file begins as a value does, and ends with it or is cut within its bytes. A number
+///         can have the same bytes as a group that was cut behind its first name; a value that is whole wins.
+bool LooksLikeValue(ByteRange file);
+
+/// Takes a file with one value apart.
+ValueFile ParseValue(ByteRange file);
+
+/// Takes a file of groups apart. What follows damage that hides where the next field begins is not looked at.
 GroupFile ParseGroups(ByteRange file);
 
 /// @return the group that begins at an offset of a file; nothing when none does.
@@ -69,6 +82,7 @@ std::vector<std::size_t> EntriesByName(ByteRange file, const Group& group);
 
 constexpr std::int32_t kStringType = 10;
 constexpr std::int32_t kBlockType = 11;
+constexpr std::int32_t kCharType = 12;
 
 /// @return "INT" and the like; "type 77" for a number that is no type.
 std::string TypeName(std::int32_t nType);

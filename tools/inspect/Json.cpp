@@ -24,10 +24,8 @@ void WriteText(JsonWriter& writer, std::string_view name, const ValueText& text)
     }
 }
 
-void Write(JsonWriter& writer, const Entry& entry) {
+void WriteValue(JsonWriter& writer, const Entry& entry) {
     const ValueText text(entry);
-    writer.BeginObject();
-    writer.Text("name", entry.name);
     writer.Text("type", TypeName(entry.nType));
     writer.Scalar("offset", Number(entry.nOffset));
     writer.Scalar("bytes", Number(entry.bytes.nSize));
@@ -37,6 +35,19 @@ void Write(JsonWriter& writer, const Entry& entry) {
         writer.Scalar("value", ScalarJson(entry));
     }
     WriteText(writer, "text", text);
+}
+
+void Write(JsonWriter& writer, const Entry& entry) {
+    writer.BeginObject();
+    writer.Text("name", entry.name);
+    WriteValue(writer, entry);
+    writer.EndObject();
+}
+
+void Write(JsonWriter& writer, const ValueFile& file) {
+    writer.Key("value");
+    writer.BeginObject();
+    WriteValue(writer, file.value);
     writer.EndObject();
 }
 

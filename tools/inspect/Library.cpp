@@ -157,6 +157,16 @@ void CompareWithLibrary(GroupFile& groups) {
     });
 }
 
+void CompareWithLibrary(ByteRange file, ValueFile& value) {
+    const LoadingArchive loading(file);
+    const TnRobotPtr<ITnRobotDataValue> loaded = tn::MakeIntData(0);  // of any type: loading replaces it
+    if (loaded->Serialize(loading.archive.get()) != 1 ||
+        loading.memory->GetPos() != static_cast<long long>(value.value.nEnd) ||
+        static_cast<std::int32_t>(loaded->GetDataValueType()) != value.value.nType) {
+        value.problems.Damage(0, "the library does not load this value");
+    }
+}
+
 void CompareWithLibrary(ByteRange file, ObjectTables& tables) {
     const LoadingArchive loading(file);
     if (loading.archive->ReadMapHeader() != 1 ||

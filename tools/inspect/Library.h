@@ -23,6 +23,9 @@ TnRobotPtr<ITnRobotDataValue> MakeScalar(const Entry& entry);
 /// groups are loaded part by part, so that the library holds few values at a time.
 void CompareWithLibrary(GroupFile& groups);
 
+/// Lets the library load the value, and adds damage where it does not get as far.
+void CompareWithLibrary(ByteRange file, ValueFile& value);
+
 /// Lets the library read the tables, and adds damage where it does not get as far.
 void CompareWithLibrary(ByteRange file, ObjectTables& tables);
 

@@ -16,6 +16,10 @@ Facts FactsOf(const GroupFile& file) {
     return {{"groups", std::to_string(file.nGroups)}, {"entries", std::to_string(file.nEntries)}};
 }
 
+Facts FactsOf(const ValueFile& file) {
+    return {{"type", TypeName(file.value.nType)}, {"value bytes", std::to_string(file.value.bytes.nSize)}};
+}
+
 std::string RecordText(const FirstRecord& record) {
     if (!record.bPresent) {
         return "null";
@@ -57,7 +61,12 @@ Facts FactsOf(const Document& document) {
 }
 
 std::string Condition(const Document& document, const Style& style) {
-    return document.IsDamaged() ? style.Bad("damaged") : style.Good("good");
+    if (document.IsDamaged()) {
+        return style.Bad("damaged");
+    }
+    const auto* pTables = std::get_if<ObjectTables>(&document.content);
+    const bool bObjects = pTables != nullptr && pTables->data.nSize != 0;
+    return bObjects ? style.Good("tables good") + ", objects not checked" : style.Good("good");
 }
 
 void PrintProblems(const Document& document, const Style& style) {

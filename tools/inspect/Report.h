@@ -15,7 +15,7 @@ using Facts = std::vector<std::pair<std::string, std::string>>;
 
 Facts FactsOf(const Document& document);
 
-/// @return "good" or "damaged", coloured.
+/// @return "good" or "damaged", coloured; of an archive what was looked at, too.
 std::string Condition(const Document& document, const Style& style);
 
 /// Prints one line for each problem.

@@ -72,6 +72,5 @@ nlohmann::json ScalarJson(const Entry& entry) {
 }
 
 bool IsTextInJson(const Entry& entry) {
-    constexpr std::int32_t kCharType = 12;
     return entry.bReadable && (entry.nType == kStringType || entry.nType == kBlockType || entry.nType == kCharType);
 }

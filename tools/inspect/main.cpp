@@ -30,7 +30,7 @@ struct Arguments {
 void AddCommon(CLI::App& command, Arguments& arguments, bool bWithKind) {
     if (bWithKind) {
         command.add_option("--kind", arguments.common.reading.strKind, "What the file is; by content when not given")
-            ->check(CLI::IsMember({"group", "archive", "bmp", "jpeg"}));
+            ->check(CLI::IsMember({"group", "value", "archive", "bmp", "jpeg"}));
     }
     constexpr int kMostMiB = 1024 * 1024;
     command
@@ -83,8 +83,8 @@ CLI::App* AddConvert(CLI::App& app, Arguments& arguments) {
 
 int Run(int nArguments, char** ppszArguments) {
     CLI::App app(
-        "Shows what saved files of TnRobotKernel hold: value groups, archives that begin with a map\n"
-        "header, BMP and JPEG pictures.");
+        "Shows what saved files of TnRobotKernel hold: value groups, a value of its own, archives that begin\n"
+        "with a map header, BMP and JPEG pictures.");
     Arguments arguments;
     app.name("tnrobot-inspect");
     app.footer(kExitCodes);
