@@ -8,6 +8,7 @@
 #include "TnRobotKernel/make.h"
 #include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/tn/cancel.h"
+#include "TnRobotKernel/tn/durability.h"
 #include "TnRobotKernel/tn/error.h"
 #include "TnRobotKernel/tn/for_each.h"
 #include "TnRobotKernel/tn/groups.h"
