@@ -524,7 +524,9 @@ TEST_F(ReplacedFile, TheDiskIsWaitedForUnlessFlushingIsEnough) {
         const char* lpszHow;
         std::size_t nSyncs;
     };
-    for (const Case& entry : {Case{"", 2}, Case{"flushed", 0}, Case{"graph", 2}, Case{"flushed-graph", 0}}) {
+    constexpr Case kCases[] = {{"", 2},       {"flushed", 0},       {"graph", 2}, {"flushed graph", 0},
+                               {"groups", 2}, {"flushed groups", 0}};
+    for (const Case& entry : kCases) {
         SCOPED_TRACE(entry.lpszHow);
         ASSERT_TRUE(Save("a", 1));
         const ChildResult result = Traced({"-o", Path("calls"), "-e", "trace=fsync,fdatasync,sync,syncfs,/rename",

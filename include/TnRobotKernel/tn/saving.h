@@ -2,7 +2,7 @@
 /// Keeps an object, such as a value or a group, in a file of its own: SaveTo and LoadFrom.
 ///
 /// A file is replaced as a whole or not at all, and one that was not read as a whole counts as not loaded.
-/// Objects that write other objects are for tn/objects.h.
+/// Objects that write other objects are for tn/objects.h, several in one file for tn/group_files.h.
 ///
 /// Threads: different files are independent. Several savers of one file leave that of the last one;
 ///          loaders beside them have one or the other, whole.
@@ -221,6 +221,18 @@ inline std::error_code Save(const char* lpszPath, ITnRobotSerialize& object, Dur
     return failed ? failed : file.Commit(eDurability);
 }
 
+// Reads an object from where the file stands, and leaves what follows. The archive is attached to it.
+inline std::error_code Fetch(LoadingArchive& loading, ITnRobotFile& file, ITnRobotSerialize& object) {
+    const bool bLoaded = object.Serialize(&loading) == 1;
+    if (file.GetPos() == -1) {
+        return errc::file_incomplete;
+    }
+    if (!bLoaded) {
+        return errc::object_refused;
+    }
+    return loading.AreValuesWhole() ? std::error_code() : errc::file_damaged;
+}
+
 inline std::error_code Load(const char* lpszPath, ITnRobotSerialize& object) {
     TnRobotPtr<ITnRobotFile> file;
     const std::error_code opened = OpenToRead(lpszPath, file);
@@ -230,11 +242,12 @@ inline std::error_code Load(const char* lpszPath, ITnRobotSerialize& object) {
     const TnRobotPtr<ITnRobotArchive> archive = NewArchive();
     archive->Attach(file.get(), false);
     const auto loading = MakeObject<LoadingArchive>(*archive, file.get(), object);
-    if (object.Serialize(loading.get()) != 1) {
-        return file->GetPos() == -1 ? errc::file_incomplete : errc::object_refused;
+    const std::error_code failed = Fetch(*loading, *file, object);
+    if (failed && failed != errc::file_damaged) {
+        return failed;
     }
     const std::error_code reason = CheckReadToItsEnd(*file);
-    return reason || loading->AreValuesWhole() ? reason : errc::file_damaged;
+    return reason ? reason : failed;
 }
 
 }  // namespace detail

@@ -11,6 +11,7 @@
 #include "TnRobotKernel/tn/durability.h"
 #include "TnRobotKernel/tn/error.h"
 #include "TnRobotKernel/tn/for_each.h"
+#include "TnRobotKernel/tn/group_files.h"
 #include "TnRobotKernel/tn/groups.h"
 #include "TnRobotKernel/tn/limited_pool.h"
 #include "TnRobotKernel/tn/objects.h"
