@@ -19,6 +19,7 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/group_files.h"
 #include "TnRobotKernel/tn/groups.h"
 #include "TnRobotKernel/tn/objects.h"
 #include "TnRobotKernel/tn/pictures.h"

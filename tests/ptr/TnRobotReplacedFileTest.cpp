@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -111,6 +112,16 @@ int AsNobody(const std::function<bool()>& work) {
 }
 
 constexpr const char* kStrace = "/usr/bin/strace";
+
+// How often a line of a text begins with another one.
+std::size_t LinesWith(const std::string& strText, const std::string& strBeginning) {
+    std::istringstream lines(strText);
+    std::size_t nLines = 0;
+    for (std::string strLine; std::getline(lines, strLine);) {
+        nLines += strLine.rfind(strBeginning, 0) == 0 ? 1 : 0;
+    }
+    return nLines;
+}
 
 // Runs a program under strace; the leak check of a sanitizer cannot do with another tracer.
 ChildResult Traced(const std::vector<std::string>& arguments) {
@@ -502,4 +513,42 @@ TEST_F(ReplacedFile, ACallThatFailsLeavesAWholeFileAndNoOther) {
         }
     }
     EXPECT_GE(nRefused, 3) << "a file and its directory that cannot be synchronised, a file that cannot be renamed";
+}
+
+// What is saved is waited for by default, and only then: the file and the directory that knows it.
+TEST_F(ReplacedFile, TheDiskIsWaitedForUnlessFlushingIsEnough) {
+    if (const std::string strReason = WhyNotTraced(); !strReason.empty()) {
+        GTEST_SKIP() << strReason;
+    }
+    struct Case {
+        const char* lpszHow;
+        std::size_t nSyncs;
+    };
+    constexpr Case kCases[] = {{"", 2},       {"flushed", 0},       {"graph", 2}, {"flushed graph", 0},
+                               {"groups", 2}, {"flushed groups", 0}};
+    for (const Case& entry : kCases) {
+        SCOPED_TRACE(entry.lpszHow);
+        ASSERT_TRUE(Save("a", 1));
+        const ChildResult result = Traced({"-o", Path("calls"), "-e", "trace=fsync,fdatasync,sync,syncfs,/rename",
+                                           TNROBOT_SAVE_PROBE, Path("a"), "2", entry.lpszHow});
+        ASSERT_EQ(result.nExitCode, 0);
+        const Bytes calls = ReadBytes(Path("calls"));
+        const std::string strCalls(calls.begin(), calls.end());
+        EXPECT_EQ(LinesWith(strCalls, "fsync"), entry.nSyncs) << strCalls;
+        EXPECT_EQ(LinesWith(strCalls, "rename"), 1U) << strCalls;
+        EXPECT_EQ(LinesWith(strCalls, ""), entry.nSyncs + 1) << strCalls;
+    }
+}
+
+TEST_F(ReplacedFile, WhatIsOnlyFlushedIsReplacedAsWholeToo) {
+    ASSERT_TRUE(Save("a", 1));
+    EXPECT_TRUE(tn::SaveTo(Path("a").c_str(), *Numbered(2), tn::Durability::kFlushed));
+    EXPECT_EQ(NumberIn(Path("a")), 2);
+    std::error_code ec = tn::errc::file_damaged;
+    EXPECT_TRUE(tn::SaveTo(Path("a").c_str(), *Numbered(3), tn::Durability::kFlushed, ec));
+    EXPECT_EQ(ec, std::error_code());
+    EXPECT_FALSE(tn::SaveTo(Path("no directory/a").c_str(), *Numbered(4), tn::Durability::kFlushed, ec));
+    EXPECT_EQ(ec, std::errc::no_such_file_or_directory);
+    EXPECT_EQ(NumberIn(Path("a")), 3);
+    ExpectNames({"a"});
 }

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "TnRobotKernel/make.h"
 #include "support/objects/Values.h"
 #include "tools/InspectProgram.h"
 
@@ -75,6 +76,28 @@ TEST_F(InspectGroups, SeveralGroupsFollowEachOther) {
                  "  5         INT        4         a     1\n"
                  "group 1 at 24: 0 entries, 5 bytes\n"
                  "  offset    type       bytes     name  value\n");
+}
+
+TEST_F(InspectGroups, FilesOfManyGroupsAreGoodAsTheyAreWritten) {
+    tn::GroupFileWriter writer((m_directory / "g.tnr").c_str());
+    for (int i = 0; i < 3; ++i) {
+        const auto group = tn::MakeValueDataGroup();
+        tn::Set(*group, "a", i);
+        ASSERT_TRUE(writer.Write(*group));
+    }
+    ASSERT_TRUE(writer.Save());
+    ExpectOutput({"verify", "g.tnr"}, 0, "g.tnr: good (value groups, 72 bytes)\n");
+    ExpectOutput({"dump", "g.tnr"}, 0,
+                 "g.tnr: value groups, 72 bytes, good\n"
+                 "group 0 at 0: 1 entries, 24 bytes\n"
+                 "  offset    type       bytes     name  value\n"
+                 "  5         INT        4         a     0\n"
+                 "group 1 at 24: 1 entries, 24 bytes\n"
+                 "  offset    type       bytes     name  value\n"
+                 "  29        INT        4         a     1\n"
+                 "group 2 at 48: 1 entries, 24 bytes\n"
+                 "  offset    type       bytes     name  value\n"
+                 "  53        INT        4         a     2\n");
 }
 
 TEST_F(InspectGroups, JsonHoldsTheSame) {

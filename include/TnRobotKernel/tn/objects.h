@@ -18,6 +18,7 @@
 #include "TnRobotKernel/tn/detail/GraphReader.h"
 #include "TnRobotKernel/tn/detail/GraphWriter.h"
 #include "TnRobotKernel/tn/detail/ReplacedFile.h"
+#include "TnRobotKernel/tn/durability.h"
 #include "TnRobotKernel/tn/error.h"
 #include "TnRobotKernel/tn/saving.h"
 
@@ -157,10 +158,11 @@ public:
     ITnRobotArchive& Archive() { return *m_writer; }
 
     /// Replaces a file by everything written so far, as SaveTo does.
-    /// @param[in] lpszPath  path.
-    /// @param[out] ec       why it was not saved; cleared on success.
+    /// @param[in] lpszPath     path.
+    /// @param[in] eDurability  what the new file has to survive.
+    /// @param[out] ec          why it was not saved; cleared on success.
     /// @return whether it was saved; false, with the old file untouched, when an object was not written.
-    bool Save(const char* lpszPath, std::error_code& ec) const {
+    bool Save(const char* lpszPath, Durability eDurability, std::error_code& ec) const {
         ec = m_writer->Reason();
         detail::ReplacedFile file;
         if (!ec) {
@@ -168,17 +170,24 @@ public:
         }
         if (!ec) {
             errno = 0;
-            ec = WriteTo(file.File()) ? file.Commit() : detail::ReplacedFile::WriteError();
+            ec = WriteTo(file.File()) ? file.Commit(eDurability) : detail::ReplacedFile::WriteError();
         }
         return !ec;
     }
 
-    /// Overload without the reason.
+    /// Overload that brings the file to the disk.
     /// @param[in] lpszPath  path.
+    /// @param[out] ec       why it was not saved; cleared on success.
     /// @return whether it was saved.
-    [[nodiscard]] bool Save(const char* lpszPath) const {
+    bool Save(const char* lpszPath, std::error_code& ec) const { return Save(lpszPath, Durability::kSynced, ec); }
+
+    /// Overload without the reason.
+    /// @param[in] lpszPath     path.
+    /// @param[in] eDurability  what the new file has to survive.
+    /// @return whether it was saved.
+    [[nodiscard]] bool Save(const char* lpszPath, Durability eDurability = Durability::kSynced) const {
         std::error_code ignored;
-        return Save(lpszPath, ignored);
+        return Save(lpszPath, eDurability, ignored);
     }
 
     /// Writes tables and objects to a file that the caller has opened, and that flushes later.
@@ -301,22 +310,34 @@ private:
 };
 
 /// Saves an object and all that it refers to, so that nothing is ever lost, as SaveTo does.
-/// @param[in] lpszPath  path.
-/// @param[in] root      borrowed for the call; its class must be ITnRobotSerialize and have a record.
-/// @param[out] ec       why it was not saved; cleared on success.
+/// @param[in] lpszPath     path.
+/// @param[in] root         borrowed for the call; its class must be ITnRobotSerialize and have a record.
+/// @param[in] eDurability  what the new file has to survive.
+/// @param[out] ec          why it was not saved; cleared on success.
 /// @return whether it was saved; otherwise the old file is untouched.
-inline bool SaveGraph(const char* lpszPath, CTnRobotObject& root, std::error_code& ec) {
+inline bool SaveGraph(const char* lpszPath, CTnRobotObject& root, Durability eDurability, std::error_code& ec) {
     ObjectWriter writer;
-    return writer.Write(&root, ec) && writer.Save(lpszPath, ec);
+    return writer.Write(&root, ec) && writer.Save(lpszPath, eDurability, ec);
+}
+
+/// Overload that brings the file to the disk.
+/// @param[in] lpszPath  path.
+/// @param[in] root      borrowed for the call.
+/// @param[out] ec       why it was not saved; cleared on success.
+/// @return whether it was saved.
+inline bool SaveGraph(const char* lpszPath, CTnRobotObject& root, std::error_code& ec) {
+    return SaveGraph(lpszPath, root, Durability::kSynced, ec);
 }
 
 /// Overload without the reason.
-/// @param[in] lpszPath  path.
-/// @param[in] root      borrowed for the call.
+/// @param[in] lpszPath     path.
+/// @param[in] root         borrowed for the call.
+/// @param[in] eDurability  what the new file has to survive.
 /// @return whether it was saved.
-[[nodiscard]] inline bool SaveGraph(const char* lpszPath, CTnRobotObject& root) {
+[[nodiscard]] inline bool SaveGraph(const char* lpszPath, CTnRobotObject& root,
+                                    Durability eDurability = Durability::kSynced) {
     std::error_code ignored;
-    return SaveGraph(lpszPath, root, ignored);
+    return SaveGraph(lpszPath, root, eDurability, ignored);
 }
 
 /// Loads an object and all that it refers to. The file must hold that and nothing else.

@@ -2,7 +2,7 @@
 /// Keeps an object, such as a value or a group, in a file of its own: SaveTo and LoadFrom.
 ///
 /// A file is replaced as a whole or not at all, and one that was not read as a whole counts as not loaded.
-/// Objects that write other objects are for tn/objects.h.
+/// Objects that write other objects are for tn/objects.h, several in one file for tn/group_files.h.
 ///
 /// Threads: different files are independent. Several savers of one file leave that of the last one;
 ///          loaders beside them have one or the other, whole.
@@ -18,6 +18,7 @@
 
 #include "TnRobotKernel/tn/detail/ForwardingArchive.h"
 #include "TnRobotKernel/tn/detail/ReplacedFile.h"
+#include "TnRobotKernel/tn/durability.h"
 #include "TnRobotKernel/tn/error.h"
 #include "TnRobotKernel/values.h"
 
@@ -196,7 +197,18 @@ inline std::error_code CheckReadToItsEnd(ITnRobotFile& file) {
     return file.Read(&chMore, 1) > 0 ? std::error_code(errc::file_has_more) : std::error_code();
 }
 
-inline std::error_code Save(const char* lpszPath, ITnRobotSerialize& object) {
+// Writes an object behind what the file has. The archive is attached to it.
+inline std::error_code Store(SavingArchive& saving, ITnRobotFile& file, ITnRobotSerialize& object) {
+    errno = 0;
+    const bool bSaved = object.Serialize(&saving) == 1;
+    if (saving.HasMetObject()) {
+        return errc::needs_a_graph;
+    }
+    const std::error_code failed = saving.FileError(file);
+    return failed || bSaved ? failed : errc::object_refused;
+}
+
+inline std::error_code Save(const char* lpszPath, ITnRobotSerialize& object, Durability eDurability) {
     ReplacedFile file;
     const std::error_code opened = file.Open(lpszPath);
     if (opened) {
@@ -205,16 +217,20 @@ inline std::error_code Save(const char* lpszPath, ITnRobotSerialize& object) {
     const TnRobotPtr<ITnRobotArchive> archive = NewArchive();
     archive->Attach(&file.File(), true);
     const auto saving = MakeObject<SavingArchive>(*archive, &file.File());
-    errno = 0;
-    const bool bSaved = object.Serialize(saving.get()) == 1;
-    if (saving->HasMetObject()) {
-        return errc::needs_a_graph;
+    const std::error_code failed = Store(*saving, file.File(), object);
+    return failed ? failed : file.Commit(eDurability);
+}
+
+// Reads an object from where the file stands, and leaves what follows. The archive is attached to it.
+inline std::error_code Fetch(LoadingArchive& loading, ITnRobotFile& file, ITnRobotSerialize& object) {
+    const bool bLoaded = object.Serialize(&loading) == 1;
+    if (file.GetPos() == -1) {
+        return errc::file_incomplete;
     }
-    const std::error_code failed = saving->FileError(file.File());
-    if (failed || !bSaved) {
-        return failed ? failed : errc::object_refused;
+    if (!bLoaded) {
+        return errc::object_refused;
     }
-    return file.Commit();
+    return loading.AreValuesWhole() ? std::error_code() : errc::file_damaged;
 }
 
 inline std::error_code Load(const char* lpszPath, ITnRobotSerialize& object) {
@@ -226,11 +242,12 @@ inline std::error_code Load(const char* lpszPath, ITnRobotSerialize& object) {
     const TnRobotPtr<ITnRobotArchive> archive = NewArchive();
     archive->Attach(file.get(), false);
     const auto loading = MakeObject<LoadingArchive>(*archive, file.get(), object);
-    if (object.Serialize(loading.get()) != 1) {
-        return file->GetPos() == -1 ? errc::file_incomplete : errc::object_refused;
+    const std::error_code failed = Fetch(*loading, *file, object);
+    if (failed && failed != errc::file_damaged) {
+        return failed;
     }
     const std::error_code reason = CheckReadToItsEnd(*file);
-    return reason || loading->AreValuesWhole() ? reason : errc::file_damaged;
+    return reason ? reason : failed;
 }
 
 }  // namespace detail
@@ -239,32 +256,44 @@ inline std::error_code Load(const char* lpszPath, ITnRobotSerialize& object) {
 /// @{
 
 /// Saves an object, such as a value or a group, to a file of its own, so that nothing is ever lost: the
-/// file is the old one or, when all of the new one has reached the disk, the new one.
+/// file is the old one or the new one as a whole.
 ///
 /// The new file is written beside the old one and takes its place, with its mode, its access list and,
 /// where the system permits it, its owner. So the directory must be writable too, and hard links to the old file keep
 /// it. A symbolic link stays one: what it leads to is replaced, or made where it is missing.
-/// @param[in] lpszPath  path; the current directory counts during the call.
-/// @param[in] object    borrowed for the call; its Serialize saves it, and its exceptions pass through.
-/// @param[out] ec       why it was not saved; cleared on success.
+/// @param[in] lpszPath     path; the current directory counts during the call.
+/// @param[in] object       borrowed for the call; its Serialize saves it, and its exceptions pass through.
+/// @param[in] eDurability  what the new file has to survive.
+/// @param[out] ec          why it was not saved; cleared on success.
 /// @return whether it was saved. Otherwise the old file is untouched and nothing else is left behind:
 ///         for a null path; where file or directory may not be written; at once for what is not a regular
 ///         file (directories, FIFOs, devices); for a result other than 1 of Serialize; when a write
 ///         fails, as on a full disk; and with errc::needs_a_graph for an object that uses
 ///         ITnRobotArchive::WriteObject, which SaveGraph saves. Only when the directory alone cannot be
 ///         synchronised the new file is there already.
-inline bool SaveTo(const char* lpszPath, ITnRobotSerialize& object, std::error_code& ec) {
-    ec = detail::Save(lpszPath, object);
+inline bool SaveTo(const char* lpszPath, ITnRobotSerialize& object, Durability eDurability, std::error_code& ec) {
+    ec = detail::Save(lpszPath, object, eDurability);
     return !ec;
 }
 
-/// Overload without the reason.
+/// Overload that brings the file to the disk.
 /// @param[in] lpszPath  path.
 /// @param[in] object    borrowed for the call.
+/// @param[out] ec       why it was not saved; cleared on success.
 /// @return whether it was saved.
-[[nodiscard]] inline bool SaveTo(const char* lpszPath, ITnRobotSerialize& object) {
+inline bool SaveTo(const char* lpszPath, ITnRobotSerialize& object, std::error_code& ec) {
+    return SaveTo(lpszPath, object, Durability::kSynced, ec);
+}
+
+/// Overload without the reason.
+/// @param[in] lpszPath     path.
+/// @param[in] object       borrowed for the call.
+/// @param[in] eDurability  what the new file has to survive.
+/// @return whether it was saved.
+[[nodiscard]] inline bool SaveTo(const char* lpszPath, ITnRobotSerialize& object,
+                                 Durability eDurability = Durability::kSynced) {
     std::error_code ignored;
-    return SaveTo(lpszPath, object, ignored);
+    return SaveTo(lpszPath, object, eDurability, ignored);
 }
 
 /// Loads an object, such as a value or a group, from a file of its own, and says whether all of the file

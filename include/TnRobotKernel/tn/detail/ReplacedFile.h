@@ -1,5 +1,5 @@
 /// @file
-/// Writes a file beside the one that it replaces. Used by tn/saving.h and tn/objects.h.
+/// Writes a file beside the one that it replaces. Used by what saves files.
 
 #ifndef TNROBOTKERNEL_TN_DETAIL_REPLACEDFILE_H_
 #define TNROBOTKERNEL_TN_DETAIL_REPLACEDFILE_H_
@@ -16,14 +16,15 @@
 #include "TnRobotKernel/memory.h"
 #include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/tn/detail/SavedPath.h"
+#include "TnRobotKernel/tn/durability.h"
 
 namespace tn::detail {
 
 // A file that becomes visible whole or not at all.
 //
 // It is written under a name of its own in the directory of the one that it replaces, and renamed when
-// all of it is on the disk. Whoever reads beside it has the old file or the new one, also when the writer
-// is killed; then alone the file with the other name is left behind.
+// all of it is on the disk, if that is waited for. Whoever reads beside it has the old file or the new one, also when
+// the writer is killed; then alone the file with the other name is left behind.
 //
 // A file that exists gives its mode, its access list and, as far as the system permits it, its owner and
 // group; until it has them the new one is for its writer only. A new file has what umask and directory
@@ -101,7 +102,8 @@ public:
 
     // Puts the file in its place. Whatever fails before that leaves the old one; where only the directory
     // cannot be synchronised, the new one is there.
-    std::error_code Commit() {
+    std::error_code Commit(Durability eDurability = Durability::kSynced) {
+        const bool bSync = eDurability != Durability::kFlushed;
         errno = 0;
         m_file->Flush();
         if (m_file->GetPos() == -1) {
@@ -109,12 +111,12 @@ public:
         }
         m_file->Close();
         std::error_code reason = TakeOverRights();
-        if (reason || fsync(m_nFile) != 0 || rename(m_strName.c_str(), m_target.Path().c_str()) != 0) {
+        if (reason || (bSync && fsync(m_nFile) != 0) || rename(m_strName.c_str(), m_target.Path().c_str()) != 0) {
             return reason ? reason : SystemError();
         }
         close(m_nFile);
         m_nFile = -1;
-        return SyncDirectory();
+        return bSync ? SyncDirectory() : std::error_code();
     }
 
     // Why the last write failed, as far as the system has said it.
