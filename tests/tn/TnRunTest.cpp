@@ -363,6 +363,31 @@ TEST_F(Run, ThrowsWhereThePoolHasNoTask) {
     EXPECT_EQ(nAlive, 0);
 }
 
+// Whoever cannot start a worker, and finds another thread starting one, must not rely on it: that start may
+// fail too, and then the job would wait for nobody.
+TEST_F(Run, ThrowsWhereTheStartItHopedForFailsToo) {
+    Gate gate;
+    const OpenAtEnd open(gate);
+    const auto pool = tn::MakeObject<LatePool>(gate);
+    const auto run = [&pool] {
+        try {
+            EXPECT_TRUE(tn::Run(*pool, [] {}).Wait(10s));
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code(), std::errc::resource_unavailable_try_again);
+        }
+    };
+    Caller first(run);
+    gate.AwaitArrival();
+    Caller second(run);
+    EXPECT_TRUE(second.AwaitBlocked());
+    gate.Open();
+    for (Caller* pCaller : {&first, &second}) {
+        EXPECT_TRUE(pCaller->AwaitReturn());
+        pCaller->Join();
+    }
+}
+
 TEST_F(Run, SurvivesManyCallersThatCancelThrowAndDrop) {
     constexpr int kThreads = 8;
     constexpr int kRounds = 60;

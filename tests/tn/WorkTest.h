@@ -82,6 +82,26 @@ private:
     std::atomic<int> m_nLeft;
 };
 
+/// A pool of the application's own that has no task either; whoever asks first hears it when a gate opens.
+class LatePool final : public ITnRobotTaskPool {
+public:
+    explicit LatePool(Gate& gate) : m_gate(gate) {}
+
+    bool CreateTask(ITnRobotTaskRunner* /*pRunner*/, ITnRobotTask** ppTask) override {
+        *ppTask = nullptr;
+        if (m_bFirst.exchange(false)) {
+            m_gate.Pass();
+        }
+        return false;
+    }
+    bool CreateTask(const std::function<void(ITnRobotEvent*)>& /*job*/) override { return false; }
+    unsigned int GetTaskCount() override { return 0; }
+
+private:
+    Gate& m_gate;
+    std::atomic<bool> m_bFirst{true};
+};
+
 }  // namespace tntest
 
 #endif  // TNROBOTKERNEL_TESTS_TN_WORKTEST_H_

@@ -267,7 +267,7 @@ template <typename Job>
     const unsigned int nMost = std::max(detail::kFewestRuns, detail::Processors());
     JobHandle handle(state);  // takes the job back when something is thrown
     const auto crew = detail::CrewRegistry::Here().CrewOf(pool);
-    crew->Post(pool, state, 1, nMost, [&state] { return !state->IsOver(); });
+    crew->Post(pool, state, nMost);
     return handle;
 }
 
