@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "TnRobotKernel/tn/work_queue.h"
 #include "support/threads/StartGate.h"
 #include "tn/WorkTest.h"
 
@@ -325,6 +326,27 @@ TEST_F(Run, TheNextJobFindsTheTaskOfTheLastOne) {
     EXPECT_LE(threads.size(), Most());
     tn::GiveBackTasks(Pool());
     EXPECT_LE(Pool().GetTaskCount(), Most());
+}
+
+// Their code may be in a library that is unloaded next.
+TEST_F(Run, TasksThatWereGivenBackKeepNoRunner) {
+    const auto pool = tn::MakeObject<WitnessPool>(Pool());
+    EXPECT_TRUE(tn::Run(*pool, [] {}).Wait());
+    {
+        tn::WorkQueue<int> queue(*pool, [](int) {}, {3, 3, {}});
+        EXPECT_TRUE(queue.Push(1));
+    }
+    tn::GiveBackTasks(*pool);
+    const unsigned int nTasks = Pool().GetTaskCount();
+    EXPECT_EQ(nTasks, 4U);
+    const auto runners = pool->Runners();
+    EXPECT_EQ(runners.size(), 4U);
+    for (const auto& runner : runners) {
+        runner->AddRef();
+        EXPECT_EQ(runner->Release(), 2);  // those of the witness and of the copy here
+    }
+    tn::GiveBackTasks(*pool);
+    EXPECT_EQ(Pool().GetTaskCount(), nTasks);
 }
 
 TEST_F(Run, JobsGoOnWhenThePoolGoesFirst) {

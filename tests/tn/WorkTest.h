@@ -82,6 +82,32 @@ private:
     std::atomic<int> m_nLeft;
 };
 
+/// A pool of the application's own in front of another one, which remembers the runners of its tasks.
+class WitnessPool final : public ITnRobotTaskPool {
+public:
+    explicit WitnessPool(ITnRobotTaskPool& pool) : m_pool(pool) {}
+
+    bool CreateTask(ITnRobotTaskRunner* pRunner, ITnRobotTask** ppTask) override {
+        if (pRunner != nullptr) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_runners.push_back(tn::Retain(pRunner));
+        }
+        return m_pool.CreateTask(pRunner, ppTask);
+    }
+    bool CreateTask(const std::function<void(ITnRobotEvent*)>& job) override { return m_pool.CreateTask(job); }
+    unsigned int GetTaskCount() override { return m_pool.GetTaskCount(); }
+
+    std::vector<TnRobotPtr<ITnRobotTaskRunner>> Runners() const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_runners;
+    }
+
+private:
+    ITnRobotTaskPool& m_pool;
+    mutable std::mutex m_mutex;
+    std::vector<TnRobotPtr<ITnRobotTaskRunner>> m_runners;  // guarded by m_mutex
+};
+
 /// A pool of the application's own that has no task either; whoever asks first hears it when a gate opens.
 class LatePool final : public ITnRobotTaskPool {
 public:
