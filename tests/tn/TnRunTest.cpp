@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "TnRobotKernel/tn/work_queue.h"
 #include "support/threads/StartGate.h"
 #include "tn/WorkTest.h"
 
@@ -327,6 +328,27 @@ TEST_F(Run, TheNextJobFindsTheTaskOfTheLastOne) {
     EXPECT_LE(Pool().GetTaskCount(), Most());
 }
 
+// Their code may be in a library that is unloaded next.
+TEST_F(Run, TasksThatWereGivenBackKeepNoRunner) {
+    const auto pool = tn::MakeObject<WitnessPool>(Pool());
+    EXPECT_TRUE(tn::Run(*pool, [] {}).Wait());
+    {
+        tn::WorkQueue<int> queue(*pool, [](int) {}, {3, 3, {}});
+        EXPECT_TRUE(queue.Push(1));
+    }
+    tn::GiveBackTasks(*pool);
+    const unsigned int nTasks = Pool().GetTaskCount();
+    EXPECT_EQ(nTasks, 4U);
+    const auto runners = pool->Runners();
+    EXPECT_EQ(runners.size(), 4U);
+    for (const auto& runner : runners) {
+        runner->AddRef();
+        EXPECT_EQ(runner->Release(), 2);  // those of the witness and of the copy here
+    }
+    tn::GiveBackTasks(*pool);
+    EXPECT_EQ(Pool().GetTaskCount(), nTasks);
+}
+
 TEST_F(Run, JobsGoOnWhenThePoolGoesFirst) {
     Gate gate;
     auto handle = tn::Run(Pool(), [&gate] { gate.Pass(); });
@@ -361,6 +383,31 @@ TEST_F(Run, ThrowsWhereThePoolHasNoTask) {
         EXPECT_EQ(error.code(), std::errc::resource_unavailable_try_again);
     }
     EXPECT_EQ(nAlive, 0);
+}
+
+// Whoever cannot start a worker, and finds another thread starting one, must not rely on it: that start may
+// fail too, and then the job would wait for nobody.
+TEST_F(Run, ThrowsWhereTheStartItHopedForFailsToo) {
+    Gate gate;
+    const OpenAtEnd open(gate);
+    const auto pool = tn::MakeObject<LatePool>(gate);
+    const auto run = [&pool] {
+        try {
+            EXPECT_TRUE(tn::Run(*pool, [] {}).Wait(10s));
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code(), std::errc::resource_unavailable_try_again);
+        }
+    };
+    Caller first(run);
+    gate.AwaitArrival();
+    Caller second(run);
+    EXPECT_TRUE(second.AwaitBlocked());
+    gate.Open();
+    for (Caller* pCaller : {&first, &second}) {
+        EXPECT_TRUE(pCaller->AwaitReturn());
+        pCaller->Join();
+    }
 }
 
 TEST_F(Run, SurvivesManyCallersThatCancelThrowAndDrop) {

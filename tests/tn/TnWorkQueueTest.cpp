@@ -119,6 +119,37 @@ TEST_F(WorkQueue, PushWaitsForRoom) {
     EXPECT_EQ(queue.Done(), (std::vector<int>{0, 1, 2, 3}));
 }
 
+// The room that somebody was woken for is the next one's when his item cannot be copied after all.
+TEST_F(WorkQueue, AnItemThatCannotBeCopiedLeavesItsRoomToTheNext) {
+    struct Item {
+        explicit Item(bool bFails) : m_bFails(bFails) {}
+        Item(const Item& other) : m_bFails(other.m_bFails) {
+            if (m_bFails) {
+                throw Trouble(1);
+            }
+        }
+        Item(Item&& other) noexcept : m_bFails(other.m_bFails) {}
+        const bool m_bFails;
+    };
+    Gate gate;
+    tn::WorkQueue<Item> queue(Pool(), [&gate](const Item&) { gate.Pass(); }, {1, 1, {}});
+    const OpenAtEnd open(gate);
+    EXPECT_TRUE(queue.Push(Item(false)));
+    gate.AwaitArrival();
+    EXPECT_TRUE(queue.Push(Item(false)));
+    const Item bad(true);
+    Caller failing([&] { EXPECT_THROW(queue.Push(bad), Trouble); });
+    EXPECT_TRUE(failing.AwaitBlocked());
+    Caller next([&] { EXPECT_TRUE(queue.Push(Item(false))); });
+    EXPECT_TRUE(next.AwaitBlocked());
+    gate.Open();
+    const bool bBothReturn = failing.AwaitReturn() && next.AwaitReturn();
+    EXPECT_TRUE(bBothReturn);
+    queue.Cancel();  // lets go who is left
+    failing.Join();
+    next.Join();
+}
+
 TEST_F(WorkQueue, PushGivesUpWhenItsTimeHasPassed) {
     HeldQueue queue(Pool(), 1, tn::AtEnd::kDrain);
     EXPECT_TRUE(queue->Push(1));
@@ -190,6 +221,26 @@ TEST_F(WorkQueue, DeliversTheFirstExceptionOfEachWaitAndGoesOn) {
     EXPECT_THROW(queue.Finish(), Trouble);
     EXPECT_TRUE(queue.Finish());
     EXPECT_EQ(queue.Failures(), 3U);
+}
+
+TEST_F(WorkQueue, WhatAnExceptionHoldsMayAskTheQueueWhenItGoes) {
+    struct Asking {
+        std::shared_ptr<int> m_held;
+    };
+    std::atomic<int> nAsked{0};
+    std::atomic<tn::WorkQueue<int>*> pQueue{nullptr};
+    const auto ask = [&](const int* pNumber) {
+        delete pNumber;
+        EXPECT_EQ(pQueue.load()->Waiting(), 0U);
+        ++nAsked;
+    };
+    tn::WorkQueue<int> queue(Pool(), [&](int) { throw Asking{std::shared_ptr<int>(new int(1), ask)}; }, {1, 1, {}});
+    pQueue = &queue;
+    EXPECT_TRUE(queue.Push(1));
+    EXPECT_TRUE(Eventually([&queue] { return queue.Failures() == 1; }));
+    EXPECT_TRUE(queue.Push(2));  // its exception is one that nobody will see
+    EXPECT_THROW(queue.Wait(), Asking);
+    EXPECT_EQ(nAsked, 2);
 }
 
 TEST_F(WorkQueue, FinishTakesNothingMoreAndDoesWhatItHas) {

@@ -82,6 +82,52 @@ private:
     std::atomic<int> m_nLeft;
 };
 
+/// A pool of the application's own in front of another one, which remembers the runners of its tasks.
+class WitnessPool final : public ITnRobotTaskPool {
+public:
+    explicit WitnessPool(ITnRobotTaskPool& pool) : m_pool(pool) {}
+
+    bool CreateTask(ITnRobotTaskRunner* pRunner, ITnRobotTask** ppTask) override {
+        if (pRunner != nullptr) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_runners.push_back(tn::Retain(pRunner));
+        }
+        return m_pool.CreateTask(pRunner, ppTask);
+    }
+    bool CreateTask(const std::function<void(ITnRobotEvent*)>& job) override { return m_pool.CreateTask(job); }
+    unsigned int GetTaskCount() override { return m_pool.GetTaskCount(); }
+
+    std::vector<TnRobotPtr<ITnRobotTaskRunner>> Runners() const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_runners;
+    }
+
+private:
+    ITnRobotTaskPool& m_pool;
+    mutable std::mutex m_mutex;
+    std::vector<TnRobotPtr<ITnRobotTaskRunner>> m_runners;  // guarded by m_mutex
+};
+
+/// A pool of the application's own that has no task either; whoever asks first hears it when a gate opens.
+class LatePool final : public ITnRobotTaskPool {
+public:
+    explicit LatePool(Gate& gate) : m_gate(gate) {}
+
+    bool CreateTask(ITnRobotTaskRunner* /*pRunner*/, ITnRobotTask** ppTask) override {
+        *ppTask = nullptr;
+        if (m_bFirst.exchange(false)) {
+            m_gate.Pass();
+        }
+        return false;
+    }
+    bool CreateTask(const std::function<void(ITnRobotEvent*)>& /*job*/) override { return false; }
+    unsigned int GetTaskCount() override { return 0; }
+
+private:
+    Gate& m_gate;
+    std::atomic<bool> m_bFirst{true};
+};
+
 }  // namespace tntest
 
 #endif  // TNROBOTKERNEL_TESTS_TN_WORKTEST_H_

@@ -143,7 +143,7 @@ inline bool RunLoop(ITnRobotTaskPool& pool, const std::shared_ptr<LoopBase>& loo
     try {
         if (nThreads > 1) {
             crew = CrewRegistry::Here().CrewOf(pool);
-            crew->Post(pool, loop, nThreads - 1, nThreads - 1, [&loop] { return loop->HasMore(); });
+            crew->Offer(pool, loop, nThreads - 1, nThreads - 1, [&loop] { return loop->HasMore(); });
         }
     } catch (...) {
         // With fewer hands: whoever has come already must find the loop in order.

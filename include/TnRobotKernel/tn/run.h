@@ -267,16 +267,21 @@ template <typename Job>
     const unsigned int nMost = std::max(detail::kFewestRuns, detail::Processors());
     JobHandle handle(state);  // takes the job back when something is thrown
     const auto crew = detail::CrewRegistry::Here().CrewOf(pool);
-    crew->Post(pool, state, 1, nMost, [&state] { return !state->IsOver(); });
+    crew->Post(pool, state, nMost);
     return handle;
 }
 
 /// Gives the tasks that wait for jobs of Run and ForEach back to their pool now, instead of after a
-/// second, and waits until they are back. Those at work stay, and go back when their jobs return. Worth a call before a
-/// library is unloaded that has used Run or ForEach.
+/// second, and waits until they are back. Those at work stay, and go back when their jobs return. Then it has
+/// all idle tasks of the pool let go of their last runners, which they otherwise keep until they are used again.
+///
+/// To be called, when nothing is at work and all WorkQueues have ended, before a library is unloaded that has
+/// used Run, ForEach or WorkQueue with a pool that stays: its code would still be called when the idle tasks
+/// are used again or destroyed.
 /// @param[in] pool  borrowed for the call.
 inline void GiveBackTasks(ITnRobotTaskPool& pool) {
     detail::CrewRegistry::Here().DismissIdle(pool);
+    detail::DropIdleRunners(pool);
 }
 
 /// @}

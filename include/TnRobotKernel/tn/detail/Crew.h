@@ -61,21 +61,35 @@ class Crew : public std::enable_shared_from_this<Crew> {
 public:
     // Adds an errand, as often as workers are to take it, and starts those that are missing. Their
     // starts take a millisecond each, so they end when the answer says that nobody is needed any more.
+    // The caller withdraws the errand in the end: it may be that nobody comes for it.
     //
     // nMost is how many workers the caller could do with: the crew stays as large as its largest.
+    // Throws what kept a worker from starting.
+    template <typename Answer>
+    void Offer(ITnRobotTaskPool& pool, const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost,
+               Answer isNeeded) {
+        Add(errand, nTimes, nMost);
+        StartMissing(pool, isNeeded);
+    }
+
+    // As Offer, once, for an errand that its owner leaves to the crew: when this returns, somebody has taken it
+    // or is sure to. A worker that another thread starts may fail to start, so it is not relied upon before
+    // it has begun.
     // Throws what kept a worker from starting, but only when there is nobody else: the errand is the caller's
     // again then.
-    template <typename Answer>
-    void Post(ITnRobotTaskPool& pool, const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost,
-              Answer isNeeded) {
-        Add(errand, nTimes, nMost);
-        try {
-            while (isNeeded() && NeedsWorker()) {
-                StartWorker(pool);
-            }
-        } catch (...) {
-            if (!HasTakers(*errand)) {
-                throw;
+    void Post(ITnRobotTaskPool& pool, const std::shared_ptr<Errand>& errand, unsigned int nMost) {
+        Add(errand, 1, nMost);
+        bool bHasTaker = false;
+        while (!bHasTaker) {
+            try {
+                StartMissing(pool, [&errand] { return !errand->IsOver(); });
+                bHasTaker = AwaitTaker(*errand);
+            } catch (...) {
+                bHasTaker = AwaitTaker(*errand);
+                if (!bHasTaker) {
+                    Withdraw(*errand);
+                    throw;
+                }
             }
         }
     }
@@ -83,7 +97,7 @@ public:
     // Takes an errand back from where it waits; those at work go on.
     void Withdraw(const Errand& errand) {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        WithdrawLocked(errand);
+        m_errands.erase(std::remove_if(m_errands.begin(), m_errands.end(), Is(errand)), m_errands.end());
     }
 
     // Sends the workers home that have nothing to do, and waits until they have gone. The others follow
@@ -105,16 +119,28 @@ public:
                 }
             }
             m_posted.notify_all();
+            m_begun.notify_all();
         }
     }
 
 private:
+    // Finds an errand where it waits.
+    class Is {
+    public:
+        explicit Is(const Errand& errand) : m_errand(errand) {}
+        bool operator()(const std::shared_ptr<Errand>& waiting) const { return waiting.get() == &m_errand; }
+
+    private:
+        const Errand& m_errand;
+    };
+
     struct Worker {
         // It waits, or will as soon as it has begun, or come back from an errand that others know to be over.
         bool HasNothingToDo() const { return task && (!errand || errand->IsOver()); }
 
         TnRobotPtr<ITnRobotTask> task;
         std::shared_ptr<Errand> errand;  // that it is at
+        bool bHasBegun = false;          // its task has really started
         bool bLeaves = false;            // does not wait for another one
     };
 
@@ -137,20 +163,27 @@ private:
         return m_errands.size() > static_cast<std::size_t>(nFree) && m_workers.size() < m_nMost;
     }
 
-    // @return false when an errand waits for nobody; it is taken back then. One that does not wait has been
-    // taken, by a worker that may have left since.
-    bool HasTakers(const Errand& errand) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return !m_workers.empty() || !WithdrawLocked(errand);
+    template <typename Answer>
+    void StartMissing(ITnRobotTaskPool& pool, Answer isNeeded) {
+        while (isNeeded() && NeedsWorker()) {
+            StartWorker(pool);
+        }
     }
 
-    // @return whether it waited.
-    bool WithdrawLocked(const Errand& errand) {
-        const auto isIt = [&errand](const std::shared_ptr<Errand>& waiting) { return waiting.get() == &errand; };
-        const auto end = std::remove_if(m_errands.begin(), m_errands.end(), isIt);
-        const bool bWaited = end != m_errands.end();
-        m_errands.erase(end, m_errands.end());
-        return bWaited;
+    // Waits until a worker has begun or all starts have failed. One that has begun does not leave while an
+    // errand waits. @return false when the errand waits for nobody.
+    bool AwaitTaker(const Errand& errand) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        const auto hasTaker = [this, &errand] {
+            return HasBegunLocked() || std::none_of(m_errands.begin(), m_errands.end(), Is(errand));
+        };
+        m_begun.wait(lock, [this, &hasTaker] { return hasTaker() || m_workers.empty(); });
+        return hasTaker();
+    }
+
+    bool HasBegunLocked() const {
+        return std::any_of(m_workers.begin(), m_workers.end(),
+                           [](const std::shared_ptr<Worker>& worker) { return worker->bHasBegun; });
     }
 
     void StartWorker(ITnRobotTaskPool& pool) {
@@ -192,6 +225,7 @@ private:
 
     TnRobotPtr<ITnRobotTask> StrikeLocked(Worker& worker) {
         m_workers.remove_if([&worker](const std::shared_ptr<Worker>& each) { return each.get() == &worker; });
+        m_begun.notify_all();  // it may have been the last that somebody hopes for
         return std::move(worker.task);
     }
 
@@ -202,6 +236,8 @@ private:
         TnRobotPtr<ITnRobotTask> own;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
+            me.bHasBegun = true;
+            m_begun.notify_all();
             while (AwaitErrand(lock, me)) {
                 me.errand = std::move(m_errands.front());
                 m_errands.pop_front();
@@ -227,7 +263,8 @@ private:
     }
 
     std::mutex m_mutex;
-    std::condition_variable m_posted;
+    std::condition_variable m_posted;               // there is an errand, or somebody is sent home
+    std::condition_variable m_begun;                // a worker has begun, or there is one less
     std::deque<std::shared_ptr<Errand>> m_errands;  // guarded by m_mutex
     std::list<std::shared_ptr<Worker>> m_workers;   // guarded by m_mutex, and what they point to
     unsigned int m_nMost = 0;                       // guarded by m_mutex

@@ -25,8 +25,8 @@ namespace tn::detail {
 // are not done; once m_bClosed nothing comes in any more; m_nPushing threads are blocked in Push, and
 // m_nWaiting in Wait.
 //
-// Lock order: m_mutex is innermost; no job is called and no item destroyed with it, but for items that are
-//             moved from.
+// Lock order: m_mutex is innermost; no job is called and no item or exception destroyed with it, but for
+//             items that are moved from.
 template <typename Item>
 class QueueState : public std::enable_shared_from_this<QueueState<Item>> {
     static_assert(std::is_nothrow_move_constructible_v<Item>, "Items of a WorkQueue must move without throwing");
@@ -51,7 +51,12 @@ public:
         if (m_bClosed) {
             return std::make_error_code(std::errc::operation_canceled);
         }
-        m_items.emplace_back(std::forward<Source>(item));
+        try {
+            m_items.emplace_back(std::forward<Source>(item));
+        } catch (...) {
+            m_room.notify_one();  // the room is another one's now, who was perhaps not woken for it
+            throw;
+        }
         if (m_nToWake > 0) {
             --m_nToWake;
             // Who is woken with the lock held would only wait for it. Without it this may be the last to go.
@@ -126,14 +131,8 @@ public:
         m_workers.push_back(std::this_thread::get_id());
         while (AwaitItem(lock)) {
             ++m_nAtWork;
-            std::exception_ptr failure = DoFirst(lock);
+            DoFirst(lock);
             --m_nAtWork;
-            if (failure) {
-                ++m_nFailures;
-                if (!m_failure) {
-                    m_failure = std::move(failure);
-                }
-            }
             if (m_items.empty() && m_nAtWork == 0) {
                 m_done.notify_all();
             }
@@ -182,8 +181,8 @@ private:
         return !m_items.empty();
     }
 
-    // The item is gone when it counts as done. @return what the job has thrown.
-    std::exception_ptr DoFirst(std::unique_lock<std::mutex>& lock) {
+    // The item, and what the job has thrown, is gone or stored when the item counts as done.
+    void DoFirst(std::unique_lock<std::mutex>& lock) {
         std::exception_ptr failure;
         {
             Item item(std::move(m_items.front()));
@@ -200,7 +199,21 @@ private:
             }
         }
         lock.lock();
-        return failure;
+        if (failure) {
+            Note(std::move(failure), lock);
+        }
+    }
+
+    // An exception that nobody will see is destroyed without the lock: it may hold what asks the queue.
+    void Note(std::exception_ptr failure, std::unique_lock<std::mutex>& lock) {
+        ++m_nFailures;
+        if (!m_failure) {
+            m_failure = std::move(failure);
+            return;
+        }
+        lock.unlock();
+        failure = nullptr;
+        lock.lock();
     }
 
     void CloseLocked() {

@@ -90,6 +90,17 @@ void StartWorkerTask(ITnRobotTaskPool& pool, std::function<void()> job, Keep kee
     }
 }
 
+// Has the idle tasks of a pool let go of their last runners, whose code goes with the library that it came
+// from. A pool hands out the task that has been idle longest, so each has its turn and their order stays.
+inline void DropIdleRunners(ITnRobotTaskPool& pool) {
+    for (unsigned int n = pool.GetTaskCount(); n > 0 && pool.GetTaskCount() > 0; --n) {
+        TnRobotPtr<ITnRobotTask> task;
+        if (!pool.CreateTask(nullptr, task.put()) || !task) {
+            return;
+        }
+    }
+}
+
 }  // namespace tn::detail
 
 #endif  // TNROBOTKERNEL_TN_DETAIL_TASKSTART_H_
