@@ -1,15 +1,19 @@
 #!/usr/bin/env bash
 # Builds the library and shows its main jobs on real input. This machine is sampled into a value
 # group, which is saved, read back by a second process and compared. Then pictures are inspected:
-# scripts/demo.sh [PICTURE...], .jpg or .bmp files; without any, the program draws its own. Where
-# GStreamer is installed (scripts/setup.sh camera), the frames of a test picture are inspected as they come.
+# scripts/demo.sh [--keep-bmp] [PICTURE...], .jpg or .bmp files; without any, the program draws its own.
+# Where GStreamer is installed (scripts/setup.sh camera), the frames of a test picture are inspected as they
+# come. BMP files are removed at the end, since each is 64 MiB larger than its picture: --keep-bmp leaves them.
+usage="usage: $0 [--keep-bmp] [PICTURE...]"
 pictures=()
+keep_bmp=false
 for picture in "$@"; do
     case "$picture" in
         -h | --help) break ;; # what every script does for it
-        -*) echo "there is no option $picture; usage: $0 [PICTURE...]" >&2; exit 2 ;;
+        --keep-bmp) keep_bmp=true; continue ;;
+        -*) echo "there is no option $picture; $usage" >&2; exit 2 ;;
     esac
-    [ -f "$picture" ] || { echo "there is no picture $picture; usage: $0 [PICTURE...]" >&2; exit 2; }
+    [ -f "$picture" ] || { echo "there is no picture $picture; $usage" >&2; exit 2; }
     pictures+=("$(realpath -- "$picture")") # before the directory changes
 done
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
@@ -33,6 +37,7 @@ trap 'rm -rf "$directory"' EXIT
 say "inspecting pictures"
 rm -rf "$output"
 "$root/build/demo/examples/inspection" "$output" "${pictures[@]}"
+$keep_bmp || rm -f "$output"/*.bmp
 
 camera="$root/build/demo/examples/camera"
 if [ -x "$camera" ]; then
