@@ -48,7 +48,9 @@ TEST(LiveObjectReport, NamesTheClassesOfWhatIsAliveAndChangesNothingElse) {
 // The list of live objects must not count as a reference to them.
 TEST(LiveObjectReport, DoesNotHideALostObjectFromLeakSanitizer) {
     const ChildResult result = EndWith("a lost file");
-    EXPECT_NE(result.output.find("TnRobotKernel: 1 object of CTnRobotMemFile still alive\n"), std::string::npos);
-    const bool bReported = result.output.find("LeakSanitizer") != std::string::npos;
+    const auto contains = [&](const char* lpszText) { return result.output.find(lpszText) != std::string::npos; };
+    const bool bReported = contains("LeakSanitizer");
     EXPECT_EQ(bReported, tnrobot::kHidesMemory) << result.output;
+    // The sanitizer may look first, and ends the process then.
+    EXPECT_TRUE(bReported || contains("TnRobotKernel: 1 object of CTnRobotMemFile still alive\n")) << result.output;
 }
