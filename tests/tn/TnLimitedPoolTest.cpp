@@ -124,6 +124,7 @@ TEST_F(LimitedPool, CountsInWholeUnits) {
     // A unit of nothing is one byte; the largest request there is does not overflow.
     const auto plain = Over(tn::MakeMemoryBlockPool(), ~0ULL, 0ms, 0);
     EXPECT_FALSE(tn::QueryMemBuff(*plain, 0xFFFFFFFFU));
+    EXPECT_EQ(plain->Counters().nHighWater, 0U);
     const auto huge = Over(tn::MakeMemoryBlockPool(), ~0ULL, 0ms, 0xFFFFFFFFU);
     EXPECT_TRUE(tn::QueryMemBuff(*huge, 10));
     EXPECT_EQ(huge->Counters().nHighWater, 0xFFFFFFFFULL);
@@ -140,6 +141,7 @@ TEST_F(LimitedPool, CountsNothingForABlockThatTheOtherDoesNotHave) {
     EXPECT_THROW(pool->QueryMemBuff(1000, block.put()), std::bad_alloc);
     EXPECT_EQ(pool->Counters().nLiveBytes, 0U);
     EXPECT_EQ(pool->Counters().nLiveBlocks, 0U);
+    EXPECT_EQ(pool->Counters().nHighWater, 0U);
     EXPECT_EQ(pool->Counters().nRefusals, 3U);
     EXPECT_EQ(pool->QueryMemBuff(1000, block.put()), 1);
     EXPECT_TRUE(block);

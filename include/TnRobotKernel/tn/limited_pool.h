@@ -57,21 +57,27 @@ public:
     ByteBudget(const ByteBudget&) = delete;
     ByteBudget& operator=(const ByteBudget&) = delete;
 
-    // Counts a request, and takes its bytes when there is room or some comes in time.
-    bool Take(unsigned long long nBytes) {
+    // Counts a request, and promises its bytes when there is room or some comes in time.
+    bool Promise(unsigned long long nBytes) {
         std::unique_lock<std::mutex> lock(m_mutex);
         ++m_counters.nRequests;
-        const bool bTaken = nBytes <= m_counters.nMostBytes && AwaitRoom(lock, nBytes);
-        if (!bTaken) {
+        if (nBytes > m_counters.nMostBytes || !AwaitRoom(lock, nBytes)) {
             ++m_counters.nRefusals;
             return false;
         }
+        m_nPromised += nBytes;
+        return true;
+    }
+
+    // There is a block that uses what was promised.
+    void Take(unsigned long long nBytes) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_nPromised -= nBytes;
         ++m_counters.nLiveBlocks;
         m_counters.nLiveBytes += nBytes;
         if (m_counters.nLiveBytes > m_counters.nHighWater) {
             m_counters.nHighWater = m_counters.nLiveBytes;
         }
-        return true;
     }
 
     void GiveBack(unsigned long long nBytes) {
@@ -81,11 +87,12 @@ public:
         WakeFirst();
     }
 
-    // For bytes that no block was got for.
+    // For promised bytes that no block was got for: they were never in use.
     void TakeBack(unsigned long long nBytes) {
-        GiveBack(nBytes);
         const std::lock_guard<std::mutex> lock(m_mutex);
+        m_nPromised -= nBytes;
         ++m_counters.nRefusals;
+        WakeFirst();
     }
 
     LimitedPoolCounters Counters() const {
@@ -113,7 +120,9 @@ private:
         return bRoom;
     }
 
-    bool Fits(unsigned long long nBytes) const { return nBytes <= m_counters.nMostBytes - m_counters.nLiveBytes; }
+    bool Fits(unsigned long long nBytes) const {
+        return nBytes <= m_counters.nMostBytes - m_counters.nLiveBytes - m_nPromised;
+    }
 
     void WakeFirst() {
         if (!m_waiting.empty()) {
@@ -123,8 +132,9 @@ private:
 
     const std::chrono::milliseconds m_wait;
     mutable std::mutex m_mutex;
-    Queue m_waiting;                 // guarded by m_mutex; the first asked first
-    LimitedPoolCounters m_counters;  // guarded by m_mutex
+    Queue m_waiting;                     // guarded by m_mutex; the first asked first
+    unsigned long long m_nPromised = 0;  // guarded by m_mutex; for those who ask the other pool at this moment
+    LimitedPoolCounters m_counters;      // guarded by m_mutex
 };
 
 // Asks a pool, and tells the reason of a refusal. @return the pool's answer.
@@ -138,9 +148,8 @@ public:
         : m_source(std::move(source)), m_budget(std::move(budget)), m_nBytes(nBytes) {}
     // The memory is back in its pool before its bytes can be had again.
     ~LimitedBlock() override {
-        const bool bUsed = static_cast<bool>(m_block);
         m_block.reset();
-        if (bUsed) {
+        if (m_bTaken) {
             m_budget->GiveBack(m_nBytes);
         } else {
             m_budget->TakeBack(m_nBytes);
@@ -155,16 +164,21 @@ public:
         if (nResult != 1) {
             m_block.reset();
         }
+        if (m_block) {
+            m_budget->Take(m_nBytes);
+            m_bTaken = true;
+        }
         return nResult;
     }
 
-    bool IsFilled() const { return static_cast<bool>(m_block); }
+    bool IsFilled() const { return m_bTaken; }
 
 private:
     TnRobotPtr<ITnRobotMemoryBlockPool> m_source;  // goes last: some pools take their blocks' memory along
     std::shared_ptr<ByteBudget> m_budget;
     TnRobotPtr<ITnRobotMemoryBlock> m_block;
     const unsigned long long m_nBytes;
+    bool m_bTaken = false;  // there was a block
 };
 
 }  // namespace detail
@@ -209,7 +223,7 @@ public:
             ec = std::make_error_code(std::errc::invalid_argument);
             return 0;
         }
-        if (!m_budget->Take(nBytes)) {
+        if (!m_budget->Promise(nBytes)) {
             ec = std::make_error_code(nBytes > m_budget->Counters().nMostBytes
                                           ? std::errc::value_too_large
                                           : std::errc::resource_unavailable_try_again);
@@ -239,7 +253,7 @@ private:
         return nUnits * m_nUnit;
     }
 
-    // From here on the bytes are the block's.
+    // From here on the promised bytes are the block's.
     TnRobotPtr<detail::LimitedBlock> Wrap(unsigned long long nBytes) {
         try {
             return MakeObject<detail::LimitedBlock>(m_source, m_budget, nBytes);
