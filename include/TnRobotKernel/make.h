@@ -17,8 +17,13 @@
 #ifndef TNROBOTKERNEL_MAKE_H_
 #define TNROBOTKERNEL_MAKE_H_
 
+#include <cstdint>
+#include <limits>
+#include <system_error>
+
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "TnRobotKernel/ptr.h"
+#include "TnRobotKernel/tn/error.h"
 #include "TnRobotKernel/tn/group_files.h"
 #include "TnRobotKernel/tn/groups.h"
 #include "TnRobotKernel/tn/objects.h"
@@ -49,6 +54,51 @@ TnRobotPtr<T> Create(int nSuccess, int (*pfnCreate)(Params...), Args... args) {
     TnRobotPtr<T> object;
     KeepIf(pfnCreate(args..., object.put()) == nSuccess, object);
     return object;
+}
+
+using SurfaceDesc = ITnRobotSurface::STnSurfaceDesc;
+
+// Why a pool has not given a surface: its description, or the pool.
+inline std::error_code WhyNoSurface(const SurfaceDesc& desc) noexcept {
+    constexpr std::int64_t kMostBytes = std::numeric_limits<unsigned int>::max();
+    const std::int64_t nRow = RowBytes(desc.eImageType, desc.nWidth);
+    if (desc.nWidth < 1 || desc.nHeight < 1) {
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    if (nRow == 0) {
+        return errc::format_not_supported;
+    }
+    return nRow <= kMostBytes / desc.nHeight ? errc::no_surface : errc::picture_too_large;
+}
+
+// Why a region was not cut out of a surface.
+inline std::error_code WhyNotClipped(ITnRobotSurfacePool* pPool, ITnRobotSurface* pSource, const STnNLROIRect& region) {
+    if (pPool == nullptr || pSource == nullptr) {
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    SurfaceDesc desc{};
+    pSource->GetSurfaceDesc(desc);
+    if (BytesPerPixel(desc.eImageType) == 0 || desc.eImageType == TN_IMAGE_BGRX32) {
+        return errc::format_not_supported;
+    }
+    const bool bColumns = region.left >= 0 && region.left < region.right && region.right <= desc.nWidth;
+    const bool bRows = region.top >= 0 && region.top < region.bottom && region.bottom <= desc.nHeight;
+    if (!bColumns || !bRows || !LockedPixels(*pSource)) {
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    return errc::no_surface;
+}
+
+// Why two surfaces were not joined: only ones of equal size and format are sure to fit together.
+inline std::error_code WhyNotPieced(ITnRobotSurfacePool* pPool, ITnRobotSurface* pFirst, ITnRobotSurface* pSecond) {
+    if (pPool == nullptr || pFirst == nullptr || pSecond == nullptr) {
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    const LockedPixels first(*pFirst);
+    const LockedPixels second(*pSecond);
+    const bool bAlike =
+        first.Width() == second.Width() && first.Height() == second.Height() && first.Type() == second.Type();
+    return first && second && bAlike ? errc::no_surface : std::make_error_code(std::errc::invalid_argument);
 }
 
 template <typename T>
@@ -250,6 +300,20 @@ TnRobotPtr<ITnRobotDataValue> CreateValue(int (*pfnCreate)(T, ITnRobotDataValue*
     return surface;
 }
 
+/// Overload with the reason.
+/// @param[in] pool  borrowed for the call.
+/// @param[in] desc  what is wanted; its nPitch is overwritten when the format is valid.
+/// @param[out] ec   cleared on success; std::errc::invalid_argument for a width or height below 1,
+///                  errc::format_not_supported for no format, errc::picture_too_large for one of 4 GiB or more,
+///                  errc::no_surface when the pool has none.
+/// @return the surface; empty on failure.
+inline TnRobotPtr<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const ITnRobotSurface::STnSurfaceDesc& desc,
+                                                std::error_code& ec) {
+    TnRobotPtr<ITnRobotSurface> surface = QuerySurface(pool, desc);
+    ec = surface ? std::error_code() : detail::WhyNoSurface(desc);
+    return surface;
+}
+
 /// @return a surface with a copy of the image, as TnRobotImageUtils::NlImage2Surface makes it.
 /// @param[in] image  borrowed for the call.
 /// @param[in] pPool  source of the surface; borrowed for the call.
@@ -272,6 +336,22 @@ TnRobotPtr<ITnRobotDataValue> CreateValue(int (*pfnCreate)(T, ITnRobotDataValue*
     return surface;
 }
 
+/// Overload with the reason.
+/// @param[in] pPool    source of the surface; borrowed for the call.
+/// @param[in] pSource  borrowed for the call.
+/// @param[in] region   pixels of the source, half open.
+/// @param[out] ec      cleared on success; std::errc::invalid_argument for null arguments, a region that is empty or
+/// not
+///                     inside the source, and a source without pixels; errc::format_not_supported for a format that
+///                     is not cut; errc::no_surface when the pool has none.
+/// @return the surface; empty on failure.
+inline TnRobotPtr<ITnRobotSurface> ClipImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pSource,
+                                             const STnNLROIRect& region, std::error_code& ec) {
+    TnRobotPtr<ITnRobotSurface> surface = ClipImage(pPool, pSource, region);
+    ec = surface ? std::error_code() : detail::WhyNotClipped(pPool, pSource, region);
+    return surface;
+}
+
 /// @return both images side by side, as TnRobotImageUtils::PieceImage joins them.
 /// @param[in] pPool    source of the surface; borrowed for the call.
 /// @param[in] pFirst   left image, borrowed for the call.
@@ -281,6 +361,21 @@ TnRobotPtr<ITnRobotDataValue> CreateValue(int (*pfnCreate)(T, ITnRobotDataValue*
     TnRobotPtr<ITnRobotSurface> surface;
     detail::KeepIf(TnRobotImageUtils::PieceImage(pPool, pFirst, pSecond, surface.put()) == detail::kOneIsSuccess,
                    surface);
+    return surface;
+}
+
+/// Overload with the reason.
+/// @param[in] pPool    source of the surface; borrowed for the call.
+/// @param[in] pFirst   left image, borrowed for the call.
+/// @param[in] pSecond  right image, borrowed for the call.
+/// @param[out] ec      cleared on success; std::errc::invalid_argument for null arguments, images without pixels, and
+///                     images of different size or format that were not joined; errc::no_surface when the pool has
+///                     none.
+/// @return the surface; empty on failure.
+inline TnRobotPtr<ITnRobotSurface> PieceImage(ITnRobotSurfacePool* pPool, ITnRobotSurface* pFirst,
+                                              ITnRobotSurface* pSecond, std::error_code& ec) {
+    TnRobotPtr<ITnRobotSurface> surface = PieceImage(pPool, pFirst, pSecond);
+    ec = surface ? std::error_code() : detail::WhyNotPieced(pPool, pFirst, pSecond);
     return surface;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <string>
 
 #include "support/fakes/TestBlocks.h"
@@ -221,6 +222,59 @@ TEST_F(MakeImages, PicturesAreClippedAndJoined) {
     EXPECT_TRUE(tn::NlImage2Surface(image, m_pool.get()));
     image.eImageType = TN_IMAGE_NONE;
     EXPECT_FALSE(tn::NlImage2Surface(image, m_pool.get()));
+}
+
+TEST_F(MakeImages, WhatIsNotGivenCutOrJoinedSaysWhy) {
+    const auto without = tn::MakeSurfacePool(nullptr);
+    const auto picture = Surface();
+    std::error_code ec = tn::errc::file_damaged;
+    EXPECT_TRUE(tn::QuerySurface(*m_pool, kColour, ec));
+    EXPECT_EQ(ec, std::error_code());
+    constexpr int kMost = std::numeric_limits<int>::max();
+    struct Case {
+        const char* lpszName;
+        Desc desc;
+        std::error_code reason;
+    };
+    const Case cases[] = {
+        {"no rows", {4, 0, 0, TN_IMAGE_BGR24, {}}, std::make_error_code(std::errc::invalid_argument)},
+        {"no columns", {-1, 4, 0, TN_IMAGE_BGR24, {}}, std::make_error_code(std::errc::invalid_argument)},
+        {"no format", {4, 4, 0, TN_IMAGE_NONE, {}}, tn::errc::format_not_supported},
+        {"too many rows", {4, kMost, 0, TN_IMAGE_BGR24, {}}, tn::errc::picture_too_large},
+        {"too many columns", {kMost, 1, 0, TN_IMAGE_BGR24, {}}, tn::errc::picture_too_large},
+    };
+    for (const Case& entry : cases) {
+        SCOPED_TRACE(entry.lpszName);
+        EXPECT_FALSE(tn::QuerySurface(*m_pool, entry.desc, ec));
+        EXPECT_EQ(ec, entry.reason) << ec.message();
+    }
+    EXPECT_FALSE(tn::QuerySurface(*without, kColour, ec));
+    EXPECT_EQ(ec, tn::errc::no_surface);
+
+    EXPECT_TRUE(tn::ClipImage(m_pool.get(), picture.get(), {1, 5, 1, 3}, ec));
+    EXPECT_EQ(ec, std::error_code());
+    for (const STnNLROIRect& region : {STnNLROIRect{1, 7, 1, 3}, STnNLROIRect{-1, 2, 1, 3}, STnNLROIRect{3, 3, 1, 3},
+                                       STnNLROIRect{1, 5, 3, 1}, STnNLROIRect{1, 5, 1, 1000}}) {
+        EXPECT_FALSE(tn::ClipImage(m_pool.get(), picture.get(), region, ec));
+        EXPECT_EQ(ec, std::errc::invalid_argument);
+    }
+    EXPECT_FALSE(tn::ClipImage(m_pool.get(), nullptr, {1, 5, 1, 3}, ec));
+    EXPECT_EQ(ec, std::errc::invalid_argument);
+    EXPECT_FALSE(tn::ClipImage(without.get(), picture.get(), {1, 5, 1, 3}, ec));
+    EXPECT_EQ(ec, tn::errc::no_surface);
+    const auto other = tn::QuerySurface(*m_pool, {4, 4, 0, TN_IMAGE_420, {}});
+    EXPECT_FALSE(tn::ClipImage(m_pool.get(), other.get(), {0, 2, 0, 2}, ec));
+    EXPECT_EQ(ec, tn::errc::format_not_supported);
+
+    EXPECT_TRUE(tn::PieceImage(m_pool.get(), picture.get(), picture.get(), ec));
+    EXPECT_EQ(ec, std::error_code());
+    EXPECT_FALSE(tn::PieceImage(m_pool.get(), picture.get(), nullptr, ec));
+    EXPECT_EQ(ec, std::errc::invalid_argument);
+    const auto small = tn::QuerySurface(*m_pool, {1, 1, 0, TN_IMAGE_BGR24, {}});
+    EXPECT_FALSE(tn::PieceImage(m_pool.get(), picture.get(), small.get(), ec));
+    EXPECT_EQ(ec, std::errc::invalid_argument);
+    EXPECT_FALSE(tn::PieceImage(without.get(), picture.get(), picture.get(), ec));
+    EXPECT_EQ(ec, tn::errc::no_surface);
 }
 
 TEST_F(MakeImages, PicturesAreSavedAndLoaded) {
