@@ -56,7 +56,7 @@ TEST_F(InspectValues, EveryTypeIsRecognised) {
         EXPECT_NE(Run({"dump", "v.tnr"}).output.find("  " + sample.strText + "\n"), std::string::npos)
             << sample.lpszName;
     }
-    for (const std::size_t nSize : {0, 8}) {
+    for (const std::size_t nSize : {std::size_t{0}, std::size_t{8}}) {
         Write("none.tnr", SavedValue(DATA_TYPE_NONE, Bytes(nSize, 0)));
         EXPECT_EQ(Run({"verify", "none.tnr"}).output.rfind("none.tnr: good (value, ", 0), 0U) << nSize;
     }
