@@ -69,6 +69,40 @@ private:
     bool m_bSaved = false;
 };
 
+class GroupsAreSavedAndLoaded : public SavingScenario {
+public:
+    GroupsAreSavedAndLoaded() { EXPECT_TRUE(tn::SaveTo(Path().c_str(), *Numbered(1))); }
+
+    bool Attempt() override {
+        tn::GroupFileWriter writer(Path().c_str());
+        m_bSaved = writer.Write(*m_new) && writer.Write(*m_new) && writer.Save();
+        return m_bSaved && CountGroups() == 2;
+    }
+
+    void Check(bool bDone) override {
+        EXPECT_TRUE(!bDone || m_bSaved);
+        ExpectNothingElse();
+        EXPECT_EQ(CountGroups(), m_bSaved ? 2 : 1);
+        m_bSaved = false;
+    }
+
+private:
+    // @return how many groups the file has; below 0 when they could not all be read.
+    int CountGroups() const {
+        tn::GroupFileReader reader(Path().c_str());
+        int nGroups = 0;
+        while (reader.ReadGroup()) {
+            ++nGroups;
+        }
+        // Memory that is missing must not pass for the end of the file.
+        EXPECT_TRUE(reader.Reason() != tn::errc::end_of_file || nGroups == (m_bSaved ? 2 : 1));
+        return reader.Reason() == tn::errc::end_of_file ? nGroups : -1;
+    }
+
+    const TnRobotPtr<ITnRobotDataValueGroup> m_new = Numbered(2);
+    bool m_bSaved = false;
+};
+
 class GraphIsSaved : public SavingScenario {
 public:
     GraphIsSaved() { EXPECT_TRUE(tn::SaveGraph(Path().c_str(), *Family(1))); }
@@ -117,6 +151,7 @@ private:
 
 INSTANTIATE_TEST_SUITE_P(Saving, AllocationFailure,
                          testing::Values(MakeCase<GroupIsSavedAndLoaded>("GroupIsSavedAndLoaded"),
+                                         MakeCase<GroupsAreSavedAndLoaded>("GroupsAreSavedAndLoaded"),
                                          MakeCase<GraphIsSaved>("GraphIsSaved"),
                                          MakeCase<GraphIsLoaded>("GraphIsLoaded")),
                          AllocationCaseName);

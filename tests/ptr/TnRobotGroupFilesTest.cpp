@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -150,6 +150,25 @@ TEST_F(GroupFiles, EveryCutIsToldFromTheEnd) {
         std::error_code ec;
         EXPECT_EQ(CountNumbered(ec), static_cast<int>(nBytes / nGroup));
         EXPECT_EQ(ec, nBytes % nGroup == 0 ? tn::errc::end_of_file : tn::errc::file_incomplete) << ec.message();
+    }
+}
+
+TEST_F(GroupFiles, AThousandChangesEndWithAReason) {
+    SaveNumbered(3);
+    const Bytes whole = ReadBytes(m_strPath);
+    std::mt19937 random(20261122);
+    for (int i = 0; i < 1000; ++i) {
+        Bytes changed = whole;
+        changed[random() % changed.size()] = static_cast<unsigned char>(random() % 3 == 0 ? random() : random() % 4);
+        WriteBytes(m_strPath, changed);
+        tn::GroupFileReader reader(m_strPath.c_str());
+        std::size_t nGroups = 0;
+        while (reader.ReadGroup()) {
+            ++nGroups;
+        }
+        EXPECT_TRUE(reader.Reason());
+        ASSERT_LE(nGroups, whole.size()) << "each takes at least a byte of the file";
+        EXPECT_TRUE(reader.Reason() != tn::errc::end_of_file || nGroups >= 1);
     }
 }
 
