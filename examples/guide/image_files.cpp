@@ -33,6 +33,9 @@ int main() {
     const auto blocks = tn::MakeMemoryBlockPool();
     const auto pool = tn::MakeSurfacePool(blocks.get());
     const auto picture = tn::QuerySurface(*pool, {64, 48, 0, TN_IMAGE_BGR24, {0, 0}});
+    if (!picture) {
+        return 1;
+    }
     Fill(*picture, 120);
 
     // [files]
