@@ -124,6 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSi
     const FuzzBudget budget(nSize);
     FuzzInput input(pData, nSize);
     const Group group = NewGroup();
+    Require(group != nullptr, "a group can be made");
     Entries entries;
     while (input.Left() != 0) {
         Step(input, *group, entries);

@@ -6,11 +6,6 @@
 
 namespace tnrobot {
 
-bool PixelLock::Holds(const RowLayout& rows, std::int64_t nSkip) const {
-    return m_pixels.Lock().pData != nullptr && nSkip >= 0 &&
-           rows.FitsInto(std::int64_t{m_pixels.Lock().nDataSize} - nSkip);
-}
-
 void PixelLock::ClearBehind(const RowLayout& rows) const {
     if (m_pixels.Lock().pData == nullptr) {
         return;

@@ -28,7 +28,10 @@ public:
     }
 
     /// @return whether such rows, nSkip bytes into the memory, lie in the surface.
-    bool Holds(const RowLayout& rows, std::int64_t nSkip = 0) const;
+    bool Holds(const RowLayout& rows, std::int64_t nSkip = 0) const {
+        return m_pixels.Lock().pData != nullptr && nSkip >= 0 &&
+               rows.FitsInto(std::int64_t{m_pixels.Lock().nDataSize} - nSkip);
+    }
 
     /// Zeroes what lies behind each row and behind the last one: recycled memory still shows what was
     /// there before. The rows must lie in the surface.

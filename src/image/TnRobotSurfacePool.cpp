@@ -27,7 +27,7 @@ TnRobotPtr<ITnRobotMemoryBlock> CTnRobotSurfaceEleAlloc::_QueryPixels(const ITnR
     }
     const unsigned int nSize = tnrobot::SurfaceSize(pDesc->nPitch, pDesc->nHeight);
     if (nSize != 0 && m_blockPool) {
-        block = tnrobot::QueryBlock(*m_blockPool.get(), nSize);
+        block = tnrobot::QueryBlock(*m_blockPool, nSize);
     }
     unsigned int nBlockSize = 0;
     if (block && (block->QueryMemory(nBlockSize) == nullptr || nBlockSize < nSize)) {
