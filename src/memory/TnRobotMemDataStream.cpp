@@ -58,7 +58,7 @@ bool CTnRobotMemDataStream::_QueryWriteBlock() {
     if (m_fullBlocks.size() == m_fullBlocks.capacity()) {
         m_fullBlocks.reserve(2 * m_fullBlocks.size() + 8);
     }
-    Block block = tnrobot::QueryBlock(*m_pool.get(), kBlockSize);
+    Block block = tnrobot::QueryBlock(*m_pool, kBlockSize);
     if (!block) {
         return false;
     }

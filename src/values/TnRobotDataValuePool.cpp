@@ -34,7 +34,7 @@ void Initialise(CTnRobotDataValue& value, const STnDataValueParam& param) {
 bool CTnRobotDataValueEleAlloc::AllocElement(void* pParam, ITnPoolElement** ppElement) {
     auto value = tn::Adopt(tnrobot::Watch(new CTnRobotDataValue));
     if (pParam != nullptr) {
-        Initialise(*value.get(), *static_cast<const STnDataValueParam*>(pParam));
+        Initialise(*value, *static_cast<const STnDataValueParam*>(pParam));
     }
     *ppElement = value.detach();
     return true;
