@@ -44,11 +44,12 @@ public:
     // @param[in] milliseconds  of each frame.
     void Report(benchmark::State& state, std::vector<double> milliseconds) const {
         const auto dFrames = static_cast<double>(milliseconds.size());
+        const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - m_start;
         state.counters["cpu_ms"] = (CpuMs() - m_dCpuMs) / dFrames;
         state.counters["heap_calls"] = static_cast<double>(bench::HeapCalls() - m_nHeapCalls) / dFrames;
         state.counters["page_faults"] = static_cast<double>(Faults() - m_nFaults) / dFrames;
         std::sort(milliseconds.begin(), milliseconds.end());
-        state.counters["frames"] = dFrames;
+        state.counters["frames_per_second"] = dFrames / passed.count();
         state.counters["p50_ms"] = milliseconds[(milliseconds.size() - 1) / 2];
         state.counters["p99_ms"] = milliseconds[(milliseconds.size() - 1) * 99 / 100];
     }
@@ -69,6 +70,7 @@ private:
     long m_nFaults;
     long long m_nHeapCalls;
     double m_dCpuMs;
+    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
 };
 
 // What a party has found in each of the different frames, and what it has made of them.

@@ -40,21 +40,28 @@ PAGE_PLOTS = {
 }
 # Counters of scaling cases, which have columns of their own.
 SCALING_FIELDS = {"elements", "peak_MiB"}
-# Those of a whole job, of one frame unless the unit says otherwise, and the heads of their columns. A case
-# whose parties count frames is one.
-JOB_COLUMNS = {
-    "p50_ms": "p50 ms", "p99_ms": "p99 ms", "cpu_ms": "CPU ms", "heap_calls": "Allocations",
-    "page_faults": "Page faults", "peak_MiB": "Peak MiB", "differs_by": "Differs by",
-}
-JOB_TEXTS = {
+# Cases that the page shows as tables of their own, a row for each party, and what it says about them.
+PAGE_TABLES = {
     "RegionsOfFrames": """300 frames of 1280 x 960, one after the other: a JPEG is decoded, twelve regions are cut out, mean,
 minimum and maximum of each are found on 4 workers, the named results are appended to a file, and the darkest
 and brightest region of every tenth frame are joined and encoded. `ours` shares the regions out by `tn::ForEach`,
 `ours_queue` by a `tn::WorkQueue`, `ours_alone` does them itself. `opencv` is obvious code (`clone`, `parallel_for_`),
 `opencv_kept` keeps all matrices. `floor` is by hand: TurboJPEG, threads with a queue, `memcpy`, `fwrite`, everything
-kept. "Differs by" is the largest difference of a mean from the first party's: 0 where all of them find the same.""",
+kept. CPU, allocations and page faults are of one frame. "Differs by" is the largest difference of a mean from the
+first party's: 0 where all of them find the same.""",
     "WholeFrames": """The same frames side by side: 4 workers of a `tn::WorkQueue`, each a whole frame, beside one worker;
 the floor's threads share nothing. Latencies are those of a frame on its worker.""",
+    "Startup": """A program loads a module with the library behind it (`dlopen`), makes a value and decodes a picture of
+64 x 64. Resident memory is what the process grows by, relocations and libraries are all that came with it.
+`limit_libjpeg` calls libjpeg directly, `limit_nothing` needs no library.""",
+}
+# The columns of these tables: the counters that their parties have.
+PAGE_COLUMNS = {
+    "frames_per_second": "Frames/s", "p50_ms": "p50 ms", "p99_ms": "p99 ms", "cpu_ms": "CPU ms",
+    "heap_calls": "Allocations", "page_faults": "Page faults", "peak_MiB": "Peak MiB", "differs_by": "Differs by",
+    "value_us": "First value µs", "picture_us": "First picture µs", "file_KiB": "Files KiB",
+    "resident_KiB": "Resident KiB", "above_libjpeg_KiB": "Above libjpeg's", "relocations": "Relocations",
+    "libraries": "Libraries",
 }
 
 
@@ -135,8 +142,8 @@ class Program:
     def counter(self, case, party, name):
         return statistics.median(self.counters[case, party][name])
 
-    def job_cases(self):
-        return [case for case in self.cases() if "frames" in self.counters.get((case, OURS), {})]
+    def page_tables(self):
+        return [case for case in self.cases() if case in PAGE_TABLES]
 
     def table_cases(self):
         return [case for case in self.cases() if not case.startswith(SCALING)]
@@ -409,27 +416,26 @@ def page_rows(program, targets):
     return rows
 
 
-def job_rows(program, case):
-    rows = []
-    for party in program.parties(case):
-        counters = program.counters[case, party]
-        seconds = program.median_time(case, party) / 1e9
-        rows.append([party, number(program.counter(case, party, "frames") / seconds)])
-        for name in JOB_COLUMNS:
-            # Pools of earlier repetitions are still there in later ones.
-            value = max(counters[name]) if name == "peak_MiB" else statistics.median(counters.get(name, [0]))
-            rows[-1].append(number(value) if name in counters else "")
-    return rows
+def party_cell(program, case, party, name):
+    values = program.counters[case, party].get(name)
+    if values is None:
+        return ""
+    # Pools of earlier repetitions are still there in later ones.
+    return number(max(values) if name == "peak_MiB" else statistics.median(values))
 
 
-def job_section(programs):
+def page_tables(programs):
     lines = []
     for program in programs.values():
-        if program.job_cases():
+        if program.page_tables():
             lines += [f"## {program.title}", ""]
-        for case in program.job_cases():
-            lines += [JOB_TEXTS.get(case, case), ""]
-            lines += table([case, "Frames/s", *JOB_COLUMNS.values()], job_rows(program, case))
+        for case in program.page_tables():
+            parties = program.parties(case)
+            known = set().union(*(program.counters[case, party] for party in parties))
+            names = [name for name in PAGE_COLUMNS if name in known]
+            rows = [[party] + [party_cell(program, case, party, name) for name in names] for party in parties]
+            lines += [PAGE_TABLES[case], ""]
+            lines += table([case] + [PAGE_COLUMNS[name] for name in names], rows)
     return lines
 
 
@@ -453,7 +459,7 @@ def page(programs, compilers, targets):
               f"beside {', '.join(peers)}.", ""]
     lines += table(["Area", "Case", "Ours", "Ratio to others, or counter, and its target"],
                    [row for program in programs.values() for row in page_rows(program, targets)])
-    lines += job_section(programs)
+    lines += page_tables(programs)
     lines += ["## What was missed, and why", ""]
     lines += [f"- {text}" for text in targets.missed] or ["Nothing."]
     lines += ["", "## How it grows", ""]
