@@ -50,6 +50,24 @@ TEST_F(ForEach, WorksSideBySideWithTheCaller) {
     EXPECT_EQ(std::count(threads.begin(), threads.end(), std::this_thread::get_id()), 1);
 }
 
+// After short loops a caller wakes one helper only, and the helpers each other.
+TEST_F(ForEach, WorksSideBySideAfterShortLoops) {
+    constexpr int kThreads = 4;
+    std::atomic<StartGate*> pTogether{nullptr};
+    const auto job = [&pTogether](std::size_t) {
+        if (StartGate* pGate = pTogether) {
+            pGate->ArriveAndWait();
+        }
+    };
+    for (int nRound = 0; nRound < 20; ++nRound) {
+        pTogether = nullptr;
+        EXPECT_TRUE(tn::ForEach(Pool(), kThreads, job, Threads(kThreads)));
+        StartGate together(kThreads);  // nobody passes it alone
+        pTogether = &together;
+        EXPECT_TRUE(tn::ForEach(Pool(), kThreads, job, Threads(kThreads)));
+    }
+}
+
 TEST_F(ForEach, UsesNoMoreThreadsThanItMay) {
     std::mutex mutex;
     std::set<std::thread::id> threads;
@@ -134,7 +152,7 @@ TEST_F(ForEach, BeginsNothingMoreAfterAnExceptionAmongShortCalls) {
 TEST_F(ForEach, HoldsBackNoMoreThanAShortRun) {
     constexpr std::size_t kCalls = 100000;
     constexpr std::size_t kLongOne = 5000;
-    constexpr std::size_t kLongestRun = 8;
+    constexpr std::size_t kLongestRun = 16;
     std::atomic<std::size_t> nDone{0};
     std::atomic<bool> bRestDone{false};
     const auto restIsDone = [&] { return nDone >= kCalls - kLongestRun; };

@@ -39,7 +39,7 @@ class LoopBase : public Errand {
 public:
     LoopBase(std::size_t nCount, unsigned int nThreads, std::chrono::milliseconds limit)
         : m_nCount(nCount),
-          m_nThreads(nThreads),
+          m_nThreads(std::max(1U, nThreads)),
           m_cancel(std::make_shared<CancelState>(After(limit))),
           m_token(m_cancel) {}
 
@@ -59,17 +59,25 @@ public:
     void Turn() noexcept {
         std::size_t nDone = 0;
         std::size_t nRun = 1;
-        Clock::time_point begun = Clock::now();
+        std::size_t nBehind = 0;  // the last run
+        int nRuns = 0;            // since the clock was looked at
+        Clock::time_point looked = Clock::now();
         for (std::size_t nFirst = TakeRun(nRun); nFirst < m_nCount; nFirst = TakeRun(nRun)) {
+            const bool bAlone = nFirst == nBehind;
             const std::size_t nTaken = std::min(nRun, m_nCount - nFirst);
             const std::size_t nTried = TryRun(nFirst, nTaken);
             nDone += nTried;
             if (nTried < nTaken) {
                 break;
             }
-            const Clock::time_point now = Clock::now();
-            nRun = NextRun(nRun, nFirst + nTaken, now - begun);
-            begun = now;
+            nBehind = nFirst + nTaken;
+            ++nRuns;
+            if (!bAlone) {  // nobody else wants the counter otherwise
+                const Clock::time_point now = Clock::now();
+                nRun = NextRun(nRun, m_nCount - nBehind, (now - looked) / nRuns);
+                looked = now;
+                nRuns = 0;
+            }
         }
         m_nDone += nDone;
     }
@@ -113,12 +121,13 @@ private:
     }
 
     // What comes may be longer than what was: a run stays short, and the last passes are shared one by one.
-    std::size_t NextRun(std::size_t nRun, std::size_t nTaken, Clock::duration time) const {
-        constexpr std::size_t kLongestRun = 8;
+    std::size_t NextRun(std::size_t nRun, std::size_t nLeft, Clock::duration time) const {
+        constexpr std::size_t kLongestRun = 16;
         constexpr std::chrono::microseconds kWorthTaking{1};
-        const std::size_t nShare = (m_nCount - nTaken) / (std::size_t{2} * std::max(1U, m_nThreads));
-        const std::size_t nWanted = time < kWorthTaking ? 2 * nRun : 1;
-        return std::max<std::size_t>(1, std::min({nWanted, kLongestRun, nShare}));
+        if (time >= kWorthTaking) {
+            return 1;
+        }
+        return std::max<std::size_t>(1, std::min({2 * nRun, kLongestRun, nLeft / (std::size_t{2} * m_nThreads)}));
     }
 
     bool TryPass(std::size_t nPass) {
@@ -188,13 +197,36 @@ private:
     Job& m_job;
 };
 
+// How many helpers the caller of a loop wakes itself: all of them at once, or only one where the last loop
+// with this job was over before a second one could have come. A guess that is wrong costs some ten
+// microseconds, for helpers wake each other.
+template <typename Job>
+class WakingGuess {
+public:
+    WakingGuess() = default;
+    WakingGuess(const WakingGuess&) = delete;
+    WakingGuess& operator=(const WakingGuess&) = delete;
+    ~WakingGuess() { s_bShort.store(Clock::now() - m_begun < kShort, std::memory_order_relaxed); }
+
+    unsigned int Helpers(unsigned int nThreads) const {
+        return s_bShort.load(std::memory_order_relaxed) ? std::min(1U, nThreads - 1) : nThreads - 1;
+    }
+
+private:
+    static constexpr std::chrono::microseconds kShort{50};
+    static inline std::atomic<bool> s_bShort{false};
+
+    const Clock::time_point m_begun = Clock::now();
+};
+
 // The caller works too: alone when nobody can be had, and until the others have come.
-inline bool RunLoop(ITnRobotTaskPool& pool, const std::shared_ptr<LoopBase>& loop, unsigned int nThreads) {
+inline bool RunLoop(ITnRobotTaskPool& pool, const std::shared_ptr<LoopBase>& loop, unsigned int nThreads,
+                    unsigned int nAwake) {
     std::shared_ptr<Crew> crew;
     try {
         if (nThreads > 1) {
             crew = CrewRegistry::Here().CrewOf(pool);
-            crew->Offer(pool, loop, nThreads - 1, nThreads - 1, [&loop] { return loop->HasMore(); });
+            crew->Offer(pool, loop, nThreads - 1, nAwake, [&loop] { return loop->HasMore(); });
         }
     } catch (...) {
         // With fewer hands: whoever has come already must find the loop in order.
@@ -213,7 +245,7 @@ inline bool RunLoop(ITnRobotTaskPool& pool, const std::shared_ptr<LoopBase>& loo
 
 /// Calls a job once for each number from 0 to nCount - 1, side by side on tasks of the pool and on the
 /// calling thread, and returns when all calls have. Numbers are taken in their order: one by one, or up to
-/// eight at a time where calls take less than a microsecond.
+/// sixteen at a time where calls take less than a microsecond. So a call must not wait for a later one.
 ///
 /// The first call for a pool starts its tasks, about a millisecond each. They wait a second for the next
 /// call, also one from another thread, and join it within microseconds; the caller never waits for a task
@@ -238,7 +270,8 @@ bool ForEach(ITnRobotTaskPool& pool, std::size_t nCount, Job&& job, const ForEac
     const auto nThreads = static_cast<unsigned int>(std::min<std::size_t>({nWanted, nCount, detail::kMostWorkers + 1}));
     const std::shared_ptr<detail::LoopBase> loop =
         std::make_shared<detail::Loop<Function>>(nCount, nThreads, options.limit, job);
-    if (!detail::RunLoop(pool, loop, nThreads)) {
+    const detail::WakingGuess<Function> guess;
+    if (!detail::RunLoop(pool, loop, nThreads, guess.Helpers(std::max(1U, nThreads)))) {
         ec = std::make_error_code(std::errc::timed_out);
     }
     return !ec;
