@@ -12,6 +12,7 @@
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -145,6 +146,14 @@ void RegisterScaling(const std::string& strCase, const std::string& strParty, lo
              });
 }
 
+/// @return processors that this process may use, which can be fewer than there are.
+inline int Cores() {
+    cpu_set_t cores;
+    CPU_ZERO(&cores);
+    Require(sched_getaffinity(0, sizeof(cores), &cores) == 0, "the processors are not known");
+    return CPU_COUNT(&cores);
+}
+
 /// A benchmark program from its arguments to its results.
 class Program {
 public:
@@ -157,6 +166,7 @@ public:
         m_arguments.erase(end, m_arguments.end());
         benchmark::AddCustomContext("area", lpszArea);
         benchmark::AddCustomContext("title", lpszTitle);
+        benchmark::AddCustomContext("cores", std::to_string(Cores()));
     }
 
     /// @return whether every case is only to be shown to work: large ones are left out.

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures the library beside its peers: scripts/bench.sh [AREA] [--quick], where an area is memory,
-# values, archive, image, concurrency, work, utils or ptr, and all of them without one.
+# values, archive, image, concurrency, work, pipeline, startup, utils or ptr, and all of them without one.
 #
 # Results are kept in build/bench/results. As soon as every area has some, the whole report and its plots
 # are written to build/bench/report, and what is worth keeping of it to docs/performance.md and docs/plots;
@@ -9,7 +9,7 @@
 # never an error: timings depend on the machine.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 
-areas=(memory values archive image concurrency work utils ptr)
+areas=(memory values archive image concurrency work pipeline startup utils ptr)
 area=""
 quick=false
 for argument in "$@"; do

@@ -1,52 +1,16 @@
 // How often values and groups ask for heap memory, and how much a value takes. The times that this
 // program prints mean nothing: what counts are the counters.
 
-#include <dlfcn.h>
 #include <malloc.h>
 
-#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "BenchSupport.h"
+#include "HeapCalls.h"
 #include "values/MixedGroup.h"
-
-namespace {
-
-std::atomic<long long> g_nHeapCalls{0};  // relaxed: only the number counts, of calls by the measuring thread
-
-template <typename Function>
-Function* NextDefinition(const char* lpszName) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, lpszName));
-}
-
-}  // namespace
-
-// The program's own definitions stand before the C library's, for the library under test too:
-// operator new and realloc both end here.
-extern "C" {
-
-void* malloc(std::size_t nSize) {
-    static auto* const s_pfnNext = NextDefinition<void*(std::size_t)>("malloc");
-    g_nHeapCalls.fetch_add(1, std::memory_order_relaxed);
-    return s_pfnNext(nSize);
-}
-
-void* calloc(std::size_t nCount, std::size_t nSize) {
-    static auto* const s_pfnNext = NextDefinition<void*(std::size_t, std::size_t)>("calloc");
-    g_nHeapCalls.fetch_add(1, std::memory_order_relaxed);
-    return s_pfnNext(nCount, nSize);
-}
-
-void* realloc(void* pOld, std::size_t nSize) {
-    static auto* const s_pfnNext = NextDefinition<void*(void*, std::size_t)>("realloc");
-    g_nHeapCalls.fetch_add(1, std::memory_order_relaxed);
-    return s_pfnNext(pOld, nSize);
-}
-
-}  // extern "C"
 
 namespace {
 
@@ -56,9 +20,9 @@ double HeapCallsOf(benchmark::State& state, Operation operation) {
     operation();  // the first one may fill pools and buffers
     long long nCalls = 0;
     for (auto _ : state) {
-        const long long nBefore = g_nHeapCalls.load();
+        const long long nBefore = bench::HeapCalls();
         operation();
-        nCalls += g_nHeapCalls.load() - nBefore;
+        nCalls += bench::HeapCalls() - nBefore;
     }
     return static_cast<double>(nCalls) / static_cast<double>(state.iterations());
 }

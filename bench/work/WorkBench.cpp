@@ -3,6 +3,7 @@
 //
 // Work of a known length is spun, not slept: a sleeping thread would leave its processor to the others.
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <vector>
@@ -145,10 +146,11 @@ void PiecesLoop(benchmark::State& state) {
     }
 }
 
-// The pieces shared out without any hand-over.
+// The pieces shared out among as many threads as can run, without any hand-over.
 void IdealPieces(benchmark::State& state) {
+    const auto nAtOnce = std::min(static_cast<long>(kThreads), static_cast<long>(bench::Cores()));
     for (auto _ : state) {
-        Spin(kPiece * (kPieces / kThreads));
+        Spin(kPiece * static_cast<long>(kPieces) / nAtOnce);
     }
 }
 

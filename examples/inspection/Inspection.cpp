@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "BrightnessRunner.h"
+#include "Brightness.h"
 #include "Measurement.h"
 #include "Picture.h"
 #include "TestScene.h"

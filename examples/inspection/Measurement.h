@@ -9,11 +9,12 @@
 /// Brightness of one region, and how it was measured.
 struct Measurement {
     std::string strRegion;
-    double dMean = 0;           ///< 0 to 255
-    int nMinimum = 0;           ///< 0 to 255
-    int nMaximum = 0;           ///< 0 to 255
-    double dMs = 0;             ///< time that the measuring took, in milliseconds
-    bool bWithinLimit = false;  ///< finished before the limit for all regions had passed
+    double dMean = 0;  ///< 0 to 255
+    int nMinimum = 0;  ///< 0 to 255
+    int nMaximum = 0;  ///< 0 to 255
+    double dMs = 0;    ///< time that the measuring took, in milliseconds
+    bool bWithinLimit =
+        false;  ///< finished before the limit for all regions had passed; otherwise only its first rows count
 
     bool operator==(const Measurement& other) const;
 };

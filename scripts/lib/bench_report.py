@@ -40,6 +40,29 @@ PAGE_PLOTS = {
 }
 # Counters of scaling cases, which have columns of their own.
 SCALING_FIELDS = {"elements", "peak_MiB"}
+# Cases that the page shows as tables of their own, a row for each party, and what it says about them.
+PAGE_TABLES = {
+    "RegionsOfFrames": """300 frames of 1280 x 960, one after the other: a JPEG is decoded, twelve regions are cut out, mean,
+minimum and maximum of each are found on 4 workers, the named results are appended to a file, and the darkest
+and brightest region of every tenth frame are joined and encoded. `ours` shares the regions out by `tn::ForEach`,
+`ours_queue` by a `tn::WorkQueue`, `ours_alone` does them itself. `opencv` is obvious code (`clone`, `parallel_for_`),
+`opencv_kept` keeps all matrices. `floor` is by hand: TurboJPEG, threads with a queue, `memcpy`, `fwrite`, everything
+kept. CPU, allocations and page faults are of one frame. "Differs by" is the largest difference of a mean from the
+first party's: 0 where all of them find the same.""",
+    "WholeFrames": """The same frames side by side: 4 workers of a `tn::WorkQueue`, each a whole frame, beside one worker;
+the floor's threads share nothing. Latencies are those of a frame on its worker.""",
+    "Startup": """A program loads a module with the library behind it (`dlopen`), makes a value and decodes a picture of
+64 x 64. Resident memory is what the process grows by, relocations and libraries are all that came with it.
+`limit_libjpeg` calls libjpeg directly, `limit_nothing` needs no library.""",
+}
+# The columns of these tables: the counters that their parties have.
+PAGE_COLUMNS = {
+    "frames_per_second": "Frames/s", "p50_ms": "p50 ms", "p99_ms": "p99 ms", "cpu_ms": "CPU ms",
+    "heap_calls": "Allocations", "page_faults": "Page faults", "peak_MiB": "Peak MiB", "differs_by": "Differs by",
+    "value_us": "First value µs", "picture_us": "First picture µs", "file_KiB": "Files KiB",
+    "resident_KiB": "Resident KiB", "above_libjpeg_KiB": "Above libjpeg's", "relocations": "Relocations",
+    "libraries": "Libraries",
+}
 
 
 class ReportError(Exception):
@@ -53,6 +76,7 @@ class Program:
         self.title = title
         self.area = area
         self.date = ""
+        self.cores = os.cpu_count()
         self.peers_present = ""
         self.absent_peers = []
         self.order = {}  # (case, party) -> position in the program, which may have run them in any order
@@ -62,6 +86,7 @@ class Program:
 
     def add_context(self, context):
         self.date = max(self.date, context["date"])
+        self.cores = int(context.get("cores", self.cores))
         self.peers_present = context.get("peers", "")
         self.absent_peers = [peer.strip() for peer in context.get("absent_peers", "").split(";") if peer.strip()]
 
@@ -114,6 +139,12 @@ class Program:
         ours, theirs = self.times[case, OURS], self.times[case, peer]
         return [ours[i] / theirs[i] for i in sorted(set(ours) & set(theirs))]
 
+    def counter(self, case, party, name):
+        return statistics.median(self.counters[case, party][name])
+
+    def page_tables(self):
+        return [case for case in self.cases() if case in PAGE_TABLES]
+
     def table_cases(self):
         return [case for case in self.cases() if not case.startswith(SCALING)]
 
@@ -143,20 +174,40 @@ def split_name(name):
     return "/".join([parts[0]] + parts[2:]), parts[1]
 
 
-class Targets:
-    """The table of what must be reached; remembers which of it was compared with a result."""
+def limit_for(cores, at_most):
+    """A limit, or one for each number of cores: that of the next smaller number holds. -> None without one."""
+    if not isinstance(at_most, dict):
+        return at_most
+    known = [int(number) for number in at_most if int(number) <= cores]
+    return at_most[str(max(known))] if known else None
 
-    def __init__(self, path):
+
+def beside(counter, peer):
+    """How the ratio of a counter to a peer's is called."""
+    return f"{counter} beside {peer}"
+
+
+class Targets:
+    """The table of what must be reached; remembers which of it was compared with a result.
+
+    A limit may be a table of its own, from the number of cores to the limit."""
+
+    def __init__(self, path, cores):
         with open(path, encoding="utf-8") as file:
             areas = json.load(file)
         self.limits = {}
         self.reasons = {}
         self.areas = {}
         for area, tables in areas.items():
-            for kind, field in (("ratios", "peer"), ("counters", "counter"), ("scaling", "peer")):
-                for target in tables[kind]:
-                    key = (kind, target["case"], target[field])
-                    self.limits[key] = target["at_most"]
+            for kind, field in (("ratios", "peer"), ("counters", "counter"), ("scaling", "peer"),
+                                ("counter_ratios", "counter")):
+                for target in tables.get(kind, []):
+                    name = target[field] if kind != "counter_ratios" else beside(target["counter"], target["peer"])
+                    key = (kind, target["case"], name)
+                    limit = limit_for(cores, target["at_most"])
+                    if limit is None:
+                        continue
+                    self.limits[key] = limit
                     self.reasons[key] = target.get("floor", "")
                     self.areas[key] = area
         self.unused = set(self.limits)
@@ -181,7 +232,7 @@ class Targets:
         """-> targets that nothing was compared with, though nothing excuses it."""
         absent = {(kind, case, name) for kind, case, name in self.unused if kind != "counters"
                   for program in programs
-                  if program.area == self.areas[kind, case, name] and program.is_absent(name)}
+                  if program.area == self.areas[kind, case, name] and program.is_absent(name.split(" beside ")[-1])}
         return sorted("/".join(key) for key in self.unused - absent)
 
 
@@ -228,6 +279,24 @@ def counter_rows(program, targets):
     return rows
 
 
+def counter_ratio_rows(program, targets):
+    rows = []
+    for kind, case, name in list(targets.limits):
+        value = counter_ratio(program, case, name) if kind == "counter_ratios" else None
+        if value is not None:
+            rows.append([case, name, number(value)] + targets.cells(kind, case, name, value))
+    return rows
+
+
+def counter_ratio(program, case, name):
+    """-> None where one of the two was not measured."""
+    counter, _, peer = name.partition(" beside ")
+    if not all(counter in program.counters.get((case, party), {}) for party in (OURS, peer)):
+        return None
+    theirs = program.counter(case, peer, counter)
+    return program.counter(case, OURS, counter) / theirs if theirs > 0 else None
+
+
 def growth(values):
     """How much more one element costs at most than it did at some smaller size."""
     return max(value / min(values[: i + 1]) for i, value in enumerate(values))
@@ -268,7 +337,7 @@ def program_section(program, targets):
     rows = ratio_rows(program, targets)
     if rows:
         lines += table(["Case", "Ours", "Beside", "Its time", "Ratio", "Repetitions", "CPU", "Target", "Met"], rows)
-    rows = counter_rows(program, targets)
+    rows = counter_rows(program, targets) + counter_ratio_rows(program, targets)
     if rows:
         lines += table(["Case", "Counter", "Value", "Target", "Met"], rows)
     scaling = scaling_section(program, targets)
@@ -323,6 +392,8 @@ def target_cells(program, targets):
         limit = targets.limits[kind, case, name]
         if kind == "ratios" and (case, OURS) in program.times and (case, name) in program.times:
             value, label = program.ratio(case, name), name
+        elif kind == "counter_ratios" and counter_ratio(program, case, name) is not None:
+            value, label = counter_ratio(program, case, name), name
         elif kind == "counters" and name in program.counters.get((case, OURS), {}):
             value, label = statistics.median(program.counters[case, OURS][name]), name
         elif kind == "scaling" and case in program.scaling_cases():
@@ -345,6 +416,29 @@ def page_rows(program, targets):
     return rows
 
 
+def party_cell(program, case, party, name):
+    values = program.counters[case, party].get(name)
+    if values is None:
+        return ""
+    # Pools of earlier repetitions are still there in later ones.
+    return number(max(values) if name == "peak_MiB" else statistics.median(values))
+
+
+def page_tables(programs):
+    lines = []
+    for program in programs.values():
+        if program.page_tables():
+            lines += [f"## {program.title}", ""]
+        for case in program.page_tables():
+            parties = program.parties(case)
+            known = set().union(*(program.counters[case, party] for party in parties))
+            names = [name for name in PAGE_COLUMNS if name in known]
+            rows = [[party] + [party_cell(program, case, party, name) for name in names] for party in parties]
+            lines += [PAGE_TABLES[case], ""]
+            lines += table([case] + [PAGE_COLUMNS[name] for name in names], rows)
+    return lines
+
+
 def page(programs, compilers, targets):
     """What is kept: targets, ratios, what was missed and why, three plots."""
     met = len(targets.limits) - len(targets.unused) - len(targets.missed)
@@ -365,6 +459,7 @@ def page(programs, compilers, targets):
               f"beside {', '.join(peers)}.", ""]
     lines += table(["Area", "Case", "Ours", "Ratio to others, or counter, and its target"],
                    [row for program in programs.values() for row in page_rows(program, targets)])
+    lines += page_tables(programs)
     lines += ["## What was missed, and why", ""]
     lines += [f"- {text}" for text in targets.missed] or ["Nothing."]
     lines += ["", "## How it grows", ""]
@@ -403,7 +498,7 @@ def main():
     arguments = parser.parse_args()
     try:
         programs, compilers = load(arguments.results)
-        targets = Targets(arguments.targets)
+        targets = Targets(arguments.targets, min(program.cores for program in programs.values()))
         text = report(programs, compilers, targets, arguments.partial)
         short = page(programs, compilers, targets)
     except (ReportError, KeyError, json.JSONDecodeError) as error:

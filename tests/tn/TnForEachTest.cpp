@@ -23,7 +23,7 @@ protected:
 }  // namespace
 
 TEST_F(ForEach, CallsTheJobOnceForEveryNumber) {
-    for (const std::size_t nCount : {0U, 1U, 2U, 5U, 1000U}) {
+    for (const std::size_t nCount : {0U, 1U, 2U, 5U, 17U, 1000U, 65537U}) {
         for (const unsigned int nThreads : {0U, 1U, 2U, 7U}) {
             std::vector<std::atomic<int>> calls(nCount);
             EXPECT_TRUE(tn::ForEach(
@@ -48,6 +48,24 @@ TEST_F(ForEach, WorksSideBySideWithTheCaller) {
         Threads(kThreads)));
     EXPECT_EQ(std::set<std::thread::id>(threads.begin(), threads.end()).size(), threads.size());
     EXPECT_EQ(std::count(threads.begin(), threads.end(), std::this_thread::get_id()), 1);
+}
+
+// After short loops a caller wakes one helper only, and the helpers each other.
+TEST_F(ForEach, WorksSideBySideAfterShortLoops) {
+    constexpr int kThreads = 4;
+    std::atomic<StartGate*> pTogether{nullptr};
+    const auto job = [&pTogether](std::size_t) {
+        if (StartGate* pGate = pTogether) {
+            pGate->ArriveAndWait();
+        }
+    };
+    for (int nRound = 0; nRound < 20; ++nRound) {
+        pTogether = nullptr;
+        EXPECT_TRUE(tn::ForEach(Pool(), kThreads, job, Threads(kThreads)));
+        StartGate together(kThreads);  // nobody passes it alone
+        pTogether = &together;
+        EXPECT_TRUE(tn::ForEach(Pool(), kThreads, job, Threads(kThreads)));
+    }
 }
 
 TEST_F(ForEach, UsesNoMoreThreadsThanItMay) {
@@ -113,6 +131,47 @@ TEST_F(ForEach, ThrowsTheFirstExceptionWhenTheOthersAreDone) {
     EXPECT_TRUE(bOtherDone);
     EXPECT_TRUE(bOtherHeard);
     EXPECT_EQ(nCalls, 2);
+}
+
+// Short calls are taken several at a time: what is taken is dropped too.
+TEST_F(ForEach, BeginsNothingMoreAfterAnExceptionAmongShortCalls) {
+    for (const int nFailing : {1, 2, 500, 998}) {
+        int nCalls = 0;
+        const auto count = [&](std::size_t) {
+            if (nCalls++ == nFailing) {
+                throw Trouble(nFailing);
+            }
+        };
+        std::error_code ec;
+        EXPECT_THROW(tn::ForEach(Pool(), 1000, count, Threads(1), ec), Trouble);
+        EXPECT_EQ(nCalls, nFailing + 1);
+    }
+}
+
+// A call that takes long holds back the few that were taken with it, while others do the rest.
+TEST_F(ForEach, HoldsBackNoMoreThanAShortRun) {
+    constexpr std::size_t kCalls = 100000;
+    constexpr std::size_t kLongOne = 5000;
+    constexpr std::size_t kLongestRun = 16;
+    std::atomic<std::size_t> nDone{0};
+    std::atomic<bool> bRestDone{false};
+    const auto restIsDone = [&] { return nDone >= kCalls - kLongestRun; };
+    tn::ForEach(Pool(), 2, [](std::size_t) {});  // there is a worker now
+    EXPECT_TRUE(tn::ForEach(
+        Pool(), kCalls,
+        [&](std::size_t n) {
+            if (n == kLongOne) {
+                const auto end = std::chrono::steady_clock::now() + 60s;
+                while (!restIsDone() && std::chrono::steady_clock::now() < end) {
+                    std::this_thread::yield();
+                }
+                bRestDone = restIsDone();
+            }
+            ++nDone;
+        },
+        Threads(2)));
+    EXPECT_TRUE(bRestDone);
+    EXPECT_EQ(nDone, kCalls);
 }
 
 TEST_F(ForEach, BeginsNothingMoreWhenTheTimeLimitHasPassed) {

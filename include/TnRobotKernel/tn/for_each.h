@@ -4,6 +4,7 @@
 #ifndef TNROBOTKERNEL_TN_FOR_EACH_H_
 #define TNROBOTKERNEL_TN_FOR_EACH_H_
 
+#include <array>
 #include <cstddef>
 #include <exception>
 
@@ -28,12 +29,19 @@ namespace detail {
 // What the threads of a loop share. Workers may come to it when it is long over: they find it closed and
 // touch nothing of the caller's.
 //
+// Passes are taken one by one, so that no thread has two of them to do while another has none; but where
+// they take less than the taking, in short runs. Threads take turns on one counter, which lies apart from
+// what they only read.
+//
 // Invariants: passes are taken by counting m_nNext up; m_nInside workers are between their coming and
 // their going, and the caller does not leave before that is 0 and m_bClosed is set.
 class LoopBase : public Errand {
 public:
-    LoopBase(std::size_t nCount, std::chrono::milliseconds limit)
-        : m_nCount(nCount), m_cancel(std::make_shared<CancelState>(After(limit))), m_token(m_cancel) {}
+    LoopBase(std::size_t nCount, unsigned int nThreads, std::chrono::milliseconds limit)
+        : m_nCount(nCount),
+          m_nThreads(std::max(1U, nThreads)),
+          m_cancel(std::make_shared<CancelState>(After(limit))),
+          m_token(m_cancel) {}
 
     void Do() noexcept override {
         if (Enter()) {
@@ -50,21 +58,38 @@ public:
     // Passes as long as there are any.
     void Turn() noexcept {
         std::size_t nDone = 0;
-        for (std::size_t nPass = TakePass(); nPass < m_nCount; nPass = TakePass()) {
-            if (!TryPass(nPass)) {
+        std::size_t nRun = 1;
+        std::size_t nBehind = 0;  // the last run
+        int nRuns = 0;            // since the clock was looked at
+        Clock::time_point looked = Clock::now();
+        for (std::size_t nFirst = TakeRun(nRun); nFirst < m_nCount; nFirst = TakeRun(nRun)) {
+            const bool bAlone = nFirst == nBehind;
+            const std::size_t nTaken = std::min(nRun, m_nCount - nFirst);
+            const std::size_t nTried = TryRun(nFirst, nTaken);
+            nDone += nTried;
+            if (nTried < nTaken) {
                 break;
             }
-            ++nDone;
+            nBehind = nFirst + nTaken;
+            ++nRuns;
+            if (!bAlone) {  // nobody else wants the counter otherwise
+                const Clock::time_point now = Clock::now();
+                nRun = NextRun(nRun, m_nCount - nBehind, (now - looked) / nRuns);
+                looked = now;
+                nRuns = 0;
+            }
         }
         m_nDone += nDone;
     }
 
-    bool HasMore() const { return m_nNext.load(std::memory_order_relaxed) < m_nCount && !m_cancel->IsCancelled(); }
+    bool HasMore() const { return m_next.nPass.load(std::memory_order_relaxed) < m_nCount && !m_cancel->IsCancelled(); }
 
     // Waits for the passes at work; nobody comes any more. @return whether all passes were done.
     bool Close() {
+        CloseDoor();
+        // Whoever has found no pass left is gone in a moment.
+        SpinUntil([this] { return m_nInside == 0; });
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_bClosed = true;
         m_left.wait(lock, [this] { return m_nInside == 0; });
         if (m_failure) {
             std::rethrow_exception(std::move(m_failure));
@@ -76,9 +101,33 @@ protected:
     virtual void Pass(std::size_t nPass, const CancelToken& token) = 0;
 
 private:
-    // @return a number that is no pass when nothing more shall begin.
-    std::size_t TakePass() {
-        return m_cancel->IsCancelled() ? m_nCount : m_nNext.fetch_add(1, std::memory_order_relaxed);
+    // A counter that threads take turns on, on a cache line of its own: what they only read stays where it is.
+    struct Apart {
+        std::array<char, 64> before{};
+        std::atomic<std::size_t> nPass{0};
+        std::array<char, 64> behind{};
+    };
+
+    std::size_t TakeRun(std::size_t nRun) { return m_next.nPass.fetch_add(nRun, std::memory_order_relaxed); }
+
+    // @return how many were done: fewer than there are when nothing more shall begin.
+    std::size_t TryRun(std::size_t nFirst, std::size_t nCount) {
+        for (std::size_t n = 0; n < nCount; ++n) {
+            if (m_cancel->IsCancelled() || !TryPass(nFirst + n)) {
+                return n;
+            }
+        }
+        return nCount;
+    }
+
+    // What comes may be longer than what was: a run stays short, and the last passes are shared one by one.
+    std::size_t NextRun(std::size_t nRun, std::size_t nLeft, Clock::duration time) const {
+        constexpr std::size_t kLongestRun = 16;
+        constexpr std::chrono::microseconds kWorthTaking{1};
+        if (time >= kWorthTaking) {
+            return 1;
+        }
+        return std::max<std::size_t>(1, std::min({2 * nRun, kLongestRun, nLeft / (std::size_t{2} * m_nThreads)}));
     }
 
     bool TryPass(std::size_t nPass) {
@@ -102,10 +151,19 @@ private:
         m_cancel->Cancel();
     }
 
+    void CloseDoor() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bClosed = true;
+    }
+
+    // Only for passes: whoever waits for the end has one less to wait for.
     bool Enter() {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_nInside += m_bClosed ? 0 : 1;
-        return !m_bClosed;
+        if (m_bClosed || !HasMore()) {
+            return false;
+        }
+        ++m_nInside;
+        return true;
     }
 
     void Leave() {
@@ -115,21 +173,23 @@ private:
     }
 
     const std::size_t m_nCount;
+    const unsigned int m_nThreads;
     const std::shared_ptr<CancelState> m_cancel;
     const CancelToken m_token;
-    std::atomic<std::size_t> m_nNext{0};
+    Apart m_next;
     std::atomic<std::size_t> m_nDone{0};
     mutable std::mutex m_mutex;
     std::condition_variable m_left;
-    unsigned int m_nInside = 0;    // guarded by m_mutex
-    bool m_bClosed = false;        // guarded by m_mutex
-    std::exception_ptr m_failure;  // guarded by m_mutex; the first one
+    std::atomic<unsigned int> m_nInside{0};  // changed under m_mutex
+    bool m_bClosed = false;                  // guarded by m_mutex
+    std::exception_ptr m_failure;            // guarded by m_mutex; the first one
 };
 
 template <typename Job>
 class Loop final : public LoopBase {
 public:
-    Loop(std::size_t nCount, std::chrono::milliseconds limit, Job& job) : LoopBase(nCount, limit), m_job(job) {}
+    Loop(std::size_t nCount, unsigned int nThreads, std::chrono::milliseconds limit, Job& job)
+        : LoopBase(nCount, nThreads, limit), m_job(job) {}
 
 private:
     void Pass(std::size_t nPass, const CancelToken& token) override { CallJob(m_job, token, nPass); }
@@ -137,13 +197,36 @@ private:
     Job& m_job;
 };
 
+// How many helpers the caller of a loop wakes itself: all of them at once, or only one where the last loop
+// with this job was over before a second one could have come. A guess that is wrong costs some ten
+// microseconds, for helpers wake each other.
+template <typename Job>
+class WakingGuess {
+public:
+    WakingGuess() = default;
+    WakingGuess(const WakingGuess&) = delete;
+    WakingGuess& operator=(const WakingGuess&) = delete;
+    ~WakingGuess() { s_bShort.store(Clock::now() - m_begun < kShort, std::memory_order_relaxed); }
+
+    unsigned int Helpers(unsigned int nThreads) const {
+        return s_bShort.load(std::memory_order_relaxed) ? std::min(1U, nThreads - 1) : nThreads - 1;
+    }
+
+private:
+    static constexpr std::chrono::microseconds kShort{50};
+    static inline std::atomic<bool> s_bShort{false};
+
+    const Clock::time_point m_begun = Clock::now();
+};
+
 // The caller works too: alone when nobody can be had, and until the others have come.
-inline bool RunLoop(ITnRobotTaskPool& pool, const std::shared_ptr<LoopBase>& loop, unsigned int nThreads) {
+inline bool RunLoop(ITnRobotTaskPool& pool, const std::shared_ptr<LoopBase>& loop, unsigned int nThreads,
+                    unsigned int nAwake) {
     std::shared_ptr<Crew> crew;
     try {
         if (nThreads > 1) {
             crew = CrewRegistry::Here().CrewOf(pool);
-            crew->Offer(pool, loop, nThreads - 1, nThreads - 1, [&loop] { return loop->HasMore(); });
+            crew->Offer(pool, loop, nThreads - 1, nAwake, [&loop] { return loop->HasMore(); });
         }
     } catch (...) {
         // With fewer hands: whoever has come already must find the loop in order.
@@ -161,7 +244,8 @@ inline bool RunLoop(ITnRobotTaskPool& pool, const std::shared_ptr<LoopBase>& loo
 /// @{
 
 /// Calls a job once for each number from 0 to nCount - 1, side by side on tasks of the pool and on the
-/// calling thread, and returns when all calls have. Numbers are begun in their order.
+/// calling thread, and returns when all calls have. Numbers are taken in their order: one by one, or up to
+/// sixteen at a time where calls take less than a microsecond. So a call must not wait for a later one.
 ///
 /// The first call for a pool starts its tasks, about a millisecond each. They wait a second for the next
 /// call, also one from another thread, and join it within microseconds; the caller never waits for a task
@@ -182,10 +266,12 @@ bool ForEach(ITnRobotTaskPool& pool, std::size_t nCount, Job&& job, const ForEac
              std::error_code& ec) {
     ec.clear();
     using Function = std::remove_reference_t<Job>;
-    const std::shared_ptr<detail::LoopBase> loop = std::make_shared<detail::Loop<Function>>(nCount, options.limit, job);
     const std::size_t nWanted = options.nThreads != 0 ? options.nThreads : detail::Processors();
     const auto nThreads = static_cast<unsigned int>(std::min<std::size_t>({nWanted, nCount, detail::kMostWorkers + 1}));
-    if (!detail::RunLoop(pool, loop, nThreads)) {
+    const std::shared_ptr<detail::LoopBase> loop =
+        std::make_shared<detail::Loop<Function>>(nCount, nThreads, options.limit, job);
+    const detail::WakingGuess<Function> guess;
+    if (!detail::RunLoop(pool, loop, nThreads, guess.Helpers(std::max(1U, nThreads)))) {
         ec = std::make_error_code(std::errc::timed_out);
     }
     return !ec;

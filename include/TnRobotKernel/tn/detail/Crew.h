@@ -88,7 +88,8 @@ private:
 // first, tasks stay with their workers and end with them.
 //
 // Invariants (under m_mutex): m_workers holds every worker that is or will be in Work and has not been
-// sent home; there is no errand that nobody takes while it has room.
+// sent home; there is no errand that nobody takes while it has room, but for those of which the next one
+// to take an errand tells.
 //
 // Lock order: m_mutex is innermost but for that of Departures; no job, task or pool is called with it.
 class Crew : public std::enable_shared_from_this<Crew> {
@@ -99,12 +100,15 @@ public:
     // starts take a millisecond each, so they end when the answer says that nobody is needed any more.
     // The caller withdraws the errand in the end: it may be that nobody comes for it.
     //
-    // nMost is how many workers the caller could do with: the crew stays as large as its largest.
+    // As many workers as nAwake are woken for it by the caller, and each of them wakes the next: waking one
+    // takes longer than a short errand.
+    //
+    // nTimes is also how many workers the caller could do with: the crew stays as large as its largest.
     // Throws what kept a worker from starting.
     template <typename Answer>
-    void Offer(ITnRobotTaskPool& pool, const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost,
+    void Offer(ITnRobotTaskPool& pool, const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nAwake,
                Answer isNeeded) {
-        Add(errand, nTimes, nMost);
+        Add(errand, nTimes, nTimes, nAwake);
         StartMissing(pool, isNeeded);
     }
 
@@ -114,7 +118,7 @@ public:
     // Throws what kept a worker from starting, but only when there is nobody else: the errand is the caller's
     // again then.
     void Post(ITnRobotTaskPool& pool, const std::shared_ptr<Errand>& errand, unsigned int nMost) {
-        Add(errand, 1, nMost);
+        Add(errand, 1, nMost, 1);
         bool bHasTaker = false;
         while (!bHasTaker) {
             try {
@@ -148,6 +152,7 @@ public:
     void Withdraw(const Errand& errand) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_errands.erase(std::remove_if(m_errands.begin(), m_errands.end(), Is(errand)), m_errands.end());
+        m_nUntold = std::min(m_nUntold, m_errands.size());
     }
 
     // Sends the workers home that have nothing to do, and waits until they have gone. The others follow
@@ -195,13 +200,22 @@ private:
         bool bLeaves = false;                                               // does not wait for another one
     };
 
-    void Add(const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost) {
+    void Add(const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost, unsigned int nAwake) {
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
             m_nMost = std::max(m_nMost, std::min(nMost, kMostWorkers));
             m_errands.insert(m_errands.end(), nTimes, errand);
+            m_nUntold += nTimes - nAwake;
         }
-        for (unsigned int n = 0; n < nTimes; ++n) {
+        for (unsigned int n = 0; n < nAwake; ++n) {
+            m_posted.notify_one();
+        }
+    }
+
+    // By who has just taken an errand.
+    void TellNext() {
+        if (m_nUntold != 0 && !m_errands.empty()) {
+            --m_nUntold;
             m_posted.notify_one();
         }
     }
@@ -257,6 +271,7 @@ private:
         over.assign(end, m_errands.end());
         m_errands.erase(end, m_errands.end());
         m_nOver = 0;
+        m_nUntold = std::min(m_nUntold, m_errands.size());
     }
 
     void Enlist(const std::shared_ptr<Worker>& worker) {
@@ -293,6 +308,7 @@ private:
             while (AwaitErrand(lock, me)) {
                 me.errand = std::move(m_errands.front());
                 m_errands.pop_front();
+                TellNext();
                 lock.unlock();
                 me.errand->Do();
                 lock.lock();
@@ -324,6 +340,7 @@ private:
     std::condition_variable m_begun;                // a worker has begun, or there is one less
     std::deque<std::shared_ptr<Errand>> m_errands;  // guarded by m_mutex
     std::list<std::shared_ptr<Worker>> m_workers;   // guarded by m_mutex, and what they point to
+    std::size_t m_nUntold = 0;                      // guarded by m_mutex; errands for which nobody was woken yet
     unsigned int m_nMost = 0;                       // guarded by m_mutex
     std::size_t m_nOver = 0;                        // at most so many errands that wait are over; guarded by m_mutex
 };

@@ -39,6 +39,19 @@ bool WaitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& l
     return true;
 }
 
+// Waits some microseconds, awake, for what is about to happen: sleeping and being woken take longer.
+template <typename Answer>
+void SpinUntil(Answer answer) {
+    constexpr int kMostLooks = 100;
+    for (int n = 0; n < kMostLooks && !answer(); ++n) {
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#elif defined(__aarch64__)
+        asm volatile("yield");
+#endif
+    }
+}
+
 // The process that something was made in. The child of a fork has none of the parent's threads, so
 // what waits for one must know that it has been inherited.
 class Home {
