@@ -15,6 +15,6 @@ ctest --preset coverage -j "$jobs" --exclude-regex '^shared\.' >"$root/build/cov
 tail -n 4 "$root/build/coverage/tests.log"
 
 say "coverage"
-gcovr --root "$root" --filter "$root/src/" --filter "$root/include/" --exclude-unreachable-branches \
+gcovr -j "$jobs" --root "$root" --filter "$root/src/" --filter "$root/include/" --exclude-unreachable-branches \
     --txt - --json "$root/build/coverage/report.json" "$root/build/coverage"
 scripts/lib/coverage_summary.py "$root/build/coverage/report.json" 97 90

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Makes the Debian packages, into build/packages, and looks them over with lintian:
+# Makes the Debian packages, those of debug symbols (-dbgsym) too, into build/packages, and looks them over
+# with lintian:
 # scripts/package.sh [--test [--keep DIRECTORY] | --arch ARCHITECTURE].
 #   --test  also installs them in a clean system and uses them there, see scripts/lib/check_packages.sh
 #   --arch  makes them for another architecture than this machine's, into build/packages-arm64: arm64
@@ -29,8 +30,12 @@ packages="$root/build/$preset"
 # The time of the change log, so that packing again gives the same bytes.
 SOURCE_DATE_EPOCH="$(dpkg-parsechangelog -l packaging/changelog -S Timestamp)"
 export SOURCE_DATE_EPOCH
-rm -f "$packages"/*.deb
+rm -f "$packages"/*.deb "$packages"/*.ddeb
 quietly cmake --build --preset "$preset" --target package
+# Packages of debug symbols end like all others in Debian.
+for symbols in "$packages"/*.ddeb; do
+    mv "$symbols" "${symbols%.ddeb}.deb"
+done
 ls -1 "$packages"/*.deb
 
 say "lintian"

@@ -6,4 +6,4 @@ quietly cmake --preset clang
 
 say "clang-tidy"
 git ls-files -z --cached --others --exclude-standard 'src/*.cpp' 'logger/*.cpp' 'tools/*.cpp' 'examples/*.cpp' 'fuzz/*.cpp' |
-    xargs -0 -n 1 -P "$jobs" clang-tidy --quiet --warnings-as-errors='*' -p "$root/build/clang"
+    xargs -0 -n 1 -P "$jobs" scripts/lib/tidy_file.py "$root/build/clang"

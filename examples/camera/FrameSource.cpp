@@ -1,6 +1,6 @@
 #include "FrameSource.h"
 
-#include <cstring>
+#include <cstdint>
 #include <stdexcept>
 
 namespace {
@@ -27,10 +27,19 @@ public:
     }
 
     explicit operator bool() const { return m_bMapped; }
-    int Width() const { return m_info.width; }
-    int Height() const { return m_info.height; }
-    const unsigned char* Row(int nRow) const {
-        return static_cast<const unsigned char*>(m_frame.data[0]) + std::ptrdiff_t{m_frame.info.stride[0]} * nRow;
+    // Bytes from one row to the next.
+    int Pitch() const { return m_frame.info.stride[0]; }
+
+    // The pixels where they are. The last row ends with them.
+    STnNLImageData Image() const {
+        STnNLImageData image{};
+        image.pData = static_cast<unsigned char*>(m_frame.data[0]);
+        image.nWidth = m_info.width;
+        image.nHeight = m_info.height;
+        image.eImageType = TN_IMAGE_BGR24;
+        image.nDataSize = static_cast<unsigned int>(std::int64_t{Pitch()} * (image.nHeight - 1) +
+                                                    tn::RowBytes(image.eImageType, image.nWidth));
+        return image;
     }
 
 private:
@@ -38,22 +47,6 @@ private:
     GstVideoFrame m_frame{};
     bool m_bMapped;  // after what the mapping fills
 };
-
-TnRobotPtr<ITnRobotSurface> CopyOf(const MappedFrame& frame, ITnRobotSurfacePool& pool) {
-    constexpr std::size_t kPixelBytes = 3;
-    TnRobotPtr<ITnRobotSurface> surface =
-        tn::QuerySurface(pool, {frame.Width(), frame.Height(), 0, TN_IMAGE_BGR24, {0, 0}});
-    ITnRobotSurface::STnLockSurface lock{};
-    if (!surface || !surface->LockSurface(lock)) {
-        return nullptr;
-    }
-    for (int nRow = 0; nRow < lock.nHeight; ++nRow) {
-        std::memcpy(lock.pData + std::ptrdiff_t{lock.nPitch} * nRow, frame.Row(nRow),
-                    static_cast<std::size_t>(lock.nWidth) * kPixelBytes);
-    }
-    surface->UnLockSurface();
-    return surface;
-}
 
 }  // namespace
 
@@ -94,7 +87,7 @@ FrameSource::Next FrameSource::Read(ITnRobotSurfacePool& pool, std::chrono::mill
     if (!mapped) {
         throw std::runtime_error("a frame cannot be read");
     }
-    frame = CopyOf(mapped, pool);
+    frame = tn::CopyToSurface(pool, mapped.Image(), mapped.Pitch());
     return frame ? Next::kFrame : Next::kDropped;
 }
 

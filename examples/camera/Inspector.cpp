@@ -66,20 +66,19 @@ STnNLROIRect Inspector::RectOf(const ITnRobotSurface::STnSurfaceDesc& desc, std:
 double Inspector::MeanOf(ITnRobotSurface& surface, std::size_t nRegion) {
     constexpr int kPixelBytes = 3;
     ITnRobotSurface::STnSurfaceDesc desc{};
-    ITnRobotSurface::STnLockSurface lock{};
     surface.GetSurfaceDesc(desc);
-    if (!surface.LockSurface(lock) || lock.pData == nullptr) {
+    const tn::LockedPixels pixels(surface);
+    if (!pixels) {
         throw std::runtime_error("a frame has no pixels");
     }
     const STnNLROIRect rect = RectOf(desc, nRegion);
     unsigned long long nSum = 0;
     for (int nRow = rect.top; nRow < rect.bottom; ++nRow) {
-        const unsigned char* pRow = lock.pData + std::ptrdiff_t{lock.nPitch} * nRow;
+        const unsigned char* pRow = pixels.Row(nRow);
         for (int n = rect.left * kPixelBytes; n < rect.right * kPixelBytes; ++n) {
             nSum += pRow[n];
         }
     }
-    surface.UnLockSurface();
     const int nBytes = (rect.right - rect.left) * (rect.bottom - rect.top) * kPixelBytes;
     return nBytes > 0 ? static_cast<double>(nSum) / nBytes : 0;
 }

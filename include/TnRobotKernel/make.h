@@ -10,7 +10,12 @@
 /// is thrown that the function below does not throw: std::bad_alloc, and std::system_error where a
 /// thread is made. The pointer that comes back owns one reference and releases it.
 ///
-/// Comes with what stands in tn/: objects in files, pictures, pixels, the values of groups.
+/// A parameter T& is lent an object that must be there (write *p); a parameter T* is lent one that may be null,
+/// which ends in the failure above (write p.get()). What is kept gets a reference of its own. Paths and names
+/// are borrowed texts that end with a zero.
+///
+/// Comes with what stands in tn/: objects in files, pictures, pixels, the values of groups. Parallel work
+/// and limited memory have headers of their own; tn/tn.h is all of it.
 ///
 /// Threads: MakeXxx are thread-safe, every other helper is as thread-safe as what it calls.
 

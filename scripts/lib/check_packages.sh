@@ -71,6 +71,29 @@ use_library() {
     rm -rf "$system/tmp/consumer"
 }
 
+# show_lines GDB...: the packages of debug symbols have gdb know where each function of ours begins; it finds them
+# by the build id of what it looks at.
+show_lines() {
+    local -A known=(
+        [TnCreateRobotValueDataGroup]="libTnRobotKernel.so.1 src/values/TnRobotDataValueGroup.cpp"
+        [TnCreateRobotLogger]="libTnRobotLog.so logger/TnCreateRobotLogger.cpp"
+        [main]="tnrobot-inspect tools/inspect/main.cpp"
+    )
+    local name file source shown
+    for name in "${!known[@]}"; do
+        read -r file source <<<"${known[$name]}"
+        file="$(cd "$system" && find usr/bin usr/lib -name "$file" -not -path '*/debug/*')"
+        shown="$("$@" -batch -ex "info line $name" "/$file" 2>&1)"
+        grep -q "Line [0-9]* of \"$source\"" <<<"$shown" || { printf '%s\n' "$shown" >&2; return 1; }
+    done
+}
+
+# This machine's gdb, for files below the directory of the system.
+outer_gdb() {
+    local arguments=("${@:1:$#-1}")
+    gdb -iex "set debug-file-directory $system/usr/lib/debug" "${arguments[@]}" "$system${*: -1}"
+}
+
 # Without a clean system: what the packages contain is used from where it was unpacked.
 use_unpacked() {
     local package libraries
@@ -86,6 +109,9 @@ use_unpacked() {
         $(PKG_CONFIG_PATH="$libraries/pkgconfig" pkg-config --cflags --libs TnRobotKernel)
     LD_LIBRARY_PATH="$libraries" "$system/tmp/with-pkg-config"
     LD_LIBRARY_PATH="$libraries" "$system/usr/bin/tnrobot-inspect" --version
+    if command -v gdb >/dev/null; then
+        show_lines outer_gdb
+    fi
     rm -r "$system/tmp"
 }
 
@@ -114,5 +140,8 @@ within dpkg-query -W "${packages[@]}"
 use_library
 within tnrobot-inspect --version
 within tnrobot-inspect -h >/dev/null
+say "debug symbols"
+quietly within apt-get install -y --no-install-recommends gdb
+show_lines within gdb
 rm -r "$system/tmp/packages" "$system/tmp/before"
 [ $# -eq 0 ] || say "the system stays in $system"

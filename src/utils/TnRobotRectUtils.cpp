@@ -4,15 +4,9 @@
 #include <algorithm>
 
 #include "TnRobotKernel/utilities.h"
+#include "utils/TnLargestArea.h"
 
 namespace {
-
-// In 32 bits, as callers know it: a larger area wraps. Unsigned, where wrapping is defined.
-int Area(const STnNLRect& rect) {
-    const unsigned int nWidth = static_cast<unsigned int>(rect.right) - static_cast<unsigned int>(rect.left);
-    const unsigned int nHeight = static_cast<unsigned int>(rect.bottom) - static_cast<unsigned int>(rect.top);
-    return static_cast<int>(nWidth * nHeight);
-}
 
 STnNLRect Union(const STnNLRect& a, const STnNLRect& b) {
     return {std::min(a.left, b.left), std::max(a.right, b.right), std::min(a.top, b.top), std::max(a.bottom, b.bottom)};
@@ -90,17 +84,9 @@ int TnRobotRectUtils::findLargestRect(const STnNLRect* pRects, unsigned int nCou
     if (pRects == nullptr || nCount == 0) {
         return -1;
     }
-    const STnNLRect* pLargest = pRects;
-    int nLargestArea = Area(*pRects);
-    for (const STnNLRect* pRect = pRects + 1; pRect != pRects + nCount; ++pRect) {
-        const int nArea = Area(*pRect);
-        if (nArea > nLargestArea) {
-            nLargestArea = nArea;
-            pLargest = pRect;
-        }
-    }
-    out = *pLargest;
-    return static_cast<int>(pLargest - pRects);
+    const unsigned int nLargest = tnrobot::FindLargestArea(pRects, nCount);
+    out = pRects[nLargest];
+    return static_cast<int>(nLargest);
 }
 
 std::vector<STnNLRect> TnRobotRectUtils::rectXor(const STnNLRect& a, const STnNLRect& b) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,16 @@ void ExpectSettings(ITnRobotDataValueGroup& group) {
 // A group with one entry, whose value is what is given.
 Bytes GroupOf(const std::string& strName, const Bytes& value) {
     return U8(1) + U32(1) + SavedString(strName) + value;
+}
+
+// What a value of a type has for bytes: those of a number, or a text, a block or a character.
+Bytes BytesOfType(int nType) {
+    constexpr std::size_t kSizes[] = {0, 1, 2, 2, 4, 4, 4, 8, 8, 8, 3, 8, 2, 1};
+    Bytes content(kSizes[nType], 1);
+    if (nType == DATA_TYPE_STRING || nType == DATA_TYPE_CHAR) {
+        content.back() = 0;
+    }
+    return content;
 }
 
 // Writes another object when it is saved, whatever comes of it.
@@ -142,11 +153,53 @@ TEST_F(Saving, AValueThatIsNotUnderstoodIsFalse) {
     EXPECT_TRUE(tn::LoadFrom(strPath.c_str(), *tn::MakeIntData(0)));
 }
 
+// The value itself takes as many bytes as it is told there are.
+TEST_F(Saving, AValueWhoseBytesDoNotFitItsTypeIsFalse) {
+    const std::string strPath = Path("sizes.tnr");
+    for (int nType = DATA_TYPE_BOOL; nType <= DATA_TYPE_BYTE; ++nType) {
+        SCOPED_TRACE(nType);
+        const Bytes content = BytesOfType(nType);
+        for (const Bytes& other : {Bytes(), content + U8(0), Bytes(content.begin(), content.end() - 1), Bytes(7, 1),
+                                   content + Bytes(3000000, 1)}) {
+            const bool bText = nType == DATA_TYPE_STRING && std::count(other.begin(), other.end(), 0) != 0;
+            const bool bFits = nType == DATA_TYPE_BLOCK || bText;
+            const Bytes saved = SavedValue(nType, other);
+            EXPECT_EQ(LoadFrom(*tn::MakeIntData(0), saved), 1);
+            WriteBytes(strPath, saved);
+            std::error_code ec;
+            EXPECT_EQ(tn::LoadFrom(strPath.c_str(), *tn::MakeIntData(0), ec), bFits) << other.size() << " bytes";
+            EXPECT_EQ(ec, bFits ? std::error_code() : std::error_code(tn::errc::file_damaged)) << ec.message();
+            WriteBytes(strPath, GroupOf("a", saved));
+            EXPECT_EQ(tn::LoadFrom(strPath.c_str(), *tn::MakeValueDataGroup(), ec), bFits);
+            EXPECT_EQ(ec, bFits ? std::error_code() : std::error_code(tn::errc::file_damaged)) << ec.message();
+        }
+        WriteBytes(strPath, SavedValue(nType, content));
+        EXPECT_TRUE(tn::LoadFrom(strPath.c_str(), *tn::MakeIntData(0)));
+    }
+}
+
+// A text may be read in pieces, with its zero in any of them, and the next value has none of its own.
+TEST_F(Saving, TheZeroOfATextIsLookedForInAllOfIt) {
+    const std::string strPath = Path("texts.tnr");
+    const auto text = [](std::size_t nZero) {
+        Bytes content(3000000, 'x');
+        content[nZero] = 0;
+        return SavedValue(DATA_TYPE_STRING, content);
+    };
+    const Bytes without = SavedValue(DATA_TYPE_STRING, Bytes(5, 'x'));
+    for (const std::size_t nZero : {0U, 1500000U, 2999999U}) {
+        WriteBytes(strPath, GroupOf("a", text(nZero)));
+        EXPECT_TRUE(tn::LoadFrom(strPath.c_str(), *tn::MakeValueDataGroup()));
+        WriteBytes(strPath, U8(1) + U32(2) + SavedString("a") + text(nZero) + SavedString("b") + without);
+        EXPECT_FALSE(tn::LoadFrom(strPath.c_str(), *tn::MakeValueDataGroup()));
+    }
+}
+
 TEST_F(Saving, EveryTypeComesBackNoneIncluded) {
     const Group group = tn::MakeValueDataGroup();
     for (int nType = DATA_TYPE_BOOL; nType <= DATA_TYPE_BYTE; ++nType) {
         const auto value = tn::MakeIntData(0);
-        ASSERT_EQ(LoadFrom(*value, SavedValue(nType, Bytes(8, 1))), 1);
+        ASSERT_EQ(LoadFrom(*value, SavedValue(nType, BytesOfType(nType))), 1);
         group->SetValue(std::to_string(nType).c_str(), value.get());
     }
     const auto none = tn::MakeIntData(0);

@@ -28,6 +28,15 @@ namespace {
 #endif
 }
 
+[[maybe_unused]] void ChangeTheItem(ITnRobotTaskPool& pool) {
+#ifdef MISTAKE_CHANGE_THE_ITEM
+    tn::WorkQueue<std::string> queue(pool, [](std::string& strItem) { strItem.clear(); });
+#else
+    tn::WorkQueue<std::string> queue(pool, [](std::string&& strItem) { strItem.clear(); });
+#endif
+    queue.Finish();
+}
+
 struct ThrowsWhenMoved {
     ThrowsWhenMoved() = default;
     ThrowsWhenMoved(const ThrowsWhenMoved&) {}

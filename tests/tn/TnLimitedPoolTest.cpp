@@ -214,7 +214,10 @@ TEST_F(LimitedPool, DoesNotWaitForWhatCanNeverBe) {
     const auto held = tn::QueryMemBuff(*pool, 800);
     std::error_code ec;
     EXPECT_FALSE(tn::QueryMemBuff(*pool, 1001, ec));
-    EXPECT_EQ(ec, std::errc::value_too_large);
+    EXPECT_EQ(ec, tn::errc::block_too_large);
+    EXPECT_EQ(ec, std::errc::value_too_large);  // either name
+    EXPECT_EQ(ec.message(), "The pool never has a block of so many bytes");
+    EXPECT_NE(std::error_code(tn::errc::no_surface), std::errc::value_too_large);
 }
 
 // Small requests would always find room before the large one does.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <memory>
 #include <string>
@@ -181,6 +182,29 @@ TEST_F(Run, NeverBeginsAJobThatWasCancelledInTime) {
     gate.Open();
 }
 
+// All of it, not only what the jobs hold: nobody comes by to take the jobs away before a worker is free.
+TEST_F(Run, CancelledJobsLeaveNothingWaiting) {
+    constexpr int kJobs = 1000;
+    Gate gate;
+    const OpenAtEnd open(gate);
+    const std::vector<tn::JobHandle> busy = KeepAllBusy(gate);
+    std::vector<std::shared_ptr<tn::detail::RunState>> states;
+    std::vector<std::weak_ptr<tn::detail::RunState>> left;
+    const auto crew = tn::detail::CrewRegistry::Here().CrewOf(Pool());
+    for (int n = 0; n < kJobs; ++n) {
+        states.push_back(std::make_shared<tn::detail::RunState>([](const tn::CancelToken&) {}));
+        left.push_back(states.back());
+        states.back()->SetCrew(crew);
+        crew->Post(Pool(), states.back(), Most());
+    }
+    for (auto& state : states) {
+        state->Cancel();
+        state.reset();
+    }
+    EXPECT_EQ(std::count_if(left.begin(), left.end(), [](const auto& state) { return !state.expired(); }), 0);
+    gate.Open();
+}
+
 TEST_F(Run, CancelsAndWaitsWhenTheHandleGoes) {
     Gate begun;
     begun.Open();
@@ -347,6 +371,33 @@ TEST_F(Run, TasksThatWereGivenBackKeepNoRunner) {
     }
     tn::GiveBackTasks(*pool);
     EXPECT_EQ(Pool().GetTaskCount(), nTasks);
+}
+
+// It has left its crew by itself, where nobody finds it any more, and its task is not back yet.
+TEST_F(Run, GivingBackWaitsForAWorkerThatIsJustLeaving) {
+    Gate job;
+    Gate back;
+    const auto pool = tn::MakeObject<LateReturnPool>(Pool(), back);
+    const OpenAtEnd openBack(back);
+    auto handle = tn::Run(*pool, [&job] { job.Pass(); });
+    const OpenAtEnd openJob(job);
+    job.AwaitArrival();
+    tn::GiveBackTasks(*pool);  // it is at work, and leaves as soon as it is done
+    job.Open();
+    EXPECT_TRUE(handle.Wait());
+    back.AwaitArrival();
+
+    const int nLooksBefore = pool->Looks();
+    Caller caller([&pool] {
+        tn::GiveBackTasks(*pool);
+        EXPECT_EQ(pool->Runners(), 0);
+    });
+    EXPECT_TRUE(Eventually([&] { return pool->Looks() >= nLooksBefore + 5 || caller.Returned(); }));
+    EXPECT_FALSE(caller.Returned());
+    back.Open();
+    EXPECT_TRUE(caller.AwaitReturn());
+    caller.Join();
+    EXPECT_EQ(Pool().GetTaskCount(), 1U);
 }
 
 TEST_F(Run, JobsGoOnWhenThePoolGoesFirst) {

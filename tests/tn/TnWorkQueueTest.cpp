@@ -5,6 +5,7 @@
 #include <memory>
 #include <numeric>
 #include <optional>
+#include <string>
 
 #include "support/threads/StartGate.h"
 #include "tn/WorkTest.h"
@@ -70,6 +71,21 @@ TEST_F(WorkQueue, DoesEveryItemOnce) {
         EXPECT_EQ(nCalls, 1);
     }
     EXPECT_EQ(queue.Waiting(), 0U);
+}
+
+TEST_F(WorkQueue, RefusesMoreTasksThanAQueueMayHave) {
+    for (const unsigned int nThreads : {tn::kMostQueueThreads + 1, 0xFFFFFFFFU}) {
+        try {
+            const tn::WorkQueue<int> queue(Pool(), [](int) {}, {nThreads, 0, {}});
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code(), std::errc::invalid_argument);
+            EXPECT_NE(std::string(error.what()).find("a WorkQueue has at most 256 tasks"), std::string::npos);
+        }
+    }
+    EXPECT_EQ(tn::kMostQueueThreads, 256U);  // as the text says
+    EXPECT_EQ(Pool().GetTaskCount(), 0U);
+    EXPECT_EQ(NewThreads(), 0);  // none was started
 }
 
 TEST_F(WorkQueue, BeginsItemsInTheirOrder) {

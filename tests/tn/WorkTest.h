@@ -108,6 +108,57 @@ private:
     std::vector<TnRobotPtr<ITnRobotTaskRunner>> m_runners;  // guarded by m_mutex
 };
 
+/// A pool of the application's own in front of another one, whose workers come to a gate when their job has
+/// returned: their tasks are on the way back for as long as a test likes.
+class LateReturnPool final : public ITnRobotTaskPool {
+public:
+    LateReturnPool(ITnRobotTaskPool& pool, Gate& gate) : m_pool(pool), m_gate(gate) {}
+
+    bool CreateTask(ITnRobotTaskRunner* pRunner, ITnRobotTask** ppTask) override {
+        if (pRunner == nullptr) {
+            return m_pool.CreateTask(nullptr, ppTask);
+        }
+        return m_pool.CreateTask(tn::MakeObject<LateRunner>(*pRunner, m_gate, m_nRunners).get(), ppTask);
+    }
+    bool CreateTask(const std::function<void(ITnRobotEvent*)>& job) override { return m_pool.CreateTask(job); }
+    unsigned int GetTaskCount() override {
+        ++m_nLooks;
+        return m_pool.GetTaskCount();
+    }
+
+    /// @return runners that a task still has.
+    int Runners() const { return m_nRunners; }
+    /// @return how often somebody has asked for idle tasks.
+    int Looks() const { return m_nLooks; }
+
+private:
+    class LateRunner final : public ITnRobotTaskRunner {
+    public:
+        LateRunner(ITnRobotTaskRunner& runner, Gate& gate, std::atomic<int>& nRunners)
+            : m_runner(tn::Retain(&runner)), m_gate(gate), m_token(nRunners) {}
+
+        void Init() override { m_runner->Init(); }
+        void Execute(ITnRobotEvent* pRunEvent) override {
+            m_runner->Execute(pRunEvent);
+            m_gate.Pass();
+        }
+        void ClearResource() override { m_runner->ClearResource(); }
+        bool IsStop() override { return m_runner->IsStop(); }
+        void Copy(ITnRobotTaskRunner* /*pRunner*/) override {}
+        ITnRobotTaskRunner* Clone() override { return nullptr; }
+
+    private:
+        const TnRobotPtr<ITnRobotTaskRunner> m_runner;
+        Gate& m_gate;
+        const Token m_token;
+    };
+
+    ITnRobotTaskPool& m_pool;
+    Gate& m_gate;
+    std::atomic<int> m_nRunners{0};
+    std::atomic<int> m_nLooks{0};
+};
+
 /// A pool of the application's own that has no task either; whoever asks first hears it when a gate opens.
 class LatePool final : public ITnRobotTaskPool {
 public:

@@ -28,6 +28,11 @@ Rects Merge(const Rects& rects) {
     return TnRobotRectUtils::mergeRects(rects.data(), static_cast<unsigned int>(rects.size()));
 }
 
+int WrappedArea(const STnNLRect& rect) {
+    const auto n = [](int nSide) { return static_cast<unsigned int>(nSide); };
+    return static_cast<int>((n(rect.right) - n(rect.left)) * (n(rect.bottom) - n(rect.top)));
+}
+
 int FindLargest(const Rects& rects, STnNLRect& out) {
     return TnRobotRectUtils::findLargestRect(rects.data(), static_cast<unsigned int>(rects.size()), out);
 }
@@ -145,6 +150,42 @@ TEST(RectUtils, AnAreaBeyond32BitsWraps) {
     EXPECT_EQ(FindLargest({{0, 46341, 0, 46341}, {0, 0, 0, 0}}, out), 1);
     EXPECT_EQ(FindLargest({{0, 2, 0, 1}, {kMin, kMax, kMin, kMax}}, out), 0);
     EXPECT_EQ(FindLargest({{0, 0, 0, 1}, {kMin, kMax, kMin, kMax}}, out), 1);
+}
+
+// Several are compared at a time: wherever the largest stand, and however many follow, the first wins.
+TEST(RectUtils, FindsTheFirstOfTheLargestAtEveryPlaceOfEveryCount) {
+    for (std::size_t nCount = 1; nCount <= 13; ++nCount) {
+        for (std::size_t nFirst = 0; nFirst < nCount; ++nFirst) {
+            for (std::size_t nSecond = nFirst; nSecond < nCount; ++nSecond) {
+                Rects rects(nCount, {0, 3, 0, 3});
+                rects[nFirst] = {1, 3, 5, 10};
+                rects[nSecond] = {-7, -2, -1, 1};
+                STnNLRect out = kUntouched;
+                ASSERT_EQ(FindLargest(rects, out), static_cast<int>(nFirst)) << nCount << ", " << nSecond;
+                ASSERT_EQ(out, rects[nFirst]);
+            }
+        }
+    }
+}
+
+TEST(RectUtils, FindsTheLargestOfAnySidesAsAPlainLoopDoes) {
+    std::mt19937 random(1);
+    for (std::size_t nCount = 1; nCount <= 500; ++nCount) {
+        // Few different sides make equal areas, all of them make areas that wrap.
+        const unsigned int nMask = nCount % 2 == 0 ? 0xFFFFFFFFU : 3U;
+        Rects rects(nCount);
+        for (STnNLRect& rect : rects) {
+            for (int* pSide : {&rect.left, &rect.right, &rect.top, &rect.bottom}) {
+                *pSide = static_cast<int>(static_cast<unsigned int>(random()) & nMask);
+            }
+        }
+        std::size_t nLargest = 0;
+        for (std::size_t i = 1; i < nCount; ++i) {
+            nLargest = WrappedArea(rects[i]) > WrappedArea(rects[nLargest]) ? i : nLargest;
+        }
+        STnNLRect out = kUntouched;
+        ASSERT_EQ(FindLargest(rects, out), static_cast<int>(nLargest)) << nCount;
+    }
 }
 
 TEST(RectUtils, FindsNoLargestOfNone) {

@@ -4,7 +4,7 @@
 #define TNROBOT_INSPECT_JSONWRITER_H_
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>

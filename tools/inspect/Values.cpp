@@ -1,6 +1,7 @@
 #include "Values.h"
 
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "Library.h"
 

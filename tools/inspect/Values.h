@@ -3,7 +3,7 @@
 #ifndef TNROBOT_INSPECT_VALUES_H_
 #define TNROBOT_INSPECT_VALUES_H_
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 

@@ -93,17 +93,38 @@ private:
 
 namespace detail {
 
+template <typename Job, typename... Args>
+constexpr bool CheckResult() {
+    constexpr bool bNothing = std::is_void_v<std::invoke_result_t<Job&, Args...>>;
+    static_assert(bNothing, "A job returns nothing: have it store what it finds");
+    return bNothing;
+}
+
+// Says what is wrong with a job in one sentence; what is false here is not compiled, so that the compiler's
+// list of all that it tried does not follow.
+template <typename Job, typename... Args>
+constexpr bool CheckJob() {
+    constexpr bool bWithToken = std::is_invocable_v<Job&, Args..., const CancelToken&>;
+    constexpr bool bWithout = std::is_invocable_v<Job&, Args...>;
+    static_assert(bWithToken || bWithout,
+                  "This job cannot be called with what it is to be given: a number is a std::size_t, and an item of "
+                  "a queue is moved in, so it is taken by value, as const Item& or as Item&&, but not as Item&");
+    if constexpr (bWithToken) {
+        return CheckResult<Job, Args..., const CancelToken&>();
+    } else if constexpr (bWithout) {
+        return CheckResult<Job, Args...>();
+    }
+    return bWithToken || bWithout;
+}
+
 // Calls a job that may or may not want the token.
 template <typename Job, typename... Args>
 void CallJob(Job& job, const CancelToken& token, Args&&... args) {
-    if constexpr (std::is_invocable_v<Job&, Args..., const CancelToken&>) {
-        static_assert(std::is_void_v<std::invoke_result_t<Job&, Args..., const CancelToken&>>,
-                      "A job returns nothing: have it store what it finds");
+    if constexpr (!CheckJob<Job, Args...>()) {
+        return;
+    } else if constexpr (std::is_invocable_v<Job&, Args..., const CancelToken&>) {
         job(std::forward<Args>(args)..., token);
     } else {
-        static_assert(std::is_invocable_v<Job&, Args...>, "This job cannot be called with what it is to be given");
-        static_assert(std::is_void_v<std::invoke_result_t<Job&, Args...>>,
-                      "A job returns nothing: have it store what it finds");
         job(std::forward<Args>(args)...);
     }
 }

@@ -38,6 +38,7 @@ enum class errc {
     picture_too_large,       ///< more pixels than a surface or a file can have, or than so few bytes account for
     format_not_supported,    ///< a form of pixels or of files that the library does not read or write
     no_surface,              ///< the surface pool has no surface of that kind
+    block_too_large,         ///< a block pool never has a block of so many bytes; as std::errc: value_too_large
 };
 
 namespace detail {
@@ -46,6 +47,13 @@ class ErrorCategory final : public std::error_category {
 public:
     const char* name() const noexcept override { return "tnrobot"; }
     std::string message(int nValue) const override { return Sentence(static_cast<errc>(nValue)); }
+
+    // Programs may compare with what the standard calls it.
+    std::error_condition default_error_condition(int nValue) const noexcept override {
+        return static_cast<errc>(nValue) == errc::block_too_large
+                   ? std::make_error_condition(std::errc::value_too_large)
+                   : std::error_condition(nValue, *this);
+    }
 
 private:
     static const char* Sentence(errc eValue) noexcept {
@@ -88,6 +96,8 @@ private:
                 return "Pictures of this form cannot be read or written";
             case errc::no_surface:
                 return "The surface pool has no surface for the picture";
+            case errc::block_too_large:
+                return "The pool never has a block of so many bytes";
         }
         return "Unknown reason";
     }

@@ -2,8 +2,9 @@
 /// Any number of groups and values in one file: GroupFileWriter and GroupFileReader.
 ///
 /// The file holds the saved bytes of each, one after the other, and nothing else: what is written here can
-/// be read with ITnRobotArchive, and the other way round. It does not say what lies where, so groups and
-/// values are read in the order in which they were written; a file of groups alone needs no such order.
+/// be read with ITnRobotArchive, and the other way round. Groups have no names in there: where they need one,
+/// a value in each says it. The file does not say what lies where, so groups and values are read in the order
+/// in which they were written; a file of groups alone needs no such order.
 
 #ifndef TNROBOTKERNEL_TN_GROUP_FILES_H_
 #define TNROBOTKERNEL_TN_GROUP_FILES_H_
@@ -105,8 +106,9 @@ private:
 /// Reads groups and values one after the other, and tells the end of the file from damage.
 ///
 /// Once something could not be read, nothing more is: what follows has no meaning then. A file that was cut
-/// exactly between two groups cannot be told from a shorter one; whoever has to know writes their number
-/// into the first.
+/// exactly between two groups cannot be told from a shorter one: there is no mark at the end, which would be
+/// one more group, or damage, to every reader that does not know it. A GroupFileWriter leaves no such file;
+/// whoever has to know of others writes the number of groups into the first.
 ///
 /// Threads: externally synchronised.
 class GroupFileReader final {

@@ -12,6 +12,7 @@
 #include "TnRobotKernel/memory.h"
 #include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/tn/cancel.h"
+#include "TnRobotKernel/tn/error.h"
 #include "TnRobotKernel/values.h"
 
 namespace tn {
@@ -224,9 +225,9 @@ public:
             return 0;
         }
         if (!m_budget->Promise(nBytes)) {
-            ec = std::make_error_code(nBytes > m_budget->Counters().nMostBytes
-                                          ? std::errc::value_too_large
-                                          : std::errc::resource_unavailable_try_again);
+            ec = nBytes > m_budget->Counters().nMostBytes
+                     ? make_error_code(errc::block_too_large)
+                     : std::make_error_code(std::errc::resource_unavailable_try_again);
             return 0;
         }
         const TnRobotPtr<detail::LimitedBlock> block = Wrap(nBytes);
@@ -315,7 +316,7 @@ inline int AskPool(ITnRobotMemoryBlockPool& pool, unsigned int nSize, ITnRobotMe
     } else if (nResult == 1) {
         ec = std::make_error_code(std::errc::resource_unavailable_try_again);
     } else {
-        ec = std::make_error_code(nSize == 0 ? std::errc::invalid_argument : std::errc::value_too_large);
+        ec = nSize == 0 ? std::make_error_code(std::errc::invalid_argument) : make_error_code(errc::block_too_large);
     }
     return nResult;
 }
@@ -328,7 +329,8 @@ inline int AskPool(ITnRobotMemoryBlockPool& pool, unsigned int nSize, ITnRobotMe
 /// @param[in] nSize  bytes wanted.
 /// @param[out] ec    cleared when there is a block. std::errc::resource_unavailable_try_again: others have
 ///                   what is there, so ask again when something may have come back; invalid_argument: the
-///                   pool has no blocks of 0 bytes; value_too_large: it never has one of this size.
+///                   pool has no blocks of 0 bytes; errc::block_too_large, which is std::errc::value_too_large
+///                   too: it never has one of this size.
 /// @return the block, not initialised; empty on failure.
 /// Throws std::bad_alloc when the system has no memory left.
 [[nodiscard]] inline TnRobotPtr<ITnRobotMemoryBlock> QueryMemBuff(ITnRobotMemoryBlockPool& pool, unsigned int nSize,

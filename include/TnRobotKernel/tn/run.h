@@ -59,14 +59,17 @@ public:
         End(Stage::kDone, std::move(failure));
     }
 
+    // Before it is posted.
+    void SetCrew(const std::shared_ptr<Crew>& crew) { m_crew = crew; }
+
+    // Gives back at once what the job holds, and the crew's place for it, where nobody runs it yet.
     void Cancel() {
         m_cancel->Cancel();
-        std::function<void(const CancelToken&)> job;
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_eStage == Stage::kWaiting) {
-            m_eStage = Stage::kCancelled;
-            job.swap(m_job);
-            m_changed.notify_all();
+        if (!EndUnbegun()) {
+            return;
+        }
+        if (const std::shared_ptr<Crew> crew = m_crew.lock()) {
+            crew->NoteOver();
         }
     }
 
@@ -104,6 +107,18 @@ public:
 private:
     enum class Stage { kWaiting, kRunning, kDone, kCancelled };
 
+    bool EndUnbegun() {
+        std::function<void(const CancelToken&)> job;  // destroyed without the lock
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_eStage != Stage::kWaiting) {
+            return false;
+        }
+        m_eStage = Stage::kCancelled;
+        job.swap(m_job);
+        m_changed.notify_all();
+        return true;
+    }
+
     bool IsOverLocked() const { return m_eStage == Stage::kDone || m_eStage == Stage::kCancelled; }
 
     void End(Stage eStage, std::exception_ptr failure) {
@@ -114,6 +129,7 @@ private:
     }
 
     const std::shared_ptr<CancelState> m_cancel = std::make_shared<CancelState>();
+    std::weak_ptr<Crew> m_crew;  // where it waits; weak, for the crew holds what waits
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::function<void(const CancelToken&)> m_job;  // of who has changed the stage; guarded by m_mutex before
@@ -197,7 +213,7 @@ public:
     /// @return whether the job is over, or was cancelled before it began.
     [[nodiscard]] bool IsOver() const { return !m_state || m_state->IsOver(); }
 
-    /// Tells the job that it should end. One that has not begun never will.
+    /// Tells the job that it should end. One that has not begun never will, and what it holds is given back now.
     void Cancel() {
         if (m_state) {
             m_state->Cancel();
@@ -267,12 +283,14 @@ template <typename Job>
     const unsigned int nMost = std::max(detail::kFewestRuns, detail::Processors());
     JobHandle handle(state);  // takes the job back when something is thrown
     const auto crew = detail::CrewRegistry::Here().CrewOf(pool);
+    state->SetCrew(crew);
     crew->Post(pool, state, nMost);
     return handle;
 }
 
 /// Gives the tasks that wait for jobs of Run and ForEach back to their pool now, instead of after a
-/// second, and waits until they are back. Those at work stay, and go back when their jobs return. Then it has
+/// second, and waits until they are back, and also for those that are just leaving by themselves. Those at work
+/// stay, and go back when their jobs return. Then it has
 /// all idle tasks of the pool let go of their last runners, which they otherwise keep until they are used again.
 ///
 /// To be called, when nothing is at work and all WorkQueues have ended, before a library is unloaded that has
@@ -280,8 +298,9 @@ template <typename Job>
 /// are used again or destroyed.
 /// @param[in] pool  borrowed for the call.
 inline void GiveBackTasks(ITnRobotTaskPool& pool) {
-    detail::CrewRegistry::Here().DismissIdle(pool);
-    detail::DropIdleRunners(pool);
+    detail::CrewRegistry& registry = detail::CrewRegistry::Here();
+    registry.DismissIdle(pool);
+    registry.DropRunners(pool);
 }
 
 /// @}

@@ -88,8 +88,15 @@ inline bool IsValueOfLibrary(const ITnRobotSerialize& object) {
     return IsOfLibrary(object, value);
 }
 
-// Sees whether the values of a group are whole: a group does not look at what their loading answers. It
-// knows the saved forms of a group and of a value, which is behind each name.
+// How many bytes a saved value of a type has; -1 where any number of them will do.
+inline std::int64_t SavedSize(std::int32_t nType) noexcept {
+    constexpr std::array<std::int8_t, DATA_TYPE_BYTE + 1> kSizes = {-1, 1, 2, 2, 4, 4, 4, 8, 8, 8, -1, -1, 2, 1};
+    return kSizes[static_cast<std::size_t>(nType)];
+}
+
+// Sees whether the values of a group are whole, and have the bytes that their types have: a group does not look
+// at what their loading answers, and a value takes as many as it is told there are. It knows the saved forms of
+// a group and of a value, which is behind each name.
 class LoadingArchive final : public ForwardingArchive {
 public:
     // What is loaded tells where values are.
@@ -140,6 +147,15 @@ private:
         } else if (nBefore < kHead) {
             std::copy_n(pBytes, std::min(nBytes, kHead - nBefore), m_head.data() + nBefore);
         }
+        if (m_nRead > kHead && m_bInValue && Number(kType) == DATA_TYPE_STRING) {
+            const std::size_t nContent = std::min(nBytes, m_nRead - kHead);
+            FollowText(pBytes + (nBytes - nContent), nContent);
+        }
+    }
+
+    // Mostly the zero is the last byte.
+    void FollowText(const unsigned char* pBytes, std::size_t nBytes) {
+        m_bTextEnds = m_bTextEnds || pBytes[nBytes - 1] == 0 || std::memchr(pBytes, 0, nBytes) != nullptr;
     }
 
     std::int32_t Number(std::size_t nPosition) const {
@@ -159,18 +175,28 @@ private:
         if (!m_bInValue && m_bGroup && m_nRead >= kCount) {
             m_bWhole = m_bWhole && Number(kType) >= 0;
         } else if (m_bInValue) {
-            const bool bHead = m_nRead >= kHead && Number(kType) >= DATA_TYPE_NONE && Number(kType) <= DATA_TYPE_BYTE;
-            m_bWhole =
-                m_bWhole && bHead && Number(kCount) >= 0 && m_nRead - kHead == static_cast<std::size_t>(Number(kCount));
+            m_bWhole = m_bWhole && IsValueWhole();
         }
         m_bInValue = false;
+        m_bTextEnds = false;
         m_nRead = 0;
+    }
+
+    bool IsValueWhole() const {
+        if (m_nRead < kHead || Number(kType) < DATA_TYPE_NONE || Number(kType) > DATA_TYPE_BYTE) {
+            return false;
+        }
+        const std::int64_t nSize = SavedSize(Number(kType));
+        const bool bFits = nSize < 0 || Number(kCount) == nSize;
+        const bool bText = Number(kType) != DATA_TYPE_STRING || m_bTextEnds;
+        return bFits && bText && Number(kCount) >= 0 && m_nRead - kHead == static_cast<std::size_t>(Number(kCount));
     }
 
     const bool m_bGroup;
     bool m_bInValue;
     bool m_bWhole = true;
-    std::size_t m_nRead = 0;  // bytes of the value, or of the group's beginning
+    bool m_bTextEnds = false;  // the value's bytes have a zero
+    std::size_t m_nRead = 0;   // bytes of the value, or of the group's beginning
     std::array<unsigned char, kHead> m_head{};
 };
 
@@ -303,9 +329,10 @@ inline bool SaveTo(const char* lpszPath, ITnRobotSerialize& object, std::error_c
 /// @param[out] ec       why it was not loaded; cleared on success.
 /// @return whether the file holds this object, whole, and nothing else. False for a null path; when the
 ///         file cannot be opened or is not a regular one; for a result other than 1 of Serialize; for a
-///         file that ends early or goes on behind the object; and for a group or value in which a value
-///         cannot be read, though the group itself loads. The object then holds what was read until then,
-///         the last of it perhaps in part.
+///         file that ends early or goes on behind the object; and, with errc::file_damaged, for a group or value
+///         in which a value cannot be read, has another number of bytes than its type, or is a text without a
+///         zero, though the group or value itself loads. The object then holds what was read until then, the
+///         last of it perhaps in part.
 inline bool LoadFrom(const char* lpszPath, ITnRobotSerialize& object, std::error_code& ec) {
     ec = detail::Load(lpszPath, object);
     return !ec;

@@ -4,6 +4,8 @@
 #ifndef TNROBOTKERNEL_TN_WORK_QUEUE_H_
 #define TNROBOTKERNEL_TN_WORK_QUEUE_H_
 
+#include <algorithm>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -21,9 +23,12 @@ enum class AtEnd {
     kCancel,  ///< they are dropped; those at work hear of it and are waited for
 };
 
+/// The most tasks that a WorkQueue may have. Each is a thread, and an idle task of its pool afterwards.
+inline constexpr unsigned int kMostQueueThreads = 256;
+
 /// How a WorkQueue goes about its work.
 struct WorkQueueOptions {
-    unsigned int nThreads = 0;     ///< tasks; 0: one per processor
+    unsigned int nThreads = 0;     ///< tasks, kMostQueueThreads at most; 0: one per processor
     std::size_t nCapacity = 0;     ///< items that may wait; 0: two for each task
     AtEnd eAtEnd = AtEnd::kDrain;  ///< what the destructor does
 };
@@ -52,11 +57,11 @@ public:
     ///                     reference that an rvalue binds to; all tasks call it at once. It lives as long
     ///                     as the queue.
     /// @param[in] options  tasks, room, and what the end does.
-    /// Throws std::system_error when the tasks cannot be started, all of them, and std::bad_alloc.
+    /// Throws std::system_error when the tasks cannot be started, all of them, which is std::errc::invalid_argument
+    /// before any is started for more than kMostQueueThreads, and std::bad_alloc.
     template <typename Job>
     WorkQueue(ITnRobotTaskPool& pool, Job job, const WorkQueueOptions& options = {}) : m_eAtEnd(options.eAtEnd) {
-        const unsigned int nThreads =
-            options.nThreads != 0 ? options.nThreads : std::max(1U, std::thread::hardware_concurrency());
+        const unsigned int nThreads = CheckThreads(options.nThreads);
         const std::size_t nCapacity = options.nCapacity != 0 ? options.nCapacity : std::size_t{2} * nThreads;
         // Shared, because a std::function wants to be copied and a job may not.
         auto shared = std::make_shared<Job>(std::move(job));
@@ -162,6 +167,15 @@ public:
 
 private:
     using State = detail::QueueState<Item>;
+
+    static unsigned int CheckThreads(unsigned int nWanted) {
+        if (nWanted > kMostQueueThreads) {
+            throw std::system_error(std::make_error_code(std::errc::invalid_argument),
+                                    "a WorkQueue has at most 256 tasks");
+        }
+        const unsigned int nProcessors = std::min(std::max(1U, std::thread::hardware_concurrency()), kMostQueueThreads);
+        return nWanted != 0 ? nWanted : nProcessors;
+    }
 
     void StartTasks(ITnRobotTaskPool& pool, unsigned int nThreads) {
         m_state->ReserveWorkers(nThreads);

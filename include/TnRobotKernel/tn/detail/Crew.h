@@ -47,6 +47,40 @@ inline bool& IsCrewThread() {
     return s_bIs;
 }
 
+// Workers of all crews that have left by themselves, by the marks of their tasks' runners: such a task is on its
+// way back to its pool for a millisecond or two, and idle, with its runner, from then on.
+//
+// Lock order: m_mutex is innermost.
+class Departures {
+public:
+    // A worker is about to leave. Without memory nobody waits for it.
+    void Add(const void* pPool, const std::shared_ptr<const void>& mark) noexcept {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto isGone = [](const Departure& each) { return each.mark.expired(); };
+        m_departures.erase(std::remove_if(m_departures.begin(), m_departures.end(), isGone), m_departures.end());
+        try {
+            m_departures.push_back({pPool, mark});
+        } catch (const std::bad_alloc&) {
+        }
+    }
+
+    // @return whether a task of that pool still has, or brings back, a runner of one that has left.
+    bool HasAny(const void* pPool) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return std::any_of(m_departures.begin(), m_departures.end(),
+                           [pPool](const Departure& each) { return each.pPool == pPool && !each.mark.expired(); });
+    }
+
+private:
+    struct Departure {
+        const void* pPool;  // only compared: the pool may be gone
+        std::weak_ptr<const void> mark;
+    };
+
+    std::mutex m_mutex;
+    std::vector<Departure> m_departures;  // guarded by m_mutex
+};
+
 // Workers on tasks of one pool, and the errands that wait for them.
 //
 // A worker is a task whose job takes errands until none has come for a while. Then it gives its own task
@@ -57,9 +91,11 @@ inline bool& IsCrewThread() {
 // sent home; there is no errand that nobody takes while it has room, but for those of which the next one
 // to take an errand tells.
 //
-// Lock order: m_mutex is innermost; no job, task or pool is called with it.
+// Lock order: m_mutex is innermost but for that of Departures; no job, task or pool is called with it.
 class Crew : public std::enable_shared_from_this<Crew> {
 public:
+    Crew(const void* pPool, Departures& departures) : m_pPool(pPool), m_departures(departures) {}
+
     // Adds an errand, as often as workers are to take it, and starts those that are missing. Their
     // starts take a millisecond each, so they end when the answer says that nobody is needed any more.
     // The caller withdraws the errand in the end: it may be that nobody comes for it.
@@ -95,6 +131,20 @@ public:
                     throw;
                 }
             }
+        }
+    }
+
+    // An errand that may still wait is over. Those are taken out before they are half of all that wait: so a
+    // burst of jobs that are cancelled while all workers are busy leaves nothing behind, and costs no search each.
+    void NoteOver() {
+        std::vector<std::shared_ptr<Errand>> over;
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (++m_nOver * 2 <= m_errands.size()) {
+            return;
+        }
+        try {
+            TakeThoseOver(over);
+        } catch (const std::bad_alloc&) {  // then they wait for a worker, as all others do
         }
     }
 
@@ -144,9 +194,10 @@ private:
         bool HasNothingToDo() const { return task && (!errand || errand->IsOver()); }
 
         TnRobotPtr<ITnRobotTask> task;
-        std::shared_ptr<Errand> errand;  // that it is at
-        bool bHasBegun = false;          // its task has really started
-        bool bLeaves = false;            // does not wait for another one
+        const std::shared_ptr<const void> mark = std::make_shared<char>();  // of its task's runner
+        std::shared_ptr<Errand> errand;                                     // that it is at
+        bool bHasBegun = false;                                             // its task has really started
+        bool bLeaves = false;                                               // does not wait for another one
     };
 
     void Add(const std::shared_ptr<Errand>& errand, unsigned int nTimes, unsigned int nMost, unsigned int nAwake) {
@@ -206,7 +257,7 @@ private:
         try {
             StartWorkerTask(
                 pool, [crew = shared_from_this(), worker] { crew->Work(*worker); },
-                [&](const TnRobotPtr<ITnRobotTask>& task) { Hire(*worker, task); });
+                [&](const TnRobotPtr<ITnRobotTask>& task) { Hire(*worker, task); }, worker->mark);
         } catch (...) {
             Strike(*worker);
             throw;
@@ -219,6 +270,7 @@ private:
         const auto end = std::stable_partition(m_errands.begin(), m_errands.end(), isNeeded);
         over.assign(end, m_errands.end());
         m_errands.erase(end, m_errands.end());
+        m_nOver = 0;
         m_nUntold = std::min(m_nUntold, m_errands.size());
     }
 
@@ -265,6 +317,9 @@ private:
                 done.reset();
                 lock.lock();
             }
+            if (me.task) {  // whoever does not find it here any more finds it there
+                m_departures.Add(m_pPool, me.mark);
+            }
             own = StrikeLocked(me);
         }
         IsCrewThread() = false;
@@ -278,6 +333,8 @@ private:
         return !m_errands.empty() && me.task;
     }
 
+    const void* const m_pPool;  // only compared: the pool may be gone
+    Departures& m_departures;
     std::mutex m_mutex;
     std::condition_variable m_posted;               // there is an errand, or somebody is sent home
     std::condition_variable m_begun;                // a worker has begun, or there is one less
@@ -285,6 +342,7 @@ private:
     std::list<std::shared_ptr<Worker>> m_workers;   // guarded by m_mutex, and what they point to
     std::size_t m_nUntold = 0;                      // guarded by m_mutex; errands for which nobody was woken yet
     unsigned int m_nMost = 0;                       // guarded by m_mutex
+    std::size_t m_nOver = 0;                        // at most so many errands that wait are over; guarded by m_mutex
 };
 
 // Finds the crew of a pool. The registry knows crews, it does not keep them: a crew lives with its workers
@@ -306,10 +364,22 @@ public:
         DropTheGone();
         std::shared_ptr<Crew> crew = m_crews[&pool].lock();
         if (!crew) {
-            crew = std::make_shared<Crew>();
+            crew = std::make_shared<Crew>(&pool, m_departures);
             m_crews[&pool] = crew;
         }
         return crew;
+    }
+
+    // Has the pool's idle tasks let go of their runners, those too whose workers are just leaving by themselves.
+    // Only the pool knows when such a task is back, within a millisecond or two; a pool of the application's own
+    // that keeps runners is not waited for longer than a worker lingers.
+    void DropRunners(ITnRobotTaskPool& pool) {
+        const Clock::time_point end = After(kLinger);
+        DropIdleRunners(pool);
+        while (m_departures.HasAny(&pool) && Clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            DropIdleRunners(pool);
+        }
     }
 
     // Sends those of one pool home.
@@ -380,6 +450,7 @@ private:
     }
 
     const Home m_home;
+    Departures m_departures;  // before the crews, which refer to it
     std::mutex m_mutex;
     std::map<const ITnRobotTaskPool*, std::weak_ptr<Crew>> m_crews;  // guarded by m_mutex
 };

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -41,10 +42,11 @@ private:
 
 // Calls a job once in its life, and is never done: so its pool does not stop the task on its own thread some
 // time later, and the task is idle again when its last release returns. What the job holds goes with it, not
-// with the idle task that keeps its runner.
+// with the idle task that keeps its runner; only the mark goes with the runner.
 class WorkerRunner final : public ITnRobotTaskRunner {
 public:
-    explicit WorkerRunner(std::function<void()> job) : m_job(std::move(job)) {}
+    explicit WorkerRunner(std::function<void()> job, std::shared_ptr<const void> mark = nullptr)
+        : m_job(std::move(job)), m_mark(std::move(mark)) {}
 
     void Init() override {}
     void Execute(ITnRobotEvent* /*pRunEvent*/) noexcept override {
@@ -63,6 +65,7 @@ public:
 
 private:
     std::function<void()> m_job;
+    const std::shared_ptr<const void> m_mark;
 };
 
 // The reason where a pool has no task or a task does not start.
@@ -72,9 +75,11 @@ private:
 
 // Starts a task that does the job once. Its owner gets the task before that, for the job may be done before
 // the start has returned. Throws when there is no task, or it does not start; then nothing keeps the job.
+// The mark is kept as long as the task's runner.
 template <typename Keep>
-void StartWorkerTask(ITnRobotTaskPool& pool, std::function<void()> job, Keep keep) {
-    const auto runner = MakeObject<WorkerRunner>(std::move(job));
+void StartWorkerTask(ITnRobotTaskPool& pool, std::function<void()> job, Keep keep,
+                     std::shared_ptr<const void> mark = nullptr) {
+    const auto runner = MakeObject<WorkerRunner>(std::move(job), std::move(mark));
     TnRobotPtr<ITnRobotTask> task;
     try {
         if (!pool.CreateTask(runner.get(), task.put()) || !task) {
