@@ -71,6 +71,17 @@ TEST_F(Pictures, WholeOnesLoadWithoutAReason) {
     EXPECT_FALSE(Load(File("c.bmp", BmpFile24(4, 2, Counting(24))), true));
 }
 
+// A file is looked at in windows, the bytes in memory as they are.
+TEST_F(Pictures, WholeOnesLoadWithoutAReasonWhereverTheirMarkersLie) {
+    for (std::size_t nComment = 4050; nComment < 4110; ++nComment) {
+        const Bytes jpeg = AddFillBytes(AddComments(SmallJpeg(), nComment));
+        EXPECT_FALSE(Load(File("comment.jpg", jpeg), true)) << nComment;
+        std::error_code ec = tn::errc::object_refused;
+        EXPECT_TRUE(tn::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), m_pool.get(), ec));
+        EXPECT_FALSE(ec) << nComment;
+    }
+}
+
 TEST_F(Pictures, ACutJpegGivesItsPictureAndSaysSo) {
     for (const bool bProgressive : {false, true}) {
         const Bytes jpeg = SmallJpeg(bProgressive);

@@ -36,13 +36,17 @@ class PictureBytes {
 public:
     // Leaves the reason in errno.
     explicit PictureBytes(const char* lpszPath) : m_stream(std::fopen(lpszPath, "rbe")) {}
+    // Borrows them.
     PictureBytes(const unsigned char* pData, std::size_t nLength)
-        : m_stream(fmemopen(const_cast<unsigned char*>(pData), nLength, "rb")) {}
+        : m_nLength(nLength), m_pNext(pData), m_pEnd(pData + nLength) {}
+    PictureBytes(const PictureBytes&) = delete;
+    PictureBytes& operator=(const PictureBytes&) = delete;
+    ~PictureBytes() = default;
 
-    bool IsOpen() const { return m_stream != nullptr; }
+    bool IsOpen() const { return m_stream != nullptr || m_pNext != nullptr; }
 
     // -1 where the bytes end.
-    int Next() { return m_nNext < m_nFilled || Fill() ? m_buffer[m_nNext++] : -1; }
+    int Next() { return m_pNext != m_pEnd || Fill() ? *m_pNext++ : -1; }
 
     // Two bytes, the higher one first; -1 where the bytes end.
     int NextPair() {
@@ -51,19 +55,34 @@ public:
         return nLow < 0 ? -1 : nHigh * 256 + nLow;
     }
 
+    // Goes on behind the next byte of this kind. @return false where the bytes end before one.
+    bool SkipBehind(unsigned char nByte) {
+        while (m_pNext != m_pEnd || Fill()) {
+            const void* pFound = std::memchr(m_pNext, nByte, static_cast<std::size_t>(m_pEnd - m_pNext));
+            m_pNext = pFound != nullptr ? static_cast<const unsigned char*>(pFound) + 1 : m_pEnd;
+            if (pFound != nullptr) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     // Whether there can be more behind so many bytes, which are 0 or more.
     bool Skip(std::size_t nBytes) {
-        const std::size_t nHere = m_nFilled - m_nNext;
+        const auto nHere = static_cast<std::size_t>(m_pEnd - m_pNext);
         if (nBytes <= nHere) {
-            m_nNext += nBytes;
+            m_pNext += nBytes;
             return true;
         }
-        m_nNext = m_nFilled;
-        return std::fseek(m_stream.get(), static_cast<long>(nBytes - nHere), SEEK_CUR) == 0;
+        m_pNext = m_pEnd;
+        return m_stream && std::fseek(m_stream.get(), static_cast<long>(nBytes - nHere), SEEK_CUR) == 0;
     }
 
     // Nothing may have been read yet.
     std::int64_t Length() {
+        if (!m_stream) {
+            return static_cast<std::int64_t>(m_nLength);
+        }
         const bool bEnd = std::fseek(m_stream.get(), 0, SEEK_END) == 0;
         const std::int64_t nLength = bEnd ? std::ftell(m_stream.get()) : 0;
         std::rewind(m_stream.get());
@@ -72,18 +91,22 @@ public:
 
 private:
     bool Fill() {
-        m_nNext = 0;
-        m_nFilled = std::fread(m_buffer.data(), 1, m_buffer.size(), m_stream.get());
-        return m_nFilled != 0;
+        if (!m_stream) {
+            return false;
+        }
+        m_pNext = m_buffer.data();
+        m_pEnd = m_pNext + std::fread(m_buffer.data(), 1, m_buffer.size(), m_stream.get());
+        return m_pNext != m_pEnd;
     }
 
     struct Close {
         void operator()(std::FILE* pStream) const { std::fclose(pStream); }
     };
-    std::unique_ptr<std::FILE, Close> m_stream;
+    std::unique_ptr<std::FILE, Close> m_stream;  // null for bytes in memory
     std::array<unsigned char, 4096> m_buffer{};
-    std::size_t m_nFilled = 0;
-    std::size_t m_nNext = 0;
+    const std::size_t m_nLength = 0;         // of bytes in memory
+    const unsigned char* m_pNext = nullptr;  // what has been read and not taken lies up to m_pEnd
+    const unsigned char* m_pEnd = nullptr;
 };
 
 // Walks through the markers of a JPEG.
@@ -108,15 +131,13 @@ public:
 private:
     // Pixels lie between markers too: their own bytes of ones are followed by a zero, restarts are marked.
     int NextMarker() {
-        int nByte = m_bytes.Next();
-        while (nByte >= 0) {
-            if (nByte != 0xFF) {
+        while (m_bytes.SkipBehind(0xFF)) {
+            int nByte = m_bytes.Next();
+            while (nByte == 0xFF) {
                 nByte = m_bytes.Next();
-                continue;
             }
-            nByte = m_bytes.Next();
             const bool bStandsAlone = nByte <= 0x01 || (nByte >= 0xD0 && nByte <= 0xD8);
-            if (!bStandsAlone && nByte != 0xFF) {
+            if (!bStandsAlone) {
                 return nByte;
             }
         }
