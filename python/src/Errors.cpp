@@ -1,0 +1,110 @@
+// Which exception a failure is.
+
+#include "Errors.h"
+
+#include <cerrno>
+#include <exception>
+
+#include "TnRobotKernel/tn/error.h"
+
+namespace tnrobot::python {
+
+namespace {
+
+py::object TypesModule() {
+    return py::module_::import("tnrobotkernel._types");
+}
+
+[[noreturn]] void RaiseObject(const py::object& exception) {
+    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr())), exception.ptr());
+    throw py::error_already_set();
+}
+
+[[noreturn]] void RaiseSystem(const std::error_code& reason, const std::string& strPath) {
+    const py::object type = py::reinterpret_borrow<py::object>(PyExc_OSError);
+    if (strPath.empty()) {
+        RaiseObject(type(reason.value(), reason.message()));
+    }
+    RaiseObject(type(reason.value(), reason.message(), TextFrom(strPath.data(), strPath.size())));
+}
+
+}  // namespace
+
+void Raise(const std::error_code& reason, const std::string& strPath) {
+    if (PyErr_Occurred() != nullptr) {
+        throw py::error_already_set();
+    }
+    if (reason.category() == tn::error_category()) {
+        const py::object path = strPath.empty() ? py::none() : py::object(TextFrom(strPath.data(), strPath.size()));
+        RaiseObject(TypesModule().attr("Error")(reason.value(), reason.message(), path));
+    }
+    if (reason == std::errc::invalid_argument) {
+        Raise(PyExc_ValueError, reason.message());
+    }
+    if (reason == std::errc::operation_canceled) {
+        RaiseObject(TypesModule().attr("CancelledError")());
+    }
+    RaiseSystem(reason, strPath);
+}
+
+void Raise(PyObject* pType, const std::string& strText) {
+    PyErr_SetString(pType, strText.c_str());
+    throw py::error_already_set();
+}
+
+std::string PathOf(const py::object& path) {
+    PyObject* pBytes = nullptr;
+    if (PyUnicode_FSConverter(path.ptr(), &pBytes) == 0) {
+        throw py::error_already_set();
+    }
+    const py::object bytes = py::reinterpret_steal<py::object>(pBytes);
+    std::string strPath(PyBytes_AS_STRING(pBytes), static_cast<std::size_t>(PyBytes_GET_SIZE(pBytes)));
+    return strPath;
+}
+
+std::string TextOf(py::handle text) {
+    const py::object bytes =
+        py::reinterpret_steal<py::object>(PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogateescape"));
+    if (!bytes) {
+        throw py::error_already_set();
+    }
+    return {PyBytes_AS_STRING(bytes.ptr()), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr()))};
+}
+
+py::str TextFrom(const char* lpszText, std::size_t nBytes) {
+    PyObject* pText = PyUnicode_DecodeUTF8(lpszText, static_cast<Py_ssize_t>(nBytes), "surrogateescape");
+    if (pText == nullptr) {
+        throw py::error_already_set();
+    }
+    return py::reinterpret_steal<py::str>(pText);
+}
+
+py::object Enumerator(const char* lpszEnum, int nNumber) {
+    return TypesModule().attr(lpszEnum)(nNumber);
+}
+
+int NumberOf(const char* lpszEnum, const py::object& enumerator) {
+    const py::object type = TypesModule().attr(lpszEnum);
+    if (PyLong_CheckExact(enumerator.ptr()) == 0 && !py::isinstance(enumerator, type)) {
+        Raise(PyExc_TypeError, std::string("expected a ") + lpszEnum + ", not " + Py_TYPE(enumerator.ptr())->tp_name);
+    }
+    return py::cast<int>(type(enumerator).attr("value"));
+}
+
+void BindErrors(py::module_& module) {
+    py::register_local_exception_translator([](std::exception_ptr pFailure) {
+        try {
+            std::rethrow_exception(std::move(pFailure));
+        } catch (const std::system_error& error) {
+            try {
+                Raise(error.code());
+            } catch (py::error_already_set& raised) {
+                raised.restore();
+            }
+        }
+    });
+    module.def("_end_calls", &EndCalls, "Let no other thread begin Python code any more.");
+    module.def("_note_fork", &ObjectMutex::NoteFork, "Called in the child of a fork.");
+}
+
+}  // namespace tnrobot::python

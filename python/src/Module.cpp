@@ -1,0 +1,13 @@
+// The extension module tnrobotkernel._core: classes and functions that the package's Python code completes.
+
+#include "Errors.h"
+#include "Files.h"
+#include "Groups.h"
+#include "Interpreter.h"
+
+PYBIND11_MODULE(_core, module) {
+    module.doc() = "What is below the package tnrobotkernel.";
+    tnrobot::python::BindErrors(module);
+    tnrobot::python::BindGroups(module);
+    tnrobot::python::BindFiles(module);
+}

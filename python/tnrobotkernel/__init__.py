@@ -1,0 +1,24 @@
+"""The foundation library for robot and machine-vision applications, as Python takes it.
+
+- Group, save and load: named values in files that C++ programs of the library share;
+- Error: why something was refused, beside the OSError of what the system refuses.
+
+docs/guide-python.md shows how they are used.
+"""
+
+import os as _os
+
+from . import _core
+from ._groups import *
+from ._groups import __all__ as _groups_all
+from ._types import *
+from ._types import __all__ as _types_all
+
+__all__ = [*_types_all, *_groups_all]
+
+_os.register_at_fork(after_in_child=_core._note_fork)
+
+for _name in __all__:
+    _object = globals()[_name]
+    if _name != "CancelledError" and getattr(_object, "__module__", "").startswith("tnrobotkernel."):
+        _object.__module__ = __name__  # where users find it
