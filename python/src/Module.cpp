@@ -4,10 +4,15 @@
 #include "Files.h"
 #include "Groups.h"
 #include "Interpreter.h"
+#include "Pools.h"
+#include "Surfaces.h"
 
 PYBIND11_MODULE(_core, module) {
     module.doc() = "What is below the package tnrobotkernel.";
     tnrobot::python::BindErrors(module);
     tnrobot::python::BindGroups(module);
     tnrobot::python::BindFiles(module);
+    tnrobot::python::BindPools(module);
+    tnrobot::python::BindSurfaces(module);
+    tnrobot::python::BindPictures(module);
 }
