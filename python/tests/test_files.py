@@ -6,7 +6,7 @@ import os
 import pathlib
 import pickle
 import stat
-from typing import Any
+from typing import Any, Callable
 
 import pytest
 
@@ -17,7 +17,8 @@ from tnrobotkernel import Durability, ErrorCode, Group, GroupFileReader, GroupFi
 def test_a_group_is_saved_and_loaded(tmp_path: pathlib.Path) -> None:
     group = Group(camera="left", exposure=12.5, block=bytes(range(256)))
     group.set("n", 3, type=ValueType.UINT)
-    for path in (tmp_path / "a.tnr", str(tmp_path / "b.tnr"), os.fsencode(tmp_path / "ç.tnr")):
+    paths: list[Any] = [tmp_path / "a.tnr", str(tmp_path / "b.tnr"), os.fsencode(tmp_path / "ç.tnr")]
+    for path in paths:
         for durability in Durability:
             tn.save(path, group, durability=durability)
             loaded = tn.load(path)
@@ -61,7 +62,9 @@ def test_a_full_disk_is_an_os_error(tmp_path: pathlib.Path) -> None:
 
 @pytest.mark.parametrize("path", [None, 1, 2.5, object(), ["a"]])
 def test_what_is_no_path_is_refused(path: Any) -> None:
-    for use in (tn.load, tn.load_all, GroupFileReader, GroupFileWriter, lambda p: tn.save(p, Group())):
+    uses: list[Callable[[Any], Any]]
+    uses = [tn.load, tn.load_all, GroupFileReader, GroupFileWriter, lambda p: tn.save(p, Group())]
+    for use in uses:
         with pytest.raises(TypeError):
             use(path)
 
@@ -169,6 +172,7 @@ def test_closed_files_say_so(tmp_path: pathlib.Path) -> None:
     for use in (lambda: writer.write(Group()), writer.save, reader.read_group, reader.read_value):
         with pytest.raises(ValueError, match="closed file"):
             use()
+    never_made: Any
     for never_made in (GroupFileWriter.__new__(GroupFileWriter), GroupFileReader.__new__(GroupFileReader)):
         assert never_made.closed
         never_made.close()

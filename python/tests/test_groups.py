@@ -7,7 +7,7 @@ import math
 import pickle
 import threading
 from collections.abc import MutableMapping
-from typing import Any
+from typing import Any, Callable
 
 import pytest
 
@@ -186,13 +186,16 @@ def test_names() -> None:
         assert name not in group
         with pytest.raises(KeyError):
             group[name]
-    for name in (None, 1, b"x"):
+    wrong: Any
+    for wrong in (None, 1, b"x"):
         with pytest.raises(TypeError):
-            group[name] = 1  # type: ignore[index]
+            group[wrong] = 1
         with pytest.raises(TypeError):
-            group[name]  # type: ignore[index]
-        assert name not in group
-    for missing in (lambda: group["y"], lambda: group.type("y"), lambda: group.pop("y"), lambda: group.__delitem__("y")):
+            group[wrong]
+        assert wrong not in group
+    uses: list[Callable[[], Any]]
+    uses = [lambda: group["y"], lambda: group.type("y"), lambda: group.pop("y"), lambda: group.__delitem__("y")]
+    for missing in uses:
         with pytest.raises(KeyError) as caught:
             missing()
         assert caught.value.args == ("y",)
@@ -256,8 +259,17 @@ def test_text_that_is_no_utf8_comes_back() -> None:
 
 def test_an_object_that_was_never_made_is_no_crash() -> None:
     group = Group.__new__(Group)
-    for use in (lambda: group["x"], lambda: len(group), lambda: group.set("x", 1), lambda: bytes(group),
-                lambda: group.copy(), lambda: repr(group), lambda: "x" in group, lambda: group.clear()):
+    uses: list[Callable[[], Any]] = [
+        lambda: group["x"],
+        lambda: len(group),
+        lambda: group.set("x", 1),
+        lambda: bytes(group),
+        lambda: group.copy(),
+        lambda: repr(group),
+        lambda: "x" in group,
+        lambda: group.clear(),
+    ]
+    for use in uses:
         with pytest.raises(ValueError):
             use()
     with pytest.raises(ValueError):

@@ -34,24 +34,25 @@ def test_the_array_is_a_view(format: ImageFormat, shape: tuple[int, ...]) -> Non
     surface = SurfacePool().surface(7, 5, format)
     assert (surface.width, surface.height, surface.format) == (7, 5, format)
     array = surface.array
+    buffer: Any = surface
     assert array.shape == shape and array.dtype == np.uint8 and array.strides[0] == surface.pitch
     assert array.flags.writeable and not array.flags.owndata and not array.any()
     array[...] = pattern(*shape)
     assert (surface.array == pattern(*shape)).all() and np.shares_memory(array, surface.array)
-    for other in (np.asarray(surface), np.array(memoryview(surface)), np.from_dlpack(surface)):
+    for other in (np.asarray(surface), np.array(memoryview(buffer)), np.from_dlpack(surface)):
         assert other.shape == shape and (other == pattern(*shape)).all()
     assert np.shares_memory(np.asarray(surface), array) and np.shares_memory(np.from_dlpack(surface), array)
 
 
 def test_padded_rows_are_no_flat_buffer() -> None:
-    surface = SurfacePool().surface(7, 5, ImageFormat.BGR24)
+    surface: Any = SurfacePool().surface(7, 5, ImageFormat.BGR24)
     assert surface.pitch == 24 and surface.array.strides == (24, 3, 1)
     view = memoryview(surface)
     assert view.shape == (5, 7, 3) and view.strides == (24, 3, 1) and view.nbytes == 105 and not view.contiguous
     assert len(view.tobytes()) == 105
     with pytest.raises((BufferError, TypeError)):
         (ctypes.c_char * 105).from_buffer(surface)
-    plain = SurfacePool().surface(8, 5, ImageFormat.BGR24)
+    plain: Any = SurfacePool().surface(8, 5, ImageFormat.BGR24)
     assert len((ctypes.c_char * 120).from_buffer(plain)) == 120
     view.release()
 
@@ -93,7 +94,7 @@ def test_a_capsule_that_nobody_takes_is_given_back() -> None:
     capsule = surface.__dlpack__()
     assert surface.__dlpack_device__() == (1, 0)
     with pytest.raises(BufferError):
-        surface.__dlpack__(stream=1)
+        surface.__dlpack__(stream=1)  # type: ignore[arg-type]
     del surface
     assert blocks.counters.live_blocks == 1
     del capsule
@@ -258,7 +259,7 @@ def test_wrong_arguments_are_type_errors() -> None:
 
 
 def test_objects_that_were_never_made_are_no_crash() -> None:
-    surface = Surface.__new__(Surface)
+    surface: Any = Surface.__new__(Surface)
     pool = SurfacePool.__new__(SurfacePool)
     calls: list[Any] = [
         lambda: surface.array,
@@ -310,9 +311,9 @@ def test_parts_and_joins() -> None:
     with pytest.raises(ValueError):
         tn.join(surface, Surface.from_array(pattern(6, 8)))
     four = Surface.from_array(pattern(6, 8, 4))
-    for use in (lambda: tn.clip(four, 0, 0, 2, 2), lambda: tn.join(four, four)):
+    for part in (lambda s: tn.clip(s, 0, 0, 2, 2), lambda s: tn.join(s, s)):  # type: ignore[assignment]
         with pytest.raises(Error) as caught:
-            use()
+            part(four)  # type: ignore[operator]
         assert caught.value.code is ErrorCode.FORMAT_NOT_SUPPORTED
 
 

@@ -6,6 +6,7 @@ from collections.abc import Iterable, Iterator, Mapping, MutableMapping
 from os import PathLike, fspath
 from types import TracebackType
 from typing import TYPE_CHECKING, Any, Optional, TypeVar, Union
+from typing import Type as _Type  # the class below has an operation of that name
 
 from . import _core
 from ._types import Durability, Error, ErrorCode, Value, ValueType
@@ -64,6 +65,13 @@ class Group(_core.Group, _Mapping):
 
     def __iter__(self) -> Iterator[str]:
         return iter(self._names())
+
+    def __eq__(self, other: object) -> bool:
+        if not isinstance(other, Mapping):
+            return NotImplemented
+        return dict(self.items()) == dict(other.items())
+
+    __hash__ = None  # type: ignore[assignment]
 
     def __reversed__(self) -> Iterator[str]:
         return reversed(self._names())
@@ -164,7 +172,7 @@ class Group(_core.Group, _Mapping):
     __bytes__ = to_bytes
 
     @classmethod
-    def from_bytes(cls: type[_G], data: Any) -> _G:
+    def from_bytes(cls: _Type[_G], data: Any) -> _G:
         """Make the group whose bytes these are; Error where they are not those of one group."""
         group = cls()
         if group._load_bytes(data, 0) != memoryview(data).nbytes:
@@ -184,9 +192,8 @@ def _show(value: Any) -> str:
 
 if not TYPE_CHECKING:
     # The class of the extension has a metaclass of its own, so the operations come without the base class.
-    for _name in ("keys", "items", "values", "get", "popitem", "setdefault", "__eq__"):
+    for _name in ("keys", "items", "values", "get", "popitem", "setdefault"):
         setattr(Group, _name, getattr(MutableMapping, _name))
-    Group.__hash__ = None
     MutableMapping.register(Group)
 
 

@@ -124,8 +124,9 @@ class TaskPool(_core.TaskPool):
         job: Job[T] = Job(lambda: fn(*args, **kwargs))
         _live.add(job)
         self._jobs.add(job)
-        job.add_done_callback(_live.discard)
-        job.add_done_callback(self._jobs.discard)
+        for jobs in (_live, self._jobs):
+            forget: Callable[[Any], None] = jobs.discard
+            job.add_done_callback(forget)
         try:
             self._post(job._run)
         except BaseException:
