@@ -214,7 +214,8 @@ def test_jobs_are_futures_for_others() -> None:
 
     async def add() -> int:
         job = pool.run(sum, [1, 2, 3])
-        return await asyncio.wrap_future(job) + await asyncio.get_running_loop().run_in_executor(None, int, "4")
+        first: int = await asyncio.wrap_future(job)
+        return first + 4
 
     with TaskPool() as pool:
         jobs = [pool.run(pow, n, 2) for n in range(20)]
@@ -254,7 +255,7 @@ def test_jobs_wait_for_jobs() -> None:
     def depth(left: int) -> int:
         if left == 0:
             return 0
-        deeper: int = pool.run(depth, left - 1).result()
+        deeper = int(pool.run(depth, left - 1).result())
         return 1 + deeper
 
     assert [job.result() for job in [pool.run(depth, 12) for _ in range(8)]] == [12] * 8
