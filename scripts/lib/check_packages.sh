@@ -100,6 +100,8 @@ cp /etc/resolv.conf "$system/etc/resolv.conf"
 mkdir "$system/tmp/packages"
 cp "$root"/build/packages/*.deb "$system/tmp/packages"
 quietly within apt-get update
+# What the Python package is tried with.
+quietly within apt-get install -y --no-install-recommends python3-matplotlib python3-numpy
 list_files >"$system/tmp/before"
 
 say "installing and purging"
@@ -114,5 +116,7 @@ within dpkg-query -W "${packages[@]}"
 use_library
 within tnrobot-inspect --version
 within tnrobot-inspect -h >/dev/null
+within python3 /usr/share/doc/libtnrobotkernel-doc/examples/python/inspect_scene.py --output /tmp/scene
+rm -r "$system/tmp/scene"
 rm -r "$system/tmp/packages" "$system/tmp/before"
 [ $# -eq 0 ] || say "the system stays in $system"
