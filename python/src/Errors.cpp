@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <exception>
+#include <unordered_map>
 
 #include "TnRobotKernel/tn/error.h"
 
@@ -11,8 +12,20 @@ namespace tnrobot::python {
 
 namespace {
 
-py::object TypesModule() {
-    return py::module_::import("tnrobotkernel._types");
+// Finds by the address of a literal what is made once and kept. Used with the interpreter's lock.
+template <typename Make>
+py::handle Cached(std::unordered_map<const char*, PyObject*>& cache, const char* lpszName, Make make) {
+    PyObject*& pKept = cache[lpszName];
+    if (pKept == nullptr) {
+        pKept = make().release().ptr();
+    }
+    return pKept;
+}
+
+py::handle NameObject(const char* lpszName) {
+    static auto* const s_pNames = new std::unordered_map<const char*, PyObject*>;
+    return Cached(*s_pNames, lpszName,
+                  [=] { return py::reinterpret_steal<py::object>(PyUnicode_InternFromString(lpszName)); });
 }
 
 [[noreturn]] void RaiseObject(const py::object& exception) {
@@ -36,13 +49,13 @@ void Raise(const std::error_code& reason, const std::string& strPath) {
     }
     if (reason.category() == tn::error_category()) {
         const py::object path = strPath.empty() ? py::none() : py::object(TextFrom(strPath.data(), strPath.size()));
-        RaiseObject(TypesModule().attr("Error")(reason.value(), reason.message(), path));
+        RaiseObject(TypeNamed("Error")(reason.value(), reason.message(), path));
     }
     if (reason == std::errc::invalid_argument) {
         Raise(PyExc_ValueError, reason.message());
     }
     if (reason == std::errc::operation_canceled) {
-        RaiseObject(TypesModule().attr("CancelledError")());
+        RaiseObject(TypeNamed("CancelledError")());
     }
     RaiseSystem(reason, strPath);
 }
@@ -63,6 +76,11 @@ std::string PathOf(const py::object& path) {
 }
 
 std::string TextOf(py::handle text) {
+    Py_ssize_t nBytes = 0;
+    if (const char* lpszText = PyUnicode_AsUTF8AndSize(text.ptr(), &nBytes)) {
+        return {lpszText, static_cast<std::size_t>(nBytes)};
+    }
+    PyErr_Clear();  // half of a pair, as what was no UTF-8 comes
     const py::object bytes =
         py::reinterpret_steal<py::object>(PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogateescape"));
     if (!bytes) {
@@ -80,15 +98,29 @@ py::str TextFrom(const char* lpszText, std::size_t nBytes) {
 }
 
 py::object Enumerator(const char* lpszEnum, int nNumber) {
-    return TypesModule().attr(lpszEnum)(nNumber);
+    return TypeNamed(lpszEnum)(nNumber);
 }
 
 int NumberOf(const char* lpszEnum, const py::object& enumerator) {
-    const py::object type = TypesModule().attr(lpszEnum);
+    const py::handle type = TypeNamed(lpszEnum);
     if (PyLong_CheckExact(enumerator.ptr()) == 0 && !py::isinstance(enumerator, type)) {
         Raise(PyExc_TypeError, std::string("expected a ") + lpszEnum + ", not " + Py_TYPE(enumerator.ptr())->tp_name);
     }
-    return py::cast<int>(type(enumerator).attr("value"));
+    return static_cast<int>(PyLong_AsLong(type(enumerator).ptr()));  // all of them are small
+}
+
+py::handle TypeNamed(const char* lpszName) {
+    static auto* const s_pTypes = new std::unordered_map<const char*, PyObject*>;
+    return Cached(*s_pTypes, lpszName,
+                  [=] { return py::object(py::module_::import("tnrobotkernel._types").attr(lpszName)); });
+}
+
+py::object Attribute(py::handle object, const char* lpszName) {
+    PyObject* pValue = PyObject_GetAttr(object.ptr(), NameObject(lpszName).ptr());
+    if (pValue == nullptr) {
+        throw py::error_already_set();
+    }
+    return py::reinterpret_steal<py::object>(pValue);
 }
 
 void BindErrors(py::module_& module) {

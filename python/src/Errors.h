@@ -48,6 +48,14 @@ py::object Enumerator(const char* lpszEnum, int nNumber);
 /// @param[in] lpszEnum  its name in tnrobotkernel._types; numbers that it has not are a ValueError.
 int NumberOf(const char* lpszEnum, const py::object& enumerator);
 
+/// @return a class of tnrobotkernel._types, which stays for the life of the process.
+/// @param[in] lpszName  a literal.
+py::handle TypeNamed(const char* lpszName);
+
+/// Reads an attribute. Names are made once: Python's caches would keep a new one of each call for a while.
+/// @param[in] lpszName  a literal.
+py::object Attribute(py::handle object, const char* lpszName);
+
 /// Adds what translates exceptions.
 void BindErrors(py::module_& module);
 

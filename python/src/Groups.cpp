@@ -2,6 +2,8 @@
 
 #include "Groups.h"
 
+#include <exception>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -61,10 +63,6 @@ void Set(const Group& group, const py::object& name, const py::object& object, c
     const TnRobotPtr<ITnRobotDataValue> value = MakeValue(object, type);
     const Locked lock(group.Mutex());
     group.Get().SetValue(strName.c_str(), value.get());
-}
-
-void SetItem(const Group& group, const py::object& name, const py::object& object) {
-    Set(group, name, object, py::none());
 }
 
 void DeleteItem(const Group& group, const py::object& name) {
@@ -190,6 +188,69 @@ std::size_t LoadBytes(Group& group, const py::object& bytes, std::size_t nBegin)
     return nBegin + file->Position();
 }
 
+// What is used most often goes past pybind11, which would take longer than the group.
+
+// The group of a Python object. ValueError where its __init__ was never called.
+const Group& GroupOf(PyObject* pSelf) {
+    auto* pInstance = reinterpret_cast<py::detail::instance*>(pSelf);
+    const auto* pGroup = static_cast<const Group*>(pInstance->get_value_and_holder().value_ptr());
+    if (pGroup == nullptr) {
+        throw py::value_error("this group has no content: its __init__ was never called");
+    }
+    return *pGroup;
+}
+
+// Calls a function, and leaves its exception for Python.
+template <typename Result, typename Call>
+Result Guarded(Result failed, Call call) {
+    try {
+        return call();
+    } catch (py::error_already_set& error) {
+        error.restore();
+    } catch (const py::builtin_exception& error) {
+        error.set_error();
+    } catch (const std::bad_alloc&) {
+        PyErr_NoMemory();
+    } catch (const std::exception& failure) {
+        PyErr_SetString(PyExc_RuntimeError, failure.what());
+    }
+    return failed;
+}
+
+py::object Borrow(PyObject* pObject) {
+    return py::reinterpret_borrow<py::object>(pObject);
+}
+
+PyObject* Subscript(PyObject* pSelf, PyObject* pName) {
+    return Guarded<PyObject*>(nullptr, [=] { return GetItem(GroupOf(pSelf), Borrow(pName)).release().ptr(); });
+}
+
+int AssignSubscript(PyObject* pSelf, PyObject* pName, PyObject* pValue) {
+    return Guarded(-1, [=] {
+        if (pValue == nullptr) {
+            DeleteItem(GroupOf(pSelf), Borrow(pName));
+        } else {
+            Set(GroupOf(pSelf), Borrow(pName), Borrow(pValue), py::none());
+        }
+        return 0;
+    });
+}
+
+Py_ssize_t Length(PyObject* pSelf) {
+    return Guarded<Py_ssize_t>(-1, [=] { return static_cast<Py_ssize_t>(NamesOf(GroupOf(pSelf)).size()); });
+}
+
+int ContainsName(PyObject* pSelf, PyObject* pName) {
+    return Guarded(-1, [=] { return Contains(GroupOf(pSelf), Borrow(pName)) ? 1 : 0; });
+}
+
+void SetMapping(PyHeapTypeObject* pType) {
+    pType->as_mapping.mp_subscript = &Subscript;
+    pType->as_mapping.mp_ass_subscript = &AssignSubscript;
+    pType->as_mapping.mp_length = &Length;
+    pType->as_sequence.sq_contains = &ContainsName;
+}
+
 }  // namespace
 
 Group::Group() : m_group(NewGroup()) {}
@@ -217,14 +278,8 @@ TnRobotPtr<ITnRobotDataValueGroup> NewGroup() {
 }
 
 void BindGroups(py::module_& module) {
-    py::class_<Group>(module, "Group", "What is below tnrobotkernel.Group.")
+    py::class_<Group>(module, "Group", py::custom_type_setup(&SetMapping), "What is below tnrobotkernel.Group.")
         .def(py::init<>())
-        .def("__getitem__", &GetItem, py::arg("name"), "The value of that name.")
-        .def("__setitem__", &SetItem, py::arg("name"), py::arg("value"), "Store a value of the type that fits it.")
-        .def("__delitem__", &DeleteItem, py::arg("name"), "Remove a value.")
-        .def("__contains__", &Contains, py::arg("name"), "Whether there is a value of that name.")
-        .def(
-            "__len__", [](const Group& group) { return NamesOf(group).size(); }, "How many values there are.")
         .def("_set", &Set, py::arg("name"), py::arg("value"), py::arg("type"))
         .def("_type", &TypeOf, py::arg("name"))
         .def("_names", &ListNames)

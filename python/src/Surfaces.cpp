@@ -78,7 +78,7 @@ std::string Describe(const Surface& surface) {
     if (surface.Pixels().pData == nullptr) {
         return "<Surface without pixels>";
     }
-    const auto strFormat = py::cast<std::string>(Format(surface).attr("name"));
+    const auto strFormat = py::cast<std::string>(Attribute(Format(surface), "name"));
     return "<Surface " + std::to_string(surface.Pixels().nWidth) + " x " + std::to_string(surface.Pixels().nHeight) +
            " " + strFormat + ">";
 }

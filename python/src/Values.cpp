@@ -140,21 +140,26 @@ DataValue MakeBlock(py::handle object) {
     return value;
 }
 
-// The type of numpy.generic, if NumPy is loaded at all: without it there are no scalars of it.
-py::object NumpyScalarType() {
-    const py::object modules = py::module_::import("sys").attr("modules");
-    const py::object numpy = modules.attr("get")("numpy");
-    return numpy.is_none() ? py::object() : py::getattr(numpy, "generic", py::none());
+// The type of numpy.generic, if NumPy is loaded at all: without it there are no scalars of it. Kept once found.
+PyObject* NumpyScalarType() {
+    static PyObject* s_pType = nullptr;
+    PyObject* pModules = PySys_GetObject("modules");  // borrowed
+    PyObject* pNumpy = s_pType == nullptr && pModules != nullptr ? PyDict_GetItemString(pModules, "numpy") : nullptr;
+    if (pNumpy != nullptr) {
+        s_pType = PyObject_GetAttrString(pNumpy, "generic");
+        PyErr_Clear();  // NumPy is just being loaded
+    }
+    return s_pType;
 }
 
 bool IsNumpyScalar(py::handle object) {
-    const py::object type = NumpyScalarType();
-    return type && !type.is_none() && PyObject_IsInstance(object.ptr(), type.ptr()) == 1;
+    PyObject* pType = NumpyScalarType();
+    return pType != nullptr && PyObject_IsInstance(object.ptr(), pType) == 1;
 }
 
 bool IsTruth(py::handle object) {
     return PyBool_Check(object.ptr()) != 0 ||
-           (IsNumpyScalar(object) && py::cast<std::string>(object.attr("dtype").attr("kind")) == "b");
+           (IsNumpyScalar(object) && py::cast<std::string>(Attribute(Attribute(object, "dtype"), "kind")) == "b");
 }
 
 DataValue MakeTruth(py::handle object) {
@@ -200,9 +205,9 @@ DataValue MakeOfType(py::handle object, ETnRobotDataValueType eType) {
 
 // The type that holds every number of a NumPy type.
 ETnRobotDataValueType TypeOfScalar(py::handle object) {
-    const py::object dtype = object.attr("dtype");
-    const auto chKind = py::cast<std::string>(dtype.attr("kind")).at(0);
-    const auto nBytes = py::cast<int>(dtype.attr("itemsize"));
+    const py::object dtype = Attribute(object, "dtype");
+    const auto chKind = py::cast<std::string>(Attribute(dtype, "kind")).at(0);
+    const auto nBytes = py::cast<int>(Attribute(dtype, "itemsize"));
     const bool bSigned = chKind == 'i';
     if (chKind == 'b') {
         return DATA_TYPE_BOOL;
@@ -245,10 +250,9 @@ DataValue MakeFitting(py::handle object) {
     if (IsNumpyScalar(object)) {
         return MakeOfType(object, TypeOfScalar(object));
     }
-    const py::object type = py::module_::import("tnrobotkernel._types").attr("Value");
-    if (py::isinstance(object, type)) {
-        const py::object held = object.attr("value");
-        return MakeOfType(held, static_cast<ETnRobotDataValueType>(NumberOf("ValueType", object.attr("type"))));
+    if (py::isinstance(object, TypeNamed("Value"))) {
+        const py::object held = Attribute(object, "value");
+        return MakeOfType(held, static_cast<ETnRobotDataValueType>(NumberOf("ValueType", Attribute(object, "type"))));
     }
     RaiseWrongType(object, "");
 }
