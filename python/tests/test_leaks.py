@@ -71,12 +71,8 @@ CALLS: dict[str, Callable[[], Any]] = {
 }
 
 
-@pytest.mark.parametrize("name", CALLS)
-def test_nothing_is_left(name: str) -> None:
-    call = CALLS[name]
-    watched: list[Any] = [None, GROUP, SURFACE, PICTURE, DATA, JPEG, tn.ImageFormat.BGR24, tn.ValueType.INT, BLOCKS, Group, Error]
-    for _ in range(50):
-        call()
+def left_by(call: Callable[[], object], watched: list[Any]) -> tuple[int, list[int]]:
+    """Returns the bytes and the references that ROUNDS calls leave behind."""
     gc.collect()
     tracemalloc.start()
     try:
@@ -86,10 +82,20 @@ def test_nothing_is_left(name: str) -> None:
             call()
         gc.collect()
         after = tracemalloc.get_traced_memory()[0]
-        changes = [sys.getrefcount(thing) - count for thing, count in zip(watched, counts)]
+        return after - before, [sys.getrefcount(thing) - count for thing, count in zip(watched, counts)]
     finally:
         tracemalloc.stop()
-    assert after - before < 4 * ROUNDS, f"{after - before} bytes of Python's"
+
+
+@pytest.mark.parametrize("name", CALLS)
+def test_nothing_is_left(name: str) -> None:
+    call = CALLS[name]
+    watched: list[Any] = [None, GROUP, SURFACE, PICTURE, DATA, JPEG, tn.ImageFormat.BGR24, tn.ValueType.INT, BLOCKS, Group, Error]
+    for _ in range(50):
+        call()
+    # Modules keep a few thousand bytes once, at any time; what leaks does so each time.
+    bytes_left, changes = min(left_by(call, watched) for _ in range(3))
+    assert bytes_left < 4 * ROUNDS, f"{bytes_left} bytes of Python's"
     assert max(abs(change) for change in changes) < ROUNDS // 10, changes
 
 
