@@ -15,13 +15,12 @@ namespace {
 bool Load(const char* lpszPath) {
     tn::ObjectReader reader(lpszPath);
     const auto about = tn::MakeValueDataGroup();
-    const bool bAbout = about->Serialize(&reader.Archive()) == 1 && !reader.Reason();
-    if (!bAbout) {
-        std::printf("%s: %s\n", lpszPath, reader.Reason().message().c_str());
+    std::error_code ec;
+    if (!reader.ReadValues(*about, ec)) {
+        std::printf("%s: %s\n", lpszPath, ec.message().c_str());
         return false;
     }
     std::printf("cell %s\n", tn::Get<std::string>(*about, "cell").value_or("?").c_str());
-    std::error_code ec;
     const auto tool = reader.Read<ITool>(ec);
     if (tool && reader.Finish(ec)) {
         std::printf("%s: %.1f N\n", tool->Name(), tool->Force());

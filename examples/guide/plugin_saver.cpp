@@ -23,11 +23,8 @@ bool Save(const char* lpszPath, ITool& tool, std::error_code& ec) {
     tn::Set(*about, "cell", "north");
     tn::Set(*about, "tool", tool.Name());
     tn::ObjectWriter writer;
-    if (about->Serialize(&writer.Archive()) != 1) {  // in front: needs no plug-in to be read
-        ec = tn::errc::object_refused;
-        return false;
-    }
-    return writer.Write(dynamic_cast<CTnRobotObject*>(&tool), ec) && writer.Save(lpszPath, ec);
+    return writer.WriteValues(*about, ec) &&  // in front: needs no plug-in to be read
+           writer.Write(dynamic_cast<CTnRobotObject*>(&tool), ec) && writer.Save(lpszPath, ec);
 }
 // [/save]
 

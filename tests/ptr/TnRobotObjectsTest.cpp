@@ -90,6 +90,25 @@ STnRuntimeClass Careless::s_class = {Careless::kGuid, []() -> CTnRobotObject* { 
                                      nullptr};
 const TN_REG_CLASS s_registerCareless(&Careless::s_class);
 
+// Answers as it is told when it is saved and loaded, or throws.
+class Moody final : public ITnRobotSerialize {
+public:
+    int Serialize(ITnRobotArchive* pArchive) override {
+        unsigned char byMood = 0;
+        if (pArchive->IsStoring()) {
+            pArchive->Write(&byMood, 1);
+        } else {
+            pArchive->Read(&byMood, 1);
+        }
+        if (m_bThrows) {
+            throw std::runtime_error("in a bad mood");
+        }
+        return m_nResult;
+    }
+    int m_nResult = 1;
+    bool m_bThrows = false;
+};
+
 class ObjectTest : public testing::Test {
 protected:
     void TearDown() override { EXPECT_EQ(LiveObject::Count(), 0); }
@@ -443,6 +462,90 @@ TEST_F(GraphReading, LengthsOfAFileAskForNoMemory) {
     std::error_code ec;
     EXPECT_FALSE(tn::LoadGraph<TestNode>(Write(Header(1, strLong) + ObjectRecord(true, 0)).c_str(), ec));
     EXPECT_EQ(ec, tn::errc::class_not_registered);
+}
+
+TEST_F(GraphReading, GroupsAndValuesStandBetweenObjects) {
+    const auto group = tn::MakeValueDataGroup();
+    group->SetValue("cell", "north");
+    const auto node = tn::MakeObject<TestNode>(3);
+    tn::ObjectWriter writer;
+    std::error_code ec = tn::errc::file_damaged;
+    EXPECT_TRUE(writer.WriteValues(*group, ec));
+    EXPECT_EQ(ec, std::error_code());
+    EXPECT_TRUE(writer.Write(node.get()));
+    EXPECT_TRUE(writer.WriteValues(*tn::MakeDoubleData(0.25)));
+    ASSERT_TRUE(writer.Save(m_strPath.c_str()));
+
+    tn::ObjectReader reader(m_strPath.c_str());
+    const auto loaded = tn::MakeValueDataGroup();
+    const auto value = tn::MakeBoolData(false);
+    ec = tn::errc::file_damaged;
+    EXPECT_TRUE(reader.ReadValues(*loaded, ec));
+    EXPECT_EQ(ec, std::error_code());
+    EXPECT_STREQ(loaded->StringData("cell", nullptr), "north");
+    EXPECT_TRUE(reader.Read<TestNode>());
+    EXPECT_TRUE(reader.ReadValues(*value));
+    EXPECT_EQ(value->DoubleData(nullptr), 0.25);
+    EXPECT_TRUE(reader.Finish());
+    EXPECT_FALSE(reader.ReadValues(*value, ec));
+    EXPECT_EQ(ec, tn::errc::end_of_file);
+}
+
+// The group itself answers 1 in all of these.
+TEST_F(GraphReading, ValuesThatAreNotThereOrNotUnderstoodSayWhy) {
+    const Bytes begin = Header(0) + U8(1) + U32(1) + SavedString("a");
+    struct Case {
+        const char* lpszName;
+        Bytes file;
+        tn::errc eReason;
+    };
+    const Case cases[] = {
+        {"nothing", Header(0), tn::errc::file_incomplete},
+        {"cut", begin + U8(1) + U32(DATA_TYPE_INT), tn::errc::file_incomplete},
+        {"three bytes of an int", begin + SavedValue(DATA_TYPE_INT, Bytes(3, 1)), tn::errc::file_damaged},
+        {"a text without its zero", begin + SavedValue(DATA_TYPE_STRING, Bytes(3, 1)), tn::errc::file_damaged},
+    };
+    for (const Case& entry : cases) {
+        SCOPED_TRACE(entry.lpszName);
+        tn::ObjectReader reader(Write(entry.file).c_str());
+        std::error_code ec;
+        EXPECT_FALSE(reader.ReadValues(*tn::MakeValueDataGroup(), ec));
+        EXPECT_EQ(ec, entry.eReason) << ec.message();
+        EXPECT_EQ(reader.Reason(), entry.eReason);
+    }
+    tn::ObjectReader missing((m_directory / "missing.tnr").c_str());
+    std::error_code ec;
+    EXPECT_FALSE(missing.ReadValues(*tn::MakeValueDataGroup(), ec));
+    EXPECT_EQ(ec, std::errc::no_such_file_or_directory);
+}
+
+TEST_F(GraphReading, ValuesThatRefuseOrThrowEndTheFile) {
+    Moody moody;
+    {
+        tn::ObjectWriter writer;
+        ASSERT_TRUE(writer.WriteValues(moody));
+        ASSERT_TRUE(writer.Save(m_strPath.c_str()));
+    }
+    for (const bool bThrows : {false, true}) {
+        moody.m_nResult = bThrows ? 1 : 0;
+        moody.m_bThrows = bThrows;
+        tn::ObjectWriter writer;
+        tn::ObjectReader reader(m_strPath.c_str());
+        std::error_code ec;
+        if (bThrows) {
+            EXPECT_THROW(static_cast<void>(writer.WriteValues(moody)), std::runtime_error);
+            EXPECT_THROW(static_cast<void>(reader.ReadValues(moody)), std::runtime_error);
+        } else {
+            EXPECT_FALSE(writer.WriteValues(moody, ec));
+            EXPECT_EQ(ec, tn::errc::object_refused);
+            EXPECT_FALSE(reader.ReadValues(moody, ec));
+            EXPECT_EQ(ec, tn::errc::object_refused);
+        }
+        EXPECT_FALSE(writer.WriteValues(*tn::MakeIntData(7), ec));
+        EXPECT_EQ(ec, tn::errc::object_refused);
+        EXPECT_FALSE(writer.Save((m_directory / "other.tnr").c_str()));
+        EXPECT_EQ(reader.Reason(), tn::errc::object_refused);
+    }
 }
 
 TEST_F(GraphReading, ValuesAndTextsMayStandBetweenObjects) {

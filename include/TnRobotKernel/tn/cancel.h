@@ -95,26 +95,26 @@ namespace detail {
 
 template <typename Job, typename... Args>
 constexpr bool CheckResult() {
-    constexpr bool bNothing = std::is_void_v<std::invoke_result_t<Job&, Args...>>;
-    static_assert(bNothing, "A job returns nothing: have it store what it finds");
-    return bNothing;
+    constexpr bool kNothing = std::is_void_v<std::invoke_result_t<Job&, Args...>>;
+    static_assert(kNothing, "A job returns nothing: have it store what it finds");
+    return kNothing;
 }
 
 // Says what is wrong with a job in one sentence; what is false here is not compiled, so that the compiler's
 // list of all that it tried does not follow.
 template <typename Job, typename... Args>
 constexpr bool CheckJob() {
-    constexpr bool bWithToken = std::is_invocable_v<Job&, Args..., const CancelToken&>;
-    constexpr bool bWithout = std::is_invocable_v<Job&, Args...>;
-    static_assert(bWithToken || bWithout,
+    constexpr bool kWithToken = std::is_invocable_v<Job&, Args..., const CancelToken&>;
+    constexpr bool kWithout = std::is_invocable_v<Job&, Args...>;
+    static_assert(kWithToken || kWithout,
                   "This job cannot be called with what it is to be given: a number is a std::size_t, and an item of "
                   "a queue is moved in, so it is taken by value, as const Item& or as Item&&, but not as Item&");
-    if constexpr (bWithToken) {
+    if constexpr (kWithToken) {
         return CheckResult<Job, Args..., const CancelToken&>();
-    } else if constexpr (bWithout) {
+    } else if constexpr (kWithout) {
         return CheckResult<Job, Args...>();
     }
-    return bWithToken || bWithout;
+    return kWithToken || kWithout;
 }
 
 // Calls a job that may or may not want the token.

@@ -153,7 +153,28 @@ public:
         return Write(pObject, ignored);
     }
 
-    /// For what is written between objects: values, groups, texts, bytes.
+    /// Writes a group, a value or anything else that has no class, behind what is there. It can be read without
+    /// the classes of the objects behind it.
+    /// @param[in] object  borrowed for the call; its Serialize saves it, and its exceptions pass through.
+    /// @param[out] ec     why it was not written; cleared on success. errc::object_refused for a result other than 1
+    ///                    of Serialize.
+    /// @return whether it was written.
+    bool WriteValues(ITnRobotSerialize& object, std::error_code& ec) {
+        m_writer->WriteContents(object);
+        ec = m_writer->Reason();
+        return !ec;
+    }
+
+    /// Overload without the reason.
+    /// @param[in] object  borrowed for the call.
+    /// @return whether it was written.
+    [[nodiscard]] bool WriteValues(ITnRobotSerialize& object) {
+        std::error_code ignored;
+        return WriteValues(object, ignored);
+    }
+
+    /// For what else is written between objects: texts, bytes. What Serialize answers of a group or a value that
+    /// writes here says nothing of the writer's own state, so WriteValues is better.
     /// @return the archive, borrowed until the writer goes.
     ITnRobotArchive& Archive() { return *m_writer; }
 
@@ -266,7 +287,29 @@ public:
         return Read<T>(ignored);
     }
 
-    /// For what is read between objects: values, groups, texts, bytes.
+    /// Reads a group, a value or anything else that WriteValues, or its own Serialize, has written there.
+    /// @param[in] object  borrowed for the call; its Serialize loads it, and its exceptions pass through. A group
+    ///            keeps what it has. Behind damage it is left alone.
+    /// @param[out] ec     cleared when it was read; otherwise why not, as of LoadFrom and Reason.
+    /// @return whether it was read.
+    bool ReadValues(ITnRobotSerialize& object, std::error_code& ec) {
+        if (!Reason()) {
+            LoadContents(object);
+        }
+        ec = Reason();
+        return !ec;
+    }
+
+    /// Overload without the reason, which Reason has.
+    /// @param[in] object  borrowed for the call.
+    /// @return whether it was read.
+    [[nodiscard]] bool ReadValues(ITnRobotSerialize& object) {
+        std::error_code ignored;
+        return ReadValues(object, ignored);
+    }
+
+    /// For what else is read between objects: texts, bytes. A group that reads here answers 1 whether or not its
+    /// values were there, even where there is no file: ReadValues says it, or Reason.
     /// @return the archive, borrowed until the reader goes.
     ITnRobotArchive& Archive() { return *m_reader; }
 
@@ -297,6 +340,20 @@ public:
     }
 
 private:
+    void LoadContents(ITnRobotSerialize& object) {
+        const auto loading = MakeObject<detail::LoadingArchive>(*m_reader, nullptr, object);
+        try {
+            if (object.Serialize(loading.get()) != 1) {
+                m_reader->Damage(errc::object_refused);
+            } else if (!loading->AreValuesWhole()) {
+                m_reader->Damage(errc::file_damaged);
+            }
+        } catch (...) {
+            m_reader->Damage(errc::object_refused);  // half of it is read
+            throw;
+        }
+    }
+
     ObjectReader() : m_archive(detail::NewArchive()), m_reader(MakeObject<detail::GraphReader>(*m_archive)) {}
 
     void Begin() {

@@ -196,8 +196,11 @@ inline std::error_code SaveRows(const char* lpszPath, const unsigned char* pData
 ///                      std::errc::no_such_file_or_directory, come without a picture.
 /// @return the surface; empty on failure.
 inline TnRobotPtr<ITnRobotSurface> LoadImage(const char* lpszPath, ITnRobotSurfacePool* pPool, std::error_code& ec) {
-    ec = lpszPath == nullptr || pPool == nullptr ? std::make_error_code(std::errc::invalid_argument)
-                                                 : detail::CheckReadable(lpszPath);
+    if (lpszPath == nullptr || pPool == nullptr) {
+        ec = std::make_error_code(std::errc::invalid_argument);
+        return nullptr;
+    }
+    ec = detail::CheckReadable(lpszPath);
     if (ec) {
         return nullptr;
     }

@@ -39,6 +39,21 @@ public:
         }
     }
 
+    // Lets an object write its contents where it stands, without a record.
+    void WriteContents(ITnRobotSerialize& object) {
+        if (m_reason) {
+            return;
+        }
+        try {
+            if (object.Serialize(this) != 1 && !m_reason) {
+                Fail(errc::object_refused);
+            }
+        } catch (...) {
+            Fail(errc::object_refused);  // half of it is written
+            throw;
+        }
+    }
+
     // The tables go in front of the objects, and are not complete before the last of them.
     int WriteMapHeader() override { return 0; }
 
