@@ -24,6 +24,12 @@ if(TARGET tnrobot-inspect)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 endif()
 
+if(TARGET tnrobot_python)
+  install(TARGETS tnrobot_python LIBRARY DESTINATION ${TNROBOT_PYTHON_DIR}/tnrobotkernel COMPONENT python)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/tnrobotkernel DESTINATION ${TNROBOT_PYTHON_DIR}
+    COMPONENT python FILES_MATCHING PATTERN *.py PATTERN *.pyi PATTERN py.typed PATTERN __pycache__ EXCLUDE)
+endif()
+
 # What programs are built with.
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/TnRobotKernel

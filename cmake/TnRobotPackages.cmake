@@ -9,6 +9,7 @@ set(development_package libtnrobotkernel-dev)
 set(logger_package libtnrobotlog)
 set(tools_package tnrobot-tools)
 set(documentation_package libtnrobotkernel-doc)
+set(python_package python3-tnrobotkernel)
 
 set(components library development documentation)
 if(TARGET TnRobotLog)
@@ -16,6 +17,9 @@ if(TARGET TnRobotLog)
 endif()
 if(TARGET tnrobot-inspect)
   list(APPEND components tools)
+endif()
+if(TARGET tnrobot_python)
+  list(APPEND components python)
 endif()
 
 # The change log gives the packages' revision.
@@ -62,7 +66,8 @@ set(doc_dir ${CMAKE_INSTALL_DATADIR}/doc/${documentation_package})
 install(FILES README.md CONTRIBUTING.md CHANGELOG.md DESTINATION ${doc_dir} COMPONENT documentation)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${doc_dir} COMPONENT documentation
   FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN *.png)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${doc_dir} COMPONENT documentation)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${doc_dir} COMPONENT documentation
+  PATTERN __pycache__ EXCLUDE)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/build/docs/html
   DESTINATION ${doc_dir} COMPONENT documentation OPTIONAL)
 
@@ -90,12 +95,24 @@ set(documentation_summary "documentation of libTnRobotKernel
 Guides, reference pages and example programs for the foundation library for
 robot and machine-vision applications.")
 
+set(python_section python)
+set(python_summary "foundation library for robot and machine-vision applications, from Python
+The package tnrobotkernel: value groups as dictionaries, pictures as arrays of
+NumPy without a copy, pools, events, and Python functions on pooled tasks, in
+files and memory that C++ programs of the library share.")
+
 set(library_suggests ${logger_package})
 set(development_suggests "${documentation_package}, pkg-config")
 set(development_depends "${library_package} (= ${PROJECT_VERSION}-${revision})")
 set(logger_enhances ${library_package})
 # dpkg-shlibdeps finds what packages of this system the programs need, but knows nothing of ours.
 set(tools_depends "${library_package} (>= ${PROJECT_VERSION})")
+
+# The module is built for one version of Python.
+set(python_depends "${library_package} (= ${PROJECT_VERSION}-${revision}), python3-numpy, python3 (>= 3.11), python3 (<< 3.12)")
+set(python_suggests "${documentation_package}, python3-matplotlib, python3-opencv")
+# Python code is compiled when it is installed, and what came of that goes before it is removed.
+set(python_control ${packaging_dir}/python/postinst ${packaging_dir}/python/prerm)
 
 # How programs of other packages come to depend on the library, and the loader to know of it.
 file(CONFIGURE OUTPUT packages/shlibs

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing:
-# scripts/setup.sh [build|camera|test|asan|bench|coverage|docs|package|checks|arm64|all].
+# scripts/setup.sh [build|camera|test|asan|bench|coverage|docs|package|python|checks|arm64|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
 #   camera    and GStreamer, for the example with a camera
 #   test      and the test framework               (enough for scripts/test.sh)
@@ -8,6 +8,7 @@
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
 #   coverage  the tests' and gcovr                 (enough for scripts/coverage.sh)
 #   docs      Doxygen and Graphviz                 (enough for scripts/docs.sh)
+#   python    or pybind11, NumPy, pytest and mypy   (enough for scripts/python.sh)
 #   package   or Debian's packaging programs       (enough for scripts/package.sh)
 #   checks    all of these, and clang's tools      (enough for scripts/tidy.sh and format.sh)
 #   arm64     or the cross compiler, an emulator, and the libraries of arm64, which go to
@@ -20,7 +21,11 @@ packages=(g++ cmake ninja-build libjpeg62-turbo-dev)
 # What the logger and the inspector stand on.
 modules=(libspdlog-dev libcli11-dev nlohmann-json3-dev)
 tests=(libgtest-dev binutils libssl-dev strace abigail-tools "${modules[@]}")
-packaging=(dpkg-dev file lintian debootstrap)
+# What the Python package is built from, and what it is used and tried with.
+binding=(pybind11-dev python3-dev python3-numpy)
+python=("${binding[@]}" python3-pytest python3-mypy python3-matplotlib python3-pip python3-venv python3-setuptools
+        python3-wheel)
+packaging=(dpkg-dev file lintian debootstrap "${binding[@]}")
 benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
 # What the example with a camera stands on: its headers, and the elements of its test picture.
 frames=(pkg-config libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base)
@@ -43,13 +48,15 @@ case "$wanted" in
     docs) packages=("${documents[@]}") ;;
     arm64) packages=(cmake ninja-build "${cross[@]}") ;;
     package) packages+=("${modules[@]}" "${packaging[@]}" "${documents[@]}") ;;
+    python) packages+=("${tests[@]}" "${python[@]}"); optional=(python3-dbg python3-opencv python3-pil) ;;
     bench) packages+=("${benchmarks[@]}"); optional=("${peers[@]}") ;;
     checks | all)
-        packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}" "${documents[@]}" "${packaging[@]}")
+        packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}" "${documents[@]}" "${packaging[@]}"
+                   "${python[@]}")
         [ "$wanted" = checks ] || packages+=("${cross[@]}")
-        optional=("${peers[@]}")
+        optional=("${peers[@]}" python3-dbg python3-opencv python3-pil)
         ;;
-    *) echo "usage: $0 [build|camera|test|asan|bench|coverage|docs|package|checks|arm64|all]" >&2; exit 2 ;;
+    *) echo "usage: $0 [build|camera|test|asan|bench|coverage|docs|package|python|checks|arm64|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".

@@ -8,7 +8,8 @@
 /// One rule for all: a failure, whatever the function below calls it (0, -1, a result of 1 with no
 /// object), is an empty pointer. Arguments that are raw pointers are borrowed for the call. Nothing
 /// is thrown that the function below does not throw: std::bad_alloc, and std::system_error where a
-/// thread is made. The pointer that comes back owns one reference and releases it.
+/// thread is made. The pointer that comes back owns one reference and releases it. Where more than one thing can
+/// be wrong there is an overload with the reason; the others say what it is beside them.
 ///
 /// A parameter T& is lent an object that must be there (write *p); a parameter T* is lent one that may be null,
 /// which ends in the failure above (write p.get()). What is kept gets a reference of its own. Paths and names
@@ -104,6 +105,34 @@ inline std::error_code WhyNotPieced(ITnRobotSurfacePool* pPool, ITnRobotSurface*
     const bool bAlike =
         first.Width() == second.Width() && first.Height() == second.Height() && first.Type() == second.Type();
     return first && second && bAlike ? errc::no_surface : std::make_error_code(std::errc::invalid_argument);
+}
+
+// Why a record was not copied into a surface.
+inline std::error_code WhyNotCopied(const STnNLImageData& image, ITnRobotSurfacePool* pPool) {
+    if (pPool == nullptr || image.pData == nullptr || image.nDataSize == 0 || image.nWidth < 1 || image.nHeight < 1) {
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    if (image.eImageType == TN_IMAGE_RGB24 || BytesPerPixel(image.eImageType) == 0) {
+        return errc::format_not_supported;
+    }
+    const std::error_code reason = WhyNoSurface({image.nWidth, image.nHeight, 0, image.eImageType, {}});
+    const std::int64_t nRow = RowBytes(image.eImageType, image.nWidth);
+    const std::int64_t nPitch = image.eImageType == TN_IMAGE_BGR24 ? (nRow + 3) / 4 * 4 : nRow;
+    const bool bFits = reason != errc::no_surface || image.nDataSize <= nPitch * image.nHeight;
+    return bFits ? reason : std::make_error_code(std::errc::invalid_argument);
+}
+
+// Why pixels did not become a JPEG in a block.
+inline std::error_code WhyNoJpegBlock(bool bPixels, ETnNLImageType eType, int nWidth, int nHeight, int nResult) {
+    constexpr int kNotEncoded = -6;
+    if (!bPixels || nWidth < 1 || nHeight < 1) {
+        return std::make_error_code(std::errc::invalid_argument);
+    }
+    const std::error_code refused = CheckForm(PictureKind::kJpeg, eType, nWidth, nHeight);
+    if (refused) {
+        return refused;
+    }
+    return std::make_error_code(nResult == kNotEncoded ? std::errc::invalid_argument : std::errc::not_enough_memory);
 }
 
 template <typename T>
@@ -266,6 +295,21 @@ TnRobotPtr<ITnRobotDataValue> CreateValue(int (*pfnCreate)(T, ITnRobotDataValue*
     return value;
 }
 
+/// Overload with the reason.
+/// @param[in] group     borrowed for the call.
+/// @param[in] lpszName  name.
+/// @param[out] ec       cleared on success; std::errc::invalid_argument for a null or empty name,
+///                      errc::no_such_value when it is not there.
+/// @return the value, shared with the group; empty on failure.
+inline TnRobotPtr<ITnRobotDataValue> GetValue(ITnRobotDataValueGroup& group, const char* lpszName,
+                                              std::error_code& ec) {
+    TnRobotPtr<ITnRobotDataValue> value = GetValue(group, lpszName);
+    const bool bName = lpszName != nullptr && *lpszName != '\0';
+    ec = value ? std::error_code()
+               : (bName ? make_error_code(errc::no_such_value) : std::make_error_code(std::errc::invalid_argument));
+    return value;
+}
+
 /// @return a copy of a group and of its values.
 /// @param[in] group  what is copied.
 [[nodiscard]] inline TnRobotPtr<ITnRobotDataValueGroup> Clone(ITnRobotDataValueGroup& group) {
@@ -326,6 +370,20 @@ inline TnRobotPtr<ITnRobotSurface> QuerySurface(ITnRobotSurfacePool& pool, const
                                                                  ITnRobotSurfacePool* pPool) {
     TnRobotPtr<ITnRobotSurface> surface;
     detail::KeepIf(TnRobotImageUtils::NlImage2Surface(image, pPool, surface.put()) == detail::kZeroIsSuccess, surface);
+    return surface;
+}
+
+/// Overload with the reason.
+/// @param[in] image  borrowed for the call.
+/// @param[in] pPool  source of the surface; borrowed for the call.
+/// @param[out] ec    cleared on success; std::errc::invalid_argument for null arguments, no pixels, and more bytes
+///                   than the surface has; errc::format_not_supported for a format that is not copied, R,G,B among
+///                   them; errc::picture_too_large for 4 GiB or more; errc::no_surface when the pool has none.
+/// @return the surface; empty on failure.
+inline TnRobotPtr<ITnRobotSurface> NlImage2Surface(const STnNLImageData& image, ITnRobotSurfacePool* pPool,
+                                                   std::error_code& ec) {
+    TnRobotPtr<ITnRobotSurface> surface = NlImage2Surface(image, pPool);
+    ec = surface ? std::error_code() : detail::WhyNotCopied(image, pPool);
     return surface;
 }
 
@@ -425,6 +483,25 @@ inline TnRobotPtr<ITnRobotSurface> PieceImage(ITnRobotSurfacePool* pPool, ITnRob
     return block;
 }
 
+/// Overload with the reason.
+/// @param[in] image       borrowed for the call.
+/// @param[in] pBlockPool  source of the block; borrowed for the call.
+/// @param[out] ec         cleared on success; std::errc::invalid_argument for null arguments and an image without
+///                        pixels, or with fewer bytes than its rows have; errc::format_not_supported for 4:2:0 and no
+///                        format; errc::picture_too_large above 65,500 pixels in either direction;
+///                        std::errc::not_enough_memory when the pool has no block.
+/// @return the block; empty on failure.
+inline TnRobotPtr<ITnRobotMemoryBlock> SaveImage(const STnNLImageData& image, ITnRobotMemoryBlockPool* pBlockPool,
+                                                 std::error_code& ec) {
+    TnRobotPtr<ITnRobotMemoryBlock> block;
+    const int nResult = TnRobotImageUtils::SaveImage(image, pBlockPool, block.put());
+    detail::KeepIf(nResult == detail::kZeroIsSuccess, block);
+    const bool bGiven = pBlockPool != nullptr && image.pData != nullptr;
+    ec = block ? std::error_code()
+               : detail::WhyNoJpegBlock(bGiven, image.eImageType, image.nWidth, image.nHeight, nResult);
+    return block;
+}
+
 /// @return the surface as a JPEG of quality 95 in a new block.
 /// @param[in] pSurface    borrowed for the call.
 /// @param[in] pBlockPool  source of the block; borrowed for the call.
@@ -432,6 +509,29 @@ inline TnRobotPtr<ITnRobotSurface> PieceImage(ITnRobotSurfacePool* pPool, ITnRob
                                                                ITnRobotMemoryBlockPool* pBlockPool) {
     TnRobotPtr<ITnRobotMemoryBlock> block;
     detail::KeepIf(TnRobotImageUtils::SaveImage(pSurface, pBlockPool, block.put()) == detail::kZeroIsSuccess, block);
+    return block;
+}
+
+/// Overload with the reason.
+/// @param[in] pSurface    borrowed for the call.
+/// @param[in] pBlockPool  source of the block; borrowed for the call.
+/// @param[out] ec         as for an image.
+/// @return the block; empty on failure.
+inline TnRobotPtr<ITnRobotMemoryBlock> SaveImage(ITnRobotSurface* pSurface, ITnRobotMemoryBlockPool* pBlockPool,
+                                                 std::error_code& ec) {
+    TnRobotPtr<ITnRobotMemoryBlock> block;
+    const int nResult = TnRobotImageUtils::SaveImage(pSurface, pBlockPool, block.put());
+    detail::KeepIf(nResult == detail::kZeroIsSuccess, block);
+    ec.clear();
+    if (!block) {
+        ITnRobotSurface::STnSurfaceDesc desc{};
+        const bool bPixels = pSurface != nullptr && static_cast<bool>(LockedPixels(*pSurface));
+        if (bPixels) {
+            pSurface->GetSurfaceDesc(desc);
+        }
+        ec = detail::WhyNoJpegBlock(bPixels && pBlockPool != nullptr, desc.eImageType, desc.nWidth, desc.nHeight,
+                                    nResult);
+    }
     return block;
 }
 

@@ -126,6 +126,8 @@ cp /etc/resolv.conf "$system/etc/resolv.conf"
 mkdir "$system/tmp/packages"
 cp "$root"/build/packages/*.deb "$system/tmp/packages"
 quietly within apt-get update
+# What the Python package is tried with.
+quietly within apt-get install -y --no-install-recommends python3-matplotlib python3-numpy
 list_files >"$system/tmp/before"
 
 say "installing and purging"
@@ -143,5 +145,7 @@ within tnrobot-inspect -h >/dev/null
 say "debug symbols"
 quietly within apt-get install -y --no-install-recommends gdb
 show_lines within gdb
+within python3 /usr/share/doc/libtnrobotkernel-doc/examples/python/inspect_scene.py --output /tmp/scene
+rm -r "$system/tmp/scene"
 rm -r "$system/tmp/packages" "$system/tmp/before"
 [ $# -eq 0 ] || say "the system stays in $system"

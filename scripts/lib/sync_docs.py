@@ -20,7 +20,7 @@ import sys
 import textwrap
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-LANGUAGES = {".cpp": "cpp", ".h": "cpp", "CMakeLists.txt": "cmake", ".sh": "sh"}
+LANGUAGES = {".cpp": "cpp", ".py": "python", ".h": "cpp", "CMakeLists.txt": "cmake", ".sh": "sh"}
 INCLUDE = re.compile(r"<!-- include (\S+)(?: (\S+))? -->")
 REGION = re.compile(r"\s*(?://|#) \[(/?)([\w-]+)\]\s*$")
 

@@ -140,9 +140,13 @@ private:
     bool m_bOff;
 };
 
+unsigned char* HugePageAround(unsigned char* pAddress) {
+    return pAddress - reinterpret_cast<std::uintptr_t>(pAddress) % kHugePage;
+}
+
 // Pages of the huge page around the address that take up memory.
 std::ptrdiff_t ResidentAround(unsigned char* pAddress) {
-    unsigned char* const pStart = pAddress - reinterpret_cast<std::uintptr_t>(pAddress) % kHugePage;
+    unsigned char* const pStart = HugePageAround(pAddress);
     std::array<unsigned char, kHugePage / kPage> pages{};
     if (mincore(pStart, kHugePage, pages.data()) != 0) {
         return -1;
@@ -150,13 +154,16 @@ std::ptrdiff_t ResidentAround(unsigned char* pAddress) {
     return std::count_if(pages.begin(), pages.end(), [](unsigned char by) { return (by & 1U) != 0; });
 }
 
-// One byte in the middle, where a whole huge page lies within the memory.
+// One byte in the middle, where a whole huge page lies within the memory. The allocator may have had the memory in
+// use before, so its pages are given back first.
 std::ptrdiff_t ResidentAfterOneByte(ITnRobotMemoryBlockPool& pool) {
     ITnRobotMemoryBlock* pBlock = nullptr;
     EXPECT_EQ(pool.QueryMemBuff(12 * kHugePage, &pBlock), 1);
     const auto block = tn::Adopt(pBlock);
     unsigned int nSize = 0;
     unsigned char* const pMiddle = pBlock->QueryMemory(nSize) + nSize / 2;
+    EXPECT_EQ(madvise(HugePageAround(pMiddle), kHugePage, MADV_DONTNEED), 0);
+    EXPECT_EQ(ResidentAround(pMiddle), 0);
     *pMiddle = 1;
     return ResidentAround(pMiddle);
 }

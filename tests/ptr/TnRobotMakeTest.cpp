@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -100,6 +101,16 @@ TEST(Make, GroupsGiveTheirValuesAndCopies) {
     EXPECT_EQ(answer->IntData(nullptr), 42);
     EXPECT_FALSE(tn::GetValue(*group, "question"));
     EXPECT_FALSE(tn::GetValue(*group, nullptr));
+    std::error_code ec = tn::errc::file_damaged;
+    EXPECT_EQ(tn::GetValue(*group, "answer", ec), answer);
+    EXPECT_EQ(ec, std::error_code());
+    EXPECT_FALSE(tn::GetValue(*group, "question", ec));
+    EXPECT_EQ(ec, tn::errc::no_such_value);
+    EXPECT_EQ(ec.message(), "The group has no value of that name");
+    for (const char* lpszName : {static_cast<const char*>(nullptr), ""}) {
+        EXPECT_FALSE(tn::GetValue(*group, lpszName, ec));
+        EXPECT_EQ(ec, std::errc::invalid_argument);
+    }
 
     const auto copy = tn::Clone(*group);
     ASSERT_TRUE(copy);
@@ -275,6 +286,86 @@ TEST_F(MakeImages, WhatIsNotGivenCutOrJoinedSaysWhy) {
     EXPECT_EQ(ec, std::errc::invalid_argument);
     EXPECT_FALSE(tn::PieceImage(without.get(), picture.get(), picture.get(), ec));
     EXPECT_EQ(ec, tn::errc::no_surface);
+}
+
+TEST_F(MakeImages, WhatIsNotCopiedSaysWhy) {
+    std::array<unsigned char, 64> pixels{};
+    const auto imageOf = [&pixels](ETnNLImageType eType, int nWidth, int nHeight, unsigned int nBytes) {
+        return STnNLImageData{pixels.data(), nBytes, {0, 0}, nWidth, nHeight, eType, 8, 3};
+    };
+    const auto invalid = std::make_error_code(std::errc::invalid_argument);
+    constexpr int kMost = std::numeric_limits<int>::max();
+    struct Case {
+        const char* lpszName;
+        STnNLImageData image;
+        std::error_code reason;
+    };
+    const Case cases[] = {
+        {"a colour picture", imageOf(TN_IMAGE_BGR24, 4, 2, 24), {}},
+        {"fewer bytes", imageOf(TN_IMAGE_BGR24, 4, 2, 5), {}},
+        {"no bytes", imageOf(TN_IMAGE_BGR24, 4, 2, 0), invalid},
+        {"no columns", imageOf(TN_IMAGE_BGR24, 0, 2, 24), invalid},
+        {"rows below 0", imageOf(TN_IMAGE_BGR24, 4, -2, 24), invalid},
+        {"more bytes than a colour surface has", imageOf(TN_IMAGE_BGR24, 3, 2, 25), invalid},
+        {"more bytes than a grey surface has", imageOf(TN_IMAGE_GRAY8, 3, 2, 7), invalid},
+        {"R,G,B", imageOf(TN_IMAGE_RGB24, 4, 2, 24), tn::errc::format_not_supported},
+        {"no format", imageOf(TN_IMAGE_NONE, 4, 2, 24), tn::errc::format_not_supported},
+        {"too large", imageOf(TN_IMAGE_BGR24, kMost, 2, 24), tn::errc::picture_too_large},
+    };
+    for (const Case& entry : cases) {
+        SCOPED_TRACE(entry.lpszName);
+        std::error_code ec = tn::errc::file_damaged;
+        EXPECT_EQ(tn::NlImage2Surface(entry.image, m_pool.get(), ec) != nullptr, !entry.reason);
+        EXPECT_EQ(ec, entry.reason) << ec.message();
+    }
+    std::error_code ec;
+    EXPECT_FALSE(tn::NlImage2Surface(cases[0].image, nullptr, ec));
+    EXPECT_EQ(ec, invalid);
+    EXPECT_FALSE(tn::NlImage2Surface(cases[0].image, tn::MakeSurfacePool(nullptr).get(), ec));
+    EXPECT_EQ(ec, tn::errc::no_surface);
+}
+
+TEST_F(MakeImages, WhatDoesNotBecomeAJpegSaysWhy) {
+    const auto picture = Surface();
+    const auto pool = TestBlockPool::Create();
+    pool->Refuse();
+    std::error_code ec = tn::errc::file_damaged;
+    EXPECT_TRUE(tn::SaveImage(picture.get(), m_blocks.get(), ec));
+    EXPECT_EQ(ec, std::error_code());
+    EXPECT_FALSE(tn::SaveImage(picture.get(), nullptr, ec));
+    EXPECT_EQ(ec, std::errc::invalid_argument);
+    EXPECT_FALSE(tn::SaveImage(static_cast<ITnRobotSurface*>(nullptr), m_blocks.get(), ec));
+    EXPECT_EQ(ec, std::errc::invalid_argument);
+    EXPECT_FALSE(tn::SaveImage(picture.get(), pool.get(), ec));
+    EXPECT_EQ(ec, std::errc::not_enough_memory);
+    const auto other = tn::QuerySurface(*m_pool, {4, 4, 0, TN_IMAGE_420, {}});
+    EXPECT_FALSE(tn::SaveImage(other.get(), m_blocks.get(), ec));
+    EXPECT_EQ(ec, tn::errc::format_not_supported);
+
+    STnNLImageData image{};
+    ASSERT_EQ(TnRobotImageUtils::Surface2NlImage(picture.get(), image), 0);
+    EXPECT_TRUE(tn::SaveImage(image, m_blocks.get(), ec));
+    EXPECT_EQ(ec, std::error_code());
+    EXPECT_FALSE(tn::SaveImage(image, pool.get(), ec));
+    EXPECT_EQ(ec, std::errc::not_enough_memory);
+    EXPECT_FALSE(tn::SaveImage(image, nullptr, ec));
+    EXPECT_EQ(ec, std::errc::invalid_argument);
+    STnNLImageData wrong = image;
+    wrong.nDataSize = 1;
+    EXPECT_FALSE(tn::SaveImage(wrong, m_blocks.get(), ec));
+    EXPECT_EQ(ec, std::errc::invalid_argument);
+    wrong = image;
+    wrong.eImageType = TN_IMAGE_NONE;
+    EXPECT_FALSE(tn::SaveImage(wrong, m_blocks.get(), ec));
+    EXPECT_EQ(ec, tn::errc::format_not_supported);
+    wrong = image;
+    wrong.nWidth = 65501;
+    EXPECT_FALSE(tn::SaveImage(wrong, m_blocks.get(), ec));
+    EXPECT_EQ(ec, tn::errc::picture_too_large);
+    wrong = image;
+    wrong.pData = nullptr;
+    EXPECT_FALSE(tn::SaveImage(wrong, m_blocks.get(), ec));
+    EXPECT_EQ(ec, std::errc::invalid_argument);
 }
 
 TEST_F(MakeImages, PicturesAreSavedAndLoaded) {

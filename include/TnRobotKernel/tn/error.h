@@ -38,6 +38,7 @@ enum class errc {
     picture_too_large,       ///< more pixels than a surface or a file can have, or than so few bytes account for
     format_not_supported,    ///< a form of pixels or of files that the library does not read or write
     no_surface,              ///< the surface pool has no surface of that kind
+    no_such_value,           ///< a group has no value of that name
     block_too_large,         ///< a block pool never has a block of so many bytes; as std::errc: value_too_large
 };
 
@@ -96,6 +97,8 @@ private:
                 return "Pictures of this form cannot be read or written";
             case errc::no_surface:
                 return "The surface pool has no surface for the picture";
+            case errc::no_such_value:
+                return "The group has no value of that name";
             case errc::block_too_large:
                 return "The pool never has a block of so many bytes";
         }
