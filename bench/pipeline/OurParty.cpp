@@ -7,6 +7,7 @@
 #include "TnRobotKernel/tn/for_each.h"
 #include "TnRobotKernel/tn/group_files.h"
 #include "TnRobotKernel/tn/groups.h"
+#include "TnRobotKernel/tn/pictures.h"
 #include "TnRobotKernel/tn/pixels.h"
 #include "TnRobotKernel/tn/work_queue.h"
 #include "pipeline/Inspection.h"
@@ -46,8 +47,9 @@ private:
 class Inspector {
 public:
     Surface Load(const std::vector<unsigned char>& jpeg) const {
-        auto frame = tn::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), m_surfaces.get());
-        Require(static_cast<bool>(frame), "a frame cannot be decoded");
+        std::error_code ec;
+        auto frame = tn::LoadImage(jpeg.data(), static_cast<unsigned int>(jpeg.size()), m_surfaces.get(), ec);
+        Require(!ec, "a frame cannot be decoded");
         return frame;
     }
 

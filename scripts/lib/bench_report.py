@@ -428,7 +428,7 @@ def page_tables(programs):
     lines = []
     for program in programs.values():
         if program.page_tables():
-            lines += [f"## {program.title}", ""]
+            lines += [f"## {program.title}", "", f"Measured {program.date[:10]} on {program.cores} cores.", ""]
         for case in program.page_tables():
             parties = program.parties(case)
             known = set().union(*(program.counters[case, party] for party in parties))
