@@ -1,5 +1,5 @@
-// Single data values beside a shared variant, a pool of Boost's and a hand-written pool of the same
-// locks and counts.
+// Single data values beside a shared variant, a pool of Boost's and two hand-written pools: one of the same
+// locks and counts, and one that knows its values by an interface only, as the contract has it.
 
 #include <atomic>
 #include <cstring>
@@ -11,6 +11,7 @@
 
 #include "BenchSupport.h"
 #include "TnRobotKernel/detail/RingQueue.h"
+#include "values/ContractPool.h"
 #include "values/Variant.h"
 
 #ifdef TNROBOT_BENCH_BOOST
@@ -106,6 +107,22 @@ private:
 
 MutexPool MutexPool::s_pool;
 
+/// The floor of the contract.
+struct ContractPool {
+    using Handle = bench::ContractValue*;
+    static Handle Take(int nValue) { return Pool().Query({DATA_TYPE_INT, &nValue, sizeof(nValue)}); }
+    static Handle Take(const char* lpszText) {
+        return Pool().Query({DATA_TYPE_STRING, lpszText, std::strlen(lpszText) + 1});
+    }
+    static void GiveBack(Handle pValue) { pValue->Release(); }
+
+private:
+    static bench::ContractPool& Pool() {
+        static bench::ContractPool* const s_pPool = bench::MakeContractPool();
+        return *s_pPool;
+    }
+};
+
 #ifdef TNROBOT_BENCH_BOOST
 struct BoostPool {
     struct Tag {};
@@ -184,6 +201,7 @@ int main(int nArguments, char** ppszArguments) {
     CheckValues();
     RegisterParty<Ours>(program, "ours");
     RegisterParty<MutexPool>(program, "floor_mutex_pool");
+    RegisterParty<ContractPool>(program, "floor_contract_pool");
     RegisterParty<SharedVariant>(program, "make_shared_variant");
 #ifdef TNROBOT_BENCH_BOOST
     program.AddPeer("Boost.Pool " BOOST_LIB_VERSION);
