@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "Contention.h"
 #include "TnRobotKernel/detail/RingQueue.h"
+#include "memory/Allocators.h"
 #include "values/ContractPool.h"
 #include "values/Variant.h"
 
@@ -185,6 +187,33 @@ void RegisterParty(const bench::Program& program, const std::string& strParty) {
     }
 }
 
+// ---- values of each thread's own, which all come from the process's one pool and its one lock
+
+template <typename Party>
+void RegisterOwnValues(const bench::Program& program, const std::string& strParty) {
+    bench::RegisterThreads(program, "OwnValues", strParty, [] {
+        return [nValue = 0]() mutable {
+            auto handle = Party::Take(++nValue);
+            benchmark::DoNotOptimize(handle);
+            Party::GiveBack(handle);
+        };
+    });
+}
+
+// Memory for a variant, without the variant.
+void RegisterOwnMemory(const bench::Program& program, const bench::FoundAllocators& found) {
+    bench::ForEachAllocator(found, [&program](auto party) {
+        using Allocator = decltype(party);
+        bench::RegisterThreads(program, "OwnValues", Allocator::kParty, [] {
+            return [] {
+                auto handle = Allocator::Take(sizeof(bench::Variant));
+                benchmark::DoNotOptimize(handle);
+                Allocator::GiveBack(handle);
+            };
+        });
+    });
+}
+
 void CheckValues() {
     const auto number = tn::Adopt(Ours::Take(42));
     int nError = -1;
@@ -209,5 +238,10 @@ int main(int nArguments, char** ppszArguments) {
 #else
     program.AddAbsentPeer("Boost.Pool");
 #endif
+    const bench::FoundAllocators found(program);
+    RegisterOwnValues<Ours>(program, "ours");
+    RegisterOwnValues<MutexPool>(program, "floor_mutex_pool");
+    RegisterOwnValues<SharedVariant>(program, "make_shared_variant");
+    RegisterOwnMemory(program, found);
     return program.Run();
 }
