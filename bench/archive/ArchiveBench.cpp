@@ -51,6 +51,7 @@ template <typename Format>
 void Load(benchmark::State& state, ITnRobotDataValueGroup& group, std::size_t nRoom) {
     Format format(group, nRoom);
     const std::size_t nLength = format.Save();
+    format.Load(nLength);  // the first time the system has to find the memory
     for (auto _ : state) {
         bool bOk = format.Load(nLength);
         benchmark::DoNotOptimize(bOk);
@@ -88,6 +89,25 @@ void RegisterArchiveScaling(const bench::Program& program) {
         };
         bench::RegisterScaling("ArchiveSave", Format::kParty, nSize, nSize, scaled(Save<Format>));
         bench::RegisterScaling("ArchiveLoad", Format::kParty, nSize, nSize, scaled(Load<Format>));
+    }
+}
+
+// A single value as large as many pictures.
+template <typename Format>
+void RegisterOneValue(const bench::Program& program) {
+    const auto sized = [](std::size_t nBytes, void (*run)(benchmark::State&, ITnRobotDataValueGroup&, std::size_t)) {
+        return [nBytes, run](benchmark::State& state) {
+            const auto group = bench::Make<ITnRobotDataValueGroup>(TnCreateRobotValueDataGroup);
+            bench::AddBlock(*group, nBytes);
+            run(state, *group, RoomFor(1, nBytes));
+        };
+    };
+    const std::vector<std::size_t> sizes =
+        program.IsQuick() ? std::vector<std::size_t>{1} : std::vector<std::size_t>{64, 256, 1024};
+    for (const std::size_t nMiB : sizes) {
+        const std::string strEnd = std::string("/") + Format::kParty + "/" + std::to_string(nMiB) + "MiB";
+        bench::Register("SaveOneValue" + strEnd, 1, sized(nMiB << 20U, Save<Format>));
+        bench::Register("LoadOneValue" + strEnd, 1, sized(nMiB << 20U, Load<Format>));
     }
 }
 
@@ -262,6 +282,11 @@ int main(int nArguments, char** ppszArguments) {
     RegisterArchiveScaling<bench::CerealMap>(program);
 #endif
     RegisterArchiveScaling<bench::CopyOfBytes>(program);
+    RegisterOneValue<bench::OurFormat>(program);
+#ifdef TNROBOT_BENCH_CEREAL
+    RegisterOneValue<bench::CerealMap>(program);
+#endif
+    RegisterOneValue<bench::CopyOfBytes>(program);
     RegisterFileParty<OurFile>();
 #ifdef TNROBOT_BENCH_CEREAL
     RegisterFileParty<CerealFile>();

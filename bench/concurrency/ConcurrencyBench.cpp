@@ -271,6 +271,7 @@ void RegisterTasks(bool bQuick) {
         bench::RegisterManual(lpszName, [run, sleep](benchmark::State& state) { run(state, sleep); })
             ->Arg(1)
             ->Arg(32)
+            ->Arg(200)
             ->Iterations(2);
     };
     idle("IdleTasks/ours", IdleTasks);

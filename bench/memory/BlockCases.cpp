@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Contention.h"
 #include "memory/FloorPool.h"
 #include "memory/MemoryCases.h"
 
@@ -241,6 +242,38 @@ void LiveBlocks(benchmark::State& state, std::size_t nBlocks) {
     }
 }
 
+// ---- a pool for each thread
+
+constexpr unsigned int kOwnBlock = 64 * kKiB;
+
+void RegisterOwnPools(const bench::Program& program, const bench::FoundAllocators& found) {
+    bench::RegisterThreads(program, "OwnPools", "ours", [] {
+        return [pool = bench::Make<ITnRobotMemoryBlockPool>(TnCreateRobotMemoryBlockPool)] {
+            ITnRobotMemoryBlock* pBlock = nullptr;
+            pool->QueryMemBuff(kOwnBlock, &pBlock);
+            benchmark::DoNotOptimize(pBlock);
+            pBlock->Release();
+        };
+    });
+    bench::RegisterThreads(program, "OwnPools", "floor_pool", [] {
+        return [pool = std::make_shared<bench::FloorPool<std::chrono::system_clock>>()] {
+            auto* pBlock = pool->Take(kOwnBlock);
+            benchmark::DoNotOptimize(pBlock);
+            pBlock->Release();
+        };
+    });
+    bench::ForEachAllocator(found, [&program](auto party) {
+        using Party = decltype(party);
+        bench::RegisterThreads(program, "OwnPools", Party::kParty, [] {
+            return [] {
+                auto handle = Party::Take(kOwnBlock);
+                benchmark::DoNotOptimize(handle);
+                Party::GiveBack(handle);
+            };
+        });
+    });
+}
+
 template <typename Party>
 void RegisterParty(const bench::Program& program) {
     const std::string strParty = std::string("/") + Party::kParty;
@@ -271,6 +304,7 @@ void bench::RegisterBlockCases(Program& program, const FoundAllocators& found) {
     RegisterParty<Floor>(program);
     RegisterParty<CoarseFloor>(program);
     ForEachAllocator(found, [&program](auto party) { RegisterParty<decltype(party)>(program); });
+    RegisterOwnPools(program, found);
     for (const NamedSize& size : kSizes) {
         Register(std::string("BlockUntouched/floor/") + size.m_lpszName, 1, BareFloor<std::chrono::system_clock>);
         Register(std::string("BlockUntouched/floor_coarse_clock/") + size.m_lpszName, 1, BareFloor<CoarseClock>);

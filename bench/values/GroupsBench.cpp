@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "Contention.h"
 #include "values/MixedGroup.h"
 #include "values/Variant.h"
 
@@ -137,6 +138,22 @@ void Copy(benchmark::State& state, const Names& names) {
     }
 }
 
+// A group for each thread, whose values all come from the process's one pool: one is replaced and read.
+template <typename Container>
+void RegisterOwnGroups(const bench::Program& program) {
+    bench::RegisterThreads(program, "OwnGroups", Container::kParty, [] {
+        auto container = std::make_shared<Container>();
+        auto names = std::make_shared<Names>(bench::Names(10));
+        FillWith(*container, *names, 1);
+        return [container, names, n = std::size_t{0}]() mutable {
+            n = (n + 1) % names->size();
+            container->Set((*names)[n].c_str(), static_cast<int>(n));
+            int nValue = container->Get((*names)[n].c_str());
+            benchmark::DoNotOptimize(nValue);
+        };
+    });
+}
+
 using Case = void (*)(benchmark::State&, const Names&);
 
 void RegisterCase(const bench::Program& program, const std::string& strCase, const std::string& strParty, Case run) {
@@ -155,6 +172,7 @@ void RegisterParty(const bench::Program& program) {
     RegisterCase(program, "GroupGet", Container::kParty, Get<Container>);
     RegisterCase(program, "GroupFill", Container::kParty, Fill<Container>);
     RegisterCase(program, "GroupCopy", Container::kParty, Copy<Container>);
+    RegisterOwnGroups<Container>(program);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Single data values beside a shared variant, a pool of Boost's and a hand-written pool of the same
-// locks and counts.
+// Single data values beside a shared variant, a pool of Boost's and two hand-written pools: one of the same
+// locks and counts, and one that knows its values by an interface only, as the contract has it.
 
 #include <atomic>
 #include <cstring>
@@ -10,7 +10,10 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "Contention.h"
 #include "TnRobotKernel/detail/RingQueue.h"
+#include "memory/Allocators.h"
+#include "values/ContractPool.h"
 #include "values/Variant.h"
 
 #ifdef TNROBOT_BENCH_BOOST
@@ -106,6 +109,22 @@ private:
 
 MutexPool MutexPool::s_pool;
 
+/// The floor of the contract.
+struct ContractPool {
+    using Handle = bench::ContractValue*;
+    static Handle Take(int nValue) { return Pool().Query({DATA_TYPE_INT, &nValue, sizeof(nValue)}); }
+    static Handle Take(const char* lpszText) {
+        return Pool().Query({DATA_TYPE_STRING, lpszText, std::strlen(lpszText) + 1});
+    }
+    static void GiveBack(Handle pValue) { pValue->Release(); }
+
+private:
+    static bench::ContractPool& Pool() {
+        static bench::ContractPool* const s_pPool = bench::MakeContractPool();
+        return *s_pPool;
+    }
+};
+
 #ifdef TNROBOT_BENCH_BOOST
 struct BoostPool {
     struct Tag {};
@@ -168,6 +187,33 @@ void RegisterParty(const bench::Program& program, const std::string& strParty) {
     }
 }
 
+// ---- values of each thread's own, which all come from the process's one pool and its one lock
+
+template <typename Party>
+void RegisterOwnValues(const bench::Program& program, const std::string& strParty) {
+    bench::RegisterThreads(program, "OwnValues", strParty, [] {
+        return [nValue = 0]() mutable {
+            auto handle = Party::Take(++nValue);
+            benchmark::DoNotOptimize(handle);
+            Party::GiveBack(handle);
+        };
+    });
+}
+
+// Memory for a variant, without the variant.
+void RegisterOwnMemory(const bench::Program& program, const bench::FoundAllocators& found) {
+    bench::ForEachAllocator(found, [&program](auto party) {
+        using Allocator = decltype(party);
+        bench::RegisterThreads(program, "OwnValues", Allocator::kParty, [] {
+            return [] {
+                auto handle = Allocator::Take(sizeof(bench::Variant));
+                benchmark::DoNotOptimize(handle);
+                Allocator::GiveBack(handle);
+            };
+        });
+    });
+}
+
 void CheckValues() {
     const auto number = tn::Adopt(Ours::Take(42));
     int nError = -1;
@@ -184,6 +230,7 @@ int main(int nArguments, char** ppszArguments) {
     CheckValues();
     RegisterParty<Ours>(program, "ours");
     RegisterParty<MutexPool>(program, "floor_mutex_pool");
+    RegisterParty<ContractPool>(program, "floor_contract_pool");
     RegisterParty<SharedVariant>(program, "make_shared_variant");
 #ifdef TNROBOT_BENCH_BOOST
     program.AddPeer("Boost.Pool " BOOST_LIB_VERSION);
@@ -191,5 +238,10 @@ int main(int nArguments, char** ppszArguments) {
 #else
     program.AddAbsentPeer("Boost.Pool");
 #endif
+    const bench::FoundAllocators found(program);
+    RegisterOwnValues<Ours>(program, "ours");
+    RegisterOwnValues<MutexPool>(program, "floor_mutex_pool");
+    RegisterOwnValues<SharedVariant>(program, "make_shared_variant");
+    RegisterOwnMemory(program, found);
     return program.Run();
 }

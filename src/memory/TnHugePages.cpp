@@ -9,11 +9,9 @@
 
 namespace {
 
-constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20U;
-
 // From here on at least one whole huge page lies within the memory, wherever it starts. Smaller
 // memory is left alone: it may well stay mostly unused.
-constexpr std::size_t kLeastSize = 2 * kHugePage;
+constexpr std::size_t kLeastSize = 2 * tnrobot::kHugePage;
 
 }  // namespace
 

@@ -7,23 +7,52 @@
 #include <new>
 #include <utility>
 
+#include "memory/TnMappedMemory.h"
+
 namespace tnrobot {
 
 // Grows to exactly what is needed. Memory asked for at once is not touched here: the system gives
 // large pieces as zeros, and they cost nothing until they are written to.
 void ByteStorage::_Grow(std::size_t nCapacity) {
-    auto* pGrown =
-        static_cast<unsigned char*>(_IsInline() ? std::calloc(nCapacity, 1) : std::realloc(m_pBytes, nCapacity));
+    unsigned char* pGrown = _Grown(nCapacity);
     if (pGrown == nullptr) {
         throw std::bad_alloc();
     }
-    if (_IsInline()) {
-        std::memcpy(pGrown, m_inline, m_nSize);
-    } else {
-        std::memset(pGrown + m_nCapacity, 0, nCapacity - m_nCapacity);
-    }
     m_pBytes = pGrown;
     m_nCapacity = nCapacity;
+}
+
+// @return the memory with the content in it, which is all that the storage has then; null, with nothing
+// changed, when there is no memory.
+unsigned char* ByteStorage::_Grown(std::size_t nCapacity) {
+    if (_IsMapped()) {
+        return GrowMapped(m_pBytes, m_nCapacity, nCapacity);
+    }
+    return nCapacity >= kLeastMapped ? _Mapped(nCapacity) : _GrownOnHeap(nCapacity);
+}
+
+unsigned char* ByteStorage::_GrownOnHeap(std::size_t nCapacity) {
+    auto* pGrown =
+        static_cast<unsigned char*>(_IsInline() ? std::calloc(nCapacity, 1) : std::realloc(m_pBytes, nCapacity));
+    if (pGrown != nullptr && _IsInline()) {
+        std::memcpy(pGrown, m_inline, m_nSize);
+    } else if (pGrown != nullptr) {
+        std::memset(pGrown + m_nCapacity, 0, nCapacity - m_nCapacity);
+    }
+    return pGrown;
+}
+
+unsigned char* ByteStorage::_Mapped(std::size_t nCapacity) {
+    unsigned char* pMapped = MapMemory(nCapacity);
+    if (pMapped != nullptr) {
+        std::memcpy(pMapped, m_pBytes, m_nSize);
+        _FreeMemory();
+    }
+    return pMapped;
+}
+
+void ByteStorage::_Unmap() {
+    UnmapMemory(m_pBytes, m_nCapacity);
 }
 
 void ByteStorage::TakeFrom(ByteStorage& other) {

@@ -11,7 +11,8 @@ namespace tnrobot {
 
 /// A byte array whose size and whose readable memory differ: all bytes from the size up to the
 /// capacity are zero, there is always at least one of them, and shrinking keeps the capacity.
-/// Small contents (every scalar and short texts) need no heap memory.
+/// Small contents (every scalar and short texts) need no heap memory; large ones have memory of the
+/// system's own, which grows without being copied and is found in large pages.
 ///
 /// Threads: externally synchronised.
 class ByteStorage {
@@ -19,7 +20,7 @@ public:
     ByteStorage() = default;
     ByteStorage(const ByteStorage&) = delete;
     ByteStorage& operator=(const ByteStorage&) = delete;
-    ~ByteStorage() { _FreeHeap(); }
+    ~ByteStorage() { _FreeMemory(); }
 
     unsigned char* Data() { return m_pBytes; }
     const unsigned char* Data() const { return m_pBytes; }
@@ -60,7 +61,7 @@ public:
 
     /// Empties the content and frees its memory.
     void Clear() {
-        _FreeHeap();
+        _FreeMemory();
         m_pBytes = m_inline;
         m_nCapacity = kInlineCapacity;
         m_nSize = 0;
@@ -70,10 +71,24 @@ public:
 private:
     static constexpr std::size_t kInlineCapacity = 24;
 
+    // From here on the memory is mapped. The C library's allocator maps each piece of this size too; what
+    // is smaller it may have at hand, touched already, which is sooner there than any fresh memory.
+    static constexpr std::size_t kLeastMapped = std::size_t{32} << 20U;
+
     bool _IsInline() const { return m_pBytes == m_inline; }
+    bool _IsMapped() const { return m_nCapacity >= kLeastMapped; }
     void _Grow(std::size_t nCapacity);
-    void _FreeHeap() {
-        if (!_IsInline()) {
+    unsigned char* _Grown(std::size_t nCapacity);
+    unsigned char* _GrownOnHeap(std::size_t nCapacity);
+    unsigned char* _Mapped(std::size_t nCapacity);
+    void _Unmap();
+    void _FreeMemory() {
+        if (_IsInline()) {
+            return;
+        }
+        if (_IsMapped()) {
+            _Unmap();
+        } else {
             std::free(m_pBytes);
         }
     }
@@ -84,7 +99,7 @@ private:
         m_nSize = nCount;
     }
 
-    unsigned char* m_pBytes = m_inline;  // or from the heap
+    unsigned char* m_pBytes = m_inline;  // or from the heap, or mapped
     std::size_t m_nCapacity = kInlineCapacity;
     std::size_t m_nSize = 0;
     unsigned char m_inline[kInlineCapacity] = {};

@@ -55,6 +55,18 @@ public:
     /// Stores a value under a new name; of a name that is there the old value stays.
     void Insert(std::string&& strName, Value&& value);
 
+    /// Inserts what another dictionary holds, with each value replaced by what clone makes of it. Into an
+    /// empty one the table goes as it is where it fits, and no name is looked up.
+    template <typename Clone>
+    void InsertClones(const NamedValues& source, Clone clone) {
+        std::vector<Entry> entries;
+        entries.reserve(_SlotsFor(source.m_entries.size()) / kSlotsPerEntry);
+        for (const Entry& entry : source.m_entries) {
+            entries.emplace_back(std::string(entry.m_strName), clone(entry.m_value));
+        }
+        _TakeOver(std::move(entries), source);
+    }
+
     /// @return whether the name was there.
     bool Remove(std::string_view name);
 
@@ -78,11 +90,21 @@ private:
         std::uint32_t m_nPosition;
     };
 
+    static constexpr std::size_t kFirstSlots = 16;
     static constexpr std::size_t kSlotsPerEntry = 2;
 
     // Names that nobody chose for it make walks of a few slots: half of the table is empty.
     static constexpr std::size_t kMostSteps = 128;
     static constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
+
+    // Slots of a table that was made for nCount entries and has never had fewer or more room.
+    static std::size_t _SlotsFor(std::size_t nCount) {
+        std::size_t nSlots = kFirstSlots;
+        while (nSlots < nCount * kSlotsPerEntry) {
+            nSlots *= 2;
+        }
+        return nSlots;
+    }
 
     bool _IsKeyed() const { return m_nMostSteps == kAnyNumber; }
     static std::uint64_t _KeyedHash(std::string_view name);
@@ -95,6 +117,7 @@ private:
     bool _Place(Slot slot);
     void _EmptySlot(std::size_t nSlot);
     void _UseKeyedHash();
+    void _TakeOver(std::vector<Entry>&& entries, const NamedValues& source);
 
     std::vector<Entry> m_entries;
     std::vector<Slot> m_slots;

@@ -24,10 +24,14 @@ bool IsEmpty(const char* lpszName) {
     return lpszName == nullptr || lpszName[0] == '\0';
 }
 
+[[noreturn, gnu::cold, gnu::noinline]] void RefuseNullName() {
+    throw std::logic_error("the name of a value is null");
+}
+
 // Typed setters and getters do not expect a null name: it is the caller's mistake.
-std::string_view Name(const char* lpszName) {
+inline std::string_view Name(const char* lpszName) {
     if (lpszName == nullptr) {
-        throw std::logic_error("the name of a value is null");
+        RefuseNullName();
     }
     return lpszName;
 }
@@ -257,10 +261,8 @@ void CTnRobotDataValueGroup::Copy(ITnRobotDataValueGroup* pSource) {
         return;
     }
     m_values.Clear();
-    m_values.Reserve(pGroup->m_values.Entries().size());
-    for (const auto& [strName, value] : pGroup->m_values.Entries()) {
-        m_values.Insert(std::string(strName), tn::Adopt(value ? value->Clone() : nullptr));
-    }
+    m_values.InsertClones(pGroup->m_values,
+                          [](const Value& value) { return tn::Adopt(value ? value->Clone() : nullptr); });
 }
 
 ITnRobotDataValueGroup* CTnRobotDataValueGroup::Clone() {

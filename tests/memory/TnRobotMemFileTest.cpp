@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -207,6 +209,36 @@ TEST_F(FlatMemFile, WritesAllOrNothing) {
     EXPECT_EQ(Write(*m_file, "z"), 0);
     EXPECT_EQ(TextOf(m_memory), "abcdefghxy");
     EXPECT_EQ(m_file->GetTotleLen(), 10);
+}
+
+// Pieces larger than the caches are copied in another way where they are shifted a little within their pages.
+TEST_F(MemFile, LargePiecesArriveWhole) {
+    constexpr std::size_t kPiece = (std::size_t{20} << 20U) + 12345;
+    Bytes piece(kPiece, 200);
+    for (std::size_t i = 0; i < kPiece; i += 1021) {
+        piece[i] = static_cast<unsigned char>(i / 1021 % 199);
+    }
+    for (const std::size_t nShift :
+         {std::size_t{0}, std::size_t{1}, std::size_t{511}, std::size_t{512}, std::size_t{4095}}) {
+        Bytes memory(kPiece + 4096 + 10, '#');
+        // So far behind the piece within their pages.
+        const auto nStart = (reinterpret_cast<std::uintptr_t>(piece.data()) + nShift + 4096 -
+                             reinterpret_cast<std::uintptr_t>(memory.data()) % 4096) %
+                            4096;
+        const auto nLength = static_cast<long long>(kPiece);
+        ASSERT_TRUE(m_file->OpenMemFile(memory.data() + nStart, nLength + 1, true));
+        EXPECT_EQ(m_file->Write(piece.data(), nLength), 1);
+        m_file->Close();
+        EXPECT_EQ(std::memcmp(memory.data() + nStart, piece.data(), kPiece), 0) << nShift;
+        EXPECT_EQ(memory[nStart + kPiece], '#');
+
+        Bytes read(kPiece + 1, '#');
+        ASSERT_TRUE(m_file->OpenMemFile(memory.data() + nStart, nLength + 1, false));
+        EXPECT_EQ(m_file->Read(read.data(), nLength), nLength);
+        m_file->Close();
+        EXPECT_EQ(std::memcmp(read.data(), piece.data(), kPiece), 0) << nShift;
+        EXPECT_EQ(read[kPiece], '#');
+    }
 }
 
 // A file that is being written answers its length, wherever the cursor is.

@@ -38,6 +38,32 @@ void ExpectEqual(const NamedValues& values, const Model& model) {
     }
 }
 
+// A copy shares the values here, so that it has to be equal; it must also serve on. What is there already
+// stays.
+void ExpectCopiesToBeEqual(const NamedValues& values, Model model) {
+    const auto same = [](const NamedValues::Value& value) { return value; };
+    NamedValues copy;
+    copy.InsertClones(values, same);
+    ExpectEqual(copy, model);
+    const NamedValues::Value before = NewValue();
+    NamedValues merged;
+    merged.Set("there before", before);
+    if (!model.empty()) {
+        merged.Set(model.begin()->first, before);
+        model.begin()->second = before.get();
+    }
+    model["there before"] = before.get();
+    merged.InsertClones(values, same);
+    ExpectEqual(merged, model);
+    for (int i = 0; i < 100; ++i) {
+        copy.Insert("later " + std::to_string(i), NewValue());
+    }
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_TRUE(copy.Remove("later " + std::to_string(i)));
+    }
+    EXPECT_EQ(copy.Entries().size(), values.Entries().size());
+}
+
 void CompareWithTheStandardDictionary(const std::vector<std::string>& names) {
     constexpr int kSteps = 20000;
     std::mt19937 random(20240607);  // a fixed seed: every run does the same
@@ -62,6 +88,7 @@ void CompareWithTheStandardDictionary(const std::vector<std::string>& names) {
         }
         if (i % 500 == 0) {
             ExpectEqual(values, model);
+            ExpectCopiesToBeEqual(values, model);
             ASSERT_FALSE(testing::Test::HasFatalFailure());
         }
     }
@@ -146,6 +173,21 @@ TEST(NamedValues, AnInsertedValueDoesNotReplace) {
     values.Insert("name", NewValue());
     EXPECT_EQ(values.Find("name")->m_value.get(), pFirst);
     EXPECT_EQ(values.Entries().size(), 1U);
+}
+
+// Clones may be made by an application's own value, which may put something into the group meanwhile.
+TEST(NamedValues, KeepWhatIsInsertedWhileTheyAreFilledWithClones) {
+    const NamedValues::Value first = NewValue();
+    const NamedValues::Value meanwhile = NewValue();
+    NamedValues source;
+    source.Set("a", first);
+    source.Set("b", first);
+    NamedValues target;
+    target.InsertClones(source, [&](const NamedValues::Value& value) {
+        target.Set("b", meanwhile);
+        return value;
+    });
+    ExpectEqual(target, {{"a", first.get()}, {"b", meanwhile.get()}});
 }
 
 TEST(NamedValues, RoomMadeAheadKeepsTheEntries) {
