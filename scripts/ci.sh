@@ -18,8 +18,8 @@ test_asan() {
     TNROBOT_CMAKE_ARGUMENTS+=" -DTNROBOT_BUILD_BENCHMARKS=ON" scripts/test.sh asan
 }
 
-# What mostly waits runs beside the steps after it.
-waiting=" load soak "
+# What mostly waits, or needs one core, runs beside the steps after it.
+waiting=" load soak models "
 
 # NAME COMMAND, in this order: what fails most often comes first, what another step needs before it.
 steps=(
@@ -29,6 +29,7 @@ steps=(
     "sync-docs     scripts/docs.sh --sync --check"
     "load          env TNROBOT_FULL_SOAK=1 build/release/tests/tnrobot_shared_tests --gtest_brief=1 --gtest_filter=TaskPoolLoad.*"
     "soak          scripts/soak.sh 0.5"
+    "models        scripts/models.sh"
     "demo          scripts/demo.sh"
     "install       scripts/check_install.sh"
     "arm64         scripts/test.sh arm64 --public"

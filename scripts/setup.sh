@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing:
-# scripts/setup.sh [build|camera|test|asan|bench|coverage|docs|package|python|checks|arm64|all].
+# scripts/setup.sh [build|camera|test|asan|bench|coverage|docs|models|package|python|checks|arm64|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
 #   camera    and GStreamer, for the example with a camera
 #   test      and the test framework               (enough for scripts/test.sh)
@@ -8,6 +8,7 @@
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
 #   coverage  the tests' and gcovr                 (enough for scripts/coverage.sh)
 #   docs      Doxygen and Graphviz                 (enough for scripts/docs.sh)
+#   models    the model checker                    (enough for scripts/models.sh)
 #   python    or pybind11, NumPy, pytest and mypy   (enough for scripts/python.sh)
 #   package   or Debian's packaging programs       (enough for scripts/package.sh)
 #   checks    all of these, and clang's tools      (enough for scripts/tidy.sh and format.sh)
@@ -32,6 +33,7 @@ frames=(pkg-config libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base)
 sanitizing=(clang libclang-rt-14-dev)
 checks=("${sanitizing[@]}" clang-format clang-tidy pkg-config git gcovr mandoc gdb libopencv-core-dev "${frames[@]}")
 documents=(doxygen graphviz python3 git)
+modelling=(gcc libc6-dev spin)
 cross=(g++-aarch64-linux-gnu binutils qemu-user debian-archive-keyring)
 # Only measured beside: benchmarks leave out what is missing, so whatever a system does not have is
 # passed over.
@@ -46,17 +48,18 @@ case "$wanted" in
     asan) packages+=("${tests[@]}" "${sanitizing[@]}") ;;
     coverage) packages+=("${tests[@]}" gcovr) ;;
     docs) packages=("${documents[@]}") ;;
+    models) packages=("${modelling[@]}") ;;
     arm64) packages=(cmake ninja-build "${cross[@]}") ;;
     package) packages+=("${modules[@]}" "${packaging[@]}" "${documents[@]}") ;;
     python) packages+=("${tests[@]}" "${python[@]}"); optional=(python3-dbg python3-opencv python3-pil) ;;
     bench) packages+=("${benchmarks[@]}"); optional=("${peers[@]}") ;;
     checks | all)
         packages+=("${tests[@]}" "${benchmarks[@]}" "${checks[@]}" "${documents[@]}" "${packaging[@]}"
-                   "${python[@]}")
+            "${python[@]}" "${modelling[@]}")
         [ "$wanted" = checks ] || packages+=("${cross[@]}")
         optional=("${peers[@]}" python3-dbg python3-opencv python3-pil)
         ;;
-    *) echo "usage: $0 [build|camera|test|asan|bench|coverage|docs|package|python|checks|arm64|all]" >&2; exit 2 ;;
+    *) echo "usage: $0 [build|camera|test|asan|bench|coverage|docs|models|package|python|checks|arm64|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".

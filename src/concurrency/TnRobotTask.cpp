@@ -235,8 +235,14 @@ bool CTnRobotTask::Start() {
         return false;
     }
     std::lock_guard<std::mutex> lock(m_controlMutex);
-    tnrobot::PollUntil([this] { return !IsInRunner() || IsRunning(); });
-    if (!IsRunning()) {
+    // One look at the event decides: its job may reset it before a second one, and the run that began then
+    // would be taken for the one that the worker is in.
+    bool bRuns = false;
+    tnrobot::PollUntil([this, &bRuns] {
+        bRuns = IsRunning();
+        return bRuns || !IsInRunner();
+    });
+    if (!bRuns) {
         if (!m_pWorker) {
             _StartWorker();
         }

@@ -95,10 +95,12 @@ bool CTnRobotThread::Run() {
     if (!m_pWorker) {
         m_pWorker = std::make_unique<tnrobot::Worker>([this] { _OnThreadWorkLoop(); });
     }
+    // A job that pauses itself may be paused again before this thread looks: a pass counts that began since, and
+    // one that went on just before the event is reset.
     const unsigned long long nBegins = m_nBegins.load();
+    const bool bRunning = m_state.load() == THREAD_RUNNING;
     m_pStopEvent->ResetEvent();
-    // A job that pauses itself may be paused again before this thread looks.
-    if (!_AwaitAnswer([this, nBegins] { return m_state.load() == THREAD_RUNNING || m_nBegins.load() != nBegins; })) {
+    if (!_AwaitAnswer([&] { return bRunning || m_state.load() == THREAD_RUNNING || m_nBegins.load() != nBegins; })) {
         lock.unlock();
         _PollState(THREAD_RUNNING);
     }

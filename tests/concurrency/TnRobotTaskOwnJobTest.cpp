@@ -132,6 +132,34 @@ TEST_F(TaskOwnJob, AStartDuringARunThatEndsItselfBeginsAnother) {
     EXPECT_EQ(job.Runner().Calls(), "InECInEC");
 }
 
+// A Start that waits for the end of a run finds its event set again, and reset when it looks once more: it
+// must not wait for a run of its own then, which the worker, still in the old one, never begins.
+TEST_F(TaskOwnJob, AStartDuringARunWhoseJobResetsAndSetsItsEventReturns) {
+    constexpr int kStarts = 300;
+    const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
+    std::atomic<bool> bEnough{false};
+    std::atomic<int> nAnswered{0};
+    runner->m_isStop = [] { return false; };
+    runner->m_onExecute = [&bEnough](ITnRobotEvent* pRunEvent) {
+        while (!bEnough) {
+            pRunEvent->ResetEvent();
+            pRunEvent->SetEvent();
+        }
+    };
+    const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
+    ASSERT_TRUE(task->Start());
+    Caller starter([&] {
+        for (int i = 0; i < kStarts; ++i) {
+            nAnswered += task->Start() ? 1 : 0;
+        }
+    });
+    EXPECT_TRUE(Eventually([&nAnswered] { return nAnswered == kStarts; }));
+    bEnough = true;
+    starter.Join();
+    task->Stop();
+}
+
 // A starter that looks rarely must not miss a run that ends itself. Here it is held meanwhile.
 TEST_F(TaskOwnJob, StartReturnsAlsoWhenTheRunHasEndedItselfBeforeItLooks) {
     SignalHold hold;

@@ -282,6 +282,23 @@ TEST_F(Thread, ExitDoesNotSetTheStopEvent) {
     EXPECT_FALSE(pStopEvent.load()->WaitEvent(0));
 }
 
+// The worker looks for the exit first: an Exit that did not wait for the pause would leave the Stop without one.
+TEST_F(Thread, AnExitLetsAStopThatIsPendingHaveItsPause) {
+    Gate job;
+    const TnRobotPtr<ITnRobotThread> thread = MakeThread();
+    thread->SetWorkJob([&job](ITnRobotEvent*) { job.Pass(); });
+    const OpenAtEnd openAtEnd(job);
+    ASSERT_TRUE(thread->Run());
+    job.AwaitArrival();
+    Caller stopper([&thread] { thread->Stop(); });
+    EXPECT_TRUE(stopper.AwaitBlocked());
+    Caller exiter([&thread] { thread->Exit(0); });
+    EXPECT_TRUE(exiter.AwaitBlocked());
+    job.Open();
+    EXPECT_TRUE(stopper.AwaitReturn());
+    EXPECT_TRUE(exiter.AwaitReturn());
+}
+
 TEST_F(Thread, TheLastReleaseEndsItInEveryState) {
     enum class State { kCreated, kRunning, kPaused, kExited };
     for (const State eState : {State::kCreated, State::kRunning, State::kPaused, State::kExited}) {
