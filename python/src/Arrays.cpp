@@ -238,12 +238,13 @@ std::unique_ptr<Surface> CopyArray(const TnRobotPtr<ITnRobotSurfacePool>& pool, 
         const Py_ssize_t nRow = view.shape[1] * nChannels;
         const bool bPlain = HasPlainRows(view, desc);
         const Py_ssize_t nPitch = desc.eImageType == TN_IMAGE_420 ? view.shape[1] : pixels.Pitch();
-        if (pixels.Lock().pData != nullptr) {
-            std::memset(pixels.Lock().pData, 0, pixels.Lock().nDataSize);
+        unsigned char* pPixels = pixels.Lock().pData;
+        if (pPixels != nullptr) {
+            std::memset(pPixels, 0, pixels.Lock().nDataSize);
         }
-        for (Py_ssize_t i = 0; surface && i < view.shape[0]; ++i) {
+        for (Py_ssize_t i = 0; pPixels != nullptr && i < view.shape[0]; ++i) {
             const auto* pSource = static_cast<const unsigned char*>(view.buf) + i * view.strides[0];
-            unsigned char* pTarget = pixels.Lock().pData + i * nPitch;
+            unsigned char* pTarget = pPixels + i * nPitch;
             if (bPlain) {
                 std::memcpy(pTarget, pSource, static_cast<std::size_t>(nRow));
                 continue;

@@ -34,7 +34,7 @@ py::handle NameObject(const char* lpszName) {
 }
 
 [[noreturn]] void RaiseSystem(const std::error_code& reason, const std::string& strPath) {
-    const py::object type = py::reinterpret_borrow<py::object>(PyExc_OSError);
+    const auto type = py::reinterpret_borrow<py::object>(PyExc_OSError);
     if (strPath.empty()) {
         RaiseObject(type(reason.value(), reason.message()));
     }
@@ -70,7 +70,7 @@ std::string PathOf(const py::object& path) {
     if (PyUnicode_FSConverter(path.ptr(), &pBytes) == 0) {
         throw py::error_already_set();
     }
-    const py::object bytes = py::reinterpret_steal<py::object>(pBytes);
+    const auto bytes = py::reinterpret_steal<py::object>(pBytes);
     std::string strPath(PyBytes_AS_STRING(pBytes), static_cast<std::size_t>(PyBytes_GET_SIZE(pBytes)));
     return strPath;
 }
@@ -81,7 +81,7 @@ std::string TextOf(py::handle text) {
         return {lpszText, static_cast<std::size_t>(nBytes)};
     }
     PyErr_Clear();  // half of a pair, as what was no UTF-8 comes
-    const py::object bytes =
+    const auto bytes =
         py::reinterpret_steal<py::object>(PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogateescape"));
     if (!bytes) {
         throw py::error_already_set();

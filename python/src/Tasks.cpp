@@ -3,6 +3,7 @@
 
 #include "Tasks.h"
 
+#include <algorithm>
 #include <deque>
 #include <memory>
 #include <utility>
@@ -42,12 +43,7 @@ public:
     }
 
     bool IsOver() const {
-        for (const tn::JobHandle& job : m_jobs) {
-            if (!job.IsOver()) {
-                return false;
-            }
-        }
-        return true;
+        return std::all_of(m_jobs.begin(), m_jobs.end(), [](const tn::JobHandle& job) { return job.IsOver(); });
     }
 
 private:

@@ -27,7 +27,7 @@ struct Whole {
 };
 
 Whole ReadWhole(py::handle object) {
-    const py::object number = py::reinterpret_steal<py::object>(PyNumber_Index(object.ptr()));
+    const auto number = py::reinterpret_steal<py::object>(PyNumber_Index(object.ptr()));
     if (!number) {
         throw py::error_already_set();
     }
