@@ -22,7 +22,8 @@ CTnRobotMemoryBlock::~CTnRobotMemoryBlock() {
 // parent may be touched after the decrement, unless this release is the one that returns the
 // block: then the pool waits for it (see Abandon). The count is read before the parent: if the
 // pool lets the block go in between, the count has changed, the exchange fails and both are read
-// again.
+// again. It comes back to the same value only where a block was lent again while it was held, after a
+// RecoveryMemBuff by hand: such a block must not be released while its pool goes (models/block.pml, ANY_END).
 int CTnRobotMemoryBlock::Release() {
     int nBefore = 0;
     ITnRobotMemoryBlockParent* pParent = nullptr;

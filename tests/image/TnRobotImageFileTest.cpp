@@ -389,6 +389,33 @@ TEST_F(ImageFiles, LargeJpegsLoadAsPlainLibjpegDecodesThem) {
     }
 }
 
+// Thirty million pixels in ten scans of hardly a byte each: no more than what a modest picture may take.
+TEST_F(ImageFiles, ALargeProgressiveJpegOfOneColourLoads) {
+    JpegRecipe recipe;
+    recipe.nWidth = 6000;
+    recipe.nHeight = 5000;
+    recipe.bProgressive = true;
+    const std::size_t nSize = static_cast<std::size_t>(recipe.nWidth) * static_cast<std::size_t>(recipe.nHeight) * 3;
+    const Bytes jpeg = EncodePlain(recipe, Bytes(nSize, 128));
+    TnRobotPtr<ITnRobotSurface> surface;
+    ASSERT_EQ(LoadMemory(jpeg, &surface), 0);
+    EXPECT_TRUE(SurfaceBytes(surface.get()) == Bytes(nSize, 128));
+}
+
+// A process without standard input gets number 0 for the file that it opens next, which is one like another.
+TEST_F(ImageFiles, AFileMayHaveTheNumberOfStandardInput) {
+    const Bytes jpeg = SmallJpeg();
+    const int nInput = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    TnRobotPtr<ITnRobotSurface> surface;
+    EXPECT_EQ(Load("a.jpg", jpeg, &surface), 0);
+    EXPECT_LT(dup2(STDIN_FILENO, STDIN_FILENO), 0) << "the file is still open";
+    if (nInput >= 0) {
+        dup2(nInput, STDIN_FILENO);
+        close(nInput);
+    }
+}
+
 TEST_F(ImageFiles, AJpegLoadsAlikeFromFileMemoryAndBlock) {
     const Bytes jpeg = SmallJpeg();
     const Bytes expected = AsSurface(DecodePlain(jpeg, JCS_EXT_BGR, 3));
