@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over the library, the logger, the tools, the examples and the fuzz targets, warnings as errors.
+# Runs clang-tidy over the library, the logger, the tools, the examples, the fuzz targets and the Python module,
+# warnings as errors. What has not changed since it was clean is not looked at again.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 "$root/scripts/setup.sh" checks
-quietly cmake --preset clang
+quietly cmake --preset clang -DTNROBOT_BUILD_PYTHON=ON
 
 say "clang-tidy"
-git ls-files -z --cached --others --exclude-standard 'src/*.cpp' 'logger/*.cpp' 'tools/*.cpp' 'examples/*.cpp' 'fuzz/*.cpp' |
+git ls-files -z --cached --others --exclude-standard 'src/*.cpp' 'logger/*.cpp' 'tools/*.cpp' 'examples/*.cpp' \
+    'fuzz/*.cpp' 'python/src/*.cpp' |
     xargs -0 -n 1 -P "$jobs" scripts/lib/tidy_file.py "$root/build/clang"

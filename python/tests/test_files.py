@@ -44,13 +44,29 @@ def test_the_system_says_what_it_refuses(tmp_path: pathlib.Path) -> None:
     assert refused.value.code is ErrorCode.NOT_A_REGULAR_FILE and refused.value.path == str(tmp_path / "fifo")
 
 
-@pytest.mark.skipif(os.geteuid() == 0, reason="the superuser is refused nothing")
 def test_permissions_are_the_systems(tmp_path: pathlib.Path) -> None:
-    path = tmp_path / "a.tnr"
-    tn.save(path, Group(a=1))
-    path.chmod(0)
-    with pytest.raises(PermissionError):
-        tn.load(path)
+    (tmp_path / "own.tnr").write_bytes(tn.dumps(Group(a=1)))
+    (tmp_path / "own.tnr").chmod(0)
+    tmp_path.chmod(0o555)
+    uses: list[Callable[[], Any]]
+    uses = [lambda: tn.load(tmp_path / "own.tnr"), lambda: tn.save(tmp_path / "new.tnr", Group())]
+    child = os.fork()
+    if child == 0:
+        refused = 0
+        try:
+            if os.geteuid() == 0:
+                for directory in (tmp_path, *tmp_path.parents[:2]):
+                    directory.chmod(directory.stat().st_mode | 0o055)
+                os.setuid(65534)  # the superuser is refused nothing
+            for use in uses:
+                try:
+                    use()
+                except PermissionError:
+                    refused += 1
+        finally:
+            os._exit(refused)
+    assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 2
+    tmp_path.chmod(0o755)
 
 
 def test_a_full_disk_is_an_os_error(tmp_path: pathlib.Path) -> None:
