@@ -44,7 +44,7 @@ private:
     ContractPool* m_pParent = nullptr;
     unsigned int m_nLength = 0;
     unsigned char m_bytes[24] = {};
-    unsigned char m_rest[48] = {};  // the text form, the view and what manages longer contents
+    [[maybe_unused]] unsigned char m_rest[48] = {};  // the text form, the view and what manages longer contents
 };
 
 // Another class than the one in use, so that no call of the interface has a single target.

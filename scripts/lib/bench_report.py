@@ -2,12 +2,16 @@
 """Turns benchmark results into a report of everything, and into the page docs/performance.md.
 
     bench_report.py --targets bench/targets.json [--partial] [--output FILE] [--page FILE] RESULT.json...
+    bench_report.py --targets bench/targets.json --near RESULT.json...
 
 Each RESULT is what one program printed with --benchmark_format=json; several files with one title
 are parts of one section. Names follow Case/party[/parameter...]: the party "ours" is compared with
 every other party of the same case and parameters. Times are medians of all repetitions, and a ratio
 is that of two medians. Cases whose names begin with "Scaling" end in a size; they are told by the
 time of one element.
+
+A case that was measured again, in a later file, is told by its new repetitions. With --near the cases
+to measure again are printed: those whose ratio is near its limit or above it, as a filter for the programs.
 
 The report goes to the output file, or to standard output without one. The page holds what a person
 wants to read of it: the cases with a target, what was missed and why, and a few plots. A target whose case
@@ -24,6 +28,8 @@ import sys
 
 OURS = "ours"
 SCALING = "Scaling"
+# From this part of its limit on, a ratio is near it: a busy machine may well move it to the other side.
+NEAR = 0.85
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 # Parts of a name that say how a case is run, not what it is.
 RUN_SETTINGS = re.compile(r"^(real_time|process_time|manual_time|(repeats|iterations|min_time):.*)$")
@@ -83,6 +89,7 @@ class Program:
         self.times = {}  # (case, party) -> {repetition: nanoseconds}
         self.cpu_times = {}  # the same, for those that the clock on the wall measured in one thread
         self.counters = {}  # (case, party) -> {counter: [values]}
+        self.names = {}  # (case, party) -> what the program calls it
 
     def add_context(self, context):
         self.date = max(self.date, context["date"])
@@ -96,7 +103,8 @@ class Program:
         if run.get("run_type", "iteration") != "iteration":
             return  # the framework's own mean, median and deviation
         case, party = split_name(run.get("run_name", run["name"]))
-        self.order[case, party] = run.get("family_index", 0)
+        self.order.setdefault((case, party), run.get("family_index", 0))
+        self.names[case, party] = run.get("run_name", run["name"])
         nanoseconds = run["real_time"] * NANOSECONDS[run.get("time_unit", "ns")]
         repetition = run.get("repetition_index", 0)
         self.times.setdefault((case, party), {})[repetition] = nanoseconds
@@ -385,6 +393,17 @@ def load(paths):
     return programs, compilers
 
 
+def near_limits(programs, targets):
+    """-> a filter of all parties of the cases to measure again; empty without any."""
+    names = set()
+    for program in programs.values():
+        for kind, case, peer in targets.limits:
+            known = kind == "ratios" and (case, OURS) in program.times and (case, peer) in program.times
+            if known and program.ratio(case, peer) > NEAR * targets.limits[kind, case, peer]:
+                names.update(program.names[case, party] for party in program.parties(case))
+    return "|".join(f"^{re.escape(name)}$" for name in sorted(names))
+
+
 def target_cells(program, targets):
     """{case: [ratio or counter with its target]} for what has a target, in the order of the program."""
     cells = {}
@@ -494,11 +513,15 @@ def main():
     parser.add_argument("--partial", action="store_true", help="targets without a result are no error")
     parser.add_argument("--output", help="where the report goes; standard output without it")
     parser.add_argument("--page", help="where the page goes; none is written without it")
+    parser.add_argument("--near", action="store_true", help="print a filter of the cases near their limits instead")
     parser.add_argument("results", nargs="+", help="JSON results of the benchmark programs")
     arguments = parser.parse_args()
     try:
         programs, compilers = load(arguments.results)
         targets = Targets(arguments.targets, min(program.cores for program in programs.values()))
+        if arguments.near:
+            print(near_limits(programs, targets))
+            return 0
         text = report(programs, compilers, targets, arguments.partial)
         short = page(programs, compilers, targets)
     except (ReportError, KeyError, json.JSONDecodeError) as error:
