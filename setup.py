@@ -1,5 +1,6 @@
 """Has CMake build the library and the extension module, for pip. Everything else stands in pyproject.toml."""
 
+import os
 import pathlib
 import shutil
 import subprocess
@@ -23,7 +24,9 @@ class BuildWithCMake(build_ext):
         # Installed there, the module looks for the library beside itself.
         configure += ["-DTNROBOT_PYTHON_DIR=package", "-DCMAKE_INSTALL_LIBDIR=package/tnrobotkernel"]
         subprocess.run([*configure, f"-DPython3_EXECUTABLE={sys.executable}"], check=True)
-        subprocess.run(["cmake", "--build", build, "--parallel"], check=True)
+        # Only what the package needs, and no more at once than there are processors.
+        jobs = os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL") or str(len(os.sched_getaffinity(0)))
+        subprocess.run(["cmake", "--build", build, "--parallel", jobs, "--target", "tnrobot_python"], check=True)
         subprocess.run(["cmake", "--install", build, "--component", "python", "--prefix", build / "staged"], check=True)
         (module,) = (build / "staged" / "package" / "tnrobotkernel").glob("_core.*.so")
         target.parent.mkdir(parents=True, exist_ok=True)
