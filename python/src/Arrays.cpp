@@ -257,8 +257,32 @@ std::unique_ptr<Surface> CopyArray(const TnRobotPtr<ITnRobotSurfacePool>& pool, 
     return NewSurface(pool, std::move(surface), reason);
 }
 
-// nReach: bytes that belong to the array from its first pixel on, where somebody knows of more than the pixels.
-std::unique_ptr<Surface> OverArray(const py::object& array, const py::object& format, Py_ssize_t nReach) {
+// Bytes that belong to an array of NumPy's from its first pixel on; 0 where nobody knows of more than the pixels. The
+// arrays are asked themselves, not their attributes, which a subclass may have changed.
+Py_ssize_t ReachOf(const py::object& array, const void* pPixels) {
+    const auto isArray = [](const py::object& object) { return py::isinstance<py::array>(object); };
+    py::object whole = array;
+    while (isArray(whole) && py::detail::array_proxy(whole.ptr())->base != nullptr) {
+        whole = py::reinterpret_borrow<py::object>(py::detail::array_proxy(whole.ptr())->base);
+    }
+    const char* pBegin = nullptr;
+    Py_ssize_t nBytes = 0;
+    if (isArray(whole)) {
+        const auto all = py::reinterpret_borrow<py::array>(whole);
+        const bool bPlain = (all.flags() & py::detail::npy_api::NPY_ARRAY_C_CONTIGUOUS_) != 0;
+        pBegin = static_cast<const char*>(all.data());
+        nBytes = bPlain ? all.nbytes() : 0;
+    } else if (py::isinstance<Surface>(whole)) {
+        const ITnRobotSurface::STnLockSurface& pixels = whole.cast<const Surface&>().Pixels();
+        pBegin = reinterpret_cast<const char*>(pixels.pData);
+        nBytes = Py_ssize_t{pixels.nPitch} * pixels.nHeight;
+    }
+    const auto* pFirst = static_cast<const char*>(pPixels);
+    const bool bInside = nBytes != 0 && pFirst >= pBegin && pFirst <= pBegin + nBytes;
+    return bInside ? pBegin + nBytes - pFirst : 0;
+}
+
+std::unique_ptr<Surface> OverArray(const py::object& array, const py::object& format) {
     auto buffer = std::make_shared<HeldBuffer>();
     buffer->Take(array, PyBUF_RECORDS);
     const Py_buffer& view = buffer->View();
@@ -268,7 +292,7 @@ std::unique_ptr<Surface> OverArray(const py::object& array, const py::object& fo
         Raise(PyExc_ValueError,
               "the bytes of a row do not lie one behind the other, from the top row down: pass copy=True");
     }
-    const Py_ssize_t nBytes = std::max(nReach, (desc.nHeight - 1) * Py_ssize_t{desc.nPitch} + nRow);
+    const Py_ssize_t nBytes = std::max(ReachOf(array, view.buf), (desc.nHeight - 1) * Py_ssize_t{desc.nPitch} + nRow);
     if (nBytes < Py_ssize_t{desc.nPitch} * desc.nHeight) {
         Raise(PyExc_ValueError,
               "the array ends before its last row reaches up to the next one's place, as a surface's does: pass "
@@ -336,7 +360,7 @@ It is (height, width) for one byte per pixel, (height, width, 3 or 4) for more, 
         .def(
             "__dlpack_device__", [](const Surface& /*self*/) { return std::make_pair(int{kDLProcessor}, 0); },
             "The processor's memory.");
-    module.def("_over_array", &OverArray, py::arg("array"), py::arg("format"), py::arg("reach"));
+    module.def("_over_array", &OverArray, py::arg("array"), py::arg("format"));
     module.def("_copy_array", &FromCopy, py::arg("array"), py::arg("format"), py::arg("pool"));
 }
 

@@ -28,6 +28,17 @@ py::handle NameObject(const char* lpszName) {
                   [=] { return py::reinterpret_steal<py::object>(PyUnicode_InternFromString(lpszName)); });
 }
 
+// Calls a class of the package, which runs Python code: nothing that has to be given back lies within the call.
+template <typename... Args>
+py::object CallType(py::handle type, const Args&... args) {
+    const py::tuple all = py::make_tuple(args...);
+    PyObject* pResult = CallPython([&] { return PyObject_CallObject(type.ptr(), all.ptr()); });
+    if (pResult == nullptr) {
+        throw py::error_already_set();
+    }
+    return py::reinterpret_steal<py::object>(pResult);
+}
+
 [[noreturn]] void RaiseObject(const py::object& exception) {
     PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr())), exception.ptr());
     throw py::error_already_set();
@@ -36,9 +47,9 @@ py::handle NameObject(const char* lpszName) {
 [[noreturn]] void RaiseSystem(const std::error_code& reason, const std::string& strPath) {
     const auto type = py::reinterpret_borrow<py::object>(PyExc_OSError);
     if (strPath.empty()) {
-        RaiseObject(type(reason.value(), reason.message()));
+        RaiseObject(CallType(type, reason.value(), reason.message()));
     }
-    RaiseObject(type(reason.value(), reason.message(), TextFrom(strPath.data(), strPath.size())));
+    RaiseObject(CallType(type, reason.value(), reason.message(), TextFrom(strPath.data(), strPath.size())));
 }
 
 }  // namespace
@@ -49,13 +60,13 @@ void Raise(const std::error_code& reason, const std::string& strPath) {
     }
     if (reason.category() == tn::error_category()) {
         const py::object path = strPath.empty() ? py::none() : py::object(TextFrom(strPath.data(), strPath.size()));
-        RaiseObject(TypeNamed("Error")(reason.value(), reason.message(), path));
+        RaiseObject(CallType(TypeNamed("Error"), reason.value(), reason.message(), path));
     }
     if (reason == std::errc::invalid_argument) {
         Raise(PyExc_ValueError, reason.message());
     }
     if (reason == std::errc::operation_canceled) {
-        RaiseObject(TypeNamed("CancelledError")());
+        RaiseObject(CallType(TypeNamed("CancelledError")));
     }
     RaiseSystem(reason, strPath);
 }
@@ -67,7 +78,7 @@ void Raise(PyObject* pType, const std::string& strText) {
 
 std::string PathOf(const py::object& path) {
     PyObject* pBytes = nullptr;
-    if (PyUnicode_FSConverter(path.ptr(), &pBytes) == 0) {
+    if (CallPython([&] { return PyUnicode_FSConverter(path.ptr(), &pBytes); }) == 0) {
         throw py::error_already_set();
     }
     const auto bytes = py::reinterpret_steal<py::object>(pBytes);
@@ -98,25 +109,27 @@ py::str TextFrom(const char* lpszText, std::size_t nBytes) {
 }
 
 py::object Enumerator(const char* lpszEnum, int nNumber) {
-    return TypeNamed(lpszEnum)(nNumber);
+    return CallType(TypeNamed(lpszEnum), nNumber);
 }
 
 int NumberOf(const char* lpszEnum, const py::object& enumerator) {
     const py::handle type = TypeNamed(lpszEnum);
-    if (PyLong_CheckExact(enumerator.ptr()) == 0 && !py::isinstance(enumerator, type)) {
+    if (PyLong_CheckExact(enumerator.ptr()) == 0 && !CallPython([&] { return py::isinstance(enumerator, type); })) {
         Raise(PyExc_TypeError, std::string("expected a ") + lpszEnum + ", not " + Py_TYPE(enumerator.ptr())->tp_name);
     }
-    return static_cast<int>(PyLong_AsLong(type(enumerator).ptr()));  // all of them are small
+    return static_cast<int>(PyLong_AsLong(CallType(type, enumerator).ptr()));  // all of them are small
 }
 
 py::handle TypeNamed(const char* lpszName) {
     static auto* const s_pTypes = new std::unordered_map<const char*, PyObject*>;
-    return Cached(*s_pTypes, lpszName,
-                  [=] { return py::object(py::module_::import("tnrobotkernel._types").attr(lpszName)); });
+    return Cached(*s_pTypes, lpszName, [=] {
+        return CallPython([=] { return py::object(py::module_::import("tnrobotkernel._types").attr(lpszName)); });
+    });
 }
 
 py::object Attribute(py::handle object, const char* lpszName) {
-    PyObject* pValue = PyObject_GetAttr(object.ptr(), NameObject(lpszName).ptr());
+    const py::handle name = NameObject(lpszName);
+    PyObject* pValue = CallPython([=] { return PyObject_GetAttr(object.ptr(), name.ptr()); });
     if (pValue == nullptr) {
         throw py::error_already_set();
     }
@@ -136,6 +149,7 @@ void BindErrors(py::module_& module) {
         }
     });
     module.def("_end_calls", &EndCalls, "Let no other thread begin Python code any more.");
+    module.def("_check_interpreter", &CheckInterpreter, "ImportError where this is not the main interpreter.");
     module.def("_note_fork", &ObjectMutex::NoteFork, "Called in the child of a fork.");
 }
 

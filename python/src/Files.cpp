@@ -7,6 +7,7 @@
 
 #include "Errors.h"
 #include "Groups.h"
+#include "TnRobotKernel/tn/detail/Waiting.h"
 #include "TnRobotKernel/tn/group_files.h"
 #include "Values.h"
 
@@ -32,7 +33,7 @@ public:
         bool bOpen = false;
         std::error_code reason;
         RunLocked(m_mutex, [&] {
-            bOpen = m_file != nullptr;
+            bOpen = IsOpen();
             if (bOpen) {
                 call(*m_file, reason);
             }
@@ -43,16 +44,33 @@ public:
         Check(reason, m_strPath);
     }
 
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    ~OpenFile() { LetGo(); }
+
     void Close() {
-        RunLocked(m_mutex, [this] { m_file.reset(); });
+        RunLocked(m_mutex, [this] { LetGo(); });
     }
 
     bool IsClosed() {
         const Locked lock(m_mutex);
-        return m_file == nullptr;
+        return !IsOpen();
     }
 
 private:
+    bool IsOpen() const { return m_file != nullptr && m_home.IsHere(); }
+
+    // What a child of fork has inherited is the parent's: a writer's end would write what waits in its buffer, and
+    // remove the unfinished file.
+    void LetGo() {
+        if (m_home.IsHere()) {
+            m_file.reset();
+        } else {
+            static_cast<void>(m_file.release());
+        }
+    }
+
+    tn::detail::Home m_home;
     ObjectMutex m_mutex;
     std::string m_strPath;         // not read where __init__ was never called: such a file is closed
     std::unique_ptr<File> m_file;  // guarded by m_mutex

@@ -41,6 +41,30 @@ Names NamesOf(const Group& group) {
     return names;
 }
 
+// Names and values of one moment. The values never change: who stores another one puts it in their place.
+std::vector<std::pair<std::string, TnRobotPtr<ITnRobotDataValue>>> ItemsOf(const Group& group) {
+    std::vector<std::pair<std::string, TnRobotPtr<ITnRobotDataValue>>> items;
+    Names names;
+    const Locked lock(group.Mutex());
+    group.Get().GetAllDataName(names);
+    for (auto& [strName, eType] : names) {
+        TnRobotPtr<ITnRobotDataValue> value;
+        if (group.Get().GetValue(strName.c_str(), value.put()) == 0 && value) {
+            items.emplace_back(std::move(strName), std::move(value));
+        }
+    }
+    return items;
+}
+
+py::list ListItems(const Group& group) {
+    py::list list;
+    for (const auto& [strName, value] : ItemsOf(group)) {
+        list.append(py::make_tuple(TextFrom(strName.data(), strName.size()), FromValue(*value),
+                                   static_cast<int>(value->GetDataValueType())));
+    }
+    return list;
+}
+
 py::object GetItem(const Group& group, const py::object& name) {
     bool bValid = false;
     const std::string strName = NameOf(name, bValid);
@@ -76,6 +100,45 @@ void DeleteItem(const Group& group, const py::object& name) {
     if (!bRemoved) {
         RaiseMissing(name);
     }
+}
+
+py::object Pop(const Group& group, const py::object& name) {
+    bool bValid = false;
+    const std::string strName = NameOf(name, bValid);
+    TnRobotPtr<ITnRobotDataValue> value;
+    if (bValid) {
+        const Locked lock(group.Mutex());
+        if (group.Get().GetValue(strName.c_str(), value.put()) == 0) {
+            group.Get().RemoveValue(strName.c_str());
+        }
+    }
+    if (!value) {
+        RaiseMissing(name);
+    }
+    return FromValue(*value);
+}
+
+// @return what is there afterwards.
+py::object SetDefault(const Group& group, const py::object& name, const py::object& object) {
+    bool bValid = false;
+    const std::string strName = NameOf(name, bValid);
+    if (!bValid) {
+        Raise(PyExc_ValueError, "a name has at least one character, and no zero");
+    }
+    TnRobotPtr<ITnRobotDataValue> value;
+    {
+        const Locked lock(group.Mutex());
+        group.Get().GetValue(strName.c_str(), value.put());
+    }
+    if (!value) {
+        const TnRobotPtr<ITnRobotDataValue> made = MakeValue(object, py::none());
+        const Locked lock(group.Mutex());
+        if (group.Get().GetValue(strName.c_str(), value.put()) != 0) {
+            value = made;
+            group.Get().SetValue(strName.c_str(), value.get());
+        }
+    }
+    return FromValue(*value);
 }
 
 bool Contains(const Group& group, const py::object& name) {
@@ -161,20 +224,32 @@ py::bytes ToBytes(const Group& group) {
     return {file->Bytes().data(), file->Bytes().size()};
 }
 
-// Reads the group that begins at a place of some bytes. They are copied, since other threads may change
-// what a buffer holds, or how long it is, while this one reads. @return where the group ends.
-std::size_t LoadBytes(Group& group, const py::object& bytes, std::size_t nBegin) {
-    group.Get();
+// Bytes that stay as they are: those of a buffer are copied, since other threads may change what it holds, or how
+// long it is.
+py::bytes StillBytes(const py::object& data) {
+    if (PyBytes_Check(data.ptr()) != 0) {
+        return py::reinterpret_borrow<py::bytes>(data);
+    }
     Py_buffer view{};
-    if (PyObject_GetBuffer(bytes.ptr(), &view, PyBUF_SIMPLE) != 0) {
+    if (PyObject_GetBuffer(data.ptr(), &view, PyBUF_SIMPLE) != 0) {
         throw py::error_already_set();
     }
-    const auto nAll = static_cast<std::size_t>(view.len);
-    const std::string strBytes(static_cast<const char*>(view.buf) + std::min(nBegin, nAll),
-                               nAll - std::min(nBegin, nAll));
+    PyObject* pCopy = PyBytes_FromStringAndSize(static_cast<const char*>(view.buf), view.len);
     PyBuffer_Release(&view);
+    if (pCopy == nullptr) {
+        throw py::error_already_set();
+    }
+    return py::reinterpret_steal<py::bytes>(pCopy);
+}
+
+// Reads the group that begins at a place of some bytes. @return where the group ends.
+std::size_t LoadBytes(Group& group, const py::object& data, std::size_t nBegin) {
+    group.Get();
+    const py::bytes bytes = StillBytes(data);
+    const auto nAll = static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr()));
+    const std::size_t nFirst = std::min(nBegin, nAll);
     TnRobotPtr<ITnRobotDataValueGroup> loaded = NewGroup();
-    const auto file = tn::MakeObject<BytesReader>(strBytes.data(), strBytes.size());
+    const auto file = tn::MakeObject<BytesReader>(PyBytes_AS_STRING(bytes.ptr()) + nFirst, nAll - nFirst);
     std::error_code reason;
     {
         const WithoutGil others;
@@ -193,7 +268,10 @@ std::size_t LoadBytes(Group& group, const py::object& bytes, std::size_t nBegin)
 // The group of a Python object. ValueError where its __init__ was never called.
 const Group& GroupOf(PyObject* pSelf) {
     auto* pInstance = reinterpret_cast<py::detail::instance*>(pSelf);
-    const auto* pGroup = static_cast<const Group*>(pInstance->get_value_and_holder().value_ptr());
+    // A class with another one of ours among its bases holds several, and the group may not be the first.
+    static const auto* const s_pType = py::detail::get_type_info(typeid(Group));
+    const auto* pType = pInstance->simple_layout ? nullptr : s_pType;
+    const auto* pGroup = static_cast<const Group*>(pInstance->get_value_and_holder(pType).value_ptr());
     if (pGroup == nullptr) {
         throw py::value_error("this group has no content: its __init__ was never called");
     }
@@ -283,6 +361,9 @@ void BindGroups(py::module_& module) {
         .def("_set", &Set, py::arg("name"), py::arg("value"), py::arg("type"))
         .def("_type", &TypeOf, py::arg("name"))
         .def("_names", &ListNames)
+        .def("_items", &ListItems)
+        .def("_pop", &Pop, py::arg("name"))
+        .def("_set_default", &SetDefault, py::arg("name"), py::arg("value"))
         .def("_clear", &Clear)
         .def("_copy_from", &CopyFrom, py::arg("source"))
         .def("_save_file", &SaveFile, py::arg("path"), py::arg("synced"))

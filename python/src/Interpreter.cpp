@@ -15,28 +15,33 @@ namespace {
 std::atomic<bool> g_bCallsEnded{false};
 std::atomic<unsigned int> g_nForks{0};
 
-// The end of the interpreter ends a thread by unwinding it from wherever it asks for the lock. What lies in the
-// way belongs to the interpreter: the unwinding stops here, and the thread goes with its process.
-class SleepWhenUnwound final {
+// Gives a mutex back when its thread is unwound.
+class FreeWhenUnwound final {
 public:
-    SleepWhenUnwound() = default;
-    SleepWhenUnwound(const SleepWhenUnwound&) = delete;
-    SleepWhenUnwound& operator=(const SleepWhenUnwound&) = delete;
-    ~SleepWhenUnwound() {
-        while (!m_bDone) {
-            pause();
+    explicit FreeWhenUnwound(ObjectMutex& mutex) : m_pMutex(&mutex) {}
+    FreeWhenUnwound(const FreeWhenUnwound&) = delete;
+    FreeWhenUnwound& operator=(const FreeWhenUnwound&) = delete;
+    ~FreeWhenUnwound() {
+        if (m_pMutex != nullptr) {
+            m_pMutex->unlock();
         }
     }
-    void Done() { m_bDone = true; }
+    void Done() { m_pMutex = nullptr; }
 
 private:
-    bool m_bDone = false;
+    ObjectMutex* m_pMutex;
 };
 
 }  // namespace
 
+void StopUnwinding::Sleep() {
+    for (;;) {
+        pause();
+    }
+}
+
 [[gnu::noinline]] void TakeLockBack(PyThreadState* pState) {
-    SleepWhenUnwound guard;
+    StopUnwinding guard;
     PyEval_RestoreThread(pState);
     guard.Done();
 }
@@ -45,7 +50,7 @@ private:
     if (g_bCallsEnded || Py_IsInitialized() == 0) {
         return false;
     }
-    SleepWhenUnwound guard;
+    StopUnwinding guard;
     const PyGILState_STATE eState = PyGILState_Ensure();
     // Whoever has ended the calls did so with the lock.
     const bool bCall = !g_bCallsEnded;
@@ -61,25 +66,38 @@ void EndCalls() {
     g_bCallsEnded = true;
 }
 
+void CheckInterpreter() {
+    if (PyInterpreterState_Get() != PyInterpreterState_Main()) {
+        throw py::import_error("tnrobotkernel works in the main interpreter only");
+    }
+}
+
 void ObjectMutex::NoteFork() {
     ++g_nForks;
 }
 
-std::mutex& ObjectMutex::_Mutex() {
+void ObjectMutex::Settle() {
     const unsigned int nForks = g_nForks.load(std::memory_order_relaxed);
     if (m_nFork != nForks) {
         // A child has one thread at first, and whoever had the mutex is not there.
         new (&m_mutex) std::mutex;
         m_nFork = nForks;
     }
-    return m_mutex;
 }
 
-Locked::Locked(ObjectMutex& mutex) : m_lock(mutex, std::try_to_lock) {
-    if (!m_lock.owns_lock()) {
-        const WithoutGil others;
-        m_lock.lock();
+[[gnu::noinline]] Locked::Locked(ObjectMutex& mutex) : m_lock(mutex, std::defer_lock) {
+    mutex.Settle();
+    if (m_lock.try_lock()) {
+        return;
     }
+    PyThreadState* pState = PyEval_SaveThread();
+    mutex.lock();
+    StopUnwinding sleep;
+    FreeWhenUnwound free(mutex);
+    PyEval_RestoreThread(pState);
+    free.Done();
+    sleep.Done();
+    m_lock = std::unique_lock<ObjectMutex>(mutex, std::adopt_lock);
 }
 
 void* Bound::operator new(std::size_t nBytes) {

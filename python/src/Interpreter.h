@@ -12,6 +12,7 @@
 #include <pybind11/pybind11.h>
 
 #include <cstddef>
+#include <exception>
 #include <mutex>
 #include <utility>
 
@@ -19,9 +20,41 @@ namespace tnrobot::python {
 
 namespace py = pybind11;
 
-/// Takes the interpreter's lock back. When the interpreter is at its end it ends the threads that ask for its
-/// lock; unwinding ours would give Python objects back without that lock, so such a thread sleeps instead, until
-/// the process has gone.
+/// Stands around whatever may ask for the interpreter's lock. At its end the interpreter ends the threads that ask, by
+/// unwinding them; unwinding ours would give Python objects back without that lock, so such a thread sleeps here
+/// instead, until the process has gone. Exceptions pass.
+class StopUnwinding final {
+public:
+    StopUnwinding() = default;
+    StopUnwinding(const StopUnwinding&) = delete;
+    StopUnwinding& operator=(const StopUnwinding&) = delete;
+    ~StopUnwinding() {
+        if (!m_bDone && std::uncaught_exceptions() == m_nExceptions) {
+            Sleep();
+        }
+    }
+
+    /// It was not unwound.
+    void Done() { m_bDone = true; }
+
+private:
+    [[noreturn]] static void Sleep();
+
+    const int m_nExceptions = std::uncaught_exceptions();
+    bool m_bDone = false;
+};
+
+/// Calls something of Python's that may run Python code, where this thread may have to end; see StopUnwinding.
+/// @param[in] call  holds no object of its own.
+template <typename Call>
+auto CallPython(Call call) {
+    StopUnwinding guard;
+    auto result = call();
+    guard.Done();
+    return result;
+}
+
+/// Takes the interpreter's lock back, if the interpreter is not at its end.
 /// @param[in] pState  what PyEval_SaveThread has returned on this thread.
 void TakeLockBack(PyThreadState* pState);
 
@@ -46,6 +79,10 @@ bool CallWithGil(void (*pfnCall)(void*), void* pContext);
 /// Tells that Python code must not be begun from other threads any more.
 void EndCalls();
 
+/// Throws ImportError where this is not the main interpreter: what is shared with the library's threads finds their
+/// interpreter by the process, and there is only one end of it.
+void CheckInterpreter();
+
 /// A mutex that is free when its bytes are zero, and after a fork in the child, whoever has had it.
 class ObjectMutex final {
 public:
@@ -53,21 +90,24 @@ public:
     ObjectMutex(const ObjectMutex&) = delete;
     ObjectMutex& operator=(const ObjectMutex&) = delete;
 
-    void lock() { _Mutex().lock(); }
+    void lock() { m_mutex.lock(); }
     void unlock() { m_mutex.unlock(); }
-    bool try_lock() { return _Mutex().try_lock(); }
+    bool try_lock() { return m_mutex.try_lock(); }
+
+    /// Frees it where it was inherited. To be called before it is locked, with the interpreter's lock: two threads of
+    /// a child may be the first.
+    void Settle();
 
     /// Called in the child of a fork: mutexes that were made before are free.
     static void NoteFork();
 
 private:
-    std::mutex& _Mutex();
-
     std::mutex m_mutex;
-    unsigned int m_nFork = 0;  // forks that it has heard of; changed in a child by its first user
+    unsigned int m_nFork = 0;  // forks that it has heard of; guarded by the interpreter's lock
 };
 
-/// Holds an ObjectMutex. Made with the interpreter's lock in hand, which others have while this one waits.
+/// Holds an ObjectMutex. Made with the interpreter's lock in hand, which others have while this one waits. A thread
+/// that the interpreter's end stops in between holds nothing: others may use the object until the process has gone.
 class Locked final {
 public:
     explicit Locked(ObjectMutex& mutex);
@@ -79,6 +119,7 @@ private:
 /// Runs a function without the interpreter's lock and with a mutex.
 template <typename Call>
 auto RunLocked(ObjectMutex& mutex, Call call) {
+    mutex.Settle();
     const WithoutGil others;
     const std::lock_guard<ObjectMutex> lock(mutex);
     return call();

@@ -10,6 +10,7 @@
 #include "Tasks.h"
 
 PYBIND11_MODULE(_core, module) {
+    tnrobot::python::CheckInterpreter();
     module.doc() = "What is below the package tnrobotkernel.";
     tnrobot::python::BindErrors(module);
     tnrobot::python::BindGroups(module);

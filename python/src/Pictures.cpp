@@ -130,6 +130,8 @@ std::unique_ptr<Surface> Join(const Surface& first, const Surface& second, const
     const TnRobotPtr<ITnRobotSurfacePool> pool = PoolOrDefault(pPool);
     std::error_code reason;
     TnRobotPtr<ITnRobotSurface> joined;
+    first.Mutex().Settle();
+    second.Mutex().Settle();
     {
         const WithoutGil others;
         std::unique_lock<ObjectMutex> firstLock(first.Mutex(), std::defer_lock);

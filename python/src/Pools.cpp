@@ -91,7 +91,7 @@ TnRobotPtr<ITnRobotMemoryBlock> Query(ITnRobotMemoryBlockPool& pool, unsigned in
 
 std::unique_ptr<Block> NewBlock(const BlockPool& pool, const py::object& size) {
     ITnRobotMemoryBlockPool& source = pool.Get();
-    const auto number = py::reinterpret_steal<py::object>(PyNumber_Index(size.ptr()));
+    const auto number = py::reinterpret_steal<py::object>(CallPython([&] { return PyNumber_Index(size.ptr()); }));
     if (!number) {
         throw py::error_already_set();
     }

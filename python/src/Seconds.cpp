@@ -16,7 +16,7 @@ std::chrono::milliseconds LimitOf(const py::object& seconds) {
         Raise(PyExc_TypeError,
               std::string("a time limit is a number of seconds or None, not ") + Py_TYPE(seconds.ptr())->tp_name);
     }
-    const double dSeconds = PyFloat_AsDouble(seconds.ptr());
+    const double dSeconds = CallPython([&] { return PyFloat_AsDouble(seconds.ptr()); });
     if (dSeconds == -1 && PyErr_Occurred() != nullptr) {
         throw py::error_already_set();
     }
@@ -34,7 +34,12 @@ std::chrono::milliseconds LimitOf(const py::object& seconds) {
 
 bool SignalsAllowWaiting() {
     bool bAllowed = true;
-    CallWithGil([](void* pAllowed) { *static_cast<bool*>(pAllowed) = PyErr_CheckSignals() == 0; }, &bAllowed);
+    // Once an exception waits to be seen no handler may run any more: the library may ask again before it is.
+    CallWithGil(
+        [](void* pAllowed) {
+            *static_cast<bool*>(pAllowed) = PyErr_Occurred() == nullptr && PyErr_CheckSignals() == 0;
+        },
+        &bAllowed);
     return bAllowed;
 }
 

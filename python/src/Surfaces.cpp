@@ -21,6 +21,14 @@ TnRobotPtr<ITnRobotSurfacePool>& DefaultPool() {
     return s_pool;
 }
 
+// A surface goes back to its pool, which is locked while somebody waits for memory there, and hears of signals.
+void GiveBack(TnRobotPtr<ITnRobotSurface>& surface) {
+    if (surface) {
+        const WithoutGil others;
+        surface.reset();
+    }
+}
+
 std::unique_ptr<SurfacePool> NewPool(const BlockPool* pSource) {
     const TnRobotPtr<ITnRobotMemoryBlockPool> blocks =
         pSource != nullptr ? TnRobotPtr<ITnRobotMemoryBlockPool>(&pSource->Get(), tn::kRetain)
@@ -31,7 +39,7 @@ std::unique_ptr<SurfacePool> NewPool(const BlockPool* pSource) {
 // New pixels are zero: what was in the pool's memory before is nobody's business.
 std::unique_ptr<Surface> Query(const SurfacePool* pPool, int nWidth, int nHeight, const py::object& format) {
     const auto eFormat = static_cast<ETnNLImageType>(NumberOf("ImageFormat", format));
-    const TnRobotPtr<ITnRobotSurfacePool>& pool = PoolOrDefault(pPool);
+    const TnRobotPtr<ITnRobotSurfacePool> pool = PoolOrDefault(pPool);
     TnRobotPtr<ITnRobotSurface> surface;
     std::error_code reason;
     {
@@ -94,6 +102,10 @@ int PixelField(const Surface& surface) {
 Surface::Surface(TnRobotPtr<ITnRobotSurfacePool> pool, TnRobotPtr<ITnRobotSurface> surface)
     : m_pool(std::move(pool)), m_surface(std::move(surface)), m_pixels(tn::LockedPixels(m_surface).Lock()) {}
 
+Surface::~Surface() {
+    GiveBack(m_surface);
+}
+
 ITnRobotSurface& Surface::Get() const {
     if (!m_surface) {
         throw py::value_error("this surface has no pixels: take one from a pool or from load_image");
@@ -108,7 +120,7 @@ const TnRobotPtr<ITnRobotSurfacePool>& SurfacePool::Get() const {
     return m_pool;
 }
 
-const TnRobotPtr<ITnRobotSurfacePool>& PoolOrDefault(const SurfacePool* pPool) {
+TnRobotPtr<ITnRobotSurfacePool> PoolOrDefault(const SurfacePool* pPool) {
     if (pPool != nullptr) {
         return pPool->Get();
     }
@@ -120,6 +132,9 @@ const TnRobotPtr<ITnRobotSurfacePool>& PoolOrDefault(const SurfacePool* pPool) {
 
 std::unique_ptr<Surface> NewSurface(const TnRobotPtr<ITnRobotSurfacePool>& pool, TnRobotPtr<ITnRobotSurface> surface,
                                     const std::error_code& reason, const std::string& strPath) {
+    if (reason || PyErr_Occurred() != nullptr) {
+        GiveBack(surface);
+    }
     if (PyErr_Occurred() != nullptr) {  // a signal, while memory was waited for
         throw py::error_already_set();
     }

@@ -30,6 +30,9 @@ public:
     /// @param[in] pool     null for a surface of no pool.
     /// @param[in] surface  with pixels.
     Surface(TnRobotPtr<ITnRobotSurfacePool> pool, TnRobotPtr<ITnRobotSurface> surface);
+    Surface(const Surface&) = delete;
+    Surface& operator=(const Surface&) = delete;
+    ~Surface();
 
     /// @return the surface. ValueError for an object that nobody has made.
     ITnRobotSurface& Get() const;
@@ -61,8 +64,8 @@ private:
     TnRobotPtr<ITnRobotSurfacePool> m_pool;  // never changes
 };
 
-/// @return the pool that a call is to use: the given one, or for null that of the process.
-const TnRobotPtr<ITnRobotSurfacePool>& PoolOrDefault(const SurfacePool* pPool);
+/// @return the pool that a call is to use: the given one, or for null that of the process, which may go meanwhile.
+TnRobotPtr<ITnRobotSurfacePool> PoolOrDefault(const SurfacePool* pPool);
 
 /// @return a Python object's surface, or the reason as an exception where there is none.
 std::unique_ptr<Surface> NewSurface(const TnRobotPtr<ITnRobotSurfacePool>& pool, TnRobotPtr<ITnRobotSurface> surface,

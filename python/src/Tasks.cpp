@@ -4,6 +4,7 @@
 #include "Tasks.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <deque>
 #include <memory>
 #include <utility>
@@ -35,20 +36,40 @@ public:
 
     void Keep(tn::JobHandle handle) { m_jobs.push_back(std::move(handle)); }
 
-    // Jobs begin in their order, so those that are over are mostly in front.
+    // Jobs begin in their order, so those that are over are mostly in front. One that goes on must not keep all that
+    // came later: when there are twice as many as were left the last time, all are looked at.
     void DropOver() {
+        DropInherited();
         while (!m_jobs.empty() && m_jobs.front().IsOver()) {
             m_jobs.pop_front();
         }
+        if (m_jobs.size() >= m_nManyJobs) {
+            const auto isOver = [](const tn::JobHandle& job) { return job.IsOver(); };
+            m_jobs.erase(std::remove_if(m_jobs.begin(), m_jobs.end(), isOver), m_jobs.end());
+            m_nManyJobs = std::max(kManyJobs, 2 * m_jobs.size());
+        }
     }
 
-    bool IsOver() const {
+    bool IsOver() {
+        DropInherited();
         return std::all_of(m_jobs.begin(), m_jobs.end(), [](const tn::JobHandle& job) { return job.IsOver(); });
     }
 
 private:
+    static constexpr std::size_t kManyJobs = 64;
+
+    // The parent's jobs are not in the child of a fork, and their locks may be lost: nobody asks them anything.
+    void DropInherited() {
+        if (!m_home.IsHere()) {
+            m_jobs.clear();
+            m_home = tn::detail::Home();
+        }
+    }
+
     TnRobotPtr<ITnRobotTaskPool> m_pool;
     std::deque<tn::JobHandle> m_jobs;
+    std::size_t m_nManyJobs = kManyJobs;
+    tn::detail::Home m_home;
 };
 
 // Pools whose Python object is gone while jobs are at work. Never destroyed: at the end of the process such jobs

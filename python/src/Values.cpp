@@ -27,7 +27,7 @@ struct Whole {
 };
 
 Whole ReadWhole(py::handle object) {
-    const auto number = py::reinterpret_steal<py::object>(PyNumber_Index(object.ptr()));
+    const auto number = py::reinterpret_steal<py::object>(CallPython([=] { return PyNumber_Index(object.ptr()); }));
     if (!number) {
         throw py::error_already_set();
     }
@@ -81,7 +81,7 @@ double ReadReal(py::handle object) {
     if (PyFloat_Check(object.ptr()) == 0 && (PyBool_Check(object.ptr()) != 0 || PyNumber_Check(object.ptr()) == 0)) {
         RaiseWrongType(object, " here: a number is wanted");
     }
-    const double dValue = PyFloat_AsDouble(object.ptr());
+    const double dValue = CallPython([=] { return PyFloat_AsDouble(object.ptr()); });
     if (dValue == -1 && PyErr_Occurred() != nullptr) {
         throw py::error_already_set();
     }
@@ -154,7 +154,7 @@ PyObject* NumpyScalarType() {
 
 bool IsNumpyScalar(py::handle object) {
     PyObject* pType = NumpyScalarType();
-    return pType != nullptr && PyObject_IsInstance(object.ptr(), pType) == 1;
+    return pType != nullptr && CallPython([=] { return PyObject_IsInstance(object.ptr(), pType); }) == 1;
 }
 
 bool IsTruth(py::handle object) {
@@ -250,7 +250,7 @@ DataValue MakeFitting(py::handle object) {
     if (IsNumpyScalar(object)) {
         return MakeOfType(object, TypeOfScalar(object));
     }
-    if (py::isinstance(object, TypeNamed("Value"))) {
+    if (CallPython([=] { return py::isinstance(object, TypeNamed("Value")); })) {
         const py::object held = Attribute(object, "value");
         return MakeOfType(held, static_cast<ETnRobotDataValueType>(NumberOf("ValueType", Attribute(object, "type"))));
     }

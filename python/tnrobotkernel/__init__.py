@@ -14,6 +14,9 @@ import atexit as _atexit
 import os as _os
 
 from . import _core
+
+_core._check_interpreter()
+
 from ._archives import *
 from ._archives import __all__ as _archives_all
 from ._groups import *

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterable, Iterator, Mapping, MutableMapping
+from collections.abc import ItemsView, Iterable, Iterator, Mapping, MutableMapping, ValuesView
 from os import PathLike, fspath
 from types import TracebackType
 from typing import TYPE_CHECKING, Any, Optional, TypeVar, Union
@@ -69,7 +69,8 @@ class Group(_core.Group, _Mapping):
     def __eq__(self, other: object) -> bool:
         if not isinstance(other, Mapping):
             return NotImplemented
-        return dict(self.items()) == dict(other.items())
+        mine = {name: value for name, value, _ in self._items()}
+        return mine == dict(other.items())
 
     __hash__ = None  # type: ignore[assignment]
 
@@ -90,7 +91,8 @@ class Group(_core.Group, _Mapping):
 
     def typed_items(self) -> list[tuple[str, Value]]:
         """List names and values with their types, sorted by name."""
-        return sorted((name, Value(self[name], self._type(name))) for name in self._names())
+        items = sorted(self._items(), key=_name_of)
+        return [(name, Value(value, ValueType(kind))) for name, value, kind in items]
 
     def clear(self) -> None:
         """Remove all values."""
@@ -101,13 +103,33 @@ class Group(_core.Group, _Mapping):
         if len(default) > 1:
             raise TypeError(f"pop expected at most 2 arguments, got {1 + len(default)}")
         try:
-            value = self[name]
-            del self[name]
+            return self._pop(name)
         except KeyError:
             if default:
                 return default[0]
             raise
-        return value
+
+    def popitem(self) -> tuple[str, Any]:
+        """Remove some value and return it with its name; KeyError where there is none."""
+        while names := self._names():
+            for name in names:
+                try:
+                    return name, self._pop(name)
+                except KeyError:
+                    pass  # another thread was faster
+        raise KeyError("the group is empty")
+
+    def setdefault(self, name: str, default: Any = None) -> Any:
+        """Return a value; where there is none, store the default first."""
+        return self._set_default(name, default)
+
+    def items(self) -> ItemsView[str, Any]:
+        """Show names and values; one that another thread removes meanwhile is left out."""
+        return _Items(self)
+
+    def values(self) -> ValuesView[Any]:
+        """Show the values; one that another thread removes meanwhile is left out."""
+        return _Values(self)
 
     def copy(self: _G) -> _G:
         """Make a group with copies of all values, of the types that they have."""
@@ -162,7 +184,7 @@ class Group(_core.Group, _Mapping):
             self._set(name, value.value, value.type)
 
     def __repr__(self) -> str:
-        parts = (f"{name!r}: {_show(self[name])}" for name in sorted(self._names()))
+        parts = (f"{name!r}: {_show(value)}" for name, value, _ in sorted(self._items(), key=_name_of))
         return f"{type(self).__name__}({{{', '.join(parts)}}})"
 
     def to_bytes(self) -> bytes:
@@ -180,6 +202,31 @@ class Group(_core.Group, _Mapping):
         return group
 
 
+def _name_of(item: tuple[str, Any, int]) -> str:
+    return item[0]
+
+
+def _still_there(group: Group) -> Iterator[tuple[str, Any]]:
+    for name in group._names():
+        try:
+            yield name, group[name]
+        except KeyError:
+            pass
+
+
+class _Items(ItemsView[str, Any]):
+    def __iter__(self) -> Iterator[tuple[str, Any]]:
+        return _still_there(self._mapping)  # type: ignore[attr-defined]
+
+
+class _Values(ValuesView[Any]):
+    def __iter__(self) -> Iterator[Any]:
+        return (value for _, value in _still_there(self._mapping))  # type: ignore[attr-defined]
+
+    def __contains__(self, value: object) -> bool:
+        return any(each is value or each == value for each in self)
+
+
 def _restore(cls: type[_G], data: bytes) -> _G:
     return cls.from_bytes(data)
 
@@ -192,7 +239,7 @@ def _show(value: Any) -> str:
 
 if not TYPE_CHECKING:
     # The class of the extension has a metaclass of its own, so the operations come without the base class.
-    for _name in ("keys", "items", "values", "get", "popitem", "setdefault"):
+    for _name in ("keys", "get"):
         setattr(Group, _name, getattr(MutableMapping, _name))
     MutableMapping.register(Group)
 

@@ -44,23 +44,6 @@ class LimitedPool(_LimitedPool):
         return Counters(*self._counters())
 
 
-def _reach(array: Any) -> int:
-    """Tell how many bytes belong to an array's memory from its first element on; 0 where nobody knows."""
-    import numpy
-
-    whole = array
-    while isinstance(whole, numpy.ndarray) and whole.base is not None:
-        whole = whole.base
-    if isinstance(whole, numpy.ndarray) and whole.flags.c_contiguous:
-        size = int(whole.nbytes)
-    elif isinstance(whole, Surface):
-        size = whole.pitch * whole.height
-    else:
-        return 0
-    begin = int(whole.__array_interface__["data"][0])
-    return begin + size - int(array.__array_interface__["data"][0])
-
-
 def _as_array(pixels: Any) -> Any:
     """Take whatever has an array: a buffer as it is, others through NumPy."""
     try:
@@ -100,13 +83,10 @@ def _from_array(
     pixels = _as_array(array)
     if copy:
         return _core._copy_array(pixels, format, pool)
-    import numpy
-
-    reach = _reach(pixels) if isinstance(pixels, numpy.ndarray) else 0
     try:
         if memoryview(pixels).readonly:
             raise ValueError("the array is read-only: pass copy=True")
-        return _core._over_array(pixels, format, reach)
+        return _core._over_array(pixels, format)
     except ValueError:
         if copy is False:
             raise

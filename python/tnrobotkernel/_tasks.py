@@ -6,6 +6,7 @@ import atexit
 import os
 import threading
 import time
+import weakref
 from collections.abc import Iterable
 from concurrent.futures import Future
 from concurrent.futures import wait as _wait
@@ -59,8 +60,11 @@ class Job(Future, Generic[T]):  # type: ignore[type-arg]
     def result(self, timeout: Optional[float] = None) -> T:
         """Wait for the result, at most so many seconds. In a job, one that has not begun is run here and now."""
         self._help(timeout)
-        value: T = super().result(timeout)
-        return value
+        try:
+            value: T = super().result(timeout)
+            return value
+        finally:
+            del self  # what is raised leads to this frame, and must not lead on to who holds it
 
     def exception(self, timeout: Optional[float] = None) -> Optional[BaseException]:
         """Wait as ``result`` does, and give what the job has raised, or None."""
@@ -95,7 +99,7 @@ class Job(Future, Generic[T]):  # type: ignore[type-arg]
             self.set_result(result)
         finally:
             _current.job = before
-            del call
+            del call, self  # what was raised leads to this frame, and must not lead on to who holds it
 
 
 class TaskPool(_core.TaskPool):
@@ -114,6 +118,7 @@ class TaskPool(_core.TaskPool):
         super().__init__()
         self._jobs: set[Job[Any]] = set()
         self._closed = False
+        _pools.add(self)
 
     def run(self, fn: Callable[..., T], /, *args: Any, **kwargs: Any) -> Job[T]:
         """Begin ``fn(*args, **kwargs)`` on a task and return its Job at once."""
@@ -158,8 +163,10 @@ class TaskPool(_core.TaskPool):
             raise ValueError("at least one thread works")
         loop = _Loop(fn, list(items), timeout)
         count = min(threads or len(os.sched_getaffinity(0)), len(loop.items))
-        helpers = [self.run(loop.turn) for _ in range(count - 1)]
+        helpers: list[Job[None]] = []
         try:
+            for _ in range(count - 1):
+                helpers.append(self.run(loop.turn))
             loop.turn()
             loop.closed = True
             _wait([helper for helper in helpers if not helper.cancel()])
@@ -235,6 +242,7 @@ class _Loop(Generic[S, T]):
         return self.results
 
 
+_pools: weakref.WeakSet[TaskPool] = weakref.WeakSet()
 _ending = False
 
 
@@ -242,14 +250,18 @@ def _end() -> None:
     global _ending
     _ending = True
     jobs = list(_live)
-    for job in jobs:
-        job.cancel()
-    _wait(jobs, _GRACE)
-    _core._end_calls()
+    try:
+        for job in jobs:
+            job.cancel()
+        _wait(jobs, _GRACE)
+    finally:  # Ctrl-C ends the wait
+        _core._end_calls()
 
 
 def _forget() -> None:
     _live.clear()
+    for pool in list(_pools):
+        pool._jobs.clear()
     _current.__dict__.clear()
 
 
