@@ -5,13 +5,14 @@ from __future__ import annotations
 import gc
 import os
 import pathlib
+import pickle
 import sys
 import threading
 import weakref
 from typing import Any, Callable
 
 import pytest
-from test_leaks import resident
+from test_leaks import SURFACE, resident
 from test_tasks import LONG, run_program
 
 import tnrobotkernel as tn
@@ -33,6 +34,22 @@ def test_a_class_of_several_bases_keeps_them_apart() -> None:
     assert both["a"] == 1 and len(both) == 2 and both.wait() and "b" in both
     del both["a"]
     assert dict(both) == {"b": "text"}
+
+
+def test_what_cannot_be_pickled_or_made_says_so() -> None:
+    things: list[Any] = [SURFACE, tn.SurfacePool(), tn.GeneralPool().block(5), tn.LimitedPool(5), Event(), TaskPool()]
+    for thing in things:
+        for protocol in range(pickle.HIGHEST_PROTOCOL + 1):
+            with pytest.raises(TypeError):
+                pickle.dumps(thing, protocol)
+    base: Any = Event.__mro__[-2]
+
+    class Bare(base):  # type: ignore[misc]
+        pass
+
+    for cls in (base, Bare):
+        with pytest.raises(TypeError, match="cannot create"):
+            cls()
 
 
 @pytest.mark.parametrize(

@@ -13,6 +13,7 @@ namespace {
 
 constexpr unsigned int kLongestRunSeconds = 120;
 constexpr int kCannotStart = 127;
+constexpr int kEmulatorSlowness = 10;
 
 #ifdef TNROBOT_TEST_EMULATOR
 const std::vector<std::string> kEmulator = {TNROBOT_TEST_EMULATOR};
@@ -74,7 +75,11 @@ bool IsEmulated() {
 }
 
 int RandomTries(int nTries) {
-    return IsEmulated() ? nTries / 10 : nTries;
+    return IsEmulated() ? nTries / kEmulatorSlowness : nTries;
+}
+
+double SecondsAllowed(double dSeconds) {
+    return IsEmulated() ? dSeconds * kEmulatorSlowness : dSeconds;
 }
 
 void BecomeProgram(const std::string& path, const std::vector<std::string>& arguments) {

@@ -34,6 +34,9 @@ bool IsEmulated();
 ///         times as long there. What they look for hardly depends on the processor.
 int RandomTries(int nTries);
 
+/// @return the limit of processor time for work that is to end soon: ten times as many seconds in an emulator.
+double SecondsAllowed(double dSeconds);
+
 /// Becomes a program of the tests, in a process of its own; where the tests run in an emulator, in
 /// one more of it. A program that cannot be started ends the process with exit code 127.
 [[noreturn]] void BecomeProgram(const std::string& path, const std::vector<std::string>& arguments);

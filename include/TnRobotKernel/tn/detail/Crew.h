@@ -91,7 +91,8 @@ private:
 // sent home; there is no errand that nobody takes while it has room, but for those of which the next one
 // to take an errand tells.
 //
-// Lock order: m_mutex is innermost but for that of Departures; no job, task or pool is called with it.
+// Lock order: m_mutex is innermost but for those of Departures and of errands, which are asked with it whether they
+// are over; no job, task or pool is called with it.
 class Crew : public std::enable_shared_from_this<Crew> {
 public:
     Crew(const void* pPool, Departures& departures) : m_pPool(pPool), m_departures(departures) {}
