@@ -30,7 +30,7 @@ models=(
     "task   wait    CALLERS=2 OPS=1 JOBOPS=1 JOB_CALLS WITHOUT_SELF_TEST"
     "task   assert  CALLERS=2 OPS=1 JOBOPS=1 WITHOUT_PARENT_LOCK"
     "task   wait    CALLERS=2 OPS=1 JOBOPS=1 WITHOUT_DROPPING_NOTICES"
-    "task   assert  CALLERS=1 OPS=3 JOBOPS=0 OWNER_LAST WITHOUT_FLAG_FIRST"
+    "task   wait    CALLERS=1 OPS=3 JOBOPS=0 OWNER_LAST WITHOUT_FLAG_FIRST"
     "task   assert  CALLERS=1 OPS=3 JOBOPS=0 OWNER_LAST WITHOUT_LOAN"
     "task   wait    CALLERS=1 OPS=2 JOBOPS=0 OWNER_LAST MEMORY WITHOUT_TELLING_LATER"
     "task   wait    TASKS=2 JOBOPS=0 OWNER_LAST SCRIPT WITHOUT_RUN_LOOK"
@@ -70,9 +70,8 @@ trap 'rm -rf "$directory"' EXIT
 
 # explore MODEL MODE BOUNDS...: writes the verifier's report to "report", in a directory of its own.
 explore() {
-    local model="$1" mode="$2" checker=(-DSAFETY -DNOCLAIM) search=() optimise=-O0
+    local model="$1" mode="$2" checker=(-DSAFETY -DNOCLAIM) search=()
     shift 2
-    [ "$mode" != safe ] || optimise=-O1  # worth its time where there are millions of states
     if [ "$mode" = fair ] || [ "$mode" = cycle ]; then
         checker=(-DNFAIR=3)
         search=(-a -f)
@@ -82,7 +81,8 @@ explore() {
     (
         cd "$directory/run"
         spin "${@/#/-D}" -a "$root/models/$model.pml" >spin.log
-        ${CMAKE_CXX_COMPILER_LAUNCHER:-} gcc "$optimise" -w -DCOLLAPSE -DVECTORSZ=1024 "${checker[@]}" -c pan.c
+        # Optimising takes longer than it spares, whatever the number of states.
+        ${CMAKE_CXX_COMPILER_LAUNCHER:-} gcc -O0 -w -DCOLLAPSE -DVECTORSZ=1024 "${checker[@]}" -c pan.c
         gcc -o explore pan.o
         ./explore "${search[@]}" -m1000000 -w24
     ) >"$directory/report" 2>&1 || true
