@@ -25,7 +25,8 @@ compile "$preset" --target tnrobot_python tnrobot_python_golden
 say "testing: $preset, the Python package"
 export PYTHONPATH="$root/build/$preset/python" PYTHONDONTWRITEBYTECODE=1
 export TNROBOT_GOLDEN_PROGRAM="$root/build/$preset/python/tnrobot_python_golden"
-run=("$interpreter" -X faulthandler -m pytest -q -p no:cacheprovider "$@" python/tests)
+# A test that hangs is ended, and says where it was.
+run=(timeout --signal=ABRT 1200 "$interpreter" -X faulthandler -m pytest -q -p no:cacheprovider "$@" python/tests)
 if [ "$preset" != asan ]; then
     exec "${run[@]}"
 fi

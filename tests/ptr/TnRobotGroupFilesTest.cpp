@@ -1,7 +1,10 @@
 // GroupFileWriter and GroupFileReader: any number of groups and values in one file.
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -295,4 +298,25 @@ TEST_F(GroupFiles, AFullDiskIsFalseAndLeavesTheOldFile) {
         EXPECT_EQ(ReadBytes(m_strPath), old);
     }
     EXPECT_EQ(m_directory.Names(), std::vector<std::string>{"groups.tnr"});
+}
+
+// What the writer holds back is written once, and its file stays where it is.
+TEST_F(GroupFiles, AChildOfForkThatDestroysItsCopyLeavesTheWriterAlone) {
+    constexpr int kGroups = 3;
+    auto writer = std::make_unique<tn::GroupFileWriter>(m_strPath.c_str());
+    for (int i = 0; i < kGroups; ++i) {
+        ASSERT_TRUE(writer->Write(*Numbered(i)));
+        const pid_t nChild = fork();
+        if (nChild == 0) {
+            writer.reset();
+            _exit(0);
+        }
+        int nStatus = -1;
+        ASSERT_EQ(waitpid(nChild, &nStatus, 0), nChild);
+        EXPECT_EQ(nStatus, 0);
+    }
+    ASSERT_TRUE(writer->Save());
+    std::error_code ec;
+    EXPECT_EQ(CountNumbered(ec), kGroups);
+    EXPECT_EQ(ec, tn::errc::end_of_file) << ec.message();
 }

@@ -24,7 +24,8 @@ namespace tn {
 ///
 /// They go to a file beside the one that is replaced, so that any number needs no memory. Until Save, and
 /// where it fails, the old file is untouched; a writer that goes without one leaves nothing behind. Once
-/// something could not be written the writer has failed for good.
+/// something could not be written the writer has failed for good. A child of fork may destroy its copy of one, which
+/// leaves the parent's alone; it does nothing else with it.
 ///
 /// Threads: externally synchronised.
 class GroupFileWriter final {

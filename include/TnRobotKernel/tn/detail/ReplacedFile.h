@@ -6,6 +6,7 @@
 
 #include <sys/random.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -29,15 +30,23 @@ namespace tn::detail {
 // A file that exists gives its mode, its access list and, as far as the system permits it, its owner and
 // group; until it has them the new one is for its writer only. A new file has what umask and directory
 // say from the start.
+//
+// It stays its maker's: a child of fork may destroy its copy, which leaves the file alone.
 class ReplacedFile {
 public:
     ReplacedFile() = default;
     ReplacedFile(const ReplacedFile&) = delete;
     ReplacedFile& operator=(const ReplacedFile&) = delete;
     ~ReplacedFile() {
+        const bool bMine = m_nProcess == getpid();
+        if (!bMine) {
+            static_cast<void>(m_file.detach());  // what it holds back is its maker's to write
+        }
         if (m_nFile >= 0) {
             m_file.reset();
             close(m_nFile);
+        }
+        if (m_nFile >= 0 && bMine) {
             unlink(m_strName.c_str());
         }
         if (m_nDirectory >= 0) {
@@ -238,9 +247,10 @@ private:
     SavedPath m_target;
     std::string m_strName;  // under which it is written
     const char* m_lpszEnding = ".tmp";
-    int m_nFile = -1;       // of the same file; below 0 before it is made and when it is in its place
-    int m_nDirectory = -1;  // that the file is in; below 0 where it cannot be opened
-    mode_t m_nMode = 0;     // that a new file was made with
+    const pid_t m_nProcess = getpid();  // that makes it
+    int m_nFile = -1;                   // of the same file; below 0 before it is made and when it is in its place
+    int m_nDirectory = -1;              // that the file is in; below 0 where it cannot be opened
+    mode_t m_nMode = 0;                 // that a new file was made with
     TnRobotPtr<ITnRobotFile> m_file;
 };
 
