@@ -27,7 +27,7 @@ namespace detail {
 // Why a picture of this size has no surface; no reason when it has one.
 inline std::error_code CheckSurface(ITnRobotSurfacePool& pool, std::int32_t nWidth, std::int32_t nHeight) {
     const std::int64_t nRow = (RowBytes(TN_IMAGE_BGR24, nWidth) + 3) / 4 * 4;
-    if (nHeight > std::numeric_limits<unsigned int>::max() / nRow) {
+    if (nRow > 0 && nHeight > std::numeric_limits<unsigned int>::max() / nRow) {
         return errc::picture_too_large;
     }
     TnRobotPtr<ITnRobotSurface> surface;
