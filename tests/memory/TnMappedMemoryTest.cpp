@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <optional>
 
 #include "memory/TnHugePages.h"
 
@@ -100,7 +101,10 @@ TEST(MappedMemory, KeepsItsBytesAsItGrowsInPlaceOrMoves) {
             Fill(pMemory, nSize);
             const unsigned char* const pBefore = pMemory;
             {
-                const PageBehind page(bMoves ? pMemory : nullptr, bMoves ? nSize : 0);
+                std::optional<PageBehind> page;
+                if (bMoves) {
+                    page.emplace(pMemory, nSize);
+                }
                 pMemory = tnrobot::GrowMapped(pMemory, nSize, nLarger);
             }
             ASSERT_NE(pMemory, nullptr);
