@@ -285,13 +285,17 @@ TEST_F(Thread, ExitDoesNotSetTheStopEvent) {
 // The worker looks for the exit first: an Exit that did not wait for the pause would leave the Stop without one.
 TEST_F(Thread, AnExitLetsAStopThatIsPendingHaveItsPause) {
     Gate job;
+    std::atomic<ITnRobotEvent*> pStopEvent{nullptr};
     const TnRobotPtr<ITnRobotThread> thread = MakeThread();
-    thread->SetWorkJob([&job](ITnRobotEvent*) { job.Pass(); });
+    thread->SetWorkJob([&](ITnRobotEvent* pStop) {
+        pStopEvent = pStop;
+        job.Pass();
+    });
     const OpenAtEnd openAtEnd(job);
     ASSERT_TRUE(thread->Run());
     job.AwaitArrival();
     Caller stopper([&thread] { thread->Stop(); });
-    EXPECT_TRUE(stopper.AwaitBlocked());
+    ASSERT_TRUE(Eventually([&pStopEvent] { return pStopEvent.load()->WaitEvent(0); }));
     Caller exiter([&thread] { thread->Exit(0); });
     EXPECT_TRUE(exiter.AwaitBlocked());
     job.Open();
