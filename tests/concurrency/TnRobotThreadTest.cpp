@@ -380,18 +380,25 @@ TEST_F(Thread, AStopBeforeTheFirstRunLetsOthersRunIt) {
 
 // Jobs that set and reset their own event.
 
-// A runner that looks rarely must not miss a pass whose job pauses its thread. Here it is held meanwhile.
+// A runner that looks rarely must not miss a pass whose job pauses its thread. Here it is held meanwhile. The
+// thread is paused before, so that the pass comes behind the runner's reset of the event, and only one does.
 TEST_F(Thread, RunReturnsAlsoWhenTheJobHasPausedItselfBeforeItLooks) {
     SignalHold hold;
     std::atomic<int> nPasses{0};
+    std::atomic<bool> bHolds{false};
     std::atomic<pthread_t> callerThread{pthread_self()};
     const TnRobotPtr<ITnRobotThread> thread = MakeThread();
     thread->SetWorkJob([&](ITnRobotEvent* pStop) {
-        if (++nPasses == 1) {
+        ++nPasses;
+        if (bHolds) {
             hold.Hold(callerThread);
         }
         pStop->SetEvent();
     });
+    ASSERT_TRUE(thread->Run());
+    thread->Stop();
+    nPasses = 0;
+    bHolds = true;
     std::atomic<bool> bRun{false};
     Caller caller([&] {
         callerThread = pthread_self();
@@ -406,6 +413,7 @@ TEST_F(Thread, RunReturnsAlsoWhenTheJobHasPausedItselfBeforeItLooks) {
     caller.Join();
     EXPECT_TRUE(bRun);
     EXPECT_EQ(nPasses, 1);
+    bHolds = false;
     EXPECT_TRUE(thread->Run());
     thread->Stop();
     EXPECT_GE(nPasses, 2);
