@@ -1,6 +1,7 @@
 #include "support/processes/ResourceUse.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -75,12 +76,24 @@ double ThreadSeconds() {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
+long ThreadWaits() {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_nvcsw;
+}
+
 }  // namespace
 
 double SecondsFor(const std::function<void()>& work) {
     const double dStart = ThreadSeconds();
     work();
     return ThreadSeconds() - dStart;
+}
+
+long WaitsDuring(const std::function<void()>& work) {
+    const long nStart = ThreadWaits();
+    work();
+    return ThreadWaits() - nStart;
 }
 
 }  // namespace tntest

@@ -22,6 +22,10 @@ long long PeakGrowth(const std::function<void()>& work);
 ///         does not count.
 double SecondsFor(const std::function<void()>& work);
 
+/// @return how often this thread has given its processor away to wait for something during the work: being
+///         stopped, however long, does not count.
+long WaitsDuring(const std::function<void()>& work);
+
 }  // namespace tntest
 
 #endif  // TNROBOTKERNEL_TESTS_SUPPORT_PROCESSES_RESOURCEUSE_H_
