@@ -102,7 +102,7 @@ TEST_F(AlarmClock, ALimitOfZeroIsPassedAsSoonAsAnyTimeHas) {
 
 TEST_F(AlarmClock, TheLargestLimitsAreValid) {
     const TnRobotPtr<ITnRobotAlarmClock> clock = MakeClock();
-    for (const unsigned int nMs : {4295U, 2147484U, 0x7FFFFFFFU, 0x80000000U, UINT_MAX}) {
+    for (const unsigned int nMs : {0x04000000U, 2147484U, 0x7FFFFFFFU, 0x80000000U, UINT_MAX}) {
         clock->StartRecord(nMs);
         EXPECT_TRUE(StaysTrue([&clock] { return IsRunningWithinItsLimit(*clock); }, Milliseconds(20))) << nMs;
     }

@@ -135,7 +135,7 @@ TEST_F(ManualEvent, ASetAndAResetEndTheWaitsInProgress) {
 // Each of these would be a short time or none, were its nanoseconds or its deadline cut to 32 bits
 // or taken as signed.
 TEST_F(ManualEvent, EveryTimeOutIsValid) {
-    for (const unsigned int nMs : {4295U, 0x7FFFFFFFU, 0x80000000U, UINT_MAX - 1, UINT_MAX}) {
+    for (const unsigned int nMs : {0x04000000U, 0x7FFFFFFFU, 0x80000000U, UINT_MAX - 1, UINT_MAX}) {
         const TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
         std::atomic<bool> bResult{false};
         Caller waiter([&event, &bResult, nMs] { bResult = event->WaitEvent(nMs); });

@@ -188,7 +188,7 @@ TEST_F(Signal, SignallingAndClearingEndsTheWaitsInProgress) {
 }
 
 TEST_F(Signal, EveryTimeOutIsValid) {
-    for (const unsigned int nMs : {4295U, 0x7FFFFFFFU, 0x80000000U, UINT_MAX - 1, UINT_MAX}) {
+    for (const unsigned int nMs : {0x04000000U, 0x7FFFFFFFU, 0x80000000U, UINT_MAX - 1, UINT_MAX}) {
         const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
         Waiters waiters(*signal, 1, nMs);
         EXPECT_TRUE(StaysTrue([&waiters] { return waiters.NoneReturned(); }, Milliseconds(60))) << nMs;
