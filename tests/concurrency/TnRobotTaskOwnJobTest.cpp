@@ -545,8 +545,8 @@ void RunOnceAndLeaveANotice(ITnRobotTask& task, RecordingRunner& runner) {
 
 // A task that is done is stopped although the pool's thread has an older notice to read.
 void ExpectToBeStopped(ITnRobotTask& task, RecordingRunner& runner) {
-    EXPECT_TRUE(Eventually([&task] { return !task.IsRunning(); }, Milliseconds(10000)));
-    EXPECT_TRUE(Eventually([&runner] { return runner.Log().Count('C') == 1; }, Milliseconds(10000)));
+    EXPECT_TRUE(Eventually([&task] { return !task.IsRunning(); }));
+    EXPECT_TRUE(Eventually([&runner] { return runner.Log().Count('C') == 1; }));
 }
 
 }  // namespace
