@@ -355,10 +355,15 @@ TEST_F(Run, TheNextJobFindsTheTaskOfTheLastOne) {
 // Their code may be in a library that is unloaded next.
 TEST_F(Run, TasksThatWereGivenBackKeepNoRunner) {
     const auto pool = tn::MakeObject<WitnessPool>(Pool());
-    EXPECT_TRUE(tn::Run(*pool, [] {}).Wait());
     {
+        Gate gate;
+        auto handle = tn::Run(*pool, [&gate] { gate.Pass(); });  // or the queue might get its task
+        const OpenAtEnd open(gate);
         tn::WorkQueue<int> queue(*pool, [](int) {}, {3, 3, {}});
         EXPECT_TRUE(queue.Push(1));
+        EXPECT_TRUE(queue.Finish());
+        gate.Open();
+        EXPECT_TRUE(handle.Wait());
     }
     tn::GiveBackTasks(*pool);
     const unsigned int nTasks = Pool().GetTaskCount();
@@ -412,11 +417,17 @@ TEST_F(Run, JobsGoOnWhenThePoolGoesFirst) {
 
 TEST_F(Run, WaitsForATurnWhereThePoolHasNoMoreTasks) {
     const auto pool = tn::MakeObject<ShortTaskPool>(Pool(), 1);
+    Gate gate;  // keeps the task from going back by itself
     std::atomic<int> nDone{0};
     std::vector<tn::JobHandle> handles;
+    const OpenAtEnd open(gate);
     for (int n = 0; n < 10; ++n) {
-        handles.push_back(tn::Run(*pool, [&nDone] { ++nDone; }));
+        handles.push_back(tn::Run(*pool, [&] {
+            gate.Pass();
+            ++nDone;
+        }));
     }
+    gate.Open();
     for (tn::JobHandle& handle : handles) {
         EXPECT_TRUE(handle.Wait());
     }
