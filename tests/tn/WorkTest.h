@@ -20,9 +20,16 @@ struct Trouble : std::runtime_error {
     int m_nNumber;
 };
 
-/// Has a pool, whose tasks are all back when a test ends, and no thread is left then.
+/// Has a pool, whose tasks are all back when a test ends, and no thread is left then. The pool's own counts as
+/// one of the test's: it comes after the others have been counted.
 class WorkTest : public ThreadTest {
 protected:
+    static constexpr int kPoolThread = 1;
+
+    void SetUp() override {
+        ThreadTest::SetUp();
+        m_pool = tn::MakeTaskPool();
+    }
     void TearDown() override {
         EndPool();
         ThreadTest::TearDown();
@@ -37,7 +44,7 @@ protected:
 
     ITnRobotTaskPool& Pool() { return *m_pool; }
 
-    TnRobotPtr<ITnRobotTaskPool> m_pool = tn::MakeTaskPool();
+    TnRobotPtr<ITnRobotTaskPool> m_pool;
 };
 
 /// Counts the objects that are alive, for what must be given back.
