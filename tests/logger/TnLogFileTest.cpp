@@ -342,13 +342,16 @@ TEST_F(LogFile, SaysThatAnotherProcessWritesItToo) {
               (Steps{"W first", "W logger: " + File() + " is written by another process too", "W second", "W third"}));
 }
 
+// While one of them is stopped in the middle of rotating, the others' lines go to the file as it is: how many files
+// the flood leaves is a matter of time, but not that there are more of them later.
 TEST_F(LogFile, OfSeveralProcessesGetsEveryLineOnceAndWhole) {
     const std::string other = "start::init,param:3:4,param:4:1000,flood:2:500,destroy";
-    const ChildResult result =
-        Run({"init", "param:2:6", "param:3:4", "param:4:1000", other, other, "flood:2:500", "wait", "destroy"});
+    const ChildResult result = Run({"init", "param:2:6", "param:3:4", "param:4:1000", other, other, "flood:2:500",
+                                    "wait", "until::" + OldFile(20), "destroy"});
     EXPECT_EQ(result.nExitCode, 0);
     Steps lines = LoggedInAll();
-    lines.erase(std::remove_if(lines.begin(), lines.end(), [](const auto& line) { return line[0] == 'W'; }),
+    lines.erase(std::remove_if(lines.begin(), lines.end(),
+                               [](const auto& line) { return line[0] == 'W' || line == "I again"; }),
                 lines.end());
     Steps expected;
     for (int nProcess = 0; nProcess < 3; ++nProcess) {
@@ -356,5 +359,4 @@ TEST_F(LogFile, OfSeveralProcessesGetsEveryLineOnceAndWhole) {
         expected.insert(expected.end(), flood.begin(), flood.end());
     }
     EXPECT_EQ(Sorted(lines), Sorted(expected));
-    EXPECT_TRUE(std::filesystem::exists(OldFile(20)));
 }
