@@ -239,6 +239,8 @@ def test_map() -> None:
         done.append(number)
         if number == 5:
             raise LookupError(number)
+        if number > 1000:
+            time.sleep(0.01)
 
     with pytest.raises(LookupError, match="5"):
         pool.map(fail, range(100_000), threads=2)
