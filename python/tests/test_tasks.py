@@ -334,11 +334,13 @@ def test_objects_that_were_never_made() -> None:
         """,
         "pool = tn.TaskPool(); pool.map(str, range(100)); sys.exit(0)",
         """
+        begun = tn.Event()
         def obey():
+            begun.set()
             while not tn.should_stop():
                 time.sleep(0.001)
             os.write(1, b'told')
-        pool = tn.TaskPool(); pool.run(obey)
+        pool = tn.TaskPool(); pool.run(obey); begun.wait()
         """,
         """
         data = tn.encode_image(__import__('numpy').zeros((500, 500, 3), 'u1'))
@@ -358,7 +360,13 @@ def test_the_end_of_the_program_does_not_hang(text: str) -> None:
 
 
 def test_jobs_that_have_begun_may_finish_at_the_end() -> None:
-    ended = run_program("pool = tn.TaskPool(); pool.run(lambda: (time.sleep(0.2), os.write(1, b'done')))\ntime.sleep(0.1)")
+    ended = run_program(
+        """
+        begun = tn.Event()
+        pool = tn.TaskPool(); pool.run(lambda: (begun.set(), time.sleep(0.2), os.write(1, b'done')))
+        begun.wait()
+        """
+    )
     assert (ended.returncode, ended.stdout) == (0, "done"), ended.stderr
 
 
