@@ -16,8 +16,10 @@ import matplotlib.pyplot as plt  # noqa: E402 (after the choice of what draws)
 import bench_report  # noqa: E402 (beside this script)
 
 # For pictures, a size is the length of a side.
-SIZE_LABELS = {"ScalingArchive": "bytes", "ScalingLive": "objects alive", "ScalingGroup": "names"}
-ELEMENT_LABELS = {"ScalingArchive": "byte", "ScalingLive": "object", "ScalingGroup": "name"}
+SIZE_LABELS = {"ScalingArchive": "bytes", "ScalingLive": "objects alive", "ScalingGroup": "names",
+               "ScalingThreads": "threads"}
+ELEMENT_LABELS = {"ScalingArchive": "byte", "ScalingLive": "object", "ScalingGroup": "name",
+                  "ScalingThreads": "operation of any thread"}
 
 
 def label(labels, case, otherwise):

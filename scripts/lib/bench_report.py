@@ -44,6 +44,13 @@ PAGE_PLOTS = {
     "ScalingGroupGet": "Groups: looking a name up among more and more of them.",
     "ScalingArchiveLoad": "Archive: loading longer and longer values.",
 }
+# Scaling cases whose sizes are numbers of threads: the page shows what the threads do together.
+THREADS = SCALING + "Threads"
+THREADS_TEXT = """Threads that have nothing in common, all at work at once: how much they do together in a second. `OwnPools`
+takes a block and gives it back, each thread in a pool of its own. `OwnGroups` sets and reads a number in a group of its
+own, without locks. `OwnValues` makes and destroys values, and there the threads do meet: all values of a process come
+from one pool with one lock, because callers rely on its order of reuse and its counts, so more threads do
+not make more values. Whoever needs many at once makes them once and keeps them, as a group does."""
 # Counters of scaling cases, which have columns of their own.
 SCALING_FIELDS = {"elements", "peak_MiB"}
 # Cases that the page shows as tables of their own, a row for each party, and what it says about them.
@@ -458,6 +465,24 @@ def page_tables(programs):
     return lines
 
 
+def threads_section(programs):
+    """What threads do together: a row for each party of the cases about them."""
+    rows = []
+    counts = []
+    for program in programs.values():
+        for case, sizes in program.scaling_cases().items():
+            if not case.startswith(THREADS):
+                continue
+            counts = [sized.rpartition("/")[2] for sized in sizes]
+            for party in program.parties(sizes[0]):
+                rates = [number(1e3 / program.per_element(sized, party)) for sized in sizes]
+                rows.append([case.removeprefix(THREADS), party] + rates)
+    if not rows:
+        return []
+    heads = ["Millions a second", "Party"] + [f"{count} thread{'s' if count != '1' else ''}" for count in counts]
+    return ["## Threads", "", THREADS_TEXT, ""] + table(heads, rows)
+
+
 def page(programs, compilers, targets):
     """What is kept: targets, ratios, what was missed and why, three plots."""
     met = len(targets.limits) - len(targets.unused) - len(targets.missed)
@@ -479,6 +504,7 @@ def page(programs, compilers, targets):
     lines += table(["Area", "Case", "Ours", "Ratio to others, or counter, and its target"],
                    [row for program in programs.values() for row in page_rows(program, targets)])
     lines += page_tables(programs)
+    lines += threads_section(programs)
     lines += ["## What was missed, and why", ""]
     lines += [f"- {text}" for text in targets.missed] or ["Nothing."]
     lines += ["", "## How it grows", ""]

@@ -60,9 +60,7 @@ TEST_F(Interrupt, ReleasesOneWaiterAtATime) {
             ++nReleased;
         });
     }
-    for (const Caller& waiter : waiters) {
-        EXPECT_TRUE(waiter.AwaitBlocked());
-    }
+    EXPECT_TRUE(Caller::AwaitAllBlocked(waiters));
     for (int n = 1; n <= kWaiters; ++n) {
         interrupt.Interrupt();
         EXPECT_TRUE(Eventually([&] { return nReleased == n; }));

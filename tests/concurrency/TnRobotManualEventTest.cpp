@@ -92,9 +92,7 @@ TEST_F(ManualEvent, SettingWakesEveryWaiter) {
         for (int n = 0; n < 8; ++n) {
             waiters.emplace_back([&event, &nTrue] { nTrue += event->WaitEvent(kForEver) ? 1 : 0; });
         }
-        for (const Caller& waiter : waiters) {
-            ASSERT_TRUE(waiter.AwaitBlocked());
-        }
+        ASSERT_TRUE(Caller::AwaitAllBlocked(waiters));
         event->SetEvent();
     }
     EXPECT_EQ(nTrue, 8);
@@ -120,9 +118,7 @@ TEST_F(ManualEvent, ASetAndAResetEndTheWaitsInProgress) {
         for (int n = 0; n < 4; ++n) {
             waiters.emplace_back([&event] { event->WaitEvent(kForEver); });
         }
-        for (const Caller& waiter : waiters) {
-            ASSERT_TRUE(waiter.AwaitBlocked());
-        }
+        ASSERT_TRUE(Caller::AwaitAllBlocked(waiters));
         event->SetEvent();
         event->ResetEvent();
         for (Caller& waiter : waiters) {

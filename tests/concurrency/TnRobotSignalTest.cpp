@@ -39,11 +39,7 @@ public:
         }
     }
 
-    void AwaitBlocked() const {
-        for (const Caller& caller : m_callers) {
-            ASSERT_TRUE(caller.AwaitBlocked());
-        }
-    }
+    void AwaitBlocked() const { ASSERT_TRUE(Caller::AwaitAllBlocked(m_callers)); }
 
     bool NoneReturned() const {
         for (const Caller& caller : m_callers) {

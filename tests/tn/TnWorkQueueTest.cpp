@@ -332,20 +332,18 @@ TEST_F(WorkQueue, ItsEndLetsBlockedProducersAndWaitersGo) {
         EXPECT_TRUE(queue->Push(1));
         std::atomic<int> nRefused{0};
         {
-            std::vector<std::unique_ptr<Caller>> callers;
+            std::vector<Caller> callers;
             for (int n = 0; n < 4; ++n) {
-                callers.push_back(std::make_unique<Caller>([&] {
+                callers.emplace_back([&] {
                     std::error_code ec;
                     EXPECT_FALSE(queue->Push(5, tn::kNoLimit, ec));
                     EXPECT_EQ(ec, std::errc::operation_canceled);
                     ++nRefused;
-                }));
+                });
             }
-            callers.push_back(std::make_unique<Caller>([&] { queue->Wait(); }));
-            for (const auto& caller : callers) {
-                ASSERT_TRUE(caller->AwaitBlocked());
-            }
-            callers.push_back(std::make_unique<Caller>([&queue] { queue.Destroy(); }));
+            callers.emplace_back([&] { queue->Wait(); });
+            ASSERT_TRUE(Caller::AwaitAllBlocked(callers));
+            callers.emplace_back([&queue] { queue.Destroy(); });
             EXPECT_TRUE(Eventually([&nRefused] { return nRefused == 4; }));
             queue.Open();
         }

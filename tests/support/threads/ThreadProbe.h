@@ -11,6 +11,7 @@
 #include <memory>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace tntest {
 
@@ -66,6 +67,12 @@ public:
     Caller(Caller&&) = default;
     Caller& operator=(Caller&&) = delete;
     ~Caller() { Join(); }
+
+    /// Waits until all threads are blocked in their calls at one and the same moment. Asked one by one,
+    /// a thread may be blocked only by another one that was stopped in front of its own wait and holds
+    /// the lock for it: nothing has waited yet, and what only waits in progress hear is missed.
+    /// @return whether they are; false as soon as one of the calls has returned.
+    static bool AwaitAllBlocked(const std::vector<Caller>& callers);
 
     /// Waits until the thread has begun the call and is blocked in it, or the call has returned.
     /// @return whether it is blocked.
