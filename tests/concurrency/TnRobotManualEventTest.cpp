@@ -190,6 +190,7 @@ TEST_F(ManualEvent, AThousandEventsWakeAllTheirWaiters) {
     constexpr int kEvents = 25;
     constexpr int kWaiters = 8;
     for (int nBatch = 0; nBatch < kBatches; ++nBatch) {
+        Watchdog::Extend(kSeconds);
         std::vector<TnRobotPtr<ITnRobotEvent>> events;
         std::atomic<int> nWoken{0};
         std::vector<Caller> waiters;

@@ -678,6 +678,7 @@ TEST_F(TaskPool, ItsEndMayMeetNoticesAndReleases) {
 
 TEST_F(TaskPool, TwoHundredTasksMayWorkAtOnce) {
     constexpr int kTasks = 200;
+    Watchdog::Extend(280);
     Gate gate;
     const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     std::vector<TnRobotPtr<RecordingRunner>> runners;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -283,10 +284,27 @@ namespace {
 
 constexpr int kNoMount = 77;  // the machine does not let the test mount anything
 
+bool WriteTo(const char* lpszPath, const std::string& text) {
+    std::ofstream file(lpszPath);
+    file << text << std::flush;
+    return file.good();
+}
+
+// A space of its own to mount in. An ordinary user may have one where nobody but himself is known.
+bool LeaveForOwnSpace() {
+    const std::string user = std::to_string(geteuid());
+    const std::string group = std::to_string(getegid());
+    if (geteuid() == 0) {
+        return unshare(CLONE_NEWNS) == 0;
+    }
+    return unshare(CLONE_NEWNS | CLONE_NEWUSER) == 0 && WriteTo("/proc/self/setgroups", "deny") &&
+           WriteTo("/proc/self/uid_map", user + " " + user + " 1") &&
+           WriteTo("/proc/self/gid_map", group + " " + group + " 1");
+}
+
 // Mounts a small file system that only this process sees.
 bool MountSmall(const std::string& directory) {
-    const int nSpaces = geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
-    return unshare(nSpaces) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+    return LeaveForOwnSpace() && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=256k") == 0;
 }
 
