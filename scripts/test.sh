@@ -40,7 +40,7 @@ esac
 targets_of() {
     case "$1" in
         abi | ptr | tn | gdb | logger | tools) echo "tests/$1/all" ;;
-        failure) echo "tnrobot_shared_tests tnrobot_tests tnrobot_allocation_tests" ;;
+        failure) echo "tnrobot_shared_tests tnrobot_tests tnrobot_allocation_tests tnrobot_crash_tests" ;;
         *) echo "tnrobot_shared_tests tnrobot_tests" ;;
     esac
 }
