@@ -3,8 +3,10 @@
 #ifndef TNROBOTLOG_TNDESCRIPTOR_H_
 #define TNROBOTLOG_TNDESCRIPTOR_H_
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace tnrobotlog {
@@ -37,6 +39,21 @@ private:
     static constexpr int kNone = -1;
     int m_nNumber = kNone;
 };
+
+/// Repeats a call of the system that a signal has interrupted, which is no failure.
+template <typename Call>
+auto Uninterrupted(const Call& call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+/// @return the opened file, or none: errno says why.
+inline CTnDescriptor OpenFile(const char* lpszPath, int nFlags, mode_t nMode = 0) {
+    return CTnDescriptor(Uninterrupted([=] { return open(lpszPath, nFlags | O_CLOEXEC, nMode); }));
+}
 
 }  // namespace tnrobotlog
 

@@ -39,9 +39,10 @@ struct stat StatusOf(int nDescriptor) {
 
 // A file that we may not read is taken to be whole.
 bool EndsInsideLine(const std::string& strFile, off_t nSize) {
-    const CTnDescriptor reader(open(strFile.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const CTnDescriptor reader = OpenFile(strFile.c_str(), O_RDONLY | O_NONBLOCK);
     char chLast = '\n';
-    return nSize > 0 && reader.IsOpen() && pread(reader.Get(), &chLast, 1, nSize - 1) == 1 && chLast != '\n';
+    const auto read = [&] { return pread(reader.Get(), &chLast, 1, nSize - 1); };
+    return nSize > 0 && reader.IsOpen() && Uninterrupted(read) == 1 && chLast != '\n';
 }
 
 // One process at a time rotates in a directory. The lock goes with the descriptor. Where there are
@@ -49,7 +50,7 @@ bool EndsInsideLine(const std::string& strFile, off_t nSize) {
 // would undo what the one that has the lock does.
 CTnDescriptor LockDirectory(const std::string& strFile, int& nError) {
     const std::string strDirectory = std::filesystem::path(strFile).parent_path();
-    CTnDescriptor directory(open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    CTnDescriptor directory = OpenFile(strDirectory.c_str(), O_RDONLY | O_DIRECTORY);
     nError = 0;
     if (!directory.IsOpen()) {
         nError = errno == EACCES ? 0 : errno;
@@ -85,8 +86,8 @@ std::string CTnLogFile::TakeWarning() {
 
 // Without O_NONBLOCK a FIFO would be waited for, for ever.
 CTnDescriptor CTnLogFile::_Open() const {
-    CTnDescriptor descriptor(
-        open(m_strFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, kMode));
+    CTnDescriptor descriptor =
+        OpenFile(m_strFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_NONBLOCK, kMode);
     if (!descriptor.IsOpen()) {
         return descriptor;
     }
@@ -211,7 +212,7 @@ bool CTnLogFile::_IsAtItsPath() const {
 // The file that cannot be created goes back to where it was, and stays in use.
 int CTnLogFile::_StartAnew() {
     if (m_limits.m_nOldFiles == 0) {
-        const int nError = ftruncate(m_descriptor.Get(), 0) == 0 ? 0 : errno;
+        const int nError = _Truncate(0) ? 0 : errno;
         _LookAgain();
         return nError;
     }
@@ -266,6 +267,10 @@ std::size_t CTnLogFile::_Write(const char* pData, std::size_t nBytes) {
     return nDone;
 }
 
+bool CTnLogFile::_Truncate(std::size_t nBytes) {
+    return Uninterrupted([=] { return ftruncate(m_descriptor.Get(), static_cast<off_t>(nBytes)); }) == 0;
+}
+
 // Unless somebody has written behind it meanwhile.
 void CTnLogFile::_CutTornLine(std::size_t nWritten) {
     const std::size_t nWhole = nWritten == 0 ? 0 : m_strBuffer.rfind('\n', nWritten - 1) + 1;
@@ -275,7 +280,7 @@ void CTnLogFile::_CutTornLine(std::size_t nWritten) {
     }
     const std::size_t nExpected = m_nSize;
     _LookAgain();
-    const bool bCut = m_nSize == nExpected && ftruncate(m_descriptor.Get(), static_cast<off_t>(m_nSize - nTorn)) == 0;
+    const bool bCut = m_nSize == nExpected && _Truncate(m_nSize - nTorn);
     m_bInsideLine = !bCut;
     _LookAgain();
 }

@@ -70,6 +70,7 @@ private:
     int _OpenAnother();
     void _WriteBuffer();
     std::size_t _Write(const char* pData, std::size_t nBytes);
+    bool _Truncate(std::size_t nBytes);
     void _CutTornLine(std::size_t nWritten);
 
     const std::string m_strFile;

@@ -5,6 +5,8 @@
 #   --only SUBSYSTEM  builds and runs what is in tests/SUBSYSTEM, for the time between two changes
 #   --public          builds and runs what meets the libraries from outside, as applications do, and
 #                     compares the exported names with abi/exports.txt
+# With TNROBOT_TEST_PRELOAD=FILE in the environment the tests run with that library before all others, such
+# as another allocator: /usr/lib/x86_64-linux-gnu/libmimalloc.so.2 or libjemalloc.so.2.
 # Prints what fails, and at the end what was left out and why; everything is in
 # build/PRESET/Testing/Temporary/LastTest.log.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
@@ -31,6 +33,12 @@ case "$preset" in
     release | debug | asan | tsan | coverage | arm64) ;;
     *) echo "there is no preset $preset; there are release, debug, asan, tsan, coverage, arm64" >&2; usage ;;
 esac
+preload=()
+if [ -n "${TNROBOT_TEST_PRELOAD:-}" ]; then
+    # The dynamic loader would only warn, and go on without it.
+    [ -f "$TNROBOT_TEST_PRELOAD" ] || { echo "there is no library $TNROBOT_TEST_PRELOAD" >&2; exit 2; }
+    preload=(env "LD_PRELOAD=$TNROBOT_TEST_PRELOAD")
+fi
 case "$preset" in
     arm64 | asan) "$root/scripts/setup.sh" "$preset" ;;
     *) "$root/scripts/setup.sh" test ;;
@@ -40,7 +48,7 @@ esac
 targets_of() {
     case "$1" in
         abi | ptr | tn | gdb | logger | tools) echo "tests/$1/all" ;;
-        failure) echo "tnrobot_shared_tests tnrobot_tests tnrobot_allocation_tests" ;;
+        failure) echo "tnrobot_shared_tests tnrobot_tests tnrobot_allocation_tests tnrobot_crash_tests" ;;
         *) echo "tnrobot_shared_tests tnrobot_tests" ;;
     esac
 }
@@ -80,9 +88,9 @@ export UBSAN_OPTIONS="print_stacktrace=1:${UBSAN_OPTIONS:-}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:${TSAN_OPTIONS:-}"
 result=0
 if [ -t 1 ]; then
-    ctest --preset "$preset" -j "$jobs" --no-tests=error --progress "${selection[@]}" || result=$?
+    "${preload[@]}" ctest --preset "$preset" -j "$jobs" --no-tests=error --progress "${selection[@]}" || result=$?
 else
-    ctest --preset "$preset" -j "$jobs" --no-tests=error "${selection[@]}" >"$log" 2>&1 || result=$?
+    "${preload[@]}" ctest --preset "$preset" -j "$jobs" --no-tests=error "${selection[@]}" >"$log" 2>&1 || result=$?
     # What failed comes with its output, what passed is only counted.
     if [ "$result" -eq 0 ]; then
         sed -n '/tests passed/p' "$log"

@@ -258,6 +258,9 @@ public:
     /// - A BMP holds all bytes of the record, counted from their end: a surface in a block larger than
     ///   its rows makes a shifted one. JPEG goes by the surface's pitch.
     /// - libjpeg prints its messages to the standard error output; std::bad_alloc may come out.
+    /// - An image that cannot be encoded leaves the old file alone; otherwise its content is gone from the
+    ///   start. When the disk is full, a write fails, or the process ends meanwhile, the file is empty or the
+    ///   beginning of the new one, and nothing tells. tn::SaveImage replaces a file whole.
     /// @param[in] lpszPath  path, borrowed for the call.
     /// @param[in] pImage    borrowed for the call.
     /// @return 0, also for another ending and when the file cannot be opened or written; -1 for

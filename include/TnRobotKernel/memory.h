@@ -120,7 +120,10 @@ public:
 
     /// Opens a file in binary mode.
     /// @param[in] lpszName  path, borrowed for the call.
-    /// @param[in] bWrite    true creates or truncates for writing, false opens for reading.
+    /// @param[in] bWrite    true creates or truncates for writing, false opens for reading. What a disk file
+    ///                      held is gone from then on: when the disk is full, a write fails, or the process
+    ///                      ends, the file is what had been handed to the system until then, from its start.
+    ///                      tn::SaveTo replaces a file whole.
     /// @return whether the call has opened the file; false for a null path, when one was open
     ///         already (which stays open), and always for a memory file, which has no name.
     virtual bool Open(const char* lpszName, bool bWrite) = 0;

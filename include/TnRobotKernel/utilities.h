@@ -138,7 +138,9 @@ public:
     ///         file cannot be opened or read, which leaves lpszBuffer as it was.
     static int ReadFile(const char* lpszName, char* lpszBuffer, int* pnLength);
 
-    /// Writes a whole file, replacing what it held.
+    /// Writes a whole file, in place of what it held: the old content is gone from the start. When the disk is
+    /// full, a write fails, or the process ends meanwhile, the file is empty or the beginning of the new content,
+    /// and nothing tells. tn::SaveTo replaces a file whole.
     /// @param[in] lpszName  path, borrowed for the call.
     /// @param[in] lpszData  nLength bytes, borrowed for the call.
     /// @param[in] nLength   bytes.

@@ -14,9 +14,21 @@
 
 namespace tnrobot {
 
-// Without O_NONBLOCK opening a pipe would wait for its writer; regular files do not care.
-ImageFile::ImageFile(const char* lpszPath)
-    : m_nFile(lpszPath != nullptr ? open(lpszPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1) {
+namespace {
+
+// Without O_NONBLOCK opening a pipe would wait for its writer; regular files do not care. A signal that
+// interrupts the opening, as on a file system of another machine, is no failure.
+int OpenToRead(const char* lpszPath) {
+    int nFile = -1;
+    do {
+        nFile = open(lpszPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    } while (nFile < 0 && errno == EINTR);
+    return nFile;
+}
+
+}  // namespace
+
+ImageFile::ImageFile(const char* lpszPath) : m_nFile(lpszPath != nullptr ? OpenToRead(lpszPath) : -1) {
     struct stat status {};
     if (m_nFile < 0) {
         return;

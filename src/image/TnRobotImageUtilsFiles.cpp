@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "TnRobotKernel/image.h"
+#include "core/TnOpenFile.h"
 #include "image/TnBmpDecoder.h"
 #include "image/TnBmpEncoder.h"
 #include "image/TnImageGeometry.h"
@@ -116,7 +117,7 @@ public:
     void Write(const unsigned char* pPiece, std::size_t nSize) {
         if (!m_bTried) {
             m_bTried = true;
-            m_stream.open(m_lpszPath, std::ios::binary | std::ios::out | std::ios::trunc);
+            tnrobot::OpenFile(*m_stream.rdbuf(), m_lpszPath, std::ios::out | std::ios::trunc);
         }
         m_stream.write(reinterpret_cast<const char*>(pPiece), static_cast<std::streamsize>(nSize));
     }

@@ -4,6 +4,7 @@
 #include "memory/TnRobotFile.h"
 
 #include "checked/TnChecked.h"
+#include "core/TnOpenFile.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ bool CTnRobotFile::Open(const char* lpszName, bool bWrite) {
         m_memory.reset(new char[kBufferSize]);
         m_buffer.pubsetbuf(m_memory.get(), kBufferSize);
     }
-    const bool bOpened = m_buffer.open(lpszName, std::ios::binary | (bWrite ? std::ios::out : std::ios::in)) != nullptr;
+    const bool bOpened = tnrobot::OpenFile(m_buffer, lpszName, bWrite ? std::ios::out : std::ios::in);
     m_stream.clear(bOpened ? std::ios::goodbit : std::ios::failbit);
     return bOpened;
 }

@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "core/TnFormat.h"
+#include "core/TnOpenFile.h"
 #include "utils/TnRobotDirectories.h"
 
 namespace {
@@ -195,7 +196,8 @@ int TnRobotUtils::ReadFile(const char* lpszName, char* lpszBuffer, int* pnLength
         return -1;
     }
     if (lpszBuffer != nullptr) {
-        std::ifstream file(lpszName, std::ios::binary);
+        std::ifstream file;
+        tnrobot::OpenFile(*file.rdbuf(), lpszName, std::ios::in);
         file.read(lpszBuffer, nSize);
     }
     if (pnLength != nullptr) {
@@ -209,7 +211,8 @@ int TnRobotUtils::WriteFile(const char* lpszName, const char* lpszData, unsigned
     if (lpszData == nullptr || nLength == 0 || lpszName == nullptr) {
         return -1;
     }
-    std::ofstream file(lpszName, std::ios::binary | std::ios::trunc);
+    std::ofstream file;
+    tnrobot::OpenFile(*file.rdbuf(), lpszName, std::ios::out | std::ios::trunc);
     file.write(lpszData, nLength);
     file.flush();
     return 0;

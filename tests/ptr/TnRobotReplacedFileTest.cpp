@@ -26,6 +26,7 @@
 #include "support/processes/ChildProcess.h"
 #include "support/processes/Descriptors.h"
 #include "support/processes/Limits.h"
+#include "support/processes/SystemCalls.h"
 #include "support/processes/TempDirectory.h"
 #include "support/threads/Watchdog.h"
 
@@ -111,8 +112,6 @@ int AsNobody(const std::function<bool()>& work) {
     return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
 }
 
-constexpr const char* kStrace = "/usr/bin/strace";
-
 // How often a line of a text begins with another one.
 std::size_t LinesWith(const std::string& strText, const std::string& strBeginning) {
     std::istringstream lines(strText);
@@ -123,26 +122,12 @@ std::size_t LinesWith(const std::string& strText, const std::string& strBeginnin
     return nLines;
 }
 
-// Runs a program under strace; the leak check of a sanitizer cannot do with another tracer.
-ChildResult Traced(const std::vector<std::string>& arguments) {
+// Runs the program of one save under strace.
+ChildResult Traced(std::vector<std::string> options, const std::vector<std::string>& arguments) {
     ChildProgram program;
-    program.path = kStrace;
-    program.bOfSystem = true;
-    program.arguments = {"-qq", "-o", "/dev/null"};
-    program.arguments.insert(program.arguments.end(), arguments.begin(), arguments.end());
-    program.environment = {{"ASAN_OPTIONS", "detect_leaks=0"}};
-    return RunChild(program);
-}
-
-// @return an empty text where programs of the tests can be traced.
-std::string WhyNotTraced() {
-    if (IsEmulated()) {
-        return "the emulator's own system calls would be counted, refused and killed like the program's";
-    }
-    if (access(kStrace, X_OK) != 0) {
-        return std::string(kStrace) + " is not installed";
-    }
-    return Traced({"/bin/true"}).nExitCode == 0 ? "" : "processes may not be traced here";
+    program.path = TNROBOT_SAVE_PROBE;
+    program.arguments = arguments;
+    return RunTraced(program, options);
 }
 
 class ReplacedFile : public testing::Test {
@@ -478,7 +463,7 @@ TEST_F(ReplacedFile, AWriterThatIsKilledAtAnySystemCallLeavesAWholeFile) {
             ASSERT_TRUE(Save("a", 1));
             ASSERT_LT(nCall, 1000) << lpszCall;
             const std::string strWhen = std::string(lpszCall) + ":signal=KILL:when=" + std::to_string(nCall);
-            const ChildResult result = Traced({"-e", "inject=" + strWhen, TNROBOT_SAVE_PROBE, Path("a"), "2"});
+            const ChildResult result = Traced({"-e", "inject=" + strWhen}, {Path("a"), "2"});
             bEnded = result.nExitCode == 0;
             const int nNumber = NumberIn(Path("a"));
             ASSERT_TRUE(nNumber == 1 || nNumber == 2) << "killed at " << strWhen;
@@ -504,7 +489,7 @@ TEST_F(ReplacedFile, ACallThatFailsLeavesAWholeFileAndNoOther) {
             ASSERT_TRUE(Save("a", 1));
             ASSERT_EQ(chmod(Path("a").c_str(), 0640), 0);
             const std::string strWhen = std::string(lpszCall) + ":error=EIO:when=" + std::to_string(nCall);
-            const ChildResult result = Traced({"-e", "inject=" + strWhen, TNROBOT_SAVE_PROBE, Path("a"), "2"});
+            const ChildResult result = Traced({"-e", "inject=" + strWhen}, {Path("a"), "2"});
             const bool bSynchronised = lpszCall != std::string("fsync") || nCall != 2;
             const int nExpected = result.nExitCode == 0 || !bSynchronised ? 2 : 1;
             EXPECT_EQ(NumberIn(Path("a")), nExpected) << strWhen << ", ended with " << result.nExitCode;
@@ -513,6 +498,43 @@ TEST_F(ReplacedFile, ACallThatFailsLeavesAWholeFileAndNoOther) {
         }
     }
     EXPECT_GE(nRefused, 3) << "a file and its directory that cannot be synchronised, a file that cannot be renamed";
+}
+
+// Its group's mode bits are the most that anybody in the list has, so they are not the group's without it.
+TEST_F(ReplacedFile, AnAccessListThatCannotBeTakenOverPassesNoRightsOn) {
+    if (const std::string strReason = WhyNotTraced(); !strReason.empty()) {
+        GTEST_SKIP() << strReason;
+    }
+    const std::string strList = AccessList({{1, 6}, {2, 6, 12345}, {4, 0}, {16, 6}, {32, 0}});
+    for (const char* lpszCall : {"getxattr:error=EIO:when=1", "getxattr:error=EIO:when=2", "fsetxattr:error=ENOSPC"}) {
+        SCOPED_TRACE(lpszCall);
+        ASSERT_TRUE(Save("a", 1));
+        if (setxattr(Path("a").c_str(), kAccessList, strList.data(), strList.size(), 0) != 0) {
+            GTEST_SKIP() << "the file system has no access lists";
+        }
+        EXPECT_EQ(Traced({"-e", std::string("inject=") + lpszCall}, {Path("a"), "2"}).nExitCode, 0);
+        EXPECT_EQ(NumberIn(Path("a")), 2);
+        EXPECT_EQ(AccessListOf(Path("a")), "");
+        EXPECT_EQ(ModeOf(Path("a")), 0600U);
+        ASSERT_EQ(std::filesystem::remove(Path("a")), true);
+    }
+}
+
+// A list that the directory gives to a new file is for others than the old file was.
+TEST_F(ReplacedFile, AnAccessListOfTheDirectoryThatCannotBeDroppedPassesNoRightsOn) {
+    if (const std::string strReason = WhyNotTraced(); !strReason.empty()) {
+        GTEST_SKIP() << strReason;
+    }
+    ASSERT_TRUE(Save("a", 1));
+    ASSERT_EQ(chmod(Path("a").c_str(), 0660), 0);
+    const std::string strDefault = AccessList({{1, 7}, {2, 7, 12345}, {4, 7}, {16, 7}, {32, 5}});
+    const std::string strDirectory = m_directory.Path();
+    if (setxattr(strDirectory.c_str(), "system.posix_acl_default", strDefault.data(), strDefault.size(), 0) != 0) {
+        GTEST_SKIP() << "the file system has no access lists";
+    }
+    EXPECT_EQ(Traced({"-e", "inject=fremovexattr:error=EIO"}, {Path("a"), "2"}).nExitCode, 0);
+    EXPECT_EQ(NumberIn(Path("a")), 2);
+    EXPECT_EQ(ModeOf(Path("a")), 0600U);
 }
 
 // What is saved is waited for by default, and only then: the file and the directory that knows it.
@@ -529,8 +551,8 @@ TEST_F(ReplacedFile, TheDiskIsWaitedForUnlessFlushingIsEnough) {
     for (const Case& entry : kCases) {
         SCOPED_TRACE(entry.lpszHow);
         ASSERT_TRUE(Save("a", 1));
-        const ChildResult result = Traced({"-o", Path("calls"), "-e", "trace=fsync,fdatasync,sync,syncfs,/rename",
-                                           TNROBOT_SAVE_PROBE, Path("a"), "2", entry.lpszHow});
+        const ChildResult result = Traced({"-o", Path("calls"), "-e", "trace=fsync,fdatasync,sync,syncfs,/rename"},
+                                          {Path("a"), "2", entry.lpszHow});
         ASSERT_EQ(result.nExitCode, 0);
         const Bytes calls = ReadBytes(Path("calls"));
         const std::string strCalls(calls.begin(), calls.end());

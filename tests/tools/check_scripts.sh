@@ -25,6 +25,7 @@ done
 expect 2 "there is no option --fast; usage: " bash "$scripts/demo.sh" --fast
 expect 2 "there is no picture missing.jpg; usage: " bash "$scripts/demo.sh" missing.jpg
 expect 2 "there is no preset fast; there are release, " bash "$scripts/test.sh" fast
+expect 2 "there is no library nowhere.so" env TNROBOT_TEST_PRELOAD=nowhere.so bash "$scripts/test.sh"
 
 # A machine with little on it: an ordinary user, no sudo, and packages that dpkg-query is told to know.
 programs="$directory/programs"

@@ -22,8 +22,7 @@ constexpr std::size_t kWorthShowing = 16 * kMiB;
 /// An open file. Pipes and devices are refused: they have no end, or none that is known.
 class InputFile {
 public:
-    // Without O_NONBLOCK opening a pipe would wait for its writer; regular files do not care.
-    explicit InputFile(const std::string& strPath) : m_nFile(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+    explicit InputFile(const std::string& strPath) : m_nFile(Open(strPath)) {
         struct stat status {};
         if (m_nFile < 0 || fstat(m_nFile, &status) != 0) {
             const std::string strReason = std::generic_category().message(errno);
@@ -55,6 +54,15 @@ public:
     }
 
 private:
+    // Without O_NONBLOCK opening a pipe would wait for its writer; regular files do not care.
+    static int Open(const std::string& strPath) {
+        int nFile = -1;
+        do {
+            nFile = open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        } while (nFile < 0 && errno == EINTR);
+        return nFile;
+    }
+
     void Close() {
         if (m_nFile >= 0) {
             close(m_nFile);

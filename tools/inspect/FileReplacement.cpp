@@ -81,11 +81,20 @@ void TakeOver(int nFile, const std::optional<struct stat>& old) {
     }
 }
 
+// A signal that interrupts it is no failure.
+bool Sync(int nFile) {
+    int nResult = -1;
+    do {
+        nResult = fsync(nFile);
+    } while (nResult != 0 && errno == EINTR);
+    return nResult == 0;
+}
+
 // The file is in its place already: a file system that cannot do this is no reason to fail.
 void SyncDirectory(const std::string& strDirectory) {
     const int nDirectory = open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (nDirectory >= 0) {
-        fsync(nDirectory);
+        Sync(nDirectory);
         close(nDirectory);
     }
 }
@@ -104,7 +113,7 @@ FileReplacement::FileReplacement(const std::string& strPath, const std::string& 
 
 void FileReplacement::Commit() {
     TakeOver(m_temporary.Descriptor(), m_old);
-    if (fsync(m_temporary.Descriptor()) != 0) {
+    if (!Sync(m_temporary.Descriptor())) {
         Fail(errno);
     }
     Rename();

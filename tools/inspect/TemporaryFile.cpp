@@ -37,14 +37,17 @@ BlockedSignals::~BlockedSignals() {
     pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
 }
 
-TemporaryFile::TemporaryFile(const std::string& strTemplate, const std::string& strEnding)
-    : m_strPath(strTemplate + strEnding) {
-    Create(strEnding);
+TemporaryFile::TemporaryFile(const std::string& strTemplate, const std::string& strEnding) {
+    Create(strTemplate, strEnding);
 }
 
-void TemporaryFile::Create(const std::string& strEnding) {
+// A signal that interrupts it, as on a file system of another machine, is no failure.
+void TemporaryFile::Create(const std::string& strTemplate, const std::string& strEnding) {
     const BlockedSignals blocked;
-    m_nFile = mkostemps(m_strPath.data(), static_cast<int>(strEnding.size()), O_CLOEXEC);
+    do {
+        m_strPath = strTemplate + strEnding;
+        m_nFile = mkostemps(m_strPath.data(), static_cast<int>(strEnding.size()), O_CLOEXEC);
+    } while (m_nFile < 0 && errno == EINTR);
     if (m_nFile < 0) {
         m_nError = errno;
     } else {

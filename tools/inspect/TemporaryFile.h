@@ -43,7 +43,7 @@ public:
 private:
     static constexpr std::array<int, 7> kSignals = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGXCPU};
 
-    void Create(const std::string& strEnding);
+    void Create(const std::string& strTemplate, const std::string& strEnding);
     void HandleSignals();
 
     std::string m_strPath;

@@ -5,6 +5,10 @@
 /// be read with ITnRobotArchive, and the other way round. Groups have no names in there: where they need one,
 /// a value in each says it. The file does not say what lies where, so groups and values are read in the order
 /// in which they were written; a file of groups alone needs no such order.
+///
+/// Whoever stores groups in a file in place, by ITnRobotArchive, has no such file when the disk is full, a write
+/// fails or the process ends, but its beginning: all groups that had reached the system by a Flush can be read,
+/// and the reader tells one that is cut from the end.
 
 #ifndef TNROBOTKERNEL_TN_GROUP_FILES_H_
 #define TNROBOTKERNEL_TN_GROUP_FILES_H_

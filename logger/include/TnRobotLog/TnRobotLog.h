@@ -14,6 +14,11 @@
 //   TNROBOT_LOG_LEVEL          lowest level for the file, 0 to 6
 //   TNROBOT_LOG_CONSOLE_LEVEL  lowest level for the standard error output, 0 to 6
 //   NO_COLOR                   when not empty, no colours on a terminal either
+//
+// When a file is full, old files are renamed, and the next line begins a new one. Wherever the process is killed
+// meanwhile, every line that had been written is in one of the files, whole, once and in its order; a number
+// between two old files may be missing, or the newest file. A call that the system refuses, or a full disk, loses
+// no line silently: it is told in the log as soon as that can be written, and on the standard error output at once.
 
 #ifndef TNROBOTLOG_TNROBOTLOG_H_
 #define TNROBOTLOG_TNROBOTLOG_H_

@@ -67,7 +67,15 @@ void* Counted(void* p) noexcept {
     return p;
 }
 
+thread_local tntest::Allocated t_allocated;
+
+void Note(std::size_t nSize) noexcept {
+    ++t_allocated.nCount;
+    t_allocated.nBytes += static_cast<long long>(nSize);
+}
+
 void* Allocate(std::size_t nSize) noexcept {
+    Note(nSize);
     return IsRefused() ? nullptr : Counted(__real_malloc(nSize == 0 ? 1 : nSize));
 }
 
@@ -89,12 +97,15 @@ void Free(void* p) noexcept {
 }  // namespace
 
 void* __wrap_malloc(std::size_t nSize) {
+    Note(nSize);
     return IsRefused() ? nullptr : Counted(__real_malloc(nSize));
 }
 void* __wrap_calloc(std::size_t nCount, std::size_t nSize) {
+    Note(nCount * nSize);
     return IsRefused() ? nullptr : Counted(__real_calloc(nCount, nSize));
 }
 void* __wrap_realloc(void* p, std::size_t nSize) {
+    Note(nSize);
     if (IsRefused()) {
         return nullptr;
     }
@@ -156,6 +167,10 @@ long LiveAllocations() {
         tnrobot::checked::FreeKept();
     }
     return g_nLive;
+}
+
+Allocated AllocatedSoFar() {
+    return t_allocated;
 }
 
 RefusedAllocations::RefusedAllocations(long nFirst, Refuse eRefuse, Threads eThreads) {

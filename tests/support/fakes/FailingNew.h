@@ -15,6 +15,13 @@ namespace tntest {
 /// @return allocations that have not been freed, of all threads.
 long LiveAllocations();
 
+/// What the calling thread has asked for since its start, freed or not.
+struct Allocated {
+    long long nCount = 0;
+    long long nBytes = 0;
+};
+Allocated AllocatedSoFar();
+
 /// Which threads' allocations are counted and refused.
 enum class Threads { kCalling, kAll };
 

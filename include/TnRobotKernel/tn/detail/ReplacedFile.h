@@ -17,6 +17,7 @@
 #include "TnRobotKernel/memory.h"
 #include "TnRobotKernel/ptr.h"
 #include "TnRobotKernel/tn/detail/SavedPath.h"
+#include "TnRobotKernel/tn/detail/Uninterrupted.h"
 #include "TnRobotKernel/tn/durability.h"
 
 namespace tn::detail {
@@ -103,7 +104,8 @@ public:
             return SystemError();
         }
         const auto nAsked = static_cast<ssize_t>(nBytes);
-        const bool bRead = pread(m_nFile, strLast.data(), nBytes, status.st_size - nAsked) == nAsked;
+        const bool bRead =
+            Uninterrupted([&] { return pread(m_nFile, strLast.data(), nBytes, status.st_size - nAsked); }) == nAsked;
         return bRead && strLast.compare(0, nBytes, lpszEnd, nBytes) == 0
                    ? std::error_code()
                    : WhyShort(status.st_size, status.st_size + kMore);
@@ -120,7 +122,7 @@ public:
         }
         m_file->Close();
         std::error_code reason = TakeOverRights();
-        if (reason || (bSync && fsync(m_nFile) != 0) || rename(m_strName.c_str(), m_target.Path().c_str()) != 0) {
+        if (reason || (bSync && Sync(m_nFile) != 0) || rename(m_strName.c_str(), m_target.Path().c_str()) != 0) {
             return reason ? reason : SystemError();
         }
         close(m_nFile);
@@ -137,7 +139,7 @@ private:
     std::error_code WhyShort(std::int64_t nHas, std::int64_t nBytes) const {
         const std::vector<char> zeros(std::size_t{64} << 10U);
         for (std::int64_t nDone = nHas; nDone < nBytes;) {
-            const ssize_t nWritten = pwrite(m_nFile, zeros.data(), zeros.size(), nDone);
+            const ssize_t nWritten = Uninterrupted([&] { return pwrite(m_nFile, zeros.data(), zeros.size(), nDone); });
             if (nWritten <= 0) {
                 return SystemError();
             }
@@ -156,7 +158,8 @@ private:
         bool bNamed = true;
         for (int nTries = 0; nTries < kMostTries; ++nTries) {
             m_strName = OtherName(bNamed);
-            m_nFile = open(m_strName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, nMode);
+            m_nFile =
+                Uninterrupted([&] { return open(m_strName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, nMode); });
             const bool bTooLong = bNamed && m_nFile < 0 && errno == ENAMETOOLONG;
             bNamed = bNamed && !bTooLong;
             if (m_nFile >= 0 || (errno != EEXIST && !bTooLong)) {
@@ -196,13 +199,12 @@ private:
     // owner or a group could not be kept: a group then has what all others have.
     mode_t TakeOverOwner() const {
         const struct stat& old = m_target.Status();
-        struct stat now = {};
-        fstat(m_nFile, &now);
+        struct stat now = StatusNow();
         if ((now.st_uid != old.st_uid || now.st_gid != old.st_gid) && fchown(m_nFile, old.st_uid, old.st_gid) != 0 &&
             fchown(m_nFile, static_cast<uid_t>(-1), old.st_gid) != 0) {
             errno = 0;  // what is not permitted is looked at now
         }
-        fstat(m_nFile, &now);
+        now = StatusNow();
         mode_t nMode = old.st_mode;
         if (now.st_uid != old.st_uid) {
             nMode &= ~mode_t{S_ISUID};
@@ -216,31 +218,51 @@ private:
         return nMode;
     }
 
+    // Where the system does not say whose the new file is, it is nobody's.
+    struct stat StatusNow() const {
+        struct stat now = {};
+        if (fstat(m_nFile, &now) != 0) {
+            now.st_uid = static_cast<uid_t>(-1);
+            now.st_gid = static_cast<gid_t>(-1);
+        }
+        return now;
+    }
+
     // A file with an access list shows as its group's rights the most that anybody in the list has. What
-    // the directory has given to a new file is not the old one's.
+    // the directory has given to a new file is not the old one's. One that cannot be read may be there.
     // @return whether the group's rights of the old mode may be the group's.
     bool TakeOverAccessList(bool bHasGroup) const {
         constexpr char kList[] = "system.posix_acl_access";
         const ssize_t nList = getxattr(m_target.Path().c_str(), kList, nullptr, 0);
         std::vector<char> list(nList > 0 ? static_cast<std::size_t>(nList) : 0);
         if (list.empty() || !bHasGroup) {
-            fremovexattr(m_nFile, kList);
-            return bHasGroup;
+            const bool bNone = nList >= 0 || HasNone();
+            const bool bDropped = fremovexattr(m_nFile, kList) == 0 || HasNone();
+            return bHasGroup && bNone && bDropped;
         }
         return getxattr(m_target.Path().c_str(), kList, list.data(), list.size()) == nList &&
                fsetxattr(m_nFile, kList, list.data(), list.size(), 0) == 0;
     }
 
+    // After an access list could not be had.
+    static bool HasNone() { return errno == ENODATA || errno == ENOTSUP; }
+
     // A directory that cannot be opened for reading has nothing better than the rename.
     std::error_code OpenDirectory() {
         const std::string strDirectory = DirectoryOf(m_target.Path());
-        m_nDirectory = open(strDirectory.empty() ? "." : strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        m_nDirectory = Uninterrupted([&] {
+            return open(strDirectory.empty() ? "." : strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        });
         return m_nDirectory >= 0 || errno == EACCES ? std::error_code() : SystemError();
+    }
+
+    static int Sync(int nDescriptor) {
+        return Uninterrupted([nDescriptor] { return fsync(nDescriptor); });
     }
 
     // Only then has the new name reached the disk; some file systems do not know such a thing.
     std::error_code SyncDirectory() const {
-        const bool bOk = m_nDirectory < 0 || fsync(m_nDirectory) == 0 || errno == EINVAL || errno == ENOTSUP;
+        const bool bOk = m_nDirectory < 0 || Sync(m_nDirectory) == 0 || errno == EINVAL || errno == ENOTSUP;
         return bOk ? std::error_code() : SystemError();
     }
 
