@@ -1,0 +1,226 @@
+#!/usr/bin/env python3
+"""Tries mutants for scripts/mutate.sh, two at a time, each in a copy of the tree of its own.
+
+try_mutants.py COUNT [TARGET...]    goes on until COUNT mutants have been built and are in the table
+try_mutants.py --again [TARGET...]  tries those that survived once more, after tests were added
+try_mutants.py --report             only writes the table into docs/reliability.md
+
+build/mutants/table.txt gets a line as soon as a mutant is done: result, part, name, what noticed it."""
+
+import collections
+import hashlib
+import json
+import pathlib
+import queue
+import re
+import resource
+import subprocess
+import sys
+import threading
+
+import mutants
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+PLACE = ROOT / "build/mutants"
+TABLE = PLACE / "table.txt"
+EQUIVALENT = ROOT / "tests/mutants/equivalent.txt"
+DOCUMENT = ROOT / "docs/reliability.md"
+MEMORY = 12 << 30          # bytes of address space, for those that allocate without end
+QUICK, SLOW = 1.0, 12.0    # seconds that a suite takes without a mutant
+OTHER_TARGETS = sys.argv[2:]  # test programs beside the one that has the tests of every part
+
+
+class Tree:
+    """A copy of the project, in which one mutant after the other is built and tried."""
+
+    def __init__(self, name):
+        self.path = PLACE / name
+        self.unchanged = self.objects()
+        self.suites = self.read_suites()
+
+    def objects(self):
+        found = sorted((self.path / "build/release/src/CMakeFiles/tnrobot_objects.dir").rglob("*.o"))
+        return hashlib.sha256(b"".join(hashlib.sha256(path.read_bytes()).digest() for path in found)).digest()
+
+    def read_suites(self):
+        """(name, label, seconds) of each suite, from the run without a mutant."""
+        labels = {}
+        for test in json.loads(self.run("ctest", "--test-dir", "build/release", "--show-only=json-v1").stdout)["tests"]:
+            properties = {entry["name"]: entry["value"] for entry in test.get("properties", [])}
+            labels[test["name"]] = (properties.get("LABELS") or [test["name"].split(".")[0]])[0]
+        log = (self.path / "unchanged.log").read_text(encoding="utf-8")
+        times = re.findall(r"Test +#\d+: (\S+) \.+ +Passed +([\d.]+) sec", log)
+        return [(name, labels[name], float(seconds)) for name, seconds in times
+                if name in labels and name != "fuzz.seeds"]
+
+    def run(self, *command):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        return subprocess.run(command, cwd=self.path, capture_output=True, text=True, errors="replace", check=False,
+                              preexec_fn=limit)
+
+    def make(self, *targets):
+        return self.run("cmake", "--build", "build/release", "-j", "1", "--target", *targets).returncode == 0
+
+    def noticed_by(self, names, seconds):
+        """The first of these suites that fails or takes too long, or None."""
+        if not names:
+            return None
+        pattern = "^(" + "|".join(map(re.escape, names)) + ")$"
+        done = self.run("ctest", "--test-dir", "build/release", "--tests-regex", pattern, "--fixture-exclude-any", ".*",
+                        "--stop-on-failure", "--timeout", str(seconds))
+        failed = re.search(r"^\s*\d+ - (\S+) \((.+)\)$", done.stdout, re.MULTILINE)
+        if failed:
+            return failed[1] + (", time limit" if failed[2] == "Timeout" else "")
+        return None if done.returncode == 0 else "the run of the tests"
+
+    def stages(self, part):
+        """Suites in the order in which they are asked, with their time limit: the part's own, then all others."""
+        own = {"logger look-up": "core"}.get(part, part)
+        for chosen in (lambda name, label: name.startswith("static.") and label == own,
+                       lambda name, label: name.startswith("static.") and label != own,
+                       lambda name, label: not name.startswith("static.")):
+            for low, high in ((0, QUICK), (QUICK, SLOW)):
+                yield ([name for name, label, seconds in self.suites
+                        if low <= seconds < high and chosen(name, label)], int(15 + 5 * high))
+
+    def outcome(self, mutant):
+        """(result, what noticed it)."""
+        if not self.make("tnrobot_objects"):
+            return "not-built", "-"
+        if self.objects() == self.unchanged:
+            return "same-code", "-"
+        if not self.make("tnrobot_tests"):
+            return "killed", "the build of the tests"
+        made = False
+        for names, seconds in self.stages(mutant.part):
+            if not made and any(not name.startswith("static.") for name in names):
+                made = True
+                if not self.make(*OTHER_TARGETS):
+                    return "killed", "the build of the tests"
+            by = self.noticed_by(names, seconds)
+            if by:
+                return "killed", by
+        return "survived", "-"
+
+    def attempt(self, mutant):
+        path = self.path / mutant.path
+        text = path.read_text(encoding="utf-8")
+        path.write_text(mutant.of(text), encoding="utf-8")
+        try:
+            return self.outcome(mutant)
+        finally:
+            path.write_text(text, encoding="utf-8")
+
+
+def read_table():
+    if not TABLE.exists():
+        return {}
+    lines = TABLE.read_text(encoding="utf-8").splitlines()
+    return {name: (result, part, by) for result, part, name, by in (line.split("\t") for line in lines)}
+
+
+class Record:
+    """The table, which grows by a line as soon as a mutant is done; a later line holds."""
+
+    def __init__(self, before):
+        self.before = before
+        self.lock = threading.Lock()
+
+    def add(self, mutant, result, by):
+        if result == "killed" and self.before.get(mutant.name, [""])[0] == "survived":
+            result = "killed-later"
+        with self.lock, open(TABLE, "a", encoding="utf-8") as table:
+            print(result, mutant.part, mutant.name, by, sep="\t", file=table)
+        print(f"{result:12} {mutant.name}  [{by}]", flush=True)
+
+
+def try_in(trees, chosen, record, keep_same_code=True):
+    """Tries the chosen mutants, one at a time in each tree. @return those that the build does not differ by."""
+    waiting, same = queue.SimpleQueue(), []
+    for mutant in chosen:
+        waiting.put(mutant)
+
+    def work(tree):
+        while not waiting.empty():
+            try:
+                mutant = waiting.get_nowait()
+            except queue.Empty:
+                return
+            result, by = tree.attempt(mutant)
+            if result == "same-code" and not keep_same_code:
+                same.append(mutant)
+            else:
+                record.add(mutant, result, by)
+
+    threads = [threading.Thread(target=work, args=(Tree(name),)) for name in trees]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    return same
+
+
+def try_all(chosen, record):
+    """What an ordinary build does not differ by may be part of the checks."""
+    ordinary = [mutant for mutant in chosen if mutant.part != "checked"]
+    checks = [mutant for mutant in chosen if mutant.part == "checked"]
+    checks += try_in(("0", "1"), ordinary, record, keep_same_code=False)
+    if checks:
+        try_in(("checked",), checks, record)
+
+
+def try_up_to(count):
+    drawn = mutants.draw()
+    while True:
+        table = read_table()
+        missing = count - sum(result != "not-built" for result, _, _ in table.values())
+        new = [mutant for mutant in drawn if mutant.name not in table][:max(0, missing)]
+        if not new:
+            return
+        try_all(new, Record(table))
+
+
+def judged():
+    """Name of an equivalent mutant -> why; a line each, the reason indented below."""
+    text = EQUIVALENT.read_text(encoding="utf-8") if EQUIVALENT.exists() else ""
+    return dict(re.findall(r"^([^#\s].*)\n {4}(.+)$", text, re.MULTILINE))
+
+
+def report(table):
+    """Writes counts and survivors between the two marks of the document."""
+    why = judged()
+    counts = collections.defaultdict(collections.Counter)
+    for name, (result, part, _) in table.items():
+        counts[part]["equivalent" if result == "survived" and name in why else result] += 1
+    total = sum(counts.values(), collections.Counter())
+    lines = ["| Part | tried | same code | equivalent | killed at once | killed by tests added since | survived | killed |",
+             "|---|---|---|---|---|---|---|---|"]
+    for part, count in [*sorted(counts.items()), ("all", total)]:
+        killed = count["killed"] + count["killed-later"]
+        rate = 100 * killed / max(1, killed + count["survived"])
+        tried = count.total() - count["not-built"]
+        lines.append(f"| {part} | {tried} | {count['same-code']} | {count['equivalent']} | {count['killed']} | "
+                     f"{count['killed-later']} | {count['survived']} | {rate:.1f} % |")
+    survivors = [name for name, (result, _, _) in sorted(table.items()) if result == "survived"]
+    lines += ["", "Those that no test noticed:", ""]
+    lines += [f"- {name}: {why.get(name, 'not yet judged')}" for name in survivors]
+    text = DOCUMENT.read_text(encoding="utf-8")
+    begin, end = "<!-- mutants -->\n", "<!-- /mutants -->"
+    head, rest = text.split(begin)
+    DOCUMENT.write_text(head + begin + "\n".join(lines) + "\n" + end + rest.split(end)[1], encoding="utf-8")
+
+
+def main():
+    if sys.argv[1] == "--again":
+        table, why = read_table(), judged()
+        again = {name for name, (result, _, _) in table.items() if result == "survived" and name not in why}
+        try_all([mutant for mutant in mutants.draw() if mutant.name in again], Record(table))
+    elif sys.argv[1] != "--report":
+        try_up_to(int(sys.argv[1]))
+    report(read_table())
+
+
+if __name__ == "__main__":
+    main()
