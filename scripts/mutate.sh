@@ -12,34 +12,44 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 task="${1:-300}"
 [[ "$task" =~ ^([0-9]+|--again|--report)$ ]] || { sed -n '2s/^# //p' "$0" >&2; exit 2; }
 
-# What is asked beside tnrobot_tests, which has the tests of every part, once a mutant has got past those.
+# What is asked once a mutant has got past the tests of the shared library and those of hidden classes.
 others=(tnrobot_allocation_tests tnrobot_plugin_tests_own tests/logger/all fuzz/all)
 
-# prepare NAME "TARGET..." [CMAKE-ARGUMENT...]: copies the project to build/mutants/NAME, builds it and runs its
-# tests without a mutant, unless that was done for the same commit.
+# prepare NAME "TARGET..." [CMAKE-ARGUMENT...]: copies the project to build/mutants/NAME and builds it, unless that
+# was done for the same commit.
 prepare() {
-    local tree="$root/build/mutants/$1" targets="$2" commit
+    local tree="$root/build/mutants/$1" targets="$2"
     shift 2
-    commit="$(git rev-parse HEAD)"
     [ "$(cat "$tree/commit.txt" 2>/dev/null)" != "$commit" ] || return 0
-    say "building and testing without a mutant: $tree"
+    say "building without a mutant: $tree"
     mkdir -p "$tree"
     find "$tree" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
     git archive HEAD | tar -xm -C "$tree"  # as new, so that all that has changed is built
     (cd "$tree" && quietly cmake --preset release -DTNROBOT_OPTIMISE_TOGETHER=OFF -DTNROBOT_BUILD_EXAMPLES=OFF \
-        -DTNROBOT_BUILD_TOOLS=OFF "$@")
+        -DTNROBOT_BUILD_TOOLS=OFF -DCMAKE_LINK_DEPENDS_NO_SHARED=ON -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold "$@")
     # shellcheck disable=SC2086  # several words
     quietly cmake --build "$tree/build/release" -j "$jobs" --target $targets
-    (ulimit -c 0 && ctest --test-dir "$tree/build/release" --exclude-regex '_NOT_BUILT$|^(abi|gdb|headers|ptr|shared|tn)\.' \
-        -j "$jobs" >"$tree/unchanged.log" 2>&1) || true # a test that fails without a mutant is not asked
     echo "$commit" >"$tree/commit.txt"
+}
+
+# time_suites NAME: runs the tests of a tree without a mutant. One that fails so is not asked.
+time_suites() {
+    local tree="$root/build/mutants/$1"
+    [ "$(head -1 "$tree/unchanged.log" 2>/dev/null)" != "$commit" ] || return 0
+    say "testing without a mutant: $tree"
+    echo "$commit" >"$tree/unchanged.log"
+    ctest --test-dir "$tree/build/release" --exclude-regex '_NOT_BUILT$|^(abi|gdb|headers|ptr|tn)\.' -j "$jobs" \
+        >>"$tree/unchanged.log" 2>&1 || true
 }
 
 if [ "$task" != --report ]; then
     "$root/scripts/setup.sh" asan  # clang reads the sources
-    prepare 0 "tnrobot_tests ${others[*]}"
-    prepare 1 "tnrobot_tests ${others[*]}"
-    prepare checked tnrobot_tests -DTNROBOT_CHECKED=ON
+    commit="$(git rev-parse HEAD)"
+    prepare 0 "tnrobot_shared_tests tnrobot_tests ${others[*]}"
+    prepare 1 "tnrobot_shared_tests tnrobot_tests ${others[*]}"
+    prepare checked tnrobot_tests -DTNROBOT_SANITIZE=leak  # with checks, without the tests of the public interface
+    time_suites 0
+    time_suites checked
 fi
 CCACHE_READONLY=1 PYTHONPATH="$root/scripts/lib" PYTHONDONTWRITEBYTECODE=1 \
     python3 scripts/lib/try_mutants.py "$task" "${others[@]}"

@@ -26,7 +26,7 @@ TABLE = PLACE / "table.txt"
 EQUIVALENT = ROOT / "tests/mutants/equivalent.txt"
 DOCUMENT = ROOT / "docs/reliability.md"
 MEMORY = 12 << 30          # bytes of address space, for those that allocate without end
-QUICK, SLOW = 1.0, 12.0    # seconds that a suite takes without a mutant
+QUICK, SLOW = 1.0, 20.0    # seconds that a suite takes without a mutant
 OTHER_TARGETS = sys.argv[2:]  # test programs beside the one that has the tests of every part
 
 
@@ -36,22 +36,22 @@ class Tree:
     def __init__(self, name):
         self.path = PLACE / name
         self.unchanged = self.objects()
-        self.suites = self.read_suites()
+        self.suites = self.read_suites(PLACE / ("0" if name == "1" else name) / "unchanged.log")
 
     def objects(self):
         found = sorted((self.path / "build/release/src/CMakeFiles/tnrobot_objects.dir").rglob("*.o"))
         return hashlib.sha256(b"".join(hashlib.sha256(path.read_bytes()).digest() for path in found)).digest()
 
-    def read_suites(self):
+    def read_suites(self, log):
         """(name, label, seconds) of each suite, from the run without a mutant."""
         labels = {}
         for test in json.loads(self.run("ctest", "--test-dir", "build/release", "--show-only=json-v1").stdout)["tests"]:
             properties = {entry["name"]: entry["value"] for entry in test.get("properties", [])}
             labels[test["name"]] = (properties.get("LABELS") or [test["name"].split(".")[0]])[0]
-        log = (self.path / "unchanged.log").read_text(encoding="utf-8")
-        times = re.findall(r"Test +#\d+: (\S+) \.+ +Passed +([\d.]+) sec", log)
+        times = re.findall(r"Test +#\d+: (\S+) \.+ +Passed +([\d.]+) sec", log.read_text(encoding="utf-8"))
+        known = {name for name, _ in times}
         return [(name, labels[name], float(seconds)) for name, seconds in times
-                if name in labels and name != "fuzz.seeds"]
+                if name in labels and name != "fuzz.seeds" and name.replace("static.", "shared.") not in known - {name}]
 
     def run(self, *command):
         def limit():
@@ -76,14 +76,22 @@ class Tree:
         return None if done.returncode == 0 else "the run of the tests"
 
     def stages(self, part):
-        """Suites in the order in which they are asked, with their time limit: the part's own, then all others."""
+        """(targets, suites, time limit) in the order in which they are asked: through the shared library, for which
+        no test is linked anew; in the program with the hidden classes; in the other programs. In each the part's own
+        come first. The slow ones come last, and only those of the part."""
         own = {"logger look-up": "core"}.get(part, part)
-        for chosen in (lambda name, label: name.startswith("static.") and label == own,
-                       lambda name, label: name.startswith("static.") and label != own,
-                       lambda name, label: not name.startswith("static.")):
-            for low, high in ((0, QUICK), (QUICK, SLOW)):
-                yield ([name for name, label, seconds in self.suites
-                        if low <= seconds < high and chosen(name, label)], int(15 + 5 * high))
+        programs = {"shared": ["TnRobotKernel"], "static": ["tnrobot_tests"]}
+        stages = collections.defaultdict(list)
+        for name, label, seconds in self.suites:
+            program = name.split(".")[0]
+            kind = list(programs).index(program) if program in programs else 2
+            if seconds < SLOW:
+                stages[label != own or kind == 2, kind, seconds >= QUICK].append((seconds, name))
+            elif label == own:
+                stages[True, 3, True].append((seconds, name))
+        for (_, kind, _), suites in sorted(stages.items()):
+            targets = [*programs.values(), OTHER_TARGETS, []][kind]
+            yield targets, [name for _, name in suites], 15 + int(4 * max(suites)[0])
 
     def outcome(self, mutant):
         """(result, what noticed it)."""
@@ -91,14 +99,9 @@ class Tree:
             return "not-built", "-"
         if self.objects() == self.unchanged:
             return "same-code", "-"
-        if not self.make("tnrobot_tests"):
-            return "killed", "the build of the tests"
-        made = False
-        for names, seconds in self.stages(mutant.part):
-            if not made and any(not name.startswith("static.") for name in names):
-                made = True
-                if not self.make(*OTHER_TARGETS):
-                    return "killed", "the build of the tests"
+        for targets, names, seconds in self.stages(mutant.part):
+            if targets and not self.make(*targets):
+                return "killed", "the build of the tests"
             by = self.noticed_by(names, seconds)
             if by:
                 return "killed", by
