@@ -29,6 +29,12 @@ MEMORY = 12 << 30          # bytes of address space, for those that allocate wit
 QUICK, SLOW = 1.0, 20.0    # seconds that a suite takes without a mutant
 OTHER_TARGETS = sys.argv[2:]  # test programs beside the one that has the tests of every part
 
+# Whose tests reach a part beside its own: what stands on it. Everybody stands on core, and the tests of failures,
+# of plug-ins and of fuzzing reach all.
+ABOVE = {"archive": (), "concurrency": (), "image": (), "utils": (), "values": ("archive",),
+         "memory": ("archive", "image", "values"), "logger look-up": ("logger",)}
+ALL = ("abi", "failure", "fuzz")
+
 
 class Tree:
     """A copy of the project, in which one mutant after the other is built and tried."""
@@ -80,9 +86,12 @@ class Tree:
         no test is linked anew; in the program with the hidden classes; in the other programs. In each the part's own
         come first. The slow ones come last, and only those of the part."""
         own = {"logger look-up": "core"}.get(part, part)
+        reached = {own, *ABOVE[part], *ALL} if part in ABOVE else {label for _, label, _ in self.suites}
         programs = {"shared": ["TnRobotKernel"], "static": ["tnrobot_tests"]}
         stages = collections.defaultdict(list)
         for name, label, seconds in self.suites:
+            if label not in reached:
+                continue
             program = name.split(".")[0]
             kind = list(programs).index(program) if program in programs else 2
             if seconds < SLOW:

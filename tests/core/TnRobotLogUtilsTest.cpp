@@ -185,7 +185,8 @@ TEST(LogUtils, TheCreationFunctionIsTheLibrarysNotTheProgramsOwn) {
     EXPECT_EQ(probe("good", {"init", "log:1:a", "destroy", "loaded", "init", "destroy"}),
               "Init 0\nIsLevelEnabled 1\nWriteLog 1 [a]\ndestroyed\nloaded 0\nInit 0\ndestroyed\n");
     EXPECT_EQ(probe("without_symbol", {"init", "log:1:lost", "init", "handles"}), "Init -1\nInit -1\nhandles 1\n");
-    EXPECT_EQ(probe("failing", {"init", "works", "init", "destroy", "loaded"}), "Init 7\nInit 0\ndestroyed\nloaded 0\n");
+    EXPECT_EQ(probe("failing", {"init", "works", "init", "destroy", "loaded"}),
+              "Init 7\nInit 0\ndestroyed\nloaded 0\n");
     EXPECT_EQ(probe("no_such_directory", {"init", "destroy", "loaded"}), "Init -1\nloaded 0\n");
 }
 

@@ -104,8 +104,13 @@ TEST_F(ImageFileReads, BytesArriveInPiecesOfAnySize) {
     const tnrobot::ImageFile file(m_path.c_str());
     ASSERT_TRUE(file.IsOpen());
     EXPECT_EQ(file.Length(), static_cast<std::int64_t>(kSize));
-    for (const std::vector<long long>& answers :
-         {std::vector<long long>{kAll}, {1}, {3}, {99, kAll}, {100, kAll}, {-EINTR, kAll}, {1, -EINTR, -EINTR, 98, kAll}}) {
+    for (const std::vector<long long>& answers : {std::vector<long long>{kAll},
+                                                  {1},
+                                                  {3},
+                                                  {99, kAll},
+                                                  {100, kAll},
+                                                  {-EINTR, kAll},
+                                                  {1, -EINTR, -EINTR, 98, kAll}}) {
         Answer(answers);
         Bytes read(100, 0xCC);
         EXPECT_TRUE(file.ReadAt(kOffset, read.data(), read.size())) << answers.front();
@@ -132,9 +137,19 @@ TEST_F(ImageFileReads, RowsFindTheirPlacesHoweverManyACallBrings) {
     const tnrobot::ImageFile file(m_path.c_str());
     const Bytes expected = Reversed(kOffset);
     constexpr long long kWhole = 256 * kRow;  // what one call asks for
-    for (const std::vector<long long>& answers :
-         {std::vector<long long>{kAll}, {kWhole}, {kWhole - 1}, {kWhole - static_cast<long long>(kRow)}, {kRow}, {kRow + 1},
-          {kRow - 1}, {1}, {0, kAll}, {-EINTR, kAll}, {kAll, 10, kAll}, {kAll, kAll, kRow, kAll}, {kAll, 13, 2, -EINTR, 4, kAll}}) {
+    for (const std::vector<long long>& answers : {std::vector<long long>{kAll},
+                                                  {kWhole},
+                                                  {kWhole - 1},
+                                                  {kWhole - static_cast<long long>(kRow)},
+                                                  {kRow},
+                                                  {kRow + 1},
+                                                  {kRow - 1},
+                                                  {1},
+                                                  {0, kAll},
+                                                  {-EINTR, kAll},
+                                                  {kAll, 10, kAll},
+                                                  {kAll, kAll, kRow, kAll},
+                                                  {kAll, 13, 2, -EINTR, 4, kAll}}) {
         Answer(answers);
         Bytes read(kRows * kRow, 0xCC);
         EXPECT_TRUE(file.ReadRowsReversed(kOffset, read.data(), kRow, kRows)) << answers.front();
