@@ -29,6 +29,7 @@ prepare() {
         -DTNROBOT_BUILD_TOOLS=OFF -DCMAKE_LINK_DEPENDS_NO_SHARED=ON -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold "$@")
     # shellcheck disable=SC2086  # several words
     quietly cmake --build "$tree/build/release" -j "$jobs" --target $targets
+    [[ "$targets" != *fuzz* ]] || quietly ctest --test-dir "$tree/build/release" --tests-regex '^fuzz.seeds$'
     echo "$commit" >"$tree/commit.txt"
 }
 
