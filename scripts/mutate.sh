@@ -47,6 +47,9 @@ export LSAN_OPTIONS=detect_leaks=0
 if [ "$task" != --report ]; then
     "$root/scripts/setup.sh" asan  # clang reads the sources
     commit="$(git rev-parse HEAD)"
+    rm -rf "$root/build/mutants/drawn"
+    mkdir -p "$root/build/mutants/drawn"
+    git archive HEAD src | tar -x -C "$root/build/mutants/drawn"
     prepare 0 "tnrobot_shared_tests tnrobot_tests ${others[*]}"
     prepare 1 "tnrobot_shared_tests tnrobot_tests ${others[*]}"
     # A checked build of the tests of hidden classes alone; it is not to look for leaks.

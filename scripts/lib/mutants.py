@@ -5,6 +5,7 @@ as they are. A fixed seed gives the order, and each part of the library has its 
 import collections
 import dataclasses
 import glob
+import os
 import random
 import re
 import subprocess
@@ -112,8 +113,9 @@ def shares(paths):
     return {part: max(LEAST, round(SAMPLE * count / lines.total())) for part, count in lines.items()}
 
 
-def draw():
-    """All mutants, in an order that gives each part its share of every beginning."""
+def draw(tree):
+    """All mutants of a tree, in an order that gives each part its share of every beginning."""
+    os.chdir(tree)
     paths = sorted(glob.glob("src/**/*.cpp", recursive=True) + glob.glob("src/**/*.h", recursive=True))
     share = shares(paths)
     drawn = [mutant for path in paths for mutant in mutants_of(path)]

@@ -10,10 +10,12 @@ build/mutants/table.txt gets a line as soon as a mutant is done: result, part, n
 import collections
 import hashlib
 import json
+import os
 import pathlib
 import queue
 import re
 import resource
+import signal
 import subprocess
 import sys
 import threading
@@ -22,6 +24,7 @@ import mutants
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PLACE = ROOT / "build/mutants"
+DRAWN = PLACE / "drawn"    # the sources that mutants are drawn from
 TABLE = PLACE / "table.txt"
 EQUIVALENT = ROOT / "tests/mutants/equivalent.txt"
 DOCUMENT = ROOT / "docs/reliability.md"
@@ -41,8 +44,17 @@ class Tree:
 
     def __init__(self, name):
         self.path = PLACE / name
+        self.restore()
         self.unchanged = self.objects()
         self.suites = self.read_suites(PLACE / ("0" if name == "1" else name) / "unchanged.log")
+
+    def restore(self):
+        """Takes back what an interruption has left of a mutant."""
+        for path in filter(pathlib.Path.is_file, DRAWN.glob("src/**/*")):
+            own = self.path / path.relative_to(DRAWN)
+            if own.read_bytes() != path.read_bytes():
+                own.write_bytes(path.read_bytes())
+        self.make("tnrobot_objects")
 
     def objects(self):
         found = sorted((self.path / "build/release/src/CMakeFiles/tnrobot_objects.dir").rglob("*.o"))
@@ -51,7 +63,7 @@ class Tree:
     def read_suites(self, log):
         """(name, label, seconds) of each suite, from the run without a mutant."""
         labels = {}
-        for test in json.loads(self.run("ctest", "--test-dir", "build/release", "--show-only=json-v1").stdout)["tests"]:
+        for test in json.loads(self.run("ctest", "--test-dir", "build/release", "--show-only=json-v1")[0])["tests"]:
             properties = {entry["name"]: entry["value"] for entry in test.get("properties", [])}
             labels[test["name"]] = (properties.get("LABELS") or [test["name"].split(".")[0]])[0]
         times = re.findall(r"Test +#\d+: (\S+) \.+ +Passed +([\d.]+) sec", log.read_text(encoding="utf-8"))
@@ -59,28 +71,41 @@ class Tree:
         return [(name, labels[name], float(seconds)) for name, seconds in times
                 if name in labels and name != "fuzz.seeds" and name.replace("static.", "shared.") not in known - {name}]
 
-    def run(self, *command):
+    def run(self, *command, seconds=3600):
+        """What the command says; None for a result when its time is up. What it has started ends with it."""
         def limit():
             if self.path.name != "checked":  # LeakSanitizer reserves terabytes
                 resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-        return subprocess.run(command, cwd=self.path, capture_output=True, text=True, errors="replace", check=False,
-                              preexec_fn=limit)
+        with subprocess.Popen(command, cwd=self.path, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                              errors="replace", preexec_fn=limit, start_new_session=True) as process:
+            try:
+                return process.communicate(timeout=seconds)[0], process.returncode
+            except subprocess.TimeoutExpired:
+                os.killpg(process.pid, signal.SIGKILL)
+                return process.communicate()[0], None
 
     def make(self, *targets):
-        return self.run("cmake", "--build", "build/release", "-j", "1", "--target", *targets).returncode == 0
+        return self.run("cmake", "--build", "build/release", "-j", "1", "--target", *targets)[1] == 0
 
     def noticed_by(self, names, seconds):
-        """The first of these suites that fails or takes too long, or None."""
-        if not names:
-            return None
-        pattern = "^(" + "|".join(map(re.escape, names)) + ")$"
-        done = self.run("ctest", "--test-dir", "build/release", "--tests-regex", pattern, "--fixture-exclude-any", ".*",
-                        "--stop-on-failure", "--timeout", str(seconds))
-        failed = re.search(r"^\s*\d+ - (\S+) \((.+)\)$", done.stdout, re.MULTILINE)
-        if failed:
-            return failed[1] + (", time limit" if failed[2] == "Timeout" else "")
-        return None if done.returncode == 0 else "the run of the tests"
+        """The first of these suites that fails twice, since a busy machine may fail one once, or the one that was at
+        work when the time was up; None when there is none."""
+        while names:
+            pattern = "^(" + "|".join(map(re.escape, names)) + ")$"
+            said, code = self.run("ctest", "--test-dir", "build/release", "--tests-regex", pattern,
+                                  "--fixture-exclude-any", ".*", "--stop-on-failure", seconds=seconds)
+            if code == 0:
+                return None
+            begun = re.findall(r"^ *Start +\d+: (\S+)", said, re.MULTILINE)
+            if code is None or not begun:
+                return (begun or ["the run of the tests"])[-1] + ", time limit"
+            alone = ("ctest", "--test-dir", "build/release", "--tests-regex", f"^{re.escape(begun[-1])}$",
+                     "--fixture-exclude-any", ".*")
+            if self.run(*alone, seconds=seconds)[1] != 0:
+                return begun[-1]
+            names = [name for name in names if name not in begun]
+        return None
 
     def stages(self, part):
         """(targets, suites, time limit) in the order in which they are asked: through the shared library, for which
@@ -101,7 +126,7 @@ class Tree:
                 stages[True, 3, True].append((seconds, name))
         for (_, kind, _), suites in sorted(stages.items()):
             targets = [*programs.values(), OTHER_TARGETS, []][kind]
-            yield targets, [name for _, name in suites], 15 + int(4 * max(suites)[0])
+            yield targets, [name for _, name in suites], 60 + 2 * sum(seconds for seconds, _ in suites)
 
     def outcome(self, mutant):
         """(result, what noticed it)."""
@@ -185,7 +210,7 @@ def try_all(chosen, record):
 
 
 def try_up_to(count):
-    drawn = mutants.draw()
+    drawn = mutants.draw(DRAWN)
     while True:
         table = read_table()
         missing = count - sum(result != "not-built" for result, _, _ in table.values())
@@ -208,7 +233,9 @@ def report(table):
     for name, (result, part, _) in table.items():
         counts[part]["equivalent" if result == "survived" and name in why else result] += 1
     total = sum(counts.values(), collections.Counter())
-    lines = ["| Part | tried | same code | equivalent | killed at once | killed by tests added since | survived | killed |",
+    tried = total.total() - total["not-built"]
+    lines = [f"Tried so far: {tried}, of a sample that is made for {mutants.SAMPLE}.", "",
+             "| Part | tried | same code | equivalent | killed at once | killed by tests added since | survived | killed |",
              "|---|---|---|---|---|---|---|---|"]
     for part, count in [*sorted(counts.items()), ("all", total)]:
         killed = count["killed"] + count["killed-later"]
@@ -217,7 +244,7 @@ def report(table):
         lines.append(f"| {part} | {tried} | {count['same-code']} | {count['equivalent']} | {count['killed']} | "
                      f"{count['killed-later']} | {count['survived']} | {rate:.1f} % |")
     survivors = [name for name, (result, _, _) in sorted(table.items()) if result == "survived"]
-    lines += ["", "Those that no test noticed:", ""]
+    lines += ["", "Those that no test noticed, as `FILE: KIND OLD -> NEW @COLUMN in LINE`:", ""]
     lines += [f"- {name}: {why.get(name, 'not yet judged')}" for name in survivors]
     text = DOCUMENT.read_text(encoding="utf-8")
     begin, end = "<!-- mutants -->\n", "<!-- /mutants -->"
@@ -229,7 +256,7 @@ def main():
     if sys.argv[1] == "--again":
         table, why = read_table(), judged()
         again = {name for name, (result, _, _) in table.items() if result == "survived" and name not in why}
-        try_all([mutant for mutant in mutants.draw() if mutant.name in again], Record(table))
+        try_all([mutant for mutant in mutants.draw(DRAWN) if mutant.name in again], Record(table))
     elif sys.argv[1] != "--report":
         try_up_to(int(sys.argv[1]))
     report(read_table())
