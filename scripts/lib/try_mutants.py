@@ -231,7 +231,8 @@ def report(table):
     why = judged()
     counts = collections.defaultdict(collections.Counter)
     for name, (result, part, _) in table.items():
-        counts[part]["equivalent" if result == "survived" and name in why else result] += 1
+        alike = result == "survived" and not why.get(name, "missing:").startswith("missing:")
+        counts[part]["equivalent" if alike else result] += 1
     total = sum(counts.values(), collections.Counter())
     tried = total.total() - total["not-built"]
     lines = [f"Tried so far: {tried}, of a sample that is made for {mutants.SAMPLE}.", "",
@@ -255,7 +256,8 @@ def report(table):
 def main():
     if sys.argv[1] == "--again":
         table, why = read_table(), judged()
-        again = {name for name, (result, _, _) in table.items() if result == "survived" and name not in why}
+        again = {name for name, (result, _, _) in table.items()
+                 if result == "survived" and why.get(name, "missing:").startswith("missing:")}
         try_all([mutant for mutant in mutants.draw(DRAWN) if mutant.name in again], Record(table))
     elif sys.argv[1] != "--report":
         try_up_to(int(sys.argv[1]))
