@@ -322,6 +322,36 @@ TEST_F(Border, AClassOfAClosedPluginIsForgottenAndTheOthersAreFound) {
     EXPECT_TRUE(IsCreated(kThird));
 }
 
+// The first look-up closes the gap; nothing but the chain that it left tells the second one.
+TEST_F(Border, EveryLookUpAfterAPluginHasClosedIsRight) {
+    Close();
+    Register<kFirst>();
+    Open();
+    Register<kSecond>();
+    Close();
+    for (int n = 0; n < 3; ++n) {
+        EXPECT_TRUE(IsCreated(kFirst)) << n;
+        EXPECT_FALSE(IsCreated(kPluginNodeGuid)) << n;
+        EXPECT_TRUE(IsCreated(kSecond)) << n;
+    }
+    Open();
+    for (int n = 0; n < 3; ++n) {
+        EXPECT_TRUE(IsCreated(kPluginNodeGuid)) << n;
+        EXPECT_TRUE(IsCreated(kFirst)) << n;
+    }
+    Close();
+    // Two that are closed one after the other, and one that comes back before anything is looked up.
+    Open();
+    Close();
+    Open();
+    EXPECT_TRUE(IsCreated(kPluginNodeGuid));
+    EXPECT_TRUE(IsCreated(kSecond));
+    EXPECT_TRUE(IsCreated(kPluginNodeGuid));
+    Close();
+    EXPECT_FALSE(IsCreated(kPluginNodeGuid));
+    EXPECT_FALSE(IsCreated(kPluginNodeGuid));
+}
+
 TEST_F(Border, APluginComesAndGoesWithItsClasses) {
     for (int n = 0; n < 100; ++n) {
         Close();

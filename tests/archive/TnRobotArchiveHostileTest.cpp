@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstddef>
 #include <cstring>
 #include <functional>
@@ -317,15 +318,44 @@ TEST(ArchiveHostile, ALongTextThatWasCutShortCountsWhatArrived) {
     }
 }
 
+// A failed read may answer any number below zero, and the next one may work again.
 TEST(ArchiveHostile, AFileThatFailsWithinALongTextHasSentWhatCameBefore) {
-    Channel channel = Loading(U32(6 * kMiB) + Bytes(6 * kMiB, 'x'));
-    channel.file->FailRead(4, -1, true);  // the count, two steps, and then nothing
-    int nLength = 0;
-    int nError = 77;
-    const char* lpszText = channel->ReadString(nLength, &nError);
-    ASSERT_NE(lpszText, nullptr);
-    EXPECT_EQ(nError, 0);
-    EXPECT_EQ(nLength, 2 * kMiB);
+    for (const long long nAnswer : {0LL, -1LL, -5LL, LLONG_MIN}) {
+        Channel channel = Loading(U32(6 * kMiB) + Bytes(6 * kMiB, 'x'));
+        channel.file->FailRead(4, nAnswer);  // the count, two steps, and then nothing
+        int nLength = 0;
+        int nError = 77;
+        const char* lpszText = channel->ReadString(nLength, &nError);
+        ASSERT_NE(lpszText, nullptr) << nAnswer;
+        EXPECT_EQ(nError, 0) << nAnswer;
+        EXPECT_EQ(nLength, 2 * kMiB) << nAnswer;
+        EXPECT_EQ(channel.file->ReadCalls(), 4) << nAnswer;
+        EXPECT_EQ(lpszText[2 * kMiB - 1], 'x') << nAnswer;
+    }
+}
+
+TEST(ArchiveHostile, AFileThatFailsAtOnceHasSentNothing) {
+    for (const long long nAnswer : {0LL, -1LL, -5LL, LLONG_MIN}) {
+        for (const int nCall : {1, 2}) {
+            Channel channel = Loading(U32(4) + Bytes(4, 'x'));
+            channel.file->FailRead(nCall, nAnswer);
+            int nLength = 7;
+            int nError = 77;
+            EXPECT_EQ(channel->ReadString(nLength, &nError), nullptr) << nAnswer;
+            EXPECT_EQ(nError, -1) << nAnswer;
+        }
+    }
+}
+
+TEST(ArchiveHostile, AFileThatFailsWithinAValueHasSentWhatCameBefore) {
+    for (const long long nAnswer : {0LL, -1LL, -5LL, LLONG_MIN}) {
+        Channel channel = Loading(SavedValue(DATA_TYPE_BLOCK, Bytes(6 * kMiB, 'x')));
+        channel.file->FailRead(6, nAnswer);  // version, type and count, two steps, and then nothing
+        const Value value = IntValue(5);
+        EXPECT_EQ(value->Serialize(channel.Get()), 0) << nAnswer;
+        EXPECT_EQ(channel.file->ReadCalls(), 6) << nAnswer;
+        EXPECT_EQ(SavedFormOf(*value), SavedValue(DATA_TYPE_BLOCK, Bytes(2 * kMiB, 'x'))) << nAnswer;
+    }
 }
 
 // Where memory cannot be extended in place each step moves all that is there: their number must not grow

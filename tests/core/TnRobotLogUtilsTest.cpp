@@ -177,6 +177,19 @@ TEST(LogUtils, ABrokenLibraryIsMetAgainByALaterInit) {
     EXPECT_EQ(result.nExitCode, 0);
 }
 
+// A program may export a function of that name, as one does that brings its own logger: the library's counts.
+TEST(LogUtils, TheCreationFunctionIsTheLibrarysNotTheProgramsOwn) {
+    const auto probe = [](const std::string& variant, const std::vector<std::string>& steps) {
+        return RunChild({TNROBOT_OWN_LOG_PROBE, steps, {{"LD_LIBRARY_PATH", LoggerDirectory(variant)}}, ""}).output;
+    };
+    EXPECT_EQ(probe("good", {"init", "log:1:a", "destroy", "loaded", "init", "destroy"}),
+              "Init 0\nIsLevelEnabled 1\nWriteLog 1 [a]\ndestroyed\nloaded 0\nInit 0\ndestroyed\n");
+    EXPECT_EQ(probe("without_symbol", {"init", "log:1:lost", "init", "handles"}), "Init -1\nInit -1\nhandles 1\n");
+    EXPECT_EQ(probe("failing", {"init", "works", "init", "destroy", "loaded"}),
+              "Init 7\nInit 0\ndestroyed\nloaded 0\n");
+    EXPECT_EQ(probe("no_such_directory", {"init", "destroy", "loaded"}), "Init -1\nloaded 0\n");
+}
+
 TEST(LogUtils, AFailingCreatorsResultIsHandedOn) {
     ExpectTranscript("failing", {"init", "log:1:lost", "param:1:2", "destroy", "loaded"}, "Init 7\nloaded 1\n");
 }

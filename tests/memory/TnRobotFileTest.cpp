@@ -284,6 +284,32 @@ TEST_F(DiskFile, NegativeCountsTransferNothing) {
     EXPECT_EQ(Load(m_path), "");
 }
 
+// A count below zero is no failure of the file, and does not move it: neither while bytes wait in its memory nor
+// before the first of them.
+TEST_F(DiskFile, ANegativeCountLeavesTheFileAsItWas) {
+    Store(m_path, "abcdef");
+    ASSERT_TRUE(m_file->Open(m_path.c_str(), false));
+    char chByte = '#';
+    const char* pNext = "abcde";
+    for (const long long nCount : {-1LL, -5LL, -512LL, -513LL, LLONG_MIN}) {
+        EXPECT_EQ(m_file->Read(&chByte, nCount), 0) << nCount;
+        EXPECT_EQ(m_file->Read(nullptr, nCount), 0) << nCount;
+        EXPECT_EQ(Read(*m_file, 1), std::string(1, *pNext++)) << nCount;
+    }
+    EXPECT_EQ(m_file->Read(&chByte, -5), 0);
+    EXPECT_EQ(Read(*m_file, 1), "f");
+    EXPECT_TRUE(m_file->Close());
+
+    ASSERT_TRUE(m_file->Open(m_path.c_str(), true));
+    for (const long long nCount : {-1LL, -5LL, -512LL, -513LL, LLONG_MIN}) {
+        EXPECT_EQ(m_file->Write(&chByte, nCount), 0) << nCount;
+        EXPECT_EQ(m_file->Write(nullptr, nCount), 0) << nCount;
+        EXPECT_EQ(Write(*m_file, "x"), 1) << nCount;
+    }
+    EXPECT_TRUE(m_file->Close());
+    EXPECT_EQ(Load(m_path), "xxxxx");
+}
+
 TEST_F(DiskFile, ADirectoryIsNoFile) {
     EXPECT_FALSE(m_file->Open(m_directory.Path().c_str(), true));
     if (m_file->Open(m_directory.Path().c_str(), false)) {

@@ -361,6 +361,32 @@ TEST_F(FlatMemFile, SumsThatOverflowDoNoHarm) {
     EXPECT_EQ(Read(*m_file, 4), "1234");
 }
 
+// Large pieces are copied in steps where they lie so within their pages that one copy would be slow.
+TEST_F(FlatMemFile, LargePiecesArriveWholeWhereverTheyLie) {
+    constexpr std::size_t kPage = 4096;
+    constexpr std::size_t kLarge = std::size_t{8} << 20U;
+    Bytes source(kLarge + (std::size_t{2} << 20U) + kPage);
+    for (std::size_t n = 0; n < source.size(); ++n) {
+        source[n] = static_cast<unsigned char>(n % 251);
+    }
+    Bytes memory(source.size() + 2 * kPage);
+    const auto placeOf = [](const unsigned char* p) { return reinterpret_cast<std::uintptr_t>(p) % kPage; };
+    for (const std::size_t nBehind :
+         {std::size_t{0}, std::size_t{1}, std::size_t{64}, std::size_t{511}, std::size_t{512}}) {
+        unsigned char* pTarget =
+            memory.data() + (placeOf(source.data()) + nBehind + kPage - placeOf(memory.data())) % kPage;
+        for (const std::size_t nSize :
+             {kLarge - 1, kLarge, kLarge + 1, kLarge + (std::size_t{1} << 20U), kLarge + 1500000}) {
+            std::fill_n(pTarget, nSize + 1, static_cast<unsigned char>(0xCC));
+            ASSERT_TRUE(m_file->OpenMemFile(pTarget, static_cast<long long>(nSize) + 1, true));
+            EXPECT_EQ(m_file->Write(source.data(), static_cast<long long>(nSize)), 1);
+            m_file->Close();
+            EXPECT_EQ(std::memcmp(pTarget, source.data(), nSize), 0) << nBehind << ' ' << nSize;
+            EXPECT_EQ(pTarget[nSize], 0xCC) << nBehind << ' ' << nSize;
+        }
+    }
+}
+
 TEST_F(FlatMemFile, NegativeCountsTransferNothing) {
     char chByte = '#';
     ASSERT_TRUE(Open(false));

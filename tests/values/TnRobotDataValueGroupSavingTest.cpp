@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "TnRobotKernel/values.h"
+#include "support/fakes/ForeignArchive.h"
 #include "support/fakes/ForeignValue.h"
 #include "support/objects/Archives.h"
 #include "support/objects/Files.h"
@@ -291,6 +292,23 @@ TEST(DataValueGroupLoading, ANameEndsWithItsCountEvenWithoutAZero) {
               1);
     EXPECT_EQ(EntriesOf(*group), (std::map<std::string, ETnRobotDataValueType>{
                                      {"abc", DATA_TYPE_INT}, {"z", DATA_TYPE_INT}, {"q", DATA_TYPE_INT}}));
+}
+
+// An application's own archive need not say that there was no error.
+TEST(DataValueGroupLoading, ReadsFromAnArchiveThatOnlyReportsErrors) {
+    const Bytes value = SavedFormOf(*IntValue(7));
+    const auto archive = tn::Adopt(new ForeignArchive(U8(1) + U32(3) + value + value + value,
+                                                      {{"first", 5}, {"second and more", 6}, {nullptr, 0}}));
+    const Group group = NewGroup();
+    EXPECT_EQ(group->Serialize(archive.get()), 1);
+    for (const char* lpszName : {"first", "second", ""}) {
+        EXPECT_EQ(ParseSavedGroup(SavedFormOf(*group))[lpszName], value) << lpszName;
+    }
+    const auto failing =
+        tn::Adopt(new ForeignArchive(U8(1) + U32(2) + value + value, {{"third", 5}, {"fourth", 6, true}}));
+    EXPECT_EQ(group->Serialize(failing.get()), 0);
+    EXPECT_EQ(ParseSavedGroup(SavedFormOf(*group)).at("third"), value);
+    EXPECT_EQ(ParseSavedGroup(SavedFormOf(*group)).count("fourth"), 0U);
 }
 
 TEST(DataValueGroupLoading, ANameThatIsOnlyAZeroIsTheEmptyName) {
