@@ -136,7 +136,8 @@ keep() {
 # The same bytes for the same inputs, whoever packs them and when.
 pack() {
     tar -C "$kept" --sort=name --format=ustar --owner=0 --group=0 --numeric-owner --mode=u=rwX,go=rX \
-        --mtime=@0 -cf - "${known[@]}" | gzip -9n >"$archive"
+        --mtime=@0 -cf - . | gzip -9n >"$build/kept.tar.gz"
+    mv "$build/kept.tar.gz" "$archive"
     say "kept: $(find "$kept" -type f | wc -l) inputs in $(stat -c %s "$archive") bytes"
     [ "$(stat -c %s "$archive")" -lt $((8 << 20)) ] || { echo "$archive is larger than 8 MiB" >&2; return 1; }
 }

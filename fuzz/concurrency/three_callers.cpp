@@ -189,6 +189,7 @@ private:
                 m_world.event->WaitEvent(call.nPlan / 3 % 2);
         }
     }
+    // NOLINTNEXTLINE(readability-make-member-function-const): one of the operations, which have one type
     void UseSignal(const Call& call) {
         switch (call.nPlan % 4) {
             case 0:
@@ -206,6 +207,7 @@ private:
             }
         }
     }
+    // NOLINTNEXTLINE(readability-make-member-function-const): one of the operations, which have one type
     void UseClock(const Call& call) {
         bool bStopped = false;
         switch (call.nPlan % 5) {

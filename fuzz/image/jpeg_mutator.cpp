@@ -134,7 +134,7 @@ void MutateContent(Bytes& segment, Choice& choice) {
     SetLength(segment, segment.size());
 }
 
-Bytes MutateJpeg(Bytes bytes, Choice& choice) {
+Bytes MutateJpeg(const Bytes& bytes, Choice& choice) {
     Pieces segments = Split(bytes);
     if (segments.size() < 3) {
         return {};
