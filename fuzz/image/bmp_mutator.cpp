@@ -79,7 +79,7 @@ void SpoilField(Bytes& bytes, Choice& choice) {
     SetField(bytes, nField, choice.OneIn(2) ? choice.Number() : Field(bytes, nField) + 1, bShort ? 2 : 4);
 }
 
-Bytes MutateBmp(Bytes bytes, Choice& choice) {
+Bytes MutateBmp(const Bytes& bytes, Choice& choice) {
     Bmp bmp;
     if (!Split(bytes, bmp)) {
         return {};
