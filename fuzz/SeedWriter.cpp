@@ -223,6 +223,63 @@ void WriteSequences(SeedWriter& seeds) {
     seeds.Write("data_stream", "refused", FromHex("06 14 AA 05 00 06 05 AA 01 06 05 AA 02 00 03 03"));
 }
 
+// A call: its number among the target's operations, the thread, the slot and the plan.
+Bytes CallBy(unsigned int nThread, unsigned int nOperation, unsigned int nPlan = 0, unsigned int nSlot = 0) {
+    return U8(nOperation) + U8(nThread + 3 * nSlot) + U16(nPlan);
+}
+
+void WriteCalls(SeedWriter& seeds) {
+    enum {
+        kCreate = 0,
+        kStart = 2,
+        kStop = 4,
+        kRelease,
+        kLend,
+        kSwap,
+        kLook,
+        kLeavePool,
+        kBind,
+        kRun,
+        kPause,
+        kExit,
+        kQuery,
+        kDrop = 16,
+        kSwapBlock,
+        kView,
+        kSweep,
+        kLeaveBlocks,
+        kEvent,
+        kSignal,
+        kClock
+    };
+    const Bytes plain = U8(1);
+    const Bytes withCircle = U8(0);
+    const Bytes run = CallBy(0, kCreate) + CallBy(0, kStart);
+    seeds.Write("three_callers", "one_run", plain + run + CallBy(0, kLook) + CallBy(0, kStop) + CallBy(0, kRelease));
+    seeds.Write("three_callers", "a_shared_task",
+                plain + run + CallBy(0, kSwap) + CallBy(1, kLend) + CallBy(1, kStop) + CallBy(1, kStart) +
+                    CallBy(2, kLend) + CallBy(2, kRelease) + CallBy(2, kLeavePool, 1));
+    seeds.Write("three_callers", "a_job_that_shares_itself",
+                plain + CallBy(0, kCreate, 0x0B54) + CallBy(0, kStart) + CallBy(0, kRelease) + CallBy(1, kLend) +
+                    CallBy(1, kStart) + CallBy(2, kLend) + CallBy(2, kStop));
+    seeds.Write("three_callers", "an_endless_job",
+                plain + CallBy(0, kCreate, 0x3000) + CallBy(0, kStart) + CallBy(0, kLeavePool, 1) +
+                    CallBy(1, kLeavePool, 1) + CallBy(2, kLeavePool) + CallBy(2, kLeavePool, 1));
+    seeds.Write("three_callers", "no_runner", plain + CallBy(0, kCreate, 15) + CallBy(0, kStart) + CallBy(0, kStop));
+    seeds.Write("three_callers", "a_thread",
+                plain + CallBy(0, kRun) + CallBy(0, kBind, 0x0D) + CallBy(0, kRun) + CallBy(1, kPause) +
+                    CallBy(1, kRun) + CallBy(2, kPause) + CallBy(2, kExit) + CallBy(1, kExit, 1));
+    seeds.Write("three_callers", "blocks",
+                plain + CallBy(0, kQuery, 8) + CallBy(0, kSwapBlock) + CallBy(1, kView, 1) + CallBy(1, kSweep) +
+                    CallBy(2, kQuery, 10) + CallBy(2, kDrop) + CallBy(2, kLeaveBlocks) + CallBy(0, kDrop));
+    seeds.Write("three_callers", "a_circle",
+                withCircle + CallBy(0, kQuery, 15) + CallBy(1, kQuery, 15) + CallBy(2, kQuery, 17) +
+                    CallBy(0, kQuery, 15, 1) + CallBy(1, kDrop) + CallBy(2, kLeaveBlocks, 1) + CallBy(1, kSwapBlock));
+    seeds.Write("three_callers", "waits",
+                plain + CallBy(0, kEvent, 5) + CallBy(1, kEvent) + CallBy(0, kSignal, 7) + CallBy(1, kSignal, 1) +
+                    CallBy(2, kClock, 5) + CallBy(2, kClock, 3) + CallBy(1, kClock, 2) + CallBy(0, kClock, 4));
+}
+
 void WriteTexts(SeedWriter& seeds) {
     seeds.Write("string_utils", "hex", FromText(",0A 1b  f 00"));
     seeds.Write("string_utils", "three_digits", FromText(" 12 123 4"));
@@ -255,6 +312,7 @@ int main(int nArguments, char** ppszArguments) {
     WriteArchives(seeds);
     WriteValues(seeds);
     WriteSequences(seeds);
+    WriteCalls(seeds);
     WriteTexts(seeds);
     std::printf("%d seeds written\n", seeds.Files());
     return seeds.IsOk() ? 0 : 1;

@@ -31,7 +31,7 @@ benchmarks=(libbenchmark-dev python3 python3-matplotlib valgrind)
 # What the example with a camera stands on: its headers, and the elements of its test picture.
 frames=(pkg-config libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base)
 sanitizing=(clang libclang-rt-14-dev)
-checks=("${sanitizing[@]}" clang-format clang-tidy pkg-config git gcovr mandoc gdb libopencv-core-dev "${frames[@]}")
+checks=("${sanitizing[@]}" llvm clang-format clang-tidy pkg-config git gcovr mandoc gdb libopencv-core-dev "${frames[@]}")
 documents=(doxygen graphviz python3 git)
 modelling=(gcc libc6-dev spin)
 cross=(g++-aarch64-linux-gnu binutils qemu-user debian-archive-keyring)
