@@ -150,7 +150,7 @@ measure() {
     LLVM_PROFILE_FILE="$counts.profraw" "$program" -runs=0 "${options[@]}" "${inputs[@]}" >"$build/logs/$1.log" 2>&1 ||
         { tail -n 30 "$build/logs/$1.log"; return 1; }
     llvm-profdata merge -sparse "$counts.profraw" -o "$counts.profdata"
-    llvm-cov export -format=lcov -instr-profile="$counts.profdata" "$program" "$root/src" >"$counts.lcov"
+    llvm-cov export -format=lcov -instr-profile="$counts.profdata" "$program" >"$counts.lcov"
     find "${inputs[@]}" -type f | wc -l >"$counts.inputs"
 }
 

@@ -11,7 +11,7 @@ import sys
 
 
 def read_lines(path, root):
-    """Returns {file: {line: whether it was reached}}."""
+    """Returns {file: {line: whether it was reached}} of what is in src."""
     files = collections.defaultdict(dict)
     name = ""
     for record in path.read_text(encoding="utf-8").splitlines():
@@ -21,7 +21,7 @@ def read_lines(path, root):
         elif kind == "DA":
             line, count = rest.split(",")[:2]
             files[name][int(line)] = int(count) > 0
-    return files
+    return {name: lines for name, lines in files.items() if name.startswith("src/")}
 
 
 def share(lines):
