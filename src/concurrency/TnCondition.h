@@ -4,10 +4,10 @@
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNCONDITION_H_
 
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 
 #include "core/TnFork.h"
+#include "core/TnSchedule.h"
 
 namespace tnrobot {
 
@@ -27,17 +27,17 @@ public:
     void NotifyAll() { _Here().notify_all(); }
 
     /// Waits until somebody notifies, without a time limit, or for no reason.
-    void Wait(std::unique_lock<std::mutex>& lock) { _Here().wait(lock); }
+    void Wait(std::unique_lock<Mutex>& lock) { _Here().wait(lock); }
 
     /// Waits once, for nMs milliseconds of the monotonic clock at most. There is deliberately no loop
     /// around the wait: callers rely on a notification ending it even when the state that it announced
     /// is gone again, and poll in loops of their own. The deadline has 64 bits, so every nMs is valid.
-    void WaitOnce(std::unique_lock<std::mutex>& lock, unsigned int nMs) {
+    void WaitOnce(std::unique_lock<Mutex>& lock, unsigned int nMs) {
         _Here().wait_until(lock, std::chrono::steady_clock::now() + std::chrono::milliseconds(nMs));
     }
 
 private:
-    std::condition_variable& _Here() {
+    ConditionVariable& _Here() {
         if (!m_home.IsHere()) {
             Forget(m_changed);
             m_home.Settle();
@@ -46,7 +46,7 @@ private:
     }
 
     HomeProcess m_home;
-    std::condition_variable m_changed;
+    ConditionVariable m_changed;
 };
 
 }  // namespace tnrobot

@@ -5,10 +5,13 @@
 
 #include <unistd.h>
 
+#include "core/TnSchedule.h"
+
 namespace tnrobot {
 
 /// Sleeps for one polling step.
 inline void PollSleep() {
+    SchedulePoint();
     constexpr unsigned int kStepMicroseconds = 1000;
     usleep(kStepMicroseconds);
 }

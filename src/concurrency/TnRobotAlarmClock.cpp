@@ -33,7 +33,7 @@ bool CTnRobotAlarmClock::_Init() {
 // The event comes last: a thread that sees the clock running finds the times of this start.
 void CTnRobotAlarmClock::StartRecord(unsigned int nMs) {
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        std::lock_guard<tnrobot::Mutex> lock(m_mutex);
         m_timeOutMs = nMs;
         m_startTime = WallClockNow();
     }
@@ -44,7 +44,7 @@ void CTnRobotAlarmClock::ReStartRecord() {
     if (m_pStopEvent->WaitEvent(0)) {
         return;
     }
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     m_startTime = WallClockNow();
 }
 
@@ -74,7 +74,7 @@ bool CTnRobotAlarmClock::Wait() {
 // all is too much.
 bool CTnRobotAlarmClock::_IsTimeOut() {
     const long long nNow = WallClockNow();
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     const double dElapsedMs = static_cast<double>(nNow - m_startTime) / kNanosecondsPerMs;
     return dElapsedMs > static_cast<double>(m_timeOutMs);
 }

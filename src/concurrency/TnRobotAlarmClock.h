@@ -7,6 +7,7 @@
 
 #include "TnRobotKernel/concurrency.h"
 #include "TnRobotKernel/ptr.h"
+#include "core/TnSchedule.h"
 
 /// A stopwatch with a limit, stopped while its event is set.
 ///
@@ -32,7 +33,7 @@ private:
 
     long long m_startTime = 0;     // wall clock, nanoseconds since the epoch; guarded by m_mutex
     unsigned int m_timeOutMs = 0;  // guarded by m_mutex
-    std::mutex m_mutex;
+    tnrobot::Mutex m_mutex;
     TnRobotPtr<ITnRobotEvent> m_pStopEvent;  // set while the clock is stopped
 };
 

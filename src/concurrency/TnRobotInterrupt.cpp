@@ -3,13 +3,13 @@
 #include "concurrency/TnRobotInterrupt.h"
 
 void CTnRobotInterrupt::Interrupt() {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     m_bInterrupted = true;
     m_changed.NotifyOne();
 }
 
 void CTnRobotInterrupt::Wait() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<tnrobot::Mutex> lock(m_mutex);
     while (!m_bInterrupted) {
         m_changed.Wait(lock);
     }

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "concurrency/TnCondition.h"
+#include "core/TnSchedule.h"
 
 /// Releases one Wait per Interrupt. An interrupt that nobody waits for is remembered for the next
 /// Wait; further ones before that Wait are the same interrupt.
@@ -24,7 +25,7 @@ public:
     void Wait();
 
 private:
-    std::mutex m_mutex;
+    tnrobot::Mutex m_mutex;
     tnrobot::Condition m_changed;
     bool m_bInterrupted = false;  // guarded by m_mutex
 };

@@ -16,19 +16,19 @@ bool CTnRobotManualEvent::_Init(bool bSignalled) {
 }
 
 void CTnRobotManualEvent::SetEvent() {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     m_bSignalled = true;
     m_changed.NotifyAll();
 }
 
 void CTnRobotManualEvent::ResetEvent() {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     m_bSignalled = false;
 }
 
 // A time-out of 0 has passed already, so the wait is left out: polls are what workers do most.
 bool CTnRobotManualEvent::WaitEvent(unsigned int nMs) {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<tnrobot::Mutex> lock(m_mutex);
     if (!m_bSignalled && nMs != 0) {
         m_changed.WaitOnce(lock, nMs);
     }

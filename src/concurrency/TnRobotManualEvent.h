@@ -7,6 +7,7 @@
 
 #include "TnRobotKernel/concurrency.h"
 #include "concurrency/TnCondition.h"
+#include "core/TnSchedule.h"
 
 /// An event over one mutex and one condition variable.
 ///
@@ -27,7 +28,7 @@ private:
     CTnRobotManualEvent() = default;
     bool _Init(bool bSignalled);
 
-    std::mutex m_mutex;
+    tnrobot::Mutex m_mutex;
     tnrobot::Condition m_changed;
     bool m_bSignalled = false;  // guarded by m_mutex
 };

@@ -24,7 +24,7 @@ void CTnRobotSignal::CanCel() {
 
 // Leaves the armed state, unless somebody was first.
 void CTnRobotSignal::_Leave(unsigned int nState) {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     if (m_nState == kArmed) {
         m_nState = nState;
         m_changed.NotifyAll();
@@ -35,7 +35,7 @@ void CTnRobotSignal::_Leave(unsigned int nState) {
 void CTnRobotSignal::Reset() {}
 
 unsigned int CTnRobotSignal::Wait(unsigned int nMs) {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<tnrobot::Mutex> lock(m_mutex);
     if (m_nState == kArmed && nMs != 0) {
         m_changed.WaitOnce(lock, nMs);
     }
@@ -43,7 +43,7 @@ unsigned int CTnRobotSignal::Wait(unsigned int nMs) {
 }
 
 void CTnRobotSignal::ClearResource() {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     m_nState = kArmed;
 }
 

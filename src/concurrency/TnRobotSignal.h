@@ -7,6 +7,7 @@
 
 #include "TnRobotKernel/concurrency.h"
 #include "concurrency/TnCondition.h"
+#include "core/TnSchedule.h"
 
 /// A latch with three states. Only an armed signal is signalled or cancelled, so the first of the
 /// two wins; only ClearResource arms it again.
@@ -33,7 +34,7 @@ private:
     bool _Init();
     void _Leave(unsigned int nState);
 
-    std::mutex m_mutex;
+    tnrobot::Mutex m_mutex;
     tnrobot::Condition m_changed;
     unsigned int m_nState = kArmed;  // guarded by m_mutex
 };

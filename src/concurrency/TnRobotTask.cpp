@@ -73,7 +73,7 @@ bool CTnRobotTask::_IsLastHolder(int nReferences) const {
 // The reference counts until the worker has left the runner, and no run begins before it is gone.
 int CTnRobotTask::_StopAndGiveBack() {
     m_bGoing.store(true);
-    std::unique_lock<std::mutex> control(m_controlMutex);
+    std::unique_lock<tnrobot::Mutex> control(m_controlMutex);
     _StopLocked();
     return _GiveUp(std::move(control), 0);
 }
@@ -82,8 +82,8 @@ int CTnRobotTask::_StopAndGiveBack() {
 // changed, when somebody else has come to hold the task.
 bool CTnRobotTask::_LeaveToWorker() {
     {
-        std::lock_guard<std::mutex> lock(m_parentMutex);
-        if (!_IsLastHolder(m_nRefCount.load())) {
+        std::lock_guard<tnrobot::Mutex> lock(m_parentMutex);
+        if (!_IsLastHolder(tnrobot::ReadCount(m_nRefCount))) {
             return false;
         }
         m_nLeft.fetch_add(1);
@@ -103,7 +103,7 @@ void CTnRobotTask::_MindLeft() {
 
 // @return false, with nothing changed, when nobody holds the task.
 bool CTnRobotTask::_DropLeftIfHeld() {
-    std::lock_guard<std::mutex> lock(m_parentMutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_parentMutex);
     const int nLeft = m_nLeft.load();
     const int nUnheld = nLeft + (m_pParent.load() != nullptr ? 1 : 0);
     int nReferences = 0;
@@ -118,7 +118,7 @@ bool CTnRobotTask::_DropLeftIfHeld() {
 // For the worker outside of a run. A lock that is taken is asked for again in the next turn: whoever
 // has it may wait for the worker. @return whether the task is destroyed.
 bool CTnRobotTask::_TakeBackLeft() {
-    std::unique_lock<std::mutex> control(m_controlMutex, std::try_to_lock);
+    std::unique_lock<tnrobot::Mutex> control(m_controlMutex, std::try_to_lock);
     return control.owns_lock() && _GiveUp(std::move(control), 1) == 0;
 }
 
@@ -126,14 +126,14 @@ bool CTnRobotTask::_TakeBackLeft() {
 // meanwhile has either forgotten the task before, or waits for it to come back.
 // @param[in] nLeft  1 when the reference is one that was left to the worker, otherwise 0.
 // @return references left; with 0 the task is destroyed.
-int CTnRobotTask::_GiveUp(std::unique_lock<std::mutex> control, int nLeft) {
+int CTnRobotTask::_GiveUp(std::unique_lock<tnrobot::Mutex> control, int nLeft) {
     ITnRobotTaskParent* pParent = nullptr;
     int nBefore = 0;
     {
-        std::lock_guard<std::mutex> lock(m_parentMutex);
+        std::lock_guard<tnrobot::Mutex> lock(m_parentMutex);
         m_bGoing.store(false);
         m_nLeft.fetch_sub(nLeft);
-        nBefore = m_nRefCount.fetch_sub(1);
+        nBefore = tnrobot::LowerCount(m_nRefCount);
         pParent = m_pParent.load();
     }
     control.unlock();
@@ -148,7 +148,7 @@ int CTnRobotTask::_FollowFall(int nBefore, ITnRobotTaskParent* pParent) {
 void CTnRobotTask::ReleaseWithoutWaiting() {
     int nReferences = 0;
     while (!_DropUnlessLast(nReferences)) {
-        std::unique_lock<std::mutex> control(m_controlMutex, std::try_to_lock);
+        std::unique_lock<tnrobot::Mutex> control(m_controlMutex, std::try_to_lock);
         if (!control.owns_lock()) {
             tnrobot::PollSleep();
         } else if (!IsInRunner()) {
@@ -167,7 +167,7 @@ bool CTnRobotTask::IsInherited() const {
 // There is nobody to stop, and a lock may have been lost with the thread that held it.
 int CTnRobotTask::_ReleaseInherited() {
     ITnRobotTaskParent* pParent = m_pParent.load();
-    return _FollowFall(m_nRefCount.fetch_sub(1), pParent);
+    return _FollowFall(tnrobot::LowerCount(m_nRefCount), pParent);
 }
 
 void CTnRobotTask::SettleHere() {
@@ -194,8 +194,8 @@ bool CTnRobotTask::AddRefWhileHeld() {
 // nothing: their task comes back by itself.
 bool CTnRobotTask::Abandon() {
     {
-        const std::unique_lock<std::mutex> lock = _LockParent();
-        if (m_bGoing.load() || m_nRefCount.load() - 1 == m_nLeft.load()) {
+        const std::unique_lock<tnrobot::Mutex> lock = _LockParent();
+        if (m_bGoing.load() || tnrobot::ReadCount(m_nRefCount) - 1 == m_nLeft.load()) {
             return false;
         }
         m_pParent.store(nullptr);
@@ -205,13 +205,13 @@ bool CTnRobotTask::Abandon() {
 }
 
 void CTnRobotTask::FreeParent() {
-    const std::unique_lock<std::mutex> lock = _LockParent();
+    const std::unique_lock<tnrobot::Mutex> lock = _LockParent();
     m_pParent.store(nullptr);
 }
 
 // In a child the lock may be lost; the threads that it keeps apart are not there either.
-std::unique_lock<std::mutex> CTnRobotTask::_LockParent() {
-    return IsInherited() ? std::unique_lock<std::mutex>() : std::unique_lock<std::mutex>(m_parentMutex);
+std::unique_lock<tnrobot::Mutex> CTnRobotTask::_LockParent() {
+    return IsInherited() ? std::unique_lock<tnrobot::Mutex>() : std::unique_lock<tnrobot::Mutex>(m_parentMutex);
 }
 
 // The new reference comes first: it may be the runner that is bound already.
@@ -234,7 +234,7 @@ bool CTnRobotTask::Start() {
     if (!m_pRunner || _OnWorkerThread()) {
         return false;
     }
-    std::lock_guard<std::mutex> lock(m_controlMutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_controlMutex);
     // One look at the event decides: its job may reset it before a second one, and the run that began then
     // would be taken for the one that the worker is in.
     bool bRuns = false;
@@ -280,7 +280,7 @@ void CTnRobotTask::Stop() {
         m_pRunEvent->ResetEvent();
         return;
     }
-    std::lock_guard<std::mutex> lock(m_controlMutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_controlMutex);
     _StopLocked();
 }
 
@@ -289,7 +289,7 @@ void CTnRobotTask::Stop() {
 // while the run goes on, by a Start that finds it running.
 void CTnRobotTask::StopRun(unsigned long long nRun) {
     while (m_nRun.load() == nRun && IsRunning()) {
-        std::unique_lock<std::mutex> lock(m_controlMutex, std::try_to_lock);
+        std::unique_lock<tnrobot::Mutex> lock(m_controlMutex, std::try_to_lock);
         if (!lock.owns_lock()) {
             tnrobot::PollSleep();
         } else if (m_nRun.load() == nRun && IsRunning()) {
@@ -323,7 +323,7 @@ bool CTnRobotTask::_OnWorkerThread() const {
 // Nothing may be thrown out of the worker. @return whether there is nothing left to tell; without
 // memory for the notice there is.
 bool CTnRobotTask::_NotifyParent() {
-    std::lock_guard<std::mutex> lock(m_parentMutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_parentMutex);
     try {
         if (ITnRobotTaskParent* pParent = m_pParent.load()) {
             pParent->OnNotifyStop(this);

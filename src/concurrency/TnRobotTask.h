@@ -3,7 +3,6 @@
 #ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASK_H_
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASK_H_
 
-#include <atomic>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -12,6 +11,7 @@
 #include "TnRobotKernel/ptr.h"
 #include "concurrency/TnWorker.h"
 #include "core/TnFork.h"
+#include "core/TnSchedule.h"
 
 /// A runner's thread, in use or idle in its pool.
 ///
@@ -117,25 +117,25 @@ private:
     void _MindLeft();
     bool _DropLeftIfHeld();
     bool _TakeBackLeft();
-    int _GiveUp(std::unique_lock<std::mutex> control, int nLeft);
+    int _GiveUp(std::unique_lock<tnrobot::Mutex> control, int nLeft);
     int _FollowFall(int nBefore, ITnRobotTaskParent* pParent);
-    std::unique_lock<std::mutex> _LockParent();
+    std::unique_lock<tnrobot::Mutex> _LockParent();
     bool _NotifyParent();
     void _OnTaskWork();
 
-    std::atomic<int> m_bExit{0};  // set by the destructor alone
-    std::mutex m_controlMutex;
-    TnRobotPtr<ITnRobotEvent> m_pRunEvent;                // set under m_controlMutex; set: shall run
-    std::atomic<unsigned long long> m_nRun{0};            // changed under m_controlMutex
-    std::atomic<unsigned long long> m_nBegun{0};          // latest run whose Init has returned
-    std::atomic<int> m_state{TASK_NOT_STARTED};           // see above
-    std::unique_ptr<tnrobot::Worker> m_pWorker;           // guarded by m_controlMutex; null until the first Start
-    TnRobotPtr<ITnRobotTaskRunner> m_pRunner;             // changed only while the task is idle
-    std::mutex m_parentMutex;                             // held while the parent is told, found or forgotten
-    std::atomic<ITnRobotTaskParent*> m_pParent{nullptr};  // changed under m_parentMutex
-    std::atomic<int> m_nLeft{0};                          // changed under m_parentMutex; references left to the worker
-    std::atomic<bool> m_bGoing{false};                    // the last holder lets go; reset under m_parentMutex
-    std::atomic<std::thread::id> m_workerThread{};        // the worker's; a child may be what was one before the fork
+    tnrobot::Atomic<int> m_bExit{0};  // set by the destructor alone
+    tnrobot::Mutex m_controlMutex;
+    TnRobotPtr<ITnRobotEvent> m_pRunEvent;                    // set under m_controlMutex; set: shall run
+    tnrobot::Atomic<unsigned long long> m_nRun{0};            // changed under m_controlMutex
+    tnrobot::Atomic<unsigned long long> m_nBegun{0};          // latest run whose Init has returned
+    tnrobot::Atomic<int> m_state{TASK_NOT_STARTED};           // see above
+    std::unique_ptr<tnrobot::Worker> m_pWorker;               // guarded by m_controlMutex; null until the first Start
+    TnRobotPtr<ITnRobotTaskRunner> m_pRunner;                 // changed only while the task is idle
+    tnrobot::Mutex m_parentMutex;                             // held while the parent is told, found or forgotten
+    tnrobot::Atomic<ITnRobotTaskParent*> m_pParent{nullptr};  // changed under m_parentMutex
+    tnrobot::Atomic<int> m_nLeft{0};                    // changed under m_parentMutex; references left to the worker
+    tnrobot::Atomic<bool> m_bGoing{false};              // the last holder lets go; reset under m_parentMutex
+    tnrobot::Atomic<std::thread::id> m_workerThread{};  // the worker's; a child may be what was one before the fork
     tnrobot::HomeProcess m_home;
     bool m_bIdle = false;
 };

@@ -44,7 +44,7 @@ CTnRobotTaskPool::~CTnRobotTaskPool() {
 void CTnRobotTaskPool::_DropNotices() {
     std::unique_ptr<NotifyQueue> queue;
     {
-        std::lock_guard<std::mutex> lock(m_notifyMutex);
+        std::lock_guard<tnrobot::Mutex> lock(m_notifyMutex);
         m_bNoticesClosed = true;
         queue.reset(m_pNotifyQueue.exchange(nullptr));
     }
@@ -68,7 +68,7 @@ void CTnRobotTaskPool::_LetGoOfTasks() {
 
 // Who was giving an inherited task back may not be here: nobody waits for that.
 bool CTnRobotTaskPool::_AreAllIdle() {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     return std::all_of(m_allTasks.begin(), m_allTasks.end(),
                        [](const CTnRobotTask* pTask) { return pTask->IsIdle() || pTask->IsInherited(); });
 }
@@ -100,7 +100,7 @@ bool CTnRobotTaskPool::CreateTask(const std::function<void(ITnRobotEvent*)>& job
 }
 
 CTnRobotTask* CTnRobotTaskPool::_TakeTask() {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     if (m_idleTasks.Empty()) {
         return _MakeTask();
     }
@@ -142,7 +142,7 @@ void CTnRobotTaskPool::RecoveryTask(ITnRobotTask* pTask) {
     if (pPooled->IsInRunner() && !pPooled->IsInherited()) {
         return;
     }
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     if (pPooled->IsIdle()) {
         return;
     }
@@ -188,7 +188,7 @@ void CTnRobotTaskPool::OnNotifyStop(ITnRobotTask* pTask) {
     if (pTask == nullptr) {
         return;
     }
-    std::lock_guard<std::mutex> lock(m_notifyMutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_notifyMutex);
     if (m_bNoticesClosed) {
         return;
     }
@@ -210,7 +210,7 @@ std::unique_ptr<CTnRobotTaskPool::NotifyQueue> CTnRobotTaskPool::_TakeNotices() 
     if (!m_bHasNotify.load()) {
         return nullptr;
     }
-    std::unique_lock<std::mutex> lock(m_mutex, std::try_to_lock);
+    std::unique_lock<tnrobot::Mutex> lock(m_mutex, std::try_to_lock);
     if (!lock.owns_lock()) {
         return nullptr;
     }

@@ -3,7 +3,6 @@
 #ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKPOOL_H_
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKPOOL_H_
 
-#include <atomic>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -14,6 +13,7 @@
 #include "concurrency/TnRobotTask.h"
 #include "concurrency/TnWorker.h"
 #include "core/TnFork.h"
+#include "core/TnSchedule.h"
 
 /// Recycles tasks and stops those whose runner is done.
 ///
@@ -73,14 +73,14 @@ private:
     void _OnThreadPoolWork();
     void _CheckInvariants() const;
 
-    std::mutex m_mutex;
+    tnrobot::Mutex m_mutex;
     tn::detail::RingQueue<CTnRobotTask*> m_idleTasks;  // guarded by m_mutex; front reused first
     std::deque<CTnRobotTask*> m_allTasks;              // grows under m_mutex; one reference each
-    std::atomic<unsigned int> m_nIdleTasks{0};         // written under m_mutex
+    tnrobot::Atomic<unsigned int> m_nIdleTasks{0};     // written under m_mutex
 
-    std::mutex m_notifyMutex;
-    std::atomic<NotifyQueue*> m_pNotifyQueue{nullptr};  // owned; see above
-    std::atomic<bool> m_bHasNotify{false};
+    tnrobot::Mutex m_notifyMutex;
+    tnrobot::Atomic<NotifyQueue*> m_pNotifyQueue{nullptr};  // owned; see above
+    tnrobot::Atomic<bool> m_bHasNotify{false};
     bool m_bNoticesClosed = false;  // guarded by m_notifyMutex
 
     TnRobotPtr<ITnRobotEvent> m_pExitEvent;      // set: the pool's thread shall end

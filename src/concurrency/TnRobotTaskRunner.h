@@ -3,9 +3,8 @@
 #ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKRUNNER_H_
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKRUNNER_H_
 
-#include <atomic>
-
 #include "TnRobotKernel/concurrency.h"
+#include "core/TnSchedule.h"
 
 /// Calls a job function once per run: it is done as soon as the job has been called.
 class CTnRobotTaskRunner final : public ITnRobotTaskRunner {
@@ -30,7 +29,7 @@ private:
     bool _Init(const std::function<void(ITnRobotEvent*)>& job);
 
     std::function<void(ITnRobotEvent*)> m_job;  // not changed after _Init
-    std::atomic<bool> m_bExecuted{false};       // a call of the job has begun since Init
+    tnrobot::Atomic<bool> m_bExecuted{false};   // a call of the job has begun since Init
 };
 
 #endif  // TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTASKRUNNER_H_

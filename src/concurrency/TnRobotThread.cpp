@@ -65,20 +65,20 @@ int CTnRobotThread::Release() {
 }
 
 int CTnRobotThread::_Drop() {
-    return tnrobot::FollowFall(this, m_nRefCount.fetch_sub(1));
+    return tnrobot::FollowFall(this, tnrobot::LowerCount(m_nRefCount));
 }
 
 // The worker keeps the job that it is calling alive, so a job may be replaced while it runs, even
 // by itself. The old job is destroyed outside the lock: it may hold anything.
 bool CTnRobotThread::SetWorkJob(const std::function<void(ITnRobotEvent*)>& job) {
     auto newJob = std::make_shared<const Job>(job);
-    std::lock_guard<std::mutex> lock(m_jobMutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_jobMutex);
     m_job.swap(newJob);
     return true;
 }
 
 std::shared_ptr<const CTnRobotThread::Job> CTnRobotThread::_Job() {
-    std::lock_guard<std::mutex> lock(m_jobMutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_jobMutex);
     return m_job;
 }
 
@@ -91,7 +91,7 @@ bool CTnRobotThread::Run() {
     if (_OnWorkerThread() || _IsRunning()) {
         return true;
     }
-    std::unique_lock<std::mutex> lock(m_controlMutex);
+    std::unique_lock<tnrobot::Mutex> lock(m_controlMutex);
     if (!m_pWorker) {
         m_pWorker = std::make_unique<tnrobot::Worker>([this] { _OnThreadWorkLoop(); });
     }
@@ -113,7 +113,7 @@ void CTnRobotThread::Stop() {
         _PollState(THREAD_PAUSED);
         return;
     }
-    std::unique_lock<std::mutex> lock(m_controlMutex);
+    std::unique_lock<tnrobot::Mutex> lock(m_controlMutex);
     m_pStopEvent->SetEvent();
     // In every step: a job might reset its event.
     const bool bAnswered = _AwaitAnswer([this] {
@@ -131,7 +131,7 @@ void CTnRobotThread::Stop() {
 // ignored on purpose: nobody could ask for it.
 void CTnRobotThread::Exit(unsigned int /*nExitCode*/) {
     {
-        std::lock_guard<std::mutex> lock(m_controlMutex);
+        std::lock_guard<tnrobot::Mutex> lock(m_controlMutex);
         m_pExitEvent->SetEvent();
     }
     _PollState(THREAD_EXITED);

@@ -3,13 +3,13 @@
 #ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTHREAD_H_
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTHREAD_H_
 
-#include <atomic>
 #include <memory>
 #include <mutex>
 
 #include "TnRobotKernel/concurrency.h"
 #include "TnRobotKernel/ptr.h"
 #include "concurrency/TnWorker.h"
+#include "core/TnSchedule.h"
 
 /// Calls its job pass after pass on one thread. Requests go to the worker through two events, its
 /// answers come back through m_state.
@@ -66,15 +66,15 @@ private:
     void _PollState(ThreadState eState) const;
     void _OnThreadWorkLoop();
 
-    std::mutex m_controlMutex;
+    tnrobot::Mutex m_controlMutex;
     std::unique_ptr<tnrobot::Worker> m_pWorker;  // guarded by m_controlMutex; null until the first Run
-    std::mutex m_jobMutex;
+    tnrobot::Mutex m_jobMutex;
     std::shared_ptr<const Job> m_job;  // pointer guarded by m_jobMutex; never null
     TnRobotPtr<ITnRobotEvent> m_pStopEvent;
     TnRobotPtr<ITnRobotEvent> m_pExitEvent;
-    std::atomic<int> m_state{THREAD_CREATED};
-    std::atomic<unsigned long long> m_nBegins{0};  // how often a pass began while not running
-    bool m_bDestroy = false;                       // the worker's own: the last reference is its
+    tnrobot::Atomic<int> m_state{THREAD_CREATED};
+    tnrobot::Atomic<unsigned long long> m_nBegins{0};  // how often a pass began while not running
+    bool m_bDestroy = false;                           // the worker's own: the last reference is its
 };
 
 #endif  // TNROBOTKERNEL_SRC_CONCURRENCY_TNROBOTTHREAD_H_

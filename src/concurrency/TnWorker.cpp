@@ -7,7 +7,7 @@ namespace tnrobot {
 namespace {
 
 // Owned. The one before it has been joined when a worker has ended.
-std::atomic<Worker*> g_pLast{nullptr};
+Atomic<Worker*> g_pLast{nullptr};
 
 }  // namespace
 
@@ -17,6 +17,7 @@ Worker::~Worker() {
     if (!IsHere()) {
         Forget(m_thread);
     } else if (m_thread.get_id() != std::this_thread::get_id()) {
+        SchedulePoint();
         m_thread.join();
     } else {
         m_thread.detach();  // the process is ended from within it

@@ -3,12 +3,12 @@
 #ifndef TNROBOTKERNEL_SRC_CONCURRENCY_TNWORKER_H_
 #define TNROBOTKERNEL_SRC_CONCURRENCY_TNWORKER_H_
 
-#include <atomic>
 #include <memory>
 #include <thread>
 #include <utility>
 
 #include "core/TnFork.h"
+#include "core/TnSchedule.h"
 
 namespace tnrobot {
 
@@ -17,7 +17,7 @@ class Worker {
 public:
     /// Throws std::system_error when the system has no thread left.
     template <typename Work>
-    explicit Worker(Work work) : m_thread(std::move(work)) {}
+    explicit Worker(Work work) : m_thread(StartThread(std::move(work))) {}
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
     ~Worker();

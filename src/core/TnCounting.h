@@ -6,8 +6,31 @@
 #include <atomic>
 
 #include "checked/TnChecked.h"
+#include "core/TnSchedule.h"
 
 namespace tnrobot {
+
+/// @return what a count is just now.
+inline int ReadCount(const std::atomic<int>& nCount) {
+    SchedulePoint();
+    return nCount.load();
+}
+
+/// Adds one to a count. @return what it was.
+inline int RaiseCount(std::atomic<int>& nCount) {
+    SchedulePoint();
+    const int nBefore = nCount.fetch_add(1);
+    SchedulePoint();
+    return nBefore;
+}
+
+/// Takes nBy from a count. @return what it was.
+inline int LowerCount(std::atomic<int>& nCount, int nBy = 1) {
+    SchedulePoint();
+    const int nBefore = nCount.fetch_sub(nBy);
+    SchedulePoint();
+    return nBefore;
+}
 
 /// Adds nChange to a count for as long as mayChange, asked with what the count is just then, agrees.
 /// What mayChange reads was so when the count had this value: the exchange fails otherwise.
@@ -15,11 +38,13 @@ namespace tnrobot {
 /// @return whether the count has changed.
 template <typename Condition>
 inline bool ChangeCountIf(std::atomic<int>& nCount, int nChange, int& nBefore, Condition mayChange) {
-    int nNow = nCount.load();
+    int nNow = ReadCount(nCount);
     bool bMay = mayChange(nNow);
+    SchedulePoint();
     while (bMay && !nCount.compare_exchange_weak(nNow, nNow + nChange)) {
         bMay = mayChange(nNow);
     }
+    SchedulePoint();
     nBefore = nNow;
     return bMay;
 }

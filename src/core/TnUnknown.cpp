@@ -9,12 +9,12 @@ ITnUnknown::~ITnUnknown() {
 }
 
 void ITnUnknown::AddRef() {
-    const int nBefore = m_nRefCount.fetch_add(1);
+    const int nBefore = tnrobot::RaiseCount(m_nRefCount);
     tnrobot::CheckAddRef(this, nBefore);
 }
 
 int ITnUnknown::Release() {
     // The result comes from this one atomic operation: after it the object may be gone already. Its
     // order publishes the plain fields: the last holder sees all that the others wrote before.
-    return tnrobot::FollowFall(this, m_nRefCount.fetch_sub(1));
+    return tnrobot::FollowFall(this, tnrobot::LowerCount(m_nRefCount));
 }

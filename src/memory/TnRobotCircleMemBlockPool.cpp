@@ -5,7 +5,6 @@
 #include "memory/TnRobotCircleMemBlockPool.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <set>
 #include <typeinfo>
 #include <vector>
@@ -33,7 +32,7 @@ public:
     Buffer(const Buffer&) = delete;
     Buffer& operator=(const Buffer&) = delete;
 
-    std::unique_lock<std::mutex> Lock() { return std::unique_lock<std::mutex>(m_mutex); }
+    std::unique_lock<tnrobot::Mutex> Lock() { return std::unique_lock<tnrobot::Mutex>(m_mutex); }
     bool IsOf(const CTnRobotCircleMemBlockPool* pPool) const { return m_pPool == pPool; }
 
     bool HasRoomFor(unsigned int nSize) const { return nSize <= m_nRoom; }
@@ -72,8 +71,8 @@ private:
 
     CTnRobotCircleMemBlockPool* const m_pPool;
     const std::unique_ptr<unsigned char[]> m_memory;
-    std::mutex m_mutex;
-    std::condition_variable m_returned;                         // a block came back to a closing buffer
+    tnrobot::Mutex m_mutex;
+    tnrobot::ConditionVariable m_returned;                      // a block came back to a closing buffer
     tn::detail::RingQueue<CTnRobotMemoryBlock*> m_spareBlocks;  // guarded by m_mutex, has room for all
     std::vector<Blocks::node_type> m_spareNodes;                // guarded by m_mutex, one for each spare block
     Blocks m_blocksInUse;                                       // guarded by m_mutex
@@ -174,7 +173,7 @@ void CTnRobotCircleMemBlockPool::Buffer::_HideContent(CTnRobotMemoryBlock* pBloc
 // back from its holders. A block whose last holder has just let go is neither held nor back yet: that
 // thread is about to call RecoveryMemBuff.
 void CTnRobotCircleMemBlockPool::Buffer::Close() {
-    std::unique_lock<std::mutex> lock = Lock();
+    std::unique_lock<tnrobot::Mutex> lock = Lock();
     for (auto it = m_blocksInUse.begin(); it != m_blocksInUse.end();) {
         it = (*it)->LetGo() ? m_blocksInUse.erase(it) : std::next(it);
     }
@@ -221,7 +220,7 @@ void CTnRobotCircleMemBlockPool::_AddBuffer() {
 // A thread that is giving a block back holds m_mutex to the end when it wants to move a buffer,
 // so taking the lock once more at the end waits until the last such thread is out.
 CTnRobotCircleMemBlockPool::~CTnRobotCircleMemBlockPool() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<tnrobot::Mutex> lock(m_mutex);
     m_readyBuffers.splice(m_readyBuffers.end(), m_spentBuffers);
     for (const auto& buffer : m_readyBuffers) {
         const auto bufferLock = buffer->Lock();
@@ -244,7 +243,7 @@ int CTnRobotCircleMemBlockPool::QueryMemBuff(unsigned int nSize, ITnRobotMemoryB
 // The first ready buffer with enough room. Full ones on the way there become spent, or start over
 // when nothing of them is in use.
 CTnRobotCircleMemBlockPool::Buffer& CTnRobotCircleMemBlockPool::_ChooseBuffer(unsigned int nSize) {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     while (!m_readyBuffers.empty()) {
         Buffer& first = *m_readyBuffers.front();
         const auto bufferLock = first.Lock();
@@ -291,7 +290,7 @@ void CTnRobotCircleMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
 // The locks are taken anew in their order; the block stays in use meanwhile, so that neither the
 // buffer nor the pool can go. A block that was cut in between keeps the buffer spent.
 void CTnRobotCircleMemBlockPool::_ReturnLastBlock(Buffer& buffer, CTnRobotMemoryBlock* pBlock) {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     const auto bufferLock = buffer.Lock();
     buffer.TakeBack(pBlock);
     if (!buffer.IsSpentBut(0)) {

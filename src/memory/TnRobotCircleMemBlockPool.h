@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 
+#include "core/TnSchedule.h"
 #include "memory/TnRobotMemoryBlock.h"
 
 /// Cuts blocks like a bump allocator and starts a buffer over when every block cut from it is
@@ -48,7 +49,7 @@ private:
     int _CutBlock(Buffer& buffer, unsigned int nSize, ITnRobotMemoryBlock** ppBlock);
     void _ReturnLastBlock(Buffer& buffer, CTnRobotMemoryBlock* pBlock);
 
-    std::mutex m_mutex;
+    tnrobot::Mutex m_mutex;
     Buffers m_readyBuffers;  // guarded by m_mutex: blocks are cut from the first
     Buffers m_spentBuffers;  // guarded by m_mutex: too full, waiting for their blocks
 };

@@ -33,7 +33,7 @@ bool CTnRobotFixedMemBlockPool::_Initialize(unsigned int nBlockSize, unsigned in
 // is neither held nor back yet: that thread is about to call RecoveryMemBuff, so the pool waits for
 // it.
 CTnRobotFixedMemBlockPool::~CTnRobotFixedMemBlockPool() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<tnrobot::Mutex> lock(m_mutex);
     m_bClosing = true;
     _LetGoOfAllBlocks();
     while (!m_allBlocks.empty()) {
@@ -56,7 +56,7 @@ int CTnRobotFixedMemBlockPool::QueryBlock(ITnRobotMemoryBlock** ppBlock) {
     if (ppBlock == nullptr) {
         return 0;
     }
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     ++m_nAnswered;
     CTnRobotMemoryBlock* pBlock = nullptr;
     do {
@@ -105,7 +105,7 @@ void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
         return;
     }
     pPooled->ClearResource();
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     const bool bOwn = pPooled->IsOf(this);
     if (bOwn) {
         pPooled->NoteReturned();
@@ -124,7 +124,7 @@ void CTnRobotFixedMemBlockPool::RecoveryMemBuff(ITnRobotMemoryBlock* pBlock) {
 
 // Blocks enter at the front and leave at the back, so the sweep may stop at the first young one.
 void CTnRobotFixedMemBlockPool::FreeUnuseMemory() {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     while (!m_freeBlocks.Empty()) {
         const auto now = std::chrono::system_clock::now();
         if (tnrobot::SecondsBetween(m_freeBlocks.Back()->GetRecoveryTime(), now) < m_dIdleSeconds) {
@@ -152,7 +152,7 @@ void CTnRobotFixedMemBlockPool::_FreeOldestBlock() {
 }
 
 unsigned int CTnRobotFixedMemBlockPool::GetCount() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     return static_cast<unsigned int>(m_allBlocks.size());
 }
 
@@ -161,7 +161,7 @@ unsigned int CTnRobotFixedMemBlockPool::GetMemorySize() const {
 }
 
 bool CTnRobotFixedMemBlockPool::IsUnused() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     return m_allBlocks.empty() && m_nAnswered == m_nAnnounced;
 }
 

@@ -3,13 +3,13 @@
 #ifndef TNROBOTKERNEL_SRC_MEMORY_TNROBOTFIXEDMEMBLOCKPOOL_H_
 #define TNROBOTKERNEL_SRC_MEMORY_TNROBOTFIXEDMEMBLOCKPOOL_H_
 
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <set>
 
 #include "TnRobotKernel/detail/CacheLine.h"
 #include "TnRobotKernel/detail/RingQueue.h"
+#include "core/TnSchedule.h"
 #include "memory/TnRobotMemoryBlock.h"
 
 /// Hands out blocks of one capacity, reuses the most recently returned one first, and frees those
@@ -69,8 +69,8 @@ private:
 
     unsigned int m_nBlockSize = 0;
     unsigned int m_nMaxCount = 0;
-    mutable std::mutex m_mutex;
-    std::condition_variable m_returned;                        // a block came back to a closing pool
+    mutable tnrobot::Mutex m_mutex;
+    tnrobot::ConditionVariable m_returned;                     // a block came back to a closing pool
     std::set<CTnRobotMemoryBlock*> m_allBlocks;                // guarded by m_mutex
     tn::detail::RingQueue<CTnRobotMemoryBlock*> m_freeBlocks;  // guarded by m_mutex
     std::uint64_t m_nAnnounced = 0;                            // guarded by the owner's lock

@@ -38,13 +38,13 @@ int CTnRobotMemoryBlock::Release() {
 // The extra reference keeps every holder from taking the count from 2 to 1 while the parent is
 // being cleared. A count of 1 means that a holder has done so already, with the parent still set.
 bool CTnRobotMemoryBlock::Abandon() {
-    if (m_nRefCount.fetch_add(1) == 1) {
-        m_nRefCount.fetch_sub(1);
+    if (tnrobot::RaiseCount(m_nRefCount) == 1) {
+        tnrobot::LowerCount(m_nRefCount);
         return false;
     }
     m_pOwner = nullptr;  // the pool's bookkeeping goes with it; holders never look at it
     m_pParent.store(nullptr);
-    if (m_nRefCount.fetch_sub(2) == 2) {
+    if (tnrobot::LowerCount(m_nRefCount, 2) == 2) {
         tnrobot::Destroy(this);
     }
     return true;

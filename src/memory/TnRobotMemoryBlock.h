@@ -3,12 +3,13 @@
 #ifndef TNROBOTKERNEL_SRC_MEMORY_TNROBOTMEMORYBLOCK_H_
 #define TNROBOTKERNEL_SRC_MEMORY_TNROBOTMEMORYBLOCK_H_
 
-#include <atomic>
 #include <chrono>
 
 #include "TnRobotKernel/detail/CacheLine.h"
 #include "TnRobotKernel/memory.h"
 #include "checked/TnChecked.h"
+#include "core/TnCounting.h"
+#include "core/TnSchedule.h"
 
 /// A pooled memory block.
 ///
@@ -70,8 +71,8 @@ public:
     /// @return false, with nothing changed, when an earlier last holder is just returning the block: two
     ///         such returns under way could not be told apart, and the pool would not wait for both.
     bool Lend() {
-        if (m_nRefCount.fetch_add(1) == 1 && m_bLent) {
-            m_nRefCount.fetch_sub(1);
+        if (tnrobot::RaiseCount(m_nRefCount) == 1 && m_bLent) {
+            tnrobot::LowerCount(m_nRefCount);
             return false;
         }
         m_bLent = true;
@@ -80,7 +81,7 @@ public:
 
     /// The block came back. Was it by another hand than its last holder's, that return is still to come.
     void NoteReturned() {
-        if (m_nRefCount.load() == 1) {
+        if (tnrobot::ReadCount(m_nRefCount) == 1) {
             m_bLent = false;
         }
     }
@@ -107,8 +108,8 @@ private:
     unsigned char* m_pData = nullptr;
     unsigned int m_nCapacity = 0;
     unsigned int m_nUsedSize = 0;
-    std::atomic<ITnRobotMemoryBlockParent*> m_pParent;  // not counted
-    void* m_pOwner = nullptr;                           // the pool's own bookkeeping
+    tnrobot::Atomic<ITnRobotMemoryBlockParent*> m_pParent;  // not counted
+    void* m_pOwner = nullptr;                               // the pool's own bookkeeping
     unsigned int m_nFlags;
     unsigned int m_nListed = 0;  // guarded by the pool's lock: places on its free list
     TimePoint m_recoveryTime;

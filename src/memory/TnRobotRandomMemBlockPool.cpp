@@ -50,7 +50,7 @@ int CTnRobotRandomMemBlockPool::QueryMemBuff(unsigned int nSize, ITnRobotMemoryB
 // every query that was announced to it has been answered. (A reference would do the same at the
 // price of two more atomic operations for each block.)
 CTnRobotFixedMemBlockPool* CTnRobotRandomMemBlockPool::_AskSizeClass(unsigned int nRoundedSize) {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     auto it = std::lower_bound(
         m_sizeClasses.begin(), m_sizeClasses.end(), nRoundedSize,
         [](const SizeClass& sizeClass, unsigned int nSize) { return sizeClass.m_nRoundedSize < nSize; });
@@ -68,7 +68,7 @@ void CTnRobotRandomMemBlockPool::FreeUnuseMemory() {
     if (!_BeginSweep()) {
         return;
     }
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<tnrobot::Mutex> lock(m_mutex);
     for (auto it = m_sizeClasses.begin(); it != m_sizeClasses.end();) {
         it->m_pool->FreeUnuseMemory();
         it = it->m_pool->IsUnused() ? m_sizeClasses.erase(it) : std::next(it);

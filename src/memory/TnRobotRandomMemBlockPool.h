@@ -3,7 +3,6 @@
 #ifndef TNROBOTKERNEL_SRC_MEMORY_TNROBOTRANDOMMEMBLOCKPOOL_H_
 #define TNROBOTKERNEL_SRC_MEMORY_TNROBOTRANDOMMEMBLOCKPOOL_H_
 
-#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "TnRobotKernel/detail/CacheLine.h"
 #include "TnRobotKernel/memory.h"
 #include "TnRobotKernel/ptr.h"
+#include "core/TnSchedule.h"
 #include "memory/TnRobotFixedMemBlockPool.h"
 
 /// Rounds every request up to whole units of 32 KiB and keeps a fixed-size pool per rounded size,
@@ -45,9 +45,9 @@ private:
     CTnRobotFixedMemBlockPool* _AskSizeClass(unsigned int nRoundedSize);
     bool _BeginSweep();
 
-    std::mutex m_mutex;
+    tnrobot::Mutex m_mutex;
     std::vector<SizeClass> m_sizeClasses;  // guarded by m_mutex; in ascending order of size
-    std::atomic<std::chrono::system_clock::time_point> m_lastSweep;
+    tnrobot::Atomic<std::chrono::system_clock::time_point> m_lastSweep;
     const double m_dIdleSeconds;
     tn::detail::CacheLineEnd m_end;
 };

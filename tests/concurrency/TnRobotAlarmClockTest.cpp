@@ -9,6 +9,7 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "TnRobotKernel/ptr.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -219,7 +220,7 @@ TEST_F(AlarmClock, AWaitInProgressSeesANewLimit) {
 // would take it for past its limit.
 TEST_F(AlarmClock, NobodySeesItRunningWithAnOldStart) {
     std::vector<TnRobotPtr<ITnRobotAlarmClock>> clocks;
-    for (int n = 0; n < 1000; ++n) {
+    for (int n = 0; n < StormLength(1000); ++n) {
         clocks.push_back(MakeClock());
     }
     std::atomic<std::size_t> nWatched{0};
@@ -265,8 +266,8 @@ TEST_F(AlarmClock, MayBeUsedByManyThreadsAtOnce) {
             bWrong = !clock->Wait() || bWrong;
         }
     });
-    for (unsigned int n = 0; n < 2000; ++n) {
-        clock->StartRecord(kTenMinutes + n);
+    for (int n = 0; n < StormLength(2000); ++n) {
+        clock->StartRecord(kTenMinutes + static_cast<unsigned int>(n));
         clock->StopRecord();
     }
     bEnd = true;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "TnRobotKernel/core.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -73,13 +74,13 @@ TEST_F(Interrupt, HandsOverBetweenThreadsWithoutLosingOne) {
     CTnRobotInterrupt back;
     int nValue = 0;
     Caller other([&] {
-        for (int n = 0; n < 2000; ++n) {
+        for (int n = 0; n < StormLength(2000); ++n) {
             there.Wait();
             ++nValue;
             back.Interrupt();
         }
     });
-    for (int n = 1; n <= 2000; ++n) {
+    for (int n = 1; n <= StormLength(2000); ++n) {
         there.Interrupt();
         back.Wait();
         ASSERT_EQ(nValue, n);

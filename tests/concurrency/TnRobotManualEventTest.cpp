@@ -7,6 +7,7 @@
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "TnRobotKernel/ptr.h"
 #include "support/processes/ResourceUse.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -161,7 +162,7 @@ TEST_F(ManualEvent, MayBeUsedByManyThreadsAtOnce) {
             event->Release();
         }
     });
-    for (int n = 0; n < 2000; ++n) {
+    for (int n = 0; n < StormLength(2000); ++n) {
         event->SetEvent();
     }
     EXPECT_TRUE(Eventually([&] {
@@ -174,7 +175,7 @@ TEST_F(ManualEvent, MayBeUsedByManyThreadsAtOnce) {
 // A waiter that has seen the flag may give up the last reference while the setter is still in the
 // middle of its call.
 TEST_F(ManualEvent, MayBeDestroyedByTheWaiterThatSawItSet) {
-    for (int n = 0; n < 500; ++n) {
+    for (int n = 0; n < StormLength(500); ++n) {
         TnRobotPtr<ITnRobotEvent> event = MakeEvent(false);
         ITnRobotEvent* pEvent = event.get();
         Caller setter([pEvent] { pEvent->SetEvent(); });
@@ -186,10 +187,10 @@ TEST_F(ManualEvent, MayBeDestroyedByTheWaiterThatSawItSet) {
 
 // 1,000 events with 8 waiters each, in batches that keep 200 threads.
 TEST_F(ManualEvent, AThousandEventsWakeAllTheirWaiters) {
-    constexpr int kBatches = 40;
+    const int nBatches = StormLength(40);
     constexpr int kEvents = 25;
     constexpr int kWaiters = 8;
-    for (int nBatch = 0; nBatch < kBatches; ++nBatch) {
+    for (int nBatch = 0; nBatch < nBatches; ++nBatch) {
         Watchdog::Extend(kSeconds);
         std::vector<TnRobotPtr<ITnRobotEvent>> events;
         std::atomic<int> nWoken{0};

@@ -7,6 +7,7 @@
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "TnRobotKernel/ptr.h"
 #include "support/processes/ResourceUse.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -195,7 +196,7 @@ TEST_F(Signal, EveryTimeOutIsValid) {
 
 // Exactly one of the two wins, and everybody hears of the same one.
 TEST_F(Signal, OfSignalAndCancelTheFirstWinsForEverybody) {
-    for (int nRound = 0; nRound < 200; ++nRound) {
+    for (int nRound = 0; nRound < StormLength(200); ++nRound) {
         const TnRobotPtr<ITnRobotSignal> signal = MakeSignal();
         Waiters waiters(*signal, 3);
         {

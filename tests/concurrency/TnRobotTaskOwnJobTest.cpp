@@ -13,6 +13,7 @@
 #include "support/objects/TaskPools.h"
 #include "support/threads/Gate.h"
 #include "support/threads/SignalHold.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -185,20 +186,20 @@ TEST_F(TaskOwnJob, StartReturnsAlsoWhenTheRunHasEndedItselfBeforeItLooks) {
 }
 
 TEST_F(TaskOwnJob, EveryStartIsARunThoughEachEndsItself) {
-    constexpr int kRuns = 100;
+    const int nRuns = StormLength(100);
     const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     const TnRobotPtr<RecordingRunner> runner = RecordingRunner::Create();
     runner->m_isStop = [] { return false; };
     runner->m_onExecute = [](ITnRobotEvent* pRunEvent) { pRunEvent->ResetEvent(); };
     const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
-    for (int n = 1; n <= kRuns; ++n) {
+    for (int n = 1; n <= nRuns; ++n) {
         ASSERT_TRUE(task->Start());
         ASSERT_TRUE(AwaitStopped(*task));
     }
     task->Stop();
-    EXPECT_EQ(runner->Log().Count('I'), kRuns);
-    EXPECT_EQ(runner->Log().Count('E'), kRuns);
-    EXPECT_EQ(runner->Log().Count('C'), kRuns);
+    EXPECT_EQ(runner->Log().Count('I'), nRuns);
+    EXPECT_EQ(runner->Log().Count('E'), nRuns);
+    EXPECT_EQ(runner->Log().Count('C'), nRuns);
 }
 
 // A job that takes a stop back is asked again.

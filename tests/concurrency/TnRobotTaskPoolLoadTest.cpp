@@ -16,6 +16,7 @@
 #include "TnRobotKernel/ptr.h"
 #include "support/objects/TaskPools.h"
 #include "support/threads/StartGate.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -122,7 +123,7 @@ class TaskPoolLoad : public ThreadTest {};
 }  // namespace
 
 TEST_F(TaskPoolLoad, RunsEveryJobOnceAndKeepsItsMemory) {
-    const int nCycles = IsFullSoak() ? 100000 : 2000;
+    const int nCycles = IsFullSoak() ? 100000 : StormLength(2000);
     const int nWarmUp = nCycles / 10;
     Watchdog::Extend(IsFullSoak() ? 3600 : 280);
     const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
@@ -174,14 +175,14 @@ TEST_F(TaskPoolLoad, RunsEveryJobOnceAndKeepsItsMemory) {
 
 // Every task is somewhere else when its pool goes.
 TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
-    constexpr int kPools = 1000;
+    const int nPools = StormLength(1000);
     Watchdog::Extend(280);
     std::atomic<int> nFailures{0};
     {
         std::vector<Caller> callers;
         for (int nThread = 0; nThread < kThreads; ++nThread) {
-            callers.emplace_back([&nFailures] {
-                for (int n = 0; n < kPools / kThreads; ++n) {
+            callers.emplace_back([&nFailures, nPools] {
+                for (int n = 0; n < nPools / kThreads; ++n) {
                     const TnRobotPtr<OnceRunner> runners[] = {MakeRunner(), MakeRunner(true), MakeRunner(),
                                                               MakeRunner(), MakeRunner()};
                     TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
@@ -219,12 +220,14 @@ TEST_F(TaskPoolLoad, AThousandPoolsComeAndGoWithTasksInEveryState) {
 // Many callers share one pool, and each of them sees only its own tasks' work.
 TEST_F(TaskPoolLoad, ServesManyCallersAtOnce) {
     const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    StartGate gate(16);
     std::vector<Caller> callers;
     for (int nCaller = 0; nCaller < 16; ++nCaller) {
-        callers.emplace_back([&pool] {
+        callers.emplace_back([&] {
             const TnRobotPtr<OnceRunner> runner = MakeRunner();
             const TnRobotPtr<ITnRobotTask> task = MakeTask(*pool, runner.get());
-            for (int n = 1; n <= 20; ++n) {
+            gate.ArriveAndWait();
+            for (int n = 1; n <= StormLength(20); ++n) {
                 ASSERT_TRUE(task->Start());
                 runner->AwaitCleared(n);
                 ASSERT_EQ(runner->Executed(), n);

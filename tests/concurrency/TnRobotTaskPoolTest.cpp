@@ -15,6 +15,7 @@
 #include "support/objects/TaskPools.h"
 #include "support/threads/Gate.h"
 #include "support/threads/SignalHold.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -483,7 +484,7 @@ TEST_F(TaskPool, ReadsEveryNotice) {
         runners.push_back(RunnerFor(1));
         tasks.push_back(MakeTask(*pool, runners.back().get()));
     }
-    for (int nRound = 1; nRound <= 20; ++nRound) {
+    for (int nRound = 1; nRound <= StormLength(20); ++nRound) {
         {
             std::vector<Caller> starters;
             for (std::size_t nStarter = 0; nStarter < 4; ++nStarter) {
@@ -518,7 +519,7 @@ TEST_F(TaskPool, TheCountMayBeReadWhileTasksComeAndGo) {
         std::vector<Caller> threads;
         for (unsigned int nThread = 0; nThread < kThreads; ++nThread) {
             threads.emplace_back([&pool] {
-                for (int n = 0; n < 2000; ++n) {
+                for (int n = 0; n < StormLength(2000); ++n) {
                     MakeTask(*pool, nullptr);
                 }
             });
@@ -648,7 +649,7 @@ TEST_F(TaskPool, NoticesStillQueuedAtItsEndKeepNothingAlive) {
 
 // A worker that gives notice, a caller that lets go and the end of the pool, all at once.
 TEST_F(TaskPool, ItsEndMayMeetNoticesAndReleases) {
-    for (int nRound = 0; nRound < 100; ++nRound) {
+    for (int nRound = 0; nRound < StormLength(100); ++nRound) {
         TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
         std::vector<TnRobotPtr<RecordingRunner>> runners;
         std::vector<ITnRobotTask*> tasks;

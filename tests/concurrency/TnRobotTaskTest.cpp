@@ -9,6 +9,7 @@
 #include "TnRobotKernel/ptr.h"
 #include "support/fakes/RecordingRunner.h"
 #include "support/threads/Gate.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -374,7 +375,7 @@ TEST_F(Task, ManyMayStartAndStopItAtOnce) {
         std::vector<Caller> callers;
         for (int nCaller = 0; nCaller < 4; ++nCaller) {
             callers.emplace_back([&task] {
-                for (int n = 0; n < 25; ++n) {
+                for (int n = 0; n < StormLength(25); ++n) {
                     EXPECT_TRUE(task->Start());
                     task->Stop();
                 }

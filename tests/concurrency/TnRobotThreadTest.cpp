@@ -14,6 +14,7 @@
 #include "TnRobotKernel/ptr.h"
 #include "support/threads/Gate.h"
 #include "support/threads/SignalHold.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -352,7 +353,7 @@ TEST_F(Thread, ManyMayRunAndStopItAtOnce) {
         std::vector<Caller> callers;
         for (int nCaller = 0; nCaller < 4; ++nCaller) {
             callers.emplace_back([&thread] {
-                for (int n = 0; n < 25; ++n) {
+                for (int n = 0; n < StormLength(25); ++n) {
                     thread->Stop();
                     EXPECT_TRUE(thread->Run());
                 }

@@ -13,6 +13,7 @@
 #include "support/fakes/TestSurfaces.h"
 #include "support/objects/Memory.h"
 #include "support/threads/StartGate.h"
+#include "support/threads/Storm.h"
 #include "support/threads/ThreadTest.h"
 
 using namespace tntest;
@@ -217,7 +218,7 @@ private:
 
 TEST_F(LostRaceThreads, NobodyGoesWithoutABlockOfASharedCircularPool) {
     constexpr int kThreads = 8;
-    constexpr int kRounds = 300;
+    const int nRounds = StormLength(300);
     ITnRobotMemoryBlockPool* pBlocks = nullptr;
     ASSERT_EQ(TnCreateRobotCircleMemoryBlockPool(&pBlocks), 1);
     const auto blocks = tn::Adopt(pBlocks);
@@ -231,7 +232,7 @@ TEST_F(LostRaceThreads, NobodyGoesWithoutABlockOfASharedCircularPool) {
             const auto surfaces = tn::Adopt(pSurfaces);
             Worker worker(*pBlocks, *pSurfaces);
             gate.ArriveAndWait();
-            for (int nRound = 0; nRound < kRounds; ++nRound) {
+            for (int nRound = 0; nRound < nRounds; ++nRound) {
                 nFailed += worker.Work(nRound) ? 0 : 1;
             }
         });

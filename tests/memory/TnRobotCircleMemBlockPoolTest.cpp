@@ -17,6 +17,7 @@
 
 #include "TnRobotKernel/ptr.h"
 #include "support/threads/StartGate.h"
+#include "support/threads/Storm.h"
 #include "support/threads/Watchdog.h"
 
 using namespace tntest;
@@ -464,13 +465,14 @@ TEST(CircleMemBlockPool, BlocksOfFourThreadsNeverOverlap) {
     std::atomic<ITnRobotMemoryBlock*> exchange(nullptr);
     std::vector<Holder> holders;
     for (unsigned int i = 0; i < 4; ++i) {
-        holders.emplace_back(pool, i + 1, exchange);
+        holders.emplace_back(pool, ScheduleSeed() + i + 1, exchange);
     }
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    constexpr int kStormMs = 10000;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(StormLength(kStormMs));
     std::vector<std::thread> threads;
     for (Holder& holder : holders) {
         threads.emplace_back([&holder, end] {
-            while (std::chrono::steady_clock::now() < end) {
+            while (std::chrono::steady_clock::now() < end || holder.Blocks() == 0) {
                 holder.Step();
             }
             holder.Finish();
@@ -490,7 +492,7 @@ TEST(CircleMemBlockPool, BlocksOfFourThreadsNeverOverlap) {
 // Blocks of ready and of spent buffers, the last one of a spent buffer among them, come back
 // while the pool goes.
 TEST(CircleMemBlockPool, BlocksMayBeReleasedWhileThePoolIsBeingDestroyed) {
-    for (int nRun = 0; nRun < 300; ++nRun) {
+    for (int nRun = 0; nRun < StormLength(300); ++nRun) {
         Pool pool = MakeCirclePool();
         std::array<std::vector<Block>, 2> held;
         for (const unsigned int nSize : {13 * kMiB, 1000U, 20 * kMiB, 13 * kMiB, 1000U, 1000U}) {
@@ -521,7 +523,7 @@ TEST(CircleMemBlockPool, BlocksMayBeReleasedWhileThePoolIsBeingDestroyed) {
 
 TEST(CircleMemBlockPool, ARequestMayRunWhileTheLastBlockOfASpentBufferComesBack) {
     const Pool pool = MakeCirclePool();
-    for (int nRun = 0; nRun < 2000; ++nRun) {
+    for (int nRun = 0; nRun < StormLength(2000); ++nRun) {
         Block first = Query(pool, 20 * kMiB);
         const Block second = Query(pool, 20 * kMiB);  // makes the buffer of the first spent
         std::atomic<int> nReady(0);
@@ -592,7 +594,7 @@ TEST(CircleMemBlockPool, ABlockTakenBackStaysUsableWhenItsHoldersLetGo) {
 // The last holder lets go at the very moment when the pool looks at what it has taken back.
 TEST(CircleMemBlockPool, ABlockTakenBackMayBeReleasedWhileThePoolIsBeingDestroyed) {
     const Watchdog watchdog(120);
-    for (int nRun = 0; nRun < 300; ++nRun) {
+    for (int nRun = 0; nRun < StormLength(300); ++nRun) {
         Pool pool = MakeCirclePool();
         std::vector<Block> blocks;
         for (int n = 0; n < 8; ++n) {

@@ -11,6 +11,7 @@
 
 #include "support/objects/Memory.h"
 #include "support/threads/StartGate.h"
+#include "support/threads/Storm.h"
 #include "support/threads/Watchdog.h"
 
 using namespace tntest;
@@ -271,7 +272,8 @@ TEST(FixedMemBlockPool, ThreadsNeverShareABlock) {
     std::vector<std::thread> threads;
     for (unsigned int nThread = 0; nThread < kThreads; ++nThread) {
         threads.emplace_back([&, nThread] {
-            for (unsigned int n = 0; n < 1500; ++n) {
+            const auto nTimes = static_cast<unsigned int>(StormLength(1500));
+            for (unsigned int n = 0; n < nTimes; ++n) {
                 const HeldBlock first = Query(*pool);
                 const HeldBlock second = Query(*pool);
                 for (const HeldBlock* pBlock : {&first, &second}) {
@@ -302,7 +304,8 @@ TEST(FixedMemBlockPool, ThreadsNeverShareABlock) {
 TEST(FixedMemBlockPool, MayBeDestroyedWhileBlocksAreReleased) {
     constexpr int kThreads = 3;
     constexpr int kBlocks = 20;
-    for (unsigned int nRound = 0; nRound < 100; ++nRound) {
+    const auto nRounds = static_cast<unsigned int>(StormLength(100));
+    for (unsigned int nRound = 0; nRound < nRounds; ++nRound) {
         FixedPool pool = MakeFixedPool(64, kNoLimit);
         std::vector<std::vector<HeldBlock>> blocks(kThreads);
         for (auto& ofThread : blocks) {
@@ -451,7 +454,8 @@ TEST(FixedMemBlockPool, ABlockReturnedTwiceIsHandedOutTwice) {
 // The last holder lets go at the very moment when the pool, or its sweep, looks at the block.
 TEST(FixedMemBlockPool, AFreeBlockMayBeReleasedWhileThePoolSweepsAndGoes) {
     const Watchdog watchdog(2 * kHangsAfter);
-    for (unsigned int nRound = 0; nRound < 400; ++nRound) {
+    const auto nRounds = static_cast<unsigned int>(StormLength(400));
+    for (unsigned int nRound = 0; nRound < nRounds; ++nRound) {
         FixedPool pool = MakeFixedPool(64, kNoLimit, kAlwaysIdle);
         std::vector<HeldBlock> blocks;
         for (int n = 0; n < 8; ++n) {

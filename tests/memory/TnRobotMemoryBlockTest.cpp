@@ -9,6 +9,7 @@
 
 #include "support/objects/Memory.h"
 #include "support/threads/StartGate.h"
+#include "support/threads/Storm.h"
 
 using namespace tntest;
 
@@ -167,7 +168,7 @@ TEST(MemoryBlock, AnOwnerOfNothingFreesNothing) {
 
 TEST(MemoryBlock, ManyHoldersReturnItExactlyOnce) {
     constexpr int kThreads = 4;
-    for (int nRound = 0; nRound < 200; ++nRound) {
+    for (int nRound = 0; nRound < StormLength(200); ++nRound) {
         CTnCountingParent parent;
         auto* pBlock = new CTnRobotMemoryBlock(kView, &parent);
         StartGate gate(kThreads);

@@ -13,6 +13,7 @@
 #include "memory/TnRobotRandomMemBlockPool.h"
 #include "support/objects/Memory.h"
 #include "support/threads/StartGate.h"
+#include "support/threads/Storm.h"
 
 using namespace tntest;
 
@@ -89,10 +90,11 @@ TEST(RandomMemBlockPool, MayBeSweptWhileThreadsUseIt) {
     std::vector<std::thread> threads;
     for (unsigned int nThread = 0; nThread < kThreads; ++nThread) {
         threads.emplace_back([&, nThread] {
-            std::mt19937 random(nThread + 1);
+            std::mt19937 random(ScheduleSeed() + nThread + 1);
             std::uniform_int_distribution<unsigned int> units(0, 3);
             std::uniform_int_distribution<unsigned int> rest(0, 299);
-            for (unsigned int n = 0; n < 2000; ++n) {
+            const auto nTimes = static_cast<unsigned int>(StormLength(2000));
+            for (unsigned int n = 0; n < nTimes; ++n) {
                 const unsigned int nSize = 1 + units(random) * kUnit + rest(random);
                 const HeldBlock block = Query(*pool, nSize);
                 EXPECT_EQ(SizeOf(*block), nSize);

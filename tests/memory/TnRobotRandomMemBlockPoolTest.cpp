@@ -10,6 +10,7 @@
 #include "TnRobotKernel/memory.h"
 #include "support/objects/Memory.h"
 #include "support/threads/StartGate.h"
+#include "support/threads/Storm.h"
 
 using namespace tntest;
 
@@ -122,11 +123,12 @@ TEST(GeneralBlockPool, ThreadsNeverShareABlock) {
     std::vector<std::thread> threads;
     for (unsigned int nThread = 0; nThread < kThreads; ++nThread) {
         threads.emplace_back([&, nThread] {
-            std::mt19937 random(nThread + 1);
+            std::mt19937 random(ScheduleSeed() + nThread + 1);
             std::uniform_int_distribution<unsigned int> size(1, 3 * kUnit);
             std::vector<std::pair<HeldBlock, unsigned int>> held;
             gate.ArriveAndWait();
-            for (unsigned int n = 0; n < 400; ++n) {
+            const auto nTimes = static_cast<unsigned int>(StormLength(400));
+            for (unsigned int n = 0; n < nTimes; ++n) {
                 const unsigned int nSeed = nThread * 100000 + n;
                 held.emplace_back(Query(*pool, size(random)), nSeed);
                 FillPattern(*held.back().first, nSeed);
@@ -148,7 +150,8 @@ TEST(GeneralBlockPool, ThreadsNeverShareABlock) {
 
 TEST(GeneralBlockPool, MayBeDestroyedWhileBlocksAreReleased) {
     constexpr unsigned int kThreads = 3;
-    for (unsigned int nRound = 0; nRound < 50; ++nRound) {
+    const auto nRounds = static_cast<unsigned int>(StormLength(50));
+    for (unsigned int nRound = 0; nRound < nRounds; ++nRound) {
         HeldPool pool = MakePool();
         std::vector<std::vector<HeldBlock>> blocks(kThreads);
         for (auto& ofThread : blocks) {
