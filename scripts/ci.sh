@@ -42,6 +42,7 @@ steps=(
     "asan          test_asan"
     "python-asan   scripts/python.sh asan"
     "tsan          scripts/test.sh tsan"
+    "schedules     scripts/schedules.sh 20 tsan"
     "soak-tsan     scripts/soak.sh 0.25 tsan"
     "coverage      scripts/coverage.sh"
     "tidy          scripts/tidy.sh"
