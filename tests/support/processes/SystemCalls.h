@@ -35,7 +35,8 @@ std::vector<SystemCall> Sampled(const std::vector<SystemCall>& calls);
 ///         TNROBOT_TEST_EVERY_CALL it is 1 for all but a long file.
 std::size_t StepOf(std::size_t nBytes, std::size_t nTries);
 
-/// @return the errors that the system may answer to such a call, without EINTR; none for one that cannot fail.
+/// @return the errors that the system may answer to such a call, without EINTR; none for one that cannot fail,
+///         or that a sanitizer makes too, which would end the program.
 std::vector<std::string> ErrorsOf(const SystemCall& call);
 
 /// @return whether a signal may interrupt such a call, which is no failure then.
