@@ -10,8 +10,9 @@ build coverage ${TNROBOT_CMAKE_ARGUMENTS:-}
 # Counts of earlier runs would be added to.
 find "$root/build/coverage" -name '*.gcda' -delete
 say "testing: coverage"
-# The tests that run against the shared library run against the static one too.
-ctest --preset coverage -j "$jobs" --exclude-regex '^shared\.' >"$root/build/coverage/tests.log" || { cat "$root/build/coverage/tests.log"; exit 1; }
+# The tests that run against the shared library run against the static one too. Programs that are killed and refused
+# at each system call would be so while they write their counts down, which are most of their calls.
+ctest --preset coverage -j "$jobs" --exclude-regex '^(shared|crash)\.' >"$root/build/coverage/tests.log" || { cat "$root/build/coverage/tests.log"; exit 1; }
 tail -n 4 "$root/build/coverage/tests.log"
 
 say "coverage"
