@@ -90,8 +90,9 @@ name_missing() {
 
 as_root=()
 [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+# Nothing that a user has put on the machine goes for it.
 install() {
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$@"
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends --no-remove "$@"
 }
 
 install_missing() {
