@@ -362,6 +362,42 @@ TEST_F(TaskPool, StopsAnyTaskThatItIsToldIsDone) {
     EXPECT_TRUE(Eventually([&bDestroyed] { return bDestroyed.load(); }));
 }
 
+// A task of another make that holds whoever stops it.
+namespace {
+
+class HoldingTask final : public ITnRobotTask {
+public:
+    explicit HoldingTask(Gate& gate) : m_gate(gate) {}
+    bool Start() override { return true; }
+    void Stop() override { m_gate.Pass(); }
+    bool IsRunning() override { return true; }
+
+private:
+    Gate& m_gate;
+};
+
+}  // namespace
+
+// What a stranger's task does when it is stopped may need what the pool's tasks have.
+TEST_F(TaskPool, EndsItsThreadBeforeItLetsGoOfTasks) {
+    Gate gate;
+    const OpenAtEnd openAtEnd(gate);
+    auto bound = std::make_shared<int>(0);
+    const std::weak_ptr<int> seen = bound;
+    TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
+    ASSERT_TRUE(pool->CreateTask([bound](ITnRobotEvent* /*pRunEvent*/) {}));
+    bound.reset();
+    const TnRobotPtr<ITnRobotTask> holding = tn::Adopt(new HoldingTask(gate));
+    ParentOf(*pool).OnNotifyStop(holding.get());
+    gate.AwaitArrival();
+    Caller ending([&pool] { pool.reset(); });
+    EXPECT_TRUE(ending.AwaitBlocked());
+    EXPECT_FALSE(seen.expired());
+    gate.Open();
+    ending.Join();
+    EXPECT_TRUE(seen.expired());
+}
+
 TEST_F(TaskPool, ANoticeOfAnIdleTaskDoesNotMakeItIdleTwice) {
     const TnRobotPtr<ITnRobotTaskPool> pool = MakeTaskPool();
     const TnRobotPtr<RecordingRunner> runner = RunnerFor(1);

@@ -18,6 +18,7 @@
 #include "support/bytes/PlainJpeg.h"
 #include "support/fakes/FailingNew.h"
 #include "support/fakes/TestObjects.h"
+#include "support/fakes/TestSurfaces.h"
 #include "support/objects/Archives.h"
 #include "support/objects/Groups.h"
 #include "support/processes/ResourceUse.h"
@@ -185,6 +186,27 @@ Work LoadWideBmp(std::size_t nSize) {
     };
 }
 
+TnRobotPtr<ITnRobotSurface> GreyPicture(ITnRobotSurfacePool& pool, int nWidth, int nHeight) {
+    TnRobotPtr<ITnRobotSurface> surface;
+    const Bytes pixels = Counting(static_cast<std::size_t>(nWidth) * static_cast<std::size_t>(nHeight), 1);
+    EXPECT_EQ(TnRobotImageUtils::NlImage2Surface(Record(TN_IMAGE_GRAY8, nWidth, nHeight, pixels), &pool, surface.put()),
+              0);
+    return surface;
+}
+
+// One pixel of each row, and joined to itself again.
+Work ClipColumn(std::size_t nSize) {
+    return [nHeight = static_cast<int>(nSize)] {
+        const auto blocks = tn::MakeMemoryBlockPool();
+        const auto pool = tn::MakeSurfacePool(blocks.get());
+        const auto surface = GreyPicture(*pool, 8, nHeight);
+        TnRobotPtr<ITnRobotSurface> column;
+        EXPECT_EQ(TnRobotImageUtils::ClipImage(pool.get(), surface.get(), {7, 8, 0, nHeight}, column.put()), 0);
+        TnRobotPtr<ITnRobotSurface> joined;
+        EXPECT_EQ(TnRobotImageUtils::PieceImage(pool.get(), column.get(), column.get(), joined.put()), 1);
+    };
+}
+
 // Texts, paths and rectangles.
 
 Work SplitSeparators(std::size_t nSize) {
@@ -230,6 +252,20 @@ Work MergeEmptyRects(std::size_t nSize) {
     };
 }
 
+// Each is larger than all before it, and starts where those end that were merged so far.
+Work MergeGrowingRects(std::size_t nSize) {
+    std::vector<STnNLRect> rects;
+    for (int n = 0; n < static_cast<int>(nSize); ++n) {
+        rects.push_back({n, n + 1, 0, n + 1});
+    }
+    return [rects] {
+        STnNLRect largest{};
+        const auto nCount = static_cast<unsigned int>(rects.size());
+        EXPECT_EQ(TnRobotRectUtils::findLargestRect(rects.data(), nCount, largest), static_cast<int>(nCount) - 1);
+        EXPECT_EQ(TnRobotRectUtils::mergeRects(rects.data(), nCount).size(), 1U);
+    };
+}
+
 const WorstCase kWorstCases[] = {
     {"colliding_names_loaded", 300, LoadColliding},
     {"colliding_names_used", 300, UseColliding},
@@ -248,6 +284,8 @@ const WorstCase kWorstCases[] = {
     {"separators_of_paths", 50000, CutSeparators},
     {"quotes_filtered", 50000, FilterQuotes},
     {"empty_rectangles", 5000, MergeEmptyRects},
+    {"growing_rectangles", 5000, MergeGrowingRects},
+    {"columns_of_pictures", 4000, ClipColumn},
 };
 
 class WorstCases : public testing::TestWithParam<WorstCase> {
