@@ -58,7 +58,7 @@ std::string GrowthOf(const std::vector<Level>& levels, const char* lpszName, lon
 }  // namespace
 
 Level TakeLevel(double dShare) {
-    return {dShare, ResidentKiB(), HeapKiB(), CountDescriptors(), CountThreads()};
+    return {dShare, ResidentKiB(), HeapKiB(), CountDescriptors(), CountThreads(), 0};
 }
 
 // A sanitizer keeps freed memory and books of its own: how much the process takes says nothing then.
@@ -67,6 +67,13 @@ std::string Growth(const std::vector<Level>& levels) {
         return {};
     }
     return GrowthOf(levels, "resident memory", &Level::nResidentKiB) + GrowthOf(levels, "heap", &Level::nHeapKiB);
+}
+
+double PiecesOfQuarter(const std::vector<Level>& levels, int nQuarter) {
+    const std::size_t nLevels = levels.size() / 4;
+    const std::size_t nFirst = nLevels * static_cast<std::size_t>(nQuarter);
+    const long long nBefore = nFirst == 0 ? 0 : levels[nFirst - 1].nPieces;
+    return nLevels == 0 ? 0 : static_cast<double>(levels[nFirst + nLevels - 1].nPieces - nBefore);
 }
 
 }  // namespace tnsoak

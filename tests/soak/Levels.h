@@ -15,6 +15,7 @@ struct Level {
     long long nHeapKiB = 0;  ///< in use
     std::size_t nDescriptors = 0;
     std::size_t nThreads = 0;
+    long long nPieces = 0;  ///< of work, done so far
 };
 
 /// @return what the process takes now.
@@ -23,6 +24,9 @@ Level TakeLevel(double dShare);
 /// Compares the run's last quarter with its second one; the first one is for warming up.
 /// @return what has grown, one line each; empty when nothing has.
 std::string Growth(const std::vector<Level>& levels);
+
+/// @return the pieces of work that were done in one quarter of the run, 0 to 3.
+double PiecesOfQuarter(const std::vector<Level>& levels, int nQuarter);
 
 }  // namespace tnsoak
 

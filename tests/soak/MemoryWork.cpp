@@ -31,13 +31,13 @@ void UsePool(Worker& worker, ITnRobotMemoryBlockPool& pool, unsigned int nLarges
             continue;  // another thread was faster: the pool says so, and is asked again
         }
         const unsigned int nSeed = worker.Size(0, 255);
-        Require(SizeOf(*block) == nSize, "a block has another size than asked");
+        Insist(SizeOf(*block) == nSize, "a block has another size than asked");
         FillPattern(*block, nSeed);
         taken.push_back({std::move(block), nSize, nSeed});
     }
     std::shuffle(taken.begin(), taken.end(), worker.random);
     for (const Taken& one : taken) {
-        Require(HasPattern(*one.block, one.nSeed), "a block's content has changed");
+        Insist(HasPattern(*one.block, one.nSeed), "a block's content has changed");
     }
 }
 
@@ -57,12 +57,12 @@ void UseStream(Worker& worker) {
     unsigned int nSize = 0;
     stream->BeginReadData();
     while (const unsigned char* pPiece = stream->ReadData(nSize)) {
-        Require(nRead + nSize <= written.size(), "the stream delivers too much");
-        Require(std::equal(pPiece, pPiece + nSize, written.data() + nRead), "the stream's content has changed");
+        Insist(nRead + nSize <= written.size(), "the stream delivers too much");
+        Insist(std::equal(pPiece, pPiece + nSize, written.data() + nRead), "the stream's content has changed");
         nRead += nSize;
     }
     stream->EndReadData();
-    Require(nRead == written.size(), "the stream ends early");
+    Insist(nRead == written.size(), "the stream ends early");
 }
 
 }  // namespace

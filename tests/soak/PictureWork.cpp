@@ -34,7 +34,7 @@ Surface MakeSurface(Worker& worker, ETnNLImageType eType, int nWidth, int nHeigh
     const STnNLImageData record = Record(eType, nWidth, nHeight, pixels);
     Require(Utils::NlImage2Surface(record, worker.shop.surfaces.get(), &pSurface) == 0, "no surface");
     Surface surface(pSurface, tn::kAdopt);
-    Require(SurfaceBytes(surface.get()) == pixels, "a surface differs from its record");
+    Insist(SurfaceBytes(surface.get()) == pixels, "a surface differs from its record");
     return surface;
 }
 
@@ -53,7 +53,7 @@ void ClipAndJoin(Worker& worker, ITnRobotSurface* pWhole) {
     const Surface right(pRight, tn::kAdopt);
     Require(Utils::PieceImage(pPool, left.get(), right.get(), &pJoined) == 1, "the halves are not joined");
     const Surface joined(pJoined, tn::kAdopt);
-    Require(SurfaceBytes(joined.get()) == SurfaceBytes(pWhole), "the joined picture differs");
+    Insist(SurfaceBytes(joined.get()) == SurfaceBytes(pWhole), "the joined picture differs");
 }
 
 Surface LoadFrom(Worker& worker, const std::string& path) {
@@ -64,9 +64,9 @@ Surface LoadFrom(Worker& worker, const std::string& path) {
 
 void RequireAlike(const Bytes& left, const Bytes& right) {
     constexpr int kMostDifference = 20;  // what the compression may cost
-    Require(left.size() == right.size(), "a picture has another size");
+    Insist(left.size() == right.size(), "a picture has another size");
     for (std::size_t n = 0; n < left.size(); ++n) {
-        Require(std::abs(int{left[n]} - int{right[n]}) <= kMostDifference, "a picture is not what was saved");
+        Insist(std::abs(int{left[n]} - int{right[n]}) <= kMostDifference, "a picture is not what was saved");
     }
 }
 
@@ -82,15 +82,15 @@ void UseBmp(Worker& worker) {
     const Surface saved = MakeSurface(worker, TN_IMAGE_GRAY8, nWidth, nHeight, grey);
     Require(Utils::SaveImage(path.c_str(), saved.get()) == 0, "a BMP is not saved");
     const Bytes file = ReadBytes(path);
-    Require(file.size() > grey.size(), "a BMP is too short");
+    Insist(file.size() > grey.size(), "a BMP is too short");
     const Bytes rows(file.end() - static_cast<std::ptrdiff_t>(grey.size()), file.end());
-    Require(FlipRows(rows, static_cast<std::size_t>(nWidth)) == grey, "a BMP has other pixels");
+    Insist(FlipRows(rows, static_cast<std::size_t>(nWidth)) == grey, "a BMP has other pixels");
 
     const Bytes colour = RandomPixels(worker, nWidth, nHeight, kBytesPerPixel);
     const auto nRow = static_cast<std::size_t>(nWidth * kBytesPerPixel);
     WriteBytes(path, BmpFile24(nWidth, nHeight, FlipRows(colour, nRow)));
     const Surface loaded = LoadFrom(worker, path);
-    Require(SurfaceBytes(loaded.get()) == colour, "a loaded BMP has other pixels");
+    Insist(SurfaceBytes(loaded.get()) == colour, "a loaded BMP has other pixels");
     ClipAndJoin(worker, loaded.get());
 }
 
@@ -110,7 +110,7 @@ void UseJpeg(Worker& worker) {
     ITnRobotSurface* pSurface = nullptr;
     Require(Utils::LoadImage(block.get(), worker.shop.surfaces.get(), &pSurface) == 0, "a JPEG in memory is refused");
     const Surface fromMemory(pSurface, tn::kAdopt);
-    Require(SurfaceBytes(fromMemory.get()) == SurfaceBytes(loaded.get()), "disk and memory differ");
+    Insist(SurfaceBytes(fromMemory.get()) == SurfaceBytes(loaded.get()), "disk and memory differ");
     ClipAndJoin(worker, fromMemory.get());
 }
 

@@ -60,14 +60,14 @@ void UseTasks(Worker& worker) {
     const int nEnding = worker.Number(0, kEndings - 1);
     if (nEnding == kByItself) {
         runner->AwaitCleared();
-        Require(runner->IsDone(), "a task was stopped too early");
+        Insist(runner->IsDone(), "a task was stopped too early");
     } else if (nEnding == kStopped) {
         task->Stop();
-        Require(!task->IsRunning(), "a stopped task runs");
+        Insist(!task->IsRunning(), "a stopped task runs");
     }
     task.reset();
     runner->AwaitCleared();
-    Require(runner->HasSumOfDone(), "a runner has lost a piece");
+    Insist(runner->HasSumOfDone(), "a runner has lost a piece");
 }
 
 void UseThread(Worker& worker) {
@@ -81,7 +81,7 @@ void UseThread(Worker& worker) {
         Require(thread->Run(), "a thread does not run");
         thread->Stop();
         const int nNow = nPasses;
-        Require(nNow == nPasses, "a paused thread works");
+        Insist(nNow == nPasses, "a paused thread works");
     }
     thread->Exit(0);
 }

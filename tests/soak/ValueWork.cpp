@@ -39,7 +39,7 @@ Group RandomGroup(Worker& worker) {
         Require(group->SetValue(("t" + strText).c_str(), strText.c_str()) == 0, "no text");
     }
     const ValueSample& sample = Samples()[static_cast<std::size_t>(worker.Number(0, 12))];
-    Require(group->SetValue(sample.lpszName, sample.create().get()) == 0, "no sample");
+    Require(group->SetValue(sample.lpszName, Have(sample.create()).get()) == 0, "no sample");
     return group;
 }
 
@@ -88,11 +88,11 @@ TnRobotPtr<TestNode> MakeChain(int nNodes) {
 void RequireChain(const TestNode& first, int nNodes) {
     const TestNode* pNode = &first;
     for (int n = 1; n < nNodes; ++n) {
-        Require(pNode->Number() == n && !pNode->Children().empty(), "an object has changed");
+        Insist(pNode->Number() == n && !pNode->Children().empty(), "an object has changed");
         pNode = pNode->Children().front();
     }
-    Require(pNode->Number() == nNodes && pNode->Children().empty(), "the last object has changed");
-    Require(pNode->References() == nNodes - 1, "the last object is not shared");
+    Insist(pNode->Number() == nNodes && pNode->Children().empty(), "the last object has changed");
+    Insist(pNode->References() == nNodes - 1, "the last object is not shared");
 }
 
 void ArchiveObjects(Worker& worker) {
@@ -113,7 +113,7 @@ void ArchiveObjects(Worker& worker) {
     CTnRobotObject* pObject = nullptr;
     Require(archive->ReadObject(&pObject) == 1, "the objects were not read");
     const TnRobotPtr<TestNode> loaded = tn::Adopt(dynamic_cast<TestNode*>(pObject));
-    Require(loaded != nullptr, "another object was read");
+    Insist(loaded != nullptr, "another object was read");
     RequireChain(*loaded, nNodes);
 }
 
@@ -140,32 +140,32 @@ void ArchiveGroupOnDisk(Worker& worker) {
 
 void UseValues(Worker& worker) {
     const ValueSample& sample = Samples()[static_cast<std::size_t>(worker.Number(0, 12))];
-    const Value value = sample.create();
+    const Value value = Have(sample.create());
     const Reading reading = ReadAs(*value, sample.eType);
-    Require(reading.nError == 0, "a value has another type");
-    Require(value->Convert2String(nullptr) == sample.strText, "a value has another text");
+    Insist(reading.nError == 0, "a value has another type");
+    Insist(value->Convert2String(nullptr) == sample.strText, "a value has another text");
     const Value clone = tn::Adopt(value->Clone());
     Require(clone != nullptr && SavedFormOf(*clone) == SavedFormOf(*value), "a copy differs");
     const Bytes block(worker.Size(1, 5000), static_cast<unsigned char>(worker.Number(0, 255)));
-    const Value blockValue = BlockValue(block);
-    Require(ReadAs(*blockValue, DATA_TYPE_BLOCK).bytes == block, "a block's bytes have changed");
-    const Value loaded = IntValue(worker.Number(0, 1000));
+    const Value blockValue = Have(BlockValue(block));
+    Insist(ReadAs(*blockValue, DATA_TYPE_BLOCK).bytes == block, "a block's bytes have changed");
+    const Value loaded = Have(IntValue(worker.Number(0, 1000)));
     Require(LoadFrom(*loaded, SavedFormOf(*blockValue)) == 1, "a value was not loaded");
     Require(SavedFormOf(*loaded) == SavedFormOf(*blockValue), "a loaded value differs");
 }
 
 void UseGroups(Worker& worker) {
     const Group group = RandomGroup(worker);
-    const Group clone(group->Clone(), tn::kAdopt);
+    const Group clone = Have(Group(group->Clone(), tn::kAdopt));
     RequireSameEntries(*group, *clone);
     const Group loaded = NewGroup();
     Require(LoadFrom(*loaded, SavedFormOf(*group)) == 1, "a group was not loaded");
     RequireSameEntries(*group, *loaded);
     int nError = -1;
-    Require(group->IntData("n0", &nError) == 0 && nError == 0, "a number has changed");
+    Insist(group->IntData("n0", &nError) == 0 && nError == 0, "a number has changed");
     Require(group->SetValue("n0", "now a text") == 0, "no text instead of a number");
-    Require(group->GetDataValueType("n0") == DATA_TYPE_STRING, "the entry kept its type");
-    Require(group->RemoveValue("n0") == 0 && !group->HasValue("n0"), "the entry is still there");
+    Insist(group->GetDataValueType("n0") == DATA_TYPE_STRING, "the entry kept its type");
+    Insist(group->RemoveValue("n0") == 0 && !group->HasValue("n0"), "the entry is still there");
 }
 
 void UseArchive(Worker& worker) {

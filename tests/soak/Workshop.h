@@ -5,9 +5,9 @@
 #define TNROBOTKERNEL_TESTS_SOAK_WORKSHOP_H_
 
 #include <array>
+#include <exception>
 #include <filesystem>
 #include <random>
-#include <stdexcept>
 #include <string>
 
 #include "TnRobotKernel/TnRobotKernel.h"
@@ -51,11 +51,41 @@ struct Worker {
     }
 };
 
-/// Ends a worker: something is not as it must be.
+/// Something is not as it must be. It takes no memory, of which there may be none.
+class Failure : public std::exception {
+public:
+    explicit Failure(const char* lpszWhat) : m_lpszWhat(lpszWhat) {}
+    const char* what() const noexcept override { return m_lpszWhat; }
+
+private:
+    const char* m_lpszWhat;  // a literal
+};
+
+/// The same where no shortage is an excuse.
+class GraveFailure final : public Failure {
+public:
+    using Failure::Failure;
+};
+
+/// Ends a piece of work, and the run, unless the machine had too little meanwhile.
 inline void Require(bool bHolds, const char* lpszWhat) {
     if (!bHolds) {
-        throw std::runtime_error(lpszWhat);
+        throw Failure(lpszWhat);
     }
+}
+
+/// Ends the run: a content has changed, or what was promised has not come.
+inline void Insist(bool bHolds, const char* lpszWhat) {
+    if (!bHolds) {
+        throw GraveFailure(lpszWhat);
+    }
+}
+
+/// @return what was made, which is there.
+template <typename Pointer>
+Pointer Have(Pointer made) {
+    Require(made != nullptr, "nothing was made");
+    return made;
 }
 
 void UseGeneralPool(Worker& worker);
@@ -67,22 +97,27 @@ void UseBmp(Worker& worker);
 void UseJpeg(Worker& worker);
 void UseTasks(Worker& worker);
 void UseThread(Worker& worker);
+void UsePlugin(Worker& worker);
+void UseFork(Worker& worker);
 
 struct Kind {
     const char* lpszName;
     void (*pfnWork)(Worker&);
     int nWeight;  ///< how often it is chosen
+    bool bRough;  ///< only in a rough run
 };
 
-constexpr std::array<Kind, 9> kKinds = {{{"general", UseGeneralPool, 16},
-                                         {"circle", UseCirclePool, 16},
-                                         {"values", UseValues, 24},
-                                         {"groups", UseGroups, 16},
-                                         {"archive", UseArchive, 8},
-                                         {"bmp", UseBmp, 6},
-                                         {"jpeg", UseJpeg, 6},
-                                         {"tasks", UseTasks, 8},
-                                         {"thread", UseThread, 1}}};
+constexpr std::array<Kind, 11> kKinds = {{{"general", UseGeneralPool, 16, false},
+                                          {"circle", UseCirclePool, 16, false},
+                                          {"values", UseValues, 24, false},
+                                          {"groups", UseGroups, 16, false},
+                                          {"archive", UseArchive, 8, false},
+                                          {"bmp", UseBmp, 6, false},
+                                          {"jpeg", UseJpeg, 6, false},
+                                          {"tasks", UseTasks, 8, false},
+                                          {"thread", UseThread, 1, false},
+                                          {"plug-in", UsePlugin, 2, true},
+                                          {"fork", UseFork, 1, true}}};
 
 /// @return objects of the test's own that the library was to give back, and has not.
 int LiveObjects();
