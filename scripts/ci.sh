@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Everything that must hold before a change lands, step by step; each is a command that a person can
-# type: scripts/ci.sh [--from STEP | --only STEP | --list]. Ends with how long each step took.
+# type: scripts/ci.sh [--night] [--from STEP | --only STEP | --list]. Ends with how long each step took.
+# --night is what takes hours, once before a release: a step that fails does not keep the next ones from running.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 export TNROBOT_CMAKE_ARGUMENTS="-DTNROBOT_WARNINGS_AS_ERRORS=ON"
 
@@ -21,7 +22,7 @@ test_asan() {
 }
 
 # What mostly waits, or needs one core, runs beside the steps after it.
-waiting=" load soak models packages "
+waiting=" load soak rough models packages "
 
 # NAME COMMAND, in this order: what fails most often comes first, what another step needs before it.
 steps=(
@@ -31,6 +32,7 @@ steps=(
     "sync-docs     scripts/docs.sh --sync --check"
     "load          env TNROBOT_FULL_SOAK=1 build/release/tests/tnrobot_shared_tests --gtest_brief=1 --gtest_filter=TaskPoolLoad.*"
     "soak          scripts/soak.sh 0.5"
+    "rough         scripts/soak.sh --rough 0.75"
     "models        scripts/models.sh"
     "packages      try_packages"
     "demo          scripts/demo.sh"
@@ -51,8 +53,28 @@ steps=(
     "instructions  scripts/check_instructions.sh"
 )
 
+# More schedules, hours of load, bytes from outside for an hour a target, other libraries, the whole suite on arm64.
+night=false
+if [ "${1:-}" = --night ]; then
+    night=true
+    waiting=""
+    shift
+    steps=(
+        "schedules-tsan  scripts/schedules.sh 1000 tsan"
+        "schedules-asan  scripts/schedules.sh 1000 asan"
+        "soak            scripts/soak.sh 120"
+        "rough           scripts/soak.sh --rough 120"
+        "arm64           scripts/test.sh arm64"
+        "containers      scripts/test.sh containers"
+        "valgrind        scripts/valgrind.sh"
+        "python-debug    scripts/python.sh debug"
+        "fuzz            scripts/fuzz.sh 3600"
+        "fuzz-tsan       scripts/fuzz.sh --tsan 3600"
+    )
+fi
+
 usage() {
-    echo "usage: $0 [--from STEP | --only STEP | --list]" >&2
+    echo "usage: $0 [--night] [--from STEP | --only STEP | --list]" >&2
     exit 2
 }
 
@@ -79,11 +101,14 @@ print_table() {
     printf '%-14s %8d\n' all "$SECONDS"
 }
 
-# ended NAME SECONDS RESULT: a line for the table, and the end of everything when the step failed.
+# ended NAME SECONDS RESULT: a line for the table, and by day the end of everything when the step failed.
+failed=()
 ended() {
     names+=("$1")
     seconds+=("$2")
-    if [ "$3" -ne 0 ]; then
+    if [ "$3" -ne 0 ] && $night; then
+        failed+=("$1")
+    elif [ "$3" -ne 0 ]; then
         print_table
         say "FAILED: $1; go on with scripts/ci.sh --from $1"
         exit "$3"
@@ -142,4 +167,5 @@ for each in "${steps[@]}"; do
 done
 join_steps
 print_table
+[ ${#failed[@]} -eq 0 ] || { say "FAILED: ${failed[*]}"; exit 1; }
 say "all checks passed"

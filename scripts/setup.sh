@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing:
-# scripts/setup.sh [build|camera|test|asan|bench|coverage|docs|models|package|python|checks|arm64|all].
+# scripts/setup.sh [build|camera|test|asan|containers|libcxx|bench|coverage|docs|models|package|python|checks|arm64|all].
 #   build     compiler, CMake, libraries           (enough for scripts/demo.sh)
 #   camera    and GStreamer, for the example with a camera
 #   test      and the test framework               (enough for scripts/test.sh)
 #   asan      and clang                            (enough for scripts/test.sh asan)
+#   containers  and the framework's sources        (enough for scripts/test.sh containers)
+#   libcxx    and LLVM's C++ library, which cannot be beside GStreamer's development files
+#                                                  (enough for scripts/test.sh libcxx)
 #   bench     or the benchmark framework and peers (enough for scripts/bench.sh)
 #   coverage  the tests' and gcovr                 (enough for scripts/coverage.sh)
 #   docs      Doxygen and Graphviz                 (enough for scripts/docs.sh)
@@ -46,6 +49,8 @@ case "$wanted" in
     camera) packages+=("${frames[@]}") ;;
     test) packages+=("${tests[@]}") ;;
     asan) packages+=("${tests[@]}" "${sanitizing[@]}") ;;
+    containers) packages+=("${tests[@]}" googletest) ;;
+    libcxx) packages+=("${tests[@]}" "${sanitizing[@]}" googletest libc++-dev libc++abi-dev) ;;
     coverage) packages+=("${tests[@]}" gcovr) ;;
     docs) packages=("${documents[@]}") ;;
     models) packages=("${modelling[@]}") ;;
@@ -59,7 +64,7 @@ case "$wanted" in
         [ "$wanted" = checks ] || packages+=("${cross[@]}")
         optional=("${peers[@]}" python3-dbg python3-opencv python3-pil)
         ;;
-    *) echo "usage: $0 [build|camera|test|asan|bench|coverage|docs|models|package|python|checks|arm64|all]" >&2; exit 2 ;;
+    *) echo "usage: $0 [build|camera|test|asan|containers|libcxx|bench|coverage|docs|models|package|python|checks|arm64|all]" >&2; exit 2 ;;
 esac
 
 # select_missing PACKAGE...: those of them that are not installed, into the array "missing".

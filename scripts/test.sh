@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the library and its tests and runs them: scripts/test.sh [PRESET] [--only SUBSYSTEM | --public],
 # release by default. asan and tsan are the same suite under the sanitizers, debug checks invariants,
-# arm64 runs in an emulator.
+# arm64 runs in an emulator; containers and libcxx are debug builds with GCC's checking containers and with LLVM's
+# C++ library, without the logger and the examples.
 #   --only SUBSYSTEM  builds and runs what is in tests/SUBSYSTEM, for the time between two changes
 #   --public          builds and runs what meets the libraries from outside, as applications do, and
 #                     compares the exported names with abi/exports.txt
@@ -30,8 +31,8 @@ while [ $# -gt 0 ]; do
 done
 [ -z "$only" ] || [ -z "$public" ] || usage
 case "$preset" in
-    release | debug | asan | tsan | coverage | arm64) ;;
-    *) echo "there is no preset $preset; there are release, debug, asan, tsan, coverage, arm64" >&2; usage ;;
+    release | debug | asan | tsan | coverage | arm64 | containers | libcxx) ;;
+    *) echo "there is no preset $preset; there are release, debug, asan, tsan, coverage, arm64, containers, libcxx" >&2; usage ;;
 esac
 preload=()
 if [ -n "${TNROBOT_TEST_PRELOAD:-}" ]; then
@@ -40,7 +41,7 @@ if [ -n "${TNROBOT_TEST_PRELOAD:-}" ]; then
     preload=(env "LD_PRELOAD=$TNROBOT_TEST_PRELOAD")
 fi
 case "$preset" in
-    arm64 | asan) "$root/scripts/setup.sh" "$preset" ;;
+    arm64 | asan | containers | libcxx) "$root/scripts/setup.sh" "$preset" ;;
     *) "$root/scripts/setup.sh" test ;;
 esac
 
