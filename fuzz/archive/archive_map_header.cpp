@@ -1,5 +1,6 @@
 // Reads class and object tables from untrusted bytes; whole ones are written again as they were.
 
+#include "FuzzBudget.h"
 #include "archive/FuzzArchive.h"
 
 using namespace tnfuzz;
@@ -49,6 +50,7 @@ private:
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     const Bytes bytes(pData, pData + nSize);
     const LoadingArchive archive(bytes);
     const std::size_t nWhole = HeaderWalk(bytes).Length();

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "FuzzBudget.h"
 #include "archive/FuzzArchive.h"
 
 using namespace tnfuzz;
@@ -208,6 +209,7 @@ void ReadThroughReader(const Bytes& bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     const Bytes bytes(pData, pData + nSize);
     ReadThroughReader(bytes);
     Require(CUncounted::Count() == 0, "a reader leaves nothing behind");

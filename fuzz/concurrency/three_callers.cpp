@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "FuzzBudget.h"
 #include "FuzzInput.h"
 #include "TnRobotKernel/make.h"
 #include "concurrency/ActingRunner.h"
@@ -327,6 +328,9 @@ void AwaitNobody(World& world) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    // Blocks of 24 MiB in all slots, as many idle ones, and a circular pool.
+    constexpr FuzzLimits kLimits = {1LL << 30, 1024, 5, 5e-5};
+    const FuzzBudget budget(nSize, kLimits);
     FuzzInput input(pData, nSize);
     World world(input.Below(4) == 0);
     MakeCalls(world, ReadPlan(input));

@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "FuzzBudget.h"
 #include "FuzzInput.h"
 #include "TnRobotKernel/ptr.h"
 #include "support/fakes/TestBlocks.h"
@@ -207,6 +208,7 @@ private:
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     FuzzInput input(pData, nSize);
     Run run(input);
     while (input.Left() != 0) {

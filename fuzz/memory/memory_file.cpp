@@ -4,6 +4,7 @@
 
 #include <limits>
 
+#include "FuzzBudget.h"
 #include "FuzzInput.h"
 #include "TnRobotKernel/ptr.h"
 #include "support/bytes/MemFileModels.h"
@@ -170,6 +171,7 @@ void RunKind(unsigned int nKind, const Bytes& bytes, ITnRobotMemFile& file) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     FuzzInput input(pData, nSize);
     const MemFile file = MakeFile();
     // Two files one after the other in the same object: nothing of the first one is left.

@@ -2,6 +2,7 @@
 
 #include <TnRobotKernel/TnRobotKernel.h>
 
+#include "FuzzBudget.h"
 #include "FuzzInput.h"
 #include "utils/Base64Reference.h"
 
@@ -28,6 +29,7 @@ std::string Encode(const Bytes& bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     const Bytes bytes(pData, pData + nSize);
     const std::string strEncoded = Encode(bytes);
     Require(strEncoded == base64_reference::Encode(bytes), "bytes are encoded as by a plain encoder");

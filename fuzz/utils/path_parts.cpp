@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "FuzzBudget.h"
 #include "FuzzInput.h"
 
 using namespace tnfuzz;
@@ -47,6 +48,7 @@ void CheckBuilt(const Buffer& buffer, std::string strPath) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     const std::string strPath(pData, std::find(pData, pData + nSize, 0));
     const std::size_t nSeparator = strPath.find_last_of("/\\");
     const bool bSeparated = nSeparator != std::string::npos;

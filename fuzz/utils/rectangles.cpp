@@ -5,6 +5,7 @@
 #include <set>
 #include <vector>
 
+#include "FuzzBudget.h"
 #include "FuzzInput.h"
 
 using namespace tnfuzz;
@@ -171,6 +172,7 @@ void CheckQuad(FuzzInput& input, bool bSmall) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     FuzzInput input(pData, nSize);
     const bool bSmall = input.Below(2) == 0;
     CheckQuad(input, bSmall);

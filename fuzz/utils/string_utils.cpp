@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "FuzzBudget.h"
 #include "FuzzInput.h"
 
 using namespace tnfuzz;
@@ -88,6 +89,7 @@ void CheckSplitting(const std::string& strText, char chSeparator) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nSize) {
+    const FuzzBudget budget(nSize);
     FuzzInput input(pData, nSize);
     const auto chSeparator = static_cast<char>(input.Number<std::uint8_t>());
     const Bytes bytes = input.Rest();
