@@ -152,6 +152,18 @@ TEST(NlImage2Surface, FailsWhenTheOnlySurfaceGetsNoPixels) {
     EXPECT_EQ(tn::Adopt(pSurface)->QueryTimeStamp(), 0U) << "the surface went back to its pool before";
 }
 
+// A surface of another make, as a caller's own pool may have them.
+TEST(NlImage2Surface, RefusesASurfaceThatSaysHowMuchItHoldsAndNotWhere) {
+    const Bytes bytes = Counting(12);
+    const auto target = TestSurface::Create(MakeDesc(TN_IMAGE_BGR24, 4, 1), Bytes(12));
+    target->HideBytes();
+    const auto pool = TestSurfacePool::Create(0, target.get());
+    ITnRobotSurface* pSurface = Untouched();
+    EXPECT_EQ(Utils::NlImage2Surface(Record(TN_IMAGE_BGR24, 4, 1, bytes), pool.get(), &pSurface), -1);
+    EXPECT_EQ(pSurface, Untouched());
+    EXPECT_EQ(target->OpenLocks(), 0);
+}
+
 TEST(NlImage2Surface, LocksInPairs) {
     const Bytes bytes = Counting(12);
     const auto target = TestSurface::Create(MakeDesc(TN_IMAGE_BGR24, 4, 1), Bytes(12));

@@ -18,7 +18,7 @@ bool TestSurface::LockSurface(STnLockSurface& lock) {
     lock.nHeight = m_desc.nHeight;
     lock.nPitch = m_desc.nPitch;
     lock.eImageType = m_desc.eImageType;
-    lock.pData = m_bytes.empty() ? nullptr : m_bytes.data();
+    lock.pData = m_bytes.empty() || m_bHide ? nullptr : m_bytes.data();
     lock.nDataSize = static_cast<unsigned int>(m_bytes.size());
     return true;
 }

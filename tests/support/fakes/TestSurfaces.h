@@ -27,6 +27,8 @@ public:
 
     /// Locks fail from now on.
     void RefuseLocks() { m_bRefuse = true; }
+    /// Locks tell the size from now on, and no place.
+    void HideBytes() { m_bHide = true; }
     int OpenLocks() const { return m_nLocks; }
     const Bytes& Content() const { return m_bytes; }
 
@@ -43,6 +45,7 @@ private:
     Desc m_desc;
     Bytes m_bytes;
     bool m_bRefuse = false;
+    bool m_bHide = false;
     int m_nLocks = 0;
 };
 
