@@ -127,7 +127,8 @@ public:
     /// ones with the same identifier; a record that is registered already moves there. Null is
     /// ignored. Thread-safe; throws std::bad_alloc when the system has no memory left.
     /// A class is never unregistered while its module is loaded. When a plug-in is closed, the
-    /// classes whose records are part of it are forgotten; nobody may look classes up meanwhile.
+    /// classes whose records are part of it are forgotten. Others may be looked up and registered
+    /// meanwhile; whoever closes it sees to it that nobody makes or has objects of the plug-in's own.
     /// @param[in] pClass  borrowed until its module is closed, for memory outside of modules for the
     ///            rest of the process's life; its link is written.
     explicit TN_REG_CLASS(STnRuntimeClass* pClass);

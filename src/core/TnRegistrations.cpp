@@ -5,7 +5,9 @@
 
 #include <link.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <utility>
 
 namespace tnrobot {
 
@@ -22,75 +24,124 @@ bool Holds(const dl_phdr_info& module, std::uintptr_t nFirst, std::uintptr_t nLa
     return false;
 }
 
-// Whether the record's memory belongs to a module that is loaded now and may be closed: any but the
-// program itself, which is the one without a name.
-bool LiesInModule(const STnRuntimeClass* pClass) {
-    constexpr int kInModule = 1;
-    constexpr int kInProgram = 2;
-    const int nFound = dl_iterate_phdr(
-        [](dl_phdr_info* pModule, std::size_t /*nSize*/, void* pRecord) {
-            const auto nFirst = reinterpret_cast<std::uintptr_t>(pRecord);
-            if (!Holds(*pModule, nFirst, nFirst + sizeof(STnRuntimeClass) - 1)) {
+// Where a record lies.
+struct Place {
+    bool bInModule = false;      // in one that is loaded now and may be closed: any but the program itself
+    std::uintptr_t nLength = 0;  // of that module
+};
+
+std::uintptr_t LengthOf(const dl_phdr_info& module) {
+    std::uintptr_t nEnd = 0;
+    for (int n = 0; n < module.dlpi_phnum; ++n) {
+        const ElfW(Phdr)& segment = module.dlpi_phdr[n];
+        if (segment.p_type == PT_LOAD) {
+            nEnd = std::max(nEnd, static_cast<std::uintptr_t>(segment.p_vaddr + segment.p_memsz));
+        }
+    }
+    return nEnd;
+}
+
+Place PlaceOf(const STnRuntimeClass* pClass) {
+    struct Search {
+        std::uintptr_t nFirst;
+        Place place;
+    } search = {reinterpret_cast<std::uintptr_t>(pClass), {}};
+    dl_iterate_phdr(
+        [](dl_phdr_info* pModule, std::size_t /*nSize*/, void* p) {
+            auto* pSearch = static_cast<Search*>(p);
+            if (!Holds(*pModule, pSearch->nFirst, pSearch->nFirst + sizeof(STnRuntimeClass) - 1)) {
                 return 0;
             }
-            return pModule->dlpi_name != nullptr && pModule->dlpi_name[0] == '\0' ? kInProgram : kInModule;
+            const bool bProgram = pModule->dlpi_name != nullptr && pModule->dlpi_name[0] == '\0';
+            pSearch->place = {!bProgram, LengthOf(*pModule)};
+            return 1;
         },
-        const_cast<STnRuntimeClass*>(pClass));
-    return nFound == kInModule;
+        &search);
+    return search.place;
+}
+
+// The loader lists a module that is being opened before it has corrected the addresses in it. Until then they
+// are what stands in the file, counted from the module's begin.
+template <typename Pointer>
+bool IsCorrected(Pointer p, const Place& place) {
+    return p == nullptr || reinterpret_cast<std::uintptr_t>(p) >= place.nLength;
 }
 
 // Where a module was closed another one may lie now; there the record says something else. The
 // same module opened again lies there with the same record, which is as good as before. One of the
 // two fields may have been set after the registration.
 bool IsThere(const Registration& registration) {
+    if (!registration.m_bInModule) {
+        return true;
+    }
     const STnRuntimeClass* pClass = registration.m_pClass;
-    return !registration.m_bInModule ||
-           (LiesInModule(pClass) && (pClass->m_lpszClassGuid == registration.m_lpszClassGuid ||
-                                     pClass->m_pfnCreateObject == registration.m_pfnCreateObject));
+    const Place place = PlaceOf(pClass);
+    if (!place.bInModule) {
+        return false;
+    }
+    const char* const lpszGuid = pClass->m_lpszClassGuid;
+    const TnCreateObjectFunction pfnCreate = pClass->m_pfnCreateObject;
+    return IsCorrected(lpszGuid, place) && IsCorrected(pfnCreate, place) &&
+           (lpszGuid == registration.m_lpszClassGuid || pfnCreate == registration.m_pfnCreateObject);
 }
 
 }  // namespace
 
-unsigned long long CountClosedModules() {
-    unsigned long long nClosed = 0;
+// The loader holds the lock under which it unmaps modules while it calls, and counts them under it too.
+void WhileModulesStay(void (*pfnWork)(unsigned long long nClosed, void* pContext), void* pContext) {
+    struct Call {
+        void (*pfnWork)(unsigned long long, void*);
+        void* pContext;
+    } call = {pfnWork, pContext};
     dl_iterate_phdr(
-        [](dl_phdr_info* pModule, std::size_t /*nSize*/, void* pClosed) {
-            *static_cast<unsigned long long*>(pClosed) = pModule->dlpi_subs;
-            return 1;  // the number is the same in every module
+        [](dl_phdr_info* pModule, std::size_t /*nSize*/, void* p) {
+            const auto* pCall = static_cast<const Call*>(p);
+            pCall->pfnWork(pModule->dlpi_subs, pCall->pContext);
+            return 1;  // once: the number is the same in every module
         },
-        &nClosed);
-    return nClosed;
+        &call);
 }
 
+// Nothing is freed here: memory may be an application's own affair, with locks that another thread holds
+// while it asks the loader.
 template <typename Condition>
-void Registrations::_DropIf(Condition condition) {
+void Registrations::_ForgetIf(Condition condition) {
     Registration** ppLink = &m_pNewest;
     while (*ppLink != nullptr) {
         Registration* p = *ppLink;
         if (condition(*p)) {
             *ppLink = p->m_pOlder;
-            delete p;
+            p->m_pOlder = m_pForgotten;
+            m_pForgotten = p;
         } else {
             ppLink = &p->m_pOlder;
         }
     }
 }
 
+void Registrations::FreeForgotten() {
+    while (m_pForgotten != nullptr) {
+        delete std::exchange(m_pForgotten, m_pForgotten->m_pOlder);
+    }
+}
+
 Registrations::~Registrations() {
-    _DropIf([](const Registration&) { return true; });
+    _ForgetIf([](const Registration&) { return true; });
+    FreeForgotten();
 }
 
 bool Registrations::Add(STnRuntimeClass* pClass) {
-    auto* pNew =
-        new Registration{pClass, pClass->m_lpszClassGuid, pClass->m_pfnCreateObject, LiesInModule(pClass), nullptr};
-    _DropIf([pClass](const Registration& registration) { return registration.m_pClass == pClass; });
+    auto* pNew = new Registration{pClass, pClass->m_lpszClassGuid, pClass->m_pfnCreateObject, PlaceOf(pClass).bInModule,
+                                  nullptr};
+    _ForgetIf([pClass](const Registration& registration) { return registration.m_pClass == pClass; });
+    FreeForgotten();
     pNew->m_pOlder = m_pNewest;
     m_pNewest = pNew;
     return pNew->m_bInModule;
 }
 
 void Registrations::ForgetClosedModules() {
-    _DropIf([](const Registration& registration) { return !IsThere(registration); });
+    _ForgetIf([](const Registration& registration) { return !IsThere(registration); });
 }
 
 }  // namespace tnrobot

@@ -8,8 +8,16 @@
 
 namespace tnrobot {
 
-/// How many modules the process has closed so far. Thread-safe.
-unsigned long long CountClosedModules();
+/// Runs work while no module is opened or closed, so that what lies in a module stays. The loader's own lock is
+/// held: the work takes no other lock, allocates and frees nothing, and does not throw. Work may be nested.
+/// @param[in] pfnWork   is told how many modules the process has closed so far, and pContext.
+void WhileModulesStay(void (*pfnWork)(unsigned long long nClosed, void* pContext), void* pContext);
+
+/// The same for a function object. @param[in] work  void(unsigned long long nClosed).
+template <typename Work>
+void WhileModulesStay(Work work) {
+    WhileModulesStay([](unsigned long long nClosed, void* pWork) { (*static_cast<Work*>(pWork))(nClosed); }, &work);
+}
 
 /// One registered record, and what it said then.
 struct Registration {
@@ -37,14 +45,18 @@ public:
     /// changes nothing. @return whether the record is part of a module that may be closed.
     bool Add(STnRuntimeClass* pClass);
 
-    /// Drops the records whose modules are closed.
+    /// Sets the records aside whose modules are closed. Call it while modules stay.
     void ForgetClosedModules();
+
+    /// Frees what was set aside. Call it when modules come and go again.
+    void FreeForgotten();
 
 private:
     template <typename Condition>
-    void _DropIf(Condition condition);
+    void _ForgetIf(Condition condition);
 
     Registration* m_pNewest = nullptr;
+    Registration* m_pForgotten = nullptr;
 };
 
 /// Takes the lock of the registered classes, so that it is not lost in a child; called before a fork.

@@ -17,10 +17,10 @@ namespace {
 // Newest registration first. A plug-in that is opened at run time registers its classes while
 // other threads look theirs up, so links are published with release and read with acquire.
 std::atomic<STnRuntimeClass*> g_pHeadClass{&CTnRobotObject::classCTnRobotObject};
-std::mutex g_registration;                  // held while the chain changes
-tnrobot::Registrations g_registrations;     // guarded by g_registration
-std::atomic<unsigned long long> g_nClosed;  // modules closed when the chain was last looked through
-std::atomic<bool> g_bMayClose;              // whether a module with registered classes can be closed; see FindClass
+std::mutex g_registration;               // held while the chain changes
+tnrobot::Registrations g_registrations;  // guarded by g_registration
+unsigned long long g_nClosed = 0;        // modules closed when the chain was last looked through; guarded, too
+std::atomic<bool> g_bMayClose;           // whether a module with registered classes can be closed
 
 // The link is a plain pointer, because the record's layout is part of the interface.
 STnRuntimeClass* Next(const STnRuntimeClass* pClass) {
@@ -32,7 +32,7 @@ void SetNext(STnRuntimeClass* pClass, STnRuntimeClass* pNext) {
 }
 
 // A record that is linked already would close the chain into a ring. The caller holds
-// g_registration.
+// g_registration, and modules stay.
 void Unlink(STnRuntimeClass* pClass) {
     for (STnRuntimeClass* p = g_pHeadClass.load(std::memory_order_acquire); p != nullptr; p = Next(p)) {
         if (Next(p) == pClass) {
@@ -43,11 +43,9 @@ void Unlink(STnRuntimeClass* pClass) {
 }
 
 // A plug-in that is closed takes its records with it. The chain runs through them, so it is linked
-// anew around them. The caller holds g_registration.
-void ForgetClosedModules() {
-    const unsigned long long nClosed = tnrobot::CountClosedModules();
-    // Relaxed suffices: it is written only under the lock that is held here.
-    if (nClosed == g_nClosed.load(std::memory_order_relaxed)) {
+// anew around them. The caller holds g_registration, and modules stay.
+void ForgetClosedModules(unsigned long long nClosed) {
+    if (nClosed == g_nClosed) {
         return;
     }
     g_registrations.ForgetClosedModules();
@@ -57,36 +55,50 @@ void ForgetClosedModules() {
         SetNext(p->m_pClass, p->m_pOlder != nullptr ? p->m_pOlder->m_pClass : pRoot);
     }
     g_pHeadClass.store(pNewest != nullptr ? pNewest->m_pClass : pRoot, std::memory_order_release);
-    // Last, with release: whoever acquires this number goes the new way around what was closed.
-    g_nClosed.store(nClosed, std::memory_order_release);
+    g_nClosed = nClosed;
 }
 
-const STnRuntimeClass* SearchChain(const char* lpszGuid) {
+struct Creator {
+    bool bFound = false;
+    TnCreateObjectFunction pfnCreate = nullptr;
+};
+
+// @param[in] mayGoOn  asked before each record is read.
+template <typename Condition>
+Creator SearchChain(const char* lpszGuid, Condition mayGoOn) {
     const STnRuntimeClass* p = g_pHeadClass.load(std::memory_order_acquire);
-    while (p != nullptr && (p->m_lpszClassGuid == nullptr || std::strcmp(p->m_lpszClassGuid, lpszGuid) != 0)) {
-        p = Next(p);
+    for (; p != nullptr && mayGoOn(); p = Next(p)) {
+        if (p->m_lpszClassGuid != nullptr && std::strcmp(p->m_lpszClassGuid, lpszGuid) == 0) {
+            return {true, p->m_pfnCreateObject};
+        }
     }
-    return p;
+    return {};
 }
 
-// A class that is registered again leaves its place before it comes to the front, so who misses it
-// looks once more while nothing moves.
-//
-// Acquire and release suffice for the flag and the number, too: a module that was closed before this
-// look-up was registered before, and the flag was set then. One that is closed meanwhile may be gone in
-// the middle of the search, whatever is read here: its owner has to prevent that.
-const STnRuntimeClass* FindClass(const char* lpszGuid) {
-    if (g_bMayClose.load(std::memory_order_acquire) &&
-        tnrobot::CountClosedModules() != g_nClosed.load(std::memory_order_acquire)) {
-        const std::lock_guard<std::mutex> lock(g_registration);
-        ForgetClosedModules();
-    }
-    const STnRuntimeClass* pClass = SearchChain(lpszGuid);
-    if (pClass == nullptr) {
-        const std::lock_guard<std::mutex> lock(g_registration);
-        pClass = SearchChain(lpszGuid);
-    }
-    return pClass;
+// Most programs never close a module with classes in it, and need nothing of the loader. The flag is set before
+// the first record of such a module is linked, so whoever comes to that record by an acquired link finds it set.
+Creator SearchUnlocked(const char* lpszGuid) {
+    return SearchChain(lpszGuid, [] { return !g_bMayClose.load(std::memory_order_acquire); });
+}
+
+// While nothing moves, and no module goes with its records in the middle of the search. The loader's lock is only
+// taken below ours, which a fork waits for: a child could not take it if another thread had it then.
+Creator SearchLocked(const char* lpszGuid) {
+    const std::lock_guard<std::mutex> lock(g_registration);
+    Creator creator;
+    tnrobot::WhileModulesStay([lpszGuid, &creator](unsigned long long nClosed) {
+        ForgetClosedModules(nClosed);
+        creator = SearchChain(lpszGuid, [] { return true; });
+    });
+    g_registrations.FreeForgotten();
+    return creator;
+}
+
+// A class that is registered again leaves its place before it comes to the front, so who misses it without
+// a lock looks once more.
+Creator FindCreator(const char* lpszGuid) {
+    const Creator creator = SearchUnlocked(lpszGuid);
+    return creator.bFound ? creator : SearchLocked(lpszGuid);
 }
 
 }  // namespace
@@ -110,11 +122,8 @@ CTnRobotObject* CTnRobotObject::CreateObjectFromGUID(const char* lpszGuid) {
     if (lpszGuid == nullptr || lpszGuid[0] == '\0') {
         return nullptr;
     }
-    const STnRuntimeClass* pClass = FindClass(lpszGuid);
-    if (pClass == nullptr || pClass->m_pfnCreateObject == nullptr) {
-        return nullptr;
-    }
-    return pClass->m_pfnCreateObject();
+    const Creator creator = FindCreator(lpszGuid);
+    return creator.pfnCreate != nullptr ? creator.pfnCreate() : nullptr;
 }
 
 TN_REG_CLASS::TN_REG_CLASS(STnRuntimeClass* pClass) {
@@ -122,17 +131,29 @@ TN_REG_CLASS::TN_REG_CLASS(STnRuntimeClass* pClass) {
         return;  // the root record stays the last
     }
     const std::lock_guard<std::mutex> lock(g_registration);
-    ForgetClosedModules();
-    STnRuntimeClass* pHead = g_pHeadClass.load(std::memory_order_acquire);
-    if (pClass == pHead) {
+    bool bNewest = false;
+    tnrobot::WhileModulesStay([pClass, &bNewest](unsigned long long nClosed) {
+        ForgetClosedModules(nClosed);
+        bNewest = pClass == g_pHeadClass.load(std::memory_order_acquire);
+    });
+    g_registrations.FreeForgotten();
+    if (bNewest) {
         return;
     }
     // What can fail comes first: a class that moves keeps its place when memory ends.
     if (g_registrations.Add(pClass)) {
         g_bMayClose.store(true, std::memory_order_release);
     }
-    Unlink(pClass);
-    SetNext(pClass, pHead);
-    // Release publishes the record's plain fields too: they were written before it came here.
-    g_pHeadClass.store(pClass, std::memory_order_release);
+    tnrobot::WhileModulesStay([pClass](unsigned long long nClosed) {
+        ForgetClosedModules(nClosed);
+        STnRuntimeClass* pHead = g_pHeadClass.load(std::memory_order_acquire);
+        if (pClass == pHead) {
+            return;  // a module was closed meanwhile, and the chain is linked as it was registered
+        }
+        Unlink(pClass);
+        SetNext(pClass, pHead);
+        // Release publishes the record's plain fields too: they were written before it came here.
+        g_pHeadClass.store(pClass, std::memory_order_release);
+    });
+    g_registrations.FreeForgotten();
 }

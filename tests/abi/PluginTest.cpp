@@ -4,8 +4,10 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "TnRobotKernel/TnRobotKernel.h"
@@ -349,6 +351,40 @@ TEST_F(Border, EveryLookUpAfterAPluginHasClosedIsRight) {
     EXPECT_TRUE(IsCreated(kPluginNodeGuid));
     Close();
     EXPECT_FALSE(IsCreated(kPluginNodeGuid));
+    EXPECT_FALSE(IsCreated(kPluginNodeGuid));
+}
+
+// The program's classes are older than the plug-in's, so every search passes through the plug-in's records.
+TEST_F(Border, ClassesMayBeLookedUpAndRegisteredWhileAPluginComesAndGoes) {
+    Close();
+    Register<kFirst>();
+    Register<kSecond>();
+    std::atomic<bool> bStop{false};
+    std::atomic<int> nWrong{0};
+    std::vector<std::thread> threads;
+    for (int n = 0; n < 3; ++n) {
+        threads.emplace_back([&bStop, &nWrong] {
+            while (!bStop) {
+                nWrong += IsCreated(kFirst) && !IsCreated("no class") ? 0 : 1;
+            }
+        });
+    }
+    threads.emplace_back([&bStop] {
+        while (!bStop) {
+            Register<kThird>();
+            std::this_thread::yield();
+        }
+    });
+    constexpr int kVisits = 1000;
+    for (int n = 0; n < kVisits; ++n) {
+        Open();
+        Close();
+    }
+    bStop = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(nWrong, 0);
     EXPECT_FALSE(IsCreated(kPluginNodeGuid));
 }
 
