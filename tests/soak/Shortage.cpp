@@ -16,7 +16,6 @@ std::atomic<Shortage> g_eShortage{Shortage::kNone};
 std::atomic<unsigned int> g_nChanges{0};  // odd while there is a shortage
 std::atomic<long long> g_nRefused{0};
 thread_local int t_nSpared = 0;
-thread_local unsigned int t_nAsked = 0;
 
 bool Refuse(bool bRefused) {
     if (bRefused) {
@@ -41,6 +40,8 @@ extern "C" int pthread_create(pthread_t* pThread, const pthread_attr_t* pAttribu
 
 #ifdef TNROBOT_SOAK_REFUSES_MEMORY
 namespace {
+
+thread_local unsigned int t_nAsked = 0;
 
 bool IsMemoryRefused() {
     constexpr unsigned int kOneOf = 61;  // shares no factor with how often a piece of work allocates
