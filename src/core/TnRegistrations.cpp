@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <new>
 #include <utility>
 
 namespace tnrobot {
@@ -17,7 +18,8 @@ bool Holds(const dl_phdr_info& module, std::uintptr_t nFirst, std::uintptr_t nLa
     for (int n = 0; n < module.dlpi_phnum; ++n) {
         const ElfW(Phdr)& segment = module.dlpi_phdr[n];
         const std::uintptr_t nStart = module.dlpi_addr + segment.p_vaddr;
-        if (segment.p_type == PT_LOAD && nFirst >= nStart && nLast - nStart < segment.p_memsz) {
+        const bool bWritable = (segment.p_flags & PF_W) != 0;  // as records are, whose links change
+        if (segment.p_type == PT_LOAD && bWritable && nFirst >= nStart && nLast - nStart < segment.p_memsz) {
             return true;
         }
     }
@@ -63,13 +65,13 @@ Place PlaceOf(const STnRuntimeClass* pClass) {
 // The loader lists a module that is being opened before it has corrected the addresses in it. Until then they
 // are what stands in the file, counted from the module's begin.
 template <typename Pointer>
-bool IsCorrected(Pointer p, const Place& place) {
-    return p == nullptr || reinterpret_cast<std::uintptr_t>(p) >= place.nLength;
+bool IsCorrected(Pointer p, Pointer pRegistered, const Place& place) {
+    return p == nullptr || p == pRegistered || reinterpret_cast<std::uintptr_t>(p) >= place.nLength;
 }
 
 // Where a module was closed another one may lie now; there the record says something else. The
 // same module opened again lies there with the same record, which is as good as before. One of the
-// two fields may have been set after the registration.
+// two fields may have been set after the registration. Nulls are everywhere and prove nothing.
 bool IsThere(const Registration& registration) {
     if (!registration.m_bInModule) {
         return true;
@@ -81,8 +83,10 @@ bool IsThere(const Registration& registration) {
     }
     const char* const lpszGuid = pClass->m_lpszClassGuid;
     const TnCreateObjectFunction pfnCreate = pClass->m_pfnCreateObject;
-    return IsCorrected(lpszGuid, place) && IsCorrected(pfnCreate, place) &&
-           (lpszGuid == registration.m_lpszClassGuid || pfnCreate == registration.m_pfnCreateObject);
+    const bool bSameGuid = lpszGuid != nullptr && lpszGuid == registration.m_lpszClassGuid;
+    const bool bSameFunction = pfnCreate != nullptr && pfnCreate == registration.m_pfnCreateObject;
+    return IsCorrected(lpszGuid, registration.m_lpszClassGuid, place) &&
+           IsCorrected(pfnCreate, registration.m_pfnCreateObject, place) && (bSameGuid || bSameFunction);
 }
 
 }  // namespace
@@ -102,46 +106,44 @@ void WhileModulesStay(void (*pfnWork)(unsigned long long nClosed, void* pContext
         &call);
 }
 
-// Nothing is freed here: memory may be an application's own affair, with locks that another thread holds
-// while it asks the loader.
+ForgottenRegistrations::~ForgottenRegistrations() {
+    while (m_pFirst != nullptr) {
+        delete std::exchange(m_pFirst, m_pFirst->m_pOlder);
+    }
+}
+
+std::unique_ptr<Registration> RememberRecord(STnRuntimeClass* pClass) noexcept {
+    return std::unique_ptr<Registration>(new (std::nothrow) Registration{
+        pClass, pClass->m_lpszClassGuid, pClass->m_pfnCreateObject, PlaceOf(pClass).bInModule, nullptr});
+}
+
 template <typename Condition>
-void Registrations::_ForgetIf(Condition condition) {
+void Registrations::_ForgetIf(Condition condition, ForgottenRegistrations& forgotten) {
     Registration** ppLink = &m_pNewest;
     while (*ppLink != nullptr) {
         Registration* p = *ppLink;
         if (condition(*p)) {
             *ppLink = p->m_pOlder;
-            p->m_pOlder = m_pForgotten;
-            m_pForgotten = p;
+            forgotten.Take(p);
         } else {
             ppLink = &p->m_pOlder;
         }
     }
 }
 
-void Registrations::FreeForgotten() {
-    while (m_pForgotten != nullptr) {
-        delete std::exchange(m_pForgotten, m_pForgotten->m_pOlder);
-    }
-}
-
-Registrations::~Registrations() {
-    _ForgetIf([](const Registration&) { return true; });
-    FreeForgotten();
-}
-
-bool Registrations::Add(STnRuntimeClass* pClass) {
-    auto* pNew = new Registration{pClass, pClass->m_lpszClassGuid, pClass->m_pfnCreateObject, PlaceOf(pClass).bInModule,
-                                  nullptr};
-    _ForgetIf([pClass](const Registration& registration) { return registration.m_pClass == pClass; });
-    FreeForgotten();
+void Registrations::Add(std::unique_ptr<Registration> pNew, ForgottenRegistrations& forgotten) noexcept {
+    const STnRuntimeClass* pClass = pNew->m_pClass;
+    _ForgetIf([pClass](const Registration& registration) { return registration.m_pClass == pClass; }, forgotten);
     pNew->m_pOlder = m_pNewest;
-    m_pNewest = pNew;
-    return pNew->m_bInModule;
+    m_pNewest = pNew.release();
 }
 
-void Registrations::ForgetClosedModules() {
-    _ForgetIf([](const Registration& registration) { return !IsThere(registration); });
+void Registrations::ForgetClosedModules(ForgottenRegistrations& forgotten) noexcept {
+    _ForgetIf([](const Registration& registration) { return !IsThere(registration); }, forgotten);
+}
+
+void Registrations::ForgetAll(ForgottenRegistrations& forgotten) noexcept {
+    _ForgetIf([](const Registration&) { return true; }, forgotten);
 }
 
 }  // namespace tnrobot

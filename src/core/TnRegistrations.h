@@ -4,6 +4,8 @@
 #ifndef TNROBOTKERNEL_CORE_TNREGISTRATIONS_H_
 #define TNROBOTKERNEL_CORE_TNREGISTRATIONS_H_
 
+#include <memory>
+
 #include "TnRobotKernel/core.h"
 
 namespace tnrobot {
@@ -28,35 +30,52 @@ struct Registration {
     Registration* m_pOlder;
 };
 
+/// What was remembered of records that have gone, until it may be freed: when no lock is held, since memory
+/// may be an application's own affair, with a lock that another thread holds while it looks a class up.
+class ForgottenRegistrations {
+public:
+    ForgottenRegistrations() = default;
+    ForgottenRegistrations(const ForgottenRegistrations&) = delete;
+    ForgottenRegistrations& operator=(const ForgottenRegistrations&) = delete;
+    ~ForgottenRegistrations();
+
+    void Take(Registration* p) {
+        p->m_pOlder = m_pFirst;
+        m_pFirst = p;
+    }
+
+private:
+    Registration* m_pFirst = nullptr;
+};
+
+/// @return what is remembered of a record, or null without memory.
+std::unique_ptr<Registration> RememberRecord(STnRuntimeClass* pClass) noexcept;
+
 /// The registered records, each once. Externally synchronised.
 ///
 /// Constant-initialised, because modules register classes before any constructor of ours may have
-/// run; empty again when the library is unloaded.
+/// run. What is left in the end is freed with ForgetAll.
 class Registrations {
 public:
     constexpr Registrations() = default;
     Registrations(const Registrations&) = delete;
     Registrations& operator=(const Registrations&) = delete;
-    ~Registrations();
 
     const Registration* Newest() const { return m_pNewest; }
 
-    /// Adds a record as the newest one; one that is there moves. Throws std::bad_alloc and then
-    /// changes nothing. @return whether the record is part of a module that may be closed.
-    bool Add(STnRuntimeClass* pClass);
+    /// Adds a record as the newest one; one that is there moves.
+    void Add(std::unique_ptr<Registration> pNew, ForgottenRegistrations& forgotten) noexcept;
 
-    /// Sets the records aside whose modules are closed. Call it while modules stay.
-    void ForgetClosedModules();
+    /// Drops the records whose modules are closed. Call it while modules stay.
+    void ForgetClosedModules(ForgottenRegistrations& forgotten) noexcept;
 
-    /// Frees what was set aside. Call it when modules come and go again.
-    void FreeForgotten();
+    void ForgetAll(ForgottenRegistrations& forgotten) noexcept;
 
 private:
     template <typename Condition>
-    void _ForgetIf(Condition condition);
+    void _ForgetIf(Condition condition, ForgottenRegistrations& forgotten);
 
     Registration* m_pNewest = nullptr;
-    Registration* m_pForgotten = nullptr;
 };
 
 /// Takes the lock of the registered classes, so that it is not lost in a child; called before a fork.

@@ -2,7 +2,10 @@
 // identifiers, and are left out once their module is closed.
 
 #include <cstring>
+#include <memory>
 #include <mutex>
+#include <new>
+#include <utility>
 
 #include "TnRobotKernel/core.h"
 #include "core/TnObjectWatcher.h"
@@ -21,6 +24,21 @@ std::mutex g_registration;               // held while the chain changes
 tnrobot::Registrations g_registrations;  // guarded by g_registration
 unsigned long long g_nClosed = 0;        // modules closed when the chain was last looked through; guarded, too
 std::atomic<bool> g_bMayClose;           // whether a module with registered classes can be closed
+std::atomic<unsigned int> g_nMoves{0};   // odd while a record changes its place in the chain
+
+// At the library's end, when threads may still look classes up: then what is remembered stays.
+struct FreeRegistrationsAtEnd {
+    FreeRegistrationsAtEnd() = default;
+    FreeRegistrationsAtEnd(const FreeRegistrationsAtEnd&) = delete;
+    FreeRegistrationsAtEnd& operator=(const FreeRegistrationsAtEnd&) = delete;
+    ~FreeRegistrationsAtEnd() {
+        tnrobot::ForgottenRegistrations forgotten;
+        const std::unique_lock<std::mutex> lock(g_registration, std::try_to_lock);
+        if (lock.owns_lock()) {
+            g_registrations.ForgetAll(forgotten);
+        }
+    }
+} const g_freeAtEnd;
 
 // The link is a plain pointer, because the record's layout is part of the interface.
 STnRuntimeClass* Next(const STnRuntimeClass* pClass) {
@@ -44,11 +62,11 @@ void Unlink(STnRuntimeClass* pClass) {
 
 // A plug-in that is closed takes its records with it. The chain runs through them, so it is linked
 // anew around them. The caller holds g_registration, and modules stay.
-void ForgetClosedModules(unsigned long long nClosed) {
+void ForgetClosedModules(unsigned long long nClosed, tnrobot::ForgottenRegistrations& forgotten) {
     if (nClosed == g_nClosed) {
         return;
     }
-    g_registrations.ForgetClosedModules();
+    g_registrations.ForgetClosedModules(forgotten);
     STnRuntimeClass* pRoot = &CTnRobotObject::classCTnRobotObject;
     const tnrobot::Registration* pNewest = g_registrations.Newest();
     for (const tnrobot::Registration* p = pNewest; p != nullptr; p = p->m_pOlder) {
@@ -77,28 +95,51 @@ Creator SearchChain(const char* lpszGuid, Condition mayGoOn) {
 
 // Most programs never close a module with classes in it, and need nothing of the loader. The flag is set before
 // the first record of such a module is linked, so whoever comes to that record by an acquired link finds it set.
+// An answer from a chain that moved meanwhile counts for nothing: a class that is registered again leaves its place
+// before it comes to the front.
 Creator SearchUnlocked(const char* lpszGuid) {
-    return SearchChain(lpszGuid, [] { return !g_bMayClose.load(std::memory_order_acquire); });
+    const unsigned int nMoves = g_nMoves.load(std::memory_order_acquire);
+    const Creator creator = SearchChain(lpszGuid, [] { return !g_bMayClose.load(std::memory_order_acquire); });
+    // Relaxed suffices: the links before it were acquired, so this is not read ahead of them.
+    const bool bMoved = nMoves % 2 == 1 || g_nMoves.load(std::memory_order_relaxed) != nMoves;
+    return bMoved ? Creator() : creator;
 }
 
 // While nothing moves, and no module goes with its records in the middle of the search. The loader's lock is only
-// taken below ours, which a fork waits for: a child could not take it if another thread had it then.
+// taken where modules with classes may be closed, and below ours, for which a fork waits: so no child is without it
+// because of a look-up. Because of another thread that opens or closes modules at that moment it may be.
 Creator SearchLocked(const char* lpszGuid) {
+    tnrobot::ForgottenRegistrations forgotten;  // freed when the lock is
     const std::lock_guard<std::mutex> lock(g_registration);
+    const auto search = [lpszGuid] { return SearchChain(lpszGuid, [] { return true; }); };
+    if (!g_bMayClose.load(std::memory_order_relaxed)) {  // it is set under the lock
+        return search();
+    }
     Creator creator;
-    tnrobot::WhileModulesStay([lpszGuid, &creator](unsigned long long nClosed) {
-        ForgetClosedModules(nClosed);
-        creator = SearchChain(lpszGuid, [] { return true; });
+    tnrobot::WhileModulesStay([&search, &creator, &forgotten](unsigned long long nClosed) {
+        ForgetClosedModules(nClosed, forgotten);
+        creator = search();
     });
-    g_registrations.FreeForgotten();
     return creator;
 }
 
-// A class that is registered again leaves its place before it comes to the front, so who misses it without
-// a lock looks once more.
 Creator FindCreator(const char* lpszGuid) {
     const Creator creator = SearchUnlocked(lpszGuid);
     return creator.bFound ? creator : SearchLocked(lpszGuid);
+}
+
+// The caller holds g_registration, and modules stay.
+void MoveToFront(STnRuntimeClass* pClass) {
+    STnRuntimeClass* pHead = g_pHeadClass.load(std::memory_order_acquire);
+    if (pClass == pHead) {
+        return;  // a module was closed meanwhile, and the chain is linked as it was registered
+    }
+    g_nMoves.fetch_add(1, std::memory_order_acq_rel);
+    Unlink(pClass);
+    SetNext(pClass, pHead);
+    // Release publishes the record's plain fields too: they were written before it came here.
+    g_pHeadClass.store(pClass, std::memory_order_release);
+    g_nMoves.fetch_add(1, std::memory_order_release);
 }
 
 }  // namespace
@@ -130,30 +171,26 @@ TN_REG_CLASS::TN_REG_CLASS(STnRuntimeClass* pClass) {
     if (pClass == nullptr || pClass == &CTnRobotObject::classCTnRobotObject) {
         return;  // the root record stays the last
     }
+    tnrobot::ForgottenRegistrations forgotten;  // freed when the lock is, as what is made without need
+    std::unique_ptr<tnrobot::Registration> pNew = tnrobot::RememberRecord(pClass);
     const std::lock_guard<std::mutex> lock(g_registration);
     bool bNewest = false;
-    tnrobot::WhileModulesStay([pClass, &bNewest](unsigned long long nClosed) {
-        ForgetClosedModules(nClosed);
+    tnrobot::WhileModulesStay([pClass, &bNewest, &forgotten](unsigned long long nClosed) {
+        ForgetClosedModules(nClosed, forgotten);
         bNewest = pClass == g_pHeadClass.load(std::memory_order_acquire);
     });
-    g_registrations.FreeForgotten();
     if (bNewest) {
         return;
     }
-    // What can fail comes first: a class that moves keeps its place when memory ends.
-    if (g_registrations.Add(pClass)) {
+    if (!pNew) {
+        throw std::bad_alloc();
+    }
+    if (pNew->m_bInModule) {
         g_bMayClose.store(true, std::memory_order_release);
     }
-    tnrobot::WhileModulesStay([pClass](unsigned long long nClosed) {
-        ForgetClosedModules(nClosed);
-        STnRuntimeClass* pHead = g_pHeadClass.load(std::memory_order_acquire);
-        if (pClass == pHead) {
-            return;  // a module was closed meanwhile, and the chain is linked as it was registered
-        }
-        Unlink(pClass);
-        SetNext(pClass, pHead);
-        // Release publishes the record's plain fields too: they were written before it came here.
-        g_pHeadClass.store(pClass, std::memory_order_release);
+    g_registrations.Add(std::move(pNew), forgotten);
+    tnrobot::WhileModulesStay([pClass, &forgotten](unsigned long long nClosed) {
+        ForgetClosedModules(nClosed, forgotten);
+        MoveToFront(pClass);
     });
-    g_registrations.FreeForgotten();
 }

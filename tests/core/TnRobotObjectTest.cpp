@@ -234,3 +234,33 @@ TEST(RuntimeClass, AClassIsFoundWhileItIsRegisteredAgain) {
     }
     EXPECT_EQ(nLost.load(), 0);
 }
+
+// While the newer record moves to the front, the search could come upon the older one.
+TEST(RuntimeClass, AnOlderRecordIsNeverTakenWhileTheNewerOneIsRegisteredAgain) {
+    constexpr int kRounds = 3000;
+    static STnRuntimeClass older = {"11111111-AAAA-4000-8000-000000000031", &CTnTagged<31>::Create, nullptr, nullptr};
+    static STnRuntimeClass newer = {"11111111-AAAA-4000-8000-000000000031", &CTnTagged<32>::Create, nullptr, nullptr};
+    static STnRuntimeClass other = {"11111111-AAAA-4000-8000-000000000033", &CTnTagged<33>::Create, nullptr, nullptr};
+    const TN_REG_CLASS registerOlder(&older);
+    const TN_REG_CLASS registerNewer(&newer);
+    std::atomic<bool> bDone{false};
+    std::atomic<int> nWrong{0};
+    StartGate gate(3);
+    const auto lookUp = [&] {
+        gate.ArriveAndWait();
+        while (!bDone) {
+            nWrong += CreatesTag<32>(newer.m_lpszClassGuid) ? 0 : 1;
+        }
+    };
+    std::thread readers[] = {std::thread(lookUp), std::thread(lookUp)};
+    gate.ArriveAndWait();
+    for (int n = 0; n < kRounds; ++n) {
+        const TN_REG_CLASS otherAgain(&other);
+        const TN_REG_CLASS newerAgain(&newer);
+    }
+    bDone = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(nWrong.load(), 0);
+}
