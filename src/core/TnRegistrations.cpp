@@ -28,8 +28,8 @@ bool Holds(const dl_phdr_info& module, std::uintptr_t nFirst, std::uintptr_t nLa
 
 // Where a record lies.
 struct Place {
-    bool bInModule = false;      // in one that is loaded now and may be closed: any but the program itself
-    std::uintptr_t nLength = 0;  // of that module
+    bool m_bInModule = false;      // in one that is loaded now and may be closed: any but the program itself
+    std::uintptr_t m_nLength = 0;  // of that module
 };
 
 std::uintptr_t LengthOf(const dl_phdr_info& module) {
@@ -45,28 +45,28 @@ std::uintptr_t LengthOf(const dl_phdr_info& module) {
 
 Place PlaceOf(const STnRuntimeClass* pClass) {
     struct Search {
-        std::uintptr_t nFirst;
-        Place place;
+        std::uintptr_t m_nFirst = 0;
+        Place m_place;
     } search = {reinterpret_cast<std::uintptr_t>(pClass), {}};
     dl_iterate_phdr(
         [](dl_phdr_info* pModule, std::size_t /*nSize*/, void* p) {
             auto* pSearch = static_cast<Search*>(p);
-            if (!Holds(*pModule, pSearch->nFirst, pSearch->nFirst + sizeof(STnRuntimeClass) - 1)) {
+            if (!Holds(*pModule, pSearch->m_nFirst, pSearch->m_nFirst + sizeof(STnRuntimeClass) - 1)) {
                 return 0;
             }
             const bool bProgram = pModule->dlpi_name != nullptr && pModule->dlpi_name[0] == '\0';
-            pSearch->place = {!bProgram, LengthOf(*pModule)};
+            pSearch->m_place = {!bProgram, LengthOf(*pModule)};
             return 1;
         },
         &search);
-    return search.place;
+    return search.m_place;
 }
 
 // The loader lists a module that is being opened before it has corrected the addresses in it. Until then they
 // are what stands in the file, counted from the module's begin.
 template <typename Pointer>
 bool IsCorrected(Pointer p, Pointer pRegistered, const Place& place) {
-    return p == nullptr || p == pRegistered || reinterpret_cast<std::uintptr_t>(p) >= place.nLength;
+    return p == nullptr || p == pRegistered || reinterpret_cast<std::uintptr_t>(p) >= place.m_nLength;
 }
 
 // Where a module was closed another one may lie now; there the record says something else. The
@@ -78,7 +78,7 @@ bool IsThere(const Registration& registration) {
     }
     const STnRuntimeClass* pClass = registration.m_pClass;
     const Place place = PlaceOf(pClass);
-    if (!place.bInModule) {
+    if (!place.m_bInModule) {
         return false;
     }
     const char* const lpszGuid = pClass->m_lpszClassGuid;
@@ -94,13 +94,13 @@ bool IsThere(const Registration& registration) {
 // The loader holds the lock under which it unmaps modules while it calls, and counts them under it too.
 void WhileModulesStay(void (*pfnWork)(unsigned long long nClosed, void* pContext), void* pContext) {
     struct Call {
-        void (*pfnWork)(unsigned long long, void*);
-        void* pContext;
+        void (*m_pfnWork)(unsigned long long, void*);
+        void* m_pContext;
     } call = {pfnWork, pContext};
     dl_iterate_phdr(
         [](dl_phdr_info* pModule, std::size_t /*nSize*/, void* p) {
             const auto* pCall = static_cast<const Call*>(p);
-            pCall->pfnWork(pModule->dlpi_subs, pCall->pContext);
+            pCall->m_pfnWork(pModule->dlpi_subs, pCall->m_pContext);
             return 1;  // once: the number is the same in every module
         },
         &call);
@@ -114,7 +114,7 @@ ForgottenRegistrations::~ForgottenRegistrations() {
 
 std::unique_ptr<Registration> RememberRecord(STnRuntimeClass* pClass) noexcept {
     return std::unique_ptr<Registration>(new (std::nothrow) Registration{
-        pClass, pClass->m_lpszClassGuid, pClass->m_pfnCreateObject, PlaceOf(pClass).bInModule, nullptr});
+        pClass, pClass->m_lpszClassGuid, pClass->m_pfnCreateObject, PlaceOf(pClass).m_bInModule, nullptr});
 }
 
 template <typename Condition>

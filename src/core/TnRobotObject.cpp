@@ -77,8 +77,8 @@ void ForgetClosedModules(unsigned long long nClosed, tnrobot::ForgottenRegistrat
 }
 
 struct Creator {
-    bool bFound = false;
-    TnCreateObjectFunction pfnCreate = nullptr;
+    bool m_bFound = false;
+    TnCreateObjectFunction m_pfnCreate = nullptr;
 };
 
 // @param[in] mayGoOn  asked before each record is read.
@@ -125,7 +125,7 @@ Creator SearchLocked(const char* lpszGuid) {
 
 Creator FindCreator(const char* lpszGuid) {
     const Creator creator = SearchUnlocked(lpszGuid);
-    return creator.bFound ? creator : SearchLocked(lpszGuid);
+    return creator.m_bFound ? creator : SearchLocked(lpszGuid);
 }
 
 // The caller holds g_registration, and modules stay.
@@ -164,7 +164,7 @@ CTnRobotObject* CTnRobotObject::CreateObjectFromGUID(const char* lpszGuid) {
         return nullptr;
     }
     const Creator creator = FindCreator(lpszGuid);
-    return creator.pfnCreate != nullptr ? creator.pfnCreate() : nullptr;
+    return creator.m_pfnCreate != nullptr ? creator.m_pfnCreate() : nullptr;
 }
 
 TN_REG_CLASS::TN_REG_CLASS(STnRuntimeClass* pClass) {
