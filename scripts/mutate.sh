@@ -5,7 +5,7 @@
 # tests as they are committed by then.
 #   --again   tries those that survived once more, for instance after tests were added
 #   --report  tries nothing
-# build/mutants/table.txt says of each what became of it. Who survives is for a person to judge: either it is
+# tests/mutants/table.txt says of each what became of it. Who survives is for a person to judge: either it is
 # the same program in other words, then tests/mutants/equivalent.txt says why; or a test is missing.
 source "$(dirname "${BASH_SOURCE[0]}")/lib/common.sh"
 

@@ -5,7 +5,8 @@ try_mutants.py COUNT [TARGET...]    goes on until COUNT mutants have been built 
 try_mutants.py --again [TARGET...]  tries those that survived once more, after tests were added
 try_mutants.py --report             only writes the table into docs/reliability.md
 
-build/mutants/table.txt gets a line as soon as a mutant is done: result, part, name, what noticed it."""
+tests/mutants/table.txt gets a line as soon as a mutant is done: result, part, name, what noticed it. It is kept in the
+repository, since 300 take hours."""
 
 import collections
 import hashlib
@@ -25,7 +26,7 @@ import mutants
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PLACE = ROOT / "build/mutants"
 DRAWN = PLACE / "drawn"    # the sources that mutants are drawn from
-TABLE = PLACE / "table.txt"
+TABLE = ROOT / "tests/mutants/table.txt"
 EQUIVALENT = ROOT / "tests/mutants/equivalent.txt"
 DOCUMENT = ROOT / "docs/reliability.md"
 MEMORY = 12 << 30          # bytes of address space, for those that allocate without end
@@ -159,6 +160,17 @@ def read_table():
     return {name: (result, part, by) for result, part, name, by in (line.split("\t") for line in lines)}
 
 
+def forget_changed_lines(drawn):
+    """Leaves out of the table what was tried on lines that are written in another way since."""
+    names = {mutant.name for mutant in drawn}
+    table = read_table()
+    kept = {name: row for name, row in table.items() if name in names}
+    if len(kept) < len(table):
+        print(f"{len(table) - len(kept)} were mutants of lines that have changed since", flush=True)
+        lines = ["\t".join((result, part, name, by)) for name, (result, part, by) in kept.items()]
+        TABLE.write_text("".join(line + "\n" for line in lines), encoding="utf-8")
+
+
 class Record:
     """The table, which grows by a line as soon as a mutant is done; a later line holds."""
 
@@ -211,6 +223,7 @@ def try_all(chosen, record):
 
 def try_up_to(count):
     drawn = mutants.draw(DRAWN)
+    forget_changed_lines(drawn)
     while True:
         table = read_table()
         missing = count - sum(result != "not-built" for result, _, _ in table.values())
