@@ -4,6 +4,7 @@
 #include "image/TnImageFile.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -116,6 +117,19 @@ TEST_F(ImageFileReads, BytesArriveInPiecesOfAnySize) {
         EXPECT_TRUE(file.ReadAt(kOffset, read.data(), read.size())) << answers.front();
         EXPECT_EQ(read, Part(kOffset, 100)) << answers.front();
     }
+}
+
+// Directories report absurd lengths, pipes and devices have none, and a pipe may wait for ever.
+TEST_F(ImageFileReads, OnlyRegularFilesOpen) {
+    const std::string pipe = m_directory / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const char* lpszPath : {m_directory.Path().c_str(), pipe.c_str(), "/dev/null", "/dev/zero"}) {
+        const tnrobot::ImageFile file(lpszPath);
+        EXPECT_FALSE(file.IsOpen()) << lpszPath;
+        EXPECT_EQ(file.Length(), 0) << lpszPath;
+    }
+    EXPECT_FALSE(tnrobot::ImageFile(nullptr).IsOpen());
+    EXPECT_FALSE(tnrobot::ImageFile((m_directory / "none").c_str()).IsOpen());
 }
 
 TEST_F(ImageFileReads, BytesThatDoNotArriveAreAFailure) {

@@ -12,8 +12,9 @@ using namespace tntest;
 
 namespace {
 
-Bytes SomeJpeg(int nWidth = 5, int nHeight = 3) {
+Bytes SomeJpeg(int nWidth = 5, int nHeight = 3, int nSampling = 1) {
     JpegRecipe recipe;
+    recipe.nSampling = nSampling;
     recipe.nWidth = nWidth;
     recipe.nHeight = nHeight;
     return EncodePlain(recipe, Noise(static_cast<std::size_t>(nWidth) * static_cast<std::size_t>(nHeight) * 3, 1));
@@ -196,6 +197,24 @@ TEST(JpegDecoder, TooSmallABufferIsLibjpegsError) {
     testing::internal::CaptureStderr();
     EXPECT_FALSE(decoder.ReadData(TN_IMAGE_BGR24, buffer.data(), 47));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Application transferred too few scanlines\n");
+}
+
+// libjpeg delivers as many rows at once as share a row of colours, and not all of them may have a place.
+TEST(JpegDecoder, NothingIsWrittenBehindTheRowsThatFit) {
+    constexpr std::size_t kRows = 40;
+    constexpr std::size_t kPitch = 48;
+    for (const int nSampling : {1, 2}) {
+        const Bytes jpeg = SomeJpeg(16, kRows, nSampling);
+        for (std::size_t nRows = 0; nRows < kRows; ++nRows) {
+            Bytes buffer(kPitch * kRows, 0xCC);
+            CTnJpegDecoder decoder;
+            ASSERT_TRUE(Open(decoder, jpeg));
+            const auto nSize = static_cast<unsigned int>(kPitch * nRows + kPitch - 1);
+            EXPECT_FALSE(Quietly([&] { return decoder.ReadData(TN_IMAGE_BGR24, buffer.data(), nSize); })) << nRows;
+            const Bytes behind(buffer.begin() + static_cast<std::ptrdiff_t>(kPitch * nRows), buffer.end());
+            EXPECT_EQ(behind, Bytes(behind.size(), 0xCC)) << nRows << " rows, sampled " << nSampling;
+        }
+    }
 }
 
 TEST(JpegDecoder, DecodesOnceForEachOpen) {
