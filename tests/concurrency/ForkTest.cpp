@@ -91,3 +91,7 @@ TEST(Fork, TheChildOfAJobMayRunTasksOfThePool) {
 TEST(Fork, ChildrenMayLookUpClassesWhateverTheParentsThreadsLookUp) {
     EXPECT_EQ(ChildOf("classes-often"), "100 of 100\n");
 }
+
+TEST(Fork, ChildrenMayUseArchivesWhateverObjectsTheParentsThreadsDrop) {
+    EXPECT_EQ(ChildOf("archives-often"), "100 of 100\n");
+}

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "TnRobotKernel/ptr.h"
+#include "concurrency/TnWorker.h"
 #include "support/fakes/RecordingRunner.h"
 #include "support/threads/Gate.h"
 #include "support/threads/Storm.h"
@@ -39,6 +40,24 @@ private:
     CallLog& m_log;
     std::atomic<ITnRobotTask*> m_pTask{nullptr};
     std::atomic<int> m_nThread{0};
+};
+
+// A thread's last one takes its time.
+class SlowEnd {
+public:
+    enum State { kNotYet, kBegun, kOver };
+
+    explicit SlowEnd(std::atomic<State>& state) : m_state(state) {}
+    SlowEnd(const SlowEnd&) = delete;
+    SlowEnd& operator=(const SlowEnd&) = delete;
+    ~SlowEnd() {
+        m_state = kBegun;
+        std::this_thread::sleep_for(Milliseconds(100));
+        m_state = kOver;
+    }
+
+private:
+    std::atomic<State>& m_state;
 };
 
 // A task with one reference, the pool's, which the fixture has.
@@ -439,4 +458,26 @@ TEST_F(Task, TheEndOfATaskStopsItFirst) {
     EXPECT_TRUE(AwaitNewThreads(0));
     m_runner->AddRef();
     EXPECT_EQ(m_runner->Release(), 1);
+}
+
+// The library joins it when it goes: code must not go that a thread is still in.
+TEST_F(Task, AThreadThatDestroysItsTaskIsJoinedLater) {
+    static std::atomic<SlowEnd::State> s_end;  // the thread may outlive a test that fails
+    s_end = SlowEnd::kNotYet;
+    Gate started;
+    const OpenAtEnd atEnd(started);
+    CTnRobotTask* const pTask = MakeTask(m_runner.get()).detach();
+    pTask->FreeParent();
+    m_runner->m_isStop = [] { return false; };
+    m_runner->m_onExecute = [&, pTask](ITnRobotEvent*) {
+        thread_local const SlowEnd t_end(s_end);
+        started.Pass();
+        EXPECT_EQ(pTask->Release(), 0);
+    };
+    ASSERT_TRUE(pTask->Start());
+    started.Open();
+    EXPECT_TRUE(Eventually([] { return s_end != SlowEnd::kNotYet; }));
+    tnrobot::Worker::JoinLast();
+    EXPECT_EQ(s_end, SlowEnd::kOver);
+    EXPECT_EQ(Calls(), "InEC");
 }

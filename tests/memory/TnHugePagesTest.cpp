@@ -100,6 +100,8 @@ TEST_F(HugePages, AreNotAskedForInSmallMemory) {
     EXPECT_FALSE(IsAskedFor(m_pAligned));
     tnrobot::AskForHugePages(m_pAligned, 0);
     EXPECT_FALSE(IsAskedFor(m_pAligned));
+    tnrobot::AskForHugePages(m_pAligned, 2 * kHugePage);
+    EXPECT_TRUE(IsAskedFor(m_pAligned));
 }
 
 TEST_F(LargeMapping, AskingForHugePagesLeavesTheErrorNumberAlone) {

@@ -16,6 +16,8 @@
 
 #include "TnRobotKernel/TnRobotKernel.h"
 #include "TnRobotKernel/ptr.h"
+#include "support/fakes/TestObjects.h"
+#include "support/objects/Archives.h"
 #include "support/threads/ThreadProbe.h"
 
 using namespace tntest;
@@ -146,6 +148,15 @@ void WhileThreadsUseValues() {
 // A class that is not there is looked for while nothing moves.
 void WhileThreadsLookUpClasses() {
     Often([] { CHECK(CTnRobotObject::CreateObjectFromGUID("11111111-2222-3333-4444-555555555555") == nullptr); });
+}
+
+// An object that goes while archives know it.
+void UseAnArchive() {
+    TnRobotPtr<TestNode> node = TestNode::Create(7);
+    const Channel channel = Storing();
+    CHECK(channel->WriteObject(node.get()) == 1);
+    node.reset();
+    CHECK(channel->WriteObject(TestNode::Create(8).get()) == 1);
 }
 
 TnRobotPtr<ITnRobotThread> RunningThread() {
@@ -387,6 +398,7 @@ constexpr Scenario kScenarios[] = {
     {"pool-use", UseThePool},
     {"job-use", UseThePoolInAJobsChild},
     {"classes-often", WhileThreadsLookUpClasses},
+    {"archives-often", [] { Often(UseAnArchive); }},
 };
 
 }  // namespace

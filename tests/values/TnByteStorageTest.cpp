@@ -9,6 +9,8 @@
 #include <cstring>
 #include <vector>
 
+#include "support/processes/ResourceUse.h"
+
 using tnrobot::ByteStorage;
 
 namespace {
@@ -87,4 +89,22 @@ TEST(ByteStorage, TakesMemoryOfEveryKindFromAnother) {
         to.Clear();
         EXPECT_TRUE(to.IsCleared());
     }
+}
+
+// Each way in which a storage parts with its memory, thirty times what may be added at once.
+TEST(ByteStorage, LargeMemoryGoesBackToTheSystem) {
+    const long long nGrowth = tntest::PeakGrowth([] {
+        for (int nRound = 0; nRound < 30; ++nRound) {
+            ByteStorage cleared;
+            cleared.Resize(33 * kMiB);
+            cleared.Clear();
+            ByteStorage from;
+            from.Resize(33 * kMiB);
+            ByteStorage to;
+            to.Resize(33 * kMiB);
+            to.TakeFrom(from);
+        }
+    });
+    EXPECT_GE(nGrowth, 0);
+    EXPECT_LT(nGrowth, static_cast<long long>(150 * kMiB));
 }
