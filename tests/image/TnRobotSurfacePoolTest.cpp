@@ -120,6 +120,34 @@ TEST(SurfacePool, RefusesWhatCannotBeMetWhileNothingIsFree) {
     EXPECT_EQ(TestBlock::LiveCount(), 0);
 }
 
+// A description counts pitches in 31 bits, a pool of blocks bytes in 32.
+TEST(SurfacePool, AsksForThePixelsOfAnySizeThatCanBeTold) {
+    const struct {
+        ETnNLImageType eType;
+        int nWidth;
+        int nHeight;
+        int nPitch;
+        unsigned int nSize;
+    } rows[] = {
+        {TN_IMAGE_GRAY8, INT_MAX, 1, INT_MAX, 0x7FFFFFFFU},
+        {TN_IMAGE_GRAY8, INT_MAX, 2, INT_MAX, 0xFFFFFFFEU},
+        {TN_IMAGE_GRAY8, 0x10001, 0xFFFF, 0x10001, 0xFFFFFFFFU},
+        {TN_IMAGE_420, 0x55555555, 1, INT_MAX, 0x7FFFFFFFU},
+        {TN_IMAGE_BGRX32, 0x1FFFFFFF, 2, 0x7FFFFFFC, 0xFFFFFFF8U},
+        {TN_IMAGE_BGR24, 0x2AAAAAA9, 1, 0x7FFFFFFC, 0x7FFFFFFCU},
+    };
+    SurfaceSource source;
+    source.blocks->Refuse();
+    for (const auto& row : rows) {
+        const Desc desc = MakeDesc(row.eType, row.nWidth, row.nHeight);
+        ITnRobotSurface* pSurface = nullptr;
+        EXPECT_EQ(source.pool->QuerySurface(desc, &pSurface), -1);
+        EXPECT_EQ(desc.nPitch, row.nPitch) << row.eType << " " << row.nWidth;
+        ASSERT_FALSE(source.blocks->Requests().empty());
+        EXPECT_EQ(source.blocks->Requests().back(), row.nSize) << row.eType << " " << row.nWidth;
+    }
+}
+
 TEST(SurfacePool, LeavesThePitchOfAnInvalidFormatAlone) {
     SurfaceSource source;
     ITnRobotSurface* pSurface = nullptr;
