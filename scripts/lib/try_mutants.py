@@ -38,6 +38,7 @@ OTHER_TARGETS = sys.argv[2:]  # test programs beside the one that has the tests 
 ABOVE = {"archive": (), "concurrency": (), "image": (), "utils": (), "values": ("archive",),
          "memory": ("archive", "image", "values"), "logger look-up": ("logger",)}
 ALL = ("abi", "failure", "fuzz")
+LOCKS = ".Fork"  # the end of the name of a suite that asks for every part's locks
 
 
 class Tree:
@@ -117,7 +118,7 @@ class Tree:
         programs = {"shared": ["TnRobotKernel"], "static": ["tnrobot_tests"]}
         stages = collections.defaultdict(list)
         for name, label, seconds in self.suites:
-            if label not in reached:
+            if label not in reached and not name.endswith(LOCKS):
                 continue
             program = name.split(".")[0]
             kind = list(programs).index(program) if program in programs else 2

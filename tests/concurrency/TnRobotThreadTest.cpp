@@ -546,6 +546,23 @@ TEST_F(ThreadDeathTest, ExitBeforeTheFirstRunWaitsForEver) {
         testing::KilledBySignal(SIGKILL), "");
 }
 
+TEST_F(ThreadDeathTest, AJobThatStopsOrExitsItsOwnThreadWaitsForEver) {
+    for (const bool bExit : {false, true}) {
+        EXPECT_EXIT(
+            {
+                ITnRobotThread* pThread = MakeThread().detach();
+                std::atomic<bool> bReturned{false};
+                pThread->SetWorkJob([&bReturned, bExit, pThread](ITnRobotEvent*) {
+                    bExit ? pThread->Exit(0) : pThread->Stop();
+                    bReturned = true;
+                });
+                pThread->Run();
+                DieIfItBlocks([&bReturned] { Eventually([&bReturned] { return bReturned.load(); }); });
+            },
+            testing::KilledBySignal(SIGKILL), "");
+    }
+}
+
 TEST_F(ThreadDeathTest, AnEndedThreadIsNeverRunAgain) {
     EXPECT_EXIT(
         {

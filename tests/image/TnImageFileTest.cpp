@@ -3,14 +3,17 @@
 
 #include "image/TnImageFile.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -130,6 +133,20 @@ TEST_F(ImageFileReads, OnlyRegularFilesOpen) {
     }
     EXPECT_FALSE(tnrobot::ImageFile(nullptr).IsOpen());
     EXPECT_FALSE(tnrobot::ImageFile((m_directory / "none").c_str()).IsOpen());
+}
+
+// Whoever starts another program must not hand it the pictures that are being read.
+TEST_F(ImageFileReads, FilesAreClosedInOtherPrograms) {
+    const tnrobot::ImageFile file(m_path.c_str());
+    int nFound = 0;
+    for (int nFile = 0; nFile < 100; ++nFile) {
+        std::error_code error;
+        if (std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(nFile), error) == m_path) {
+            ++nFound;
+            EXPECT_NE(fcntl(nFile, F_GETFD) & FD_CLOEXEC, 0);
+        }
+    }
+    EXPECT_EQ(nFound, 1);
 }
 
 TEST_F(ImageFileReads, BytesThatDoNotArriveAreAFailure) {

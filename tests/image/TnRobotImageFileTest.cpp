@@ -746,6 +746,18 @@ TEST_F(ImageFiles, SavingToABlockAnswersNullWhenThereIsNone) {
     EXPECT_EQ(pBlock, nullptr);
 }
 
+TEST_F(ImageFiles, SavingToABlockNeedsOneThatHoldsTheJpeg) {
+    const Bytes bytes = Counting(48);
+    const STnNLImageData image = Record(TN_IMAGE_BGR24, 4, 4, bytes);
+    for (const auto eGiving : {TestBlockPool::Giving::kShort, TestBlockPool::Giving::kWithoutMemory}) {
+        m_source.blocks->Give(eGiving);
+        ITnRobotMemoryBlock* pBlock = UntouchedBlock();
+        EXPECT_EQ(Utils::SaveImage(image, m_source.blocks.get(), &pBlock), -1);
+        EXPECT_EQ(pBlock, nullptr);
+    }
+    EXPECT_EQ(TestBlock::LiveCount(), 0);
+}
+
 // ---- another program's view
 
 namespace {

@@ -184,6 +184,15 @@ TEST(SurfacePool, FailsWhenTheBlockPoolAnswersWithoutABlock) {
     EXPECT_EQ(source.Get(TN_IMAGE_BGR24, 4, 4), nullptr);
 }
 
+TEST(SurfacePool, FailsWhenTheBlockDoesNotHoldThePixels) {
+    for (const auto eGiving : {TestBlockPool::Giving::kShort, TestBlockPool::Giving::kWithoutMemory}) {
+        SurfaceSource source;
+        source.blocks->Give(eGiving);
+        EXPECT_EQ(source.Get(TN_IMAGE_BGR24, 4, 4), nullptr);
+        EXPECT_EQ(TestBlock::LiveCount(), 0);
+    }
+}
+
 TEST(SurfacePool, ReusesASurfaceForAnySizeAndFormat) {
     SurfaceSource source;
     auto surface = source.Get(TN_IMAGE_BGR24, 4, 4, {1, 2});

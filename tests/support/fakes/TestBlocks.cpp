@@ -31,7 +31,11 @@ int TestBlockPool::QueryMemBuff(unsigned int nSize, ITnRobotMemoryBlock** ppBloc
     if (m_bRefuse || nSize == 0 || nSize > m_nLargest || ppBlock == nullptr) {
         return 0;
     }
-    *ppBlock = new TestBlock(nSize, kFill);
+    auto* const pBlock = new TestBlock(m_eGiving == Giving::kShort ? nSize - 1 : nSize, kFill);
+    if (m_eGiving == Giving::kWithoutMemory) {
+        pBlock->LoseMemory();
+    }
+    *ppBlock = pBlock;
     return 1;
 }
 

@@ -20,6 +20,9 @@ public:
 
     unsigned char* QueryMemory(unsigned int& nSize) override;
 
+    /// Has no memory any more, but still tells its size.
+    void LoseMemory() { m_bytes.reset(); }
+
     int References() const { return m_nRefCount.load(); }
 
     /// Blocks alive now, of all pools.
@@ -52,6 +55,11 @@ public:
     /// Larger requests fail.
     void LimitSize(unsigned int nLargest) { m_nLargest = nLargest; }
 
+    /// What blocks are like that are given from now on: as they should be, a byte shorter than was asked for, or
+    /// without memory.
+    enum class Giving { kWhole, kShort, kWithoutMemory };
+    void Give(Giving eGiving) { m_eGiving = eGiving; }
+
     /// Sizes asked for so far, refused ones included.
     const std::vector<unsigned int>& Requests() const { return m_requests; }
 
@@ -65,6 +73,7 @@ private:
     unsigned int m_nLargest = 0xFFFFFFFFU;
     bool m_bRefuse = false;
     bool m_bPretend = false;
+    Giving m_eGiving = Giving::kWhole;
     int m_nRaces = 0;
 };
 
