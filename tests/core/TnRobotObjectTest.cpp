@@ -1,13 +1,20 @@
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/mman.h>
 
 #include <atomic>
+#include <csignal>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "TnRobotKernel/core.h"
+#include "support/processes/ChildProcess.h"
+#include "support/processes/Sanitizers.h"
 #include "support/threads/StartGate.h"
+#include "support/threads/ThreadProbe.h"
 
 using namespace tntest;
 
@@ -263,4 +270,83 @@ TEST(RuntimeClass, AnOlderRecordIsNeverTakenWhileTheNewerOneIsRegisteredAgain) {
         reader.join();
     }
     EXPECT_EQ(nWrong.load(), 0);
+}
+
+namespace {
+
+// A record whose writer is stopped: its page must not be written to until it goes on.
+class StoppedWriter {
+public:
+    static STnRuntimeClass& Record() { return s_page.m_record; }
+
+    StoppedWriter() {
+        s_bStopped = false;
+        s_bGoesOn = false;
+        struct sigaction action {};
+        action.sa_handler = [](int) {
+            s_bStopped = true;
+            while (!s_bGoesOn) {
+                poll(nullptr, 0, 1);
+            }
+            Protect(PROT_READ | PROT_WRITE);
+        };
+        sigaction(SIGSEGV, &action, &m_before);
+        Protect(PROT_READ);
+    }
+    StoppedWriter(const StoppedWriter&) = delete;
+    StoppedWriter& operator=(const StoppedWriter&) = delete;
+    ~StoppedWriter() {
+        GoOn();
+        Protect(PROT_READ | PROT_WRITE);
+        sigaction(SIGSEGV, &m_before, nullptr);
+    }
+
+    bool AwaitStop() const {
+        return Eventually([] { return s_bStopped.load(); });
+    }
+    void GoOn() { s_bGoesOn = true; }
+
+private:
+    static constexpr std::size_t kPage = 4096;
+    struct alignas(kPage) Page {
+        STnRuntimeClass m_record = {"11111111-AAAA-4000-8000-000000000034", &CTnTagged<35>::Create, nullptr, nullptr};
+    };
+
+    static void Protect(int nRights) { mprotect(&s_page, sizeof(s_page), nRights); }
+
+    static Page s_page;
+    static std::atomic<bool> s_bStopped;
+    static std::atomic<bool> s_bGoesOn;
+    struct sigaction m_before {};
+};
+
+StoppedWriter::Page StoppedWriter::s_page;
+std::atomic<bool> StoppedWriter::s_bStopped{false};
+std::atomic<bool> StoppedWriter::s_bGoesOn{false};
+
+}  // namespace
+
+// The same, with the registration stopped where it has taken the newer record out and not yet put it back.
+TEST(RuntimeClass, ALookUpAwaitsTheEndOfARegistrationThatMovesItsRecord) {
+    if (kSanitizerOwnsMemory || IsEmulated()) {
+        GTEST_SKIP() << "a write is stopped by a signal, which others handle here";
+    }
+    static STnRuntimeClass older = {"11111111-AAAA-4000-8000-000000000034", &CTnTagged<34>::Create, nullptr, nullptr};
+    static STnRuntimeClass other = {"11111111-AAAA-4000-8000-000000000036", &CTnTagged<36>::Create, nullptr, nullptr};
+    STnRuntimeClass& newer = StoppedWriter::Record();
+    for (int nRound = 0; nRound < 3; ++nRound) {  // the counter of moves has other remainders each time
+        const TN_REG_CLASS registerOlder(&older);
+        const TN_REG_CLASS registerNewer(&newer);
+        const TN_REG_CLASS registerOther(&other);
+        StoppedWriter stopped;
+        Caller registering([&newer] { const TN_REG_CLASS again(&newer); });
+        ASSERT_TRUE(stopped.AwaitStop());
+        std::atomic<bool> bNewer{false};
+        Caller lookingUp([&bNewer, &newer] { bNewer = CreatesTag<35>(newer.m_lpszClassGuid); });
+        EXPECT_TRUE(lookingUp.AwaitBlocked());
+        stopped.GoOn();
+        registering.Join();
+        lookingUp.Join();
+        EXPECT_TRUE(bNewer);
+    }
 }
