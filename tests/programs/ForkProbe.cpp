@@ -51,6 +51,10 @@ void* operator new(std::size_t nSize) {
     throw std::bad_alloc();
 }
 
+void* operator new(std::size_t nSize, const std::nothrow_t& /*noThrow*/) noexcept {
+    return std::malloc(nSize);
+}
+
 void operator delete(void* p) noexcept {
     std::free(p);
 }
