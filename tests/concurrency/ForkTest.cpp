@@ -93,5 +93,8 @@ TEST(Fork, ChildrenMayLookUpClassesWhateverTheParentsThreadsLookUp) {
 }
 
 TEST(Fork, ChildrenMayUseArchivesWhateverObjectsTheParentsThreadsDrop) {
+    if (kAddressSanitizer) {
+        GTEST_SKIP() << "AddressSanitizer's allocator is left locked in a child when threads allocate during the fork";
+    }
     EXPECT_EQ(ChildOf("archives-often"), "100 of 100\n");
 }
