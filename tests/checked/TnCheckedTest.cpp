@@ -237,6 +237,58 @@ TEST_F(CheckedDeathTest, AnyOtherCallOfAFreeElement) {
     EXPECT_DEATH(useTask(), Stopped("CTnRobotTask", lpszWhat));
 }
 
+TEST_F(CheckedDeathTest, EveryCallOfAFreeValue) {
+    using Call = void (*)(ITnRobotDataValue&, ITnRobotDataValue & other);
+    static unsigned int s_nLength = 0;
+    static int s_nText = 0;
+    const Call calls[] = {
+        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.GetDataValueType(); },
+        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.BoolData(nullptr); },
+        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.DoubleData(nullptr); },
+        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.StringData(s_nText, nullptr); },
+        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.BlockData(s_nLength, nullptr); },
+        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.Convert2String(nullptr); },
+        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.Copy(nullptr); },
+        [](ITnRobotDataValue& value, ITnRobotDataValue& other) { other.Copy(&value); },
+        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.Clone(); },
+        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.Serialize(nullptr); },
+    };
+    const auto use = [](Call call) {
+        ITnRobotDataValue* const pOther = MakeText("other");
+        ITnRobotDataValue* const pValue = MakeText("text");
+        pValue->Release();
+        call(*pValue, *pOther);
+    };
+    for (const Call& call : calls) {
+        EXPECT_DEATH(use(call), Stopped("CTnRobotDataValue", "used after its return to its pool")) << &call - calls;
+    }
+}
+
+TEST_F(CheckedDeathTest, EveryCallOfAFreeSurface) {
+    using Call = void (*)(ITnRobotSurface&);
+    static ITnRobotSurface::STnLockSurface s_lock;
+    static ITnRobotSurface::STnSurfaceDesc s_desc;
+    const Call calls[] = {
+        [](ITnRobotSurface& surface) { surface.LockSurface(s_lock); },
+        [](ITnRobotSurface& surface) { surface.UnLockSurface(); },
+        [](ITnRobotSurface& surface) { surface.GetSurfaceDesc(s_desc); },
+        [](ITnRobotSurface& surface) { surface.GetOriPos(); },
+        [](ITnRobotSurface& surface) {
+            surface.ResetOriPos({1, 1});
+        },
+        [](ITnRobotSurface& surface) { surface.QueryTimeStamp(); },
+    };
+    const SurfaceSource surfaces;
+    const auto use = [&surfaces](Call call) {
+        ITnRobotSurface* const pSurface = surfaces.Query();
+        pSurface->Release();
+        call(*pSurface);
+    };
+    for (const Call& call : calls) {
+        EXPECT_DEATH(use(call), Stopped("CTnRobotSurface", "used after its return to its pool")) << &call - calls;
+    }
+}
+
 TEST_F(CheckedDeathTest, AReturnedValuePutIntoAGroup) {
     const auto use = [] {
         const Group group = NewGroup();
