@@ -251,7 +251,6 @@ TEST_F(CheckedDeathTest, EveryCallOfAFreeValue) {
         [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.Copy(nullptr); },
         [](ITnRobotDataValue& value, ITnRobotDataValue& other) { other.Copy(&value); },
         [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.Clone(); },
-        [](ITnRobotDataValue& value, ITnRobotDataValue&) { value.Serialize(nullptr); },
     };
     const auto use = [](Call call) {
         ITnRobotDataValue* const pOther = MakeText("other");
@@ -262,6 +261,17 @@ TEST_F(CheckedDeathTest, EveryCallOfAFreeValue) {
     for (const Call& call : calls) {
         EXPECT_DEATH(use(call), Stopped("CTnRobotDataValue", "used after its return to its pool")) << &call - calls;
     }
+}
+
+// What an archive calls belongs to the second base, which lies in the memory that is hidden.
+TEST_F(CheckedDeathTest, SavingAFreeValue) {
+    const auto use = [] {
+        ITnRobotDataValue* const pValue = MakeText("text");
+        pValue->Release();
+        pValue->Serialize(nullptr);
+    };
+    EXPECT_DEATH(use(), tnrobot::kHidesMemory ? "use-after-poison"
+                                              : Stopped("CTnRobotDataValue", "used after its return to its pool"));
 }
 
 TEST_F(CheckedDeathTest, EveryCallOfAFreeSurface) {
