@@ -42,7 +42,7 @@ private:
     std::atomic<int> m_nThread{0};
 };
 
-// A thread's last one takes its time.
+// Takes its time to go. One of a thread's own goes at the thread's end, after all that the library does there.
 class SlowEnd {
 public:
     enum State { kNotYet, kBegun, kOver };

@@ -1,12 +1,11 @@
 #include "core/TnRegistrations.h"
 
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <memory>
 #include <utility>
-
-#include <gtest/gtest.h>
 
 using tnrobot::ForgottenRegistrations;
 using tnrobot::Registration;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <thread>
@@ -283,7 +284,12 @@ public:
         s_bStopped = false;
         s_bGoesOn = false;
         struct sigaction action {};
-        action.sa_handler = [](int) {
+        action.sa_flags = SA_SIGINFO;
+        action.sa_sigaction = [](int nSignal, siginfo_t* pInfo, void* /*pContext*/) {
+            if (!IsHere(pInfo->si_addr)) {
+                std::signal(nSignal, SIG_DFL);  // another defect, which ends the program as it should
+                return;
+            }
             s_bStopped = true;
             while (!s_bGoesOn) {
                 poll(nullptr, 0, 1);
@@ -312,6 +318,10 @@ private:
         STnRuntimeClass m_record = {"11111111-AAAA-4000-8000-000000000034", &CTnTagged<35>::Create, nullptr, nullptr};
     };
 
+    static bool IsHere(const void* pAddress) {
+        const auto nPage = reinterpret_cast<std::uintptr_t>(&s_page);
+        return reinterpret_cast<std::uintptr_t>(pAddress) - nPage < kPage;
+    }
     static void Protect(int nRights) { mprotect(&s_page, sizeof(s_page), nRights); }
 
     static Page s_page;
