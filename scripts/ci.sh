@@ -21,6 +21,10 @@ test_asan() {
     TNROBOT_CMAKE_ARGUMENTS+=" -DTNROBOT_BUILD_BENCHMARKS=ON" scripts/test.sh asan
 }
 
+# What a step leaves in the tree, beside build/, goes into somebody's next commit.
+changed_files() { git status --porcelain 2>/dev/null || true; }
+changed_before="$(changed_files)"
+
 # What mostly waits, or needs one core, runs beside the steps after it.
 waiting=" load soak rough models packages "
 
@@ -168,4 +172,5 @@ done
 join_steps
 print_table
 [ ${#failed[@]} -eq 0 ] || { say "FAILED: ${failed[*]}"; exit 1; }
+diff <(echo "$changed_before") <(changed_files) || { say "FAILED: the tree has changed meanwhile"; exit 1; }
 say "all checks passed"

@@ -84,7 +84,9 @@ now() { echo "${EPOCHREALTIME/[.,]/}"; }
 # reports are not.
 options_for() {
     local dictionary
-    options=(-max_len="$(longest_input "$1")" -timeout=20 -rss_limit_mb=4096 -close_fd_mask=2 -print_final_stats=1)
+    mkdir -p "$build/artifacts/$1"
+    options=(-max_len="$(longest_input "$1")" -timeout=20 -rss_limit_mb=4096 -close_fd_mask=2 -print_final_stats=1
+        -artifact_prefix="$build/artifacts/$1/")
     dictionary="$(dictionary_of "$1")"
     [ -z "$dictionary" ] || options+=(-dict="$dictionary")
 }
@@ -96,14 +98,12 @@ inputs_of() {
 }
 
 fuzz() {
-    local target="$1" artifacts="$build/artifacts/$1" log="$build/logs/$1.log" options inputs
-    mkdir -p "$artifacts"
+    local target="$1" log="$build/logs/$1.log" options inputs
     options_for "$target"
     inputs_of "$target"
     local start
     start="$(now)"
-    if ! "$build/fuzz/fuzz_$target" "$options_of_run" "${options[@]}" -artifact_prefix="$artifacts/" "${inputs[@]}" \
-            >"$log" 2>&1; then
+    if ! "$build/fuzz/fuzz_$target" "$options_of_run" "${options[@]}" "${inputs[@]}" >"$log" 2>&1; then
         tail -n 60 "$log"
         say "FAILED: $target"
         echo "log: $log"
@@ -161,7 +161,7 @@ found="$root/build/fuzz/corpus"
 kept="$root/build/fuzz/kept"
 seeds="$build/fuzz/seeds"
 archive="$root/fuzz/corpus/kept.tar.gz"
-"$build/fuzz/write_fuzz_seeds" "$seeds"
+LLVM_PROFILE_FILE=/dev/null "$build/fuzz/write_fuzz_seeds" "$seeds"
 rm -rf "$kept" "$build/counts"
 mkdir -p "$kept" "$build/logs" "$build/counts"
 [ ! -f "$archive" ] || tar -C "$kept" -xzf "$archive"
