@@ -10,6 +10,11 @@ namespace {
 constexpr std::size_t kMarker = 2;
 constexpr std::size_t kHead = 4;  // marker and length
 
+// In a frame, behind its precision.
+constexpr std::size_t kHeight = 5;
+constexpr std::size_t kWidth = 7;
+constexpr std::size_t kComponents = 9;
+
 enum : unsigned char {
     kSof0 = 0xC0,
     kHuffman = 0xC4,
@@ -75,11 +80,8 @@ void SetLength(Bytes& segment, std::size_t nEnd) {
     segment[kMarker + 1] = static_cast<unsigned char>(nLength);
 }
 
-// Precision, height and width (mostly small ones, which are decoded soon), and components with their
-// sampling and tables.
+// Precision, height and width (mostly small ones), and components with their sampling and tables.
 void MutateFrame(Bytes& frame, Choice& choice) {
-    constexpr std::size_t kHeight = 5;
-    constexpr std::size_t kComponents = 9;
     constexpr std::size_t kFirst = 10;
     static constexpr unsigned char kKinds[] = {0xC0, 0xC1, 0xC2, 0xC9, 0xCA, 0xC3};
     if (frame.size() < kFirst + 3) {
@@ -159,9 +161,26 @@ Bytes MutateJpeg(const Bytes& bytes, Choice& choice) {
     return Join(segments);
 }
 
+// Wherever a frame says its size: at most 255 in each direction. A picture of 65,535 columns tells nothing else, and
+// keeps memory busy for as long as a thousand small ones.
+void MakeSmall(const Pieces& segments, std::uint8_t* pData) {
+    for (const Bytes& segment : segments) {
+        if (segment.size() > kComponents && segment[0] == 0xFF && IsFrame(segment[1])) {
+            pData[kHeight] = 0;
+            pData[kWidth] = 0;
+        }
+        pData += segment.size();
+    }
+}
+
 }  // namespace
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* pData, std::size_t nSize, std::size_t nMaxSize,
                                                unsigned int nSeed) {
-    return MutateByFormat(pData, nSize, nMaxSize, nSeed, MutateJpeg);
+    nSize = MutateByFormat(pData, nSize, nMaxSize, nSeed, MutateJpeg);
+    constexpr unsigned int kOfAnySize = 32;
+    if (nSeed % kOfAnySize != 0) {
+        MakeSmall(Split(Bytes(pData, pData + nSize)), pData);
+    }
+    return nSize;
 }
