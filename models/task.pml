@@ -165,7 +165,7 @@ inline Destroy(t) {
        atomic { TOUCH(t); quit[t] = true };
        if
        :: me == t ->
-          atomic { n = lastLeft; lastLeft = t };                                // g_pLast.exchange
+          atomic { n = lastLeft; lastLeft = t };                                // g_pLast.exchange, m_pRunner.reset
           if
           :: n != NOBODY -> (gone[n])                                           // join
           :: else

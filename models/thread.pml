@@ -57,13 +57,17 @@ bool finished;
 inline Destroy(onWorker) {
     if
     :: onWorker ->
-#ifndef WITHOUT_JOB_FIRST
-       jobGone = true;                                                          // m_job.reset
+#ifndef WITHOUT_LEAVING_FIRST
+       passedOn = true;                                                         // Leave: others may join it now
 #endif
-       passedOn = true;                                                         // Leave: another may join now
 #ifdef WITHOUT_JOB_FIRST
-       atomic { assert(!passedOn || jobGone); jobGone = true };
+       assert(jobGone);                                                         // joins the one before
 #endif
+       atomic { assert(passedOn); jobGone = true };                             // m_job.reset: the library may go
+#ifdef WITHOUT_LEAVING_FIRST
+       passedOn = true;
+#endif
+       assert(jobGone)                                                          // joins the one before
     :: !onWorker && worker -> (gone); jobGone = true                            // join
     :: else -> jobGone = true
     fi;

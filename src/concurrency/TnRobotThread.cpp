@@ -34,12 +34,12 @@ bool CTnRobotThread::_Init() {
     return true;
 }
 
-// A worker that destroys its own object cannot join itself. Its job, which may take its time to go, goes
-// before somebody else has to wait for that.
+// A worker that destroys its own object cannot join itself. Its job goes when others may join it, and before
+// it joins another itself: what jobs leave behind may wait for each other.
 CTnRobotThread::~CTnRobotThread() {
     if (_OnWorkerThread()) {
+        const std::unique_ptr<tnrobot::Worker> before = tnrobot::Worker::Leave(std::move(m_pWorker));
         m_job.reset();
-        tnrobot::Worker::Leave(std::move(m_pWorker));
     }
 }
 

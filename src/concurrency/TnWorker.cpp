@@ -6,7 +6,7 @@ namespace tnrobot {
 
 namespace {
 
-// Owned. The one before it has been joined when a worker has ended.
+// Owned. The one before it has been joined when its thread has ended.
 Atomic<Worker*> g_pLast{nullptr};
 
 }  // namespace
@@ -24,8 +24,8 @@ Worker::~Worker() {
     }
 }
 
-void Worker::Leave(std::unique_ptr<Worker> worker) {
-    delete g_pLast.exchange(worker.release());
+std::unique_ptr<Worker> Worker::Leave(std::unique_ptr<Worker> worker) {
+    return std::unique_ptr<Worker>(g_pLast.exchange(worker.release()));
 }
 
 void Worker::JoinLast() {

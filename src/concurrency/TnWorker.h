@@ -25,9 +25,12 @@ public:
     /// @return whether the thread is one of this process.
     bool IsHere() const { return m_home.IsHere(); }
 
-    /// Takes over a worker from its own thread, which cannot join itself and is about to end. It is
-    /// joined by the next one that leaves so, or when the library goes: no thread outlives that.
-    static void Leave(std::unique_ptr<Worker> worker);
+    /// Takes over a worker from its own thread, which cannot join itself and is about to end. From here on
+    /// the next one that leaves so joins it, or the library when it goes: no thread outlives that. What an
+    /// application may see go, and unload the library then, has to go after this call.
+    /// @return the one that has left before, or null. Its end joins that thread, so it comes last, when
+    ///         nothing of the application's is left that the other thread might wait for.
+    [[nodiscard]] static std::unique_ptr<Worker> Leave(std::unique_ptr<Worker> worker);
 
     /// Joins the last one that has left.
     static void JoinLast();
