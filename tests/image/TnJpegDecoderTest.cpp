@@ -30,6 +30,7 @@ Bytes CmykJpeg() {
 bool Open(CTnJpegDecoder& decoder, const Bytes& jpeg) {
     return decoder.Open(jpeg.data(), static_cast<unsigned int>(jpeg.size()));
 }
+bool Open(CTnJpegDecoder&, Bytes&&) = delete;  // the decoder reads the caller's bytes until it is closed
 
 // Without libjpeg's messages on the screen.
 template <typename Function>
@@ -112,15 +113,18 @@ TEST(JpegDecoder, MustBeClosedBeforeItIsOpenedAgain) {
 }
 
 TEST(JpegDecoder, CanBeOpenedAfterAFailedOpen) {
+    const Bytes text = FromText("no picture at all");
+    const Bytes jpeg = SomeJpeg();
     CTnJpegDecoder decoder;
-    EXPECT_FALSE(Quietly([&] { return Open(decoder, FromText("no picture at all")); }));
-    EXPECT_TRUE(Open(decoder, SomeJpeg()));
+    EXPECT_FALSE(Quietly([&] { return Open(decoder, text); }));
+    EXPECT_TRUE(Open(decoder, jpeg));
 }
 
 TEST(JpegDecoder, PrintsLibjpegsOwnMessage) {
+    const Bytes bytes = FromHex("12 34 56 78");
     CTnJpegDecoder decoder;
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(Open(decoder, FromHex("12 34 56 78")));
+    EXPECT_FALSE(Open(decoder, bytes));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Not a JPEG file: starts with 0x12 0x34\n");
 }
 
@@ -191,9 +195,10 @@ TEST(JpegDecoder, NeedsABufferForAllRows) {
 }
 
 TEST(JpegDecoder, TooSmallABufferIsLibjpegsError) {
+    const Bytes jpeg = SomeJpeg(5, 3);
     Bytes buffer(47);
     CTnJpegDecoder decoder;
-    ASSERT_TRUE(Open(decoder, SomeJpeg(5, 3)));
+    ASSERT_TRUE(Open(decoder, jpeg));
     testing::internal::CaptureStderr();
     EXPECT_FALSE(decoder.ReadData(TN_IMAGE_BGR24, buffer.data(), 47));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Application transferred too few scanlines\n");
