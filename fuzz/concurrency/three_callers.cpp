@@ -19,6 +19,7 @@
 #include "concurrency/ActingThread.h"
 #include "concurrency/Exchange.h"
 #include "concurrency/HeldBlock.h"
+#include "concurrency/TnWorker.h"
 #include "memory/TnRobotRandomMemBlockPool.h"
 
 using namespace tnfuzz;
@@ -314,7 +315,9 @@ void MakeCalls(World& world, const Plan& plan) {
     }
 }
 
-// Jobs may have left references to their own tasks, and workers may be giving back what was left to them.
+// Jobs may have left references to their own tasks, and workers may be giving back what was left to them. The
+// last of these threads has nothing to do any more, but may not have ended: what it is about to free would be
+// taken for a leak now and then.
 void AwaitNobody(World& world) {
     world.tasks.Close();
     world.blocks.Swap({});
@@ -323,6 +326,7 @@ void AwaitNobody(World& world) {
         Require(std::chrono::steady_clock::now() < end, "nothing is left of an input");
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
+    tnrobot::Worker::JoinLast();
 }
 
 }  // namespace
