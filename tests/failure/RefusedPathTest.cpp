@@ -304,7 +304,7 @@ bool LeaveForOwnSpace() {
 
 // Mounts a small file system that only this process sees.
 bool MountSmall(const std::string& directory) {
-    return LeaveForOwnSpace() && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+    return LeaveForOwnSpace() && mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
            mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=256k") == 0;
 }
 
