@@ -59,6 +59,10 @@ if(TNROBOT_SANITIZE)
   target_compile_options(tnrobot_build_flags INTERFACE
     -fsanitize=${TNROBOT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(tnrobot_build_flags INTERFACE -fsanitize=${TNROBOT_SANITIZE})
+  # What counts is fuzz/ThreadCoverage.cpp, which CMake's own trials of the compiler do not have.
+  if(TNROBOT_BUILD_FUZZERS AND TNROBOT_SANITIZE MATCHES "thread")
+    target_compile_options(tnrobot_build_flags INTERFACE -fsanitize-coverage=edge,trace-pc,trace-cmp)
+  endif()
 elseif(TNROBOT_COVERAGE)
   target_compile_options(tnrobot_build_flags INTERFACE --coverage -fprofile-update=atomic)
   target_link_options(tnrobot_build_flags INTERFACE --coverage)

@@ -53,6 +53,7 @@ steps=(
     "coverage      scripts/coverage.sh"
     "tidy          scripts/tidy.sh"
     "fuzz          scripts/fuzz.sh 10"
+    "fuzz-tsan     scripts/fuzz.sh --tsan 10"
     "bench         scripts/bench.sh --quick"
     "instructions  scripts/check_instructions.sh"
 )
