@@ -56,7 +56,7 @@ byte control[TASKS];                 // m_controlMutex: its owner's number + 1
 byte parentLock[TASKS];              // m_parentMutex
 bool alive[TASKS];                   // between construction and destruction
 bool gone[TASKS];                    // the worker's thread has ended
-byte lastLeft = NOBODY;              // Worker's g_pLast
+bool left[TASKS];                    // in Worker's list of those that have left
 
 // CTnRobotTaskPool
 byte lists;                          // m_mutex
@@ -165,11 +165,7 @@ inline Destroy(t) {
        atomic { TOUCH(t); quit[t] = true };
        if
        :: me == t ->
-          atomic { n = lastLeft; lastLeft = t };                                // g_pLast.exchange, m_pRunner.reset
-          if
-          :: n != NOBODY -> (gone[n])                                           // join
-          :: else
-          fi
+          left[t] = true                                                        // Leave, m_pRunner.reset
        :: else -> (gone[t])                                                     // join
        fi
     :: else
@@ -800,7 +796,10 @@ init {
 #if TASKS > 1
         (!alive[1]);
 #endif
-        (lastLeft == NOBODY || gone[lastLeft]);                                 // Worker::JoinLast
+        (!left[0] || gone[0]);                                                  // Worker::JoinLeft
+#if TASKS > 1
+        (!left[1] || gone[1]);
+#endif
         finished = true
     };
     CheckCounts(0)

@@ -60,14 +60,10 @@ inline Destroy(onWorker) {
 #ifndef WITHOUT_LEAVING_FIRST
        passedOn = true;                                                         // Leave: others may join it now
 #endif
-#ifdef WITHOUT_JOB_FIRST
-       assert(jobGone);                                                         // joins the one before
-#endif
        atomic { assert(passedOn); jobGone = true };                             // m_job.reset: the library may go
 #ifdef WITHOUT_LEAVING_FIRST
-       passedOn = true;
+       passedOn = true
 #endif
-       assert(jobGone)                                                          // joins the one before
     :: !onWorker && worker -> (gone); jobGone = true                            // join
     :: else -> jobGone = true
     fi;
@@ -280,7 +276,7 @@ init {
 #else
     (done == CALLERS && !alive);
 #endif
-    (!worker || gone);                                                          // Worker::JoinLast
+    (!worker || gone);                                                          // Worker::JoinLeft
     assert(jobGone);
     finished = true
 }

@@ -40,7 +40,6 @@ models=(
     "thread safe    OPS=2 JOBOPS=3"
     "thread safe    OPS=2 JOBOPS=1 EXITER"
     "thread wait    OPS=2 JOBOPS=2 WITHOUT_CONTROL_LOCK"
-    "thread assert  OPS=2 JOBOPS=2 WITHOUT_JOB_FIRST"
     "thread assert  OPS=2 JOBOPS=2 WITHOUT_LEAVING_FIRST"
     "thread wait    OPS=2 JOBOPS=2 WITHOUT_COUNT_HELD"
     "thread wait    OPS=2 JOBOPS=2 WITHOUT_SELF_TEST"

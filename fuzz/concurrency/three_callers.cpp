@@ -326,7 +326,7 @@ void AwaitNobody(World& world) {
         Require(std::chrono::steady_clock::now() < end, "nothing is left of an input");
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
-    tnrobot::Worker::JoinLast();
+    tnrobot::Worker::JoinLeft();
 }
 
 }  // namespace

@@ -26,8 +26,8 @@ bool CTnRobotTask::_Init(ITnRobotTaskParent* pParent) {
     return m_pRunEvent && pParent != nullptr;
 }
 
-// The worker destroys a task whose last reference was left to it. It cannot join itself. The runner goes
-// when others may join it, and before it joins another itself: runners may wait for each other.
+// The worker destroys a task whose last reference was left to it. It cannot join itself: others do, and know
+// of it before the runner goes.
 CTnRobotTask::~CTnRobotTask() {
     if (!m_pWorker || !m_pWorker->IsHere()) {
         return;
@@ -35,8 +35,7 @@ CTnRobotTask::~CTnRobotTask() {
     Stop();
     m_bExit.store(1);
     if (_OnWorkerThread()) {
-        const std::unique_ptr<tnrobot::Worker> before = tnrobot::Worker::Leave(std::move(m_pWorker));
-        m_pRunner.reset();
+        tnrobot::Worker::Leave(std::move(m_pWorker), [this] { m_pRunner.reset(); });
     }
     m_pWorker.reset();
 }

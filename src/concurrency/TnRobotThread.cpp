@@ -34,12 +34,12 @@ bool CTnRobotThread::_Init() {
     return true;
 }
 
-// A worker that destroys its own object cannot join itself. Its job goes when others may join it, and before
-// it joins another itself: what jobs leave behind may wait for each other.
+// A worker that destroys its own object cannot join itself: others do, and know of it before the job goes. Another
+// object may come to lie where this one lay while the worker ends.
 CTnRobotThread::~CTnRobotThread() {
     if (_OnWorkerThread()) {
-        const std::unique_ptr<tnrobot::Worker> before = tnrobot::Worker::Leave(std::move(m_pWorker));
-        m_job.reset();
+        tnrobot::Worker::Leave(std::move(m_pWorker), [this] { m_job.reset(); });
+        t_pWorkerOf = nullptr;
     }
 }
 

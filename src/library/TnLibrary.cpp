@@ -32,7 +32,7 @@ void library_init() {
 // Objects that applications still hold live on, since their holders may go later than the library: the
 // statics of a program that it is linked into do. A checked build names what it finds alive.
 void library_cleanup() {
-    tnrobot::Worker::JoinLast();
+    tnrobot::Worker::JoinLeft();
     TnRobotUtils::Destroy();
     tnrobot::EndChecks();
 }

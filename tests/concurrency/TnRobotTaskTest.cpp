@@ -477,7 +477,7 @@ TEST_F(Task, AThreadThatDestroysItsTaskIsJoinedLater) {
     ASSERT_TRUE(pTask->Start());
     started.Open();
     EXPECT_TRUE(Eventually([] { return s_end != SlowEnd::kNotYet; }));
-    tnrobot::Worker::JoinLast();
+    tnrobot::Worker::JoinLeft();
     EXPECT_EQ(s_end, SlowEnd::kOver);
     EXPECT_EQ(Calls(), "InEC");
 }
