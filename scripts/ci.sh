@@ -173,5 +173,6 @@ done
 join_steps
 print_table
 [ ${#failed[@]} -eq 0 ] || { say "FAILED: ${failed[*]}"; exit 1; }
-diff <(echo "$changed_before") <(changed_files) || { say "FAILED: the tree has changed meanwhile"; exit 1; }
+changed_after="$(changed_files)"
+[ "$changed_before" = "$changed_after" ] || { say "FAILED: the tree has changed meanwhile:"; echo "$changed_after"; exit 1; }
 say "all checks passed"
